@@ -1,0 +1,607 @@
+// The scanner's engine: one loop over the format, the directives' parser, the set reader, the two
+// number recognisers and the stores.
+//
+// All of the input lies in memory, so a field is a span of it. Giving back bytes is making the span
+// shorter, and a field is copied only where a terminated text is needed.
+#include "TX_sscanf.h"
+#include "TX_strings.h"
+#include "TX_strtoint.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+
+using Byte = unsigned char;
+
+constexpr std::size_t maxNumberLength = 512;
+
+// ---- Directives --------------------------------------------------------------------------------
+
+enum Flag : unsigned int {
+    Suppress = 1u << 0,
+    Char = 1u << 1, // hh
+    Short = 1u << 2,
+    Long = 1u << 3,
+    LongLong = 1u << 4,
+    LongDouble = 1u << 5,
+    IntMax = 1u << 6,
+    PtrDiff = 1u << 7,
+    Size = 1u << 8,
+    Pointer = 1u << 9,
+    Unsigned = 1u << 10,
+    Prefix = 1u << 11 // "0x" may stand in front
+};
+
+enum class Kind : Byte {
+    // what may stand between the "%" and the conversion
+    Modifier,
+    Doubled, // means something else when it stands twice
+    WidthDigit,
+    Int64, // "I64"
+    // conversions
+    End,
+    Percent,
+    Integer,
+    Unknown,
+    Float,
+    String,
+    Set,
+    Character,
+    Count
+};
+
+struct DirectiveCharacter {
+    Kind kind = Kind::Unknown;
+    Byte base = 10;
+    std::uint16_t flags = 0;
+    std::uint16_t flagsTwice = 0;
+};
+
+constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
+{
+    std::array<DirectiveCharacter, 256> table{};
+    table['\0'] = {Kind::End, 0, 0, 0};
+    table['%'] = {Kind::Percent, 0, 0, 0};
+    table['*'] = {Kind::Modifier, 0, Suppress, 0};
+    for (unsigned int digit = '0'; digit <= '9'; ++digit) {
+        table[digit] = {Kind::WidthDigit, 0, 0, 0};
+    }
+    table['h'] = {Kind::Doubled, 0, Short, Char};
+    table['l'] = {Kind::Doubled, 0, Long, LongLong};
+    table['L'] = {Kind::Modifier, 0, LongDouble, 0};
+    table['q'] = {Kind::Modifier, 0, LongLong, 0};
+    table['I'] = {Kind::Int64, 0, LongLong, 0};
+    table['j'] = {Kind::Modifier, 0, IntMax, 0};
+    table['t'] = {Kind::Modifier, 0, PtrDiff, 0};
+    table['z'] = {Kind::Modifier, 0, Size, 0};
+    table['d'] = {Kind::Integer, 10, 0, 0};
+    table['D'] = {Kind::Integer, 10, Long, 0};
+    table['i'] = {Kind::Integer, 0, 0, 0};
+    table['o'] = {Kind::Integer, 8, Unsigned, 0};
+    table['O'] = {Kind::Integer, 8, Unsigned | Long, 0};
+    table['u'] = {Kind::Integer, 10, Unsigned, 0};
+    table['x'] = table['X'] = {Kind::Integer, 16, Unsigned | Prefix, 0};
+    table['p'] = {Kind::Integer, 16, Unsigned | Prefix | Pointer, 0};
+    table['e'] = table['f'] = table['g'] = table['E'] = table['G'] = {Kind::Float, 0, 0, 0};
+    table['s'] = {Kind::String, 0, 0, 0};
+    table['['] = {Kind::Set, 0, 0, 0};
+    table['c'] = {Kind::Character, 0, 0, 0};
+    table['n'] = {Kind::Count, 0, 0, 0};
+    return table;
+}
+
+constexpr std::array<DirectiveCharacter, 256> directiveCharacters = makeDirectiveCharacters();
+
+struct Directive {
+    Kind kind = Kind::End;
+    int base = 0;
+    unsigned int flags = 0;
+    std::size_t width = 0;  // 0: none given
+    void* target = nullptr; // the arguments, if it stores
+    int size = 0;
+
+    bool stores() const { return kind != Kind::Percent && !has(Suppress); }
+    bool has(Flag flag) const { return (flags & flag) != 0; }
+    std::size_t widthOr(std::size_t none) const { return width == 0 ? none : width; }
+};
+
+// Reads what stands behind a "%", and leaves `format` behind the conversion character. The kind is
+// End if the format ends first.
+Directive parseDirective(const Byte*& format)
+{
+    Directive directive;
+    for (;;) {
+        const Byte byte = *format++;
+        const DirectiveCharacter& character = directiveCharacters[byte];
+        switch (character.kind) {
+        case Kind::Modifier:
+            directive.flags |= character.flags;
+            break;
+        case Kind::Doubled:
+            if (*format == byte) {
+                ++format;
+                directive.flags |= character.flagsTwice;
+            } else {
+                directive.flags |= character.flags;
+            }
+            break;
+        case Kind::WidthDigit:
+            directive.width = directive.width * 10 + TX_Digits[byte];
+            break;
+        case Kind::Int64:
+            if (format[0] == '6' && format[1] == '4') {
+                format += 2;
+                directive.flags |= character.flags;
+            }
+            break;
+        default:
+            directive.kind = character.kind;
+            directive.base = character.base;
+            directive.flags |= character.flags;
+            if (character.kind == Kind::Unknown) {
+                directive.kind = Kind::Integer;
+                directive.flags |= std::isupper(byte) != 0 ? Long : 0u;
+            }
+            return directive;
+        }
+    }
+}
+
+// ---- Stores ------------------------------------------------------------------------------------
+
+struct TargetSize {
+    Flag flag;
+    std::size_t bytes;
+};
+
+// The first flag that is set decides.
+constexpr TargetSize numberSizes[] = {{Pointer, 8}, {IntMax, 4}, {LongLong, 8}, {Size, 8},
+                                      {PtrDiff, 8}, {Long, 4},   {Short, 2},    {Char, 1}};
+constexpr TargetSize countSizes[] = {{Char, 1},    {Short, 2},    {Long, 4},  {Size, 8},
+                                     {PtrDiff, 8}, {LongLong, 8}, {IntMax, 8}};
+
+constexpr unsigned int sizeFlags =
+    Pointer | IntMax | LongLong | Size | PtrDiff | Long | Short | Char;
+
+template <std::size_t Count>
+std::size_t targetSize(const TargetSize (&sizes)[Count], const Directive& directive)
+{
+    constexpr std::size_t usual = 4;
+    if ((directive.flags & sizeFlags) == 0) {
+        return usual;
+    }
+    for (const TargetSize& size : sizes) {
+        if (directive.has(size.flag)) {
+            return size.bytes;
+        }
+    }
+    return usual;
+}
+
+template <typename Value>
+void store(void* target, Value value)
+{
+    std::memcpy(target, &value, sizeof value); // the target may be of any type and alignment
+}
+
+void storeLowBits(void* target, std::uint64_t value, std::size_t bytes)
+{
+    switch (bytes) {
+    case 1:
+        return store(target, static_cast<std::uint8_t>(value));
+    case 2:
+        return store(target, static_cast<std::uint16_t>(value));
+    case 4:
+        return store(target, static_cast<std::uint32_t>(value));
+    default:
+        return store(target, value);
+    }
+}
+
+// ---- Sets --------------------------------------------------------------------------------------
+
+using SetTable = std::array<bool, 256>; // whether a byte is accepted
+
+// Reads the set of a "%[", and leaves `format` behind its "]" or at the format's end.
+void readSet(const Byte*& format, SetTable& accepted)
+{
+    const bool negated = *format == '^';
+    if (negated) {
+        ++format;
+    }
+    accepted.fill(negated);
+    if (*format == '\0') {
+        return;
+    }
+    unsigned int last = *format++; // a member, even if it is "]" or "-"
+    accepted[last] = !negated;
+    while (*format != '\0' && *format != ']') {
+        if (*format != '-' || format[1] == ']' || format[1] < last) {
+            last = *format++; // as itself; the "-" too, where it makes no range
+            accepted[last] = !negated;
+            continue;
+        }
+        const Byte rangeEnd = format[1];
+        format += 2;
+        do { // at least one, whatever the end
+            last = std::min(last + 1, 255u);
+            accepted[last] = !negated;
+        } while (last < rangeEnd);
+    }
+    if (*format == ']') {
+        ++format;
+    }
+}
+
+// ---- Numbers -----------------------------------------------------------------------------------
+
+// Walks along the bytes that a number may take up.
+class NumberReader
+{
+public:
+    NumberReader(const Byte* first, std::size_t limit) : m_First(first), m_End(first + limit) {}
+
+    std::size_t length() const { return static_cast<std::size_t>(m_Next - m_First); }
+
+    void giveBackTo(std::size_t length) { m_Next = m_First + length; }
+
+    bool skip(Byte one, Byte other)
+    {
+        if (m_Next == m_End || (*m_Next != one && *m_Next != other)) {
+            return false;
+        }
+        ++m_Next;
+        return true;
+    }
+
+    bool skipDecimals()
+    {
+        const Byte* const first = m_Next;
+        while (m_Next != m_End && TX_Digits[*m_Next] < 10) {
+            ++m_Next;
+        }
+        return m_Next != first;
+    }
+
+    bool readDigits(int base, const TX_NumberLimits& limits, TX_Number& number)
+    {
+        const Byte* const first = m_Next;
+        TX_readDigits(m_Next, m_End, base, limits, number);
+        return m_Next != first;
+    }
+
+private:
+    const Byte* m_First;
+    const Byte* m_Next = m_First;
+    const Byte* m_End;
+};
+
+// Reads the integer at `first`. Returns its length, 0 if there is none.
+std::size_t readInteger(const Byte* first, std::size_t limit, const Directive& directive,
+                        TX_Number& number)
+{
+    const TX_NumberLimits& limits = directive.has(Unsigned) ? TX_UnsignedLimits : TX_SignedLimits;
+    NumberReader reader(first, limit);
+    number.negative = *first == '-';
+    reader.skip('+', '-');
+    const bool zero = reader.skip('0', '0');
+    const bool prefixAllowed = directive.has(Prefix) || directive.base == 0;
+    const std::size_t zeroEnd = reader.length();
+    if (zero && prefixAllowed && reader.skip('x', 'X')) {
+        if (!reader.readDigits(16, limits, number)) {
+            reader.giveBackTo(zeroEnd); // the "x" is not the number's
+        }
+        return reader.length();
+    }
+    const int baseOfText = zero ? 8 : 10;
+    const int base = directive.base == 0 ? baseOfText : directive.base;
+    const bool digits = reader.readDigits(base, limits, number);
+    return zero || digits ? reader.length() : 0;
+}
+
+// The length of the floating-point number at `first`, 0 if there is none.
+std::size_t floatLength(const Byte* first, std::size_t limit)
+{
+    NumberReader reader(first, limit);
+    reader.skip('+', '-');
+    bool anyDigit = reader.skipDecimals();
+    if (reader.skip('.', '.')) {
+        anyDigit = reader.skipDecimals() || anyDigit;
+    }
+    if (!anyDigit) {
+        return 0;
+    }
+    const std::size_t mantissaEnd = reader.length();
+    if (reader.skip('e', 'E')) {
+        reader.skip('+', '-');
+        if (!reader.skipDecimals()) {
+            reader.giveBackTo(mantissaEnd);
+        }
+    }
+    return reader.length();
+}
+
+// ---- The engine --------------------------------------------------------------------------------
+
+// Steps over the literals that the text and the format have in common: the quick way through most
+// of a format. It stops at "%", at white space and at whatever else may be more than a literal.
+const Byte* equalEnd(const Byte* text, const Byte* end, const Byte*& format)
+{
+    const Byte* literal = format;
+    while (text != end && *text == *literal && TX_isGraphic(*literal) && *literal != '%') {
+        ++text;
+        ++literal;
+    }
+    format = literal;
+    return text;
+}
+
+enum class Outcome { Matched, InputFailure, MatchFailure };
+
+class Scanner
+{
+public:
+    explicit Scanner(TX_ScanSource& source)
+        : m_Source(source),
+          m_First(source.position),
+          m_Next(source.position),
+          m_End(source.position + std::max(source.remaining, 0))
+    {
+    }
+
+    Scanner(const Scanner&) = delete;
+    Scanner& operator=(const Scanner&) = delete;
+
+    ~Scanner()
+    {
+        m_Source.position = m_Next;
+        m_Source.remaining = static_cast<int>(available());
+    }
+
+    int run(const Byte* format, std::va_list arguments);
+
+private:
+    std::size_t available() const { return static_cast<std::size_t>(m_End - m_Next); }
+
+    Outcome matchPlain(const Byte*& format);
+    Outcome matchLiteral(Byte literal);
+    const Byte* spaceEnd(const Byte* next) const
+    {
+        while (next != m_End && TX_isSpace(*next)) {
+            ++next;
+        }
+        return next;
+    }
+    Outcome convert(const Directive& directive, const Byte*& format);
+    Outcome scanCharacter(const Directive& directive);
+    Outcome scanString(const Directive& directive);
+    Outcome scanSet(const Directive& directive, const Byte*& format);
+    Outcome scanInteger(const Directive& directive);
+    Outcome scanFloat(const Directive& directive);
+    void storeCount(const Directive& directive);
+    void storeText(const Directive& directive, std::size_t length);
+
+    template <typename Accepts>
+    std::size_t fieldLength(const Directive& directive, Accepts accepts) const;
+
+    TX_ScanSource& m_Source;
+    const Byte* m_First;
+    const Byte* m_Next;
+    const Byte* m_End;
+    std::size_t m_Cut = 0; // bytes of text fields that were dropped; %n does not count them
+    int m_Assigned = 0;
+};
+
+int Scanner::run(const Byte* format, std::va_list arguments)
+{
+    for (;;) {
+        Outcome outcome = matchPlain(format);
+        if (outcome == Outcome::Matched) {
+            if (*format++ == '\0') {
+                return m_Assigned;
+            }
+            Directive directive = parseDirective(format);
+            if (directive.kind == Kind::End) {
+                return -1;
+            }
+            if (directive.stores()) {
+                directive.target = va_arg(arguments, void*);
+                directive.size = va_arg(arguments, int);
+            }
+            outcome = convert(directive, format);
+        }
+        if (outcome != Outcome::Matched) {
+            return outcome == Outcome::InputFailure && m_Assigned == 0 ? -1 : m_Assigned;
+        }
+    }
+}
+
+// Matches white space and literals of the format, up to its next "%" or its end.
+Outcome Scanner::matchPlain(const Byte*& format)
+{
+    for (;; ++format) {
+        m_Next = equalEnd(m_Next, m_End, format);
+        if (*format == '%' || *format == '\0') {
+            return Outcome::Matched;
+        }
+        if (TX_isSpace(*format)) {
+            m_Next = spaceEnd(m_Next);
+            continue;
+        }
+        const Outcome outcome = matchLiteral(*format);
+        if (outcome != Outcome::Matched) {
+            return outcome;
+        }
+    }
+}
+
+Outcome Scanner::matchLiteral(Byte literal)
+{
+    if (m_Next == m_End) {
+        return Outcome::InputFailure;
+    }
+    if (*m_Next != literal) {
+        return Outcome::MatchFailure;
+    }
+    ++m_Next;
+    return Outcome::Matched;
+}
+
+Outcome Scanner::convert(const Directive& directive, const Byte*& format)
+{
+    if (directive.kind == Kind::Percent) {
+        return matchLiteral('%');
+    }
+    if (directive.kind == Kind::Count) {
+        storeCount(directive);
+        return Outcome::Matched;
+    }
+    const bool skipsSpace = directive.kind != Kind::Character && directive.kind != Kind::Set;
+    if (skipsSpace) {
+        m_Next = spaceEnd(m_Next);
+    }
+    if (m_Next == m_End) {
+        return Outcome::InputFailure;
+    }
+    switch (directive.kind) {
+    case Kind::Character:
+        return scanCharacter(directive);
+    case Kind::String:
+        return scanString(directive);
+    case Kind::Set:
+        return scanSet(directive, format);
+    case Kind::Float:
+        return scanFloat(directive);
+    default:
+        return scanInteger(directive);
+    }
+}
+
+Outcome Scanner::scanCharacter(const Directive& directive)
+{
+    if (directive.has(Suppress)) {
+        m_Next += std::min(directive.widthOr(1), available());
+        return Outcome::Matched;
+    }
+    store(directive.target, *m_Next++);
+    ++m_Assigned;
+    return Outcome::Matched;
+}
+
+template <typename Accepts>
+std::size_t Scanner::fieldLength(const Directive& directive, Accepts accepts) const
+{
+    const Byte* const end = m_Next + std::min(directive.widthOr(available()), available());
+    return static_cast<std::size_t>(std::find_if_not(m_Next, end, accepts) - m_Next);
+}
+
+// Stores what the target has room for of the next `length` bytes, and steps over all of them.
+void Scanner::storeText(const Directive& directive, std::size_t length)
+{
+    const std::size_t room = directive.size > 0 ? static_cast<std::size_t>(directive.size) - 1 : 0;
+    const std::size_t stored = std::min(length, room);
+    if (directive.size > 0) {
+        char* const target = static_cast<char*>(directive.target);
+        std::memcpy(target, m_Next, stored);
+        target[stored] = '\0';
+    }
+    m_Next += length;
+    m_Cut += length - stored;
+    ++m_Assigned;
+}
+
+Outcome Scanner::scanString(const Directive& directive)
+{
+    const std::size_t length = fieldLength(directive, [](Byte byte) { return !TX_isSpace(byte); });
+    if (directive.has(Suppress)) {
+        m_Next += length;
+    } else {
+        storeText(directive, length);
+    }
+    return Outcome::Matched;
+}
+
+Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
+{
+    SetTable accepted;
+    readSet(format, accepted);
+    const std::size_t length =
+        fieldLength(directive, [&accepted](Byte byte) { return accepted[byte]; });
+    if (length == 0) {
+        return Outcome::MatchFailure;
+    }
+    if (directive.has(Suppress)) {
+        m_Next += length;
+        return Outcome::Matched;
+    }
+    if (directive.size <= 1) {
+        // The field is gone all the same. It ends with the input unless the width ended it.
+        m_Next += length;
+        const bool ranOut = m_Next == m_End && length != directive.width;
+        return ranOut ? Outcome::InputFailure : Outcome::MatchFailure;
+    }
+    storeText(directive, length);
+    return Outcome::Matched;
+}
+
+Outcome Scanner::scanInteger(const Directive& directive)
+{
+    const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
+    TX_Number number;
+    const std::size_t length = readInteger(m_Next, std::min(width, available()), directive, number);
+    if (length == 0) {
+        return Outcome::MatchFailure;
+    }
+    if (!directive.has(Suppress)) {
+        storeLowBits(directive.target, number.bits(), targetSize(numberSizes, directive));
+        ++m_Assigned;
+    }
+    m_Next += length;
+    return Outcome::Matched;
+}
+
+Outcome Scanner::scanFloat(const Directive& directive)
+{
+    const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
+    const std::size_t length = floatLength(m_Next, std::min(width, available()));
+    if (length == 0) {
+        return Outcome::MatchFailure;
+    }
+    if (!directive.has(Suppress)) {
+        char text[maxNumberLength + 1];
+        std::memcpy(text, m_Next, length);
+        text[length] = '\0';
+        const double value = std::strtod(text, nullptr);
+        if (directive.has(Long) || directive.has(LongDouble)) {
+            store(directive.target, value);
+        } else {
+            store(directive.target, static_cast<float>(value));
+        }
+        ++m_Assigned;
+    }
+    m_Next += length;
+    return Outcome::Matched;
+}
+
+void Scanner::storeCount(const Directive& directive)
+{
+    if (!directive.has(Suppress)) {
+        const std::uint64_t read = static_cast<std::size_t>(m_Next - m_First) - m_Cut;
+        storeLowBits(directive.target, read, targetSize(countSizes, directive));
+    }
+}
+
+} // namespace
+
+int TX_vfscanf(TX_ScanSource* source, const char* format, std::va_list arguments)
+{
+    if (source == nullptr || format == nullptr) {
+        return -1;
+    }
+    return Scanner(*source).run(reinterpret_cast<const Byte*>(format), arguments);
+}
