@@ -1,0 +1,215 @@
+// CCmnStringTool: numbers, bytes and uids as text, and back.
+#include "TX_strings.h"
+#include "cmnhex.h"
+#include "cmnstringtool.h"
+
+#include <cinttypes>
+#include <cstdlib>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+constexpr std::size_t kNumberSize = 64;
+constexpr std::size_t kLongNumberSize = 128;
+
+template <std::size_t Size, class Number>
+std::string print(const char* format, Number number)
+{
+    char text[Size];
+    TX_snprintf(text, sizeof text, format, number);
+    return text;
+}
+
+template <class Number>
+int readInto(const std::string& text, Number& number, Number (*read)(const std::string&))
+{
+    if (text.empty())
+        return -1;
+    number = read(text);
+    return 0;
+}
+
+template <class Char>
+std::basic_string<Char> hexText(const unsigned char* data, int length)
+{
+    std::basic_string<Char> text;
+    if (data && length > 0)
+        appendHex(text, data, static_cast<std::size_t>(length));
+    return text;
+}
+
+std::string uidNumber(unsigned int number)
+{
+    return print<kNumberSize>("%04x", number);
+}
+
+constexpr std::int16_t kNoDigit = -1;
+
+constexpr std::array<std::int16_t, 256> makeHexValues()
+{
+    std::array<std::int16_t, 256> values{};
+    for (std::size_t c = 0; c < values.size(); ++c) {
+        if (c >= '0' && c <= '9')
+            values[c] = static_cast<std::int16_t>(c - '0');
+        else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'))
+            values[c] = static_cast<std::int16_t>((c & 0xF) + 9);
+        else
+            values[c] = kNoDigit;
+    }
+    return values;
+}
+
+constexpr auto kHexValues = makeHexValues();
+
+// Two digits are read by table; anything else is whatever strtol makes of it.
+unsigned char readHexPair(char first, char second)
+{
+    const int high = kHexValues[static_cast<unsigned char>(first)];
+    const int low = kHexValues[static_cast<unsigned char>(second)];
+    if (high != kNoDigit && low != kNoDigit)
+        return static_cast<unsigned char>(high << 4 | low);
+    const char pair[] = {first, second, '\0'};
+    return static_cast<unsigned char>(std::strtol(pair, nullptr, 16));
+}
+
+} // namespace
+
+std::string CCmnStringTool::double2str(double number)
+{
+    return print<kNumberSize>("%g", number);
+}
+
+std::string CCmnStringTool::int2str(int number)
+{
+    return print<kNumberSize>("%d", number);
+}
+
+std::string CCmnStringTool::int2str(std::int64_t number)
+{
+    return print<kLongNumberSize>("%" PRId64, number);
+}
+
+std::string CCmnStringTool::uint2str(unsigned int number)
+{
+    return print<kNumberSize>("%u", number);
+}
+
+std::string CCmnStringTool::uint2str(std::uint64_t number)
+{
+    return print<kLongNumberSize>("%" PRIu64, number);
+}
+
+std::wstring CCmnStringTool::int2wstr(int number)
+{
+    return str2wstr(int2str(number));
+}
+
+std::wstring CCmnStringTool::int2wstr(std::int64_t number)
+{
+    return str2wstr(int2str(number));
+}
+
+std::wstring CCmnStringTool::uint2wstr(unsigned int number)
+{
+    return str2wstr(uint2str(number));
+}
+
+std::wstring CCmnStringTool::uint2wstr(std::uint64_t number)
+{
+    return str2wstr(uint2str(number));
+}
+
+std::string CCmnStringTool::bool2str(bool value)
+{
+    return value ? "true" : "false";
+}
+
+int CCmnStringTool::str2double(const std::string& text, double& number)
+{
+    return readInto<double>(text, number, str2double);
+}
+
+double CCmnStringTool::str2double(const std::string& text)
+{
+    return std::atof(text.c_str());
+}
+
+int CCmnStringTool::str2int(const std::string& text, int& number)
+{
+    return readInto<int>(text, number, str2int);
+}
+
+int CCmnStringTool::str2int(const std::string& text)
+{
+    return std::atoi(text.c_str());
+}
+
+int CCmnStringTool::str2uint(const std::string& text, unsigned int& number)
+{
+    return readInto<unsigned int>(text, number, str2uint);
+}
+
+unsigned int CCmnStringTool::str2uint(const std::string& text)
+{
+    return static_cast<unsigned int>(std::atoi(text.c_str()));
+}
+
+int CCmnStringTool::str2uint64(const std::string& text, std::uint64_t& number)
+{
+    return readInto<std::uint64_t>(text, number, [](const std::string& digits) -> std::uint64_t {
+        return std::strtoull(digits.c_str(), nullptr, 10);
+    });
+}
+
+std::string CCmnStringTool::binary2str(const unsigned char* data, int length)
+{
+    return hexText<char>(data, length);
+}
+
+std::wstring CCmnStringTool::binary2wstr(const unsigned char* data, int length)
+{
+    return hexText<wchar_t>(data, length);
+}
+
+int CCmnStringTool::str2binary(unsigned char* out, int* size, const std::string& text)
+{
+    const std::size_t pairs = text.size() / 2;
+    // A negative size is too small even for no pair at all.
+    if (!size || (!out && pairs > 0) || *size < 0 || pairs > static_cast<std::size_t>(*size))
+        return -1;
+    for (std::size_t i = 0; i < pairs; ++i)
+        out[i] = readHexPair(text[2 * i], text[2 * i + 1]);
+    *size = static_cast<int>(pairs);
+    return 0;
+}
+
+int CCmnStringTool::wstr2binary(unsigned char* out, int* size, std::wstring text, bool)
+{
+    return str2binary(out, size, wstr2str(text));
+}
+
+std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char* data, int length)
+{
+    return str2wstr(uidNumber(number)) + binary2wstr(data, length);
+}
+
+std::string CCmnStringTool::str2uid(unsigned int number, const std::string& text)
+{
+    std::string uid = uidNumber(number);
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x80)
+            uid += "ffffff";
+        appendHex(uid, &byte, 1);
+    }
+    return uid;
+}
+
+std::string CCmnStringTool::wstr2uid(unsigned int number, const std::wstring& text)
+{
+    return str2uid(number, wstr2str(text));
+}
+
+} // namespace tarnix_cmn_4_4
