@@ -1,0 +1,35 @@
+// Base of the classes that can trace.
+#ifndef TARNIX_CMNTRACEABLE_H
+#define TARNIX_CMNTRACEABLE_H
+
+#include "cmnexport.h"
+#include "cmnsmartptr.h"
+#include "cmntracelog.h"
+
+namespace tarnix_cmn_4_4
+{
+
+// Holds the log of a derived class. An object without a log traces nothing; copies share the log.
+// The log is not guarded, so objects that share one belong to one thread at a time.
+class TARNIX_CMN_API CCmnTraceable
+{
+public:
+    CCmnTraceable() = default;
+    CCmnTraceable(const CCmnTraceable&) = default;
+    CCmnTraceable& operator=(const CCmnTraceable&) = default;
+    virtual ~CCmnTraceable() = default;
+
+    // An empty pointer drops the log.
+    virtual void
+    setTraceLog(const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log)
+    {
+        m_TraceLog = log;
+    }
+
+protected:
+    CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_TraceLog;
+};
+
+} // namespace tarnix_cmn_4_4
+
+#endif
