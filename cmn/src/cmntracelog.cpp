@@ -1,0 +1,259 @@
+// CCmnTraceLog: its settings and its lines.
+#include "cmntracelog.h"
+
+#include "TX_strings.h"
+#include "cmnfile.h"
+#include "cmnpathtool.h"
+#include "cmnstringtool.h"
+#include "cmnutf8.h"
+
+#include <ace/ACE.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+constexpr const wchar_t* kSection = L"DEBUG_TRACE_INFO";
+constexpr const wchar_t* kTraceDir = L"TRACEDIR";
+constexpr const wchar_t* kTraceFile = L"TRACEFILE";
+constexpr const wchar_t* kTraceLevel = L"TRACELEVEL";
+constexpr const wchar_t* kTraceStdout = L"TRACESTDOUT";
+
+constexpr std::size_t kTimeSize = 128;
+constexpr std::size_t kTextSize = 1024;
+
+// Arguments to be taken up afresh, which end also when memory is refused meanwhile.
+struct ArgsAgain {
+    explicit ArgsAgain(std::va_list from) { va_copy(args, from); }
+    ~ArgsAgain() { va_end(args); }
+    ArgsAgain(const ArgsAgain&) = delete;
+    ArgsAgain& operator=(const ArgsAgain&) = delete;
+
+    std::va_list args;
+};
+
+// One line of the log, time, blank, text and line end, in one piece of memory that can go out in
+// one write. A text of usual length takes no memory from the heap.
+class TraceLine
+{
+public:
+    TraceLine()
+    {
+        if (!ACE::timestamp(m_Stack, kTimeSize, true))
+            TX_strncpy(m_Stack, "<time error>", kTimeSize - 1, kTimeSize);
+        m_TextAt = std::strlen(m_Stack);
+        m_Stack[m_TextAt++] = ' ';
+    }
+
+    void format(const char* format, std::va_list args)
+    {
+        ArgsAgain again(args);
+        const int length = TX_vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
+        if (static_cast<std::size_t>(length) == kTextSize - 1)
+            formatLong(format, again.args);
+        // The text ends at its first NUL.
+        m_End = m_TextAt + std::strlen(m_Line + m_TextAt);
+        m_Line[m_End++] = '\n';
+        m_Line[m_End] = '\0';
+    }
+
+    const char* data() const { return m_Line; }
+    std::size_t size() const { return m_End; }
+
+private:
+    // The formatter tells only that the text was cut, which it also tells when it failed, as on a
+    // wide argument that the locale cannot express. Then the format itself is the text, so that the
+    // line is not lost.
+    void formatLong(const char* format, std::va_list args)
+    {
+        ArgsAgain again(args);
+        const int needed = std::vsnprintf(nullptr, 0, format, args);
+        if (needed >= 0) {
+            const std::size_t size = static_cast<std::size_t>(needed) + 1;
+            TX_vsnprintf(grow(size), size, format, again.args);
+        } else {
+            const std::size_t size = std::strlen(format) + 1;
+            std::memcpy(grow(size), format, size);
+        }
+    }
+
+    // Makes room for a text of `size`, terminator included, and returns its place.
+    char* grow(std::size_t size)
+    {
+        m_Heap = std::make_unique<char[]>(m_TextAt + size + kLineEnd);
+        std::memcpy(m_Heap.get(), m_Stack, m_TextAt);
+        m_Line = m_Heap.get();
+        return m_Line + m_TextAt;
+    }
+
+    static constexpr std::size_t kLineEnd = 1;
+
+    char m_Stack[kTimeSize + 1 + kTextSize + kLineEnd];
+    std::unique_ptr<char[]> m_Heap;
+    char* m_Line = m_Stack;
+    std::size_t m_TextAt = 0;
+    std::size_t m_End = 0;
+};
+
+// For standard output: as the locale writes it, and otherwise as UTF-8, so that it is not lost.
+std::string printable(const tstr& text)
+{
+    std::string narrow = CCmnStringTool::tstr2str(text);
+    if (narrow.empty())
+        wideToUtf8(text.c_str(), narrow);
+    return narrow;
+}
+
+CmnFile openToAppend(const tstr& path)
+{
+    return openFile(CCmnStringTool::tstr2str(path), "a+");
+}
+
+} // namespace
+
+CCmnTraceLog::CCmnTraceLog() = default;
+CCmnTraceLog::~CCmnTraceLog() = default;
+
+void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, bool toStdout)
+{
+    m_Name = name;
+    m_ToStdout = toStdout;
+    try {
+        initTraceSettings(dir, file, level);
+    } catch (...) {
+        std::printf("ERROR: CCmnTraceLog: Failed to initialize log settings\n");
+    }
+    m_TraceFile = file;
+    m_TraceDir = dir;
+    m_TraceLevel = level;
+    m_TracePath = m_TraceDir + tstr(L"/") + m_TraceFile;
+    if (openToAppend(m_TracePath))
+        m_Initialized = true;
+    else
+        std::printf("[CCmnTraceLog] Error: Tracefile [%s] initialization failed.[%s][%s]\n",
+                    printable(m_TracePath).c_str(), printable(m_TraceFile).c_str(),
+                    printable(m_TraceDir).c_str());
+}
+
+void CCmnTraceLog::initTraceSettings(tstr& dir, tstr& file, int& level)
+{
+    if (!dir.is_empty() && !file.is_empty())
+        updateConfigFile(dir, file, level);
+    try {
+        loadFromConfigFile(dir, file, level);
+    } catch (const CCmnError&) {
+        // As if the load had ended there: what it set up to then counts.
+    }
+}
+
+int CCmnTraceLog::updateConfigFile(const tstr& dir, const tstr& file, const int& level)
+{
+    tstr configDir;
+    tstr configFile;
+    CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
+    m_Config.importConfig(configDir.c_str(), configFile.c_str());
+    ACE_Configuration_Section_Key section;
+    if (m_Config.openSection(kSection, section, 1) == 0) {
+        m_Config.setStringValue(kTraceDir, dir);
+        m_Config.setStringValue(kTraceFile, file);
+        m_Config.setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
+        m_Config.setIntegerValue(kTraceStdout, 0);
+    }
+    return m_Config.exportConfig();
+}
+
+void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
+{
+    tstr configDir;
+    tstr configFile;
+    CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
+    CCmnPathTool::getTraceFileInfo(m_Name, dir, file);
+    m_Config.importConfig(configDir.c_str(), configFile.c_str());
+
+    unsigned int configured = 0;
+    ACE_Configuration_Section_Key section;
+    if (m_Config.openSection(kSection, section, 0) == 0)
+        configured = readSettings(dir, file, level);
+    else
+        updateConfigFile(dir, file, level);
+    level = configured <= 1 ? static_cast<int>(configured) : 1;
+
+    tstr siblingDir;
+    tstr siblingFile;
+    int siblingLevel = -1;
+    CCmnSGDConfiguration::getTraceConfigFileInfo(siblingDir, siblingFile);
+    CCmnSGDConfiguration::getTraceLevel(siblingDir, siblingFile, siblingLevel);
+    if (siblingLevel > level)
+        level = siblingLevel;
+}
+
+unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
+{
+    readOrStore(kTraceDir, dir);
+    readOrStore(kTraceFile, file);
+    unsigned int configured = 0;
+    if (m_Config.getIntegerValue(kTraceLevel, configured) != 0) {
+        m_Config.setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
+        m_Config.exportConfig();
+    }
+    unsigned int toStdout = 0;
+    if (m_Config.getIntegerValue(kTraceStdout, toStdout) != 0) {
+        toStdout = m_ToStdout ? 1 : 0;
+        m_Config.setIntegerValue(kTraceStdout, toStdout);
+        m_Config.exportConfig();
+    }
+    if (toStdout == 1)
+        m_ToStdout = true;
+    return configured;
+}
+
+void CCmnTraceLog::readOrStore(const wchar_t* key, tstr& value)
+{
+    if (m_Config.getStringValue(key, value) == 0)
+        return;
+    m_Config.setStringValue(key, value);
+    m_Config.exportConfig();
+}
+
+void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
+{
+    m_TraceLevel = 1;
+    ACE_Configuration_Section_Key section;
+    unsigned int configured = 0;
+    if (m_Config.openSection(kSection, section, 1) == 0 &&
+        m_Config.getIntegerValue(kTraceLevel, configured) == 0)
+        m_TraceLevel = static_cast<int>(configured);
+}
+
+void CCmnTraceLog::trace(int level, const char* format, ...)
+{
+    std::va_list args;
+    va_start(args, format);
+    try {
+        traceText(level, format, args);
+    } catch (const std::bad_alloc&) {
+        // A caller that traces its failure must not get another one: the line is lost.
+    }
+    va_end(args);
+}
+
+void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
+{
+    UpdateTraceLevelFromConfigFile();
+    if (!format || !*format || !m_Initialized || level > m_TraceLevel)
+        return;
+    TraceLine line;
+    line.format(format, args);
+    if (const CmnFile file = openToAppend(m_TracePath))
+        writeAtOnce(file.get(), line.data(), line.size());
+    if (m_ToStdout)
+        std::printf("%s:%s", printable(m_Name).c_str(), line.data());
+}
+
+} // namespace tarnix_cmn_4_4

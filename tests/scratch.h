@@ -1,0 +1,73 @@
+// A temporary directory that a test owns, and a registry that points into it.
+#ifndef TARNIX_TESTS_SCRATCH_H
+#define TARNIX_TESTS_SCRATCH_H
+
+#include "platform_registry.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+class Scratch
+{
+public:
+    Scratch()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
+        if (!mkdtemp(name.data()))
+            throw std::runtime_error("no temporary directory");
+        m_Path = name + "/";
+    }
+    ~Scratch()
+    {
+        TxSetRegistryFile(nullptr);
+        std::filesystem::remove_all(m_Path);
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    // The directory ends in a slash, as the library's directories do.
+    std::string path(const std::string& name = "") const { return m_Path + name; }
+    std::wstring wide(const std::string& name = "") const
+    {
+        const std::string narrow = path(name);
+        return std::wstring(narrow.begin(), narrow.end());
+    }
+
+    void makeDirectory(const std::string& name) const
+    {
+        std::filesystem::create_directories(path(name));
+    }
+    void write(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(path(name), std::ios::binary) << text;
+    }
+    std::string read(const std::string& name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path(name), std::ios::binary).rdbuf();
+        return text.str();
+    }
+
+    // The registry with the two values, of which an empty one is left out.
+    void setRegistry(const std::string& installDir, const std::string& programFiles) const
+    {
+        std::string text;
+        if (!installDir.empty())
+            text += "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" + installDir + "\"\n";
+        if (!programFiles.empty())
+            text += "[SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n\"ProgramFilesDir\"=\"" +
+                    programFiles + "\"\n";
+        write("registry.conf", text);
+        TxSetRegistryFile(path("registry.conf").c_str());
+    }
+
+private:
+    std::string m_Path;
+};
+
+#endif
