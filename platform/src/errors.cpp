@@ -1,0 +1,121 @@
+// The last error of each thread and its text.
+#include "errors.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+namespace
+{
+
+// Plain storage: nothing has to run when a thread ends.
+struct LastError {
+    DWORD code;
+    char about[256];
+};
+
+thread_local LastError t_lastError;
+
+const char* systemText(DWORD error)
+{
+    switch (error) {
+    case ERROR_IO_PENDING:
+        return "The read goes on";
+    case ERROR_BROKEN_PIPE:
+        return "The pipe has ended";
+    default:
+        return strerrordesc_np(static_cast<int>(error));
+    }
+}
+
+// Names of programs and directories are bytes of any kind, and an error text must come out all the
+// same: what the locale cannot read becomes a question mark.
+std::wstring widen(const std::string& text)
+{
+    std::wstring wide;
+    std::mbstate_t state{};
+    const char* at = text.data();
+    std::size_t left = text.size();
+    while (left > 0) {
+        wchar_t unit = 0;
+        std::size_t used = std::mbrtowc(&unit, at, left, &state);
+        if (used == 0 || used > left) {
+            unit = L'?';
+            used = 1;
+            state = std::mbstate_t{};
+        }
+        wide.push_back(unit);
+        at += used;
+        left -= used;
+    }
+    return wide;
+}
+
+} // namespace
+
+namespace tarnix_platform
+{
+
+bool fail(DWORD error)
+{
+    t_lastError.code = error;
+    t_lastError.about[0] = '\0';
+    return false;
+}
+
+bool fail(int error)
+{
+    return fail(static_cast<DWORD>(error));
+}
+
+bool fail(int error, const std::string& about)
+{
+    t_lastError.code = static_cast<DWORD>(error);
+    std::size_t length = about.copy(t_lastError.about, sizeof t_lastError.about - 1);
+    t_lastError.about[length] = '\0';
+    return false;
+}
+
+} // namespace tarnix_platform
+
+DWORD GetLastError()
+{
+    return t_lastError.code;
+}
+
+void SetLastError(DWORD error)
+{
+    tarnix_platform::fail(error);
+}
+
+DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*language*/,
+                     wchar_t* buffer, DWORD /*size*/, void* /*arguments*/)
+{
+    constexpr DWORD required = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
+    const char* known = systemText(error);
+    if ((flags & required) != required || buffer == nullptr || known == nullptr) {
+        tarnix_platform::fail(EINVAL);
+        return 0;
+    }
+    std::string text;
+    if (error == t_lastError.code && t_lastError.about[0] != '\0') {
+        text.append(t_lastError.about).append(": ");
+    }
+    const std::wstring wide = widen(text.append(known));
+    const std::size_t bytes = (wide.size() + 1) * sizeof(wchar_t);
+    void* memory = std::malloc(bytes);
+    if (memory == nullptr) {
+        tarnix_platform::fail(ENOMEM);
+        return 0;
+    }
+    std::memcpy(memory, wide.c_str(), bytes);
+    std::memcpy(buffer, &memory, sizeof memory);
+    return static_cast<DWORD>(wide.size());
+}
+
+HLOCAL LocalFree(HLOCAL memory)
+{
+    std::free(memory);
+    return nullptr;
+}

@@ -1,0 +1,20 @@
+// How the layer's operations leave an error behind.
+#ifndef TARNIX_PLATFORM_ERRORS_H
+#define TARNIX_PLATFORM_ERRORS_H
+
+#include "platform.h"
+
+#include <string>
+
+namespace tarnix_platform
+{
+
+// Sets the thread's last error and returns false, for `return fail(EBADF);`. `about` names what the
+// error is about; FormatMessageW puts it in front of the system's text.
+bool fail(int error);
+bool fail(int error, const std::string& about);
+bool fail(DWORD error);
+
+} // namespace tarnix_platform
+
+#endif

@@ -1,0 +1,163 @@
+// Handles: closing, duplicating, and the table behind them.
+#include "handles.h"
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace tarnix_platform
+{
+
+FastSlot g_fastSlots[maxHandles];
+
+namespace
+{
+
+// A handle is its place in the table and the turn of that place, so that a handle that was closed
+// does not name the next object of the same place. The low two bits are free, and neither null nor
+// INVALID_HANDLE_VALUE comes up.
+class HandleTable
+{
+public:
+    HANDLE open(std::shared_ptr<Object> object)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        std::size_t place = 0;
+        if (!m_Free.empty()) {
+            place = m_Free.back();
+            m_Free.pop_back();
+        } else if (m_Entries.size() < maxHandles) {
+            place = m_Entries.size();
+            m_Entries.emplace_back();
+            m_Free.reserve(m_Entries.capacity()); // so that close allocates nothing
+        } else {
+            fail(EMFILE);
+            return nullptr;
+        }
+        Entry& entry = m_Entries[place];
+        entry.turn = (entry.turn + 1) & maxTurn;
+        entry.object = std::move(object);
+        const HANDLE handle = encode(place, entry.turn);
+        fastSlot(handle).ahead.store(nullptr, std::memory_order_relaxed);
+        fastSlot(handle).owner.store(handle, std::memory_order_release);
+        return handle;
+    }
+
+    std::shared_ptr<Object> find(HANDLE handle)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        Entry* entry = entryOf(handle);
+        return entry == nullptr ? nullptr : entry->object;
+    }
+
+    std::shared_ptr<Object> close(HANDLE handle)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        Entry* entry = entryOf(handle);
+        if (entry == nullptr) {
+            return nullptr;
+        }
+        FastSlot& fast = fastSlot(handle);
+        fast.owner.store(nullptr, std::memory_order_release);
+        fast.ahead.store(nullptr, std::memory_order_release);
+        m_Free.push_back(static_cast<std::size_t>(entry - m_Entries.data()));
+        return std::move(entry->object);
+    }
+
+    std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        for (const Entry& entry : m_Entries) {
+            if (entry.object && test(*entry.object)) {
+                return entry.object;
+            }
+        }
+        return nullptr;
+    }
+
+private:
+    struct Entry {
+        std::uintptr_t turn = 0;
+        std::shared_ptr<Object> object;
+    };
+
+    static constexpr std::uintptr_t maxTurn = (std::uintptr_t{1} << 40) - 1;
+
+    // The turn stands above the place: place in bits 2 to 17, turn from bit 18.
+    static HANDLE encode(std::size_t place, std::uintptr_t turn)
+    {
+        return reinterpret_cast<HANDLE>((turn << 18) | (place << 2));
+    }
+
+    Entry* entryOf(HANDLE handle)
+    {
+        const std::size_t place = (reinterpret_cast<std::uintptr_t>(handle) >> 2) % maxHandles;
+        if (place >= m_Entries.size()) {
+            return nullptr;
+        }
+        Entry& entry = m_Entries[place];
+        return entry.object && encode(place, entry.turn) == handle ? &entry : nullptr;
+    }
+
+    std::mutex m_Mutex;
+    std::vector<Entry> m_Entries;
+    std::vector<std::size_t> m_Free;
+};
+
+// Never destroyed: handles may be closed by destructors that run while the process ends.
+HandleTable& table()
+{
+    static HandleTable& instance = *std::make_unique<HandleTable>().release();
+    return instance;
+}
+
+} // namespace
+
+HANDLE openHandle(std::shared_ptr<Object> object)
+{
+    return table().open(std::move(object));
+}
+
+std::shared_ptr<Object> objectOf(HANDLE handle)
+{
+    return table().find(handle);
+}
+
+std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
+{
+    return table().findIf(test);
+}
+
+} // namespace tarnix_platform
+
+BOOL CloseHandle(HANDLE handle)
+{
+    // The object's own end, which may wait for a child, comes outside the table's lock.
+    const std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::table().close(handle);
+    return object ? true : tarnix_platform::fail(EBADF);
+}
+
+HANDLE GetCurrentProcess()
+{
+    return INVALID_HANDLE_VALUE;
+}
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
+                     DWORD /*access*/, BOOL /*inherit*/, DWORD options)
+{
+    using tarnix_platform::fail;
+    if (sourceProcess != GetCurrentProcess() || targetProcess != GetCurrentProcess() ||
+        target == nullptr || options != DUPLICATE_SAME_ACCESS) {
+        return fail(EINVAL);
+    }
+    std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::objectOf(source);
+    if (!object) {
+        return fail(EBADF);
+    }
+    const HANDLE handle = tarnix_platform::openHandle(std::move(object));
+    if (handle == nullptr) {
+        return false;
+    }
+    *target = handle;
+    return true;
+}

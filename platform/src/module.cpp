@@ -1,0 +1,29 @@
+// Module loading: tells the library that it has been loaded, as the loader of the system that the
+// library was designed on does.
+#include "platform.h"
+
+#include <cerrno>
+#include <dlfcn.h>
+
+extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
+
+BOOL DisableThreadLibraryCalls(HMODULE module)
+{
+    if (module == nullptr) {
+        SetLastError(EINVAL);
+        return false;
+    }
+    return true;
+}
+
+namespace
+{
+
+__attribute__((constructor)) void attach()
+{
+    Dl_info info{};
+    dladdr(reinterpret_cast<void*>(&attach), &info);
+    DllMain(info.dli_fbase, DLL_PROCESS_ATTACH, nullptr);
+}
+
+} // namespace

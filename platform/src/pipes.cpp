@@ -1,0 +1,447 @@
+// Named pipes, overlapped reads and the events that they signal.
+#include "pipes.h"
+
+#include "waits.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <map>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <vector>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+// Blocks of read-ahead that no pipe uses at the moment.
+class AheadPool
+{
+public:
+    ReadAhead* take()
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_Free.empty()) {
+            m_All.push_back(std::make_unique<ReadAhead>());
+            m_Free.reserve(m_All.capacity());
+            return m_All.back().get();
+        }
+        ReadAhead* block = m_Free.back();
+        m_Free.pop_back();
+        return block;
+    }
+
+    void give(ReadAhead* block)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        block->writer.store(nullptr, std::memory_order_relaxed);
+        block->at.store(block->bytes, std::memory_order_relaxed);
+        block->end.store(block->bytes, std::memory_order_relaxed);
+        m_Free.push_back(block);
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::vector<std::unique_ptr<ReadAhead>> m_All;
+    std::vector<ReadAhead*> m_Free;
+};
+
+AheadPool& pool()
+{
+    static AheadPool& instance = *std::make_unique<AheadPool>().release();
+    return instance;
+}
+
+// The open server ends of each name.
+class PipeNames
+{
+public:
+    bool add(const std::shared_ptr<Pipe>& pipe, DWORD maxInstances)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        std::vector<std::weak_ptr<Pipe>>& instances = m_Names[pipe->name()];
+        if (instances.size() >= maxInstances) {
+            return fail(EBUSY, pipe->name());
+        }
+        instances.push_back(pipe);
+        return true;
+    }
+
+    void remove(const Pipe& pipe)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        const auto found = m_Names.find(pipe.name());
+        if (found == m_Names.end()) {
+            return;
+        }
+        auto& instances = found->second;
+        instances.erase(std::remove_if(instances.begin(), instances.end(),
+                                       [&pipe](const std::weak_ptr<Pipe>& entry) {
+                                           const auto other = entry.lock();
+                                           return !other || other.get() == &pipe;
+                                       }),
+                        instances.end());
+        if (instances.empty()) {
+            m_Names.erase(found);
+        }
+    }
+
+    std::shared_ptr<Pipe> connect(const std::string& name)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        const auto found = m_Names.find(name);
+        if (found == m_Names.end()) {
+            fail(ENOENT, name);
+            return nullptr;
+        }
+        for (const std::weak_ptr<Pipe>& entry : found->second) {
+            std::shared_ptr<Pipe> pipe = entry.lock();
+            if (pipe && !pipe->connected()) {
+                pipe->connect();
+                return pipe;
+            }
+        }
+        fail(EBUSY, name);
+        return nullptr;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::map<std::string, std::vector<std::weak_ptr<Pipe>>> m_Names;
+};
+
+PipeNames& names()
+{
+    static PipeNames& instance = *std::make_unique<PipeNames>().release();
+    return instance;
+}
+
+// Descriptors of the layer stay clear of 0, 1 and 2: a process that has closed one of these would
+// otherwise get a pipe there, and a child's start could not put its standard handles in place.
+bool moveAboveStandard(UniqueFd& fd)
+{
+    if (fd.get() > STDERR_FILENO) {
+        return true;
+    }
+    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (moved < 0) {
+        return fail(errno);
+    }
+    fd.reset(moved);
+    return true;
+}
+
+} // namespace
+
+// ---- Event -------------------------------------------------------------------------------------
+
+void Event::signal()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Signalled = true;
+}
+
+bool Event::consume()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return std::exchange(m_Signalled, false);
+}
+
+void Event::attach(const std::shared_ptr<Pipe>& pipe)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Source = pipe;
+    m_Signalled = false;
+}
+
+std::shared_ptr<Pipe> Event::source() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Source.lock();
+}
+
+// ---- Pipe --------------------------------------------------------------------------------------
+
+Pipe::~Pipe()
+{
+    closeClient();
+}
+
+bool Pipe::create()
+{
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return fail(errno);
+    }
+    m_ReadFd.reset(fds[0]);
+    m_WriteFd.reset(fds[1]);
+    if (!moveAboveStandard(m_ReadFd) || !moveAboveStandard(m_WriteFd)) {
+        return false;
+    }
+    m_Ahead = pool().take();
+    m_Ahead->at.store(m_Ahead->bytes, std::memory_order_relaxed);
+    m_Ahead->end.store(m_Ahead->bytes, std::memory_order_relaxed);
+    return true;
+}
+
+void Pipe::closeServer()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_WriteFd.reset();
+}
+
+void Pipe::closeClient()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Pending = PendingRead{};
+    m_ReadFd.reset();
+    if (m_Ahead != nullptr) {
+        pool().give(std::exchange(m_Ahead, nullptr));
+    }
+}
+
+void Pipe::seal()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    int waiting = 0;
+    if (m_Sealed || !m_ReadFd || ioctl(m_ReadFd.get(), FIONREAD, &waiting) != 0) {
+        return;
+    }
+    m_Sealed = true;
+    m_Left = static_cast<std::size_t>(std::max(waiting, 0));
+}
+
+// Brings bytes into the read-ahead, which is empty.
+ReadState Pipe::fill(int& error)
+{
+    if (m_Sealed && m_Left == 0) {
+        return ReadState::over;
+    }
+    if (!m_NonBlocking) {
+        // Only an end that is read here: one that a child gets as its input must block.
+        const int flags = fcntl(m_ReadFd.get(), F_GETFL);
+        if (flags < 0 || fcntl(m_ReadFd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
+            error = errno;
+            return ReadState::failed;
+        }
+        m_NonBlocking = true;
+    }
+    const std::size_t wanted =
+        m_Sealed ? std::min(m_Left, ReadAhead::capacity) : ReadAhead::capacity;
+    ssize_t got = 0;
+    do {
+        got = ::read(m_ReadFd.get(), m_Ahead->bytes, wanted);
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) {
+        error = errno;
+        return error == EAGAIN ? ReadState::empty : ReadState::failed;
+    }
+    if (got == 0) {
+        return ReadState::over;
+    }
+    if (m_Sealed) {
+        m_Left -= static_cast<std::size_t>(got);
+    }
+    m_Ahead->at.store(m_Ahead->bytes, std::memory_order_relaxed);
+    m_Ahead->end.store(m_Ahead->bytes + got, std::memory_order_relaxed);
+    return ReadState::data;
+}
+
+DWORD Pipe::take(void* buffer, DWORD size)
+{
+    const unsigned char* at = m_Ahead->at.load(std::memory_order_relaxed);
+    const unsigned char* end = m_Ahead->end.load(std::memory_order_relaxed);
+    const std::size_t count = std::min<std::size_t>(size, static_cast<std::size_t>(end - at));
+    std::memcpy(buffer, at, count);
+    m_Ahead->at.store(at + count, std::memory_order_relaxed);
+    return static_cast<DWORD>(count);
+}
+
+BOOL Pipe::read(const std::shared_ptr<Pipe>& self, void* buffer, DWORD size, DWORD* count,
+                OVERLAPPED* overlapped)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Pending.overlapped != nullptr) {
+        return fail(EBUSY);
+    }
+    int error = 0;
+    switch (m_Ahead->empty() ? fill(error) : ReadState::data) {
+    case ReadState::data:
+        *count = take(buffer, size);
+        overlapped->Internal = 0;
+        overlapped->InternalHigh = *count;
+        return true;
+    case ReadState::over:
+        overlapped->Internal = ERROR_BROKEN_PIPE;
+        return fail(ERROR_BROKEN_PIPE);
+    case ReadState::failed:
+        overlapped->Internal = static_cast<ULONG_PTR>(error);
+        return fail(error);
+    case ReadState::empty:
+        break;
+    }
+    m_Pending.event = std::dynamic_pointer_cast<Event>(objectOf(overlapped->hEvent));
+    if (m_Pending.event) {
+        m_Pending.event->attach(self);
+    }
+    m_Pending.buffer = buffer;
+    m_Pending.size = size;
+    m_Pending.overlapped = overlapped;
+    overlapped->Internal = ERROR_IO_PENDING;
+    overlapped->InternalHigh = 0;
+    return fail(ERROR_IO_PENDING);
+}
+
+void Pipe::finish(ULONG_PTR status, DWORD count)
+{
+    m_Pending.overlapped->InternalHigh = count;
+    m_Pending.overlapped->Internal = status;
+    if (m_Pending.event) {
+        m_Pending.event->signal();
+    }
+    m_Pending = PendingRead{};
+}
+
+ReadState Pipe::complete(bool alsoOver)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Pending.overlapped == nullptr) {
+        return ReadState::data;
+    }
+    int error = 0;
+    const ReadState state = m_Ahead->empty() ? fill(error) : ReadState::data;
+    if (state == ReadState::data) {
+        finish(0, take(m_Pending.buffer, m_Pending.size));
+    } else if (state == ReadState::over && alsoOver) {
+        finish(ERROR_BROKEN_PIPE, 0);
+    } else if (state == ReadState::failed) {
+        finish(static_cast<ULONG_PTR>(error), 0);
+    }
+    return state;
+}
+
+bool Pipe::pending() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Pending.overlapped != nullptr;
+}
+
+void Pipe::cancel()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Pending.overlapped != nullptr) {
+        m_Pending.overlapped->Internal = ECANCELED;
+        m_Pending = PendingRead{};
+    }
+}
+
+// ---- PipeEnd -----------------------------------------------------------------------------------
+
+PipeEnd::~PipeEnd()
+{
+    if (m_Side == Side::server) {
+        names().remove(*m_Pipe);
+        m_Pipe->closeServer();
+    } else {
+        m_Pipe->closeClient();
+    }
+}
+
+} // namespace tarnix_platform
+
+using tarnix_platform::fail;
+using tarnix_platform::Pipe;
+using tarnix_platform::PipeEnd;
+using tarnix_platform::Side;
+
+HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
+                    const char* /*name*/)
+{
+    if (manualReset || initialState) {
+        fail(ENOTSUP);
+        return nullptr;
+    }
+    return tarnix_platform::openHandle(std::make_shared<tarnix_platform::Event>());
+}
+
+HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DWORD maxInstances,
+                        DWORD /*outSize*/, DWORD /*inSize*/, DWORD /*defaultTimeout*/,
+                        SECURITY_ATTRIBUTES* /*attributes*/)
+{
+    static constexpr char prefix[] = R"(\\.\pipe\)";
+    if (name == nullptr || std::strncmp(name, prefix, sizeof prefix - 1) != 0 ||
+        (openMode & PIPE_ACCESS_DUPLEX) == 0) {
+        fail(EINVAL);
+        return INVALID_HANDLE_VALUE;
+    }
+    auto pipe = std::make_shared<Pipe>(name);
+    if (!pipe->create() || !tarnix_platform::names().add(pipe, maxInstances)) {
+        return INVALID_HANDLE_VALUE;
+    }
+    const HANDLE handle =
+        tarnix_platform::openHandle(std::make_shared<PipeEnd>(std::move(pipe), Side::server));
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+}
+
+HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
+                   SECURITY_ATTRIBUTES* /*attributes*/, DWORD disposition, DWORD /*flags*/,
+                   HANDLE /*templateFile*/)
+{
+    if (name == nullptr || access != GENERIC_READ || disposition != OPEN_EXISTING) {
+        fail(EINVAL);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::shared_ptr<Pipe> pipe = tarnix_platform::names().connect(name);
+    if (!pipe) {
+        return INVALID_HANDLE_VALUE;
+    }
+    const HANDLE handle =
+        tarnix_platform::openHandle(std::make_shared<PipeEnd>(std::move(pipe), Side::client));
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+}
+
+BOOL tarnix_platform::readFile(HANDLE file, void* buffer, DWORD size, DWORD* count,
+                               OVERLAPPED* overlapped)
+{
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+    if (!end) {
+        return false;
+    }
+    if (end->side() != Side::client) {
+        return fail(EBADF);
+    }
+    if (buffer == nullptr || size == 0 || count == nullptr || overlapped == nullptr) {
+        return fail(EINVAL);
+    }
+    const BOOL result = end->pipe()->read(end->pipe(), buffer, size, count, overlapped);
+    fastSlot(file).ahead.store(end->pipe()->ahead(), std::memory_order_release);
+    return result;
+}
+
+BOOL tarnix_platform::overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
+{
+    if (overlapped->Internal == ERROR_IO_PENDING) {
+        const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+        if (!end) {
+            return false;
+        }
+        if (!awaitRead(*end->pipe(), wait != 0)) {
+            return fail(ERROR_IO_PENDING);
+        }
+    }
+    *count = static_cast<DWORD>(overlapped->InternalHigh);
+    return overlapped->Internal == 0 ? true : fail(static_cast<DWORD>(overlapped->Internal));
+}
+
+BOOL CancelIo(HANDLE file)
+{
+    const std::shared_ptr<PipeEnd> end = tarnix_platform::find<PipeEnd>(file);
+    if (!end) {
+        return false;
+    }
+    end->pipe()->cancel();
+    return true;
+}

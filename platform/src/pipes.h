@@ -1,0 +1,110 @@
+// Pipes: the kernel's pipe, what was read ahead of it, its two ends, and the pending read.
+#ifndef TARNIX_PLATFORM_PIPES_H
+#define TARNIX_PLATFORM_PIPES_H
+
+#include "handles.h"
+#include "uniquefd.h"
+
+#include <mutex>
+#include <string>
+
+namespace tarnix_platform
+{
+
+class Pipe;
+
+// Auto-reset. Only a pending read signals it.
+class Event : public Object
+{
+public:
+    void signal();
+    bool consume();
+    // A read on this pipe will signal the event. Clears what an earlier read left.
+    void attach(const std::shared_ptr<Pipe>& pipe);
+    std::shared_ptr<Pipe> source() const;
+
+private:
+    mutable std::mutex m_Mutex;
+    std::weak_ptr<Pipe> m_Source;
+    bool m_Signalled = false;
+};
+
+enum class ReadState { data, empty, over, failed };
+
+class Pipe
+{
+public:
+    explicit Pipe(std::string name) : m_Name(std::move(name)) {}
+    ~Pipe();
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    bool create();
+    const std::string& name() const { return m_Name; }
+    int readFd() const { return m_ReadFd.get(); }
+    int writeFd() const { return m_WriteFd.get(); }
+    ReadAhead* ahead() const { return m_Ahead; }
+
+    // Under the lock of the pipe names.
+    bool connected() const { return m_Connected; }
+    void connect() { m_Connected = true; }
+
+    void closeServer();
+    void closeClient();
+
+    // The child that writes here has ended: what stands in the pipe now is the rest of its output.
+    void seal();
+
+    BOOL read(const std::shared_ptr<Pipe>& self, void* buffer, DWORD size, DWORD* count,
+              OVERLAPPED* overlapped);
+    void cancel();
+
+    // Ends the pending read if it can be ended now. `data`: a byte came, or no read is pending any
+    // more. With `alsoOver` false a pipe that is over leaves the read pending.
+    ReadState complete(bool alsoOver);
+    bool pending() const;
+
+private:
+    struct PendingRead {
+        void* buffer = nullptr;
+        DWORD size = 0;
+        OVERLAPPED* overlapped = nullptr;
+        std::shared_ptr<Event> event;
+    };
+
+    ReadState fill(int& error);
+    DWORD take(void* buffer, DWORD size);
+    void finish(ULONG_PTR status, DWORD count);
+
+    const std::string m_Name;
+    mutable std::mutex m_Mutex;
+    UniqueFd m_ReadFd;
+    UniqueFd m_WriteFd;
+    ReadAhead* m_Ahead = nullptr;
+    PendingRead m_Pending;
+    std::size_t m_Left = 0; // bytes that may still be read once the pipe is sealed
+    bool m_Sealed = false;
+    bool m_NonBlocking = false;
+    bool m_Connected = false;
+};
+
+enum class Side { server, client };
+
+class PipeEnd : public Object
+{
+public:
+    PipeEnd(std::shared_ptr<Pipe> pipe, Side side) : m_Pipe(std::move(pipe)), m_Side(side) {}
+    ~PipeEnd() override;
+
+    const std::shared_ptr<Pipe>& pipe() const { return m_Pipe; }
+    Side side() const { return m_Side; }
+    int fd() const { return m_Side == Side::server ? m_Pipe->writeFd() : m_Pipe->readFd(); }
+
+private:
+    const std::shared_ptr<Pipe> m_Pipe;
+    const Side m_Side;
+};
+
+} // namespace tarnix_platform
+
+#endif

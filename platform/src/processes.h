@@ -1,0 +1,47 @@
+// Children and their ends.
+#ifndef TARNIX_PLATFORM_PROCESSES_H
+#define TARNIX_PLATFORM_PROCESSES_H
+
+#include "pipes.h"
+#include "spawn.h"
+
+namespace tarnix_platform
+{
+
+class Process : public Object
+{
+public:
+    Process(Child child, std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
+    ~Process() override;
+
+    int pidfd() const { return m_Child.pidfd.get(); }
+
+    // Looks whether the child has ended. The first look that finds it so reaps it and seals its
+    // output.
+    bool ended();
+
+    // Only while the child has not been seen to end, so that its id, and that of its group, cannot
+    // name anything else.
+    bool isRunning(DWORD pid) const;
+    bool signalGroup(int signal);
+    bool kill(UINT status);
+
+    BOOL exitStatus(DWORD* status);
+
+private:
+    bool look();
+    bool send(int signal);
+
+    mutable std::mutex m_Mutex;
+    Child m_Child;
+    const std::weak_ptr<Pipe> m_Outputs[2];
+    bool m_Ended = false;
+    bool m_StatusKnown = false;
+    bool m_Killed = false;
+    UINT m_KillStatus = 0;
+    DWORD m_Status = 0;
+};
+
+} // namespace tarnix_platform
+
+#endif

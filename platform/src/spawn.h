@@ -1,0 +1,30 @@
+// Starts one child. Everything is prepared before the child exists.
+#ifndef TARNIX_PLATFORM_SPAWN_H
+#define TARNIX_PLATFORM_SPAWN_H
+
+#include "uniquefd.h"
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace tarnix_platform
+{
+
+struct ChildPlan {
+    std::vector<std::string> words;
+    std::string directory; // empty: the caller's
+    int standard[3];       // all above 2
+};
+
+struct Child {
+    pid_t pid = -1;
+    UniqueFd pidfd;
+};
+
+// False with the last error set, and no child left, when any step up to the program's start failed.
+bool spawn(const ChildPlan& plan, Child& child);
+
+} // namespace tarnix_platform
+
+#endif

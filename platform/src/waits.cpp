@@ -1,0 +1,222 @@
+// Waits for processes and for the reads behind events.
+#include "waits.h"
+
+#include "processes.h"
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <poll.h>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+class Deadline
+{
+public:
+    explicit Deadline(DWORD milliseconds)
+        : m_Limited(milliseconds != INFINITE),
+          m_End(m_Limited && milliseconds > 0
+                    ? Clock::now() + std::chrono::milliseconds(milliseconds)
+                    : Clock::time_point{}),
+          m_Immediate(milliseconds == 0)
+    {
+    }
+
+    // For poll: rounded up, so that a wait never ends early, and cut to what an int holds.
+    int left() const
+    {
+        if (!m_Limited) {
+            return -1;
+        }
+        if (m_Immediate) {
+            return 0;
+        }
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(m_End - Clock::now());
+        return static_cast<int>(std::clamp<std::int64_t>(rest.count(), 0, INT_MAX));
+    }
+
+    bool passed() const { return left() == 0; }
+
+private:
+    bool m_Limited;
+    Clock::time_point m_End;
+    bool m_Immediate;
+};
+
+class Waiter
+{
+public:
+    // False for a handle that cannot be waited for.
+    bool add(HANDLE handle)
+    {
+        const std::shared_ptr<Object> object = objectOf(handle);
+        Entry& entry = m_Entries[m_Count];
+        entry.process = std::dynamic_pointer_cast<Process>(object);
+        entry.event = std::dynamic_pointer_cast<Event>(object);
+        ++m_Count;
+        return entry.process || entry.event ? true : fail(EBADF);
+    }
+
+    DWORD wait(const Deadline& deadline)
+    {
+        DWORD index = look(); // an event may be signalled already
+        if (index != WAIT_TIMEOUT) {
+            return index;
+        }
+        for (;;) {
+            const bool timeLeft = pollAll(deadline);
+            index = look();
+            if (index != WAIT_TIMEOUT || !timeLeft) {
+                return index;
+            }
+        }
+    }
+
+private:
+    struct Entry {
+        std::shared_ptr<Process> process;
+        std::shared_ptr<Event> event;
+        bool ready = false;
+    };
+
+    // Marks what has something to look at. False when the time is up. Being interrupted counts as
+    // time left: the caller looks and polls again.
+    bool pollAll(const Deadline& deadline)
+    {
+        pollfd fds[MAXIMUM_WAIT_OBJECTS];
+        for (DWORD i = 0; i < m_Count; ++i) {
+            fds[i] = pollfd{m_Entries[i].process ? m_Entries[i].process->pidfd()
+                                                 : descriptorBehind(*m_Entries[i].event),
+                            POLLIN, 0};
+        }
+        const int count = ::poll(fds, static_cast<nfds_t>(m_Count), deadline.left());
+        for (DWORD i = 0; i < m_Count; ++i) {
+            m_Entries[i].ready = count > 0 && fds[i].revents != 0;
+        }
+        return count > 0 || !deadline.passed();
+    }
+
+    static int descriptorBehind(const Event& event)
+    {
+        const std::shared_ptr<Pipe> pipe = event.source();
+        return pipe && pipe->pending() ? pipe->readFd() : -1;
+    }
+
+    // What has happened, in its order: the ends of children are taken note of first, which seals
+    // their output; a read that still gets a byte came before them; a read that finds nothing any
+    // more comes after them.
+    DWORD look()
+    {
+        bool anyEnded = false;
+        for (DWORD i = 0; i < m_Count; ++i) {
+            Entry& entry = m_Entries[i];
+            entry.ready = entry.ready && (!entry.process || entry.process->ended());
+            anyEnded = anyEnded || (entry.process && entry.ready);
+        }
+        for (DWORD i = 0; i < m_Count; ++i) {
+            const Entry& entry = m_Entries[i];
+            if (entry.event && readEnded(*entry.event, entry.ready || anyEnded, !anyEnded)) {
+                return WAIT_OBJECT_0 + i;
+            }
+        }
+        for (DWORD i = 0; i < m_Count; ++i) {
+            if (m_Entries[i].process && m_Entries[i].ready) {
+                return WAIT_OBJECT_0 + i;
+            }
+        }
+        return WAIT_TIMEOUT;
+    }
+
+    static bool readEnded(Event& event, bool worthTrying, bool alsoOver)
+    {
+        if (worthTrying) {
+            if (const std::shared_ptr<Pipe> pipe = event.source()) {
+                pipe->complete(alsoOver);
+            }
+        }
+        return event.consume();
+    }
+
+    Entry m_Entries[MAXIMUM_WAIT_OBJECTS];
+    DWORD m_Count = 0;
+};
+
+} // namespace
+
+bool awaitDescriptor(int fd, DWORD milliseconds)
+{
+    const Deadline deadline(milliseconds);
+    for (;;) {
+        pollfd one{fd, POLLIN, 0};
+        if (::poll(&one, 1, deadline.left()) > 0) {
+            return true;
+        }
+        if (deadline.passed()) {
+            return false;
+        }
+    }
+}
+
+bool awaitRead(Pipe& pipe, bool wait)
+{
+    while (pipe.complete(true) == ReadState::empty) {
+        if (!wait) {
+            return false;
+        }
+        awaitDescriptor(pipe.readFd(), INFINITE);
+    }
+    return true;
+}
+
+} // namespace tarnix_platform
+
+using tarnix_platform::fail;
+
+namespace
+{
+
+// What stands in the read-ahead was written before the child's end, which has not come yet for
+// whoever reads it.
+bool outputUnread(HANDLE process)
+{
+    const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(process);
+    const tarnix_platform::ReadAhead* ahead = fast.ahead.load(std::memory_order_acquire);
+    return ahead != nullptr && fast.owner.load(std::memory_order_relaxed) == process &&
+           ahead->writer.load(std::memory_order_relaxed) == process && !ahead->empty();
+}
+
+} // namespace
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
+{
+    if (milliseconds == 0 && outputUnread(handle)) {
+        return WAIT_TIMEOUT;
+    }
+    return WaitForMultipleObjectsEx(1, &handle, false, milliseconds, false);
+}
+
+DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
+                               BOOL alertable)
+{
+    if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || handles == nullptr) {
+        fail(EINVAL);
+        return WAIT_FAILED;
+    }
+    if (alertable || (waitAll && count > 1)) {
+        fail(ENOTSUP);
+        return WAIT_FAILED;
+    }
+    tarnix_platform::Waiter waiter;
+    for (DWORD i = 0; i < count; ++i) {
+        if (!waiter.add(handles[i])) {
+            return WAIT_FAILED;
+        }
+    }
+    return waiter.wait(tarnix_platform::Deadline(milliseconds));
+}
