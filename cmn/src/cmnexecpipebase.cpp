@@ -1,0 +1,121 @@
+// The loop of a run: start, read lines, close.
+#include "cmnexecpipebase.h"
+
+namespace tarnix_cmn_4_4
+{
+
+namespace
+{
+
+constexpr int lineBufferSize = 8192;
+constexpr long closeSeconds = 10;
+
+} // namespace
+
+CCmnExecPipeBase::CCmnExecPipeBase() : m_AbortRequested(0) {}
+
+CCmnExecPipeBase::CCmnExecPipeBase(std::vector<std::string> extraList) : m_AbortRequested(0)
+{
+    for (const std::string& entry : extraList) {
+        m_ExtraList.push_back(entry);
+    }
+}
+
+CCmnExecPipeBase::CCmnExecPipeBase(const CCmnExecPipeBase& other)
+    : CCmnTraceable(other),
+      m_AbortRequested(other.m_AbortRequested.load()),
+      m_ExtraList(other.m_ExtraList),
+      m_ContextFunctions(other.m_ContextFunctions),
+      m_LastError(other.m_LastError),
+      m_User(other.m_User),
+      m_Password(other.m_Password),
+      m_Extra(other.m_Extra)
+{
+}
+
+CCmnExecPipeBase& CCmnExecPipeBase::operator=(const CCmnExecPipeBase& other)
+{
+    if (this != &other) {
+        CCmnTraceable::operator=(other);
+        m_AbortRequested = other.m_AbortRequested.load();
+        m_ExtraList = other.m_ExtraList;
+        m_ContextFunctions = other.m_ContextFunctions;
+        m_LastError = other.m_LastError;
+        m_User = other.m_User;
+        m_Password = other.m_Password;
+        m_Extra = other.m_Extra;
+    }
+    return *this;
+}
+
+CCmnExecPipeBase::~CCmnExecPipeBase() = default;
+
+int CCmnExecPipeBase::IsAbortRequested()
+{
+    return m_AbortRequested.load(std::memory_order_relaxed);
+}
+
+int CCmnExecPipeBase::IsChildContext()
+{
+    return 0;
+}
+
+int CCmnExecPipeBase::ExecCommandInChildContext(std::string /*command*/,
+                                                std::vector<std::string>& /*output*/)
+{
+    return 0;
+}
+
+int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string extra,
+                           unsigned long seconds, std::string workingDirectory, std::string user,
+                           std::string password)
+{
+    std::vector<char> buffer(lineBufferSize);
+    m_User = user;
+    m_Password = password;
+    m_Extra = extra;
+    if (IsChildContext() != 0) {
+        return ExecCommandInChildContext(command, output);
+    }
+    const int started = ExecPipe(command, workingDirectory);
+    if (started != 0) {
+        return started;
+    }
+    output.clear();
+    int timedOut = 0;
+    for (int more = 1; more != 0;) {
+        buffer[0] = '\0';
+        if (IsAbortRequested() != 0) {
+            break;
+        }
+        more = ReadLine(buffer.data(), lineBufferSize - 1, &timedOut, static_cast<long>(seconds));
+        if (timedOut == 1) {
+            // The child stays as it is: the destructor's Close stops it.
+            m_LastError = ECmnExecPipe(command, ECmnExecPipe::READ_TIMEOUT);
+            return ECmnExecPipe::READ_TIMEOUT;
+        }
+        if (more == 1) {
+            output.emplace_back(buffer.data());
+        }
+    }
+    return Close(closeSeconds);
+}
+
+void CCmnExecPipeBase::Abort()
+{
+    m_AbortRequested.store(1, std::memory_order_relaxed);
+}
+
+void CCmnExecPipeBase::Init() {}
+
+ECmnExecPipe CCmnExecPipeBase::getLastError()
+{
+    return m_LastError;
+}
+
+void CCmnExecPipeBase::registerContextFunctions(ContextCall /*call*/, ContextText /*text*/,
+                                                ContextFree /*release*/)
+{
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,484 @@
+// Runs on named pipes: starting the child, reading its lines, waiting for it and stopping it.
+#include "cmnexecpipewindows.h"
+
+#include "TX_strings.h"
+#include "cmnstringtool.h"
+#include "cmntracelog.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+
+namespace tarnix_cmn_4_4
+{
+
+CCmnLock CCmnExecPipeWindows::m_Lock;
+
+namespace
+{
+
+constexpr char readEventStem[] = "CCmnExecPipeWindows_ReadEvent";
+constexpr char inputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_InputPipeName)";
+constexpr char outputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_OutputPipeName)";
+
+constexpr int failureTraceLevel = 1;
+constexpr long closeSeconds = 10;
+constexpr long longestStage = 30;
+constexpr UINT killedStatus = 1067; // the system's ERROR_PROCESS_ABORTED
+constexpr int startRefused = 3; // result of a start that an ECmnExecPipe ended, whatever its code
+
+bool isValid(HANDLE handle)
+{
+    return handle != INVALID_HANDLE_VALUE;
+}
+
+void closeAndForget(HANDLE& handle)
+{
+    if (isValid(handle)) {
+        CloseHandle(handle);
+        handle = INVALID_HANDLE_VALUE;
+    }
+}
+
+DWORD toMilliseconds(long seconds)
+{
+    return static_cast<DWORD>(seconds) * 1000U;
+}
+
+void GetSystemErrorText(const DWORD& error, std::wstring& text)
+{
+    wchar_t* buffer = nullptr;
+    const DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        nullptr, error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+        reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+    text.assign(length > 0 ? buffer : L"");
+    LocalFree(buffer);
+}
+
+std::string GetPointerText(const void* pointer)
+{
+    char text[30];
+    TX_snprintf(text, sizeof text, "%p", pointer);
+    return text;
+}
+
+// The address and the clock keep the names of concurrent runners apart.
+std::string objectName(const char* stem, const void* runner, std::time_t now)
+{
+    char name[256];
+    TX_snprintf(name, sizeof name, "%s_%s_%lu", stem, GetPointerText(runner).c_str(),
+                static_cast<unsigned long>(static_cast<std::uint32_t>(now)));
+    return name;
+}
+
+} // namespace
+
+// The ends that only the start needs. They are closed on every way out of it.
+struct CCmnExecPipeWindows::StartHandles {
+    explicit StartHandles(CCmnExecPipeWindows& owner) : runner(owner) {}
+    ~StartHandles()
+    {
+        runner.FlushHandles(outputServer, errorCopy, inputClient, inputServer, outputClient);
+    }
+    StartHandles(const StartHandles&) = delete;
+    StartHandles& operator=(const StartHandles&) = delete;
+
+    CCmnExecPipeWindows& runner;
+    HANDLE outputServer = INVALID_HANDLE_VALUE;
+    HANDLE errorCopy = INVALID_HANDLE_VALUE;
+    HANDLE inputClient = INVALID_HANDLE_VALUE;
+    HANDLE inputServer = INVALID_HANDLE_VALUE;
+    HANDLE outputClient = INVALID_HANDLE_VALUE;
+};
+
+CCmnExecPipeWindows::CCmnExecPipeWindows()
+{
+    CCmnExecPipeWindows::Init();
+}
+
+CCmnExecPipeWindows::CCmnExecPipeWindows(std::vector<std::string> extraList)
+    : CCmnExecPipeBase(std::move(extraList))
+{
+    CCmnExecPipeWindows::Init();
+}
+
+CCmnExecPipeWindows::CCmnExecPipeWindows(const CCmnExecPipeWindows& other)
+    : CCmnExecPipeBase(other), m_Command(other.m_Command)
+{
+    CCmnExecPipeWindows::Init();
+    m_LastSystemError = other.m_LastSystemError;
+}
+
+CCmnExecPipeWindows& CCmnExecPipeWindows::operator=(const CCmnExecPipeWindows& other)
+{
+    if (this != &other) {
+        Close(closeSeconds);
+        CCmnExecPipeBase::operator=(other);
+        m_Command = other.m_Command;
+        Init();
+        m_LastSystemError = other.m_LastSystemError;
+    }
+    return *this;
+}
+
+CCmnExecPipeWindows::~CCmnExecPipeWindows()
+{
+    try {
+        CCmnExecPipeWindows::Close(closeSeconds);
+    } catch (...) {
+        // Only the making of a record can fail, for want of memory, and nobody is left to read it.
+    }
+}
+
+void CCmnExecPipeWindows::Init()
+{
+    if (isValid(m_ProcessHandle) || isValid(m_OutputHandle) || isValid(m_InputHandle) ||
+        m_RightAdded != 0) {
+        Close(closeSeconds);
+    }
+    closeAndForget(m_ReadEvent);
+    const std::string name = objectName(readEventStem, this, std::time(nullptr));
+    m_ReadEvent = CreateEventA(nullptr, false, false, name.c_str());
+    m_LastSystemError = 0;
+    m_ProcessId = static_cast<DWORD>(-1);
+    m_AccountSid = nullptr;
+    m_PolicyHandle = INVALID_HANDLE_VALUE;
+    m_UserToken = INVALID_HANDLE_VALUE;
+    m_ExitStatus.reset();
+}
+
+bool CCmnExecPipeWindows::getExitStatus(int& status) const
+{
+    if (!m_ExitStatus) {
+        return false;
+    }
+    status = *m_ExitStatus;
+    return true;
+}
+
+// ---- Start -------------------------------------------------------------------------------------
+
+int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirectory)
+{
+    // What a run that never came to Close left behind would otherwise be lost.
+    ClosePipes();
+    EndChild();
+    m_Command = command;
+    m_ExitStatus.reset();
+    StartHandles handles(*this);
+    try {
+        const int failed = MakePipes(handles);
+        if (failed != ECmnExecPipe::SUCCESS) {
+            m_LastError = ECmnExecPipe(command, failed);
+            return failed;
+        }
+        m_UserToken = m_User.empty() ? INVALID_HANDLE_VALUE : Impersonate();
+        CreateChildProcess(command, handles.inputClient, handles.outputServer, handles.errorCopy,
+                           workingDirectory);
+        return ECmnExecPipe::SUCCESS;
+    } catch (const ECmnExecPipe& refusal) {
+        m_LastError = refusal;
+        return startRefused;
+    } catch (...) {
+        m_LastError = ECmnExecPipe(command, ECmnExecPipe::ERROR_UNEXPECTED);
+        return ECmnExecPipe::ERROR_UNEXPECTED;
+    }
+}
+
+// Two pipes: the child writes to the server end of the output pipe, twice, and reads from the
+// client end of the input pipe; the runner keeps the other ends. Returns 0 or a record's code.
+int CCmnExecPipeWindows::MakePipes(StartHandles& handles)
+{
+    SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, true};
+    const std::time_t now = std::time(nullptr);
+    const std::string inputName = objectName(inputPipeStem, this, now);
+    const std::string outputName = objectName(outputPipeStem, this, now);
+    const auto makePipe = [&](const std::string& name, HANDLE& client, HANDLE& server) {
+        const DWORD error = GetNamedPipeHandles(name.c_str(), &client, &server, &attributes);
+        if (error != 0) {
+            std::printf("GetNamedPipeHandles() FAILED with error code (%d)\n",
+                        static_cast<int>(error));
+        }
+        return error == 0;
+    };
+    const auto duplicate = [](HANDLE source, HANDLE& target, bool inherit) {
+        return DuplicateHandle(GetCurrentProcess(), source, GetCurrentProcess(), &target, 0,
+                               inherit, DUPLICATE_SAME_ACCESS);
+    };
+    const auto close = [](HANDLE& handle) {
+        const HANDLE closed = handle;
+        handle = INVALID_HANDLE_VALUE;
+        return CloseHandle(closed);
+    };
+    if (!makePipe(outputName, handles.outputClient, handles.outputServer)) {
+        return ECmnExecPipe::CREATE_PIPE_FAILED;
+    }
+    if (!duplicate(handles.outputServer, handles.errorCopy, true)) {
+        return ECmnExecPipe::DUPLICATE_HANDLE_FAILED;
+    }
+    if (!makePipe(inputName, handles.inputClient, handles.inputServer)) {
+        return ECmnExecPipe::CREATE_PIPE_FAILED;
+    }
+    if (!duplicate(handles.inputServer, m_InputHandle, false) ||
+        !duplicate(handles.outputClient, m_OutputHandle, false)) {
+        return ECmnExecPipe::DUPLICATE_HANDLE_FAILED;
+    }
+    if (!close(handles.inputServer) || !close(handles.outputClient)) {
+        return ECmnExecPipe::CLOSE_HANDLE_FAILED;
+    }
+    return ECmnExecPipe::SUCCESS;
+}
+
+DWORD CCmnExecPipeWindows::GetNamedPipeHandles(const char* name, HANDLE* clientEnd,
+                                               HANDLE* serverEnd, SECURITY_ATTRIBUTES* attributes)
+{
+    constexpr DWORD maxInstances = 4;
+    constexpr DWORD defaultTimeout = 3000; // milliseconds
+    *serverEnd =
+        CreateNamedPipeA(name, PIPE_ACCESS_DUPLEX | WRITE_DAC | WRITE_OWNER | FILE_FLAG_OVERLAPPED,
+                         PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, maxInstances, 0, 0,
+                         defaultTimeout, attributes);
+    if (!isValid(*serverEnd)) {
+        return PipeFailed("CCmnExecPipeWindows::GetNamedPipeHandles ERROR: CreateNamedPipeA "
+                          "failed, Error Code: %d, Reason: %S");
+    }
+    *clientEnd = CreateFileA(name, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                             FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_READONLY,
+                             nullptr);
+    if (!isValid(*clientEnd)) {
+        return PipeFailed("CCmnExecPipeWindows::GetNamedPipeHandles ERROR: CreateFileA failed, "
+                          "Error Code: %d, Reason: %S");
+    }
+    return 0;
+}
+
+DWORD CCmnExecPipeWindows::PipeFailed(const char* format)
+{
+    m_LastSystemError = GetLastError();
+    TraceSystemError(format, m_LastSystemError);
+    return m_LastSystemError;
+}
+
+// The format takes the number of the error and its text.
+void CCmnExecPipeWindows::TraceSystemError(const char* format, DWORD error)
+{
+    CCmnTraceLog* log = m_TraceLog.get();
+    if (log != nullptr) {
+        std::wstring text;
+        GetSystemErrorText(error, text);
+        log->trace(failureTraceLevel, format, static_cast<int>(error), text.c_str());
+    }
+}
+
+int CCmnExecPipeWindows::CreateChildProcess(std::string& command, HANDLE standardInput,
+                                            HANDLE standardOutput, HANDLE standardError,
+                                            std::string workingDirectory)
+{
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = standardInput;
+    startup.hStdOutput = standardOutput;
+    startup.hStdError = standardError;
+    PROCESS_INFORMATION child{};
+    const char* directory = workingDirectory.empty() ? nullptr : workingDirectory.c_str();
+    if (!CreateProcessA(nullptr, command.data(), nullptr, nullptr, true,
+                        CREATE_NO_WINDOW | CREATE_NEW_PROCESS_GROUP | NORMAL_PRIORITY_CLASS,
+                        nullptr, directory, &startup, &child)) {
+        std::wstring text;
+        GetSystemErrorText(GetLastError(), text);
+        throw ECmnExecPipe(command, ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED, text);
+    }
+    m_ProcessId = child.dwProcessId;
+    m_ProcessHandle = child.hProcess;
+    CloseHandle(child.hThread);
+    return 0;
+}
+
+void CCmnExecPipeWindows::FlushHandles(HANDLE first, HANDLE second, HANDLE third, HANDLE fourth,
+                                       HANDLE fifth)
+{
+    for (HANDLE handle : {first, second, third, fourth, fifth}) {
+        closeAndForget(handle);
+    }
+}
+
+void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
+{
+    const std::size_t bytes = text.size() * sizeof(wchar_t);
+    target.Length = static_cast<std::uint16_t>(bytes);
+    target.MaximumLength = static_cast<std::uint16_t>(bytes + sizeof(wchar_t));
+    target.Buffer = const_cast<wchar_t*>(text.c_str());
+}
+
+// A change of identity is refused: nothing may run under the caller's identity in its place.
+HANDLE CCmnExecPipeWindows::Impersonate()
+{
+    throw ECmnExecPipe(m_User, ECmnExecPipe::CANNOT_IMPERSONATE);
+}
+
+// ---- Reading -----------------------------------------------------------------------------------
+
+int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long seconds)
+{
+    *timedOut = 0;
+    if (!isValid(m_OutputHandle) || !isValid(m_ReadEvent)) {
+        return 0;
+    }
+    if (ChildHasEnded()) {
+        seconds = 0; // only what is in the pipe is read
+    }
+    OVERLAPPED read{};
+    read.hEvent = m_ReadEvent;
+    int count = 0;
+    while (count < size) {
+        DWORD got = 0;
+        if (!ReadFile(m_OutputHandle, buffer + count, 1, &got, &read) &&
+            !AwaitByte(read, seconds, timedOut)) {
+            break;
+        }
+        if (!GetOverlappedResult(m_OutputHandle, &read, &got, true)) {
+            TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: GetOverlappedResult failed, "
+                             "Error Code: %d, Reason: %S",
+                             GetLastError());
+            break;
+        }
+        if (got == 0) {
+            break;
+        }
+        if (buffer[count] == '\n') {
+            const bool carriageReturn = count > 0 && buffer[count - 1] == '\r';
+            buffer[carriageReturn ? count - 1 : count] = '\0';
+            return 1;
+        }
+        ++count;
+    }
+    buffer[count] = '\0';
+    return count > 0 ? 1 : 0;
+}
+
+// From the moment this is true the status is no longer seen by Close; getExitStatus still tells it.
+bool CCmnExecPipeWindows::ChildHasEnded()
+{
+    if (!isValid(m_ProcessHandle)) {
+        return true;
+    }
+    if (WaitForSingleObject(m_ProcessHandle, 0) != WAIT_OBJECT_0) {
+        return false;
+    }
+    ReadExitStatus();
+    closeAndForget(m_ProcessHandle);
+    return true;
+}
+
+// After a ReadFile that gave false: waits for the byte. False when the output is over or did not
+// come in time.
+bool CCmnExecPipeWindows::AwaitByte(OVERLAPPED& read, long seconds, int* timedOut)
+{
+    const DWORD error = GetLastError();
+    if (error != ERROR_IO_PENDING) {
+        TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: ReadFile failed, Error Code: %d, "
+                         "Reason: %S",
+                         error);
+        return false;
+    }
+    DWORD woken = WAIT_OBJECT_0;
+    if (seconds != 0) {
+        const HANDLE awaited[] = {m_ProcessHandle, m_ReadEvent};
+        woken = WaitForMultipleObjectsEx(2, awaited, false, toMilliseconds(seconds), false);
+        if (woken != WAIT_OBJECT_0 && woken != WAIT_TIMEOUT) {
+            return true;
+        }
+    }
+    // The read's state and its byte lie on the stack of ReadLine: nothing may write to them later.
+    DWORD count = 0;
+    CancelIo(m_OutputHandle);
+    GetOverlappedResult(m_OutputHandle, &read, &count, true);
+    *timedOut = woken == WAIT_TIMEOUT ? 1 : 0;
+    return false;
+}
+
+void CCmnExecPipeWindows::TraceReadFailure(const char* format, DWORD error)
+{
+    if (error != ERROR_BROKEN_PIPE) {
+        TraceSystemError(format, error);
+    }
+}
+
+// ---- Waiting and closing -----------------------------------------------------------------------
+
+int CCmnExecPipeWindows::WaitPid(long seconds)
+{
+    static constexpr DWORD stages[] = {CTRL_C_EVENT, CTRL_BREAK_EVENT};
+    constexpr int attempts = 3;
+    if (!isValid(m_ProcessHandle)) {
+        return -1;
+    }
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        const DWORD woken = WaitForSingleObject(m_ProcessHandle, toMilliseconds(seconds));
+        if (woken == WAIT_OBJECT_0) {
+            return ReadExitStatus();
+        }
+        if (woken == WAIT_FAILED || (woken == WAIT_TIMEOUT && attempt == attempts - 1)) {
+            TerminateProcess(m_ProcessHandle, killedStatus);
+            m_ExitStatus = static_cast<int>(killedStatus);
+            return static_cast<int>(killedStatus);
+        }
+        if (woken == WAIT_TIMEOUT) {
+            GenerateConsoleCtrlEvent(stages[attempt], m_ProcessId);
+            seconds = seconds > longestStage ? longestStage : seconds;
+        }
+    }
+    return -1;
+}
+
+int CCmnExecPipeWindows::ReadExitStatus()
+{
+    DWORD status = 0;
+    if (!GetExitCodeProcess(m_ProcessHandle, &status)) {
+        return -1;
+    }
+    m_ExitStatus = static_cast<int>(status);
+    return *m_ExitStatus;
+}
+
+int CCmnExecPipeWindows::Close(long /*seconds*/)
+{
+    ClosePipes();
+    const int result = EndChild();
+    closeAndForget(m_ReadEvent);
+    m_ProcessId = static_cast<DWORD>(-1);
+    return result;
+}
+
+void CCmnExecPipeWindows::ClosePipes()
+{
+    closeAndForget(m_OutputHandle);
+    closeAndForget(m_InputHandle);
+}
+
+// Returns 0 or the code of the record that it left.
+int CCmnExecPipeWindows::EndChild()
+{
+    if (!isValid(m_ProcessHandle)) {
+        return ECmnExecPipe::SUCCESS;
+    }
+    const int status = WaitPid(closeSeconds);
+    closeAndForget(m_ProcessHandle);
+    if (status < 0) {
+        m_LastError =
+            ECmnExecPipe(m_Command, ECmnExecPipe::ERROR_UNEXPECTED, L"Error in WaitPid()");
+        return ECmnExecPipe::ERROR_UNEXPECTED;
+    }
+    if (status > 0) {
+        char text[100];
+        TX_snprintf(text, sizeof text, "Command exited with status %d", status);
+        m_LastError = ECmnExecPipe(m_Command, ECmnExecPipe::CMD_FAILED,
+                                   CCmnStringTool::str2wstr(std::string(text)), status);
+        return ECmnExecPipe::CMD_FAILED;
+    }
+    return ECmnExecPipe::SUCCESS;
+}
+
+} // namespace tarnix_cmn_4_4
