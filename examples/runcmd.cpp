@@ -1,0 +1,166 @@
+// Runs a command and shows its lines, its outcome and the record of what failed.
+#include "cmnconfiguration.h"
+#include "cmnexecpipewindows.h"
+#include "cmnpathtool.h"
+#include "cmnstringtool.h"
+#include "cmntracelog.h"
+#include "platform_registry.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+constexpr char usage[] =
+    "usage: runcmd [--timeout S] [--dir D] [--trace NAME] [--user U] [--registry FILE] -- "
+    "COMMAND...\n"
+    "  --timeout S      longest wait for the next byte of output, in seconds (default 60)\n"
+    "  --dir D          run the command in the directory D\n"
+    "  --trace NAME     keep a trace file of that name\n"
+    "  --user U         run the command as the local user U\n"
+    "  --registry FILE  take the install directory from FILE\n"
+    "exit status: 0 the command ended with status 0, 1 it did not, 2 wrong usage\n";
+
+struct Options {
+    unsigned long timeout = 60;
+    std::string directory;
+    std::string trace;
+    std::string user;
+    std::vector<std::string> words;
+};
+
+bool readSeconds(const char* text, unsigned long& seconds)
+{
+    char* end = nullptr;
+    errno = 0;
+    seconds = std::strtoul(text, &end, 10);
+    return errno == 0 && *text >= '0' && *text <= '9' && *end == '\0';
+}
+
+bool readOptions(int argc, char** argv, Options& options)
+{
+    int at = 1;
+    for (; at < argc && std::strcmp(argv[at], "--") != 0; at += 2) {
+        const std::string name = argv[at];
+        if (at + 1 == argc) {
+            return false;
+        }
+        const char* value = argv[at + 1];
+        if (name == "--timeout") {
+            if (!readSeconds(value, options.timeout)) {
+                return false;
+            }
+        } else if (name == "--dir") {
+            options.directory = value;
+        } else if (name == "--trace") {
+            options.trace = value;
+        } else if (name == "--user") {
+            options.user = value;
+        } else if (name == "--registry") {
+            TxSetRegistryFile(value);
+        } else {
+            return false;
+        }
+    }
+    if (at + 1 >= argc) {
+        return false;
+    }
+    options.words.assign(argv + at + 1, argv + argc);
+    return true;
+}
+
+std::string quoted(const std::string& word)
+{
+    static constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                    "_-+=/.,:%@";
+    if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
+        return word;
+    }
+    return "'" + CCmnStringTool::searchreplace(word, "'", R"('\'')") + "'";
+}
+
+// The runner takes one text and splits it by the shell's rules: quoted like this, every word comes
+// out as it went in.
+std::string commandText(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        text += text.empty() ? quoted(word) : " " + quoted(word);
+    }
+    return text;
+}
+
+using TracePointer = CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>;
+
+// The trace's configuration file tells where its lines go.
+std::string tracePath(const std::string& name)
+{
+    tstr directory;
+    tstr file;
+    CCmnPathTool::getConfigFileInfo(CCmnStringTool::str2tstr(name), directory, file);
+    CCmnConfiguration settings(directory.c_str(), file.c_str(), true);
+    settings.getStringValue(L"DEBUG_TRACE_INFO", L"TRACEDIR", directory);
+    settings.getStringValue(L"DEBUG_TRACE_INFO", L"TRACEFILE", file);
+    return CCmnStringTool::tstr2str(directory + file);
+}
+
+void showRecord(int result, CCmnExecPipeWindows& runner)
+{
+    std::cerr << "result:      " << result << '\n';
+    int status = 0;
+    if (runner.getExitStatus(status)) {
+        std::cerr << "exit status: " << status << '\n';
+    }
+    const ECmnExecPipe record = runner.getLastError();
+    std::cerr << "record:      " << record.getCode() << ' ' << ECmnExecPipe::keyOf(record.getCode())
+              << '\n';
+    if (record.getCode() != ECmnExecPipe::SUCCESS) {
+        std::cerr << "subject:     " << record.getSubject() << '\n';
+    }
+    if (!record.getDescription().empty()) {
+        std::cerr << "description: " << CCmnStringTool::wstr2str(record.getDescription()) << '\n';
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::setlocale(LC_ALL, "");
+    Options options;
+    if (!readOptions(argc, argv, options)) {
+        std::cerr << usage;
+        return 2;
+    }
+    CCmnExecPipeWindows runner;
+    TracePointer log(!options.trace.empty());
+    if (log.get() != nullptr) {
+        log.get()->initialize(CCmnStringTool::str2tstr(options.trace), tstr(), tstr(), 1, false);
+        runner.setTraceLog(log);
+        log.get()->trace(1, "run %s", commandText(options.words).c_str());
+    }
+    std::vector<std::string> lines;
+    const int result = runner.Exec(commandText(options.words), lines, "", options.timeout,
+                                   options.directory, options.user, "");
+    for (const std::string& line : lines) {
+        std::cout << line << '\n';
+    }
+    std::cout.flush();
+    showRecord(result, runner);
+    if (log.get() != nullptr) {
+        log.get()->trace(1, "%zu lines, result %d, record %s", lines.size(), result,
+                         ECmnExecPipe::keyOf(runner.getLastError().getCode()));
+        std::cerr << "trace:       " << tracePath(options.trace) << '\n';
+    }
+    int status = 0;
+    const bool ended = runner.getExitStatus(status) && status == 0;
+    return result == 0 && ended && std::cout ? 0 : 1;
+}

@@ -1,0 +1,42 @@
+# What the scripts share: packages, builds, and where things lie. Sourced with the tree as $root.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+
+build_packages=(cmake ninja-build g++ pkg-config libace-dev libicu-dev icu-devtools libxerces-c-dev)
+test_packages=(libgtest-dev libgmock-dev)
+bench_packages=(libbenchmark-dev)
+check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
+
+# Installs those of the named packages that are missing. Needs root only if there are any.
+need() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "Missing packages; install them as root: apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}"
+    apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
+
+# build PRESET [cmake option ...]: configures and builds into build/PRESET.
+build() {
+    local preset=$1 log
+    shift
+    mkdir -p build
+    log=build/$preset.log
+    if ! cmake --preset "$preset" "$@" >"$log" 2>&1 || ! cmake --build --preset "$preset" >>"$log" 2>&1
+    then
+        tail -n 60 "$log" >&2
+        echo "The build of preset $preset failed; its whole output is in $log" >&2
+        exit 1
+    fi
+}
