@@ -1,5 +1,6 @@
 // Keeps settings in a text file: defaults of the program, with what the file says over them.
 #include "cmnconfiguration.h"
+#include "cmnpathtool.h"
 #include "cmnstringtool.h"
 
 #include <clocale>
@@ -16,16 +17,46 @@ constexpr char usage[] =
     "Takes the values given as defaults, merges the file over them, shows the outcome and writes\n"
     "it back to the file.\n";
 
-std::wstring wide(const char* text)
+// False for a text that the locale cannot read: it must not become an empty one.
+bool widen(const char* text, std::wstring& wide)
 {
-    return CCmnStringTool::str2wstr(std::string(text));
+    wide = CCmnStringTool::str2wstr(std::string(text));
+    return !wide.empty() || *text == '\0';
 }
 
 bool setDefault(CCmnConfiguration& settings, char** words)
 {
+    std::wstring texts[3];
+    for (int i = 0; i < 3; ++i) {
+        if (!widen(words[i], texts[i])) {
+            return false;
+        }
+    }
     ACE_Configuration_Section_Key section;
-    return settings.openSection(wide(words[0]).c_str(), section, 1) == 0 &&
-           settings.setStringValue(wide(words[1]).c_str(), CCmnStringTool::str2tstr(words[2])) == 0;
+    return settings.openSection(texts[0].c_str(), section, 1) == 0 &&
+           settings.setStringValue(texts[1].c_str(), CCmnStringTool::wstr2tstr(texts[2])) == 0;
+}
+
+std::string printable(const tstr& text)
+{
+    return CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(text));
+}
+
+void showValues(CCmnConfiguration& settings, const ACE_Configuration_Section_Key& section,
+                const std::string& indent)
+{
+    ACE_TString key; // names in the heap are UTF-8
+    ACE_Configuration::VALUETYPE type = ACE_Configuration::INVALID;
+    for (int i = 0; settings.configHeap().enumerate_values(section, i, key, type) == 0; ++i) {
+        const tstr name = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(key.c_str()));
+        tstr text;
+        unsigned int number = 0;
+        if (settings.getStringValue(name.c_str(), text) == 0) {
+            std::cout << indent << key.c_str() << " = " << printable(text) << '\n';
+        } else if (settings.getIntegerValue(name.c_str(), number) == 0) {
+            std::cout << indent << key.c_str() << " = " << number << '\n';
+        }
+    }
 }
 
 void show(CCmnConfiguration& settings, const ACE_Configuration_Section_Key& parent,
@@ -34,18 +65,8 @@ void show(CCmnConfiguration& settings, const ACE_Configuration_Section_Key& pare
     for (const tstr& name : settings.enumerateSections(parent)) {
         ACE_Configuration_Section_Key section;
         settings.openSection(parent, name.c_str(), section, 0);
-        std::cout << indent << '[' << CCmnStringTool::tstr2str(name) << "]\n";
-        ACE_TString key; // names in the heap are UTF-8
-        ACE_Configuration::VALUETYPE type = ACE_Configuration::INVALID;
-        ACE_Configuration_Heap& heap = settings.configHeap();
-        for (int i = 0; heap.enumerate_values(section, i, key, type) == 0; ++i) {
-            tstr value;
-            if (settings.getStringValue(CCmnStringTool::str2tstr(key.c_str()).c_str(), value) ==
-                0) {
-                std::cout << indent << "  " << key.c_str() << " = "
-                          << CCmnStringTool::tstr2str(value) << '\n';
-            }
-        }
+        std::cout << indent << '[' << printable(name) << "]\n";
+        showValues(settings, section, indent + "  ");
         show(settings, section, indent + "  ");
     }
 }
@@ -54,8 +75,10 @@ void show(CCmnConfiguration& settings, const ACE_Configuration_Section_Key& pare
 
 int main(int argc, char** argv)
 {
-    std::setlocale(LC_ALL, "");
-    if (argc < 3 || argc % 3 != 0) {
+    std::setlocale(LC_CTYPE, "");
+    std::wstring directory;
+    std::wstring file;
+    if (argc < 3 || argc % 3 != 0 || !widen(argv[1], directory) || !widen(argv[2], file)) {
         std::cerr << usage;
         return 2;
     }
@@ -66,8 +89,14 @@ int main(int argc, char** argv)
             return 1;
         }
     }
-    if (settings.importConfig(wide(argv[1]).c_str(), wide(argv[2]).c_str()) != 0) {
-        std::wcerr << L"settings: " << settings.getLastError().getMessage() << L'\n';
+    if (settings.importConfig(directory.c_str(), file.c_str()) != 0) {
+        std::cerr << "settings: "
+                  << CCmnStringTool::wstr2str(std::wstring(settings.getLastError().getMessage()))
+                  << '\n';
+        // A file that cannot be read must not be overwritten; one that is missing is made.
+        if (CCmnPathTool::verify((directory + file).c_str()) == 0) {
+            return 1;
+        }
     }
     show(settings, settings.configHeap().root_section(), "");
     if (settings.exportConfig() != 0) {

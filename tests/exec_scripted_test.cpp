@@ -145,6 +145,7 @@ TEST_F(Scripted, Reads)
         {{'a', '\n', 'b'}, {}, 7, 0, {"a", "b"}, "", 0},
         {{'a', Script::readError}, {}, 7, 0, {"a"}, readTrace, 0},
         {{'a', Script::resultError}, {}, 7, 0, {"a"}, resultTrace, 0},
+        {{'a', Script::resultBroken}, {}, 7, 0, {"a"}, "", 0},
         {{'a', Script::emptyResult}, {}, 7, 0, {"a"}, "", 0},
         // A wait of an odd result goes on to the outcome of the read.
         {{'a', Script::pending}, {WAIT_FAILED}, 7, 0, {"a"}, resultTrace, 0},

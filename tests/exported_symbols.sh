@@ -4,7 +4,7 @@ set -euo pipefail
 
 symbols=$(nm -DC --defined-only "$1" | cut -d' ' -f3-)
 foreign=$(grep -vE '^((typeinfo( name)?|vtable|VTT) for |(virtual|non-virtual) thunk to )?tarnix_cmn_4_4::' \
-    <<<"$symbols" | grep -vxF 'TxSetRegistryFile(char const*)' || true)
+    <<<"$symbols" | grep -vxE 'TxSet(Registry|Rights)File\(char const\*\)' || true)
 if [ -n "$foreign" ]; then
     printf 'foreign symbols:\n%s\n' "$foreign"
     exit 1

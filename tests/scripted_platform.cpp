@@ -123,7 +123,8 @@ BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD* count, OVERLA
 
 BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED* overlapped, DWORD* count, BOOL)
 {
-    script.lastError = script.error;
+    script.lastError =
+        overlapped->Offset == Script::resultBroken ? ERROR_BROKEN_PIPE : script.error;
     *count = overlapped->Offset < 256 ? 1 : 0;
     return overlapped->Offset < 256 || overlapped->Offset == Script::emptyResult;
 }

@@ -17,7 +17,7 @@ struct Script {
     DWORD error = 13; // of every failed call
 
     // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do.
-    enum Read { pending = 256, broken, readError, resultError, emptyResult };
+    enum Read { pending = 256, broken, readError, resultError, resultBroken, emptyResult };
     std::deque<int> reads;           // when empty: broken
     std::deque<DWORD> multipleWaits; // when empty: 1, the read has finished
     std::deque<DWORD> singleWaits;   // of the process, those with time 0 left out; then ended

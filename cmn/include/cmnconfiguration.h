@@ -16,9 +16,13 @@ namespace tarnix_cmn_4_4
 
 // The file is UTF-8 in every locale and has the format of ACE_Registry_ImpExp: a section is a line
 // with its whole path in square brackets, parts separated by backslashes; its values follow, one a
-// line, as "name"="text" or "name"=dword: and eight hexadecimal digits. Lines that begin with ';'
-// or
+// line, as "name"="text" or "name"=dword: and eight hexadecimal digits. Lines that begin with ';' or
 // '#' are comments, which an export does not keep.
+//
+// What the format cannot carry: a line end in any text, a '"' in the name of a value, and values of
+// the root section; the store takes them, but they do not come back from the file. A last line
+// without its line end is not read. Names are refused when they are longer than 255 bytes of UTF-8
+// or hold '[' or ']', those of values also with a backslash; so is the empty name of a section.
 //
 // Operations that give an int give 0 for success and otherwise the non-zero code of what failed;
 // nothing throws but exhausted memory. A null text counts as an empty one. The short get and set

@@ -67,14 +67,16 @@ public:
     // line end, cut at a 0 byte; a line of 8191 bytes or more comes in pieces of at most 8191.
     //
     // `seconds` is the longest wait for the next byte of output, not a limit on the whole run; 0
-    // never waits: what is there is read and the run is ended. An empty `workingDirectory` is the
+    // never waits: what is there is read and the run is ended; more than 4294967 overflows and
+    // waits shorter. An empty `workingDirectory` is the
     // caller's own. With a `user` the command runs as that local user. `extra` is kept with the
     // object and read by nothing.
     //
     // Returns 0 when the command ran and ended with status 0, or with a status that was not seen
     // (it ended before the last line was read; getExitStatus of the platform class tells it). Other
     // results: 11, the command ended with another status; 5, no output came within `seconds`: the
-    // child still runs and is stopped when the object is destroyed; 8, something unexpected; 1 to
+    // child still runs and is stopped when the object is destroyed or used again, which can take
+    // 30 seconds; 8, something unexpected, after which `output` may be as it was; 1 to
     // 3, the start failed and `output` is as it was. An abort has no result of its own.
     // getLastError tells more; for a result of 3 its code says what the start failed on.
     //

@@ -140,8 +140,12 @@ void CCmnExecPipeWindows::Init()
     closeAndForget(m_ReadEvent);
     const std::string name = objectName(readEventStem, this, std::time(nullptr));
     m_ReadEvent = CreateEventA(nullptr, false, false, name.c_str());
+    if (m_ReadEvent == nullptr) {
+        m_ReadEvent = INVALID_HANDLE_VALUE; // nothing is read then, rather than without a time-out
+    }
     m_LastSystemError = 0;
     m_ProcessId = static_cast<DWORD>(-1);
+    m_RightAdded = 0;
     m_AccountSid = nullptr;
     m_PolicyHandle = INVALID_HANDLE_VALUE;
     m_UserToken = INVALID_HANDLE_VALUE;
@@ -348,8 +352,10 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
             break;
         }
         if (buffer[count] == '\n') {
-            const bool carriageReturn = count > 0 && buffer[count - 1] == '\r';
-            buffer[carriageReturn ? count - 1 : count] = '\0';
+            buffer[count] = '\0';
+            if (count > 0 && buffer[count - 1] == '\r') {
+                buffer[count - 1] = '\0';
+            }
             return 1;
         }
         ++count;
@@ -421,8 +427,11 @@ int CCmnExecPipeWindows::WaitPid(long seconds)
             return ReadExitStatus();
         }
         if (woken == WAIT_FAILED || (woken == WAIT_TIMEOUT && attempt == attempts - 1)) {
-            TerminateProcess(m_ProcessHandle, killedStatus);
-            m_ExitStatus = static_cast<int>(killedStatus);
+            if (TerminateProcess(m_ProcessHandle, killedStatus)) {
+                m_ExitStatus = static_cast<int>(killedStatus);
+            } else {
+                ReadExitStatus(); // it may have ended just before
+            }
             return static_cast<int>(killedStatus);
         }
         if (woken == WAIT_TIMEOUT) {

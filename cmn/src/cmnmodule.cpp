@@ -3,7 +3,8 @@
 
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 
-// The library keeps nothing for each thread, so it need not be told of them. There is nothing else
+// Nothing that the library has for a thread needs a start or an end, so it need not be told of
+// them. There is nothing else
 // to set up, and nothing to do when the library goes.
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/)
 {

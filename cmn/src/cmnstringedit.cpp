@@ -145,7 +145,8 @@ std::string CCmnStringTool::searchreplace(const std::string& text, const std::st
         place += search.size();
         rest = place;
     } while (findMatch(place, end, search));
-    return result.append(rest, static_cast<std::size_t>(place - rest));
+    result.append(rest, static_cast<std::size_t>(place - rest));
+    return result;
 }
 
 std::vector<std::string> CCmnStringTool::tokenize(const std::string& text,

@@ -89,7 +89,10 @@ struct SECURITY_ATTRIBUTES {
 
 // Closes one handle; the object goes with its last handle. A handle that is closed already or was
 // never given out is refused with EBADF, and no other object is touched. Closing a process whose
-// child still runs leaves the child running; it is reaped in the course of later operations.
+// child still runs leaves the child running; it is reaped by the next start, wait or closing that
+// comes after its end. After TerminateProcess closing waits for the child's end, at most 2 seconds.
+// Closing a client end ends its pending read with ECANCELED; but while another thread waits for
+// that read the end stays open until the wait is over.
 BOOL CloseHandle(HANDLE handle);
 
 // Another handle of the same object. Both processes must be the current one and the options
@@ -159,7 +162,7 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 // Gives up the pending read of a client end. When this returns, nothing writes to its buffer any
-// more and its result is ECANCELED.
+// more and its result is ECANCELED; the event is not signalled.
 BOOL CancelIo(HANDLE file);
 
 // ---- Processes ---------------------------------------------------------------------------------
@@ -196,7 +199,9 @@ struct PROCESS_INFORMATION {
 // with an error whose text tells what it was about, for: an empty command or an unclosed quote
 // (EINVAL), a program or directory that is missing, not executable or not permitted, a handle that
 // is no pipe end, no process or descriptor left. The failed child is gone then. The caller closes
-// both handles of `information`.
+// both handles of `information`, which stays as it was after a failure. A file that is no program
+// and lacks "#!" is refused (ENOEXEC). The environment, PATH included, is read without a lock: no
+// other thread may change it meanwhile.
 BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES* process,
                     SECURITY_ATTRIBUTES* thread, BOOL inheritHandles, DWORD flags,
                     void* environment, const char* directory, STARTUPINFOA* startup,
@@ -233,6 +238,117 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 // wrote it, so its event wins; with an empty or broken pipe the process wins.
 DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
                                BOOL alertable);
+
+// ---- Identity ----------------------------------------------------------------------------------
+
+constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
+constexpr DWORD LOGON32_LOGON_NETWORK = 3;
+constexpr DWORD LOGON32_LOGON_BATCH = 4;
+constexpr DWORD LOGON32_PROVIDER_DEFAULT = 0;
+constexpr DWORD POLICY_CREATE_ACCOUNT = 0x010;
+constexpr DWORD POLICY_LOOKUP_NAMES = 0x800;
+
+using NTSTATUS = std::int32_t;
+enum TOKEN_INFORMATION_CLASS { TokenUser = 1 };
+
+struct OSVERSIONINFOW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    wchar_t szCSDVersion[128];
+};
+
+struct SID_AND_ATTRIBUTES {
+    PSID Sid;
+    DWORD Attributes;
+};
+
+struct TOKEN_USER {
+    SID_AND_ATTRIBUTES User;
+};
+
+struct LSA_OBJECT_ATTRIBUTES {
+    DWORD Length;
+    HANDLE RootDirectory;
+    LSA_UNICODE_STRING* ObjectName;
+    DWORD Attributes;
+    void* SecurityDescriptor;
+    void* SecurityQualityOfService;
+};
+
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;
+    WORD wDayOfWeek;
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+
+struct FILETIME {
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
+
+// The platform id of a system with logon rights and the lowest build that knows batch logons; the
+// version is that of the kernel.
+BOOL GetVersionExW(OSVERSIONINFOW* information);
+
+// Authenticates a local account (domain ".") and checks that it may be used, through PAM under the
+// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the store. The
+// token carries the account's name, user id, group id and groups. On failure the token is null, so
+// that no start can take the refusal for "no change of identity", and the reason stands in the
+// error text of CreateProcessAsUserA with that token too. EPERM: this process may not take another
+// identity. The layer's copies of the password are wiped.
+BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
+                DWORD provider, HANDLE* token);
+
+// The account of a token: a TOKEN_USER at the start of the buffer, and behind it the SID that it
+// points to, so that the buffer must outlive the SID's use. Only TokenUser exists. `*length`
+// receives the size that is needed.
+BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
+                         DWORD* length);
+
+// CreateProcessA as the token's user: the child gets its groups, group and user for good before it
+// enters the directory and starts the program, and the pipe ends become that user's. A null token
+// is that of a refused logon: false, with the reason of the thread's last refusal.
+BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
+                          SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
+                          BOOL inheritHandles, DWORD flags, void* environment,
+                          const char* directory, STARTUPINFOA* startup,
+                          PROCESS_INFORMATION* information);
+
+// The rights of accounts stand in a text file, a line "account right" for each. Lines of another
+// form stay as they are. A change happens under a file lock and replaces the file whole, so neither
+// a crash nor a full disk loses a line, and several processes may change it at once. All return a
+// status, which LsaNtStatusToWinError turns into 0 or an error.
+NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
+                       DWORD access, LSA_HANDLE* policy);
+// An account without any right gives ENOENT. LsaFreeMemory frees the array.
+NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
+                                   DWORD* count);
+NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
+                             DWORD count);
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL allRights,
+                                LSA_UNICODE_STRING* rights, DWORD count);
+NTSTATUS LsaFreeMemory(void* memory);
+NTSTATUS LsaClose(LSA_HANDLE policy);
+DWORD LsaNtStatusToWinError(NTSTATUS status);
+
+// Names another rights file for this process; null or "" goes back to the default place. Callable
+// from any thread; exported.
+__attribute__((visibility("default"))) void TxSetRightsFile(const char* path);
+
+// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
+void GetSystemTime(SYSTEMTIME* time);
+BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks);
+
+// With 0: gives up the rest of the time slice.
+void Sleep(DWORD milliseconds);
 
 // ---- Modules -----------------------------------------------------------------------------------
 

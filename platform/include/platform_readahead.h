@@ -18,16 +18,18 @@ namespace tarnix_platform
 struct ReadAhead {
     static constexpr std::size_t capacity = 64 * 1024; // the kernel's pipe holds as much
 
-    std::atomic<const unsigned char*> at{nullptr};
-    std::atomic<const unsigned char*> end{nullptr};
-    std::atomic<HANDLE> writer{nullptr}; // the child that writes here
+    // Places in `bytes`; nothing is there when `at` is not below `end`. Whoever uses one checks it,
+    // so that two threads which read one end against the rules get wrong bytes and nothing worse.
+    std::atomic<std::uint32_t> at{0};
+    std::atomic<std::uint32_t> end{0};
+    std::atomic<HANDLE> writer{nullptr}; // first handle of the child that writes here
     unsigned char bytes[capacity];
 
     ReadAhead() {} // leaves the bytes as they are
 
     bool empty() const
     {
-        return at.load(std::memory_order_relaxed) == end.load(std::memory_order_relaxed);
+        return at.load(std::memory_order_relaxed) >= end.load(std::memory_order_relaxed);
     }
 };
 
@@ -35,7 +37,9 @@ struct ReadAhead {
 // closed or reused one never matches.
 struct FastSlot {
     std::atomic<HANDLE> owner{nullptr};
-    std::atomic<ReadAhead*> ahead{nullptr};
+    std::atomic<ReadAhead*> ahead{nullptr};  // of a client end: what can be read
+    std::atomic<ReadAhead*> output{nullptr}; // of a process: where its output is read,
+    std::atomic<HANDLE> writer{nullptr};     // as long as this is its writer
 };
 
 constexpr std::size_t maxHandles = std::size_t{1} << 16;
@@ -57,9 +61,9 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
     const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(file);
     tarnix_platform::ReadAhead* ahead = fast.ahead.load(std::memory_order_acquire);
     if (ahead != nullptr && size == 1 && fast.owner.load(std::memory_order_relaxed) == file) {
-        const unsigned char* at = ahead->at.load(std::memory_order_relaxed);
-        if (at != ahead->end.load(std::memory_order_relaxed)) {
-            *static_cast<unsigned char*>(buffer) = *at;
+        const std::uint32_t at = ahead->at.load(std::memory_order_relaxed);
+        if (at < ahead->end.load(std::memory_order_relaxed)) {
+            *static_cast<unsigned char*>(buffer) = ahead->bytes[at];
             ahead->at.store(at + 1, std::memory_order_relaxed);
             *count = 1;
             overlapped->Internal = 0;

@@ -1,6 +1,8 @@
 // Handles: closing, duplicating, and the table behind them.
 #include "handles.h"
 
+#include "processes.h"
+
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -38,7 +40,6 @@ public:
         entry.turn = (entry.turn + 1) & maxTurn;
         entry.object = std::move(object);
         const HANDLE handle = encode(place, entry.turn);
-        fastSlot(handle).ahead.store(nullptr, std::memory_order_relaxed);
         fastSlot(handle).owner.store(handle, std::memory_order_release);
         return handle;
     }
@@ -60,8 +61,26 @@ public:
         FastSlot& fast = fastSlot(handle);
         fast.owner.store(nullptr, std::memory_order_release);
         fast.ahead.store(nullptr, std::memory_order_release);
+        fast.output.store(nullptr, std::memory_order_release);
         m_Free.push_back(static_cast<std::size_t>(entry - m_Entries.data()));
         return std::move(entry->object);
+    }
+
+    void setAhead(HANDLE handle, ReadAhead* ahead)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (entryOf(handle) != nullptr) {
+            fastSlot(handle).ahead.store(ahead, std::memory_order_release);
+        }
+    }
+
+    void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (entryOf(handle) != nullptr) {
+            fastSlot(handle).writer.store(writer, std::memory_order_relaxed);
+            fastSlot(handle).output.store(output, std::memory_order_release);
+        }
     }
 
     std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
@@ -123,6 +142,16 @@ std::shared_ptr<Object> objectOf(HANDLE handle)
     return table().find(handle);
 }
 
+void setAhead(HANDLE handle, ReadAhead* ahead)
+{
+    table().setAhead(handle, ahead);
+}
+
+void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer)
+{
+    table().setOutput(handle, output, writer);
+}
+
 std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
 {
     return table().findIf(test);
@@ -133,8 +162,13 @@ std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
 BOOL CloseHandle(HANDLE handle)
 {
     // The object's own end, which may wait for a child, comes outside the table's lock.
-    const std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::table().close(handle);
-    return object ? true : tarnix_platform::fail(EBADF);
+    std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::table().close(handle);
+    if (!object) {
+        return tarnix_platform::fail(EBADF);
+    }
+    object.reset();
+    tarnix_platform::reapOrphans();
+    return true;
 }
 
 HANDLE GetCurrentProcess()
@@ -158,6 +192,9 @@ BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, 
     if (handle == nullptr) {
         return false;
     }
+    const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(source);
+    tarnix_platform::setOutput(handle, fast.output.load(std::memory_order_acquire),
+                               fast.writer.load(std::memory_order_relaxed));
     *target = handle;
     return true;
 }

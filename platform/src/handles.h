@@ -24,6 +24,10 @@ public:
 // A new handle of the object; null with the last error set when none is left.
 HANDLE openHandle(std::shared_ptr<Object> object);
 
+// Where the short road finds what it needs, if the handle is still open at that moment.
+void setAhead(HANDLE handle, ReadAhead* ahead);
+void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer);
+
 // The object of an open handle, or null.
 std::shared_ptr<Object> objectOf(HANDLE handle);
 

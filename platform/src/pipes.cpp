@@ -38,8 +38,8 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         block->writer.store(nullptr, std::memory_order_relaxed);
-        block->at.store(block->bytes, std::memory_order_relaxed);
-        block->end.store(block->bytes, std::memory_order_relaxed);
+        block->end.store(0, std::memory_order_relaxed);
+        block->at.store(0, std::memory_order_relaxed);
         m_Free.push_back(block);
     }
 
@@ -62,11 +62,11 @@ public:
     bool add(const std::shared_ptr<Pipe>& pipe, DWORD maxInstances)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        std::vector<std::weak_ptr<Pipe>>& instances = m_Names[pipe->name()];
-        if (instances.size() >= maxInstances) {
+        const auto found = m_Names.find(pipe->name());
+        if ((found == m_Names.end() ? 0 : found->second.size()) >= maxInstances) {
             return fail(EBUSY, pipe->name());
         }
-        instances.push_back(pipe);
+        m_Names[pipe->name()].push_back(pipe);
         return true;
     }
 
@@ -119,21 +119,6 @@ PipeNames& names()
     return instance;
 }
 
-// Descriptors of the layer stay clear of 0, 1 and 2: a process that has closed one of these would
-// otherwise get a pipe there, and a child's start could not put its standard handles in place.
-bool moveAboveStandard(UniqueFd& fd)
-{
-    if (fd.get() > STDERR_FILENO) {
-        return true;
-    }
-    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (moved < 0) {
-        return fail(errno);
-    }
-    fd.reset(moved);
-    return true;
-}
-
 } // namespace
 
 // ---- Event -------------------------------------------------------------------------------------
@@ -150,14 +135,14 @@ bool Event::consume()
     return std::exchange(m_Signalled, false);
 }
 
-void Event::attach(const std::shared_ptr<Pipe>& pipe)
+void Event::attach(const std::shared_ptr<PipeEnd>& end)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Source = pipe;
+    m_Source = end;
     m_Signalled = false;
 }
 
-std::shared_ptr<Pipe> Event::source() const
+std::shared_ptr<PipeEnd> Event::source() const
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     return m_Source.lock();
@@ -182,8 +167,6 @@ bool Pipe::create()
         return false;
     }
     m_Ahead = pool().take();
-    m_Ahead->at.store(m_Ahead->bytes, std::memory_order_relaxed);
-    m_Ahead->end.store(m_Ahead->bytes, std::memory_order_relaxed);
     return true;
 }
 
@@ -196,10 +179,21 @@ void Pipe::closeServer()
 void Pipe::closeClient()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Pending = PendingRead{};
+    if (m_Pending.overlapped != nullptr) {
+        finish(ECANCELED, 0);
+    }
     m_ReadFd.reset();
     if (m_Ahead != nullptr) {
         pool().give(std::exchange(m_Ahead, nullptr));
+    }
+}
+
+void Pipe::setWriter(HANDLE process)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Ahead != nullptr) {
+        m_Ahead->writer.store(process, std::memory_order_relaxed);
+        setOutput(process, m_Ahead, process);
     }
 }
 
@@ -245,22 +239,22 @@ ReadState Pipe::fill(int& error)
     if (m_Sealed) {
         m_Left -= static_cast<std::size_t>(got);
     }
-    m_Ahead->at.store(m_Ahead->bytes, std::memory_order_relaxed);
-    m_Ahead->end.store(m_Ahead->bytes + got, std::memory_order_relaxed);
+    m_Ahead->at.store(0, std::memory_order_relaxed);
+    m_Ahead->end.store(static_cast<std::uint32_t>(got), std::memory_order_relaxed);
     return ReadState::data;
 }
 
 DWORD Pipe::take(void* buffer, DWORD size)
 {
-    const unsigned char* at = m_Ahead->at.load(std::memory_order_relaxed);
-    const unsigned char* end = m_Ahead->end.load(std::memory_order_relaxed);
-    const std::size_t count = std::min<std::size_t>(size, static_cast<std::size_t>(end - at));
-    std::memcpy(buffer, at, count);
+    const std::uint32_t end = m_Ahead->end.load(std::memory_order_relaxed);
+    const std::uint32_t at = std::min(m_Ahead->at.load(std::memory_order_relaxed), end);
+    const DWORD count = std::min(size, end - at);
+    std::memcpy(buffer, m_Ahead->bytes + at, count);
     m_Ahead->at.store(at + count, std::memory_order_relaxed);
-    return static_cast<DWORD>(count);
+    return count;
 }
 
-BOOL Pipe::read(const std::shared_ptr<Pipe>& self, void* buffer, DWORD size, DWORD* count,
+BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, DWORD* count,
                 OVERLAPPED* overlapped)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
@@ -416,8 +410,8 @@ BOOL tarnix_platform::readFile(HANDLE file, void* buffer, DWORD size, DWORD* cou
     if (buffer == nullptr || size == 0 || count == nullptr || overlapped == nullptr) {
         return fail(EINVAL);
     }
-    const BOOL result = end->pipe()->read(end->pipe(), buffer, size, count, overlapped);
-    fastSlot(file).ahead.store(end->pipe()->ahead(), std::memory_order_release);
+    const BOOL result = end->pipe()->read(end, buffer, size, count, overlapped);
+    setAhead(file, end->pipe()->ahead());
     return result;
 }
 

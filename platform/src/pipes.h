@@ -12,6 +12,7 @@ namespace tarnix_platform
 {
 
 class Pipe;
+class PipeEnd;
 
 // Auto-reset. Only a pending read signals it.
 class Event : public Object
@@ -19,13 +20,14 @@ class Event : public Object
 public:
     void signal();
     bool consume();
-    // A read on this pipe will signal the event. Clears what an earlier read left.
-    void attach(const std::shared_ptr<Pipe>& pipe);
-    std::shared_ptr<Pipe> source() const;
+    // A read on this end will signal the event. Clears what an earlier read left.
+    void attach(const std::shared_ptr<PipeEnd>& end);
+    // Whoever waits for the read holds the end meanwhile, and with it the descriptor.
+    std::shared_ptr<PipeEnd> source() const;
 
 private:
     mutable std::mutex m_Mutex;
-    std::weak_ptr<Pipe> m_Source;
+    std::weak_ptr<PipeEnd> m_Source;
     bool m_Signalled = false;
 };
 
@@ -52,10 +54,13 @@ public:
     void closeServer();
     void closeClient();
 
+    // The child that writes here, and where its handle finds out what is unread.
+    void setWriter(HANDLE process);
+
     // The child that writes here has ended: what stands in the pipe now is the rest of its output.
     void seal();
 
-    BOOL read(const std::shared_ptr<Pipe>& self, void* buffer, DWORD size, DWORD* count,
+    BOOL read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, DWORD* count,
               OVERLAPPED* overlapped);
     void cancel();
 

@@ -2,9 +2,13 @@
 #include "processes.h"
 
 #include "commandline.h"
+#include "logon.h"
 #include "waits.h"
 
+#include <algorithm>
+#include <atomic>
 #include <csignal>
+#include <new>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <vector>
@@ -32,8 +36,7 @@ Reaped reap(int pidfd, siginfo_t& info)
 }
 
 // Children whose last handle was closed while they ran. Nobody waits for them any more, but they
-// must not stay behind as zombies: each later start and each later end of a handle looks after
-// them.
+// must not stay behind as zombies: each later start, wait and closing looks after them.
 class Orphans
 {
 public:
@@ -41,24 +44,27 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_PidFds.push_back(std::move(pidfd));
+        m_Count.store(m_PidFds.size(), std::memory_order_relaxed);
     }
 
     void reapEnded()
     {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        std::vector<UniqueFd> running;
-        for (UniqueFd& pidfd : m_PidFds) {
-            siginfo_t info;
-            if (reap(pidfd.get(), info) == Reaped::no) {
-                running.push_back(std::move(pidfd));
-            }
+        if (m_Count.load(std::memory_order_relaxed) == 0) {
+            return;
         }
-        m_PidFds = std::move(running);
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        const auto ended = [](const UniqueFd& pidfd) {
+            siginfo_t info;
+            return reap(pidfd.get(), info) != Reaped::no;
+        };
+        m_PidFds.erase(std::remove_if(m_PidFds.begin(), m_PidFds.end(), ended), m_PidFds.end());
+        m_Count.store(m_PidFds.size(), std::memory_order_relaxed);
     }
 
 private:
     std::mutex m_Mutex;
     std::vector<UniqueFd> m_PidFds;
+    std::atomic<std::size_t> m_Count{0};
 };
 
 Orphans& orphans()
@@ -72,9 +78,21 @@ constexpr DWORD killPatience = 2000;
 
 } // namespace
 
-Process::Process(Child child, std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
-    : m_Child(std::move(child)), m_Outputs{std::move(output), std::move(error)}
+void reapOrphans()
 {
+    orphans().reapEnded();
+}
+
+Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
+    : m_Outputs{std::move(output), std::move(error)}
+{
+}
+
+void Process::adopt(Child child)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Child = std::move(child);
+    m_Ended = false;
 }
 
 Process::~Process()
@@ -82,10 +100,13 @@ Process::~Process()
     if (!m_Ended && m_Killed) {
         awaitDescriptor(m_Child.pidfd.get(), killPatience);
     }
-    if (!ended()) {
-        orphans().add(std::move(m_Child.pidfd));
+    try {
+        if (!ended()) {
+            orphans().add(std::move(m_Child.pidfd));
+        }
+    } catch (const std::bad_alloc&) {
+        // The child stays with the system until this process ends.
     }
-    orphans().reapEnded();
 }
 
 bool Process::ended()
@@ -137,11 +158,19 @@ bool Process::signalGroup(int signal)
 
 bool Process::send(int signal)
 {
-    // The child itself too: it may have moved to another group.
+    const auto sendToChild = [this](int number) {
+        return syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
+    };
+    // A host that has reaped the child itself has given its id, and that of the group, away.
+    if (!sendToChild(0) && errno == ESRCH) {
+        return fail(ESRCH);
+    }
     const bool group = ::kill(-m_Child.pid, signal) == 0;
-    const bool leader =
-        syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), signal, nullptr, 0) == 0;
-    return group || leader ? true : fail(errno);
+    // Once only: a second Ctrl-C means something else to many programs. A child that has moved to
+    // another group is not reached by that of its own.
+    const bool moved = getpgid(m_Child.pid) != m_Child.pid;
+    const bool child = (group && !moved) || sendToChild(signal);
+    return group || child ? true : fail(errno);
 }
 
 bool Process::kill(UINT status)
@@ -153,9 +182,12 @@ bool Process::kill(UINT status)
     if (m_Ended) {
         return fail(ESRCH);
     }
+    if (!send(SIGKILL)) {
+        return false;
+    }
     m_Killed = true;
     m_KillStatus = status;
-    return send(SIGKILL);
+    return true;
 }
 
 BOOL Process::exitStatus(DWORD* status)
@@ -201,21 +233,41 @@ std::weak_ptr<Pipe> writtenPipe(const PipeEnd& end)
     return end.side() == Side::server ? std::weak_ptr<Pipe>(end.pipe()) : std::weak_ptr<Pipe>();
 }
 
-bool makeHandles(const std::shared_ptr<Process>& process, PROCESS_INFORMATION& information)
+// The handles of a start, closed again unless it succeeds.
+class StartedHandles
 {
-    information.hProcess = openHandle(process);
-    if (information.hProcess == nullptr) {
-        process->kill(0);
-        return false;
+public:
+    StartedHandles() = default;
+    ~StartedHandles()
+    {
+        for (const HANDLE handle : {m_Process, m_Thread}) {
+            if (handle != nullptr) {
+                CloseHandle(handle);
+            }
+        }
     }
-    information.hThread = openHandle(std::make_shared<Thread>());
-    if (information.hThread == nullptr) {
-        process->kill(0);
-        CloseHandle(information.hProcess);
-        return false;
+    StartedHandles(const StartedHandles&) = delete;
+    StartedHandles& operator=(const StartedHandles&) = delete;
+
+    bool open(const std::shared_ptr<Process>& process)
+    {
+        m_Process = openHandle(process);
+        m_Thread = m_Process != nullptr ? openHandle(std::make_shared<Thread>()) : nullptr;
+        return m_Thread != nullptr;
     }
-    return true;
-}
+
+    HANDLE process() const { return m_Process; }
+
+    void release(PROCESS_INFORMATION& information)
+    {
+        information.hProcess = std::exchange(m_Process, nullptr);
+        information.hThread = std::exchange(m_Thread, nullptr);
+    }
+
+private:
+    HANDLE m_Process = nullptr;
+    HANDLE m_Thread = nullptr;
+};
 
 bool planChild(const char* command, const char* directory, const StandardEnds& standard,
                ChildPlan& plan)
@@ -233,6 +285,50 @@ bool planChild(const char* command, const char* directory, const StandardEnds& s
     return true;
 }
 
+// The ends that the child gets must be its user's: it may open them again by name (/dev/stdout).
+bool giveEnds(const StandardEnds& standard, const Identity& identity)
+{
+    for (const std::shared_ptr<PipeEnd>& end : standard.ends) {
+        if (fchown(end->fd(), identity.uid, identity.gid) != 0) {
+            return fail(errno, "cannot give the pipe to the user");
+        }
+    }
+    return true;
+}
+
+// Nothing that can fail comes behind the start: a child must not be lost.
+BOOL startChild(const Identity* identity, const char* command, const char* directory,
+                const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
+{
+    if ((startup.dwFlags & STARTF_USESTDHANDLES) == 0) {
+        return fail(EINVAL);
+    }
+    reapOrphans();
+    StandardEnds standard;
+    ChildPlan plan;
+    plan.identity = identity;
+    if (!findEnds(startup, standard) || !planChild(command, directory, standard, plan) ||
+        (identity != nullptr && !giveEnds(standard, *identity))) {
+        return false;
+    }
+    const PipeEnd& output = *standard.ends[1];
+    const auto process =
+        std::make_shared<Process>(writtenPipe(output), writtenPipe(*standard.ends[2]));
+    StartedHandles handles;
+    Child child;
+    if (!handles.open(process) || !spawn(plan, child)) {
+        return false;
+    }
+    information.dwProcessId = static_cast<DWORD>(child.pid);
+    information.dwThreadId = information.dwProcessId;
+    process->adopt(std::move(child));
+    if (output.side() == Side::server) {
+        output.pipe()->setWriter(handles.process());
+    }
+    handles.release(information);
+    return true;
+}
+
 } // namespace
 
 } // namespace tarnix_platform
@@ -246,37 +342,32 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information)
 {
-    using namespace tarnix_platform;
     if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
-        environment != nullptr || startup == nullptr || information == nullptr ||
-        (startup->dwFlags & STARTF_USESTDHANDLES) == 0) {
+        environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    orphans().reapEnded();
-    StandardEnds standard;
-    ChildPlan plan;
-    Child child;
-    if (!findEnds(*startup, standard) || !planChild(command, directory, standard, plan) ||
-        !spawn(plan, child)) {
+    return tarnix_platform::startChild(nullptr, command, directory, *startup, *information);
+}
+
+BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
+                          SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
+                          BOOL /*inheritHandles*/, DWORD /*flags*/, void* environment,
+                          const char* directory, STARTUPINFOA* startup,
+                          PROCESS_INFORMATION* information)
+{
+    if (token == nullptr) {
+        return tarnix_platform::failAsLogonDid();
+    }
+    const auto identity = find<tarnix_platform::Token>(token);
+    if (!identity) {
         return false;
     }
-    const pid_t pid = child.pid;
-    const PipeEnd& output = *standard.ends[1];
-    auto started = std::make_shared<Process>(std::move(child), writtenPipe(output),
-                                             writtenPipe(*standard.ends[2]));
-    if (!makeHandles(started, *information)) {
-        return false;
+    if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
+        environment != nullptr || startup == nullptr || information == nullptr) {
+        return fail(EINVAL);
     }
-    if (output.side() == Side::server) {
-        ReadAhead* ahead = output.pipe()->ahead();
-        if (ahead != nullptr) {
-            ahead->writer.store(information->hProcess, std::memory_order_relaxed);
-            fastSlot(information->hProcess).ahead.store(ahead, std::memory_order_release);
-        }
-    }
-    information->dwProcessId = static_cast<DWORD>(pid);
-    information->dwThreadId = static_cast<DWORD>(pid);
-    return true;
+    return tarnix_platform::startChild(&identity->identity(), command, directory, *startup,
+                                       *information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
@@ -290,16 +381,18 @@ BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
         return fail(EINVAL);
     }
-    const auto found = tarnix_platform::findIf([processId](const tarnix_platform::Object& object) {
+    const auto runs = [processId](const tarnix_platform::Object& object) {
         const auto* process = dynamic_cast<const Process*>(&object);
         return process != nullptr && process->isRunning(processId);
-    });
-    if (!found) {
-        return fail(ESRCH);
+    };
+    // A child that has ended unnoticed may stand in front of another that got its id.
+    for (auto found = tarnix_platform::findIf(runs); found; found = tarnix_platform::findIf(runs)) {
+        auto& process = static_cast<Process&>(*found);
+        if (!process.ended()) {
+            return process.signalGroup(event == CTRL_C_EVENT ? SIGINT : SIGTERM);
+        }
     }
-    auto& process = static_cast<Process&>(*found);
-    return process.ended() ? fail(ESRCH)
-                           : process.signalGroup(event == CTRL_C_EVENT ? SIGINT : SIGTERM);
+    return fail(ESRCH);
 }
 
 BOOL TerminateProcess(HANDLE process, UINT status)

@@ -11,8 +11,11 @@ namespace tarnix_platform
 class Process : public Object
 {
 public:
-    Process(Child child, std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
+    Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
     ~Process() override;
+
+    // The child, once it has been started. Until then the process counts as ended.
+    void adopt(Child child);
 
     int pidfd() const { return m_Child.pidfd.get(); }
 
@@ -35,12 +38,15 @@ private:
     mutable std::mutex m_Mutex;
     Child m_Child;
     const std::weak_ptr<Pipe> m_Outputs[2];
-    bool m_Ended = false;
+    bool m_Ended = true;
     bool m_StatusKnown = false;
     bool m_Killed = false;
     UINT m_KillStatus = 0;
     DWORD m_Status = 0;
 };
+
+// Looks after the children whose last handle was closed while they ran.
+void reapOrphans();
 
 } // namespace tarnix_platform
 

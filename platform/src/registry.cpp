@@ -27,7 +27,7 @@ std::string registryFile()
     return g_Path[0] ? g_Path : TARNIX_REGISTRY_FILE;
 }
 
-// This layer stands below the library's own conversions. What is no text comes out as U+FFFD.
+// This layer stands below the library's own conversions.
 std::string toUtf8(const wchar_t* wide)
 {
     icu::UnicodeString text;
@@ -37,6 +37,7 @@ std::string toUtf8(const wchar_t* wide)
     return text.toUTF8String(utf8);
 }
 
+// What is not UTF-8 comes out with U+FFFD in it.
 std::wstring fromUtf8(const char* utf8)
 {
     const icu::UnicodeString text = icu::UnicodeString::fromUTF8(utf8);

@@ -8,11 +8,13 @@
 
 #include "errors.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,7 +40,7 @@ namespace tarnix_platform
 namespace
 {
 
-enum class Step { prepare, enterDirectory, execute };
+enum class Step { prepare, changeIdentity, enterDirectory, execute };
 
 // What the child works on: plain pointers into what the caller holds.
 struct ChildSide {
@@ -47,6 +49,7 @@ struct ChildSide {
     char* const* environment;
     const char* directory; // null: stay
     const int* standard;
+    const Identity* identity; // null: stay
     Step failedStep;
     int error; // 0: the program has started
 };
@@ -87,6 +90,28 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     return syscall(SYS_close_range, 3U, ~0U, 0U) == 0;
 }
 
+// By the kernel's own calls: those of the C library would change the caller's other threads too,
+// whose list lies in the shared memory.
+TARNIX_CHILD_SIDE bool changeIdentity(const Identity& identity)
+{
+    const uid_t uid = identity.uid;
+    const gid_t gid = identity.gid;
+    if (syscall(SYS_setgroups, identity.groups.size(), identity.groups.data()) != 0 ||
+        syscall(SYS_setresgid, gid, gid, gid) != 0 || syscall(SYS_setresuid, uid, uid, uid) != 0) {
+        return false;
+    }
+    uid_t uids[3] = {};
+    gid_t gids[3] = {};
+    syscall(SYS_getresuid, &uids[0], &uids[1], &uids[2]);
+    syscall(SYS_getresgid, &gids[0], &gids[1], &gids[2]);
+    bool same = uid == 0 || syscall(SYS_setresuid, -1, 0, -1) != 0; // there is no way back
+    for (int i = 0; i < 3; ++i) {
+        same = same && uids[i] == uid && gids[i] == gid;
+    }
+    errno = EPERM;
+    return same;
+}
+
 // As execvp goes on: a directory of the search that lacks the program, or may not be looked into,
 // is no reason to stop; but if one held it and did not permit it, that is what is told.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
@@ -96,7 +121,8 @@ TARNIX_CHILD_SIDE void execute(const ChildSide& child)
         syscall(SYS_execve, *path, child.arguments, child.environment);
         if (errno == EACCES) {
             forbidden = true;
-        } else if (errno != ENOENT && errno != ENOTDIR) {
+        } else if (errno != ENOENT && errno != ENOTDIR && errno != ESTALE && errno != ENODEV &&
+                   errno != ETIMEDOUT) {
             return;
         }
     }
@@ -108,6 +134,9 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     ChildSide& child = *static_cast<ChildSide*>(argument);
     if (!prepare(child)) {
         return giveUp(child, Step::prepare);
+    }
+    if (child.identity != nullptr && !changeIdentity(*child.identity)) {
+        return giveUp(child, Step::changeIdentity);
     }
     if (child.directory != nullptr && syscall(SYS_chdir, child.directory) != 0) {
         return giveUp(child, Step::enterDirectory);
@@ -181,6 +210,8 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 bool failStep(const ChildPlan& plan, const ChildSide& side)
 {
     switch (side.failedStep) {
+    case Step::changeIdentity:
+        return fail(side.error, "cannot take the user's identity");
     case Step::enterDirectory:
         return fail(side.error, "cannot enter directory '" + plan.directory + "'");
     case Step::execute:
@@ -189,6 +220,26 @@ bool failStep(const ChildPlan& plan, const ChildSide& side)
         return fail(side.error, "cannot prepare the child process");
     }
 }
+
+// A change of identity makes the memory of whoever makes it unreadable to debuggers of that
+// identity. The child's memory is the caller's at that moment; once the child has its own, the
+// caller gets back what it had.
+class DumpableKept
+{
+public:
+    explicit DumpableKept(bool needed) : m_Former(needed ? prctl(PR_GET_DUMPABLE) : -1) {}
+    ~DumpableKept()
+    {
+        if (m_Former == 1) { // the only other value that can be set
+            prctl(PR_SET_DUMPABLE, m_Former);
+        }
+    }
+    DumpableKept(const DumpableKept&) = delete;
+    DumpableKept& operator=(const DumpableKept&) = delete;
+
+private:
+    const int m_Former;
+};
 
 // A separate function, so that the child's stack ends with the call.
 pid_t cloneChild(ChildSide& side, int& pidfd)
@@ -206,18 +257,16 @@ bool spawn(const ChildPlan& plan, Child& child)
     const std::vector<std::string> paths = candidatesOf(plan.words.front());
     const std::vector<char*> candidates = pointersTo(paths);
     const std::vector<char*> arguments = pointersTo(plan.words);
-    ChildSide side{candidates.data(),
-                   arguments.data(),
-                   environ,
-                   plan.directory.empty() ? nullptr : plan.directory.c_str(),
-                   plan.standard,
-                   Step::prepare,
-                   0};
+    ChildSide side{candidates.data(), arguments.data(),
+                   environ,           plan.directory.empty() ? nullptr : plan.directory.c_str(),
+                   plan.standard,     plan.identity,
+                   Step::prepare,     0};
     int pidfd = -1;
     pid_t pid = -1;
     int error = 0;
     {
         const SignalsBlocked blocked;
+        const DumpableKept dumpable(plan.identity != nullptr);
         pid = cloneChild(side, pidfd);
         error = errno;
     }
@@ -227,6 +276,7 @@ bool spawn(const ChildPlan& plan, Child& child)
     child.pid = pid;
     child.pidfd.reset(pidfd);
     if (side.error == 0) {
+        moveAboveStandard(child.pidfd); // where it cannot, it stays
         return true;
     }
     siginfo_t ended{};

@@ -11,10 +11,18 @@
 namespace tarnix_platform
 {
 
+// Whom the child runs as.
+struct Identity {
+    uid_t uid;
+    gid_t gid;
+    std::vector<gid_t> groups;
+};
+
 struct ChildPlan {
     std::vector<std::string> words;
-    std::string directory; // empty: the caller's
-    int standard[3];       // all above 2
+    std::string directory;              // empty: the caller's
+    int standard[3];                    // all above 2
+    const Identity* identity = nullptr; // null: the caller
 };
 
 struct Child {

@@ -2,6 +2,10 @@
 #ifndef TARNIX_PLATFORM_UNIQUEFD_H
 #define TARNIX_PLATFORM_UNIQUEFD_H
 
+#include "errors.h"
+
+#include <cerrno>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -38,6 +42,21 @@ public:
 private:
     int m_Fd = -1;
 };
+
+// Descriptors of the layer stay clear of 0, 1 and 2: a process that has closed one of these would
+// otherwise get a pipe there, and a child's start could not put its standard handles in place.
+inline bool moveAboveStandard(UniqueFd& fd)
+{
+    if (fd.get() > STDERR_FILENO) {
+        return true;
+    }
+    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (moved < 0) {
+        return fail(errno);
+    }
+    fd.reset(moved);
+    return true;
+}
 
 } // namespace tarnix_platform
 

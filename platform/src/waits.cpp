@@ -82,6 +82,7 @@ private:
     struct Entry {
         std::shared_ptr<Process> process;
         std::shared_ptr<Event> event;
+        std::shared_ptr<PipeEnd> source; // of the read that the event waits for
         bool ready = false;
     };
 
@@ -91,9 +92,7 @@ private:
     {
         pollfd fds[MAXIMUM_WAIT_OBJECTS];
         for (DWORD i = 0; i < m_Count; ++i) {
-            fds[i] = pollfd{m_Entries[i].process ? m_Entries[i].process->pidfd()
-                                                 : descriptorBehind(*m_Entries[i].event),
-                            POLLIN, 0};
+            fds[i] = pollfd{descriptorBehind(m_Entries[i]), POLLIN, 0};
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), deadline.left());
         for (DWORD i = 0; i < m_Count; ++i) {
@@ -102,10 +101,13 @@ private:
         return count > 0 || !deadline.passed();
     }
 
-    static int descriptorBehind(const Event& event)
+    static int descriptorBehind(Entry& entry)
     {
-        const std::shared_ptr<Pipe> pipe = event.source();
-        return pipe && pipe->pending() ? pipe->readFd() : -1;
+        if (entry.process) {
+            return entry.process->pidfd();
+        }
+        entry.source = entry.event->source();
+        return entry.source && entry.source->pipe()->pending() ? entry.source->fd() : -1;
     }
 
     // What has happened, in its order: the ends of children are taken note of first, which seals
@@ -136,8 +138,8 @@ private:
     static bool readEnded(Event& event, bool worthTrying, bool alsoOver)
     {
         if (worthTrying) {
-            if (const std::shared_ptr<Pipe> pipe = event.source()) {
-                pipe->complete(alsoOver);
+            if (const std::shared_ptr<PipeEnd> source = event.source()) {
+                source->pipe()->complete(alsoOver);
             }
         }
         return event.consume();
@@ -186,9 +188,11 @@ namespace
 bool outputUnread(HANDLE process)
 {
     const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(process);
-    const tarnix_platform::ReadAhead* ahead = fast.ahead.load(std::memory_order_acquire);
+    const tarnix_platform::ReadAhead* ahead = fast.output.load(std::memory_order_acquire);
     return ahead != nullptr && fast.owner.load(std::memory_order_relaxed) == process &&
-           ahead->writer.load(std::memory_order_relaxed) == process && !ahead->empty();
+           ahead->writer.load(std::memory_order_relaxed) ==
+               fast.writer.load(std::memory_order_relaxed) &&
+           !ahead->empty();
 }
 
 } // namespace
@@ -218,5 +222,6 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
             return WAIT_FAILED;
         }
     }
+    tarnix_platform::reapOrphans();
     return waiter.wait(tarnix_platform::Deadline(milliseconds));
 }

@@ -22,8 +22,9 @@
 //
 // Returns the count of directives that stored a value (%n does not count); -1 if the input ran out
 // before one had. The targets of the directives that were done keep what was stored, the others are
-// untouched. Nothing is allocated and there is no state; white space, upper case and the decimal
-// point are those of the process's locale.
+// untouched. Nothing is allocated and there is no state; white space and upper case are those of
+// the process's locale. Only '.' is a decimal point: in a locale that has another one the fraction
+// is consumed and lost.
 #ifndef TARNIX_TX_SSCANF_H
 #define TARNIX_TX_SSCANF_H
 

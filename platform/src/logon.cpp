@@ -1,0 +1,187 @@
+// Logging local accounts on, through PAM.
+#include "logon.h"
+
+#include "rights.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <grp.h>
+#include <pwd.h>
+#include <security/pam_appl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+// Plain storage: nothing has to run when a thread ends.
+struct Refusal {
+    int error;
+    char about[200];
+};
+thread_local Refusal t_refusal;
+
+bool refuse(int error, const std::string& user, const std::string& why)
+{
+    const std::string about = "the logon of '" + user + "' was refused, " + why;
+    const std::size_t length = about.copy(t_refusal.about, sizeof t_refusal.about - 1);
+    t_refusal.about[length] = '\0';
+    t_refusal.error = error;
+    return failAsLogonDid();
+}
+
+// Answers every question for something secret with the password. PAM wipes and frees the answers.
+int answer(int count, const pam_message** questions, pam_response** answers, void* password)
+{
+    if (count <= 0 || count > PAM_MAX_NUM_MSG) {
+        return PAM_CONV_ERR;
+    }
+    auto* replies = static_cast<pam_response*>(
+        std::calloc(static_cast<std::size_t>(count), sizeof(pam_response)));
+    if (replies == nullptr) {
+        return PAM_BUF_ERR;
+    }
+    for (int i = 0; i < count; ++i) {
+        if (questions[i]->msg_style == PAM_PROMPT_ECHO_OFF) {
+            replies[i].resp = strdup(static_cast<const char*>(password));
+        }
+    }
+    *answers = replies;
+    return PAM_SUCCESS;
+}
+
+class PamSession
+{
+public:
+    PamSession(const char* user, const char* password)
+        : m_Conversation{answer, const_cast<char*>(password)},
+          m_Result(pam_start("tarnix", user, &m_Conversation, &m_Handle))
+    {
+    }
+    ~PamSession() { pam_end(m_Handle, m_Result); }
+    PamSession(const PamSession&) = delete;
+    PamSession& operator=(const PamSession&) = delete;
+
+    bool admits()
+    {
+        if (m_Result == PAM_SUCCESS) {
+            m_Result = pam_authenticate(m_Handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+        }
+        if (m_Result == PAM_SUCCESS) {
+            m_Result = pam_acct_mgmt(m_Handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+        }
+        return m_Result == PAM_SUCCESS;
+    }
+
+    std::string reason() { return pam_strerror(m_Handle, m_Result); }
+
+private:
+    const pam_conv m_Conversation;
+    pam_handle_t* m_Handle = nullptr;
+    int m_Result;
+};
+
+bool findAccount(const std::string& user, Identity& identity)
+{
+    std::vector<char> buffer(16 * 1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    int error = 0;
+    while ((error = getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found)) ==
+           ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (found == nullptr) {
+        return refuse(error == 0 ? ENOENT : error, user, "there is no such account");
+    }
+    identity.uid = entry.pw_uid;
+    identity.gid = entry.pw_gid;
+    int count = 64;
+    identity.groups.resize(static_cast<std::size_t>(count));
+    while (getgrouplist(user.c_str(), entry.pw_gid, identity.groups.data(), &count) < 0) {
+        identity.groups.resize(
+            std::max(static_cast<std::size_t>(count), identity.groups.size() * 2));
+        count = static_cast<int>(identity.groups.size());
+    }
+    identity.groups.resize(static_cast<std::size_t>(count));
+    return true;
+}
+
+bool logOn(const std::string& user, const char* password, DWORD type, Identity& identity)
+{
+    if (geteuid() != 0) {
+        return refuse(EPERM, user, "this process may not take another identity");
+    }
+    if (!findAccount(user, identity)) {
+        return false;
+    }
+    PamSession session(user.c_str(), password);
+    if (!session.admits()) {
+        return refuse(EACCES, user, session.reason());
+    }
+    if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
+        return refuse(EACCES, user, "the account lacks SeBatchLogonRight");
+    }
+    return true;
+}
+
+} // namespace
+
+bool failAsLogonDid()
+{
+    return t_refusal.error != 0 ? fail(t_refusal.error, t_refusal.about)
+                                : fail(EACCES, "there is no token of a logon");
+}
+
+} // namespace tarnix_platform
+
+BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
+                DWORD /*provider*/, HANDLE* token)
+{
+    using namespace tarnix_platform;
+    if (token == nullptr) {
+        return fail(EINVAL);
+    }
+    *token = nullptr;
+    if (user == nullptr || password == nullptr || domain == nullptr ||
+        std::strcmp(domain, ".") != 0 ||
+        (logonType != LOGON32_LOGON_NETWORK && logonType != LOGON32_LOGON_BATCH)) {
+        return refuse(EINVAL, user == nullptr ? "" : user, "only local accounts can log on");
+    }
+    Identity identity{};
+    if (!logOn(user, password, logonType, identity)) {
+        return false;
+    }
+    *token = openHandle(std::make_shared<Token>(user, std::move(identity)));
+    return *token != nullptr;
+}
+
+BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
+                         DWORD* length)
+{
+    using namespace tarnix_platform;
+    const std::shared_ptr<Token> found = find<Token>(token);
+    if (!found) {
+        return false;
+    }
+    if (kind != TokenUser || buffer == nullptr || length == nullptr) {
+        return fail(EINVAL);
+    }
+    const std::size_t sidSize = offsetof(Sid, name) + found->name().size() + 1;
+    *length = static_cast<DWORD>(sizeof(TOKEN_USER) + sidSize);
+    if (size < *length) {
+        return fail(ERANGE);
+    }
+    unsigned char* at = static_cast<unsigned char*>(buffer) + sizeof(TOKEN_USER);
+    const TOKEN_USER user{{at, 0}};
+    const Sid head{static_cast<std::uint32_t>(sidSize), found->identity().uid, {}};
+    std::memcpy(buffer, &user, sizeof user);
+    std::memcpy(at, &head, offsetof(Sid, name));
+    std::memcpy(at + offsetof(Sid, name), found->name().c_str(), found->name().size() + 1);
+    return true;
+}

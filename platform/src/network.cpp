@@ -1,0 +1,96 @@
+// Host names and addresses over the re-entrant calls of the resolver.
+#include "platform_network.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace
+{
+
+constexpr std::size_t kFirstRoom = 1024;
+constexpr std::size_t kMostRoom = std::size_t{1} << 20; // an answer beyond this counts as none
+
+// Where an answer lies: the record points into the room.
+struct Answer {
+    hostent record{};
+    std::vector<char> room;
+};
+
+// `call` is one of the gethostby*_r calls on an answer. It is repeated with more room for as long
+// as it asks for more. True if there is an answer.
+template <class Call>
+bool lookUp(Answer& answer, Call call)
+{
+    for (std::size_t room = kFirstRoom; room <= kMostRoom; room *= 2) {
+        answer.room.resize(room);
+        hostent* found = nullptr;
+        const int code = call(answer, &found);
+        if (code != ERANGE)
+            return code == 0 && found != nullptr;
+    }
+    return false;
+}
+
+} // namespace
+
+std::optional<TxIPv4> TxInetAddr(const char* text)
+{
+    const in_addr_t value = inet_addr(text);
+    if (value == INADDR_NONE)
+        return std::nullopt;
+    TxIPv4 address;
+    std::memcpy(address.data(), &value, address.size());
+    return address;
+}
+
+std::optional<std::string> TxHostName(const TxIPv4& address)
+{
+    Answer answer;
+    const bool isFound = lookUp(answer, [&address](Answer& into, hostent** found) {
+        int reason = 0;
+        return gethostbyaddr_r(address.data(), static_cast<socklen_t>(address.size()), AF_INET,
+                               &into.record, into.room.data(), into.room.size(), found, &reason);
+    });
+    if (!isFound || !answer.record.h_name)
+        return std::nullopt;
+    return answer.record.h_name;
+}
+
+std::optional<TxIPv4> TxHostAddress(const char* name)
+{
+    if (*name == '\0')
+        return std::nullopt;
+    Answer answer;
+    const bool isFound = lookUp(answer, [name](Answer& into, hostent** found) {
+        int reason = 0;
+        return gethostbyname2_r(name, AF_INET, &into.record, into.room.data(), into.room.size(),
+                                found, &reason);
+    });
+    const hostent& record = answer.record;
+    TxIPv4 address;
+    if (!isFound || record.h_length != static_cast<int>(address.size()) || !record.h_addr_list ||
+        !record.h_addr_list[0])
+        return std::nullopt;
+    std::memcpy(address.data(), record.h_addr_list[0], address.size());
+    return address;
+}
+
+int GetComputerNameW(wchar_t* buffer, std::uint32_t* size)
+{
+    char name[256] = {};
+    if (gethostname(name, sizeof name - 1) != 0)
+        return 0;
+    const std::size_t length = std::mbstowcs(nullptr, name, 0);
+    if (length == static_cast<std::size_t>(-1) || length > *size)
+        return 0;
+    std::mbstowcs(buffer, name, length + 1);
+    *size = static_cast<std::uint32_t>(length);
+    return 1;
+}
