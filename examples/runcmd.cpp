@@ -1,4 +1,5 @@
 // Runs a command and shows its lines, its outcome and the record of what failed.
+#include "catalogfactory.h"
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnpathtool.h"
@@ -10,6 +11,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -20,13 +22,16 @@ namespace
 {
 
 constexpr char usage[] =
-    "usage: runcmd [--timeout S] [--dir D] [--trace NAME] [--user U] [--registry FILE] -- "
-    "COMMAND...\n"
+    "usage: runcmd [--timeout S] [--dir D] [--trace NAME] [--user U --password-file F]\n"
+    "              [--lang L] [--registry FILE] [--rights FILE] -- COMMAND...\n"
     "  --timeout S      longest wait for the next byte of output, in seconds (default 60)\n"
     "  --dir D          run the command in the directory D\n"
     "  --trace NAME     keep a trace file of that name\n"
     "  --user U         run the command as the local user U\n"
+    "  --password-file F  the file whose first line is that user's password\n"
+    "  --lang L         tell the outcome in the language L (default: that of the locale)\n"
     "  --registry FILE  take the install directory from FILE\n"
+    "  --rights FILE    keep the accounts' rights in FILE\n"
     "exit status: 0 the command ended with status 0, 1 it did not, 2 wrong usage\n";
 
 struct Options {
@@ -34,8 +39,18 @@ struct Options {
     std::string directory;
     std::string trace;
     std::string user;
+    std::string password;
+    std::string language;
     std::vector<std::string> words;
 };
+
+// "de" for a locale such as de_DE.UTF-8, and the root language for C.
+std::string localeLanguage()
+{
+    const std::string locale = std::setlocale(LC_MESSAGES, nullptr);
+    const std::string language = locale.substr(0, locale.find_first_of("_.@"));
+    return language == "C" || language == "POSIX" ? "root" : language;
+}
 
 bool readSeconds(const char* text, unsigned long& seconds)
 {
@@ -64,6 +79,16 @@ bool readOptions(int argc, char** argv, Options& options)
             options.trace = value;
         } else if (name == "--user") {
             options.user = value;
+        } else if (name == "--password-file") {
+            std::ifstream file(value);
+            if (!std::getline(file, options.password)) {
+                std::cerr << "runcmd: no password in " << value << '\n';
+                return false;
+            }
+        } else if (name == "--rights") {
+            TxSetRightsFile(value);
+        } else if (name == "--lang") {
+            options.language = value;
         } else if (name == "--registry") {
             TxSetRegistryFile(value);
         } else {
@@ -109,7 +134,42 @@ std::string tracePath(const std::string& name)
     CCmnConfiguration settings(directory.c_str(), file.c_str(), true);
     settings.getStringValue(L"DEBUG_TRACE_INFO", L"TRACEDIR", directory);
     settings.getStringValue(L"DEBUG_TRACE_INFO", L"TRACEFILE", file);
-    return CCmnStringTool::tstr2str(directory + file);
+    return CCmnStringTool::tstr2str(directory + tstr(L"/") + file);
+}
+
+// The outcome as a message, in the reader's language. Its id is the key of the code.
+void showMessage(const Options& options, std::size_t lines, int result, CCmnExecPipeWindows& runner)
+{
+    int status = 0;
+    runner.getExitStatus(status);
+    const ECmnExecPipe record = runner.getLastError();
+    int code = result == 0 ? ECmnExecPipe::SUCCESS : record.getCode();
+    if (result == 0 && status != 0) {
+        code = ECmnExecPipe::CMD_FAILED; // it ended before its last line was read
+    }
+    const auto text = [](const std::string& narrow) {
+        return icu::Formattable(CCmnStringTool::tstr2ustr(CCmnStringTool::str2tstr(narrow)));
+    };
+    const icu::Formattable arguments[] = {
+        text(commandText(options.words)),
+        icu::Formattable(static_cast<std::int32_t>(status)),
+        text(CCmnStringTool::wstr2str(record.getDescription())),
+        icu::Formattable(static_cast<std::int64_t>(lines)),
+        icu::Formattable(static_cast<std::int64_t>(options.timeout)),
+        text(options.user),
+    };
+    CatalogFactory factory("runcmd");
+    CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+        manager(true);
+    manager.get()->registerFactory(&factory);
+    CatalogFactory::MessagePtr message;
+    message.assign(std::make_unique<CCmnIcuMessage>(ECmnExecPipe::keyOf(code), arguments, 6,
+                                                    tarnix_eseverity{}, __FILE__, __LINE__)
+                       .release());
+    const std::string language = options.language.empty() ? localeLanguage() : options.language;
+    setLanguage(language);
+    std::cerr << "message:     "
+              << shown(manager.get()->getLocalizedMessage(message, language.c_str())) << '\n';
 }
 
 void showRecord(int result, CCmnExecPipeWindows& runner)
@@ -134,7 +194,8 @@ void showRecord(int result, CCmnExecPipeWindows& runner)
 
 int main(int argc, char** argv)
 {
-    std::setlocale(LC_ALL, "");
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     Options options;
     if (!readOptions(argc, argv, options)) {
         std::cerr << usage;
@@ -149,12 +210,13 @@ int main(int argc, char** argv)
     }
     std::vector<std::string> lines;
     const int result = runner.Exec(commandText(options.words), lines, "", options.timeout,
-                                   options.directory, options.user, "");
+                                   options.directory, options.user, options.password);
     for (const std::string& line : lines) {
         std::cout << line << '\n';
     }
     std::cout.flush();
     showRecord(result, runner);
+    showMessage(options, lines.size(), result, runner);
     if (log.get() != nullptr) {
         log.get()->trace(1, "%zu lines, result %d, record %s", lines.size(), result,
                          ECmnExecPipe::keyOf(runner.getLastError().getCode()));

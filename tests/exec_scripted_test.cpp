@@ -38,7 +38,8 @@ protected:
     };
 
     // One run with a trace log; the runner is gone when this returns.
-    Outcome run(unsigned long seconds = 7, const std::string& directory = "")
+    Outcome run(unsigned long seconds = 7, const std::string& directory = "",
+                const std::string& user = "", const std::string& password = "")
     {
         Outcome outcome;
         outcome.lines = {"former"};
@@ -49,7 +50,8 @@ protected:
         {
             CCmnExecPipeWindows runner;
             runner.setTraceLog(log);
-            outcome.result = runner.Exec("command", outcome.lines, "", seconds, directory, "", "");
+            outcome.result =
+                runner.Exec("command", outcome.lines, "", seconds, directory, user, password);
             outcome.record = runner.getLastError();
             runner.getExitStatus(outcome.status);
         }
@@ -84,7 +86,7 @@ TEST_F(Scripted, FailuresOfTheStart)
         {"DuplicateHandle", 3, 2, 2, ""},
         {"CloseHandle", 1, 3, 3, ""},
         {"CloseHandle", 2, 3, 3, ""},
-        {"CreateProcessA", 1, 4, 3, ""},
+        {"CreateProcess", 1, 4, 3, ""},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.operation + " " + std::to_string(test.call));
@@ -110,7 +112,7 @@ TEST_F(Scripted, FailuresOfTheStart)
     script.startThrows = true;
     EXPECT_EQ(run().result, 8);
     script = Script();
-    script.failCall = {{"CreateProcessA", 1}, {"FormatMessageW", 1}};
+    script.failCall = {{"CreateProcess", 1}, {"FormatMessageW", 1}};
     EXPECT_EQ(run().record.getDescription(), L"");
 }
 
@@ -247,7 +249,95 @@ public:
     using CCmnExecPipeWindows::InitLsaString;
     using CCmnExecPipeWindows::ReadLine;
     using CCmnExecPipeWindows::WaitPid;
+    static CCmnLock& lock() { return m_Lock; }
 };
+
+Lines logOf(const std::string& start)
+{
+    Lines found;
+    for (const std::string& entry : script.log) {
+        if (entry.find(start) == 0) {
+            found.push_back(entry);
+        }
+    }
+    return found;
+}
+
+TEST_F(Scripted, FailuresOfAChangeOfIdentity)
+{
+    const struct {
+        std::string operation; // that fails
+        int call;
+        bool holds; // the account has the right already
+        DWORD build;
+        int result;
+        int code;
+        std::string starter; // that the child was started with
+        int added;
+        int removed;
+    } cases[] = {
+        {"", 0, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
+        {"", 0, false, 1057, 0, 0, "CreateProcessAsUserA", 1, 1},
+        {"GetVersionExW", 1, true, 1057, 0, 0, "CreateProcessA", 0, 0},
+        {"", 0, true, 1056, 0, 0, "CreateProcessA", 0, 0},
+        {"LogonUserA", 1, true, 1057, 3, 4, "", 0, 0},
+        {"LogonUserA", 2, true, 1057, 3, 10, "", 0, 0},
+        {"LogonUserA", 2, false, 1057, 3, 10, "", 1, 1},
+        {"GetTokenInformation", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
+        {"LsaOpenPolicy", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
+        {"LsaEnumerateAccountRights", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 1, 1},
+        {"LsaAddAccountRights", 1, false, 1057, 3, 10, "", 1, 1},
+        {"CreateProcess", 1, false, 1057, 3, 4, "", 1, 1},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(testing::Message() << "case " << &test - cases << " " << test.operation);
+        script = Script();
+        script.failCall[test.operation] = test.call;
+        script.build = test.build;
+        if (test.holds) {
+            script.rights.insert("SeBatchLogonRight");
+        }
+        const Outcome outcome = run(7, "", "user", "secret");
+        EXPECT_EQ(outcome.result, test.result);
+        EXPECT_EQ(outcome.record.getCode(), test.code);
+        EXPECT_EQ(outcome.record.getSubject(), test.code == 10  ? "user"
+                                               : test.code == 4 ? "command"
+                                                                : "");
+        const Lines starts = logOf("CreateProcess");
+        if (test.operation != "CreateProcess") {
+            EXPECT_EQ(starts.empty() ? "" : starts[0].substr(0, starts[0].find(' ')), test.starter);
+        }
+        EXPECT_EQ(script.count("LsaAddAccountRights sid"), test.added);
+        EXPECT_EQ(script.count("LsaRemoveAccountRights sid"), test.removed);
+        EXPECT_TRUE(script.open.empty());
+        EXPECT_EQ(outcome.traced.find("secret"), std::string::npos);
+        EXPECT_FALSE(Bare::lock().isLocked());
+    }
+}
+
+TEST_F(Scripted, OneRunnerAtATimeHoldsAnAddedRight)
+{
+    Lines lines;
+    {
+        Bare first;
+        script.singleWaits = {WAIT_OBJECT_0};
+        script.failCall["LogonUserA"] = 2; // the first stays with its right, as after a time-out
+        EXPECT_EQ(first.Exec("first", lines, "", 7, "", "user", "secret"), 3);
+        EXPECT_TRUE(Bare::lock().isLocked());
+        script.rights.clear();
+        CCmnExecPipeWindows second;
+        EXPECT_EQ(second.Exec("second", lines, "", 7, "", "other", "secret"), 3);
+        EXPECT_EQ(second.getLastError().getCode(), 9);
+        EXPECT_EQ(second.getLastError().getSubject(), "other");
+        EXPECT_EQ(logOf("CreateProcess"), Lines{});
+        EXPECT_GE(logOf("Sleep 0").size(), 5U); // 60 microseconds, 10 a look
+        EXPECT_LE(logOf("Sleep").size(), 7U);
+    }
+    script.rights.clear();
+    CCmnExecPipeWindows third;
+    EXPECT_EQ(third.Exec("third", lines, "", 7, "", "user", "secret"), 0);
+    EXPECT_EQ(script.rights.count("SeBatchLogonRight"), 0U);
+}
 
 TEST_F(Scripted, IdleAndClosedRunnersTouchNothing)
 {

@@ -12,7 +12,8 @@ fi
 for wanted in 'CCmnStringTool::' 'CCmnTraceLog::trace(' 'CCmnConfiguration::importConfig(' \
     'CCmnPathTool::getInstallPath(' 'CCmnSGDConfiguration::getTraceLevel(' \
     'CCmnError::getMessageKey(' 'ECmnExecPipe::keyOf(' 'CCmnExecPipeBase::Exec(' \
-    'CCmnExecPipeWindows::Init(' 'CCmnExecPipeWindows::m_Lock'; do
+    'CCmnExecPipeWindows::Init(' 'CCmnExecPipeWindows::m_Lock' 'CCmnIcuMessage::serialize(' \
+    'CCmnIcuMessageCatalog::init(' 'CCmnMessageCatalogManager::getMessage('; do
     if ! grep -qF "tarnix_cmn_4_4::$wanted" <<<"$symbols"; then
         echo "not exported: $wanted"
         exit 1

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
+#include <gtest/gtest.h>
 #include <stdexcept>
 
 Script script;
@@ -135,21 +137,150 @@ BOOL CancelIo(HANDLE)
     return true;
 }
 
-BOOL CreateProcessA(const char*, char* command, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL,
-                    DWORD flags, void*, const char* directory, STARTUPINFOA*,
-                    PROCESS_INFORMATION* information)
+static BOOL start(const std::string& how, const char* command, DWORD flags, const char* directory,
+                  PROCESS_INFORMATION* information)
 {
-    script.log.push_back(std::string("CreateProcessA ") + command + " in " +
+    script.log.push_back(how + " " + command + " in " +
                          (directory == nullptr ? "null" : directory) + " flags " +
                          std::to_string(flags));
     if (script.startThrows) {
         throw std::runtime_error("scripted");
     }
-    if (script.fails("CreateProcessA")) {
+    if (script.fails("CreateProcess")) {
         return false;
     }
     *information = PROCESS_INFORMATION{script.give(), script.give(), 4711, 4711};
     return true;
+}
+
+BOOL CreateProcessA(const char*, char* command, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL,
+                    DWORD flags, void*, const char* directory, STARTUPINFOA*,
+                    PROCESS_INFORMATION* information)
+{
+    return start("CreateProcessA", command, flags, directory, information);
+}
+
+BOOL CreateProcessAsUserA(HANDLE token, const char*, char* command, SECURITY_ATTRIBUTES*,
+                          SECURITY_ATTRIBUTES*, BOOL, DWORD flags, void*, const char* directory,
+                          STARTUPINFOA*, PROCESS_INFORMATION* information)
+{
+    if (token == nullptr) {
+        script.lastError = script.error;
+        return false;
+    }
+    EXPECT_EQ(script.open.count(token), 1U) << "a token that is closed already";
+    return start("CreateProcessAsUserA", command, flags, directory, information);
+}
+
+BOOL GetVersionExW(OSVERSIONINFOW* information)
+{
+    information->dwPlatformId = VER_PLATFORM_WIN32_NT;
+    information->dwBuildNumber = script.build;
+    return !script.fails("GetVersionExW");
+}
+
+BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD type, DWORD,
+                HANDLE* token)
+{
+    script.log.push_back(std::string("LogonUserA ") + user + " " + domain + " " + password + " " +
+                         std::to_string(type));
+    *token = nullptr;
+    if (script.fails("LogonUserA") ||
+        (type == LOGON32_LOGON_BATCH && script.rights.count("SeBatchLogonRight") == 0)) {
+        return false;
+    }
+    *token = script.give();
+    return true;
+}
+
+BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD size, DWORD* length)
+{
+    *length = size;
+    static_cast<TOKEN_USER*>(buffer)->User.Sid = static_cast<char*>(buffer) + sizeof(TOKEN_USER);
+    std::strcpy(static_cast<char*>(buffer) + sizeof(TOKEN_USER), "sid");
+    return !script.fails("GetTokenInformation");
+}
+
+static std::string nameOf(const LSA_UNICODE_STRING& right)
+{
+    EXPECT_EQ(right.MaximumLength, right.Length + sizeof(wchar_t));
+    return std::string(right.Buffer, right.Buffer + right.Length / sizeof(wchar_t));
+}
+
+NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, DWORD access,
+                       LSA_HANDLE* policy)
+{
+    script.log.push_back("LsaOpenPolicy " + std::to_string(access));
+    if (script.fails("LsaOpenPolicy")) {
+        return 1;
+    }
+    *policy = script.give();
+    return 0;
+}
+
+NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE, PSID, LSA_UNICODE_STRING** rights, DWORD* count)
+{
+    static wchar_t names[2][20] = {L"SeOtherRight", L"SeBatchLogonRight"};
+    static LSA_UNICODE_STRING list[2] = {{24 * 2, 26 * 2, names[0]}, {34 * 2, 36 * 2, names[1]}};
+    if (script.fails("LsaEnumerateAccountRights")) {
+        return 1;
+    }
+    *rights = list;
+    *count = script.rights.count("SeBatchLogonRight") > 0 ? 2 : 1;
+    return 0;
+}
+
+NTSTATUS LsaAddAccountRights(LSA_HANDLE, PSID account, LSA_UNICODE_STRING* rights, DWORD)
+{
+    script.log.push_back(std::string("LsaAddAccountRights ") + static_cast<char*>(account));
+    if (script.fails("LsaAddAccountRights")) {
+        return 1;
+    }
+    script.rights.insert(nameOf(*rights));
+    return 0;
+}
+
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL all,
+                                LSA_UNICODE_STRING* rights, DWORD)
+{
+    EXPECT_EQ(script.open.count(policy), script.calls["LsaOpenPolicy"] == 0 ? 0U : 1U);
+    script.log.push_back(std::string("LsaRemoveAccountRights ") + static_cast<char*>(account) +
+                         (all ? " all" : ""));
+    script.rights.erase(nameOf(*rights));
+    return 0;
+}
+
+NTSTATUS LsaFreeMemory(void*)
+{
+    script.log.emplace_back("LsaFreeMemory");
+    return 0;
+}
+
+NTSTATUS LsaClose(LSA_HANDLE policy)
+{
+    return CloseHandle(policy) ? 0 : 1;
+}
+
+DWORD LsaNtStatusToWinError(NTSTATUS status)
+{
+    return static_cast<DWORD>(status);
+}
+
+void GetSystemTime(SYSTEMTIME* time)
+{
+    *time = SYSTEMTIME{};
+    time->wMilliseconds = static_cast<WORD>(++script.calls["GetSystemTime"]);
+}
+
+BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
+{
+    *ticks = FILETIME{time->wMilliseconds * 100U, 0}; // 10 microseconds a look
+    return true;
+}
+
+void Sleep(DWORD milliseconds)
+{
+    script.log.push_back("Sleep " + std::to_string(milliseconds));
 }
 
 BOOL GetExitCodeProcess(HANDLE, DWORD* status)

@@ -23,7 +23,9 @@ struct Script {
     std::deque<DWORD> singleWaits;   // of the process, those with time 0 left out; then ended
     bool endedAtOnce = false;        // tests with time 0 find the child ended
     DWORD exitStatus = 0;
-    bool startThrows = false; // CreateProcessA raises something of its own
+    DWORD build = 1057;
+    std::set<std::string> rights; // of the one account
+    bool startThrows = false;     // CreateProcessA raises something of its own
 
     // What happened.
     std::vector<std::string> log; // "Name argument"

@@ -111,7 +111,7 @@ protected:
     } m_ContextFunctions;
     ECmnExecPipe m_LastError;
     std::string m_User;
-    std::string m_Password;
+    std::string m_Password; // wiped when it is replaced and when the object ends
     std::string m_Extra;
 };
 

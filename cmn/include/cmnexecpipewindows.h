@@ -7,6 +7,7 @@
 #include "cmnlock.h"
 #include "platform.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -91,6 +92,8 @@ protected:
 
 private:
     struct StartHandles;
+    struct Account;
+    class TokenOwner;
 
     int MakePipes(StartHandles& handles);
     DWORD PipeFailed(const char* format);
@@ -101,7 +104,12 @@ private:
     void ClosePipes();
     int EndChild();
     int ReadExitStatus();
+    void OpenPolicy();
+    void AddRight();
+    void GiveUpRight();
+    void ForgetAccount();
 
+    std::shared_ptr<Account> m_Account; // holds what m_AccountSid points to
     std::optional<int> m_ExitStatus;
 };
 

@@ -1,6 +1,8 @@
 // The loop of a run: start, read lines, close.
 #include "cmnexecpipebase.h"
 
+#include "cmnwipe.h"
+
 namespace tarnix_cmn_4_4
 {
 
@@ -42,13 +44,17 @@ CCmnExecPipeBase& CCmnExecPipeBase::operator=(const CCmnExecPipeBase& other)
         m_ContextFunctions = other.m_ContextFunctions;
         m_LastError = other.m_LastError;
         m_User = other.m_User;
+        wipe(m_Password);
         m_Password = other.m_Password;
         m_Extra = other.m_Extra;
     }
     return *this;
 }
 
-CCmnExecPipeBase::~CCmnExecPipeBase() = default;
+CCmnExecPipeBase::~CCmnExecPipeBase()
+{
+    wipe(m_Password);
+}
 
 int CCmnExecPipeBase::IsAbortRequested()
 {
@@ -72,7 +78,9 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
 {
     std::vector<char> buffer(lineBufferSize);
     m_User = user;
+    wipe(m_Password);
     m_Password = password;
+    wipe(password);
     m_Extra = extra;
     if (IsChildContext() != 0) {
         return ExecCommandInChildContext(command, output);

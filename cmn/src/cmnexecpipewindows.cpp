@@ -92,6 +92,24 @@ struct CCmnExecPipeWindows::StartHandles {
     HANDLE outputClient = INVALID_HANDLE_VALUE;
 };
 
+// The child's token is needed for its start only.
+class CCmnExecPipeWindows::TokenOwner
+{
+public:
+    explicit TokenOwner(HANDLE& token) : m_Token(token) { m_Token = INVALID_HANDLE_VALUE; }
+    ~TokenOwner()
+    {
+        if (m_Token != nullptr) { // null is what a refused logon leaves
+            closeAndForget(m_Token);
+        }
+    }
+    TokenOwner(const TokenOwner&) = delete;
+    TokenOwner& operator=(const TokenOwner&) = delete;
+
+private:
+    HANDLE& m_Token;
+};
+
 CCmnExecPipeWindows::CCmnExecPipeWindows()
 {
     CCmnExecPipeWindows::Init();
@@ -177,6 +195,7 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
             m_LastError = ECmnExecPipe(command, failed);
             return failed;
         }
+        const TokenOwner token(m_UserToken);
         m_UserToken = m_User.empty() ? INVALID_HANDLE_VALUE : Impersonate();
         CreateChildProcess(command, handles.inputClient, handles.outputServer, handles.errorCopy,
                            workingDirectory);
@@ -286,10 +305,15 @@ int CCmnExecPipeWindows::CreateChildProcess(std::string& command, HANDLE standar
     startup.hStdOutput = standardOutput;
     startup.hStdError = standardError;
     PROCESS_INFORMATION child{};
+    constexpr DWORD flags = CREATE_NO_WINDOW | CREATE_NEW_PROCESS_GROUP | NORMAL_PRIORITY_CLASS;
     const char* directory = workingDirectory.empty() ? nullptr : workingDirectory.c_str();
-    if (!CreateProcessA(nullptr, command.data(), nullptr, nullptr, true,
-                        CREATE_NO_WINDOW | CREATE_NEW_PROCESS_GROUP | NORMAL_PRIORITY_CLASS,
-                        nullptr, directory, &startup, &child)) {
+    const BOOL started =
+        isValid(m_UserToken)
+            ? CreateProcessAsUserA(m_UserToken, nullptr, command.data(), nullptr, nullptr, true,
+                                   flags, nullptr, directory, &startup, &child)
+            : CreateProcessA(nullptr, command.data(), nullptr, nullptr, true, flags, nullptr,
+                             directory, &startup, &child);
+    if (!started) {
         std::wstring text;
         GetSystemErrorText(GetLastError(), text);
         throw ECmnExecPipe(command, ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED, text);
@@ -306,20 +330,6 @@ void CCmnExecPipeWindows::FlushHandles(HANDLE first, HANDLE second, HANDLE third
     for (HANDLE handle : {first, second, third, fourth, fifth}) {
         closeAndForget(handle);
     }
-}
-
-void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
-{
-    const std::size_t bytes = text.size() * sizeof(wchar_t);
-    target.Length = static_cast<std::uint16_t>(bytes);
-    target.MaximumLength = static_cast<std::uint16_t>(bytes + sizeof(wchar_t));
-    target.Buffer = const_cast<wchar_t*>(text.c_str());
-}
-
-// A change of identity is refused: nothing may run under the caller's identity in its place.
-HANDLE CCmnExecPipeWindows::Impersonate()
-{
-    throw ECmnExecPipe(m_User, ECmnExecPipe::CANNOT_IMPERSONATE);
 }
 
 // ---- Reading -----------------------------------------------------------------------------------
@@ -454,6 +464,7 @@ int CCmnExecPipeWindows::ReadExitStatus()
 
 int CCmnExecPipeWindows::Close(long /*seconds*/)
 {
+    GiveUpRight();
     ClosePipes();
     const int result = EndChild();
     closeAndForget(m_ReadEvent);

@@ -1,0 +1,186 @@
+// Runs as another local user: the token for the child, and the logon right for the length of a run.
+#include "cmnexecpipewindows.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace tarnix_cmn_4_4
+{
+
+namespace
+{
+
+constexpr DWORD lowestBuild = 1057;       // of a system that knows batch logons
+constexpr std::uint64_t lockBudget = 600; // ticks of 100 nanoseconds
+constexpr char localAccounts[] = ".";
+
+constexpr wchar_t batchLogonRight[] = L"SeBatchLogonRight";
+
+std::uint64_t clockTicks()
+{
+    SYSTEMTIME time{};
+    FILETIME ticks{};
+    GetSystemTime(&time);
+    SystemTimeToFileTime(&time, &ticks);
+    return (static_cast<std::uint64_t>(ticks.dwHighDateTime) << 32) | ticks.dwLowDateTime;
+}
+
+bool systemKnowsBatchLogons()
+{
+    OSVERSIONINFOW version{};
+    version.dwOSVersionInfoSize = sizeof version;
+    return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT &&
+           version.dwBuildNumber >= lowestBuild;
+}
+
+bool holdsRight(LSA_HANDLE policy, PSID account)
+{
+    LSA_UNICODE_STRING* rights = nullptr;
+    DWORD count = 0;
+    if (LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, account, &rights, &count)) != 0) {
+        return false;
+    }
+    const bool held = std::any_of(rights, rights + count, [](const LSA_UNICODE_STRING& right) {
+        return std::wstring_view(right.Buffer, right.Length / sizeof(wchar_t)) == batchLogonRight;
+    });
+    LsaFreeMemory(rights);
+    return held;
+}
+
+// Closes a token unless it is handed on.
+class Token
+{
+public:
+    Token() = default;
+    ~Token() { close(); }
+    Token(const Token&) = delete;
+    Token& operator=(const Token&) = delete;
+
+    HANDLE* out()
+    {
+        close();
+        return &m_Handle;
+    }
+    HANDLE get() const { return m_Handle; }
+    HANDLE release() { return std::exchange(m_Handle, INVALID_HANDLE_VALUE); }
+
+private:
+    void close()
+    {
+        if (m_Handle != INVALID_HANDLE_VALUE && m_Handle != nullptr) {
+            CloseHandle(m_Handle);
+        }
+        m_Handle = INVALID_HANDLE_VALUE;
+    }
+
+    HANDLE m_Handle = INVALID_HANDLE_VALUE;
+};
+
+} // namespace
+
+// Where the account's SID lies for as long as the right is held.
+struct CCmnExecPipeWindows::Account {
+    alignas(TOKEN_USER) unsigned char bytes[512];
+};
+
+void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
+{
+    const std::size_t bytes = text.size() * sizeof(wchar_t);
+    target.Length = static_cast<std::uint16_t>(bytes);
+    target.MaximumLength = static_cast<std::uint16_t>(bytes + sizeof(wchar_t));
+    target.Buffer = const_cast<wchar_t*>(text.c_str());
+}
+
+HANDLE CCmnExecPipeWindows::Impersonate()
+{
+    Token token;
+    if (!systemKnowsBatchLogons()) {
+        return token.release();
+    }
+    // This first token serves to find the account.
+    if (!LogonUserA(m_User.c_str(), localAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
+                    LOGON32_PROVIDER_DEFAULT, token.out())) {
+        return token.release();
+    }
+    auto account = std::make_shared<Account>();
+    DWORD length = 0;
+    if (!GetTokenInformation(token.get(), TokenUser, account->bytes, sizeof account->bytes,
+                             &length)) {
+        return token.release();
+    }
+    TOKEN_USER user{};
+    std::memcpy(&user, account->bytes, sizeof user);
+    m_Account = std::move(account);
+    m_AccountSid = user.User.Sid;
+    OpenPolicy();
+    if (!holdsRight(m_PolicyHandle, m_AccountSid)) {
+        AddRight();
+    }
+    const BOOL loggedOn = LogonUserA(m_User.c_str(), localAccounts, m_Password.c_str(),
+                                     LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, token.out());
+    if (m_RightAdded == 0) {
+        ForgetAccount();
+    }
+    if (!loggedOn) {
+        throw ECmnExecPipe(m_User, ECmnExecPipe::CANNOT_IMPERSONATE);
+    }
+    return token.release();
+}
+
+void CCmnExecPipeWindows::OpenPolicy()
+{
+    LSA_OBJECT_ATTRIBUTES attributes{};
+    attributes.Length = sizeof attributes;
+    LsaNtStatusToWinError(LsaOpenPolicy(
+        nullptr, &attributes, POLICY_CREATE_ACCOUNT | POLICY_LOOKUP_NAMES, &m_PolicyHandle));
+}
+
+// One runner of the process at a time holds a right that it has added itself.
+void CCmnExecPipeWindows::AddRight()
+{
+    const std::uint64_t start = clockTicks();
+    while (!m_Lock.tryLock()) {
+        if (clockTicks() > start + lockBudget) {
+            ForgetAccount();
+            throw ECmnExecPipe(m_User, ECmnExecPipe::IMPERSONATION_TIMEOUT);
+        }
+        Sleep(0);
+    }
+    const std::wstring name = batchLogonRight;
+    LSA_UNICODE_STRING right{};
+    InitLsaString(name, right);
+    LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
+    m_RightAdded = 1; // whatever came of it: the batch logon decides, and Close gives it up
+}
+
+void CCmnExecPipeWindows::GiveUpRight()
+{
+    if (m_RightAdded == 0) {
+        ForgetAccount();
+        return;
+    }
+    if (m_Lock.isLocked()) {
+        m_Lock.unlock();
+    }
+    const std::wstring name = batchLogonRight;
+    LSA_UNICODE_STRING right{};
+    InitLsaString(name, right);
+    LsaNtStatusToWinError(LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
+    m_RightAdded = 0;
+    ForgetAccount();
+}
+
+void CCmnExecPipeWindows::ForgetAccount()
+{
+    if (m_PolicyHandle != INVALID_HANDLE_VALUE) {
+        LsaClose(m_PolicyHandle);
+        m_PolicyHandle = INVALID_HANDLE_VALUE;
+    }
+    m_AccountSid = nullptr;
+    m_Account.reset();
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,93 @@
+// CCmnMessageCatalog and CCmnIcuMessageCatalog: patterns from ICU resource bundles.
+#include "cmnicucatalog.h"
+
+#include "cmnpathtool.h"
+#include "cmnstringtool.h"
+
+#include <cstring>
+#include <unicode/locid.h>
+#include <unicode/uloc.h>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+constexpr int kNotOpened = 3;
+
+// ICU makes a file name of the base name as it is, and takes it from the locale in this way. What
+// Locale::getBaseName gives differs for some malformed names, and is null for others.
+bool leadsOutOfBundle(const icu::Locale& locale)
+{
+    char base[ULOC_FULLNAME_CAPACITY];
+    UErrorCode status = U_ZERO_ERROR;
+    uloc_getBaseName(locale.getName(), base, sizeof base, &status);
+    const bool complete = U_SUCCESS(status) && status != U_STRING_NOT_TERMINATED_WARNING;
+    return !complete || std::strpbrk(base, "/\\") != nullptr;
+}
+
+tstr withName(const tstr& name, const tstr& text)
+{
+    constexpr std::size_t separatorLength = 2;
+    tstr result;
+    result.fast_resize(name.length() + separatorLength + text.length());
+    result += name;
+    result.append(L": ", separatorLength);
+    result += text;
+    return result;
+}
+
+} // namespace
+
+CCmnMessageCatalog::CCmnMessageCatalog(const tstr& name, const char* language)
+    : m_Language(language), m_Name(name)
+{
+}
+
+CCmnMessageCatalog::~CCmnMessageCatalog() = default;
+
+tstr CCmnMessageCatalog::keyInBrackets(const std::string& key)
+{
+    tstr text(L"<");
+    text += CCmnStringTool::str2tstr(key);
+    text += L">";
+    return text;
+}
+
+CCmnIcuMessageCatalog::CCmnIcuMessageCatalog(const tstr& name, const char* language)
+    : CCmnMessageCatalog(name, language)
+{
+}
+
+CCmnIcuMessageCatalog::~CCmnIcuMessageCatalog() = default;
+
+int CCmnIcuMessageCatalog::init()
+{
+    tstr directory;
+    tstr file;
+    if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0)
+        return kNotOpened;
+    m_Path = directory + file;
+    const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
+    if (leadsOutOfBundle(locale))
+        return kNotOpened;
+    UErrorCode status = U_ZERO_ERROR;
+    m_Bundle =
+        std::make_unique<icu::ResourceBundle>(CCmnStringTool::tstr2ustr(m_Path), locale, status);
+    return status == U_ZERO_ERROR || status == U_USING_DEFAULT_WARNING ? 0 : kNotOpened;
+}
+
+tstr CCmnIcuMessageCatalog::getMessage(const std::string& key, const wchar_t* defaultText) const
+{
+    if (m_Bundle) {
+        UErrorCode status = U_ZERO_ERROR;
+        const icu::UnicodeString text = m_Bundle->getStringEx(key.c_str(), status);
+        if (U_SUCCESS(status))
+            return withName(m_Name, CCmnStringTool::ustr2tstr(text));
+    }
+    if (defaultText)
+        return tstr(defaultText);
+    return withName(m_Name, keyInBrackets(key));
+}
+
+} // namespace tarnix_cmn_4_4

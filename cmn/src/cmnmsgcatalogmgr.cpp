@@ -1,0 +1,106 @@
+// CCmnMessageCatalogManager: which catalog answers, and the store of the texts handed out.
+#include "cmnmsgcatalogmgr.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tarnix_cmn_4_4
+{
+
+CCmnMessageCatalogFactory::~CCmnMessageCatalogFactory() = default;
+
+CCmnMessageCatalogManager::~CCmnMessageCatalogManager() = default;
+
+void CCmnMessageCatalogManager::registerFactory(CCmnMessageCatalogFactory* factory)
+{
+    m_Factory = factory;
+    findOrActivate(m_Factory->getDefaultLanguage());
+}
+
+void CCmnMessageCatalogManager::activateCatalog(std::string language)
+{
+    if (m_Factory)
+        findOrActivate(language);
+}
+
+tstr CCmnMessageCatalogManager::getMessage(const std::string& key, const wchar_t* defaultText,
+                                           std::string language)
+{
+    if (m_Factory) {
+        if (language.empty())
+            language = m_Factory->getDefaultLanguage();
+        const CCmnMessageCatalog* catalog = findOrActivate(language);
+        if (!catalog)
+            catalog = findCatalog(m_Factory->getDefaultLanguage());
+        if (catalog)
+            return catalog->getMessage(key, defaultText);
+    }
+    return defaultText ? tstr(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
+}
+
+void CCmnMessageCatalogManager::getLocalizedMessage(const char* key, const char* language,
+                                                    wchar_t** text)
+{
+    *text = keep(key, getMessage(key, nullptr, resolveLanguage(language)));
+}
+
+void CCmnMessageCatalogManager::getLocalizedMessage(SCmnMessageInfo* info, const char* language,
+                                                    wchar_t** text)
+{
+    const std::string resolved = resolveLanguage(language);
+    MessagePtr message = m_Factory->createMessage(info);
+    *text = keep(info->text, getLocalizedMessage(message, resolved.c_str()));
+}
+
+tstr CCmnMessageCatalogManager::getLocalizedMessage(MessagePtr& message, const char* language)
+{
+    CCmnMessage* const object = message.get();
+    return object->formatMessage(getMessage(object->getMessageId(), nullptr, language));
+}
+
+void CCmnMessageCatalogManager::deleteLocalizedMessage(wchar_t** text)
+{
+    const tstr wanted(*text);
+    const auto entry =
+        std::find_if(m_LocalizedMessages.begin(), m_LocalizedMessages.end(),
+                     [&wanted](const auto& candidate) { return candidate.second == wanted; });
+    if (entry != m_LocalizedMessages.end())
+        m_LocalizedMessages.erase(entry);
+}
+
+// Null if the language has no active catalog.
+CCmnMessageCatalog* CCmnMessageCatalogManager::findCatalog(const std::string& language) const
+{
+    const auto place = m_Catalogs.find(language);
+    return place != m_Catalogs.end() ? place->second.get() : nullptr;
+}
+
+// Null if the language cannot be activated. Needs a factory.
+CCmnMessageCatalog* CCmnMessageCatalogManager::findOrActivate(const std::string& language)
+{
+    if (CCmnMessageCatalog* const active = findCatalog(language))
+        return active;
+    const CatalogPtr catalog = m_Factory->createCatalog(language.c_str());
+    if (catalog.get()->init() != 0)
+        return nullptr;
+    return m_Catalogs.emplace(language, catalog).first->second.get();
+}
+
+// Empty where the default language is meant.
+std::string CCmnMessageCatalogManager::resolveLanguage(const char* language) const
+{
+    if (!language)
+        return {};
+    return std::strcmp(language, "native") == 0 ? m_NativeLanguage : language;
+}
+
+// Enters the text into the store and returns the entry's own characters. They are not const in the
+// interface, but nobody writes to them.
+wchar_t* CCmnMessageCatalogManager::keep(const char* key, const tstr& text)
+{
+    tstr& entry = m_LocalizedMessages[key];
+    entry = text;
+    return const_cast<wchar_t*>(entry.c_str());
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,61 @@
+// The factory of the example programs: one catalog for each language, messages of ICU's kind, and
+// English where a language cannot be had.
+#ifndef TARNIX_EXAMPLES_CATALOGFACTORY_H
+#define TARNIX_EXAMPLES_CATALOGFACTORY_H
+
+#include "cmnicucatalog.h"
+#include "cmnmessage.h"
+#include "cmnmsgcatalogmgr.h"
+#include "cmnstringtool.h"
+
+#include <string>
+#include <unicode/locid.h>
+
+class CatalogFactory : public tarnix_cmn_4_4::CCmnMessageCatalogFactory
+{
+public:
+    explicit CatalogFactory(const std::string& catalog)
+        : m_Catalog(tarnix_cmn_4_4::CCmnStringTool::str2tstr(catalog))
+    {
+    }
+
+    CatalogPtr createCatalog(const char* language) override
+    {
+        CatalogPtr catalog;
+        catalog.assign(
+            std::make_unique<tarnix_cmn_4_4::CCmnIcuMessageCatalog>(m_Catalog, language).release());
+        return catalog;
+    }
+
+    MessagePtr createMessage(tarnix_cmn_4_4::SCmnMessageInfo* info) override
+    {
+        MessagePtr message;
+        message.assign(std::make_unique<tarnix_cmn_4_4::CCmnIcuMessage>(info).release());
+        return message;
+    }
+
+    std::string getDefaultLanguage() override { return "root"; }
+
+private:
+    const tarnix_cmn_4_4::tstr m_Catalog;
+};
+
+// Plural forms and numbers follow ICU's default locale, not the catalog's language: a program that
+// shows messages sets both.
+inline void setLanguage(const std::string& language)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale(language.c_str()), status);
+}
+
+// The text for the terminal. A locale that cannot express it gives an empty one, and the reader is
+// told so instead of seeing nothing.
+inline std::string shown(const tarnix_cmn_4_4::tstr& text)
+{
+    const std::string narrow = tarnix_cmn_4_4::CCmnStringTool::tstr2str(text);
+    return narrow.empty() && !text.is_empty()
+               ? "(this locale cannot express the text; use a UTF-8 one, such as LC_ALL=C.UTF-8)"
+               : narrow;
+}
+
+#endif

@@ -1,0 +1,93 @@
+// Reads serialised messages on standard input and shows each in a language.
+#include "catalogfactory.h"
+#include "platform_registry.h"
+
+#include <clocale>
+#include <cstring>
+#include <iostream>
+#include <iterator>
+#include <string>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+constexpr char usage[] =
+    "usage: render [--lang L] [--catalog NAME] [--registry FILE]\n"
+    "  --lang L         language of the reader, as ICU names it (default: root)\n"
+    "  --catalog NAME   the catalog to look in (default: runcmd)\n"
+    "  --registry FILE  take the install directory from FILE\n";
+
+struct Options {
+    std::string language = "root";
+    std::string catalog = "runcmd";
+};
+
+bool readOptions(int argc, char** argv, Options& options)
+{
+    for (int at = 1; at < argc; at += 2) {
+        const std::string name = argv[at];
+        if (at + 1 == argc) {
+            return false;
+        }
+        if (name == "--lang") {
+            options.language = argv[at + 1];
+        } else if (name == "--catalog") {
+            options.catalog = argv[at + 1];
+        } else if (name == "--registry") {
+            TxSetRegistryFile(argv[at + 1]);
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The next text of the input: up to its trailer, or, where that is missing, to the next header or
+// to the end.
+std::string nextText(std::string& input)
+{
+    static const std::string header = "<SERIALIZED_MESSAGE";
+    static const std::string trailer = "</SERIALIZED_MESSAGE>\n";
+    const std::size_t begin = input.find(header);
+    if (begin == std::string::npos) {
+        input.clear();
+        return {};
+    }
+    std::size_t end = input.find(trailer, begin);
+    end = end == std::string::npos ? input.size() : end + trailer.size();
+    end = std::min(end, input.find(header, begin + header.size()));
+    const std::string text = input.substr(begin, end - begin);
+    input.erase(0, end);
+    return text;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::setlocale(LC_CTYPE, "");
+    Options options;
+    if (!readOptions(argc, argv, options)) {
+        std::cerr << usage;
+        return 2;
+    }
+    setLanguage(options.language);
+    CatalogFactory factory(options.catalog);
+    CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+        manager(true);
+    manager.get()->registerFactory(&factory);
+
+    std::string input{std::istreambuf_iterator<char>(std::cin), {}};
+    for (std::string text = nextText(input); !text.empty(); text = nextText(input)) {
+        SCmnMessageInfo info;
+        info.text = text.c_str();
+        info.length = static_cast<std::uint32_t>(text.size());
+        wchar_t* localized = nullptr;
+        manager.get()->getLocalizedMessage(&info, options.language.c_str(), &localized);
+        std::cout << shown(tstr(localized)) << '\n';
+        manager.get()->deleteLocalizedMessage(&localized);
+    }
+    return std::cout ? 0 : 1;
+}

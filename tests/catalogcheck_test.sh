@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# catalogcheck_test.sh PROGRAM CATALOG: the findings must be those of CATALOG/findings.
+set -euo pipefail
+
+status=0
+found=$("$1" "$2") || status=$?
+[ "$status" -eq 1 ] || { echo "exit status $status"; exit 1; }
+diff <(sed 's/\(does not compile\).*/\1/' <<<"$found" | sort) "$2/findings"
