@@ -41,11 +41,14 @@ private:
 };
 
 // Plural forms and numbers follow ICU's default locale, not the catalog's language: a program that
-// shows messages sets both.
+// shows messages sets both. The root language of the catalogs here is English.
 inline void setLanguage(const std::string& language)
 {
     UErrorCode status = U_ZERO_ERROR;
-    icu::Locale::setDefault(icu::Locale(language.c_str()), status);
+    if (language.find_first_of("/\\") != std::string::npos) {
+        return; // it would lead out of the catalog, and no catalog takes it
+    }
+    icu::Locale::setDefault(icu::Locale(language == "root" ? "en" : language.c_str()), status);
 }
 
 // The text for the terminal. A locale that cannot express it gives an empty one, and the reader is

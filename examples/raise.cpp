@@ -77,7 +77,7 @@ int main(int argc, char** argv)
     for (int i = at + 1; i < argc; ++i) {
         good = addArgument(argv[i], arguments) && good;
     }
-    if (!good || *id == '\0' || std::strpbrk(id, " \t\n") != nullptr) {
+    if (!good || *id == '\0' || std::strpbrk(id, " \t\n\r\v\f") != nullptr) {
         std::cerr << usage;
         return 2;
     }

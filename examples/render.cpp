@@ -2,6 +2,7 @@
 #include "catalogfactory.h"
 #include "platform_registry.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstring>
 #include <iostream>
@@ -44,23 +45,22 @@ bool readOptions(int argc, char** argv, Options& options)
     return true;
 }
 
-// The next text of the input: up to its trailer, or, where that is missing, to the next header or
-// to the end.
-std::string nextText(std::string& input)
+// The next text of the input from `at` on, which moves behind it: up to its trailer, or, where that
+// is missing, to the next header or to the end. Empty when there is none.
+std::string nextText(const std::string& input, std::size_t& at)
 {
     static const std::string header = "<SERIALIZED_MESSAGE";
     static const std::string trailer = "</SERIALIZED_MESSAGE>\n";
-    const std::size_t begin = input.find(header);
+    const std::size_t begin = input.find(header, at);
     if (begin == std::string::npos) {
-        input.clear();
         return {};
     }
-    std::size_t end = input.find(trailer, begin);
-    end = end == std::string::npos ? input.size() : end + trailer.size();
-    end = std::min(end, input.find(header, begin + header.size()));
-    const std::string text = input.substr(begin, end - begin);
-    input.erase(0, end);
-    return text;
+    at = std::min(input.find(header, begin + header.size()), input.size());
+    const std::size_t end = input.find(trailer, begin);
+    if (end < at) {
+        at = end + trailer.size();
+    }
+    return input.substr(begin, at - begin);
 }
 
 } // namespace
@@ -79,8 +79,9 @@ int main(int argc, char** argv)
         manager(true);
     manager.get()->registerFactory(&factory);
 
-    std::string input{std::istreambuf_iterator<char>(std::cin), {}};
-    for (std::string text = nextText(input); !text.empty(); text = nextText(input)) {
+    const std::string input{std::istreambuf_iterator<char>(std::cin), {}};
+    std::size_t at = 0;
+    for (std::string text = nextText(input, at); !text.empty(); text = nextText(input, at)) {
         SCmnMessageInfo info;
         info.text = text.c_str();
         info.length = static_cast<std::uint32_t>(text.size());

@@ -78,6 +78,10 @@ bool readOptions(int argc, char** argv, Options& options)
         } else if (name == "--trace") {
             options.trace = value;
         } else if (name == "--user") {
+            // An empty name would run the command as the caller.
+            if (*value == '\0') {
+                return false;
+            }
             options.user = value;
         } else if (name == "--password-file") {
             std::ifstream file(value);
@@ -95,7 +99,7 @@ bool readOptions(int argc, char** argv, Options& options)
             return false;
         }
     }
-    if (at + 1 >= argc) {
+    if (at + 1 >= argc || (options.user.empty() && !options.password.empty())) {
         return false;
     }
     options.words.assign(argv + at + 1, argv + argc);

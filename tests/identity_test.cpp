@@ -41,7 +41,7 @@ public:
         std::string shadow = "root:*:19000::::::\n";
         std::string group = "root:x:0:\nfriends:x:61900:second,holder\n";
         int uid = 61000;
-        for (const std::string name : {"holder", "second", "expired"}) {
+        for (const std::string name : {"holder", "second", "third", "expired"}) {
             const std::string number = std::to_string(++uid);
             passwd += name + ":x:" + number + ":" + number + "::/nonexistent:/bin/sh\n";
             shadow += name + ":" + passwordHash +
@@ -139,6 +139,9 @@ TEST_F(Identity, TheChildIsTheUserForGood)
         EXPECT_EQ(as(user, "sh -c 'grep -c \"^[UG]id:.0\" /proc/self/status; :'"), Lines{"0"});
         EXPECT_EQ(as(user, "grep CapEff /proc/self/status"), Lines{"CapEff:\t0000000000000000"});
         EXPECT_EQ(as(user, child + " descriptors"), Lines{"0 1 2 "});
+        // A session of its own: the caller's terminal is out of reach.
+        EXPECT_EQ(as(user, "sh -c 'test $(cut -d\" \" -f6 /proc/self/stat) = $$ && echo own'"),
+                  Lines{"own"});
         EXPECT_EQ(as(user, "sh -c 'echo again > /dev/stdout'"), Lines{"again"});
         EXPECT_EQ(as(user, "cat /etc/shadow"), Lines{"cat: /etc/shadow: Permission denied"});
     }
@@ -200,9 +203,52 @@ TEST_F(Identity, TheRightIsAddedForTheRunOnly)
     EXPECT_EQ(accounts->scratch().read("rights"), standing + "second SeBatchLogonRight\n");
     CCmnExecPipeWindows other;
     EXPECT_EQ(other.Exec("id -u", lines, "", 60, "/", "holder", password), 0); // needs no lock
-    first.Init();
+    EXPECT_EQ(other.Exec("id -u", lines, "", 60, "/", "third", password), 3);  // and this one does
+    EXPECT_EQ(other.getLastError().getCode(), 9);
+    EXPECT_EQ(other.getLastError().getSubject(), "third");
+    // Used for another account without a word of its end, it gives up the former one's right.
+    EXPECT_EQ(first.Exec("id -un", lines, "", 60, "/", "holder", password), 0);
+    EXPECT_EQ(lines, Lines{"holder"});
     EXPECT_EQ(accounts->scratch().read("rights"), standing);
+    EXPECT_EQ(as("third", "id -un"), Lines{"third"});
     EXPECT_EQ(as("second", "id -un"), Lines{"second"});
+}
+
+// Whoever the child becomes may stop it: the start must neither hang nor show him the caller.
+TEST_F(Identity, AUserWhoStopsHisChildGainsNothing)
+{
+    const pid_t attacker = fork();
+    if (attacker == 0) {
+        if (setresgid(61002, 61002, 61002) != 0 || setresuid(61002, 61002, 61002) != 0) {
+            _exit(1);
+        }
+        // The next process ids are guessed; each is stopped as soon as that is permitted.
+        const pid_t from = getpid();
+        for (;;) {
+            for (pid_t pid = from + 1; pid < from + 200; ++pid) {
+                if (kill(pid, SIGSTOP) == 0) {
+                    kill(pid, SIGCONT);
+                }
+            }
+        }
+    }
+    std::vector<std::thread> callers;
+    for (const std::string user : {"second", "holder"}) {
+        callers.emplace_back([user] {
+            for (int i = 0; i < 30; ++i) {
+                CCmnExecPipeWindows runner;
+                Lines lines;
+                runner.Exec("id -un", lines, "", 60, "/", user, password);
+                EXPECT_TRUE(lines.empty() || lines == Lines{user});
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    kill(attacker, SIGKILL);
+    waitpid(attacker, nullptr, 0);
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
 }
 
 TEST_F(Identity, ARunThatIsKilledLeavesAWholeFile)

@@ -16,8 +16,8 @@ namespace tarnix_cmn_4_4
 
 // The file is UTF-8 in every locale and has the format of ACE_Registry_ImpExp: a section is a line
 // with its whole path in square brackets, parts separated by backslashes; its values follow, one a
-// line, as "name"="text" or "name"=dword: and eight hexadecimal digits. Lines that begin with ';' or
-// '#' are comments, which an export does not keep.
+// line, as "name"="text" or "name"=dword: and eight hexadecimal digits. Lines that begin with a
+// semicolon or a number sign are comments, which an export does not keep.
 //
 // What the format cannot carry: a line end in any text, a '"' in the name of a value, and values of
 // the root section; the store takes them, but they do not come back from the file. A last line

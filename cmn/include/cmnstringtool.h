@@ -129,8 +129,8 @@ public:
     static int str2int(const std::string& text, int& number); // atoi
     static int str2int(const std::string& text);
 
-    // Read through the signed atoi: "-1" gives 4294967295. What a text outside the range of int gives
-    // is the C library's affair.
+    // Read through the signed atoi: "-1" gives 4294967295. What a text outside the range of int
+    // gives is the C library's affair.
     static int str2uint(const std::string& text, unsigned int& number);
     static unsigned int str2uint(const std::string& text);
 

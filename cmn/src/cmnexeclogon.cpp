@@ -141,6 +141,9 @@ void CCmnExecPipeWindows::OpenPolicy()
 // One runner of the process at a time holds a right that it has added itself.
 void CCmnExecPipeWindows::AddRight()
 {
+    const std::wstring name = batchLogonRight;
+    LSA_UNICODE_STRING right{};
+    InitLsaString(name, right);
     const std::uint64_t start = clockTicks();
     while (!m_Lock.tryLock()) {
         if (clockTicks() > start + lockBudget) {
@@ -149,11 +152,8 @@ void CCmnExecPipeWindows::AddRight()
         }
         Sleep(0);
     }
-    const std::wstring name = batchLogonRight;
-    LSA_UNICODE_STRING right{};
-    InitLsaString(name, right);
+    m_RightAdded = 1; // whatever comes of it: the batch logon decides, and Close gives it up
     LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
-    m_RightAdded = 1; // whatever came of it: the batch logon decides, and Close gives it up
 }
 
 void CCmnExecPipeWindows::GiveUpRight()
@@ -162,14 +162,14 @@ void CCmnExecPipeWindows::GiveUpRight()
         ForgetAccount();
         return;
     }
-    if (m_Lock.isLocked()) {
-        m_Lock.unlock();
-    }
     const std::wstring name = batchLogonRight;
     LSA_UNICODE_STRING right{};
     InitLsaString(name, right);
+    m_RightAdded = 0; // once only, whatever comes: the lock may be another runner's afterwards
+    if (m_Lock.isLocked()) {
+        m_Lock.unlock();
+    }
     LsaNtStatusToWinError(LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
-    m_RightAdded = 0;
     ForgetAccount();
 }
 

@@ -12,6 +12,18 @@ namespace
 constexpr int lineBufferSize = 8192;
 constexpr long closeSeconds = 10;
 
+class WipedAtEnd
+{
+public:
+    explicit WipedAtEnd(std::string& secret) : m_Secret(secret) {}
+    ~WipedAtEnd() { wipe(m_Secret); }
+    WipedAtEnd(const WipedAtEnd&) = delete;
+    WipedAtEnd& operator=(const WipedAtEnd&) = delete;
+
+private:
+    std::string& m_Secret;
+};
+
 } // namespace
 
 CCmnExecPipeBase::CCmnExecPipeBase() : m_AbortRequested(0) {}
@@ -76,11 +88,11 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
                            unsigned long seconds, std::string workingDirectory, std::string user,
                            std::string password)
 {
+    const WipedAtEnd wiped(password);
     std::vector<char> buffer(lineBufferSize);
     m_User = user;
     wipe(m_Password);
     m_Password = password;
-    wipe(password);
     m_Extra = extra;
     if (IsChildContext() != 0) {
         return ExecCommandInChildContext(command, output);

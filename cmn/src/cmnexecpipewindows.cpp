@@ -184,6 +184,7 @@ bool CCmnExecPipeWindows::getExitStatus(int& status) const
 int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirectory)
 {
     // What a run that never came to Close left behind would otherwise be lost.
+    GiveUpRight();
     ClosePipes();
     EndChild();
     m_Command = command;

@@ -69,7 +69,8 @@ int CCmnIcuMessageCatalog::init()
         return kNotOpened;
     m_Path = directory + file;
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
-    if (leadsOutOfBundle(locale))
+    // ICU looks in its default locale too before it comes to the root.
+    if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault()))
         return kNotOpened;
     UErrorCode status = U_ZERO_ERROR;
     m_Bundle =

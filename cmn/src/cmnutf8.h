@@ -11,7 +11,8 @@ namespace tarnix_cmn_4_4
 {
 
 // Null counts as the empty text. False, with `utf8` empty, for a text with a lone surrogate, which
-// has no UTF-8; a unit that is no code point becomes U+FFFD. The names that the trace log looks up for each line are ASCII and take the loop.
+// has no UTF-8; a unit that is no code point becomes U+FFFD. The names that the trace log looks up
+// for each line are ASCII and take the loop.
 inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
 {
     utf8.clear();

@@ -313,8 +313,10 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
                          DWORD* length);
 
-// CreateProcessA as the token's user: the child gets its groups, group and user for good before it
-// enters the directory and starts the program, and the pipe ends become that user's. A null token
+// CreateProcessA as the token's user: the child gets a session of its own, and the user's groups,
+// group and id for good, before it enters the directory and starts the program; the pipe ends
+// become that user's. It never shares memory with this process under that identity. A user who
+// holds his child up is given 10 seconds, then it is killed and refused (ETIMEDOUT). A null token
 // is that of a refused logon: false, with the reason of the thread's last refusal.
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
@@ -324,8 +326,10 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
 
 // The rights of accounts stand in a text file, a line "account right" for each. Lines of another
 // form stay as they are. A change happens under a file lock and replaces the file whole, so neither
-// a crash nor a full disk loses a line, and several processes may change it at once. All return a
-// status, which LsaNtStatusToWinError turns into 0 or an error.
+// a crash nor a full disk loses a line, and several processes may change it at once; a symbolic
+// link in its place becomes a file. A process that dies before it removes a right that it has added
+// leaves it to the account. All return a status, which LsaNtStatusToWinError turns into 0 or an
+// error.
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
                        DWORD access, LSA_HANDLE* policy);
 // An account without any right gives ENOENT. LsaFreeMemory frees the array.

@@ -46,10 +46,25 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
     if (replies == nullptr) {
         return PAM_BUF_ERR;
     }
-    for (int i = 0; i < count; ++i) {
-        if (questions[i]->msg_style == PAM_PROMPT_ECHO_OFF) {
+    int result = PAM_SUCCESS;
+    for (int i = 0; i < count && result == PAM_SUCCESS; ++i) {
+        const int style = questions[i]->msg_style;
+        if (style == PAM_PROMPT_ECHO_OFF) {
             replies[i].resp = strdup(static_cast<const char*>(password));
+            result = replies[i].resp != nullptr ? PAM_SUCCESS : PAM_BUF_ERR;
+        } else if (style == PAM_PROMPT_ECHO_ON) {
+            result = PAM_CONV_ERR; // nobody is there to answer it
         }
+    }
+    if (result != PAM_SUCCESS) {
+        for (int i = 0; i < count; ++i) {
+            if (replies[i].resp != nullptr) {
+                explicit_bzero(replies[i].resp, std::strlen(replies[i].resp));
+                std::free(replies[i].resp);
+            }
+        }
+        std::free(replies);
+        return result;
     }
     *answers = replies;
     return PAM_SUCCESS;
@@ -78,6 +93,14 @@ public:
         return m_Result == PAM_SUCCESS;
     }
 
+    // A module may have exchanged the account.
+    bool isStill(const std::string& user)
+    {
+        const void* now = nullptr;
+        return pam_get_item(m_Handle, PAM_USER, &now) == PAM_SUCCESS && now != nullptr &&
+               user == static_cast<const char*>(now);
+    }
+
     std::string reason() { return pam_strerror(m_Handle, m_Result); }
 
 private:
@@ -97,7 +120,7 @@ bool findAccount(const std::string& user, Identity& identity)
         buffer.resize(buffer.size() * 2);
     }
     if (found == nullptr) {
-        return refuse(error == 0 ? ENOENT : error, user, "there is no such account");
+        return refuse(error == 0 ? EACCES : error, user, "there is no such account");
     }
     identity.uid = entry.pw_uid;
     identity.gid = entry.pw_gid;
@@ -123,6 +146,9 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
     PamSession session(user.c_str(), password);
     if (!session.admits()) {
         return refuse(EACCES, user, session.reason());
+    }
+    if (!session.isStill(user)) {
+        return refuse(EACCES, user, "it is another account's");
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
         return refuse(EACCES, user, "the account lacks SeBatchLogonRight");
@@ -158,7 +184,7 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
         return false;
     }
     *token = openHandle(std::make_shared<Token>(user, std::move(identity)));
-    return *token != nullptr;
+    return *token != nullptr ? true : refuse(EMFILE, user, "no handle is left");
 }
 
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,

@@ -91,15 +91,12 @@ bool writeAll(int fd, const std::string& text)
 }
 
 // The new file gets the owner and the permissions of the old one.
-void keepAccess(const std::string& path, int fd)
+bool keepAccess(const std::string& path, int fd)
 {
     struct stat old {
     };
-    if (::stat(path.c_str(), &old) == 0) {
-        if (fchown(fd, old.st_uid, old.st_gid) == 0) {
-            fchmod(fd, old.st_mode & 07777);
-        }
-    }
+    return ::stat(path.c_str(), &old) != 0 ||
+           (fchown(fd, old.st_uid, old.st_gid) == 0 && fchmod(fd, old.st_mode & 07777) == 0);
 }
 
 // Written beside the file, to the disk, and then put in its place: at any moment the name leads to
@@ -111,12 +108,12 @@ bool replaceFile(const std::string& path, const Lines& lines)
         text.append(line).push_back('\n');
     }
     const std::string beside = path + ".new";
-    const UniqueFd file = openFd(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+    ::unlink(beside.c_str()); // of a change that was broken off; never somebody else's open file
+    const UniqueFd file = openFd(beside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
     if (!file) {
         return fail(errno, beside);
     }
-    keepAccess(path, file.get());
-    if (!writeAll(file.get(), text) || fsync(file.get()) != 0 ||
+    if (!keepAccess(path, file.get()) || !writeAll(file.get(), text) || fsync(file.get()) != 0 ||
         std::rename(beside.c_str(), path.c_str()) != 0) {
         const int error = errno;
         ::unlink(beside.c_str());

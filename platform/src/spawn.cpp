@@ -7,6 +7,8 @@
 #include "spawn.h"
 
 #include "errors.h"
+#include "runas.h"
+#include "waits.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,7 +16,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sched.h>
-#include <sys/prctl.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,7 +42,9 @@ namespace tarnix_platform
 namespace
 {
 
-enum class Step { prepare, changeIdentity, enterDirectory, execute };
+enum class Step { prepare, enterDirectory, execute };
+
+constexpr int runAsProgram = runAsStatus + 1; // descriptor, in the child
 
 // What the child works on: plain pointers into what the caller holds.
 struct ChildSide {
@@ -49,7 +53,8 @@ struct ChildSide {
     char* const* environment;
     const char* directory; // null: stay
     const int* standard;
-    const Identity* identity; // null: stay
+    int runAs;  // the program that takes another identity, to be started instead; -1: none
+    int status; // that program's way of telling what failed
     Step failedStep;
     int error; // 0: the program has started
 };
@@ -73,7 +78,9 @@ TARNIX_CHILD_SIDE int giveUp(ChildSide& child, Step step)
 
 TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
-    if (syscall(SYS_setpgid, 0, 0) != 0) {
+    // A child of another user gets a session of its own as well: through the caller's terminal it
+    // could type commands for the caller.
+    if ((child.runAs < 0 ? syscall(SYS_setpgid, 0, 0) : syscall(SYS_setsid)) < 0) {
         return false;
     }
     const KernelAction byDefault{SIG_DFL, 0, nullptr, 0};
@@ -87,44 +94,31 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
             return false;
         }
     }
-    return syscall(SYS_close_range, 3U, ~0U, 0U) == 0;
+    unsigned int first = STDERR_FILENO + 1;
+    if (child.runAs >= 0) {
+        if (syscall(SYS_dup3, child.status, runAsStatus, 0) < 0 ||
+            syscall(SYS_dup3, child.runAs, runAsProgram, O_CLOEXEC) < 0) {
+            return false;
+        }
+        first = runAsProgram + 1;
+    }
+    return syscall(SYS_close_range, first, ~0U, 0U) == 0;
 }
 
-// By the kernel's own calls: those of the C library would change the caller's other threads too,
-// whose list lies in the shared memory.
-TARNIX_CHILD_SIDE bool changeIdentity(const Identity& identity)
-{
-    const uid_t uid = identity.uid;
-    const gid_t gid = identity.gid;
-    if (syscall(SYS_setgroups, identity.groups.size(), identity.groups.data()) != 0 ||
-        syscall(SYS_setresgid, gid, gid, gid) != 0 || syscall(SYS_setresuid, uid, uid, uid) != 0) {
-        return false;
-    }
-    uid_t uids[3] = {};
-    gid_t gids[3] = {};
-    syscall(SYS_getresuid, &uids[0], &uids[1], &uids[2]);
-    syscall(SYS_getresgid, &gids[0], &gids[1], &gids[2]);
-    bool same = uid == 0 || syscall(SYS_setresuid, -1, 0, -1) != 0; // there is no way back
-    for (int i = 0; i < 3; ++i) {
-        same = same && uids[i] == uid && gids[i] == gid;
-    }
-    errno = EPERM;
-    return same;
-}
-
-// As execvp goes on: a directory of the search that lacks the program, or may not be looked into,
-// is no reason to stop; but if one held it and did not permit it, that is what is told.
+// If a directory of the search held the program and did not permit it, that is what is told.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
 {
+    if (child.runAs >= 0) {
+        syscall(SYS_execveat, runAsProgram, "", child.arguments, child.environment, AT_EMPTY_PATH);
+        return;
+    }
     bool forbidden = false;
     for (const char* const* path = child.candidates; *path != nullptr; ++path) {
         syscall(SYS_execve, *path, child.arguments, child.environment);
-        if (errno == EACCES) {
-            forbidden = true;
-        } else if (errno != ENOENT && errno != ENOTDIR && errno != ESTALE && errno != ENODEV &&
-                   errno != ETIMEDOUT) {
+        if (!searchGoesOn(errno)) {
             return;
         }
+        forbidden = forbidden || errno == EACCES;
     }
     errno = forbidden ? EACCES : errno;
 }
@@ -134,9 +128,6 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     ChildSide& child = *static_cast<ChildSide*>(argument);
     if (!prepare(child)) {
         return giveUp(child, Step::prepare);
-    }
-    if (child.identity != nullptr && !changeIdentity(*child.identity)) {
-        return giveUp(child, Step::changeIdentity);
     }
     if (child.directory != nullptr && syscall(SYS_chdir, child.directory) != 0) {
         return giveUp(child, Step::enterDirectory);
@@ -207,39 +198,28 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts)
     return pointers;
 }
 
-bool failStep(const ChildPlan& plan, const ChildSide& side)
+bool failStep(const ChildPlan& plan, Step step, int error)
 {
-    switch (side.failedStep) {
-    case Step::changeIdentity:
-        return fail(side.error, "cannot take the user's identity");
+    switch (step) {
     case Step::enterDirectory:
-        return fail(side.error, "cannot enter directory '" + plan.directory + "'");
+        return fail(error, "cannot enter directory '" + plan.directory + "'");
     case Step::execute:
-        return fail(side.error, "cannot start program '" + plan.words.front() + "'");
+        return fail(error, "cannot start program '" + plan.words.front() + "'");
     default:
-        return fail(side.error, "cannot prepare the child process");
+        return fail(error, "cannot prepare the child process");
     }
 }
 
-// A change of identity makes the memory of whoever makes it unreadable to debuggers of that
-// identity. The child's memory is the caller's at that moment; once the child has its own, the
-// caller gets back what it had.
-class DumpableKept
+// Reaps a child that has given up, or was killed.
+void discard(Child& child)
 {
-public:
-    explicit DumpableKept(bool needed) : m_Former(needed ? prctl(PR_GET_DUMPABLE) : -1) {}
-    ~DumpableKept()
-    {
-        if (m_Former == 1) { // the only other value that can be set
-            prctl(PR_SET_DUMPABLE, m_Former);
-        }
+    siginfo_t ended{};
+    while (waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(child.pidfd.get()), &ended,
+                  WEXITED) != 0 &&
+           errno == EINTR) {
     }
-    DumpableKept(const DumpableKept&) = delete;
-    DumpableKept& operator=(const DumpableKept&) = delete;
-
-private:
-    const int m_Former;
-};
+    child = Child{};
+}
 
 // A separate function, so that the child's stack ends with the call.
 pid_t cloneChild(ChildSide& side, int& pidfd)
@@ -252,39 +232,160 @@ pid_t cloneChild(ChildSide& side, int& pidfd)
 
 } // namespace
 
-bool spawn(const ChildPlan& plan, Child& child)
+namespace
 {
-    const std::vector<std::string> paths = candidatesOf(plan.words.front());
-    const std::vector<char*> candidates = pointersTo(paths);
-    const std::vector<char*> arguments = pointersTo(plan.words);
-    ChildSide side{candidates.data(), arguments.data(),
-                   environ,           plan.directory.empty() ? nullptr : plan.directory.c_str(),
-                   plan.standard,     plan.identity,
-                   Step::prepare,     0};
+
+bool start(const ChildPlan& plan, ChildSide& side, Child& child)
+{
     int pidfd = -1;
-    pid_t pid = -1;
     int error = 0;
     {
         const SignalsBlocked blocked;
-        const DumpableKept dumpable(plan.identity != nullptr);
-        pid = cloneChild(side, pidfd);
+        child.pid = cloneChild(side, pidfd);
         error = errno;
     }
-    if (pid < 0) {
+    if (child.pid < 0) {
         return fail(error, "cannot create a process");
     }
-    child.pid = pid;
     child.pidfd.reset(pidfd);
     if (side.error == 0) {
         moveAboveStandard(child.pidfd); // where it cannot, it stays
         return true;
     }
-    siginfo_t ended{};
-    while (waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &ended, WEXITED) != 0 &&
-           errno == EINTR) {
+    discard(child);
+    return failStep(plan, side.failedStep, side.error);
+}
+
+// ---- As another user ---------------------------------------------------------------------------
+
+extern "C" const unsigned char tarnix_runas_begin[] __attribute__((visibility("hidden")));
+extern "C" const unsigned char tarnix_runas_end[] __attribute__((visibility("hidden")));
+asm(".pushsection .rodata\n"
+    ".balign 16\n"
+    ".hidden tarnix_runas_begin\n"
+    ".hidden tarnix_runas_end\n"
+    ".globl tarnix_runas_begin, tarnix_runas_end\n"
+    "tarnix_runas_begin:\n"
+    ".incbin \"" TARNIX_RUNAS_PROGRAM "\"\n"
+    "tarnix_runas_end:\n"
+    ".popsection\n");
+
+// Above the places that the child uses.
+bool moveAboveChildsPlaces(UniqueFd& fd)
+{
+    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, runAsProgram + 1);
+    if (moved < 0) {
+        return fail(errno);
     }
-    child = Child{};
-    return failStep(plan, side);
+    fd.reset(moved);
+    return true;
+}
+
+// The program lies in the library and is started from memory: there is no file of it that could be
+// missing or exchanged.
+bool openRunAs(UniqueFd& program)
+{
+    program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC));
+    const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
+    if (!program || write(program.get(), tarnix_runas_begin, size) != static_cast<ssize_t>(size)) {
+        return fail(errno, "cannot prepare the change of identity");
+    }
+    return moveAboveChildsPlaces(program);
+}
+
+std::vector<std::string> runAsArguments(const ChildPlan& plan,
+                                        const std::vector<std::string>& paths)
+{
+    std::string groups;
+    for (const gid_t group : plan.identity->groups) {
+        groups += (groups.empty() ? "" : ",") + std::to_string(group);
+    }
+    std::vector<std::string> arguments{"tarnix-runas",
+                                       std::to_string(plan.identity->uid),
+                                       std::to_string(plan.identity->gid),
+                                       groups,
+                                       plan.directory,
+                                       std::to_string(paths.size())};
+    arguments.insert(arguments.end(), paths.begin(), paths.end());
+    arguments.insert(arguments.end(), plan.words.begin(), plan.words.end());
+    return arguments;
+}
+
+// The user can stop the child from the moment that it is his; a start must not wait for him.
+constexpr DWORD userPatience = 10000;
+
+bool awaitCommand(const ChildPlan& plan, int status, Child& child)
+{
+    RunAsFailure failure{};
+    ssize_t got = -1;
+    if (!awaitDescriptor(status, userPatience)) {
+        syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
+        discard(child);
+        return fail(ETIMEDOUT, "the start as the user did not come to its end");
+    }
+    do {
+        got = read(status, &failure, sizeof failure);
+    } while (got < 0 && errno == EINTR);
+    if (got == 0) {
+        return true; // closed by the start of the command
+    }
+    discard(child);
+    switch (got == static_cast<ssize_t>(sizeof failure) ? failure.step : RunAsStep::identity) {
+    case RunAsStep::directory:
+        return failStep(plan, Step::enterDirectory, failure.error);
+    case RunAsStep::program:
+        return failStep(plan, Step::execute, failure.error);
+    default:
+        return fail(failure.error, "cannot take the user's identity");
+    }
+}
+
+bool spawnAsUser(const ChildPlan& plan, const std::vector<std::string>& paths, Child& child)
+{
+    UniqueFd program;
+    int ends[2];
+    if (!openRunAs(program)) {
+        return false;
+    }
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return fail(errno);
+    }
+    UniqueFd reader(ends[0]);
+    UniqueFd writer(ends[1]);
+    if (!moveAboveStandard(reader) || !moveAboveChildsPlaces(writer)) {
+        return false;
+    }
+    const std::vector<std::string> texts = runAsArguments(plan, paths);
+    const std::vector<char*> arguments = pointersTo(texts);
+    ChildSide side{nullptr,       arguments.data(), environ,       nullptr, plan.standard,
+                   program.get(), writer.get(),     Step::prepare, 0};
+    if (!start(plan, side, child)) {
+        return false;
+    }
+    writer.reset();
+    return awaitCommand(plan, reader.get(), child);
+}
+
+} // namespace
+
+bool spawn(const ChildPlan& plan, Child& child)
+{
+    const std::vector<std::string> paths = candidatesOf(plan.words.front());
+    if (plan.identity != nullptr) {
+        return spawnAsUser(plan, paths, child);
+    }
+    const std::vector<char*> candidates = pointersTo(paths);
+    const std::vector<char*> arguments = pointersTo(plan.words);
+    ChildSide side{candidates.data(),
+                   arguments.data(),
+                   environ,
+                   plan.directory.empty() ? nullptr : plan.directory.c_str(),
+                   plan.standard,
+                   -1,
+                   -1,
+                   Step::prepare,
+                   0};
+    return start(plan, side, child);
 }
 
 } // namespace tarnix_platform

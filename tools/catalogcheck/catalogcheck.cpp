@@ -11,6 +11,7 @@
 #include <iostream>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <unicode/messagepattern.h>
 #include <unicode/msgfmt.h>
@@ -45,16 +46,15 @@ public:
     TemporaryDirectory()
     {
         std::string name = (fs::temp_directory_path() / "catalogcheckXXXXXX").string();
-        if (mkdtemp(name.data()) != nullptr) {
-            m_Path = name;
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory can be made");
         }
+        m_Path = name;
     }
     ~TemporaryDirectory()
     {
         std::error_code ignored;
-        if (!m_Path.empty()) {
-            fs::remove_all(m_Path, ignored);
-        }
+        fs::remove_all(m_Path, ignored);
     }
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -140,7 +140,16 @@ Catalog readCatalog(const fs::path& directory)
     const std::vector<fs::path> sources = filesIn(directory, ".txt");
     const TemporaryDirectory compiled;
     for (const fs::path& source : sources) {
-        compile(source, compiled.path());
+        // Each in a place of its own: the table within decides what the bundle is called.
+        const fs::path own = compiled.path() / ("from-" + source.stem().string());
+        const fs::path bundle = own / (source.stem().string() + ".res");
+        fs::create_directory(own);
+        compile(source, own);
+        if (fs::exists(bundle)) {
+            fs::rename(bundle, compiled.path() / bundle.filename());
+        } else if (!fs::is_empty(own)) {
+            report(source.filename().string(), "", "holds a table of another language");
+        }
     }
     const fs::path bundles = sources.empty() ? directory : compiled.path();
     for (const fs::path& bundle : filesIn(bundles, ".res")) {
@@ -235,6 +244,22 @@ void compareWithRoot(const Catalog& catalog, const std::string& name, const Lang
     }
 }
 
+int check(const fs::path& directory)
+{
+    const Catalog catalog = readCatalog(directory);
+    if (catalog.count("root") == 0) {
+        report("root", "", "is missing");
+        return 1;
+    }
+    for (const auto& [name, language] : catalog) {
+        checkPatterns(name, language);
+        if (name != "root") {
+            compareWithRoot(catalog, name, language);
+        }
+    }
+    return findings > 0 ? 1 : 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -245,16 +270,10 @@ int main(int argc, char** argv)
                      "  of sources (root.txt, de.txt, ...) or of a built bundle (root.res, ...)\n";
         return 2;
     }
-    const Catalog catalog = readCatalog(argv[1]);
-    if (catalog.count("root") == 0) {
-        report("root", "", "is missing");
-        return findings > 1 || !catalog.empty() ? 1 : 2;
+    try {
+        return check(argv[1]);
+    } catch (const std::exception& failure) {
+        std::cerr << "catalogcheck: " << failure.what() << '\n';
+        return 2;
     }
-    for (const auto& [name, language] : catalog) {
-        checkPatterns(name, language);
-        if (name != "root") {
-            compareWithRoot(catalog, name, language);
-        }
-    }
-    return findings > 0 ? 1 : 0;
 }

@@ -1,0 +1,117 @@
+// The base handler, and the count of uses of Xerces-C.
+#include "cmnsaxhandler.h"
+
+#include "cmnstringtool.h"
+
+#include <memory>
+#include <mutex>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+// Constant initialised, with a destructor that does nothing: handlers may be static objects.
+std::mutex g_LibraryMutex;
+
+// A stored problem on its way to the caller. Unwinding may destroy the handler and the parser
+// before the caller looks at it, so it holds the memory that its texts lie in. The first base is
+// destroyed last.
+class ThrownError : private CCmnSaxLibrary, public xercesc::SAXParseException
+{
+public:
+    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): a base, not a forgotten throw
+    explicit ThrownError(const SAXParseException& problem) : SAXParseException(problem) {}
+};
+
+struct TranscodedDeleter {
+    void operator()(char* text) const { xercesc::XMLString::release(&text); }
+};
+using Transcoded = std::unique_ptr<char, TranscodedDeleter>;
+
+Transcoded transcode(const XMLCh* text)
+{
+    return Transcoded(xercesc::XMLString::transcode(text));
+}
+
+} // namespace
+
+void CCmnSaxLibrary::beginUse()
+{
+    const std::lock_guard<std::mutex> guard(g_LibraryMutex);
+    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr);
+}
+
+void CCmnSaxLibrary::endUse()
+{
+    const std::lock_guard<std::mutex> guard(g_LibraryMutex);
+    xercesc::XMLPlatformUtils::Terminate();
+}
+
+CCmnSaxParseHandler::CCmnSaxParseHandler()
+    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): a member, not a forgotten throw
+    : m_LastError(nullptr, nullptr, nullptr, 0, 0), m_HasLastError(false)
+{
+}
+
+CCmnSaxParseHandler::~CCmnSaxParseHandler() = default;
+
+std::string CCmnSaxParseHandler::toString(const XMLCh* const text) const
+{
+    const Transcoded narrow = transcode(text);
+    return narrow ? std::string(narrow.get()) : std::string();
+}
+
+std::wstring CCmnSaxParseHandler::toWString(const XMLCh* const text) const
+{
+    return CCmnStringTool::str2wstr(toString(text));
+}
+
+void CCmnSaxParseHandler::characters(const XMLCh* const text, const XMLSize_t /*length*/)
+{
+    if (const Transcoded narrow = transcode(text))
+        m_Text += narrow.get();
+}
+
+void CCmnSaxParseHandler::startElement(const XMLCh* const /*uri*/, const XMLCh* const /*localname*/,
+                                       const XMLCh* const /*qname*/,
+                                       const xercesc::Attributes& /*attributes*/)
+{
+}
+
+void CCmnSaxParseHandler::endElement(const XMLCh* const /*uri*/, const XMLCh* const /*localname*/,
+                                     const XMLCh* const /*qname*/)
+{
+}
+
+void CCmnSaxParseHandler::warning(const xercesc::SAXParseException& problem)
+{
+    store(problem);
+}
+
+void CCmnSaxParseHandler::error(const xercesc::SAXParseException& problem)
+{
+    store(problem);
+}
+
+void CCmnSaxParseHandler::fatalError(const xercesc::SAXParseException& problem)
+{
+    store(problem);
+}
+
+void CCmnSaxParseHandler::throwLastError()
+{
+    if (m_HasLastError && m_LastError.getMessage())
+        throw ThrownError(m_LastError);
+}
+
+void CCmnSaxParseHandler::store(const xercesc::SAXParseException& problem)
+{
+    m_HasLastError = true;
+    m_LastError = problem;
+}
+
+} // namespace tarnix_cmn_4_4
