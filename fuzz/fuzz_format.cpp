@@ -4,46 +4,29 @@
 #include "cmnstringtool.h"
 
 #include <climits>
-#include <cstddef>
-#include <cstdint>
 #include <cwchar>
 #include <sstream>
 #include <string>
-#include <unicode/locid.h>
 #include <unicode/msgfmt.h>
 #include <vector>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
-using icu::UnicodeString;
 
 namespace
 {
 
-Formattable makeArgument(const std::string& line)
+Formattable makeArgument(char type, const std::string& value)
 {
-    const std::string value = line.empty() ? line : line.substr(1);
-    switch (line.empty() ? '\0' : line[0]) {
-    case 'i':
+    if (type == 'i')
         return Formattable(CCmnStringTool::str2int(value));
-    case 'l':
+    if (type == 'l')
         return Formattable(std::int64_t{CCmnStringTool::str2int(value)} * INT_MAX);
-    case 'd':
+    if (type == 'd')
         return Formattable(CCmnStringTool::str2double(value));
-    case 't':
+    if (type == 't')
         return Formattable(CCmnStringTool::str2double(value), Formattable::kIsDate);
-    case 's':
-        return Formattable(CCmnStringTool::str2ustr(value));
-    default:
-        return Formattable(nullptr, 0);
-    }
-}
-
-// Whether the serialised text carries the argument as it is.
-bool isCarried(const Formattable& argument)
-{
-    return argument.getType() == Formattable::kLong ||
-           (argument.getType() == Formattable::kString && argument.getString().indexOf(u'<') < 0);
+    return type == 's' ? Formattable(CCmnStringTool::str2ustr(value)) : Formattable(nullptr, 0);
 }
 
 void require(bool condition)
@@ -57,7 +40,7 @@ tstr formatPlainly(const tstr& pattern, const std::vector<Formattable>& argument
 {
     UErrorCode status = U_ZERO_ERROR;
     const icu::MessageFormat format(CCmnStringTool::tstr2ustr(pattern), status);
-    UnicodeString output;
+    icu::UnicodeString output;
     icu::FieldPosition position(icu::FieldPosition::DONT_CARE);
     if (U_SUCCESS(status))
         format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output,
@@ -67,37 +50,32 @@ tstr formatPlainly(const tstr& pattern, const std::vector<Formattable>& argument
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status);
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
     std::istringstream input(std::string(reinterpret_cast<const char*>(data), size));
     std::string line;
     std::getline(input, line);
     const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(line));
     std::vector<Formattable> arguments;
-    bool carried = true;
+    bool carried = true; // whether the serialised text carries the arguments as they are
     while (std::getline(input, line)) {
-        arguments.push_back(makeArgument(line));
-        carried = carried && isCarried(arguments.back());
+        arguments.push_back(makeArgument(line.c_str()[0], line.substr(!line.empty())));
+        const Formattable& added = arguments.back();
+        carried =
+            carried &&
+            (added.getType() == Formattable::kLong ||
+             (added.getType() == Formattable::kString && added.getString().indexOf(u'<') < 0));
     }
 
     CCmnIcuMessage message("id", arguments.data(), static_cast<int>(arguments.size()),
                            tarnix_eseverity{}, "", 0);
     const std::string serialized = message.serialize()->text;
     const tstr text = message.formatMessage(pattern);
-    require(text == formatPlainly(pattern, arguments));
-    require(message.serialize()->text == serialized);
-    if (std::wcspbrk(pattern.c_str(), L"{}'") == nullptr)
-        require(text == pattern);
-    if (carried) {
-        CCmnIcuMessage back(message.serialize());
-        require(back.formatMessage(pattern) == text);
-    }
+    require(text == formatPlainly(pattern, arguments) && message.serialize()->text == serialized);
+    require(text == pattern || std::wcspbrk(pattern.c_str(), L"{}'") != nullptr);
+    CCmnIcuMessage back(message.serialize());
+    require(!carried || back.formatMessage(pattern) == text);
     return 0;
 }

@@ -13,6 +13,15 @@ using Lines = std::vector<std::string>;
 namespace
 {
 
+// Reaches the protected operations.
+struct Bare : CCmnExecPipeWindows {
+    using CCmnExecPipeWindows::Close;
+    using CCmnExecPipeWindows::ExecPipe;
+    using CCmnExecPipeWindows::m_Lock;
+    using CCmnExecPipeWindows::ReadLine;
+    using CCmnExecPipeWindows::WaitPid;
+};
+
 class Scripted : public testing::Test
 {
 protected:
@@ -22,135 +31,126 @@ protected:
         m_Scratch.makeDirectory("install");
         m_Scratch.setRegistry(m_Scratch.path("install/"), "");
     }
-    void TearDown() override
+    void TearDown() override { expectBalance(); }
+    void expectBalance()
     {
         EXPECT_TRUE(script.open.empty()) << script.open.size() << " handles are left open";
-        EXPECT_EQ(script.wrongCloses, Lines{});
+        EXPECT_EQ(script.wrongCloses, 0);
+        EXPECT_FALSE(Bare::m_Lock.isLocked());
     }
 
-    struct Outcome {
-        int result;
-        Lines lines;
-        ECmnExecPipe record;
-        int status = -1;
-        std::string printed;
-        std::string traced;
-    };
-
     // One run with a trace log; the runner is gone when this returns.
-    Outcome run(unsigned long seconds = 7, const std::string& directory = "",
-                const std::string& user = "", const std::string& password = "")
+    void run(unsigned long seconds = 7, const std::string& directory = "",
+             const std::string& user = "")
     {
-        Outcome outcome;
-        outcome.lines = {"former"};
-        m_Scratch.write("install/Logs/runner.log", "");
         CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
         log.get()->initialize(L"runner", L"", L"", 1, false);
+        m_Scratch.write("install/Logs/runner.log", "");
+        lines = {"former"};
+        status = -1;
         testing::internal::CaptureStdout();
         {
             CCmnExecPipeWindows runner;
             runner.setTraceLog(log);
-            outcome.result =
-                runner.Exec("command", outcome.lines, "", seconds, directory, user, password);
-            outcome.record = runner.getLastError();
-            runner.getExitStatus(outcome.status);
+            result = runner.Exec("command", lines, "", seconds, directory, user, "secret");
+            record = runner.getLastError();
+            runner.getExitStatus(status);
         }
-        outcome.printed = testing::internal::GetCapturedStdout();
-        outcome.traced = m_Scratch.read("install/Logs/runner.log");
-        return outcome;
-    }
-
-    void output(const std::string& text)
-    {
-        script.reads.insert(script.reads.end(), text.begin(), text.end());
+        printed = testing::internal::GetCapturedStdout();
+        traced = m_Scratch.read("install/Logs/runner.log");
+        expectBalance();
     }
 
     Scratch m_Scratch;
+    int result = 0, status = -1;
+    Lines lines;
+    ECmnExecPipe record;
+    std::string printed, traced;
 };
 
 TEST_F(Scripted, FailuresOfTheStart)
 {
     const struct {
         std::string operation;
-        int call;
-        int code;
-        int result;
-        std::string trace;
+        int call, code, result;
     } cases[] = {
-        {"CreateNamedPipeA", 1, 1, 1, "CreateNamedPipeA failed, Error Code: 13, Reason: "},
-        {"CreateNamedPipeA", 2, 1, 1, "CreateNamedPipeA failed, Error Code: 13, Reason: "},
-        {"CreateFileA", 1, 1, 1, "CreateFileA failed, Error Code: 13, Reason: "},
-        {"CreateFileA", 2, 1, 1, "CreateFileA failed, Error Code: 13, Reason: "},
-        {"DuplicateHandle", 1, 2, 2, ""},
-        {"DuplicateHandle", 2, 2, 2, ""},
-        {"DuplicateHandle", 3, 2, 2, ""},
-        {"CloseHandle", 1, 3, 3, ""},
-        {"CloseHandle", 2, 3, 3, ""},
-        {"CreateProcess", 1, 4, 3, ""},
+        {"CreateNamedPipeA", 1, 1, 1}, {"CreateNamedPipeA", 2, 1, 1},
+        {"CreateFileA", 1, 1, 1},      {"CreateFileA", 2, 1, 1},
+        {"DuplicateHandle", 1, 2, 2},  {"DuplicateHandle", 2, 2, 2},
+        {"DuplicateHandle", 3, 2, 2},  {"CloseHandle", 1, 3, 3},
+        {"CloseHandle", 2, 3, 3},      {"Start", 1, 4, 3},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.operation + " " + std::to_string(test.call));
         script = Script();
         script.failCall[test.operation] = test.call;
-        const Outcome outcome = run();
-        EXPECT_EQ(outcome.result, test.result);
-        EXPECT_EQ(outcome.record.getCode(), test.code);
-        EXPECT_EQ(outcome.record.getSubject(), "command");
-        EXPECT_EQ(outcome.record.getDescription(), test.code == 4 ? L"scripted error 13" : L"");
-        EXPECT_EQ(outcome.lines, Lines{"former"});
-        EXPECT_EQ(outcome.printed,
+        run();
+        EXPECT_EQ(result, test.result);
+        EXPECT_EQ(record.getCode(), test.code);
+        EXPECT_EQ(record.getSubject(), "command");
+        EXPECT_EQ(record.getDescription(), test.code == 4 ? L"scripted error 13" : L"");
+        EXPECT_EQ(lines, Lines{"former"});
+        EXPECT_EQ(printed,
                   test.code == 1 ? "GetNamedPipeHandles() FAILED with error code (13)\n" : "");
-        if (!test.trace.empty()) {
-            EXPECT_NE(outcome.traced.find("CCmnExecPipeWindows::GetNamedPipeHandles ERROR: " +
-                                          test.trace + "scripted error 13\n"),
-                      std::string::npos)
-                << outcome.traced;
-        }
-        EXPECT_TRUE(script.open.empty());
+        const std::string trace =
+            "CCmnExecPipeWindows::GetNamedPipeHandles ERROR: " + test.operation +
+            " failed, Error Code: 13, Reason: scripted error 13\n";
+        EXPECT_EQ(traced.find(trace) != std::string::npos, test.code == 1) << traced;
     }
     script = Script();
     script.startThrows = true;
-    EXPECT_EQ(run().result, 8);
+    run();
+    EXPECT_EQ(result, 8);
     script = Script();
-    script.failCall = {{"CreateProcess", 1}, {"FormatMessageW", 1}};
-    EXPECT_EQ(run().record.getDescription(), L"");
+    script.failCall = {{"Start", 1}, {"FormatMessageW", 1}};
+    run();
+    EXPECT_EQ(record.getDescription(), L"");
 }
 
 TEST_F(Scripted, WhatTheStartAsksFor)
 {
     run(7, "/dir");
-    EXPECT_EQ(script.count("CreateProcessA command in /dir flags 134218272"), 1); // 0x8000220
+    const auto begins = [](const std::string& name, std::size_t index, const std::string& with) {
+        const Lines found = script.logged(name);
+        return index < found.size() && found[index].find(with) == 0;
+    };
+    EXPECT_TRUE(begins("CreateEventA", 0, "CreateEventA CCmnExecPipeWindows_ReadEvent_0x"));
+    // 0x400c0003, byte mode, 4 instances, the kernel's sizes, 3000 ms; 0x40000081
+    const std::string server = "CreateNamedPipeA 1074528259 0 4 0 3000 \\\\.\\pipe\\CCmnExecPipe";
+    const std::string client = "CreateFileA 2147483648 1 3 1073741953 \\\\.\\pipe\\CCmnExecPipe";
+    EXPECT_TRUE(begins("CreateNamedPipeA", 0, server + "Windows_OutputPipeName_0x"));
+    EXPECT_TRUE(begins("CreateFileA", 0, client + "Windows_OutputPipeName_0x"));
+    EXPECT_TRUE(begins("CreateNamedPipeA", 1, server + "Windows_InputPipeName_0x"));
+    EXPECT_EQ(script.logged("DuplicateHandle"),
+              (Lines{"DuplicateHandle 0 inherited 2", "DuplicateHandle 0 own 2",
+                     "DuplicateHandle 0 own 2"}));
+    EXPECT_EQ(script.logged("CreateProcess"),
+              Lines{"CreateProcessA command in /dir flags 134218272"}); // 0x8000220
+    script = Script();
     run();
-    EXPECT_EQ(script.count("CreateProcessA command in null flags 134218272"), 1);
-    const std::string& pipe = script.log.at(1);
-    EXPECT_EQ(pipe.find(R"(CreateNamedPipeA \\.\pipe\CCmnExecPipeWindows_OutputPipeName_0x)"), 0U);
-    EXPECT_EQ(script.log.at(0).find("CreateEventA CCmnExecPipeWindows_ReadEvent_0x"), 0U);
+    EXPECT_EQ(script.logged("CreateProcess"),
+              Lines{"CreateProcessA command in null flags 134218272"});
 }
 
 TEST_F(Scripted, Reads)
 {
-    const std::string readTrace =
-        "CCmnExecPipeWindows::ReadLine ERROR: ReadFile failed, Error Code: 13, Reason: scripted "
-        "error 13\n";
-    const std::string resultTrace =
-        "CCmnExecPipeWindows::ReadLine ERROR: GetOverlappedResult failed, Error Code: 13, Reason: "
-        "scripted error 13\n";
+    const std::string trace = " failed, Error Code: 13, Reason: scripted error 13\n";
     const struct {
         std::deque<int> reads;
         std::deque<DWORD> waits;
         unsigned long seconds;
         int result;
         Lines lines;
-        std::string trace;
-        int cancels;
+        std::string traced; // the operation
+        std::size_t cancels;
     } cases[] = {
         {{'a', '\n', 'b'}, {}, 7, 0, {"a", "b"}, "", 0},
-        {{'a', Script::readError}, {}, 7, 0, {"a"}, readTrace, 0},
-        {{'a', Script::resultError}, {}, 7, 0, {"a"}, resultTrace, 0},
+        {{'a', Script::readError}, {}, 7, 0, {"a"}, "ReadFile", 0},
+        {{'a', Script::resultError}, {}, 7, 0, {"a"}, "GetOverlappedResult", 0},
         {{'a', Script::resultBroken}, {}, 7, 0, {"a"}, "", 0},
         {{'a', Script::emptyResult}, {}, 7, 0, {"a"}, "", 0},
         // A wait of an odd result goes on to the outcome of the read.
-        {{'a', Script::pending}, {WAIT_FAILED}, 7, 0, {"a"}, resultTrace, 0},
+        {{'a', Script::pending}, {WAIT_FAILED}, 7, 0, {"a"}, "GetOverlappedResult", 0},
         // The child ends, or falls silent, in the middle of a line.
         {{'a', Script::pending}, {WAIT_OBJECT_0}, 7, 0, {"a"}, "", 1},
         {{'a', '\n', 'b', Script::pending}, {WAIT_TIMEOUT}, 7, 5, {"a"}, "", 1},
@@ -161,106 +161,83 @@ TEST_F(Scripted, Reads)
         script = Script();
         script.reads = test.reads;
         script.multipleWaits = test.waits;
-        const Outcome outcome = run(test.seconds);
-        EXPECT_EQ(outcome.result, test.result);
-        EXPECT_EQ(outcome.lines, test.lines);
-        EXPECT_EQ(script.count("CancelIo"), test.cancels);
-        EXPECT_EQ(script.count("WaitForMultipleObjectsEx 7000"),
-                  static_cast<int>(test.waits.size()));
-        const std::size_t traced = outcome.traced.find("ERROR");
-        EXPECT_EQ(traced != std::string::npos, !test.trace.empty()) << outcome.traced;
-        EXPECT_NE(outcome.traced.find(test.trace), std::string::npos) << outcome.traced;
+        run(test.seconds);
+        EXPECT_EQ(result, test.result);
+        EXPECT_EQ(lines, test.lines);
+        EXPECT_EQ(script.logged("CancelIo").size(), test.cancels);
+        EXPECT_EQ(script.logged("WaitForMultipleObjectsEx 7000").size(), test.waits.size());
+        EXPECT_EQ(traced.find("ERROR") != std::string::npos, !test.traced.empty()) << traced;
+        EXPECT_TRUE(test.traced.empty() ||
+                    traced.find("CCmnExecPipeWindows::ReadLine ERROR: " + test.traced + trace) !=
+                        std::string::npos)
+            << traced;
     }
-}
-
-TEST_F(Scripted, AChildThatEndedBetweenTwoLinesLeavesOnlyItsStatus)
-{
-    output("a\nb\n");
-    script.endedAtOnce = true;
+    script = Script();
+    script.reads = {'a', '\n', 'b', '\n'};
+    script.endedAtOnce = true; // between two lines: only the status is left
     script.exitStatus = 3;
-    const Outcome outcome = run();
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.lines, (Lines{"a", "b"}));
-    EXPECT_EQ(outcome.status, 3);
+    run();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(lines, (Lines{"a", "b"}));
+    EXPECT_EQ(status, 3);
 }
 
 TEST_F(Scripted, WaitingForTheChildAndStoppingIt)
 {
-    constexpr DWORD ended = WAIT_OBJECT_0;
-    constexpr DWORD late = WAIT_TIMEOUT;
-    constexpr DWORD odd = 77;
+    constexpr DWORD ended = WAIT_OBJECT_0, late = WAIT_TIMEOUT, odd = 77;
+    const std::string ctrlC = "Stop event 0 to 4711", ctrlBreak = "Stop event 1 to 4711",
+                      killed = "Stop kill 1067";
+    constexpr DWORD topBit = 0x80000000;
     const struct {
         std::deque<DWORD> waits;
         DWORD exitStatus;
-        int result;
-        int status; // -1: none
-        Lines asked;
+        int result, status; // status -1: none
+        Lines stops;
     } cases[] = {
         {{ended}, 0, 0, 0, {}},
         {{ended}, 3, 11, 3, {}},
-        {{ended}, 0x80000000, 8, static_cast<int>(0x80000000), {}},
-        {{late, ended}, 0, 0, 0, {"GenerateConsoleCtrlEvent 0 4711"}},
-        {{late, late, ended},
-         130,
-         11,
-         130,
-         {"GenerateConsoleCtrlEvent 0 4711", "GenerateConsoleCtrlEvent 1 4711"}},
-        {{late, late, late},
-         0,
-         11,
-         1067,
-         {"GenerateConsoleCtrlEvent 0 4711", "GenerateConsoleCtrlEvent 1 4711",
-          "TerminateProcess 1067"}},
-        {{WAIT_FAILED}, 0, 11, 1067, {"TerminateProcess 1067"}},
+        {{ended}, topBit, 8, static_cast<int>(topBit), {}},
+        {{late, ended}, 0, 0, 0, {ctrlC}},
+        {{late, late, ended}, 130, 11, 130, {ctrlC, ctrlBreak}},
+        {{late, late, late}, 0, 11, 1067, {ctrlC, ctrlBreak, killed}},
+        {{WAIT_FAILED}, 0, 11, 1067, {killed}},
         {{odd, odd, odd}, 0, 8, -1, {}},
-        {{odd, late, ended}, 0, 0, 0, {"GenerateConsoleCtrlEvent 1 4711"}},
+        {{odd, late, ended}, 0, 0, 0, {ctrlBreak}},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &test - cases);
         script = Script();
         script.singleWaits = test.waits;
         script.exitStatus = test.exitStatus;
-        const Outcome outcome = run();
-        EXPECT_EQ(outcome.result, test.result);
-        EXPECT_EQ(outcome.record.getCode(), test.result);
-        EXPECT_EQ(outcome.status, test.status);
-        Lines asked;
-        for (const std::string& entry : script.log) {
-            if (entry.find("Generate") == 0 || entry.find("Terminate") == 0) {
-                asked.push_back(entry);
-            }
-        }
-        EXPECT_EQ(asked, test.asked);
-        EXPECT_EQ(script.count("WaitForSingleObject 10000"), static_cast<int>(test.waits.size()));
+        run();
+        EXPECT_EQ(result, test.result);
+        EXPECT_EQ(record.getCode(), test.result);
+        EXPECT_EQ(status, test.status);
+        EXPECT_EQ(script.logged("Stop"), test.stops);
+        EXPECT_EQ(script.logged("WaitForSingleObject 10000").size(), test.waits.size());
     }
     script = Script();
     script.failCall["GetExitCodeProcess"] = 1;
-    const Outcome outcome = run();
-    EXPECT_EQ(outcome.result, 8);
-    EXPECT_EQ(outcome.record.getDescription(), L"Error in WaitPid()");
+    run();
+    EXPECT_EQ(result, 8);
+    EXPECT_EQ(record.getDescription(), L"Error in WaitPid()");
 }
 
-// Reaches the protected operations.
-class Bare : public CCmnExecPipeWindows
+TEST_F(Scripted, LongWaitsAreCutAndIdleRunnersTouchNothing)
 {
-public:
-    using CCmnExecPipeWindows::Close;
-    using CCmnExecPipeWindows::ExecPipe;
-    using CCmnExecPipeWindows::InitLsaString;
-    using CCmnExecPipeWindows::ReadLine;
-    using CCmnExecPipeWindows::WaitPid;
-    static CCmnLock& lock() { return m_Lock; }
-};
-
-Lines logOf(const std::string& start)
-{
-    Lines found;
-    for (const std::string& entry : script.log) {
-        if (entry.find(start) == 0) {
-            found.push_back(entry);
-        }
-    }
-    return found;
+    Bare runner;
+    char buffer[4];
+    int timedOut = 1;
+    EXPECT_EQ(runner.WaitPid(10), -1);
+    EXPECT_EQ(runner.Close(10) + runner.Close(10), 0);
+    EXPECT_EQ(runner.ReadLine(buffer, 3, &timedOut, 10) + timedOut, 0);
+    EXPECT_EQ(script.log, (Lines{script.log.at(0), "CloseHandle"})); // the read event
+    ASSERT_EQ(runner.ExecPipe("command", ""), 0);
+    script.singleWaits = {WAIT_TIMEOUT, WAIT_TIMEOUT};
+    EXPECT_EQ(runner.WaitPid(40), 0);
+    EXPECT_EQ(script.logged("WaitForSingleObject"),
+              (Lines{"WaitForSingleObject 40000", "WaitForSingleObject 30000",
+                     "WaitForSingleObject 30000"}));
 }
 
 TEST_F(Scripted, FailuresOfAChangeOfIdentity)
@@ -270,24 +247,23 @@ TEST_F(Scripted, FailuresOfAChangeOfIdentity)
         int call;
         bool holds; // the account has the right already
         DWORD build;
-        int result;
-        int code;
+        int result, code;
         std::string starter; // that the child was started with
-        int added;
-        int removed;
+        std::size_t added;
     } cases[] = {
-        {"", 0, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
-        {"", 0, false, 1057, 0, 0, "CreateProcessAsUserA", 1, 1},
-        {"GetVersionExW", 1, true, 1057, 0, 0, "CreateProcessA", 0, 0},
-        {"", 0, true, 1056, 0, 0, "CreateProcessA", 0, 0},
-        {"LogonUserA", 1, true, 1057, 3, 4, "", 0, 0},
-        {"LogonUserA", 2, true, 1057, 3, 10, "", 0, 0},
-        {"LogonUserA", 2, false, 1057, 3, 10, "", 1, 1},
-        {"GetTokenInformation", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
-        {"LsaOpenPolicy", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 0, 0},
-        {"LsaEnumerateAccountRights", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 1, 1},
-        {"LsaAddAccountRights", 1, false, 1057, 3, 10, "", 1, 1},
-        {"CreateProcess", 1, false, 1057, 3, 4, "", 1, 1},
+        {"", 0, true, 1057, 0, 0, "CreateProcessAsUserA", 0},
+        {"", 0, false, 1057, 0, 0, "CreateProcessAsUserA", 1},
+        {"GetVersionExW", 1, true, 1057, 0, 0, "CreateProcessA", 0},
+        {"", 0, true, 1056, 0, 0, "CreateProcessA", 0},
+        {"LogonUserA", 1, true, 1057, 3, 4, "", 0},
+        {"LogonUserA", 2, true, 1057, 3, 10, "", 0},
+        {"LogonUserA", 2, false, 1057, 3, 10, "", 1},
+        {"GetTokenInformation", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 0},
+        {"LsaOpenPolicy", 1, false, 1057, 0, 0, "CreateProcessAsUserA", 1},
+        {"LsaEnumerateAccountRights", 1, true, 1057, 0, 0, "CreateProcessAsUserA", 1},
+        {"LsaAddAccountRights", 1, false, 1057, 3, 10, "", 1},
+        {"LsaRemoveAccountRights", 1, false, 1057, 0, 0, "CreateProcessAsUserA", 1},
+        {"Start", 1, false, 1057, 3, 4, "CreateProcessAsUserA", 1},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &test - cases << " " << test.operation);
@@ -297,69 +273,37 @@ TEST_F(Scripted, FailuresOfAChangeOfIdentity)
         if (test.holds) {
             script.rights.insert("SeBatchLogonRight");
         }
-        const Outcome outcome = run(7, "", "user", "secret");
-        EXPECT_EQ(outcome.result, test.result);
-        EXPECT_EQ(outcome.record.getCode(), test.code);
-        EXPECT_EQ(outcome.record.getSubject(), test.code == 10  ? "user"
-                                               : test.code == 4 ? "command"
-                                                                : "");
-        const Lines starts = logOf("CreateProcess");
-        if (test.operation != "CreateProcess") {
-            EXPECT_EQ(starts.empty() ? "" : starts[0].substr(0, starts[0].find(' ')), test.starter);
-        }
-        EXPECT_EQ(script.count("LsaAddAccountRights sid"), test.added);
-        EXPECT_EQ(script.count("LsaRemoveAccountRights sid"), test.removed);
-        EXPECT_TRUE(script.open.empty());
-        EXPECT_EQ(outcome.traced.find("secret"), std::string::npos);
-        EXPECT_FALSE(Bare::lock().isLocked());
+        run(7, "", "user");
+        EXPECT_EQ(result, test.result);
+        EXPECT_EQ(record.getCode(), test.code);
+        EXPECT_EQ(record.getSubject(), test.code == 10 ? "user" : test.code == 4 ? "command" : "");
+        const Lines starts = script.logged("CreateProcess");
+        EXPECT_EQ(starts.empty() ? "" : starts[0].substr(0, starts[0].find(' ')), test.starter);
+        EXPECT_EQ(script.logged("LsaAddAccountRights sid").size(), test.added);
+        EXPECT_EQ(script.logged("LsaRemoveAccountRights sid").size(), test.added);
+        EXPECT_EQ(traced.find("secret"), std::string::npos);
     }
 }
 
 TEST_F(Scripted, OneRunnerAtATimeHoldsAnAddedRight)
 {
-    Lines lines;
+    Lines output;
     {
-        Bare first;
-        script.singleWaits = {WAIT_OBJECT_0};
+        CCmnExecPipeWindows first, second;
         script.failCall["LogonUserA"] = 2; // the first stays with its right, as after a time-out
-        EXPECT_EQ(first.Exec("first", lines, "", 7, "", "user", "secret"), 3);
-        EXPECT_TRUE(Bare::lock().isLocked());
+        EXPECT_EQ(first.Exec("first", output, "", 7, "", "user", "secret"), 3);
+        EXPECT_TRUE(Bare::m_Lock.isLocked());
         script.rights.clear();
-        CCmnExecPipeWindows second;
-        EXPECT_EQ(second.Exec("second", lines, "", 7, "", "other", "secret"), 3);
+        EXPECT_EQ(second.Exec("second", output, "", 7, "", "other", "secret"), 3);
         EXPECT_EQ(second.getLastError().getCode(), 9);
         EXPECT_EQ(second.getLastError().getSubject(), "other");
-        EXPECT_EQ(logOf("CreateProcess"), Lines{});
-        EXPECT_GE(logOf("Sleep 0").size(), 5U); // 60 microseconds, 10 a look
-        EXPECT_LE(logOf("Sleep").size(), 7U);
+        EXPECT_EQ(script.logged("CreateProcess"), Lines{});
+        EXPECT_GE(script.logged("Sleep 0").size(), 5U); // 60 microseconds, 10 a look
+        EXPECT_LE(script.logged("Sleep").size(), 7U);
     }
-    script.rights.clear();
     CCmnExecPipeWindows third;
-    EXPECT_EQ(third.Exec("third", lines, "", 7, "", "user", "secret"), 0);
-    EXPECT_EQ(script.rights.count("SeBatchLogonRight"), 0U);
-}
-
-TEST_F(Scripted, IdleAndClosedRunnersTouchNothing)
-{
-    Bare runner;
-    EXPECT_EQ(runner.WaitPid(10), -1);
-    EXPECT_EQ(runner.Close(10), 0);
-    EXPECT_EQ(runner.Close(10), 0);
-    char buffer[4];
-    int timedOut = 1;
-    EXPECT_EQ(runner.ReadLine(buffer, 3, &timedOut, 10), 0);
-    EXPECT_EQ(timedOut, 0);
-    EXPECT_EQ(script.log.size(), 1U); // the making of the read event
-}
-
-TEST_F(Scripted, LongWaitsAreCutToThirtySecondsAfterTheFirst)
-{
-    Bare runner;
-    ASSERT_EQ(runner.ExecPipe("command", ""), 0);
-    script.singleWaits = {WAIT_TIMEOUT, WAIT_TIMEOUT};
-    EXPECT_EQ(runner.WaitPid(40), 0);
-    EXPECT_EQ(script.count("WaitForSingleObject 40000"), 1);
-    EXPECT_EQ(script.count("WaitForSingleObject 30000"), 2);
+    EXPECT_EQ(third.Exec("third", output, "", 7, "", "user", "secret"), 0);
+    EXPECT_EQ(script.rights.size(), 0U);
 }
 
 } // namespace

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 class Scratch
 {
@@ -69,5 +71,16 @@ public:
 private:
     std::string m_Path;
 };
+
+// work(0), work(1) and so on, each on a thread of its own, to their ends.
+template <typename Work>
+void onThreads(int count, const Work& work)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(work, i);
+    for (std::thread& thread : threads)
+        thread.join();
+}
 
 #endif

@@ -12,9 +12,8 @@
 #include <vector>
 
 struct Script {
-    // Fails the n-th call (from 1) of an operation, by its name.
-    std::map<std::string, int> failCall;
-    DWORD error = 13; // of every failed call
+    std::map<std::string, int> failCall; // operation: which of its calls fails, counted from 1
+    DWORD error = 13;                    // of every failed call
 
     // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do.
     enum Read { pending = 256, broken, readError, resultError, resultBroken, emptyResult };
@@ -25,20 +24,16 @@ struct Script {
     DWORD exitStatus = 0;
     DWORD build = 1057;
     std::set<std::string> rights; // of the one account
-    bool startThrows = false;     // CreateProcessA raises something of its own
+    bool startThrows = false;     // the start raises something of its own
 
     // What happened.
-    std::vector<std::string> log; // "Name argument"
+    std::vector<std::string> log; // "Name details"
     std::set<HANDLE> open;
-    std::vector<std::string> wrongCloses;
+    int wrongCloses = 0;
     DWORD lastError = 0;
-
     std::map<std::string, int> calls;
-    std::uintptr_t nextHandle = 100;
 
-    bool fails(const std::string& operation);
-    HANDLE give();
-    int count(const std::string& entry) const;
+    std::vector<std::string> logged(const std::string& start) const;
 };
 
 extern Script script;

@@ -6,9 +6,7 @@
 
 #include <fcntl.h>
 
-#include <cctype>
-#include <thread>
-#include <vector>
+#include <regex>
 
 using namespace tarnix_cmn_4_4;
 
@@ -17,221 +15,162 @@ namespace
 
 using LogPtr = CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>;
 
-const std::string kTime = "0000-00-00 00:00:00.000000 ";
-constexpr const char* kFile = "inst/Logs/t.log";
-
-// A line, which begins with `prefix`, with the digits of its time replaced by 0.
-std::string timeless(std::string line, const std::string& prefix = "")
-{
-    for (std::size_t i = prefix.size(); i < line.size() && i < prefix.size() + kTime.size(); ++i)
-        line[i] = std::isdigit(static_cast<unsigned char>(line[i])) ? '0' : line[i];
-    return line;
-}
+const char* const kConf = "ConfigFiles/t.conf";
 
 class TraceLog : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    TraceLog()
     {
-        m_Scratch.makeDirectory("inst");
-        m_Scratch.makeDirectory("prog/Orvane/Stellgard");
-        m_Scratch.setRegistry(m_Scratch.path("inst/"), m_Scratch.path("prog"));
+        m_Scratch.makeDirectory("Orvane/Stellgard");
+        m_Scratch.makeDirectory("x");
+        m_Scratch.makeDirectory("ConfigFiles");
+        m_Scratch.setRegistry(m_Scratch.path(), m_Scratch.path());
     }
 
-    // Both return what came on standard output.
-    std::string start(const wchar_t* dir = L"", const wchar_t* file = L"", int level = 1,
+    // What a call printed, and then what it wrote, with "@" for each time.
+    template <typename Call>
+    std::string outputOf(const Call& call)
+    {
+        testing::internal::CaptureStdout();
+        call(m_Log.get());
+        const std::string text = testing::internal::GetCapturedStdout() + m_Scratch.read(m_File);
+        std::remove(m_Scratch.path(m_File).c_str());
+        static const std::regex time("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} ");
+        return std::regex_replace(text, time, "@");
+    }
+    std::string start(const std::wstring& dir = L"", const wchar_t* file = L"", int level = 1,
                       bool toStdout = false, const wchar_t* name = L"t")
     {
-        testing::internal::CaptureStdout();
-        m_Log.get()->initialize(name, dir, file, level, toStdout);
-        return testing::internal::GetCapturedStdout();
+        return outputOf(
+            [&](CCmnTraceLog* log) { log->initialize(name, dir.c_str(), file, level, toStdout); });
     }
-    std::string traced(int level, const char* format, const char* text = "")
+    template <typename Argument = const char*>
+    std::string traced(int level, const char* format, Argument argument = {})
     {
-        testing::internal::CaptureStdout();
-        m_Log.get()->trace(level, format, text);
-        return testing::internal::GetCapturedStdout();
+        return outputOf([&](CCmnTraceLog* log) { log->trace(level, format, argument); });
     }
-
     int level()
     {
         int level = 0;
         m_Log.get()->GetTraceLevels(level);
         return level;
     }
-    std::string conf() { return m_Scratch.read("inst/ConfigFiles/t.conf"); }
-    void setConf(const std::string& text)
-    {
-        m_Scratch.makeDirectory("inst/ConfigFiles");
-        m_Scratch.write("inst/ConfigFiles/t.conf", text);
-    }
-    std::string takeLog(const char* file = kFile)
-    {
-        const std::string text = timeless(m_Scratch.read(file));
-        std::filesystem::remove(m_Scratch.path(file));
-        return text;
-    }
 
     Scratch m_Scratch;
+    std::string m_File = "Logs/t.log";
     LogPtr m_Log{true};
 };
 
 TEST_F(TraceLog, NewLogWritesNothingAndThenDefaults)
 {
     EXPECT_EQ(level(), 12345);
-    EXPECT_EQ(traced(-5, ""), "");
-    EXPECT_EQ(level(), 1);
     EXPECT_EQ(traced(-5, "lost"), "");
-    EXPECT_FALSE(m_Log.get()->isInitialized());
-
+    EXPECT_EQ(level(), 1);
     m_Log = LogPtr(true);
     EXPECT_EQ(start(L"", L"", 7), "");
-    EXPECT_TRUE(m_Log.get()->isInitialized());
-    for (const std::string& line :
-         {"TRACEDIR\"=\"" + m_Scratch.path("inst/Logs/\"\n"),
-          std::string("\"TRACEFILE\"=\"t.log\"\n"), std::string("\"TRACELEVEL\"=dword:00000007\n"),
-          std::string("\"TRACESTDOUT\"=dword:00000000\n")})
-        EXPECT_NE(conf().find(line), std::string::npos) << line;
+    const std::string line = "\"TRACEDIR\"=\"" + m_Scratch.path("Logs/\"\n");
+    EXPECT_NE(m_Scratch.read(kConf).find(line), std::string::npos);
     EXPECT_EQ(level(), 0);
-    EXPECT_EQ(traced(7, "hello %s", "world"), "");
+    EXPECT_EQ(traced(7, "hello %s", "world"), "@hello world\n");
     EXPECT_EQ(level(), 7);
-    EXPECT_EQ(takeLog(), kTime + "hello world\n");
 }
 
 TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
 {
+    const char* const usual = "Logs/t.log";
     const struct {
-        const char* conf;
-        const char* sibling;
-        const char* dir; // under the scratch directory
+        const char *conf, *sibling, *dir; // the directory is under the scratch one
         const wchar_t* file;
-        bool toStdout;
-        int levelAtStart;
-        int levelInUse;
-        const char* log;
-        bool copied;
-        const char* confThen;
+        bool toStdout, isCopied;
+        int levelAtStart, level;
+        const char *log, *confThen;
     } cases[] = {
-        {"TRACELEVEL\"=dword:5", "", "", L"", false, 1, 5, kFile, false, "FILE\"=\"t.log"},
-        {"TRACELEVEL\"=dword:0", "=3", "", L"", false, 3, 0, kFile, false, "OUT\"=dword:00000000"},
-        {"TRACELEVEL\"=dword:ffffffff", "", "", L"", false, 1, -1, kFile, false, ""},
-        {"TRACEFILE\"=\"f\"", "", "", L"", true, 0, 9, "inst/Logs/f", true, "OUT\"=dword:00000001"},
-        {"TRACESTDOUT\"=dword:1", "", "", L"x", false, 0, 9, kFile, true, "EL\"=dword:00000009"},
-        {"TRACESTDOUT\"=dword:0", "=-7", "x", L"", true, 0, 9, kFile, true, ""},
-        {"OTHER\"=\"kept\"", "", "", L"", false, 0, 9, kFile, false, "OTHER\"=\"kept"},
-        {"TRACESTDOUT\"=dword:1", "", "inst", L"g", false, 1, 9, "inst/g", false,
-         "OUT\"=dword:00000000"},
-    };
+        {"LEVEL\"=dword:5", "=0", "", L"", false, false, 1, 5, usual, "FILE\"=\"t.log"},
+        {"LEVEL\"=dword:0", "=3", "", L"", false, false, 3, 0, usual, "OUT\"=dword:00000000"},
+        {"LEVEL\"=dword:ffffffff", "", "", L"", false, false, 1, -1, usual, ""},
+        {"FILE\"=\"f\"", "", "", L"", true, true, 0, 9, "Logs/f", "OUT\"=dword:00000001"},
+        {"STDOUT\"=dword:1", "", "", L"x", false, true, 0, 9, usual, "EL\"=dword:00000009"},
+        {"STDOUT\"=dword:0", "=-7", "y", L"", true, true, 0, 9, usual, ""},
+        {"OTHER\"=\"kept\"", "", "", L"", false, false, 0, 9, usual, "OTHER\"=\"kept"},
+        {"STDOUT\"=dword:1", "", "x", L"g", false, false, 1, 9, "x/g", "OUT\"=dword:00000000"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.conf);
-        setConf(std::string("[DEBUG_TRACE_INFO]\n\"") + c.conf + "\n");
-        m_Scratch.write("prog/Orvane/Stellgard/sgdlog.conf",
+        m_Scratch.write(kConf, std::string("[DEBUG_TRACE_INFO]\n\"TRACE") + c.conf + "\n");
+        m_Scratch.write("Orvane/Stellgard/sgdlog.conf",
                         std::string("Default.DiagnosticLevel") + c.sibling);
         m_Log = LogPtr(true);
-        start(*c.dir ? m_Scratch.wide(c.dir).c_str() : L"", c.file, 9, c.toStdout);
-        EXPECT_EQ(level(), c.levelAtStart);
-        const std::string copy = traced(c.levelInUse, "in") + traced(c.levelInUse + 1, "out");
-        EXPECT_EQ(level(), c.levelInUse);
-        EXPECT_EQ(takeLog(c.log), kTime + "in\n");
-        EXPECT_EQ(timeless(copy, "t:"), c.copied ? "t:" + kTime + "in\n" : "");
-        EXPECT_NE(conf().find(c.confThen), std::string::npos) << conf();
+        m_File = c.log;
+        start(*c.dir ? m_Scratch.wide(c.dir) : L"", c.file, 9, c.toStdout);
+        EXPECT_EQ(level(), c.levelAtStart) << c.conf;
+        EXPECT_EQ(traced(c.level, "in"), c.isCopied ? "t:@in\n@in\n" : "@in\n") << c.conf;
+        EXPECT_EQ(traced(c.level + 1, "out"), "") << c.conf;
+        EXPECT_NE(m_Scratch.read(kConf).find(c.confThen), std::string::npos) << c.conf;
     }
     // In use it is the store that counts, and not the file.
-    setConf("[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:6\n");
-    traced(1, "");
-    EXPECT_EQ(level(), 9);
-    EXPECT_EQ(m_Log.get()->updateConfigFile(L"d", L"f", 4), 0);
-    traced(1, "");
+    m_Scratch.write(kConf, "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:6\n");
+    EXPECT_EQ(traced(9, "in"), "@in\n");
+    std::filesystem::remove_all(m_Scratch.path("ConfigFiles"));
+    m_Scratch.write("ConfigFiles", "a file");
+    EXPECT_NE(m_Log.get()->updateConfigFile(L"d", L"f", 4), 0);
+    EXPECT_EQ(traced(5, "out"), "");
     EXPECT_EQ(level(), 4);
 }
 
-TEST_F(TraceLog, TraceFileThatCannotBeOpened)
+TEST_F(TraceLog, FilesThatCannotBeUsed)
 {
-    m_Scratch.makeDirectory(kFile); // a directory in its place
-    const std::string dir = m_Scratch.path("inst/Logs/");
+    m_Scratch.makeDirectory("Logs/t.log/x");
+    const std::string dir = m_Scratch.path("Logs/");
     EXPECT_EQ(start(L"", L"", 1, true), "[CCmnTraceLog] Error: Tracefile [" + dir +
                                             "/t.log] initialization failed.[t.log][" + dir + "]\n");
     EXPECT_FALSE(m_Log.get()->isInitialized());
     EXPECT_EQ(traced(1, "lost"), "");
-
-    std::filesystem::remove(m_Scratch.path(kFile));
+    std::filesystem::remove_all(dir);
     EXPECT_EQ(start(L"", L"", 1, true), "");
-    EXPECT_NE(start(m_Scratch.wide().c_str(), L"inst", 1, true), "");
+    EXPECT_NE(start(m_Scratch.wide(), L"Orvane", 1, true), "");
     EXPECT_TRUE(m_Log.get()->isInitialized()); // for good
-    EXPECT_EQ(timeless(traced(1, "copy"), "t:"), "t:" + kTime + "copy\n");
-
+    EXPECT_EQ(traced(1, "copy"), "t:@copy\n");
     // The locale cannot express this name, so there is no configuration file either.
-    EXPECT_EQ(start(m_Scratch.wide("inst").c_str(), L"g", 1, true, L"\xE4"), "");
-    EXPECT_EQ(traced(1, "x").substr(0, 3), "\xC3\xA4:");
-}
+    EXPECT_EQ(start(m_Scratch.wide("Logs"), L"t.log", 1, true, L"\xE4"), "");
+    EXPECT_EQ(traced(1, "x"), "\xC3\xA4:@x\n@x\n");
 
-TEST_F(TraceLog, ConfigurationThatCannotBeUsed)
-{
     for (const char* text : {"[unclosed\n", "\"before\"=\"a section\"\n", "[]\n", "\xFF\xFE[\n"}) {
-        setConf(text);
+        m_Scratch.write(kConf, text);
         m_Log = LogPtr(true);
         EXPECT_EQ(start(), "") << text;
-        EXPECT_TRUE(m_Log.get()->isInitialized());
+        EXPECT_TRUE(m_Log.get()->isInitialized()) << text;
     }
-    std::filesystem::remove_all(m_Scratch.path("inst/ConfigFiles"));
-    m_Scratch.write("inst/ConfigFiles", "a file");
-    EXPECT_NE(m_Log.get()->updateConfigFile(L"d", L"f", 3), 0);
-    traced(1, "");
-    EXPECT_EQ(level(), 3); // the store has it all the same
 }
 
 TEST_F(TraceLog, Texts)
 {
+    const CmnFile file = openFile(m_Scratch.path("f"), "a+");
+    EXPECT_EQ(fcntl(fileno(file.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     start();
     for (const std::size_t length : {1U, 1022U, 1023U, 1024U, 2047U, 100000U}) {
         const std::string text(length - 1, 'x');
-        m_Log.get()->trace(1, "%s%d", text.c_str(), 9);
-        EXPECT_EQ(takeLog(), kTime + text + "9\n") << length;
+        EXPECT_EQ(traced(1, "%s9", text.c_str()), "@" + text + "9\n") << length;
     }
-    traced(1, "a\n%s\n", "b%n");
-    EXPECT_EQ(takeLog(), kTime + "a\nb%n\n\n");
-    m_Log.get()->trace(1, "cut%cbehind", 0);
-    EXPECT_EQ(takeLog(), kTime + "cut\n");
-    m_Log.get()->trace(1, "name %ls", L"\x4E2D"); // which the C locale cannot express
-    EXPECT_EQ(takeLog(), kTime + "name %ls\n");
-
-    traced(1, nullptr);
-    traced(1, "");
-    EXPECT_FALSE(std::filesystem::exists(m_Scratch.path(kFile)));
-    m_Scratch.write(kFile, "kept");
-    traced(1, "behind");
-    EXPECT_EQ(m_Scratch.read(kFile).substr(0, 4), "kept");
+    EXPECT_EQ(traced(1, nullptr) + traced(1, ""), "");
+    EXPECT_EQ(traced(1, "a\n%s\n", "b%n"), "@a\nb%n\n\n");
+    EXPECT_EQ(traced(1, "cut%cbehind", 0), "@cut\n");
+    EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not in the C locale
 }
 
 TEST_F(TraceLog, LinesOfSeveralWritersDoNotMix)
 {
-    std::vector<LogPtr> logs(4);
-    for (LogPtr& log : logs) {
-        log = LogPtr(true);
+    LogPtr logs[] = {LogPtr(true), LogPtr(true), LogPtr(true), LogPtr(true)};
+    for (LogPtr& log : logs)
         log.get()->initialize(L"t", L"", L"", 1, false);
-    }
     const std::string text(20000, 'x'); // above the buffer of a stream
-    std::vector<std::thread> writers;
-    for (const LogPtr& log : logs)
-        writers.emplace_back([&log, &text] {
-            for (int i = 0; i < 50; ++i)
-                log.get()->trace(1, "%s", text.c_str());
-        });
-    for (std::thread& writer : writers)
-        writer.join();
-    std::istringstream lines(m_Scratch.read(kFile));
+    onThreads(4, [&](int writer) {
+        for (int i = 0; i < 50; ++i)
+            logs[writer].get()->trace(1, "%s", text.c_str());
+    });
+    std::istringstream lines(m_Scratch.read(m_File));
     int whole = 0;
     for (std::string line; std::getline(lines, line);)
-        whole += timeless(line) == kTime + text;
+        whole += line.find(text) == 27 && line.size() == 27 + text.size(); // behind the time
     EXPECT_EQ(whole, 4 * 50);
-}
-
-TEST(File, IsClosedOnExec)
-{
-    const Scratch scratch;
-    const CmnFile file = openFile(scratch.path("f"), "a+");
-    ASSERT_TRUE(file);
-    EXPECT_EQ(fcntl(fileno(file.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 } // namespace

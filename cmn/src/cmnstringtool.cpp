@@ -134,6 +134,24 @@ bool needsTwoUnits(wchar_t unit)
     return isCodePoint(unit) && unit > 0xFFFF;
 }
 
+// Without an early end, so that the compiler takes many units at once: nearly all texts fit.
+bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
+{
+    std::uint32_t all = 0;
+    for (; first != last; ++first)
+        all |= static_cast<std::uint32_t>(*first);
+    return all <= 0xFFFF;
+}
+
+// Neither a surrogate nor a zero among the units; again without an early end.
+bool isPlain(const char16_t* units, std::int32_t length)
+{
+    bool found = false;
+    for (std::int32_t i = 0; i < length; ++i)
+        found |= (U16_IS_SURROGATE(units[i]) | (units[i] == 0)) != 0;
+    return !found;
+}
+
 char16_t* appendUtf16(char16_t* target, wchar_t unit)
 {
     if (!isCodePoint(unit)) {
@@ -239,13 +257,21 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
     icu::UnicodeString result;
     const wchar_t* const first = text.c_str();
     const wchar_t* const last = first + terminatedLength(text);
-    const auto capacity =
-        static_cast<std::size_t>(last - first + std::count_if(first, last, needsTwoUnits));
+    const bool oneUnitEach = fitsOneUnitEach(first, last);
+    const auto length = static_cast<std::size_t>(last - first);
+    const std::size_t capacity =
+        oneUnitEach ? length
+                    : length + static_cast<std::size_t>(std::count_if(first, last, needsTwoUnits));
     if (capacity == 0 || capacity > kMaxUstr)
         return result;
     char16_t* target = openBuffer(result, capacity);
-    for (const wchar_t* unit = first; unit != last; ++unit)
-        target = appendUtf16(target, *unit);
+    if (oneUnitEach) {
+        std::transform(first, last, target,
+                       [](wchar_t unit) { return static_cast<char16_t>(unit); });
+    } else {
+        for (const wchar_t* unit = first; unit != last; ++unit)
+            target = appendUtf16(target, *unit);
+    }
     result.releaseBuffer(static_cast<std::int32_t>(capacity));
     return result;
 }
@@ -254,13 +280,20 @@ tstr CCmnStringTool::ustr2tstr(const icu::UnicodeString& text)
 {
     tstr result;
     const char16_t* const units = text.getBuffer();
-    const std::int32_t zero = text.indexOf(char16_t{0});
+    const bool plain = isPlain(units, text.length());
+    const std::int32_t zero = plain ? -1 : text.indexOf(char16_t{0});
     const std::int32_t length = zero < 0 ? text.length() : zero;
     wchar_t chunk[kChunk];
     for (std::int32_t i = 0; i < length;) {
         std::size_t filled = 0;
-        for (; filled < kChunk && i < length; ++filled)
-            U16_NEXT(units, i, length, chunk[filled]);
+        if (plain) {
+            filled = std::min(kChunk, static_cast<std::size_t>(length - i));
+            std::copy_n(units + i, filled, chunk);
+            i += static_cast<std::int32_t>(filled);
+        } else {
+            for (; filled < kChunk && i < length; ++filled)
+                U16_NEXT(units, i, length, chunk[filled]);
+        }
         const std::size_t expected = result.length() + filled;
         result.append(chunk, filled);
         requireLength(result, expected);
