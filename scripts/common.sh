@@ -28,10 +28,11 @@ need() {
         "${missing[@]}" >/dev/null
 }
 
-# build PRESET [cmake option ...]: configures and builds into build/PRESET.
+# build PRESET [cmake option ...]: configures and builds into build/PRESET. In CI warnings are errors.
 build() {
     local preset=$1 log
     shift
+    [ -z "${CI:-}" ] || set -- -DTARNIX_WERROR=ON "$@"
     mkdir -p build
     log=build/$preset.log
     if ! cmake --preset "$preset" "$@" >"$log" 2>&1 || ! cmake --build --preset "$preset" >>"$log" 2>&1

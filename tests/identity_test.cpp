@@ -219,13 +219,15 @@ TEST_F(Identity, AUserWhoStopsHisChildGainsNothing)
 {
     const pid_t attacker = fork();
     if (attacker == 0) {
-        bool good = setresgid(61002, 61002, 61002) == 0 && setresuid(61002, 61002, 61002) == 0;
-        for (pid_t from = getpid(); good;) { // the next process ids, as soon as it is permitted
-            for (pid_t pid = from + 1; pid < from + 200; ++pid) {
-                kill(pid, SIGSTOP) == 0 && kill(pid, SIGCONT);
+        if (setresgid(61002, 61002, 61002) != 0 || setresuid(61002, 61002, 61002) != 0) {
+            _exit(1);
+        }
+        // The next process ids, each as soon as it is permitted.
+        for (pid_t pid = getpid() + 1;; pid = pid < getpid() + 200 ? pid + 1 : getpid() + 1) {
+            if (kill(pid, SIGSTOP) == 0) {
+                kill(pid, SIGCONT);
             }
         }
-        _exit(1);
     }
     std::vector<std::thread> callers;
     for (const std::string user : {"second", "holder"}) {
