@@ -106,13 +106,16 @@ int main(int argc, char** argv)
         giveUp(RunAsStep::directory, errno);
     }
     char** const command = argv + fixedArguments + candidates;
-    bool forbidden = false;
+    int error = ENOENT;
     for (int i = 0; i < candidates; ++i) {
-        execve(argv[fixedArguments + i], command, environ);
-        if (!tarnix_platform::searchGoesOn(errno)) {
+        const char* path = argv[fixedArguments + i];
+        execve(path, command, environ);
+        if (candidates == 1 || !tarnix_platform::searchGoesOn(errno)) {
             giveUp(RunAsStep::program, errno);
         }
-        forbidden = forbidden || errno == EACCES;
+        if (errno == EACCES && access(path, F_OK) == 0) {
+            error = EACCES;
+        }
     }
-    giveUp(RunAsStep::program, forbidden ? EACCES : errno);
+    giveUp(RunAsStep::program, error);
 }

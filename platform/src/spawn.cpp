@@ -105,22 +105,26 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     return syscall(SYS_close_range, first, ~0U, 0U) == 0;
 }
 
-// If a directory of the search held the program and did not permit it, that is what is told.
+// If a directory of the search held the program and did not permit it, that is what is told. One
+// that may not be looked into tells nothing.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
 {
     if (child.runAs >= 0) {
         syscall(SYS_execveat, runAsProgram, "", child.arguments, child.environment, AT_EMPTY_PATH);
         return;
     }
-    bool forbidden = false;
+    const bool search = child.candidates[1] != nullptr;
+    int error = ENOENT;
     for (const char* const* path = child.candidates; *path != nullptr; ++path) {
         syscall(SYS_execve, *path, child.arguments, child.environment);
-        if (!searchGoesOn(errno)) {
+        if (!search || !searchGoesOn(errno)) {
             return;
         }
-        forbidden = forbidden || errno == EACCES;
+        if (errno == EACCES && syscall(SYS_faccessat, AT_FDCWD, *path, F_OK) == 0) {
+            error = EACCES;
+        }
     }
-    errno = forbidden ? EACCES : errno;
+    errno = error;
 }
 
 TARNIX_CHILD_SIDE int runChild(void* argument)
