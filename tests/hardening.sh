@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Fails if a delivered file lacks a protection that the build asks for: hardening.sh LIBRARY HELPER
+set -euo pipefail
+
+failed=0
+has() { # has FILE WHAT REGEX COMMAND...
+    local file=$1 what=$2 regex=$3
+    shift 3
+    if ! "$@" "$file" | grep -E "$regex" >/dev/null; then
+        echo "${file##*/}: no $what"
+        failed=1
+    fi
+}
+for file in "$@"; do
+    has "$file" "read-only relocations" GNU_RELRO readelf -lW
+    has "$file" "binding at load time" '\(FLAGS(_1)?\).*NOW' readelf -dW
+    has "$file" "stack that cannot be executed" 'GNU_STACK.* RW +0x' readelf -lW
+    has "$file" "position independence" 'DYN' readelf -hW
+done
+library=$1
+has "$library" "stack protector" __stack_chk_fail nm -D
+has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
+case $(uname -m) in
+x86_64) # a few come with the compiler's own start-up code
+    if [ "$(objdump -d "$library" | grep -c endbr64)" -lt 100 ]; then
+        echo "${library##*/}: no marks of allowed jump targets"
+        failed=1
+    fi
+    ;;
+esac
+exit $failed
