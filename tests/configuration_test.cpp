@@ -2,6 +2,9 @@
 #include "cmnconfiguration.h"
 #include "scratch.h"
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace tarnix_cmn_4_4;
 
 namespace
@@ -57,6 +60,79 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     config.getStringValue(L"S", L"both", both);
     config.getStringValue(L"S", L"onlyA", onlyA);
     EXPECT_EQ(both + onlyA, tstr(L"ba"));
+}
+
+void fill(CCmnConfiguration& config, int count, const wchar_t* value)
+{
+    ACE_Configuration_Section_Key section;
+    ASSERT_EQ(config.openSection(L"S", section, 1), 0);
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(config.setStringValue(std::to_wstring(i).c_str(), value), 0);
+}
+
+// While no file may be longer than `size`.
+int exportWithin(CCmnConfiguration& config, rlim_t size)
+{
+    rlimit usual = {};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit less = {size, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &less);
+    const int code = config.exportConfig();
+    setrlimit(RLIMIT_FSIZE, &usual);
+    return code;
+}
+
+TEST(Configuration, ExportsReplaceTheWholeFileOrNothing)
+{
+    namespace fs = std::filesystem;
+    const Scratch scratch;
+    scratch.makeDirectory("d");
+    const fs::perms mode = fs::perms(0642);
+    std::signal(SIGXFSZ, SIG_IGN);
+    fs::create_symlink("d/file", scratch.path("near"));
+    fs::create_symlink(scratch.path("near"), scratch.path("far"));
+    for (const bool isThere : {false, true}) {
+        for (const wchar_t* name : {L"d/file", L"near", L"far"}) {
+            const std::string old = isThere ? "[old]\n" : "";
+            fs::remove(scratch.path("d/file"));
+            if (isThere) {
+                scratch.write("d/file", old);
+                fs::permissions(scratch.path("d/file"), mode);
+            }
+            CCmnConfiguration config(scratch.wide().c_str(), name, false);
+            fill(config, 1000, L"some text");
+            for (const rlim_t limit : {0U, 100U, 10000U}) { // in the first, in a later write
+                EXPECT_NE(exportWithin(config, limit), 0) << name << limit;
+                EXPECT_EQ(scratch.read("d/file"), old) << name << limit;
+            }
+            EXPECT_EQ(fs::exists(scratch.path("d/file")), isThere);
+            EXPECT_EQ(config.exportConfig(), 0) << name;
+            EXPECT_GT(scratch.read("d/file").size(), 10000U) << name;
+            EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path("d")), {}), 1);
+            EXPECT_TRUE(fs::is_symlink(scratch.path("near")) &&
+                        fs::is_symlink(scratch.path("far")));
+            EXPECT_TRUE(!isThere || fs::status(scratch.path("d/file")).permissions() == mode);
+        }
+    }
+    std::signal(SIGXFSZ, SIG_DFL);
+}
+
+TEST(Configuration, ReadersOfAFileThatSeveralExportFindItWhole)
+{
+    const Scratch scratch;
+    onThreads(4, [&](int writer) {
+        const std::wstring value(10, static_cast<wchar_t>(L'a' + writer));
+        CCmnConfiguration config(scratch.wide().c_str(), L"c", false);
+        fill(config, 1000 + writer, value.c_str());
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(config.exportConfig(), 0);
+            CCmnConfiguration other(scratch.wide().c_str(), L"c", true);
+            tstr first, last;
+            ASSERT_EQ(other.getStringValue(L"S", L"0", first), 0);
+            ASSERT_EQ(other.getStringValue(L"S", L"999", last), 0);
+            ASSERT_EQ(first, last);
+        }
+    });
 }
 
 TEST(Configuration, ComesBackAsItWasSavedInTheCLocale)

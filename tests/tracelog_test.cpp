@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 
+#include <functional>
 #include <regex>
 
 using namespace tarnix_cmn_4_4;
@@ -114,6 +115,42 @@ TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
     EXPECT_NE(m_Log.get()->updateConfigFile(L"d", L"f", 4), 0);
     EXPECT_EQ(traced(5, "out"), "");
     EXPECT_EQ(level(), 4);
+}
+
+TEST_F(TraceLog, EachChangeOfTheStoreCountsForTheNextLine)
+{
+    // What a log that is not initialised looks for it makes: the export completes it key by key.
+    EXPECT_EQ(traced(9, "out"), "");
+    start(L"", L"", 5, true);
+    EXPECT_NE(m_Scratch.read(kConf).find("OUT\"=dword:00000001"), std::string::npos);
+
+    const tstr logs = m_Scratch.wide("Logs").c_str();
+    tstr dir, file;
+    int given = 3;
+    const auto conf = [&](int level) {
+        m_Scratch.write(kConf, "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:" + std::to_string(level) +
+                                   "\n\"TRACESTDOUT\"=dword:0\n");
+    };
+    const struct {
+        std::function<void(CCmnTraceLog*)> change;
+        int atOnce, level;
+    } cases[] = {{[](auto* log) { log->UpdateTraceLevelFromConfigFile(); }, 5, 5},
+                 {[&](auto* log) { log->updateConfigFile(logs, L"t.log", 3); }, 5, 3},
+                 {[&](auto* log) { log->loadFromConfigFile(dir, file, given); }, 3, 4},
+                 {[&](auto* log) { log->initTraceSettings(dir, file, given = 6); }, 4, 6},
+                 {[](auto* log) { log->initialize(L"t", L"", L"", 9, false); }, 1, 4},
+                 {[](auto* log) { log->initialize(L"other", L"", L"", 9, false); }, 1, 4}, // merges
+                 {[](auto* log) { log->UpdateTraceLevelFromConfigFile(); }, 4, 4}};
+    EXPECT_EQ(traced(6, "out"), "");
+    for (const auto& c : cases) {
+        conf(4);
+        outputOf(c.change);
+        const auto number = &c - cases;
+        EXPECT_EQ(level(), c.atOnce) << number;
+        EXPECT_EQ(traced(c.level + 1, "out"), "") << number;
+        EXPECT_EQ(level(), c.level) << number;
+        EXPECT_NE(traced(c.level, "in"), "") << number;
+    }
 }
 
 TEST_F(TraceLog, FilesThatCannotBeUsed)

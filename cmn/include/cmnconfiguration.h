@@ -49,7 +49,18 @@ public:
     // has brought in. `path` carries its trailing separator.
     int importConfig(const wchar_t* path, const wchar_t* file);
 
-    // The whole store replaces the whole file.
+    // The whole store replaces the whole file, which is made if it is missing. The new file is
+    // written beside the old one, under a name that begins with ".tarnix-", and then renamed: when
+    // the process ends in the middle, the disk has no room for both or the export fails otherwise,
+    // the old file is untouched, and a reader finds one of the two whole. Only a killed process
+    // leaves its unfinished file behind. A link to the file stays a link. The permissions are kept,
+    // and the owner and the group where the process may give a file to them; access lists and
+    // further hard links stay with the old file.
+    //
+    // Where no file can be made beside or renamed - in a directory that may not be written, over a
+    // file that is mounted by itself - and for what is no plain file, the export writes in place:
+    // one that is broken off leaves a part. Nothing is forced to the disk, so that a crash of the
+    // machine can still cost the file on file systems that do not write before they rename.
     int exportConfig();
 
     // Names of the sub-sections, in the store's order; none for a key that opens nothing. The form
@@ -85,6 +96,7 @@ public:
 private:
     void openHeap();
     void setFile(const wchar_t* path, const wchar_t* file);
+    int verifyFile();
 
     // A name or a value as the store takes it. False when there is none: no store is open, or the
     // text has no UTF-8.

@@ -18,7 +18,7 @@ namespace tarnix_cmn_4_4
 //
 //   TRACEDIR     text      directory of the trace file
 //   TRACEFILE    text      its name
-//   TRACELEVEL   integer   active level, looked up in memory by every call of trace
+//   TRACELEVEL   integer   active level from the first call of trace on
 //   TRACESTDOUT  integer   1 switches the copy to standard output on; nothing else switches it off
 //
 // Made with CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>, and destroyed by the
@@ -42,7 +42,7 @@ public:
     // The trace file could be opened at least once.
     bool isInitialized() const { return m_Initialized; }
 
-    void GetTraceLevels(int& level) const { level = m_TraceLevel; }
+    void GetTraceLevels(int& level) const { level = m_Settings.level(); }
 
     // Appends one line, the time and the text, and the same with the log's name in front to
     // standard output if that is on. The line is in the file when this returns. The format follows
@@ -69,12 +69,39 @@ protected:
     ~CCmnTraceLog() override;
 
 private:
+    // The store in memory, and the active level, which trace takes from it. What is handed out to
+    // be changed is marked: as long as that did not happen, trace need not look the level up again.
+    class Settings
+    {
+    public:
+        // To be asked for anew for each use, and never kept: a change through a kept reference
+        // would not be seen.
+        CCmnConfiguration& store()
+        {
+            m_IsLevelOfStore = false;
+            return m_Config;
+        }
+        void setLevel(int level)
+        {
+            m_IsLevelOfStore = false;
+            m_TraceLevel = level;
+        }
+        void takeLevelFromStore();
+
+        int level() const { return m_TraceLevel; }
+        bool isLevelOfStore() const { return m_IsLevelOfStore; }
+
+    private:
+        CCmnConfiguration m_Config;
+        int m_TraceLevel = 12345;
+        bool m_IsLevelOfStore = false;
+    };
+
     unsigned int readSettings(tstr& dir, tstr& file, int level);
     void readOrStore(const wchar_t* key, tstr& value);
     void traceText(int level, const char* format, std::va_list args);
 
-    CCmnConfiguration m_Config;
-    int m_TraceLevel = 12345;
+    Settings m_Settings;
     tstr m_Name;
     tstr m_TraceFile;
     tstr m_TraceDir;

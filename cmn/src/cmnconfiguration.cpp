@@ -1,11 +1,18 @@
 // CCmnConfiguration: the store, its file and its current section.
 #include "cmnconfiguration.h"
 
+#include "cmnfile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "cmnutf8.h"
 
 #include <ace/Configuration_Import_Export.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarnix_cmn_4_4
 {
@@ -22,6 +29,104 @@ CCmnError failure(int code, const wchar_t* message, int line, const wchar_t* fun
 
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
 constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importConfig";
+
+// The file that a chain of links ends at, which need not be there: to rename over a link would
+// replace the link.
+std::string behindLinks(std::string path)
+{
+    constexpr int mostLinks = 40; // as many as the system follows
+    char link[4096];
+    for (int i = 0; i < mostLinks; ++i) {
+        const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
+        if (length <= 0)
+            break;
+        const std::size_t name = link[0] == '/' ? 0 : path.rfind('/') + 1;
+        path.replace(name, std::string::npos, link, static_cast<std::size_t>(length));
+    }
+    return path;
+}
+
+// A file beside another, which takes its place when it is complete: at each moment the name leads
+// to the whole old file or the whole new one, however many read it and replace it at that time.
+class Replacement
+{
+public:
+    explicit Replacement(const std::string& path)
+    {
+        // The path as it was given, links and all: the system may refuse to follow one of them.
+        m_IsNew = ::stat(path.c_str(), &m_Old) != 0;
+        // What is no plain file, or must not be written, is not to be replaced by one that may.
+        if (m_IsNew ? errno == ENOENT && !path.empty()
+                    : S_ISREG(m_Old.st_mode) && ::euidaccess(path.c_str(), W_OK) == 0) {
+            m_Path = behindLinks(path);
+            create();
+        }
+    }
+    ~Replacement()
+    {
+        if (m_File)
+            ::unlink(m_Beside.c_str());
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    explicit operator bool() const { return static_cast<bool>(m_File); }
+
+    // No file could be made for want of room: then the old one must not be written over either, for
+    // it would be emptied first.
+    bool lacksRoom() const { return m_LacksRoom; }
+
+    // Where to write.
+    const std::string& path() const { return m_Beside; }
+
+    // Fails where the name is a mount of its own, and in a directory where everybody may make files
+    // and only owners may replace them.
+    bool take()
+    {
+        if (!m_IsNew)
+            keepAccess();
+        if (std::rename(m_Beside.c_str(), m_Path.c_str()) != 0)
+            return false;
+        m_File = CmnDescriptor();
+        return true;
+    }
+
+private:
+    // Made under a name that nobody has, so that it is nobody else's file and no link that somebody
+    // put there. Nobody else looks into it before it has the rights of the old one.
+    void create()
+    {
+        constexpr int mostNames = 100; // those of runs that were killed are still there
+        const std::string stem =
+            m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(getpid()) + "-";
+        for (int i = 0; i < mostNames && !m_File; ++i) {
+            m_Beside = stem + std::to_string(i);
+            m_File = CmnDescriptor(m_Beside, O_WRONLY | O_CREAT | O_EXCL, m_IsNew ? 0666 : 0600);
+            if (!m_File && errno != EEXIST)
+                break;
+        }
+        m_LacksRoom = !m_File && (errno == ENOSPC || errno == EDQUOT);
+    }
+
+    // A user who may not give a file away becomes its owner. If the group cannot be kept either,
+    // the new group's rights are those that it had before, among all others.
+    void keepAccess()
+    {
+        mode_t mode = m_Old.st_mode & 07777;
+        if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0 &&
+            ::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
+            mode = (mode & ~static_cast<mode_t>(S_IRWXG)) | (mode & S_IRWXO) << 3;
+        ::fchmod(m_File.get(), mode);
+    }
+
+    std::string m_Path;
+    std::string m_Beside;
+    CmnDescriptor m_File;
+    struct stat m_Old {
+    };
+    bool m_IsNew = false;
+    bool m_LacksRoom = false;
+};
 
 } // namespace
 
@@ -55,20 +160,32 @@ void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
     m_FullPath = m_Path + m_File;
 }
 
-int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
+// A file that is there stands in a directory that is there, and need not be asked for twice -
+// unless the path carries no separator: then it names another directory, or none.
+int CCmnConfiguration::verifyFile()
 {
-    setFile(path, file);
+    const std::size_t length = m_Path.length();
+    const int missingFile = CCmnPathTool::verify(m_FullPath.c_str());
+    if (missingFile == 0 && length > 0 && m_Path[length - 1] == L'/')
+        return 0;
     if (const int code = CCmnPathTool::verify(m_Path.c_str())) {
         m_LastError.setError(
             failure(code, L"Configuration path verification failed", __LINE__, kImport));
         return code;
     }
-    if (const int code = CCmnPathTool::verify(m_FullPath.c_str())) {
+    if (missingFile != 0) {
         m_LastError.setError(
-            failure(code, L"Configuration path succeeded but no configuration file exists.",
+            failure(missingFile, L"Configuration path succeeded but no configuration file exists.",
                     __LINE__, kImport));
-        return code;
     }
+    return missingFile;
+}
+
+int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
+{
+    setFile(path, file);
+    if (const int code = verifyFile())
+        return code;
     const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp importer(m_Heap);
     if (const int code = m_Opened ? importer.import_config(fullPath.c_str()) : kFailed) {
@@ -83,8 +200,18 @@ int CCmnConfiguration::exportConfig()
 {
     if (!m_Opened)
         return kFailed;
-    const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
-    return ACE_Registry_ImpExp(m_Heap).export_config(fullPath.c_str());
+    const std::string path = CCmnStringTool::tstr2str(m_FullPath);
+    ACE_Registry_ImpExp exporter(m_Heap);
+    Replacement replacement(path);
+    if (replacement.lacksRoom())
+        return kFailed;
+    if (replacement) {
+        // The code also tells of a write that failed, and of one that failed when the file closed.
+        const int code = exporter.export_config(replacement.path().c_str());
+        if (code != 0 || replacement.take())
+            return code;
+    }
+    return exporter.export_config(path.c_str());
 }
 
 std::vector<tstr> CCmnConfiguration::enumerateSections(const ACE_Configuration_Section_Key& section)

@@ -110,9 +110,13 @@ std::string printable(const tstr& text)
     return narrow;
 }
 
-CmnFile openToAppend(const tstr& path)
+// Made when it is missing. A trace file that must not be read is not written either.
+CmnDescriptor openToAppend(const tstr& path)
 {
-    return openFile(CCmnStringTool::tstr2str(path), "a+");
+    std::string bytes;
+    if (!asciiToBytes(path.c_str(), bytes))
+        bytes = CCmnStringTool::tstr2str(path); // by the locale of the moment
+    return CmnDescriptor(bytes, O_RDWR | O_APPEND | O_CREAT);
 }
 
 } // namespace
@@ -131,7 +135,7 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
     }
     m_TraceFile = file;
     m_TraceDir = dir;
-    m_TraceLevel = level;
+    m_Settings.setLevel(level);
     m_TracePath = m_TraceDir + tstr(L"/") + m_TraceFile;
     if (openToAppend(m_TracePath))
         m_Initialized = true;
@@ -157,15 +161,15 @@ int CCmnTraceLog::updateConfigFile(const tstr& dir, const tstr& file, const int&
     tstr configDir;
     tstr configFile;
     CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
-    m_Config.importConfig(configDir.c_str(), configFile.c_str());
+    m_Settings.store().importConfig(configDir.c_str(), configFile.c_str());
     ACE_Configuration_Section_Key section;
-    if (m_Config.openSection(kSection, section, 1) == 0) {
-        m_Config.setStringValue(kTraceDir, dir);
-        m_Config.setStringValue(kTraceFile, file);
-        m_Config.setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
-        m_Config.setIntegerValue(kTraceStdout, 0);
+    if (m_Settings.store().openSection(kSection, section, 1) == 0) {
+        m_Settings.store().setStringValue(kTraceDir, dir);
+        m_Settings.store().setStringValue(kTraceFile, file);
+        m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
+        m_Settings.store().setIntegerValue(kTraceStdout, 0);
     }
-    return m_Config.exportConfig();
+    return m_Settings.store().exportConfig();
 }
 
 void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
@@ -174,11 +178,11 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
     tstr configFile;
     CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
     CCmnPathTool::getTraceFileInfo(m_Name, dir, file);
-    m_Config.importConfig(configDir.c_str(), configFile.c_str());
+    m_Settings.store().importConfig(configDir.c_str(), configFile.c_str());
 
     unsigned int configured = 0;
     ACE_Configuration_Section_Key section;
-    if (m_Config.openSection(kSection, section, 0) == 0)
+    if (m_Settings.store().openSection(kSection, section, 0) == 0)
         configured = readSettings(dir, file, level);
     else
         updateConfigFile(dir, file, level);
@@ -198,15 +202,15 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
     readOrStore(kTraceDir, dir);
     readOrStore(kTraceFile, file);
     unsigned int configured = 0;
-    if (m_Config.getIntegerValue(kTraceLevel, configured) != 0) {
-        m_Config.setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
-        m_Config.exportConfig();
+    if (m_Settings.store().getIntegerValue(kTraceLevel, configured) != 0) {
+        m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
+        m_Settings.store().exportConfig();
     }
     unsigned int toStdout = 0;
-    if (m_Config.getIntegerValue(kTraceStdout, toStdout) != 0) {
+    if (m_Settings.store().getIntegerValue(kTraceStdout, toStdout) != 0) {
         toStdout = m_ToStdout ? 1 : 0;
-        m_Config.setIntegerValue(kTraceStdout, toStdout);
-        m_Config.exportConfig();
+        m_Settings.store().setIntegerValue(kTraceStdout, toStdout);
+        m_Settings.store().exportConfig();
     }
     if (toStdout == 1)
         m_ToStdout = true;
@@ -215,24 +219,34 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
 
 void CCmnTraceLog::readOrStore(const wchar_t* key, tstr& value)
 {
-    if (m_Config.getStringValue(key, value) == 0)
+    if (m_Settings.store().getStringValue(key, value) == 0)
         return;
-    m_Config.setStringValue(key, value);
-    m_Config.exportConfig();
+    m_Settings.store().setStringValue(key, value);
+    m_Settings.store().exportConfig();
+}
+
+void CCmnTraceLog::Settings::takeLevelFromStore()
+{
+    setLevel(1);
+    ACE_Configuration_Section_Key section;
+    unsigned int configured = 0;
+    if (m_Config.openSection(kSection, section, 1) != 0)
+        return; // perhaps only for want of memory: the next call looks again
+    if (m_Config.getIntegerValue(kTraceLevel, configured) == 0)
+        m_TraceLevel = static_cast<int>(configured);
+    m_IsLevelOfStore = true;
 }
 
 void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
 {
-    m_TraceLevel = 1;
-    ACE_Configuration_Section_Key section;
-    unsigned int configured = 0;
-    if (m_Config.openSection(kSection, section, 1) == 0 &&
-        m_Config.getIntegerValue(kTraceLevel, configured) == 0)
-        m_TraceLevel = static_cast<int>(configured);
+    m_Settings.takeLevelFromStore();
 }
 
 void CCmnTraceLog::trace(int level, const char* format, ...)
 {
+    // Most lines end here, before anything is made ready for them.
+    if (m_Settings.isLevelOfStore() && level > m_Settings.level())
+        return;
     std::va_list args;
     va_start(args, format);
     try {
@@ -245,13 +259,14 @@ void CCmnTraceLog::trace(int level, const char* format, ...)
 
 void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
 {
-    UpdateTraceLevelFromConfigFile();
-    if (!format || !*format || !m_Initialized || level > m_TraceLevel)
+    if (!m_Settings.isLevelOfStore())
+        UpdateTraceLevelFromConfigFile();
+    if (!format || !*format || !m_Initialized || level > m_Settings.level())
         return;
     TraceLine line;
     line.format(format, args);
-    if (const CmnFile file = openToAppend(m_TracePath))
-        writeAtOnce(file.get(), line.data(), line.size());
+    if (const CmnDescriptor file = openToAppend(m_TracePath))
+        file.writeAtOnce(line.data(), line.size());
     if (m_ToStdout)
         std::printf("%s:%s", printable(m_Name).c_str(), line.data());
 }

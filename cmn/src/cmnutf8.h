@@ -5,25 +5,36 @@
 #include "cmnstringtool.h"
 #include "cmntypes.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 
 namespace tarnix_cmn_4_4
 {
 
+// Null counts as the empty text. False, with `bytes` empty, for a text that is not ASCII; what is,
+// has the same bytes in UTF-8 and in every locale.
+inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
+{
+    bytes.clear();
+    const wchar_t* end = text;
+    while (end && *end > 0 && *end <= 0x7F)
+        ++end;
+    if (end && *end)
+        return false;
+    bytes.resize(static_cast<std::size_t>(end - text));
+    std::transform(text, end, bytes.begin(), [](wchar_t unit) { return static_cast<char>(unit); });
+    return true;
+}
+
 // Null counts as the empty text. False, with `utf8` empty, for a text with a lone surrogate, which
-// has no UTF-8; a unit that is no code point becomes U+FFFD. The names that the trace log looks up
-// for each line are ASCII and take the loop.
+// has no UTF-8; a unit that is no code point becomes U+FFFD.
 inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
 {
-    utf8.clear();
-    for (const wchar_t* unit = text; unit && *unit; ++unit) {
-        if (*unit < 0 || *unit > 0x7F) {
-            utf8 = CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(tstr(text)));
-            return !utf8.empty();
-        }
-        utf8 += static_cast<char>(*unit);
-    }
-    return true;
+    if (asciiToBytes(text, utf8))
+        return true;
+    utf8 = CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(tstr(text)));
+    return !utf8.empty();
 }
 
 // False, with `text` untouched, for bytes that are not UTF-8.
