@@ -1,62 +1,115 @@
-// Messages beside bare ICU: formatting, look-up, the serialised text, and hex text.
+// Messages: formatting and look-up beside bare ICU, the serialised text beside a writer and a
+// reader that know nothing else.
 #include "catalogfactory.h"
 #include "platform_registry.h"
 
 #include <benchmark/benchmark.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <string>
 #include <unicode/msgfmt.h>
 #include <unicode/resbund.h>
+#include <unicode/ustring.h>
+#include <unicode/uversion.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <vector>
 
 using namespace tarnix_cmn_4_4;
+using icu::Formattable;
+using icu::UnicodeString;
 
 namespace
 {
 
-constexpr char key[] = "TARNIX_EXEC_PIPE_CMD_FAILED";
+constexpr char kKey[] = "TARNIX_EXEC_PIPE_CMD_FAILED";
 
-const icu::Formattable arguments[] = {
-    icu::Formattable(icu::UnicodeString(u"make all")),
-    icu::Formattable(std::int32_t{2}),
-    icu::Formattable(icu::UnicodeString()),
-    icu::Formattable(std::int32_t{3}),
-    icu::Formattable(std::int32_t{60}),
-    icu::Formattable(icu::UnicodeString()),
+[[maybe_unused]] const bool kVersionsStated = [] {
+    benchmark::AddCustomContext("peer ICU", U_ICU_VERSION);
+    return true;
+}();
+
+// ---- Formatting ---------------------------------------------------------------------------------
+
+const Formattable kArguments[] = {
+    Formattable(UnicodeString(u"make all")),
+    Formattable(std::int32_t{2}),
+    Formattable(UnicodeString()),
+    Formattable(std::int32_t{3}),
+    Formattable(std::int32_t{60}),
+    Formattable(UnicodeString()),
 };
-constexpr int argumentCount = 6;
+constexpr int kArgumentCount = 6;
 
-const char* const patterns[] = {
-    "{0} failed with status {1}.",
-    "{0} failed after {3, plural, =0{no output} one{# line} other{# lines}}.",
-    "A text without any placeholder, of about the length of a line",
-};
+constexpr wchar_t kPlaceholders[] = L"{0} failed with status {1}.";
+constexpr wchar_t kPlural[] =
+    L"{0} failed after {3, plural, =0{no output} one{# line} other{# lines}}.";
+constexpr wchar_t kLiteral[] = L"A text without any placeholder, of about the length of a line";
 
-void bareFormat(benchmark::State& state)
+UnicodeString formatBare(const UnicodeString& pattern)
 {
-    const icu::UnicodeString pattern(patterns[state.range(0)]);
-    for (auto _ : state) {
-        UErrorCode status = U_ZERO_ERROR;
-        icu::UnicodeString output;
-        icu::MessageFormat::format(pattern, arguments, argumentCount, output, status);
-        benchmark::DoNotOptimize(output);
-    }
+    UErrorCode status = U_ZERO_ERROR;
+    UnicodeString output;
+    icu::MessageFormat::format(pattern, kArguments, kArgumentCount, output, status);
+    return output;
 }
-BENCHMARK(bareFormat)->ArgName("pattern")->DenseRange(0, 2);
 
-void libraryFormat(benchmark::State& state)
+void formatIcu(benchmark::State& state, const wchar_t* text)
 {
-    CCmnIcuMessage message(key, arguments, argumentCount, tarnix_eseverity{}, "", 0);
-    const tstr pattern = CCmnStringTool::str2tstr(patterns[state.range(0)]);
-    for (auto _ : state) {
+    const UnicodeString pattern = CCmnStringTool::tstr2ustr(text);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(formatBare(pattern));
+}
+
+// From and to the kind of text that the library takes and gives, by ICU's own conversions.
+tstr formatWide(const tstr& pattern)
+{
+    constexpr std::int32_t room = 512;
+    UErrorCode status = U_ZERO_ERROR;
+    std::int32_t length = 0;
+    UnicodeString units;
+    u_strFromWCS(units.getBuffer(room), room, &length, pattern.c_str(),
+                 static_cast<std::int32_t>(pattern.length()), &status);
+    units.releaseBuffer(length);
+    const UnicodeString output = formatBare(units);
+    wchar_t wide[room];
+    u_strToWCS(wide, room, &length, output.getBuffer(), output.length(), &status);
+    return U_SUCCESS(status) ? tstr(wide, static_cast<std::size_t>(length)) : tstr();
+}
+
+void formatIcuWide(benchmark::State& state, const wchar_t* text)
+{
+    const tstr pattern(text);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(formatWide(pattern));
+}
+
+void formatTarnix(benchmark::State& state, const wchar_t* text)
+{
+    CCmnIcuMessage message(kKey, kArguments, kArgumentCount, tarnix_eseverity{}, "", 0);
+    const tstr pattern(text);
+    for (auto _ : state)
         benchmark::DoNotOptimize(message.formatMessage(pattern));
-    }
+    const tstr result = message.formatMessage(pattern);
+    if (result != CCmnStringTool::ustr2tstr(formatBare(CCmnStringTool::tstr2ustr(pattern))) ||
+        result != formatWide(pattern))
+        state.SkipWithError("other text than ICU's");
 }
-BENCHMARK(libraryFormat)->ArgName("pattern")->DenseRange(0, 2);
+
+BENCHMARK_CAPTURE(formatTarnix, placeholders, kPlaceholders)->Name("format_placeholders:tarnix");
+BENCHMARK_CAPTURE(formatIcu, placeholders, kPlaceholders)->Name("format_placeholders:icu");
+BENCHMARK_CAPTURE(formatIcuWide, placeholders, kPlaceholders)->Name("format_placeholders:icu_tstr");
+BENCHMARK_CAPTURE(formatTarnix, plural, kPlural)->Name("format_plural:tarnix");
+BENCHMARK_CAPTURE(formatIcu, plural, kPlural)->Name("format_plural:icu");
+BENCHMARK_CAPTURE(formatIcuWide, plural, kPlural)->Name("format_plural:icu_tstr");
+BENCHMARK_CAPTURE(formatTarnix, literal, kLiteral)->Name("format_literal:tarnix");
+BENCHMARK_CAPTURE(formatIcu, literal, kLiteral)->Name("format_literal:icu");
+BENCHMARK_CAPTURE(formatIcuWide, literal, kLiteral)->Name("format_literal:icu_tstr");
+
+// ---- Look-up ------------------------------------------------------------------------------------
 
 // A registry that names the build tree's catalogs as installed.
 class Catalogs
@@ -77,41 +130,47 @@ private:
         (std::filesystem::temp_directory_path() / "tarnix_bench_registry.conf").string();
 };
 
-void bareLookUp(benchmark::State& state)
+UnicodeString lookUpBare(const icu::ResourceBundle& bundle)
 {
     UErrorCode status = U_ZERO_ERROR;
-    const icu::ResourceBundle bundle(icu::UnicodeString(TARNIX_CATALOGS "/Messages/libruncmd"),
-                                     icu::Locale("de"), status);
-    for (auto _ : state) {
-        status = U_ZERO_ERROR;
-        benchmark::DoNotOptimize(bundle.getStringEx(key, status));
-    }
-    if (U_FAILURE(status)) {
-        state.SkipWithError("no bundle");
-    }
+    return bundle.getStringEx(kKey, status);
 }
-BENCHMARK(bareLookUp);
 
-void libraryLookUp(benchmark::State& state)
+icu::ResourceBundle openBare()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    return {UnicodeString(TARNIX_CATALOGS "/Messages/libruncmd"), icu::Locale("de"), status};
+}
+
+void lookUpIcu(benchmark::State& state)
+{
+    const icu::ResourceBundle bundle = openBare();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(lookUpBare(bundle));
+}
+BENCHMARK(lookUpIcu)->Name("lookup:icu");
+
+void lookUpTarnix(benchmark::State& state)
 {
     const Catalogs catalogs;
     CatalogFactory factory("runcmd");
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
         manager(true);
     manager.get()->registerFactory(&factory);
-    const std::string wanted = key;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(manager.get()->getMessage(wanted, nullptr, "de"));
-    }
-    if (manager.get()->getMessage(wanted, nullptr, "de").find(L"Status") == tstr::npos) {
-        state.SkipWithError("no catalog");
-    }
+    const std::string key = kKey;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(manager.get()->getMessage(key, nullptr, "de"));
+    const tstr expected = tstr(L"runcmd: ") + CCmnStringTool::ustr2tstr(lookUpBare(openBare()));
+    if (manager.get()->getMessage(key, nullptr, "de") != expected || expected.length() < 20)
+        state.SkipWithError("other text than the bundle's");
 }
-BENCHMARK(libraryLookUp);
+BENCHMARK(lookUpTarnix)->Name("lookup:tarnix");
 
-CCmnIcuMessage longMessage(std::int64_t count)
+// ---- The serialised text ------------------------------------------------------------------------
+
+std::vector<Formattable> listOf(std::int64_t count)
 {
-    std::vector<icu::Formattable> list;
+    std::vector<Formattable> list;
     for (std::int64_t i = 0; i < count; ++i) {
         switch (i % 3) {
         case 0:
@@ -121,76 +180,214 @@ CCmnIcuMessage longMessage(std::int64_t count)
             list.emplace_back(static_cast<double>(i) / 7);
             break;
         default:
-            list.emplace_back(icu::UnicodeString(u"some text of usual length"));
+            list.emplace_back(UnicodeString(u"some text of usual length"));
         }
     }
-    return CCmnIcuMessage(key, list.data(), static_cast<int>(count), tarnix_eseverity{3}, "", 0);
+    return list;
 }
 
-void serializeMessage(benchmark::State& state)
+std::vector<Formattable> textOf(std::int64_t bytes)
 {
-    CCmnIcuMessage message = longMessage(state.range(0));
+    const UnicodeString line(
+        u"A line of text, for the most part ASCII, with an \u00E4 here....... \n");
+    const std::int64_t lines = bytes / (line.length() + 1); // one more in UTF-8
+    UnicodeString text;
+    for (std::int64_t i = 0; i < lines; ++i)
+        text.append(line);
+    return {Formattable(text)};
+}
+
+template <class... Number>
+void appendChars(std::string& text, Number... number)
+{
+    char digits[32];
+    text.append(digits, std::to_chars(digits, std::end(digits), number...).ptr);
+}
+
+// In pieces that stay in the cache; none ends within a surrogate pair.
+void appendByHand(std::string& text, const UnicodeString& value)
+{
+    constexpr std::int32_t most = 1024;
+    char piece[3 * most];
+    const UChar* rest = value.getBuffer();
+    for (std::int32_t length = value.length(), units = 0; length > 0; rest += units) {
+        units = std::min(length, most);
+        if (units < length && U16_IS_LEAD(rest[units - 1]))
+            --units;
+        UErrorCode status = U_ZERO_ERROR;
+        std::int32_t written = 0;
+        u_strToUTF8(piece, sizeof piece, &written, rest, units, &status);
+        text.append(piece, static_cast<std::size_t>(written));
+        length -= units;
+    }
+}
+
+// The same text, for a writer that has these three kinds of argument and no locale to follow.
+std::string writeByHand(const std::vector<Formattable>& list)
+{
+    std::string text = std::string("<SERIALIZED_MESSAGE MSGID=") + kKey + " SEVERITY=3>\n";
+    std::int32_t index = 0;
+    for (const Formattable& argument : list) {
+        text += "\t<ARGVALUE INDEX=";
+        appendChars(text, index++);
+        text += " TYPE=";
+        appendChars(text, static_cast<int>(argument.getType()));
+        text += '>';
+        switch (argument.getType()) {
+        case Formattable::kLong:
+            appendChars(text, argument.getLong());
+            break;
+        case Formattable::kDouble:
+            appendChars(text, argument.getDouble(), std::chars_format::general, 6);
+            break;
+        default:
+            appendByHand(text, argument.getString());
+        }
+        text += "</ARGVALUE>\n";
+    }
+    text += "</SERIALIZED_MESSAGE>\n";
+    return text;
+}
+
+template <class Number>
+Number numberAt(std::string_view text, std::string_view behind)
+{
+    Number number{};
+    const std::size_t place = std::min(text.find(behind) + behind.size(), text.size());
+    std::from_chars(text.data() + place, text.data() + text.size(), number);
+    return number;
+}
+
+// The same message from that text; one that is damaged is not its affair.
+class ReadByHand
+{
+public:
+    void read(std::string_view text)
+    {
+        constexpr std::string_view header = "<SERIALIZED_MESSAGE MSGID=";
+        const std::size_t id = text.find(header) + header.size();
+        m_Id = text.substr(id, text.find(' ', id) - id);
+        m_Severity = numberAt<int>(text.substr(id), " SEVERITY=");
+        std::vector<std::pair<int, std::string_view>> values;
+        for (std::size_t at = id; (at = text.find("<ARGVALUE", at)) != std::string_view::npos;) {
+            const std::size_t value = text.find('>', at) + 1;
+            const int type = numberAt<int>(text.substr(at, value - at), " TYPE=");
+            at = text.find('<', value);
+            values.emplace_back(type, text.substr(value, at - value));
+        }
+        auto list = std::make_unique<Formattable[]>(values.size());
+        for (std::size_t i = 0; i < values.size(); ++i)
+            convert(values[i].first, values[i].second, list[i]);
+        m_Arguments.adoptArray(list.release(), static_cast<std::int32_t>(values.size()));
+    }
+
+    bool equals(const std::vector<Formattable>& list) const
+    {
+        std::int32_t count = 0;
+        const Formattable* const arguments = m_Arguments.getArray(count);
+        const auto expected = static_cast<std::int32_t>(list.size());
+        return m_Id == kKey && m_Severity == 3 && count == expected &&
+               writeByHand({arguments, arguments + count}) == writeByHand(list);
+    }
+
+private:
+    static void convert(int type, std::string_view text, Formattable& argument)
+    {
+        if (type == Formattable::kLong)
+            argument.setLong(numberAt<std::int32_t>(text, ""));
+        else if (type == Formattable::kDouble)
+            argument.setDouble(numberAt<double>(text, ""));
+        else
+            argument.setString(UnicodeString::fromUTF8(
+                icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size()))));
+    }
+
+    std::string m_Id;
+    int m_Severity = 0;
+    Formattable m_Arguments;
+};
+
+CCmnIcuMessage messageOf(const std::vector<Formattable>& list)
+{
+    return CCmnIcuMessage(kKey, list.data(), static_cast<int>(list.size()), tarnix_eseverity{3}, "",
+                          0);
+}
+
+using MakeList = std::vector<Formattable> (*)(std::int64_t);
+
+void serializeTarnix(benchmark::State& state, MakeList make)
+{
+    const std::vector<Formattable> list = make(state.range(0));
+    CCmnIcuMessage message = messageOf(list);
     std::int64_t bytes = 0;
-    for (auto _ : state) {
+    for (auto _ : state)
         bytes += message.serialize()->length;
-    }
     state.SetBytesProcessed(bytes);
+    if (message.serialize()->text != writeByHand(list))
+        state.SkipWithError("other text than by hand");
 }
-BENCHMARK(serializeMessage)->ArgName("arguments")->Arg(10)->Arg(100000);
 
-void deserializeMessage(benchmark::State& state)
+void serializeByHand(benchmark::State& state, MakeList make)
 {
-    CCmnIcuMessage message = longMessage(state.range(0));
-    const SCmnMessageInfo* info = message.serialize();
-    CCmnIcuMessage other(info);
+    const std::vector<Formattable> list = make(state.range(0));
+    std::size_t bytes = 0;
     for (auto _ : state) {
-        other.deserialize(info);
-    }
-    state.SetBytesProcessed(state.iterations() * info->length);
-}
-BENCHMARK(deserializeMessage)->ArgName("arguments")->Arg(10)->Arg(100000);
-
-std::vector<unsigned char> someBytes()
-{
-    std::vector<unsigned char> bytes(64 * 1024);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<unsigned char>(i * 31);
-    }
-    return bytes;
-}
-
-void hexByTable(benchmark::State& state)
-{
-    static constexpr char digits[] = "0123456789abcdef";
-    char pairs[256][2];
-    for (int i = 0; i < 256; ++i) {
-        pairs[i][0] = digits[i >> 4];
-        pairs[i][1] = digits[i & 15];
-    }
-    const std::vector<unsigned char> bytes = someBytes();
-    for (auto _ : state) {
-        std::string text(bytes.size() * 2, '\0');
-        char* at = text.data();
-        for (const unsigned char byte : bytes) {
-            *at++ = pairs[byte][0];
-            *at++ = pairs[byte][1];
-        }
+        std::string text = writeByHand(list);
         benchmark::DoNotOptimize(text);
+        bytes += text.size();
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
+    state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
 }
-BENCHMARK(hexByTable);
 
-void libraryHex(benchmark::State& state)
+void deserializeTarnix(benchmark::State& state, MakeList make)
 {
-    std::vector<unsigned char> bytes = someBytes();
+    const std::vector<Formattable> list = make(state.range(0));
+    const std::string text = writeByHand(list);
+    const SCmnMessageInfo info{text.c_str(), 0};
+    CCmnIcuMessage message = messageOf({});
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            CCmnStringTool::binary2str(bytes.data(), static_cast<int>(bytes.size())));
+        message.deserialize(&info);
+        benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+    if (message.serialize()->text != text)
+        state.SkipWithError("other message than was written");
 }
-BENCHMARK(libraryHex);
+
+void deserializeByHand(benchmark::State& state, MakeList make)
+{
+    const std::vector<Formattable> list = make(state.range(0));
+    const std::string text = writeByHand(list);
+    ReadByHand reader;
+    for (auto _ : state) {
+        reader.read(text.c_str());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+    if (!reader.equals(list))
+        state.SkipWithError("other message than was written");
+}
+
+void counts(benchmark::internal::Benchmark* benchmark)
+{
+    for (const std::int64_t count : {10, 1000, 100'000})
+        benchmark->Arg(count);
+}
+
+void sizes(benchmark::internal::Benchmark* benchmark)
+{
+    for (const std::int64_t size : {1 << 10, 1 << 20, 64 << 20})
+        benchmark->Arg(size);
+}
+
+BENCHMARK_CAPTURE(serializeTarnix, list, listOf)->Name("serialize:tarnix")->Apply(counts);
+BENCHMARK_CAPTURE(serializeByHand, list, listOf)->Name("serialize:by_hand")->Apply(counts);
+BENCHMARK_CAPTURE(deserializeTarnix, list, listOf)->Name("deserialize:tarnix")->Apply(counts);
+BENCHMARK_CAPTURE(deserializeByHand, list, listOf)->Name("deserialize:by_hand")->Apply(counts);
+BENCHMARK_CAPTURE(serializeTarnix, text, textOf)->Name("serialize_text:tarnix")->Apply(sizes);
+BENCHMARK_CAPTURE(serializeByHand, text, textOf)->Name("serialize_text:by_hand")->Apply(sizes);
+BENCHMARK_CAPTURE(deserializeTarnix, text, textOf)->Name("deserialize_text:tarnix")->Apply(sizes);
+BENCHMARK_CAPTURE(deserializeByHand, text, textOf)->Name("deserialize_text:by_hand")->Apply(sizes);
 
 } // namespace
 

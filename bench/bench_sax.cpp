@@ -11,6 +11,7 @@
 #include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
+#include <xercesc/util/XercesVersion.hpp>
 
 using namespace tarnix_cmn_4_4;
 using xercesc::XMLUni;
@@ -18,10 +19,15 @@ using xercesc::XMLUni;
 namespace
 {
 
+[[maybe_unused]] const bool kVersionsStated = [] {
+    benchmark::AddCustomContext("peer Xerces-C", XERCES_FULLVERSIONDOT);
+    return true;
+}();
+
 class Gatherer : public CCmnSaxParseHandler
 {
 public:
-    std::size_t size() const { return m_Text.size(); }
+    const std::string& text() const { return m_Text; }
 };
 
 class BareGatherer : public xercesc::DefaultHandler
@@ -34,21 +40,48 @@ public:
         xercesc::XMLString::release(&narrow);
     }
     void fatalError(const xercesc::SAXParseException& problem) override { throw problem; }
-    std::size_t size() const { return m_Text.size(); }
+    const std::string& text() const { return m_Text; }
 
 private:
     std::string m_Text;
 };
 
-// Records of a few fields, as messages and settings have them: some 8 MB. With declarations, an
-// entity and a default attribute are used in each.
-std::string documentOf(bool hasDeclarations)
+class BareReader
+{
+public:
+    BareReader()
+    {
+        for (const XMLCh* feature :
+             {XMLUni::fgSAX2CoreValidation, XMLUni::fgSAX2CoreNameSpaces, XMLUni::fgXercesSchema,
+              XMLUni::fgXercesSchemaFullChecking, XMLUni::fgSAX2CoreNameSpacePrefixes,
+              XMLUni::fgXercesLoadExternalDTD})
+            m_Reader->setFeature(feature, false);
+        m_Reader->setFeature(XMLUni::fgXercesDisableDefaultEntityResolution, true);
+    }
+
+    void parse(const std::string& text, BareGatherer& handler)
+    {
+        m_Reader->setContentHandler(&handler);
+        m_Reader->setErrorHandler(&handler);
+        m_Reader->parse(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(text.data()),
+                                                   text.size(), "bare", false));
+    }
+
+private:
+    const CCmnSaxLibrary m_Library;
+    const std::unique_ptr<xercesc::SAX2XMLReader> m_Reader{
+        xercesc::XMLReaderFactory::createXMLReader()};
+};
+
+// Records of a few fields, as messages and settings have them. With declarations, an entity and a
+// default attribute are used in each.
+std::string documentOf(std::int64_t entries, bool hasDeclarations)
 {
     std::string text = "<?xml version='1.0' encoding='UTF-8'?>\n";
     if (hasDeclarations)
         text += "<!DOCTYPE list [<!ENTITY unit 'seconds'><!ATTLIST entry kind CDATA 'plain'>]>\n";
     text += "<list>\n";
-    for (int i = 0; i < 50000; ++i) {
+    for (std::int64_t i = 0; i < entries; ++i) {
         text += "  <entry id='" + std::to_string(i) + "'><name>some name of an entry</name>" +
                 "<value>" + std::to_string(i * 37) + (hasDeclarations ? " &unit;" : " seconds") +
                 "</value><text>A line of text, with an &amp; and some more words.</text></entry>\n";
@@ -56,52 +89,57 @@ std::string documentOf(bool hasDeclarations)
     return text + "</list>\n";
 }
 
-void report(benchmark::State& state, std::size_t bytes, std::size_t gathered)
+void count(benchmark::State& state, std::size_t bytes)
 {
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
-    state.counters["gathered"] = static_cast<double>(gathered);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-void Own(benchmark::State& state)
+void parseTarnix(benchmark::State& state, bool hasDeclarations)
 {
-    const std::string text = documentOf(state.range(0) != 0);
+    const std::string text = documentOf(state.range(0), hasDeclarations);
     CCmnSaxParser parser;
-    std::size_t gathered = 0;
+    std::string gathered;
     for (auto _ : state) {
         Gatherer handler;
         parser.setHandler(&handler);
         parser.parse(text);
-        gathered = handler.size();
-        if (handler.hasLastError())
-            state.SkipWithError("not parsed");
+        benchmark::DoNotOptimize(handler);
+        if (handler.text().size() != gathered.size())
+            gathered = handler.text();
     }
-    report(state, text.size(), gathered);
+    count(state, text.size());
+    BareGatherer other;
+    BareReader().parse(text, other);
+    if (gathered != other.text())
+        state.SkipWithError("other text than the bare reader's");
 }
 
-void Bare(benchmark::State& state)
+void parseBare(benchmark::State& state, bool hasDeclarations)
 {
-    const CCmnSaxLibrary library;
-    const std::string text = documentOf(state.range(0) != 0);
-    const std::unique_ptr<xercesc::SAX2XMLReader> reader(
-        xercesc::XMLReaderFactory::createXMLReader());
-    for (const XMLCh* feature :
-         {XMLUni::fgSAX2CoreValidation, XMLUni::fgSAX2CoreNameSpaces, XMLUni::fgXercesSchema,
-          XMLUni::fgXercesSchemaFullChecking, XMLUni::fgSAX2CoreNameSpacePrefixes})
-        reader->setFeature(feature, false);
-    std::size_t gathered = 0;
+    const std::string text = documentOf(state.range(0), hasDeclarations);
+    BareReader reader;
     for (auto _ : state) {
         BareGatherer handler;
-        reader->setContentHandler(&handler);
-        reader->setErrorHandler(&handler);
-        reader->parse(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(text.data()),
-                                                 text.size(), "bare", false));
-        gathered = handler.size();
+        reader.parse(text, handler);
+        benchmark::DoNotOptimize(handler);
     }
-    report(state, text.size(), gathered);
+    count(state, text.size());
 }
 
-BENCHMARK(Own)->ArgName("declarations")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(Bare)->ArgName("declarations")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+constexpr std::int64_t kEntries = 66'000; // 10 MiB
+
+void growth(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->Arg(10)->Arg(1000)->Arg(100'000);
+}
+
+BENCHMARK_CAPTURE(parseTarnix, plain, false)->Name("sax:tarnix")->Arg(kEntries);
+BENCHMARK_CAPTURE(parseBare, plain, false)->Name("sax:xerces")->Arg(kEntries);
+BENCHMARK_CAPTURE(parseTarnix, declared, true)->Name("sax_declarations:tarnix")->Arg(kEntries);
+BENCHMARK_CAPTURE(parseBare, declared, true)->Name("sax_declarations:xerces")->Arg(kEntries);
+BENCHMARK_CAPTURE(parseTarnix, growth, false)->Name("sax_growth:tarnix")->Apply(growth);
+BENCHMARK_CAPTURE(parseBare, growth, false)->Name("sax_growth:xerces")->Apply(growth);
 
 } // namespace
 

@@ -59,6 +59,8 @@ TEST(Message, Format)
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"app: {0}: {1}% \U0001F600, {2}", L"app: /v\U0001F600: 97% \U0001F600, 2.5"},
         {L"it''s '{0}' {1,plural,one{one}other{# files}}", L"it's {0} 97 files"},
+        {L"}it''s #| \U0001F600", L"}it's #| \U0001F600"}, // nothing to format
+        {L"a\x110000", L"a\uFFFD"},
         {L"app: {0", L"app: {0"},              // refused
         {L"app: {0,date} more", L"app: "},     // a text is no date
         {L"{0,date} more", L"{0,date} more"}}; // nothing before the failure

@@ -112,7 +112,7 @@ public:
     // at the next "<", and the 11 bytes from there on are taken for the closing tag.
     void deserialize(const SCmnMessageInfo* info) override;
 
-    // All patterns go through MessageFormat, also without arguments, so apostrophes and braces are
+    // Patterns are those of MessageFormat, also without arguments, so apostrophes and braces are
     // always ICU's. Numbers and dates are written as in ICU's default locale, whatever the language
     // of the pattern. After a failure the result is what had been formatted by then, or the
     // unchanged pattern if that is nothing.

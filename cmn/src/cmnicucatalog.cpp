@@ -3,8 +3,10 @@
 
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmnutf16.h"
 
 #include <cstring>
+#include <iterator>
 #include <unicode/locid.h>
 #include <unicode/uloc.h>
 
@@ -14,6 +16,7 @@ namespace
 {
 
 constexpr int kNotOpened = 3;
+constexpr wchar_t kSeparator[] = L": "; // of the catalog's name and a text
 
 // ICU makes a file name of the base name as it is, and takes it from the locale in this way. What
 // Locale::getBaseName gives differs for some malformed names, and is null for others.
@@ -26,14 +29,15 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
-tstr withName(const tstr& name, const tstr& text)
+// With one allocation: a text has at least as many UTF-16 units as characters.
+tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
-    constexpr std::size_t separatorLength = 2;
     tstr result;
-    result.fast_resize(name.length() + separatorLength + text.length());
+    result.fast_resize(name.length() + std::size(kSeparator) +
+                       static_cast<std::size_t>(text.length()));
     result += name;
-    result.append(L": ", separatorLength);
-    result += text;
+    result += kSeparator;
+    appendWide(result, text);
     return result;
 }
 
@@ -84,11 +88,11 @@ tstr CCmnIcuMessageCatalog::getMessage(const std::string& key, const wchar_t* de
         UErrorCode status = U_ZERO_ERROR;
         const icu::UnicodeString text = m_Bundle->getStringEx(key.c_str(), status);
         if (U_SUCCESS(status))
-            return withName(m_Name, CCmnStringTool::ustr2tstr(text));
+            return withName(m_Name, text);
     }
     if (defaultText)
         return tstr(defaultText);
-    return withName(m_Name, keyInBrackets(key));
+    return m_Name + kSeparator + keyInBrackets(key);
 }
 
 } // namespace tarnix_cmn_4_4

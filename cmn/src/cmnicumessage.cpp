@@ -4,13 +4,15 @@
 #include "TX_sscanf.h"
 #include "TX_strings.h"
 #include "cmnstringtool.h"
+#include "cmnutf16.h"
 
 #include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdarg>
+#include <cwchar>
 #include <iterator>
-#include <limits>
+#include <langinfo.h>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -30,7 +32,8 @@ constexpr int kIdSize = 1024;             // of an id that is read; a longer one
 
 constexpr std::string_view kHeaderMarker = "<SERIALIZED_MESSAGE";
 constexpr std::string_view kOpeningMarker = "<ARGVALUE";
-constexpr std::string_view kClosing = "</ARGVALUE>";
+constexpr std::string_view kArgumentEnd = "</ARGVALUE>\n";
+constexpr std::size_t kClosingSize = kArgumentEnd.size() - 1; // of the tag itself
 
 struct ArgumentList {
     const Formattable* first = nullptr;
@@ -46,43 +49,77 @@ ArgumentList argumentsOf(const Formattable& array)
     return list;
 }
 
+// That the C library's numbers, which follow the locale, are those of to_chars and from_chars.
+bool isPointDecimal()
+{
+    const char* const decimal = nl_langinfo(RADIXCHAR);
+    return decimal[0] == '.' && decimal[1] == '\0';
+}
+
 // ---- Writing -----------------------------------------------------------------------------------
 
-void appendNumber(std::string& text, std::int32_t number)
+// A piece of text of bounded length, put together on the stack: an argument of a number is one such
+// piece. There is one for each argument, and the general formatter or many small appends to the
+// text would take most of the writer's time.
+class Piece
 {
-    char digits[std::numeric_limits<std::int32_t>::digits10 + 2];
-    text.append(digits, std::to_chars(digits, std::end(digits), number).ptr);
-}
+public:
+    void add(std::string_view text) { m_End = std::copy(text.begin(), text.end(), m_End); }
 
-// A line of bounded length, so nothing can be cut. There is one for each argument: the general
-// formatter would take most of the writer's time.
-void appendOpening(std::string& text, std::int32_t index, Formattable::Type type)
-{
-    text += "\t<ARGVALUE INDEX=";
-    appendNumber(text, index);
-    text += " TYPE=";
-    appendNumber(text, type);
-    text += '>';
-}
+    void add(std::int32_t number) { m_End = std::to_chars(m_End, std::end(m_Text), number).ptr; }
 
-void appendValue(std::string& text, const Formattable& argument)
+    // As "%g", which follows the locale in nothing but the decimal point.
+    void add(double number)
+    {
+        if (isPointDecimal())
+            m_End =
+                std::to_chars(m_End, std::end(m_Text), number, std::chars_format::general, 6).ptr;
+        else
+            add(CCmnStringTool::double2str(number));
+    }
+
+    std::string_view text() const { return {m_Text, static_cast<std::size_t>(m_End - m_Text)}; }
+
+private:
+    char m_Text[160]; // room for the tags with a number of 64 characters
+    char* m_End = m_Text;
+};
+
+// Nothing for an argument of another kind.
+void addNumber(Piece& piece, const Formattable& argument)
 {
     switch (argument.getType()) {
     case Formattable::kDate:
-        text += CCmnStringTool::double2str(argument.getDate());
+        piece.add(argument.getDate());
         break;
     case Formattable::kDouble:
-        text += CCmnStringTool::double2str(argument.getDouble());
+        piece.add(argument.getDouble());
         break;
     case Formattable::kLong:
-        text += CCmnStringTool::int2str(argument.getLong());
-        break;
-    case Formattable::kString:
-        text += CCmnStringTool::ustr2str(argument.getString());
+        piece.add(argument.getLong());
         break;
     default:
         break;
     }
+}
+
+void appendArgument(std::string& text, std::int32_t index, const Formattable& argument)
+{
+    Piece piece;
+    piece.add("\t<ARGVALUE INDEX=");
+    piece.add(index);
+    piece.add(" TYPE=");
+    piece.add(static_cast<std::int32_t>(argument.getType()));
+    piece.add(">");
+    if (argument.getType() == Formattable::kString) {
+        text += piece.text();
+        appendUtf8(text, argument.getString());
+        text += kArgumentEnd;
+        return;
+    }
+    addNumber(piece, argument);
+    piece.add(kArgumentEnd);
+    text += piece.text();
 }
 
 // ---- Reading -----------------------------------------------------------------------------------
@@ -109,9 +146,33 @@ int scan(std::string_view text, const char* format, ...)
     return result;
 }
 
-// kNoType if the tag cannot be read up to its type.
-std::int32_t scanType(std::string_view tag)
+bool skip(std::string_view& text, std::string_view start)
 {
+    if (text.substr(0, start.size()) != start)
+        return false;
+    text.remove_prefix(start.size());
+    return true;
+}
+
+// Leaves both alone if there is no number that fits.
+bool readNumber(std::string_view& text, std::int32_t& number)
+{
+    const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc())
+        return false;
+    text.remove_prefix(static_cast<std::size_t>(next - text.data()));
+    return true;
+}
+
+// kNoType if the tag cannot be read up to its type. The scanner is needed for tags that differ from
+// those of the writer, where it reads on over white space and signs.
+std::int32_t readType(std::string_view tag)
+{
+    std::string_view rest = tag;
+    std::int32_t number = 0;
+    if (skip(rest, "<ARGVALUE INDEX=") && readNumber(rest, number) && skip(rest, " TYPE=") &&
+        readNumber(rest, number))
+        return number;
     std::int32_t index = 0;
     std::int32_t type = kNoType;
     scan(tag, "<ARGVALUE INDEX=%d TYPE=%d>", &index, static_cast<int>(sizeof index), &type,
@@ -134,7 +195,7 @@ std::vector<ValueText> findValues(std::string_view rest)
         if (opening == std::string_view::npos)
             return values;
         rest.remove_prefix(opening);
-        const std::int32_t type = scanType(rest);
+        const std::int32_t type = readType(rest);
         const std::size_t tagEnd = rest.find('>');
         if (tagEnd == std::string_view::npos)
             return values;
@@ -142,22 +203,43 @@ std::vector<ValueText> findValues(std::string_view rest)
         const std::size_t length = std::min(rest.find('<'), rest.size());
         if (isCarried(type))
             values.push_back({type, rest.substr(0, length)});
-        rest.remove_prefix(std::min(length + kClosing.size(), rest.size()));
+        rest.remove_prefix(std::min(length + kClosingSize, rest.size()));
     }
+}
+
+// atoi also takes what from_chars refuses: white space, a plus sign, and too many digits.
+std::int32_t readLong(std::string_view text)
+{
+    std::int32_t number = 0;
+    return readNumber(text, number) ? number : CCmnStringTool::str2int(std::string(text));
+}
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// atof also takes what from_chars takes for the end of the number, or for a number of another kind.
+double readDouble(std::string_view text)
+{
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, number);
+    const bool isWhole = error == std::errc() && next == end && isDigit(end[-1]);
+    return isWhole && isPointDecimal() ? number : CCmnStringTool::str2double(std::string(text));
 }
 
 void readValue(Formattable& argument, const ValueText& value)
 {
-    const std::string text(value.text);
     switch (value.type) {
     case Formattable::kLong:
-        argument.setLong(CCmnStringTool::str2int(text));
+        argument.setLong(readLong(value.text));
         break;
     case Formattable::kString:
-        argument.setString(CCmnStringTool::str2ustr(text));
+        argument.setString(fromUtf8(value.text));
         break;
     default: // a date comes back as the double that it was written as
-        argument.setDouble(CCmnStringTool::str2double(text));
+        argument.setDouble(readDouble(value.text));
         break;
     }
 }
@@ -171,6 +253,37 @@ void readValues(Formattable& array, const std::vector<ValueText>& values)
     for (std::size_t i = 0; i < values.size(); ++i)
         readValue(arguments[i], values[i]);
     array.adoptArray(arguments.release(), static_cast<std::int32_t>(values.size()));
+}
+
+// ---- Formatting --------------------------------------------------------------------------------
+
+constexpr std::int32_t kFormatRoom = 512;
+
+// A text with nothing to format, which MessageFormat gives back as it is: outside of an argument,
+// braces and apostrophes are all of ICU's syntax. Zeros, surrogates and what is no code point do
+// not come back as they are, nor does a text too long for ICU: only short ones are looked at.
+bool formatsToItself(const tstr& pattern)
+{
+    constexpr std::size_t longest = 4096;
+    const wchar_t* const units = pattern.c_str();
+    const std::size_t length = pattern.length();
+    if (length > longest || std::wmemchr(units, L'{', length)) // as nearly all patterns have
+        return false;
+    wchar_t found = 0; // without an early end, so that the compiler takes several units at once
+    for (std::size_t i = 0; i < length; ++i) {
+        const wchar_t unit = units[i];
+        found |= unit <= 0 || unit >= 0xD800 || unit == L'}' || unit == L'\'';
+    }
+    return found == 0;
+}
+
+tstr toWide(const icu::UnicodeString& text)
+{
+    tstr result;
+    if (!text.isEmpty())
+        result.fast_resize(static_cast<std::size_t>(text.length()));
+    appendWide(result, text);
+    return result;
 }
 
 } // namespace
@@ -228,11 +341,8 @@ const SCmnMessageInfo* CCmnIcuMessage::serialize()
         TX_snprintf(line, sizeof line, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>\n",
                     m_MessageId.c_str(), m_Severity);
         text += line;
-        for (std::int32_t i = 0; i < arguments.count; ++i) {
-            appendOpening(text, i, arguments.first[i].getType());
-            appendValue(text, arguments.first[i]);
-            text.append(kClosing) += '\n';
-        }
+        for (std::int32_t i = 0; i < arguments.count; ++i)
+            appendArgument(text, i, arguments.first[i]);
         text += "</SERIALIZED_MESSAGE>\n";
     }
     m_Serialized = std::move(text);
@@ -262,14 +372,17 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
 
 tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
+    if (formatsToItself(pattern))
+        return pattern;
     const ArgumentList arguments = argumentsOf(m_Arguments);
-    icu::UnicodeString output;
+    char16_t room[kFormatRoom];
+    icu::UnicodeString output(room, 0, kFormatRoom); // over the room as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
     icu::MessageFormat::format(CCmnStringTool::tstr2ustr(pattern), arguments.first, arguments.count,
                                output, status);
     if (U_FAILURE(status) && output.isEmpty())
         return pattern;
-    return CCmnStringTool::ustr2tstr(output);
+    return toWide(output);
 }
 
 } // namespace tarnix_cmn_4_4

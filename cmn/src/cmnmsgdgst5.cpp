@@ -151,12 +151,8 @@ void CCmnMessageDigest5::print()
 {
     for (std::size_t i = 0; i < 4; ++i)
         writeLittleEndian(m_Digest + 4 * i, m_State[i]);
-    for (std::size_t i = 0; i < kDigestSize; ++i) {
-        for (std::size_t digit = 0; digit < 2; ++digit) {
-            m_Text[2 * i + digit] = kHexPairs[m_Digest[i]][digit];
-            m_WideText[2 * i + digit] = kHexPairs[m_Digest[i]][digit];
-        }
-    }
+    printHex(m_Text, m_Digest, kDigestSize);
+    std::copy_n(m_Text, 2 * kDigestSize, m_WideText);
 }
 
 unsigned char CCmnMessageDigest5::operator[](std::uint32_t index) const

@@ -1,0 +1,103 @@
+// UTF-16 put straight into the text where it is wanted, for texts that are joined from several.
+#ifndef TARNIX_CMNUTF16_H
+#define TARNIX_CMNUTF16_H
+
+#include "cmnstringtool.h"
+#include "cmntypes.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unicode/unistr.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+
+namespace tarnix_cmn_4_4
+{
+
+// Units that go over a buffer on the stack at a time.
+constexpr std::int32_t kUtf16Piece = 1024;
+
+// True if each unit was a character of its own: neither a surrogate nor a zero. Without an early
+// end and with all of it as wide as a unit, so that the compiler takes eight units at once.
+inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* wide)
+{
+    char16_t found = 0;
+    for (std::int32_t i = 0; i < length; ++i) {
+        const char16_t unit = units[i];
+        const auto block = static_cast<char16_t>(unit & 0xF800);
+        wide[i] = unit;
+        found |= block == 0xD800 || unit == 0 ? char16_t{1} : char16_t{0};
+    }
+    return found == 0;
+}
+
+// As CCmnStringTool::ustr2tstr, behind what stands in the target. Allocates nothing if the target
+// has room for a unit for each of the text's.
+inline void appendWide(tstr& target, const icu::UnicodeString& text)
+{
+    const char16_t* const units = text.getBuffer();
+    wchar_t wide[kUtf16Piece];
+    for (std::int32_t i = 0, length = text.length(); i < length;) {
+        const std::int32_t piece = std::min(kUtf16Piece, length - i);
+        std::int32_t filled = 0;
+        if (copyPlainUtf16(units + i, piece, wide)) {
+            i += filled = piece;
+        } else {
+            for (; filled < kUtf16Piece && i < length && units[i] != 0; ++filled)
+                U16_NEXT(units, i, length, wide[filled]);
+            if (i < length && units[i] == 0)
+                length = i;
+        }
+        const std::size_t expected = target.length() + static_cast<std::size_t>(filled);
+        target.append(wide, static_cast<std::size_t>(filled));
+        if (target.length() != expected)
+            throw std::bad_alloc(); // the tstr itself does not tell
+    }
+}
+
+// As CCmnStringTool::ustr2str, behind what stands in the target.
+inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
+{
+    const std::size_t start = target.size();
+    const char16_t* rest = text.getBuffer();
+    char utf8[3 * kUtf16Piece];
+    for (std::int32_t length = text.length(), piece = 0; length > 0; length -= piece) {
+        piece = std::min(kUtf16Piece, length);
+        if (piece < length && U16_IS_LEAD(rest[piece - 1]))
+            --piece; // not into a pair
+        std::int32_t written = 0;
+        UErrorCode status = U_ZERO_ERROR;
+        u_strToUTF8(utf8, sizeof utf8, &written, rest, piece, &status);
+        if (U_FAILURE(status)) {
+            target.resize(start);
+            return;
+        }
+        target.append(utf8, static_cast<std::size_t>(written));
+        rest += piece;
+    }
+    target.resize(std::min(target.find('\0', start), target.size()));
+}
+
+// As CCmnStringTool::str2ustr, of a text with no zero in it.
+inline icu::UnicodeString fromUtf8(std::string_view text)
+{
+    constexpr std::size_t longest = 0x40000000;
+    if (text.size() > longest)
+        return CCmnStringTool::str2ustr(std::string(text)); // ICU has to be given it in pieces
+    icu::UnicodeString result;
+    const auto length = static_cast<std::int32_t>(text.size());
+    char16_t* const units = result.getBuffer(length);
+    if (!units)
+        throw std::bad_alloc();
+    std::int32_t written = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8(units, length, &written, text.data(), length, &status);
+    result.releaseBuffer(U_SUCCESS(status) ? written : 0);
+    return result;
+}
+
+} // namespace tarnix_cmn_4_4
+
+#endif
