@@ -24,8 +24,30 @@ constexpr Escape kEscapes[] = {
 
 constexpr const char* kEscaped = "&<>\"'";
 
+// The locale is asked only where locales differ: which printable ASCII characters are letters, and
+// that those of one case stay when they are converted to it, is the same in all of them. What the
+// letters of the other case become is not (an "i" may keep its dot as a capital), and an old
+// encoding may have letters among the control characters.
+template <class Char>
+bool isPrintableAscii(Char c)
+{
+    return c >= ' ' && c <= '~';
+}
+
+template <class Char>
+bool isAsciiLower(Char c)
+{
+    return c >= 'a' && c <= 'z';
+}
+
+template <class Char>
+bool isAsciiUpper(Char c)
+{
+    return c >= 'A' && c <= 'Z';
+}
+
 // The classification functions take bytes; a plain char may be negative.
-struct NarrowCase {
+struct NarrowLocale {
     static bool isLetter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
     static char upper(char c)
     {
@@ -37,30 +59,49 @@ struct NarrowCase {
     }
 };
 
-struct WideCase {
+struct WideLocale {
     static std::wint_t code(wchar_t c) { return static_cast<std::wint_t>(c); }
     static bool isLetter(wchar_t c) { return std::iswalpha(code(c)) != 0; }
     static wchar_t upper(wchar_t c) { return static_cast<wchar_t>(std::towupper(code(c))); }
     static wchar_t lower(wchar_t c) { return static_cast<wchar_t>(std::towlower(code(c))); }
 };
 
+template <class Locale, class Char>
+struct LetterCase {
+    static bool isLetter(Char c)
+    {
+        return isPrintableAscii(c) ? isAsciiLower(c) || isAsciiUpper(c) : Locale::isLetter(c);
+    }
+    static Char upper(Char c)
+    {
+        return isPrintableAscii(c) && !isAsciiLower(c) ? c : Locale::upper(c);
+    }
+    static Char lower(Char c)
+    {
+        return isPrintableAscii(c) && !isAsciiUpper(c) ? c : Locale::lower(c);
+    }
+};
+
+using NarrowCase = LetterCase<NarrowLocale, char>;
+using WideCase = LetterCase<WideLocale, wchar_t>;
+
 template <class Case, class String>
 bool equalButForCase(const String& left, const String& right)
 {
     using Char = typename String::value_type;
     return std::equal(left.begin(), left.end(), right.begin(), right.end(), [](Char a, Char b) {
-        if (Case::isLetter(a) && Case::isLetter(b))
-            return Case::upper(a) == Case::upper(b);
-        return a == b;
+        return a == b ||
+               (Case::isLetter(a) && Case::isLetter(b) && Case::upper(a) == Case::upper(b));
     });
 }
 
-template <class Case, class String, class Convert>
-String convertLetters(String text, Convert convert)
+template <class Case, auto convert, class String>
+String convertLetters(String text)
 {
     for (auto& c : text) {
-        if (Case::isLetter(c))
-            c = convert(c);
+        const auto converted = convert(c);
+        if (converted != c && Case::isLetter(c))
+            c = converted;
     }
     return text;
 }
@@ -185,22 +226,22 @@ bool CCmnStringTool::CompareNoCase(const std::wstring& left, const std::wstring&
 
 std::string CCmnStringTool::tostrupper(const std::string& text)
 {
-    return convertLetters<NarrowCase>(text, NarrowCase::upper);
+    return convertLetters<NarrowCase, NarrowCase::upper>(text);
 }
 
 std::wstring CCmnStringTool::tostrupper(const std::wstring& text)
 {
-    return convertLetters<WideCase>(text, WideCase::upper);
+    return convertLetters<WideCase, WideCase::upper>(text);
 }
 
 std::string CCmnStringTool::tostrlower(const std::string& text)
 {
-    return convertLetters<NarrowCase>(text, NarrowCase::lower);
+    return convertLetters<NarrowCase, NarrowCase::lower>(text);
 }
 
 std::wstring CCmnStringTool::tostrlower(const std::wstring& text)
 {
-    return convertLetters<WideCase>(text, WideCase::lower);
+    return convertLetters<WideCase, WideCase::lower>(text);
 }
 
 std::size_t CCmnStringTool::find(const std::vector<std::string>& lines, const char* pattern,

@@ -3,23 +3,24 @@
 #include "cmnhex.h"
 #include "cmnstringtool.h"
 
-#include <cinttypes>
+#include <array>
+#include <charconv>
 #include <cstdlib>
+#include <iterator>
+#include <limits>
 
 namespace tarnix_cmn_4_4
 {
 namespace
 {
 
-constexpr std::size_t kNumberSize = 64;
-constexpr std::size_t kLongNumberSize = 128;
-
-template <std::size_t Size, class Number>
-std::string print(const char* format, Number number)
+// The text that "%d" and its kin give, without the formatter's way to it: most numbers go out by
+// here. All of its characters are ASCII, so a wide text takes them as they are.
+template <class Text, class Number>
+Text decimal(Number number)
 {
-    char text[Size];
-    TX_snprintf(text, sizeof text, format, number);
-    return text;
+    char digits[std::numeric_limits<Number>::digits10 + 2];
+    return Text(digits, std::to_chars(digits, std::end(digits), number).ptr);
 }
 
 template <class Number>
@@ -40,9 +41,18 @@ std::basic_string<Char> hexText(const unsigned char* data, int length)
     return text;
 }
 
-std::string uidNumber(unsigned int number)
+// The beginning of a uid, "%04x" of its number, in a text with room for what is to follow.
+template <class Text>
+Text beginUid(unsigned int number, std::size_t lengthOfRest)
 {
-    return print<kNumberSize>("%04x", number);
+    constexpr std::size_t least = 4;
+    char digits[2 * sizeof number];
+    char* const end = std::to_chars(digits, std::end(digits), number, 16).ptr;
+    const auto length = static_cast<std::size_t>(end - digits);
+    Text uid;
+    uid.reserve(sizeof digits + lengthOfRest);
+    uid.append(length < least ? least - length : 0, '0').append(digits, end);
+    return uid;
 }
 
 constexpr std::int16_t kNoDigit = -1;
@@ -78,47 +88,49 @@ unsigned char readHexPair(char first, char second)
 
 std::string CCmnStringTool::double2str(double number)
 {
-    return print<kNumberSize>("%g", number);
+    char text[64];
+    TX_snprintf(text, sizeof text, "%g", number);
+    return text;
 }
 
 std::string CCmnStringTool::int2str(int number)
 {
-    return print<kNumberSize>("%d", number);
+    return decimal<std::string>(number);
 }
 
 std::string CCmnStringTool::int2str(std::int64_t number)
 {
-    return print<kLongNumberSize>("%" PRId64, number);
+    return decimal<std::string>(number);
 }
 
 std::string CCmnStringTool::uint2str(unsigned int number)
 {
-    return print<kNumberSize>("%u", number);
+    return decimal<std::string>(number);
 }
 
 std::string CCmnStringTool::uint2str(std::uint64_t number)
 {
-    return print<kLongNumberSize>("%" PRIu64, number);
+    return decimal<std::string>(number);
 }
 
 std::wstring CCmnStringTool::int2wstr(int number)
 {
-    return str2wstr(int2str(number));
+    return decimal<std::wstring>(number);
 }
 
 std::wstring CCmnStringTool::int2wstr(std::int64_t number)
 {
-    return str2wstr(int2str(number));
+    return decimal<std::wstring>(number);
 }
 
 std::wstring CCmnStringTool::uint2wstr(unsigned int number)
 {
-    return str2wstr(uint2str(number));
+    return decimal<std::wstring>(number);
 }
 
 std::wstring CCmnStringTool::uint2wstr(std::uint64_t number)
 {
-    return str2wstr(uint2str(number));
+    return decimal<std::wstring>(number);
 }
 
 std::string CCmnStringTool::bool2str(bool value)
@@ -192,12 +204,15 @@ int CCmnStringTool::wstr2binary(unsigned char* out, int* size, std::wstring text
 
 std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char* data, int length)
 {
-    return str2wstr(uidNumber(number)) + binary2wstr(data, length);
+    const std::size_t bytes = data && length > 0 ? static_cast<std::size_t>(length) : 0;
+    auto uid = beginUid<std::wstring>(number, 2 * bytes);
+    appendHex(uid, data, bytes);
+    return uid;
 }
 
 std::string CCmnStringTool::str2uid(unsigned int number, const std::string& text)
 {
-    std::string uid = uidNumber(number);
+    auto uid = beginUid<std::string>(number, 2 * text.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte >= 0x80)

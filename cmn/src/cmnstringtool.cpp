@@ -2,11 +2,14 @@
 #include "cmnstringtool.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <limits>
+#include <memory>
 #include <new>
+#include <type_traits>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
@@ -17,11 +20,10 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// Units of a stack buffer that a conversion fills again and again. The copy out of it stays in the
-// cache, where sizing the result for the worst case would clear and then touch all of it.
-constexpr std::size_t kChunk = 1024;
+// Bytes or units that count as a short text.
+constexpr std::size_t kShort = 1024;
 
-// What mbsrtowcs and wcsrtombs return for text that cannot be converted.
+// What mbsrtowcs and wcsnrtombs return for text that cannot be converted.
 constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
 
 // A UTF-16 unit takes at most three bytes of UTF-8; a surrogate pair takes four.
@@ -30,8 +32,36 @@ constexpr std::size_t kUtf8PerUnit = 3;
 // A little less than a UnicodeString can hold, which differs between versions.
 constexpr std::size_t kMaxUstr = 0x7FFFFF00;
 
-// ICU counts bytes in 32 bits, so longer UTF-8 is handed over in pieces.
+// ICU counts bytes in 32 bits, so longer text is handed over in pieces.
 constexpr std::size_t kMaxUtf8Piece = 0x40000000;
+constexpr std::size_t kMaxUtf16Piece = kMaxUtf8Piece / kUtf8PerUnit;
+
+// Room for the worst case of a conversion, from which the result is then copied: a string would
+// clear all of that first, and keep it. Short text stays on the stack.
+template <class Char>
+class Room
+{
+public:
+    explicit Room(std::size_t size)
+        : m_Size(std::max(size, kStackSize)),
+          m_Heap(size > kStackSize ? new Char[size] : nullptr),
+          m_Data(m_Heap ? m_Heap.get() : m_Stack)
+    {
+    }
+    Room(const Room&) = delete;
+    Room& operator=(const Room&) = delete;
+
+    Char* data() { return m_Data; }
+    std::size_t size() const { return m_Size; }
+
+private:
+    static constexpr std::size_t kStackSize = kShort * sizeof(wchar_t) / sizeof(Char);
+
+    const std::size_t m_Size;
+    const std::unique_ptr<Char[]> m_Heap;
+    Char* const m_Data;
+    Char m_Stack[kStackSize]; // not cleared either
+};
 
 // Opens the buffer of a ustr for writing; releaseBuffer must follow before the ustr is used.
 char16_t* openBuffer(icu::UnicodeString& text, std::size_t capacity)
@@ -47,6 +77,15 @@ void requireLength(const tstr& text, std::size_t length)
 {
     if (text.length() != length)
         throw std::bad_alloc();
+}
+
+template <class Text, class Char>
+Text makeText(const Char* first, std::size_t length)
+{
+    Text text(first, length);
+    if constexpr (std::is_same_v<Text, tstr>)
+        requireLength(text, length);
+    return text;
 }
 
 std::size_t terminatedLength(const tstr& text)
@@ -65,12 +104,15 @@ std::int32_t convertUtf8(const char* text, std::int32_t length, char16_t* units,
     return U_SUCCESS(status) ? written : -1;
 }
 
-// Text whose bytes bound its units: one pass, which finds the terminator itself.
+// Text whose bytes bound its units: one pass. ICU finds the terminator itself, but in a long text
+// its loop for a known length is the steadier one.
 icu::UnicodeString fromShortUtf8(const std::string& text)
 {
     icu::UnicodeString result;
     char16_t* const units = openBuffer(result, text.size());
-    result.releaseBuffer(std::max(convertUtf8(text.c_str(), -1, units, text.size()), 0));
+    const std::int32_t length =
+        text.size() <= kShort ? -1 : static_cast<std::int32_t>(std::strlen(text.c_str()));
+    result.releaseBuffer(std::max(convertUtf8(text.c_str(), length, units, text.size()), 0));
     return result;
 }
 
@@ -94,7 +136,8 @@ std::size_t utf8Piece(const char* text)
     return piece;
 }
 
-icu::UnicodeString fromLongUtf8(const char* text)
+// Not inlined: short text would pay for the registers.
+[[gnu::noinline]] icu::UnicodeString fromLongUtf8(const char* text)
 {
     icu::UnicodeString result;
     const std::size_t capacity = countUtf16(text);
@@ -116,12 +159,39 @@ icu::UnicodeString fromLongUtf8(const char* text)
     return result;
 }
 
+// Converts a piece of UTF-16 to UTF-8 and returns the bytes written, -1 if it is not valid.
+std::int32_t convertUtf16(const char16_t* text, std::size_t length, Room<char>& room)
+{
+    std::int32_t written = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8(room.data(), static_cast<std::int32_t>(room.size()), &written, text,
+                static_cast<std::int32_t>(length), &status);
+    return U_SUCCESS(status) ? written : -1;
+}
+
 // The units of the next piece, which must not end within a surrogate pair.
 std::size_t utf16Piece(const char16_t* text, std::size_t length)
 {
-    if (length <= kChunk)
+    if (length <= kMaxUtf16Piece)
         return length;
-    return U16_IS_LEAD(text[kChunk - 1]) ? kChunk - 1 : kChunk;
+    return U16_IS_LEAD(text[kMaxUtf16Piece - 1]) ? kMaxUtf16Piece - 1 : kMaxUtf16Piece;
+}
+
+[[gnu::noinline]] std::string fromLongUtf16(const char16_t* text, std::size_t length)
+{
+    std::string result;
+    Room<char> room(kMaxUtf16Piece * kUtf8PerUnit);
+    while (length > 0) {
+        const std::size_t piece = utf16Piece(text, length);
+        const std::int32_t written = convertUtf16(text, piece, room);
+        if (written < 0)
+            return {};
+        result.append(room.data(), static_cast<std::size_t>(written));
+        text += piece;
+        length -= piece;
+    }
+    result.resize(std::strlen(result.c_str()));
+    return result;
 }
 
 bool isCodePoint(wchar_t unit)
@@ -179,43 +249,50 @@ Char* duplicate(const Char* text, std::size_t length, CCmnStringTool::Allocator 
     return copy;
 }
 
-using LocaleToWide = std::size_t (*)(wchar_t*, const char**, std::size_t, std::mbstate_t*);
-using WideToLocale = std::size_t (*)(char*, const wchar_t**, std::size_t, std::mbstate_t*);
-
-// Sizes the result for a rest of the input that goes on like the part before it, with some room to
-// spare, and returns the size that was foreseen.
-template <class String>
-std::size_t reserveForRest(String& result, std::size_t consumed, std::size_t rest)
+// Converts a text by convert(target, &rest, room, &state), which is mbsrtowcs or one of its kin and
+// sets `rest` to null at the end of the text. In one pass: measuring first would convert twice.
+// `size` is the room that is enough in nearly all encodings.
+template <class Result, class To, class From, class Convert>
+Result convertByLocale(const From* text, std::size_t size, Convert convert)
 {
-    const auto more =
-        static_cast<std::size_t>(static_cast<double>(result.size()) * static_cast<double>(rest) /
-                                 static_cast<double>(consumed));
-    result.reserve(result.size() + more + more / 16 + kChunk);
-    return result.size() + more;
-}
-
-// Converts terminated text with mbsrtowcs or wcsrtombs, whose state is the call's own. Short text
-// goes over the stack. For the rest of a longer one the result is sized by what came before: for
-// the worst case most of it would be cleared in vain, and measuring first would convert twice.
-template <class To, class From, class Convert>
-std::basic_string<To> convertByLocale(const std::basic_string<From>& text, Convert convert)
-{
-    const From* rest = text.c_str();
-    std::mbstate_t state{};
-    To chunk[kChunk];
-    std::size_t written = convert(chunk, &rest, kChunk, &state);
-    if (written == kConversionFailed)
-        return {};
-    std::basic_string<To> result(chunk, written);
-    while (rest) {
-        const auto consumed = static_cast<std::size_t>(rest - text.c_str());
-        const std::size_t filled = result.size();
-        result.resize(reserveForRest(result, consumed, text.size() - consumed) + kChunk);
-        written = convert(&result[filled], &rest, result.size() - filled, &state);
+    for (;; size *= 2) {
+        Room<To> room(size);
+        const From* rest = text;
+        std::mbstate_t state{};
+        const std::size_t written = convert(room.data(), &rest, room.size(), &state);
         if (written == kConversionFailed)
             return {};
-        result.resize(filled + written);
+        if (!rest)
+            return makeText<Result>(room.data(), written);
+        // In some encodings a cut character at the end of the text is no failure, but there the
+        // conversion stops all the same.
+        if (room.size() - written >= MB_LEN_MAX)
+            return {};
     }
+}
+
+// A character takes at least one byte.
+template <class Result>
+Result toWide(const std::string& text)
+{
+    return convertByLocale<Result, wchar_t>(text.c_str(), text.size() + 1, std::mbsrtowcs);
+}
+
+// Straight into the result: beside the room of a long text, another buffer of the same size would
+// make the C library give memory back to the system, and ask for it again, with each call.
+std::wstring toLongWide(const std::string& text)
+{
+    std::wstring result(text.size() + 1, L'\0');
+    const char* rest = text.c_str();
+    std::mbstate_t state{};
+    const std::size_t written = std::mbsrtowcs(result.data(), &rest, result.size(), &state);
+    if (written == kConversionFailed)
+        return {};
+    if (rest)
+        return toWide<std::wstring>(text);
+    result.resize(written);
+    if (written < text.size() / 2)
+        result.shrink_to_fit();
     return result;
 }
 
@@ -223,33 +300,18 @@ std::basic_string<To> convertByLocale(const std::basic_string<From>& text, Conve
 
 icu::UnicodeString CCmnStringTool::str2ustr(const std::string& text)
 {
-    if (text.empty())
-        return {};
     return text.size() <= kMaxUtf8Piece ? fromShortUtf8(text) : fromLongUtf8(text.c_str());
 }
 
 std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
 {
-    std::string result;
-    const char16_t* rest = text.getBuffer();
-    auto length = static_cast<std::size_t>(text.length());
-    char chunk[kChunk * kUtf8PerUnit];
-    while (length > 0) {
-        const std::size_t piece = utf16Piece(rest, length);
-        std::int32_t written = 0;
-        UErrorCode status = U_ZERO_ERROR;
-        u_strToUTF8(chunk, sizeof chunk, &written, rest, static_cast<std::int32_t>(piece), &status);
-        if (U_FAILURE(status))
-            return {};
-        const bool first = result.empty();
-        result.append(chunk, static_cast<std::size_t>(written));
-        rest += piece;
-        length -= piece;
-        if (first && length > 0)
-            reserveForRest(result, piece, length);
-    }
-    result.resize(std::strlen(result.c_str()));
-    return result;
+    const auto length = static_cast<std::size_t>(text.length());
+    if (length > kMaxUtf16Piece)
+        return fromLongUtf16(text.getBuffer(), length);
+    Room<char> room(length * kUtf8PerUnit + 1);
+    if (length == 0 || convertUtf16(text.getBuffer(), length, room) < 0)
+        return {};
+    return room.data(); // terminated, at the latest behind all of it
 }
 
 icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
@@ -278,32 +340,27 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
 
 tstr CCmnStringTool::ustr2tstr(const icu::UnicodeString& text)
 {
-    tstr result;
     const char16_t* const units = text.getBuffer();
     const bool plain = isPlain(units, text.length());
     const std::int32_t zero = plain ? -1 : text.indexOf(char16_t{0});
     const std::int32_t length = zero < 0 ? text.length() : zero;
-    wchar_t chunk[kChunk];
-    for (std::int32_t i = 0; i < length;) {
-        std::size_t filled = 0;
-        if (plain) {
-            filled = std::min(kChunk, static_cast<std::size_t>(length - i));
-            std::copy_n(units + i, filled, chunk);
-            i += static_cast<std::int32_t>(filled);
-        } else {
-            for (; filled < kChunk && i < length; ++filled)
-                U16_NEXT(units, i, length, chunk[filled]);
-        }
-        const std::size_t expected = result.length() + filled;
-        result.append(chunk, filled);
-        requireLength(result, expected);
+    Room<wchar_t> room(static_cast<std::size_t>(length));
+    if (plain) {
+        std::copy_n(units, length, room.data());
+        return makeText<tstr>(room.data(), static_cast<std::size_t>(length));
     }
-    return result;
+    std::size_t filled = 0;
+    for (std::int32_t i = 0; i < length;) {
+        UChar32 character = 0;
+        U16_NEXT(units, i, length, character);
+        room.data()[filled++] = character;
+    }
+    return makeText<tstr>(room.data(), filled);
 }
 
 std::wstring CCmnStringTool::str2wstr(const std::string& text)
 {
-    return convertByLocale<wchar_t>(text, LocaleToWide{std::mbsrtowcs});
+    return text.size() < kShort ? toWide<std::wstring>(text) : toLongWide(text);
 }
 
 std::wstring CCmnStringTool::mbs2wcs(const std::string& text)
@@ -313,7 +370,9 @@ std::wstring CCmnStringTool::mbs2wcs(const std::string& text)
 
 std::string CCmnStringTool::wstr2str(const std::wstring& text)
 {
-    return convertByLocale<char>(text, WideToLocale{std::wcsrtombs});
+    // With the terminator: what converts to no byte at all makes wcsnrtombs end the process.
+    return convertByLocale<std::string, char>(text.c_str(), text.size() * MB_CUR_MAX + 1,
+                                              std::wcsrtombs);
 }
 
 std::string CCmnStringTool::wcs2mbs(const std::wstring& text)
@@ -333,7 +392,7 @@ std::string CCmnStringTool::wstr2str(const std::string& text)
 
 tstr CCmnStringTool::str2tstr(const std::string& text)
 {
-    return wstr2tstr(str2wstr(text));
+    return toWide<tstr>(text);
 }
 
 std::string CCmnStringTool::tstr2str(const tstr& text)

@@ -1,6 +1,7 @@
 // The scanner's entry for a text in memory.
 #include "TX_sscanf.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -9,8 +10,9 @@ int TX_sscanf(const char* text, const char* format, ...)
     if (text == nullptr) {
         return -1;
     }
-    TX_ScanSource source = {reinterpret_cast<const unsigned char*>(text),
-                            static_cast<int>(strnlen(text, INT_MAX)), TX_ScanLoaded};
+    const std::size_t length = std::min<std::size_t>(std::strlen(text), INT_MAX);
+    TX_ScanSource source = {reinterpret_cast<const unsigned char*>(text), static_cast<int>(length),
+                            TX_ScanLoaded};
     std::va_list arguments;
     va_start(arguments, format);
     const int result = TX_vfscanf(&source, format, arguments);

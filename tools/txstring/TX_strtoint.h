@@ -2,15 +2,28 @@
 #ifndef TARNIX_TX_STRTOINT_H
 #define TARNIX_TX_STRTOINT_H
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // ASCII without the blank and the control characters: white space in no locale.
-inline bool TX_isGraphic(unsigned char byte)
+constexpr bool TX_isGraphic(unsigned char byte)
 {
     return byte > ' ' && byte < 0x7f;
+}
+
+// Whether eight bytes are all graphic: the quick way through a word. The sums mark each byte that
+// is not, by its 0x80; only a marked byte can disturb its neighbour.
+inline bool TX_areGraphic(const unsigned char* bytes)
+{
+    constexpr std::uint64_t each = 0x0101010101010101u;
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return (((word - each * '!') | (word + each) | word) & each * 0x80) == 0;
 }
 
 // isspace, with the call only for the bytes on which locales may differ.
@@ -57,36 +70,44 @@ struct TX_Number {
     std::uint64_t bits() const { return negative && !overflow ? 0 - magnitude : magnitude; }
 };
 
-// Reads digits as long as no further one can overflow: with a base up to 36 a value below 2^57
-// stays below all limits. Nothing but the multiplication is on the way from digit to digit.
-inline std::uint64_t TX_readSafeDigits(const unsigned char*& next, const unsigned char* end,
-                                       unsigned int base)
+// How many digits of a base make a value that stays below all limits, whatever they are.
+constexpr std::array<unsigned char, 37> TX_makeSafeDigits()
 {
-    constexpr std::uint64_t safe = std::uint64_t{1} << 57;
-    const unsigned char* place = next;
-    std::uint64_t value = 0;
-    while (place != end && value < safe) {
-        const unsigned int digit = TX_Digits[*place];
+    std::array<unsigned char, 37> counts{};
+    for (unsigned int base = 2; base < counts.size(); ++base) {
+        std::uint64_t room = INT64_MAX;
+        for (room /= base; room != 0; room /= base) {
+            ++counts[base];
+        }
+    }
+    return counts;
+}
+
+inline constexpr std::array<unsigned char, 37> TX_SafeDigits = TX_makeSafeDigits();
+
+// Reads at most `count` digits, which must be safe: nothing but the multiplication is on the way
+// from digit to digit. Returns how many were read.
+inline std::size_t TX_readSafeDigits(const unsigned char* first, std::size_t count,
+                                     unsigned int base, std::uint64_t& value)
+{
+    std::uint64_t sum = 0;
+    std::size_t read = 0;
+    for (; read != count; ++read) {
+        const unsigned int digit = TX_Digits[first[read]];
         if (digit >= base) {
             break;
         }
-        value = value * base + digit;
-        ++place;
+        sum = sum * base + digit;
     }
-    next = place;
-    return value;
+    value = sum;
+    return read;
 }
 
-// Reads the digits from `next` on, which it moves behind them. `end` is where the digits must end;
-// if it is null, a byte that is no digit must end them. All digits are read after an overflow too.
-inline void TX_readDigits(const unsigned char*& next, const unsigned char* end, int base,
-                          const TX_NumberLimits& limits, TX_Number& number)
+// The digits that are left when no further one is safe. All are read after an overflow too.
+inline const unsigned char* TX_readLastDigits(const unsigned char* next, const unsigned char* end,
+                                              int base, const TX_NumberLimits& limits,
+                                              TX_Number& number)
 {
-    if (base == 10) {
-        number.magnitude = TX_readSafeDigits(next, end, 10); // compiled for the constant
-    } else if (base > 0 && base <= 36) {
-        number.magnitude = TX_readSafeDigits(next, end, static_cast<unsigned int>(base));
-    }
     const int digitLimit = base < 36 ? base : 36; // keeps TX_NoDigit out, whatever the base
     const std::uint64_t most = number.negative ? limits.negative : limits.positive;
     for (; next != end && TX_Digits[*next] < digitLimit; ++next) {
@@ -97,6 +118,25 @@ inline void TX_readDigits(const unsigned char*& next, const unsigned char* end, 
             __builtin_add_overflow(value, std::uint64_t{TX_Digits[*next]}, &value) || value > most;
         number.magnitude = number.overflow ? most : value;
     }
+    return next;
+}
+
+// Reads the digits at `next` and returns the place behind them. `end` is where they must end; if it
+// is null, a byte that is no digit must end them.
+inline const unsigned char* TX_readDigits(const unsigned char* next, const unsigned char* end,
+                                          int base, const TX_NumberLimits& limits,
+                                          TX_Number& number)
+{
+    std::size_t count = base > 1 && base <= 36 ? TX_SafeDigits[static_cast<std::size_t>(base)] : 0;
+    if (end != nullptr) {
+        count = std::min(count, static_cast<std::size_t>(end - next));
+    }
+    const std::size_t read =
+        base == 10 // compiled for the constant
+            ? TX_readSafeDigits(next, count, 10, number.magnitude)
+            : TX_readSafeDigits(next, count, static_cast<unsigned int>(base), number.magnitude);
+    next += read;
+    return read < count ? next : TX_readLastDigits(next, end, base, limits, number);
 }
 
 // strtoimax and strtoumax but for the type of the result.
@@ -125,7 +165,7 @@ inline std::uint64_t TX_readNumber(const char* text, char** end, int base,
         base = *next == '0' ? 8 : 10;
     }
     const unsigned char* const first = next;
-    TX_readDigits(next, nullptr, base, limits, number);
+    next = TX_readDigits(next, nullptr, base, limits, number);
     if (number.overflow) {
         errno = ERANGE;
     }

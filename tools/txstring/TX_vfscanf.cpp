@@ -110,46 +110,42 @@ struct Directive {
     std::size_t widthOr(std::size_t none) const { return width == 0 ? none : width; }
 };
 
+// Takes the byte that is not yet the conversion; `format` stands behind it.
+void applyModifier(Directive& directive, Byte byte, const Byte*& format)
+{
+    const DirectiveCharacter& character = directiveCharacters[byte];
+    if (character.kind == Kind::WidthDigit) {
+        directive.width = directive.width * 10 + TX_Digits[byte];
+    } else if (character.kind == Kind::Doubled && *format == byte) {
+        ++format;
+        directive.flags |= character.flagsTwice;
+    } else if (character.kind != Kind::Int64) {
+        directive.flags |= character.flags;
+    } else if (format[0] == '6' && format[1] == '4') {
+        format += 2;
+        directive.flags |= character.flags;
+    }
+}
+
 // Reads what stands behind a "%", and leaves `format` behind the conversion character. The kind is
 // End if the format ends first.
 Directive parseDirective(const Byte*& format)
 {
     Directive directive;
-    for (;;) {
-        const Byte byte = *format++;
-        const DirectiveCharacter& character = directiveCharacters[byte];
-        switch (character.kind) {
-        case Kind::Modifier:
-            directive.flags |= character.flags;
-            break;
-        case Kind::Doubled:
-            if (*format == byte) {
-                ++format;
-                directive.flags |= character.flagsTwice;
-            } else {
-                directive.flags |= character.flags;
-            }
-            break;
-        case Kind::WidthDigit:
-            directive.width = directive.width * 10 + TX_Digits[byte];
-            break;
-        case Kind::Int64:
-            if (format[0] == '6' && format[1] == '4') {
-                format += 2;
-                directive.flags |= character.flags;
-            }
-            break;
-        default:
-            directive.kind = character.kind;
-            directive.base = character.base;
-            directive.flags |= character.flags;
-            if (character.kind == Kind::Unknown) {
-                directive.kind = Kind::Integer;
-                directive.flags |= std::isupper(byte) != 0 ? Long : 0u;
-            }
-            return directive;
-        }
+    Byte byte = *format++;
+    while (directiveCharacters[byte].kind < Kind::End) {
+        applyModifier(directive, byte, format);
+        byte = *format++;
     }
+    const DirectiveCharacter& conversion = directiveCharacters[byte];
+    directive.kind = conversion.kind;
+    directive.base = conversion.base;
+    directive.flags |= conversion.flags;
+    if (conversion.kind == Kind::Unknown) {
+        directive.kind = Kind::Integer;
+        directive.flags |= std::isupper(byte) != 0 ? Long : 0u;
+    }
+    return directive;
 }
 
 // ---- Stores ------------------------------------------------------------------------------------
@@ -167,21 +163,6 @@ constexpr TargetSize countSizes[] = {{Char, 1},    {Short, 2},    {Long, 4},  {S
 
 constexpr unsigned int sizeFlags =
     Pointer | IntMax | LongLong | Size | PtrDiff | Long | Short | Char;
-
-template <std::size_t Count>
-std::size_t targetSize(const TargetSize (&sizes)[Count], const Directive& directive)
-{
-    constexpr std::size_t usual = 4;
-    if ((directive.flags & sizeFlags) == 0) {
-        return usual;
-    }
-    for (const TargetSize& size : sizes) {
-        if (directive.has(size.flag)) {
-            return size.bytes;
-        }
-    }
-    return usual;
-}
 
 template <typename Value>
 void store(void* target, Value value)
@@ -201,6 +182,18 @@ void storeLowBits(void* target, std::uint64_t value, std::size_t bytes)
     default:
         return store(target, value);
     }
+}
+
+template <std::size_t Count>
+void storeNumber(const Directive& directive, std::uint64_t value, const TargetSize (&sizes)[Count])
+{
+    if ((directive.flags & sizeFlags) == 0) {
+        return store(directive.target, static_cast<std::uint32_t>(value));
+    }
+    const TargetSize* const size =
+        std::find_if(std::begin(sizes), std::end(sizes),
+                     [&](const TargetSize& one) { return directive.has(one.flag); });
+    storeLowBits(directive.target, value, size->bytes);
 }
 
 // ---- Sets --------------------------------------------------------------------------------------
@@ -240,11 +233,34 @@ void readSet(const Byte*& format, SetTable& accepted)
 
 // ---- Numbers -----------------------------------------------------------------------------------
 
-// Walks along the bytes that a number may take up.
+// Reads the integer at `first` and returns the place behind it, `first` if there is none.
+const Byte* readInteger(const Byte* first, const Byte* end, const Directive& directive,
+                        TX_Number& number)
+{
+    const TX_NumberLimits& limits = directive.has(Unsigned) ? TX_UnsignedLimits : TX_SignedLimits;
+    number.negative = *first == '-';
+    const Byte* const digits = first + (number.negative || *first == '+' ? 1 : 0);
+    int base = directive.base;
+    if (base != 10) {
+        const bool zero = digits != end && *digits == '0';
+        const bool prefixAllowed = directive.has(Prefix) || base == 0;
+        if (zero && prefixAllowed && end - digits > 1 && (digits[1] == 'x' || digits[1] == 'X')) {
+            const Byte* const last = TX_readDigits(digits + 2, end, 16, limits, number);
+            return last == digits + 2 ? digits + 1 : last; // of a mere "0x" only the "0"
+        }
+        if (base == 0) {
+            base = zero ? 8 : 10;
+        }
+    }
+    const Byte* const last = TX_readDigits(digits, end, base, limits, number);
+    return last == digits ? first : last;
+}
+
+// Walks along the bytes that a floating-point number may take up.
 class NumberReader
 {
 public:
-    NumberReader(const Byte* first, std::size_t limit) : m_First(first), m_End(first + limit) {}
+    NumberReader(const Byte* first, const Byte* end) : m_First(first), m_End(end) {}
 
     std::size_t length() const { return static_cast<std::size_t>(m_Next - m_First); }
 
@@ -268,46 +284,16 @@ public:
         return m_Next != first;
     }
 
-    bool readDigits(int base, const TX_NumberLimits& limits, TX_Number& number)
-    {
-        const Byte* const first = m_Next;
-        TX_readDigits(m_Next, m_End, base, limits, number);
-        return m_Next != first;
-    }
-
 private:
     const Byte* m_First;
     const Byte* m_Next = m_First;
     const Byte* m_End;
 };
 
-// Reads the integer at `first`. Returns its length, 0 if there is none.
-std::size_t readInteger(const Byte* first, std::size_t limit, const Directive& directive,
-                        TX_Number& number)
-{
-    const TX_NumberLimits& limits = directive.has(Unsigned) ? TX_UnsignedLimits : TX_SignedLimits;
-    NumberReader reader(first, limit);
-    number.negative = *first == '-';
-    reader.skip('+', '-');
-    const bool zero = reader.skip('0', '0');
-    const bool prefixAllowed = directive.has(Prefix) || directive.base == 0;
-    const std::size_t zeroEnd = reader.length();
-    if (zero && prefixAllowed && reader.skip('x', 'X')) {
-        if (!reader.readDigits(16, limits, number)) {
-            reader.giveBackTo(zeroEnd); // the "x" is not the number's
-        }
-        return reader.length();
-    }
-    const int baseOfText = zero ? 8 : 10;
-    const int base = directive.base == 0 ? baseOfText : directive.base;
-    const bool digits = reader.readDigits(base, limits, number);
-    return zero || digits ? reader.length() : 0;
-}
-
 // The length of the floating-point number at `first`, 0 if there is none.
-std::size_t floatLength(const Byte* first, std::size_t limit)
+std::size_t floatLength(const Byte* first, const Byte* end)
 {
-    NumberReader reader(first, limit);
+    NumberReader reader(first, end);
     reader.skip('+', '-');
     bool anyDigit = reader.skipDecimals();
     if (reader.skip('.', '.')) {
@@ -328,17 +314,24 @@ std::size_t floatLength(const Byte* first, std::size_t limit)
 
 // ---- The engine --------------------------------------------------------------------------------
 
-// Steps over the literals that the text and the format have in common: the quick way through most
-// of a format. It stops at "%", at white space and at whatever else may be more than a literal.
-const Byte* equalEnd(const Byte* text, const Byte* end, const Byte*& format)
-{
-    const Byte* literal = format;
-    while (text != end && *text == *literal && TX_isGraphic(*literal) && *literal != '%') {
-        ++text;
-        ++literal;
+// The bytes of a format that are a literal in every locale.
+constexpr std::array<bool, 256> plainLiterals = [] {
+    std::array<bool, 256> plain{};
+    for (unsigned int byte = 0; byte < plain.size(); ++byte) {
+        plain[byte] = TX_isGraphic(static_cast<Byte>(byte)) && byte != '%';
     }
-    format = literal;
-    return text;
+    return plain;
+}();
+
+// The length of the literals that the text and the format have in common: the quick way through
+// most of a format. It stops at "%", at white space and at whatever else may be no literal.
+std::size_t equalLength(const Byte* text, std::size_t limit, const Byte* format)
+{
+    std::size_t length = 0;
+    while (length != limit && plainLiterals[format[length]] && text[length] == format[length]) {
+        ++length;
+    }
+    return length;
 }
 
 enum class Outcome { Matched, InputFailure, MatchFailure };
@@ -368,6 +361,17 @@ public:
 private:
     std::size_t available() const { return static_cast<std::size_t>(m_End - m_Next); }
 
+    // Where a field must end at the latest.
+    const Byte* fieldLimit(const Directive& directive) const
+    {
+        return m_Next + std::min(directive.widthOr(available()), available());
+    }
+    const Byte* numberLimit(const Directive& directive) const
+    {
+        const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
+        return m_Next + std::min(width, available());
+    }
+
     Outcome matchPlain(const Byte*& format);
     Outcome matchLiteral(Byte literal);
     const Byte* spaceEnd(const Byte* next) const
@@ -386,9 +390,6 @@ private:
     void storeCount(const Directive& directive);
     void storeText(const Directive& directive, std::size_t length);
 
-    template <typename Accepts>
-    std::size_t fieldLength(const Directive& directive, Accepts accepts) const;
-
     TX_ScanSource& m_Source;
     const Byte* m_First;
     const Byte* m_Next;
@@ -399,13 +400,12 @@ private:
 
 int Scanner::run(const Byte* format, std::va_list arguments)
 {
-    for (;;) {
-        Outcome outcome = matchPlain(format);
-        if (outcome == Outcome::Matched) {
-            if (*format++ == '\0') {
-                return m_Assigned;
-            }
-            Directive directive = parseDirective(format);
+    while (*format != '\0') {
+        Outcome outcome = Outcome::Matched;
+        if (*format != '%') {
+            outcome = matchPlain(format);
+        } else {
+            Directive directive = parseDirective(++format);
             if (directive.kind == Kind::End) {
                 return -1;
             }
@@ -419,25 +419,24 @@ int Scanner::run(const Byte* format, std::va_list arguments)
             return outcome == Outcome::InputFailure && m_Assigned == 0 ? -1 : m_Assigned;
         }
     }
+    return m_Assigned;
 }
 
-// Matches white space and literals of the format, up to its next "%" or its end.
+// Matches the white space or the literals that come next in the format, or the first of them.
 Outcome Scanner::matchPlain(const Byte*& format)
 {
-    for (;; ++format) {
-        m_Next = equalEnd(m_Next, m_End, format);
-        if (*format == '%' || *format == '\0') {
-            return Outcome::Matched;
-        }
-        if (TX_isSpace(*format)) {
-            m_Next = spaceEnd(m_Next);
-            continue;
-        }
-        const Outcome outcome = matchLiteral(*format);
-        if (outcome != Outcome::Matched) {
-            return outcome;
-        }
+    if (TX_isSpace(*format)) {
+        m_Next = spaceEnd(m_Next);
+        ++format;
+        return Outcome::Matched;
     }
+    const std::size_t equal = equalLength(m_Next, available(), format);
+    if (equal == 0) {
+        return matchLiteral(*format++);
+    }
+    m_Next += equal;
+    format += equal;
+    return Outcome::Matched;
 }
 
 Outcome Scanner::matchLiteral(Byte literal)
@@ -493,13 +492,6 @@ Outcome Scanner::scanCharacter(const Directive& directive)
     return Outcome::Matched;
 }
 
-template <typename Accepts>
-std::size_t Scanner::fieldLength(const Directive& directive, Accepts accepts) const
-{
-    const Byte* const end = m_Next + std::min(directive.widthOr(available()), available());
-    return static_cast<std::size_t>(std::find_if_not(m_Next, end, accepts) - m_Next);
-}
-
 // Stores what the target has room for of the next `length` bytes, and steps over all of them.
 void Scanner::storeText(const Directive& directive, std::size_t length)
 {
@@ -517,7 +509,15 @@ void Scanner::storeText(const Directive& directive, std::size_t length)
 
 Outcome Scanner::scanString(const Directive& directive)
 {
-    const std::size_t length = fieldLength(directive, [](Byte byte) { return !TX_isSpace(byte); });
+    const Byte* const limit = fieldLimit(directive);
+    const Byte* end = m_Next;
+    while (limit - end >= 8 && TX_areGraphic(end)) {
+        end += 8;
+    }
+    while (end != limit && !TX_isSpace(*end)) {
+        ++end;
+    }
+    const auto length = static_cast<std::size_t>(end - m_Next);
     if (directive.has(Suppress)) {
         m_Next += length;
     } else {
@@ -530,8 +530,9 @@ Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
 {
     SetTable accepted;
     readSet(format, accepted);
-    const std::size_t length =
-        fieldLength(directive, [&accepted](Byte byte) { return accepted[byte]; });
+    const Byte* const end = std::find_if_not(m_Next, fieldLimit(directive),
+                                             [&accepted](Byte byte) { return accepted[byte]; });
+    const auto length = static_cast<std::size_t>(end - m_Next);
     if (length == 0) {
         return Outcome::MatchFailure;
     }
@@ -551,24 +552,22 @@ Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
 
 Outcome Scanner::scanInteger(const Directive& directive)
 {
-    const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
     TX_Number number;
-    const std::size_t length = readInteger(m_Next, std::min(width, available()), directive, number);
-    if (length == 0) {
+    const Byte* const end = readInteger(m_Next, numberLimit(directive), directive, number);
+    if (end == m_Next) {
         return Outcome::MatchFailure;
     }
     if (!directive.has(Suppress)) {
-        storeLowBits(directive.target, number.bits(), targetSize(numberSizes, directive));
+        storeNumber(directive, number.bits(), numberSizes);
         ++m_Assigned;
     }
-    m_Next += length;
+    m_Next = end;
     return Outcome::Matched;
 }
 
 Outcome Scanner::scanFloat(const Directive& directive)
 {
-    const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
-    const std::size_t length = floatLength(m_Next, std::min(width, available()));
+    const std::size_t length = floatLength(m_Next, numberLimit(directive));
     if (length == 0) {
         return Outcome::MatchFailure;
     }
@@ -592,7 +591,7 @@ void Scanner::storeCount(const Directive& directive)
 {
     if (!directive.has(Suppress)) {
         const std::uint64_t read = static_cast<std::size_t>(m_Next - m_First) - m_Cut;
-        storeLowBits(directive.target, read, targetSize(countSizes, directive));
+        storeNumber(directive, read, countSizes);
     }
 }
 

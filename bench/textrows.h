@@ -1,0 +1,117 @@
+// The rows of the text benchmarks, and the texts that they work on.
+#ifndef TARNIX_TEXTROWS_H
+#define TARNIX_TEXTROWS_H
+
+#include <benchmark/benchmark.h>
+#include <unicode/utf8.h>
+
+#include <clocale>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+inline constexpr const char* utf8Locale = "C.UTF-8";
+
+// The locale of one benchmark: those of all rows run mixed up in one process.
+class LocaleScope
+{
+public:
+    explicit LocaleScope(const char* locale) : m_Known(std::setlocale(LC_ALL, locale) != nullptr) {}
+    ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
+    LocaleScope(const LocaleScope&) = delete;
+    LocaleScope& operator=(const LocaleScope&) = delete;
+
+    bool known() const { return m_Known; }
+
+private:
+    const bool m_Known;
+};
+
+using Sizes = std::vector<std::int64_t>;
+
+inline const Sizes none = {};
+inline const Sizes shortAndLong = {20, 64 * 1024};
+inline const Sizes growth = {10, 100, 1000, 10000, 100000};
+
+// One row: the calls of the library and of its peers, each of them a function of the same input
+// whose result must be the base peer's.
+template <class MakeInput, class Base>
+class Row
+{
+public:
+    Row(std::string name, const Sizes& sizes, MakeInput makeInput, const char* peer, Base base,
+        const char* locale = "C")
+        : m_Name(std::move(name)),
+          m_Sizes(sizes),
+          m_MakeInput(makeInput),
+          m_Base(base),
+          m_Locale(locale)
+    {
+        add(peer, base);
+    }
+
+    template <class Call>
+    Row& add(const char* peer, Call call)
+    {
+        const auto run = [makeInput = m_MakeInput, base = m_Base, locale = m_Locale,
+                          sized = !m_Sizes.empty(), call](benchmark::State& state) {
+            const LocaleScope scope(locale);
+            const std::int64_t size = sized ? state.range(0) : 1;
+            const auto input = makeInput(static_cast<std::size_t>(size));
+            if (!scope.known() || !(call(input) == base(input))) {
+                state.SkipWithError("the results differ");
+            }
+            for (auto _ : state) {
+                benchmark::DoNotOptimize(call(input));
+            }
+            state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * size);
+        };
+        auto* const benchmark = benchmark::RegisterBenchmark((m_Name + ":" + peer).c_str(), run);
+        for (const std::int64_t size : m_Sizes) {
+            benchmark->Arg(size);
+        }
+        return *this;
+    }
+
+private:
+    std::string m_Name;
+    Sizes m_Sizes;
+    MakeInput m_MakeInput;
+    Base m_Base;
+    const char* m_Locale;
+};
+
+// The same text whatever the size.
+inline auto always(const char* text)
+{
+    return [text](std::size_t) { return std::string(text); };
+}
+
+// As much of the sample, again and again, as has room in `size` bytes without cutting a character.
+inline std::string repeated(std::string_view sample, std::size_t size)
+{
+    std::string text;
+    while (text.size() < size) {
+        text += sample;
+    }
+    while (U8_IS_TRAIL(text[size])) {
+        --size;
+    }
+    text.resize(size);
+    return text;
+}
+
+inline std::string asciiText(std::size_t size)
+{
+    return repeated("The command make all failed with status 2. ", size);
+}
+
+inline std::string mixedText(std::size_t size)
+{
+    return repeated("Gr\u00F6\u00DFe \u041F\u0440\u0438\u0432\u0435\u0442, status 2, "
+                    "\u65E5\u672C\u8A9E \U0001F600: the command failed. ",
+                    size);
+}
+
+#endif
