@@ -20,9 +20,13 @@ namespace tarnix_cmn_4_4
 // semicolon or a number sign are comments, which an export does not keep.
 //
 // What the format cannot carry: a line end in any text, a '"' in the name of a value, and values of
-// the root section; the store takes them, but they do not come back from the file. A last line
-// without its line end is not read. Names are refused when they are longer than 255 bytes of UTF-8
-// or hold '[' or ']', those of values also with a backslash; so is the empty name of a section.
+// the root section; the store takes them, but they do not come back from the file, and a '/' in the
+// name of a section comes back as a backslash. A last line without its line end is not read. Names
+// are refused when they are longer than 255 bytes of UTF-8 or hold '[' or ']', those of values also
+// with a backslash; so is the empty name of a section, also as a part of a path.
+//
+// An import refuses what would harm the process: a file with a zero byte, a section more than 128
+// levels deep, more than 50000 levels of sections in all, and what is no plain file.
 //
 // Operations that give an int give 0 for success and otherwise the non-zero code of what failed;
 // nothing throws but exhausted memory. A null text counts as an empty one. The short get and set

@@ -94,13 +94,15 @@ private:
     struct StartHandles;
     struct Account;
     class TokenOwner;
+    enum class Awaited { byte, timeOut, givenUp, over }; // over: the read has ended without a byte
 
     int MakePipes(StartHandles& handles);
     DWORD PipeFailed(const char* format);
     void TraceSystemError(const char* format, DWORD error);
     bool ChildHasEnded();
-    void TraceReadFailure(const char* format, DWORD error);
-    bool AwaitByte(OVERLAPPED& read, long seconds, int* timedOut);
+    // Cold, so that compilers leave the registers to the loop that calls them.
+    [[gnu::cold]] void TraceReadFailure(const char* format, DWORD error);
+    [[gnu::cold]] Awaited AwaitByte(long seconds);
     void ClosePipes();
     int EndChild();
     int ReadExitStatus();

@@ -4,7 +4,9 @@
 #include "cmnfile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
 #include "cmnutf8.h"
+#include "platform_registry.h"
 
 #include <ace/Configuration_Import_Export.h>
 
@@ -25,6 +27,13 @@ constexpr int kFailed = -1; // the store's own code for what it refuses
 CCmnError failure(int code, const wchar_t* message, int line, const wchar_t* function)
 {
     return CCmnError(code, message, L"cmn\\src\\cmnconfiguration", line, function);
+}
+
+// Whether a path would lead to a section without a name: the store makes one, but with it in the
+// store no export succeeds.
+bool hasEmptyPart(const std::string& path)
+{
+    return path.empty() || path.back() == '\\' || path.find("\\\\") != std::string::npos;
 }
 
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
@@ -155,9 +164,9 @@ void CCmnConfiguration::openHeap()
 
 void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
 {
-    m_Path = tstr(path);
-    m_File = tstr(file);
-    m_FullPath = m_Path + m_File;
+    assign(m_Path, path);
+    assign(m_File, file);
+    assign(m_FullPath, m_Path, m_File);
 }
 
 // A file that is there stands in a directory that is there, and need not be asked for twice -
@@ -188,7 +197,8 @@ int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
         return code;
     const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp importer(m_Heap);
-    if (const int code = m_Opened ? importer.import_config(fullPath.c_str()) : kFailed) {
+    const bool may = m_Opened && TxMayImport(fullPath.c_str());
+    if (const int code = may ? importer.import_config(fullPath.c_str()) : kFailed) {
         m_LastError.setError(
             failure(code, L"Import of configuration file failed.", __LINE__, kImport));
         return code;
@@ -234,7 +244,7 @@ int CCmnConfiguration::openSection(const ACE_Configuration_Section_Key& base, co
                                    ACE_Configuration_Section_Key& result, int create)
 {
     std::string key;
-    if (!storeText(name, key))
+    if (!storeText(name, key) || hasEmptyPart(key))
         return kFailed;
     // The store changes its output on the way along a path, also when it fails in the end.
     ACE_Configuration_Section_Key opened;

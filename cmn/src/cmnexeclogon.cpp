@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -81,9 +82,11 @@ private:
 
 } // namespace
 
-// Where the account's SID lies for as long as the right is held.
+// What is needed for as long as the right is held: the account's SID, and the right's name, so that
+// to give it up takes no memory.
 struct CCmnExecPipeWindows::Account {
     alignas(TOKEN_USER) unsigned char bytes[512];
+    const std::wstring right = batchLogonRight;
 };
 
 void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
@@ -141,9 +144,8 @@ void CCmnExecPipeWindows::OpenPolicy()
 // One runner of the process at a time holds a right that it has added itself.
 void CCmnExecPipeWindows::AddRight()
 {
-    const std::wstring name = batchLogonRight;
     LSA_UNICODE_STRING right{};
-    InitLsaString(name, right);
+    InitLsaString(m_Account->right, right);
     const std::uint64_t start = clockTicks();
     while (!m_Lock.tryLock()) {
         if (clockTicks() > start + lockBudget) {
@@ -162,14 +164,18 @@ void CCmnExecPipeWindows::GiveUpRight()
         ForgetAccount();
         return;
     }
-    const std::wstring name = batchLogonRight;
     LSA_UNICODE_STRING right{};
-    InitLsaString(name, right);
+    InitLsaString(m_Account->right, right);
     m_RightAdded = 0; // once only, whatever comes: the lock may be another runner's afterwards
     if (m_Lock.isLocked()) {
         m_Lock.unlock();
     }
-    LsaNtStatusToWinError(LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
+    try {
+        LsaNtStatusToWinError(
+            LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
+    } catch (const std::bad_alloc&) {
+        // Like any other failure of it. The rest of the run has to be closed all the same.
+    }
     ForgetAccount();
 }
 

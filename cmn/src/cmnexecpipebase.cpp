@@ -42,9 +42,9 @@ CCmnExecPipeBase::CCmnExecPipeBase(const CCmnExecPipeBase& other)
       m_ContextFunctions(other.m_ContextFunctions),
       m_LastError(other.m_LastError),
       m_User(other.m_User),
-      m_Password(other.m_Password),
       m_Extra(other.m_Extra)
 {
+    m_Password = other.m_Password; // last: a copy that fails behind it would not wipe it
 }
 
 CCmnExecPipeBase& CCmnExecPipeBase::operator=(const CCmnExecPipeBase& other)

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 
 namespace tarnix_cmn_4_4
 {
@@ -52,8 +53,8 @@ void GetSystemErrorText(const DWORD& error, std::wstring& text)
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         nullptr, error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
         reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+    const std::unique_ptr<wchar_t, HLOCAL (*)(HLOCAL)> owner(buffer, LocalFree);
     text.assign(length > 0 ? buffer : L"");
-    LocalFree(buffer);
 }
 
 std::string GetPointerText(const void* pointer)
@@ -147,6 +148,7 @@ CCmnExecPipeWindows::~CCmnExecPipeWindows()
     } catch (...) {
         // Only the making of a record can fail, for want of memory, and nobody is left to read it.
     }
+    closeAndForget(m_ReadEvent); // which comes behind the record
 }
 
 void CCmnExecPipeWindows::Init()
@@ -346,33 +348,44 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
     }
     OVERLAPPED read{};
     read.hEvent = m_ReadEvent;
-    int count = 0;
-    while (count < size) {
+    const HANDLE output = m_OutputHandle; // nothing that is written to the buffer can change it
+    char* end = buffer;
+    char* const limit = buffer + size;
+    while (end < limit) {
         DWORD got = 0;
-        if (!ReadFile(m_OutputHandle, buffer + count, 1, &got, &read) &&
-            !AwaitByte(read, seconds, timedOut)) {
-            break;
+        if (!ReadFile(output, end, 1, &got, &read)) {
+            const Awaited awaited = AwaitByte(seconds);
+            if (awaited == Awaited::timeOut || awaited == Awaited::givenUp) {
+                // The state of the read lies on this stack: nothing may write to it later.
+                CancelIo(output);
+                GetOverlappedResult(output, &read, &got, true);
+                *timedOut = awaited == Awaited::timeOut ? 1 : 0;
+            }
+            if (awaited != Awaited::byte) {
+                break;
+            }
         }
-        if (!GetOverlappedResult(m_OutputHandle, &read, &got, true)) {
+        if (!GetOverlappedResult(output, &read, &got, true)) {
             TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: GetOverlappedResult failed, "
                              "Error Code: %d, Reason: %S",
                              GetLastError());
             break;
         }
+        const char byte = *end; // looked at here, a compiler still has it in a register
         if (got == 0) {
             break;
         }
-        if (buffer[count] == '\n') {
-            buffer[count] = '\0';
-            if (count > 0 && buffer[count - 1] == '\r') {
-                buffer[count - 1] = '\0';
+        if (byte == '\n') {
+            *end = '\0';
+            if (end > buffer && end[-1] == '\r') {
+                end[-1] = '\0';
             }
             return 1;
         }
-        ++count;
+        ++end;
     }
-    buffer[count] = '\0';
-    return count > 0 ? 1 : 0;
+    *end = '\0';
+    return end > buffer ? 1 : 0;
 }
 
 // From the moment this is true the status is no longer seen by Close; getExitStatus still tells it.
@@ -389,31 +402,28 @@ bool CCmnExecPipeWindows::ChildHasEnded()
     return true;
 }
 
-// After a ReadFile that gave false: waits for the byte. False when the output is over or did not
-// come in time.
-bool CCmnExecPipeWindows::AwaitByte(OVERLAPPED& read, long seconds, int* timedOut)
+// After a ReadFile that gave false: waits for the byte.
+CCmnExecPipeWindows::Awaited CCmnExecPipeWindows::AwaitByte(long seconds)
 {
     const DWORD error = GetLastError();
     if (error != ERROR_IO_PENDING) {
         TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: ReadFile failed, Error Code: %d, "
                          "Reason: %S",
                          error);
-        return false;
+        return Awaited::over;
     }
-    DWORD woken = WAIT_OBJECT_0;
-    if (seconds != 0) {
-        const HANDLE awaited[] = {m_ProcessHandle, m_ReadEvent};
-        woken = WaitForMultipleObjectsEx(2, awaited, false, toMilliseconds(seconds), false);
-        if (woken != WAIT_OBJECT_0 && woken != WAIT_TIMEOUT) {
-            return true;
-        }
+    if (seconds == 0) {
+        return Awaited::givenUp;
     }
-    // The read's state and its byte lie on the stack of ReadLine: nothing may write to them later.
-    DWORD count = 0;
-    CancelIo(m_OutputHandle);
-    GetOverlappedResult(m_OutputHandle, &read, &count, true);
-    *timedOut = woken == WAIT_TIMEOUT ? 1 : 0;
-    return false;
+    const HANDLE awaited[] = {m_ProcessHandle, m_ReadEvent};
+    switch (WaitForMultipleObjectsEx(2, awaited, false, toMilliseconds(seconds), false)) {
+    case WAIT_OBJECT_0: // the child has ended
+        return Awaited::givenUp;
+    case WAIT_TIMEOUT:
+        return Awaited::timeOut;
+    default:
+        return Awaited::byte;
+    }
 }
 
 void CCmnExecPipeWindows::TraceReadFailure(const char* format, DWORD error)

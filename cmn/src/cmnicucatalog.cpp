@@ -3,10 +3,12 @@
 
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
 #include "cmnutf16.h"
 
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <unicode/locid.h>
 #include <unicode/uloc.h>
 
@@ -29,14 +31,14 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
-// With one allocation: a text has at least as many UTF-16 units as characters.
+// With one allocation, as a rule: a text has at least as many UTF-16 units as characters.
 tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
     tstr result;
-    result.fast_resize(name.length() + std::size(kSeparator) +
-                       static_cast<std::size_t>(text.length()));
-    result += name;
-    result += kSeparator;
+    makeRoom(result,
+             name.length() + std::size(kSeparator) + static_cast<std::size_t>(text.length()));
+    append(result, name);
+    append(result, kSeparator);
     appendWide(result, text);
     return result;
 }
@@ -52,9 +54,8 @@ CCmnMessageCatalog::~CCmnMessageCatalog() = default;
 
 tstr CCmnMessageCatalog::keyInBrackets(const std::string& key)
 {
-    tstr text(L"<");
-    text += CCmnStringTool::str2tstr(key);
-    text += L">";
+    tstr text;
+    assign(text, L"<", CCmnStringTool::str2tstr(key), L">");
     return text;
 }
 
@@ -71,7 +72,7 @@ int CCmnIcuMessageCatalog::init()
     tstr file;
     if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0)
         return kNotOpened;
-    m_Path = directory + file;
+    assign(m_Path, directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
     // ICU looks in its default locale too before it comes to the root.
     if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault()))
@@ -79,6 +80,8 @@ int CCmnIcuMessageCatalog::init()
     UErrorCode status = U_ZERO_ERROR;
     m_Bundle =
         std::make_unique<icu::ResourceBundle>(CCmnStringTool::tstr2ustr(m_Path), locale, status);
+    if (!m_Bundle) // ICU's operator new gives null
+        throw std::bad_alloc();
     return status == U_ZERO_ERROR || status == U_USING_DEFAULT_WARNING ? 0 : kNotOpened;
 }
 
@@ -90,9 +93,12 @@ tstr CCmnIcuMessageCatalog::getMessage(const std::string& key, const wchar_t* de
         if (U_SUCCESS(status))
             return withName(m_Name, text);
     }
+    tstr text;
     if (defaultText)
-        return tstr(defaultText);
-    return m_Name + kSeparator + keyInBrackets(key);
+        assign(text, defaultText);
+    else
+        assign(text, m_Name, kSeparator, keyInBrackets(key));
+    return text;
 }
 
 } // namespace tarnix_cmn_4_4

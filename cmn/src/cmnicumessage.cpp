@@ -18,6 +18,7 @@
 #include <string_view>
 #include <unicode/msgfmt.h>
 #include <unicode/unistr.h>
+#include <utility>
 #include <vector>
 
 namespace tarnix_cmn_4_4
@@ -229,6 +230,15 @@ double readDouble(std::string_view text)
     return isWhole && isPointDecimal() ? number : CCmnStringTool::str2double(std::string(text));
 }
 
+// As setString, which would leave the argument without a text where memory is refused.
+void setText(Formattable& argument, icu::UnicodeString text)
+{
+    auto owned = std::make_unique<icu::UnicodeString>(std::move(text));
+    if (!owned)
+        throw std::bad_alloc(); // ICU's operator new gives null
+    argument.adoptString(owned.release());
+}
+
 void readValue(Formattable& argument, const ValueText& value)
 {
     switch (value.type) {
@@ -236,7 +246,7 @@ void readValue(Formattable& argument, const ValueText& value)
         argument.setLong(readLong(value.text));
         break;
     case Formattable::kString:
-        argument.setString(fromUtf8(value.text));
+        setText(argument, fromUtf8(value.text));
         break;
     default: // a date comes back as the double that it was written as
         argument.setDouble(readDouble(value.text));
@@ -253,6 +263,39 @@ void readValues(Formattable& array, const std::vector<ValueText>& values)
     for (std::size_t i = 0; i < values.size(); ++i)
         readValue(arguments[i], values[i]);
     array.adoptArray(arguments.release(), static_cast<std::int32_t>(values.size()));
+}
+
+// ---- Copying -----------------------------------------------------------------------------------
+
+// As assignments of Formattable, which do not look whether there was memory.
+void copyArguments(Formattable& array, const ArgumentList& list);
+
+void copyText(Formattable& argument, const icu::UnicodeString& text)
+{
+    icu::UnicodeString copy(text);
+    if (copy.isBogus() && !text.isBogus())
+        throw std::bad_alloc();
+    setText(argument, std::move(copy));
+}
+
+void copyValue(Formattable& argument, const Formattable& source)
+{
+    if (source.getType() == Formattable::kString)
+        copyText(argument, source.getString());
+    else if (source.getType() == Formattable::kArray)
+        copyArguments(argument, argumentsOf(source));
+    else
+        argument = source;
+}
+
+void copyArguments(Formattable& array, const ArgumentList& list)
+{
+    auto arguments = std::make_unique<Formattable[]>(static_cast<std::size_t>(list.count));
+    if (!arguments)
+        throw std::bad_alloc();
+    for (std::int32_t i = 0; i < list.count; ++i)
+        copyValue(arguments.get()[i], list.first[i]);
+    array.adoptArray(arguments.release(), list.count);
 }
 
 // ---- Formatting --------------------------------------------------------------------------------
@@ -280,8 +323,6 @@ bool formatsToItself(const tstr& pattern)
 tstr toWide(const icu::UnicodeString& text)
 {
     tstr result;
-    if (!text.isEmpty())
-        result.fast_resize(static_cast<std::size_t>(text.length()));
     appendWide(result, text);
     return result;
 }
@@ -295,8 +336,9 @@ CCmnMessage::CCmnMessage(const char* msgId, tarnix_eseverity severity, const cha
 
 CCmnIcuMessage::CCmnIcuMessage(const char* msgId, const Formattable* args, int count,
                                tarnix_eseverity severity, const char* file, int line)
-    : CCmnMessage(msgId, severity, file, line), m_Arguments(args, std::max(count, 0))
+    : CCmnMessage(msgId, severity, file, line)
 {
+    copyArguments(m_Arguments, {args, std::max(count, 0)});
 }
 
 CCmnIcuMessage::CCmnIcuMessage(const SCmnMessageInfo* info)
@@ -305,18 +347,16 @@ CCmnIcuMessage::CCmnIcuMessage(const SCmnMessageInfo* info)
 }
 
 CCmnIcuMessage::CCmnIcuMessage(const CCmnIcuMessage& other)
-    : CCmnMessage(other),
-      m_Arguments(other.m_Arguments),
-      m_Info(other.m_Info),
-      m_Serialized(other.m_Serialized)
+    : CCmnMessage(other), m_Info(other.m_Info), m_Serialized(other.m_Serialized)
 {
+    copyArguments(m_Arguments, argumentsOf(other.m_Arguments));
     ownRecord();
 }
 
 CCmnIcuMessage& CCmnIcuMessage::operator=(const CCmnIcuMessage& other)
 {
     CCmnMessage::operator=(other);
-    m_Arguments = other.m_Arguments;
+    copyArguments(m_Arguments, argumentsOf(other.m_Arguments));
     m_Info = other.m_Info;
     m_Serialized = other.m_Serialized;
     ownRecord();
@@ -372,17 +412,19 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
 
 tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
-    if (formatsToItself(pattern))
-        return pattern;
+    tstr result; // the only one: a copy of a tstr may get no memory, and does not tell
+    result.swap(pattern);
+    if (formatsToItself(result))
+        return result;
     const ArgumentList arguments = argumentsOf(m_Arguments);
     char16_t room[kFormatRoom];
     icu::UnicodeString output(room, 0, kFormatRoom); // over the room as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
-    icu::MessageFormat::format(CCmnStringTool::tstr2ustr(pattern), arguments.first, arguments.count,
+    icu::MessageFormat::format(CCmnStringTool::tstr2ustr(result), arguments.first, arguments.count,
                                output, status);
-    if (U_FAILURE(status) && output.isEmpty())
-        return pattern;
-    return toWide(output);
+    if (U_SUCCESS(status) || !output.isEmpty())
+        toWide(output).swap(result);
+    return result;
 }
 
 } // namespace tarnix_cmn_4_4

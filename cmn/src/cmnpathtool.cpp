@@ -4,6 +4,7 @@
 #include "TX_sscanf.h"
 #include "cmnfile.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
 #include "platform_registry.h"
 
 #include <ace/OS_NS_sys_stat.h>
@@ -39,13 +40,9 @@ int readLocalMachine(const wchar_t* section, const wchar_t* name, tstr& value)
 
 int fileInfo(const FileKind& kind, const tstr& name, tstr& dir, tstr& file)
 {
-    tstr fileName;
-    fileName += kind.prefix;
-    fileName += name;
-    fileName += kind.ending;
-    file = fileName; // not before: the caller may have passed one text as both
+    assign(file, kind.prefix, name, kind.ending); // file and name may be one text
     CCmnPathTool::getInstallPath(dir);
-    dir += kind.directory;
+    append(dir, kind.directory);
     if (CCmnPathTool::verify(dir.c_str()) != 0)
         ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str(), 0755);
     return 0;
@@ -98,14 +95,16 @@ int CCmnPathTool::verify(const wchar_t* path)
 int CCmnSGDConfiguration::getTraceConfigFileInfo(tstr& dir, tstr& file)
 {
     CCmnPathTool::getProgramFilesDir(dir);
-    dir += L"/Orvane/Stellgard/";
-    file = L"sgdlog.conf";
+    append(dir, L"/Orvane/Stellgard/");
+    assign(file, L"sgdlog.conf");
     return 0;
 }
 
 int CCmnSGDConfiguration::getTraceLevel(tstr& dir, tstr& file, int& level)
 {
-    const CmnFile config = openFile(CCmnStringTool::tstr2str(dir + file), "r");
+    tstr path;
+    assign(path, dir, file);
+    const CmnFile config = openFile(CCmnStringTool::tstr2str(path), "r");
     if (!config)
         return kNotOpened;
     char line[256];

@@ -5,6 +5,7 @@
 #include "cmnfile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
 #include "cmnutf8.h"
 
 #include <ace/ACE.h>
@@ -126,17 +127,17 @@ CCmnTraceLog::~CCmnTraceLog() = default;
 
 void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, bool toStdout)
 {
-    m_Name = name;
+    assign(m_Name, name);
     m_ToStdout = toStdout;
     try {
         initTraceSettings(dir, file, level);
     } catch (...) {
         std::printf("ERROR: CCmnTraceLog: Failed to initialize log settings\n");
     }
-    m_TraceFile = file;
-    m_TraceDir = dir;
+    assign(m_TraceFile, file);
+    assign(m_TraceDir, dir);
     m_Settings.setLevel(level);
-    m_TracePath = m_TraceDir + tstr(L"/") + m_TraceFile;
+    assign(m_TracePath, dir, L"/", file);
     if (openToAppend(m_TracePath))
         m_Initialized = true;
     else

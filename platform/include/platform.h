@@ -125,14 +125,35 @@ constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
+namespace tarnix_platform
+{
+
+struct ReadAhead;
+
+// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
+// as the block's own number is that of the lease. Zeroed: none.
+struct ReadLease {
+    ReadAhead* ahead;
+    std::uint64_t number;
+    std::size_t at;
+    std::size_t end;
+    HANDLE file;
+};
+
+} // namespace tarnix_platform
+
 // The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
-// read fills, until the read has ended or was cancelled.
+// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
+// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
+// next one of that end pends.
 struct OVERLAPPED {
-    ULONG_PTR Internal;     // 0: ended well; otherwise the error, or ERROR_IO_PENDING
-    ULONG_PTR InternalHigh; // bytes read
-    DWORD Offset;           // not used
-    DWORD OffsetHigh;       // not used
-    HANDLE hEvent;          // signalled when a pending read ends
+    ULONG_PTR Internal;               // 0: ended well; otherwise the error, or ERROR_IO_PENDING
+    ULONG_PTR InternalHigh;           // bytes read
+    DWORD Offset;                     // not used
+    DWORD OffsetHigh;                 // not used
+    HANDLE hEvent;                    // signalled when a pending read ends
+    tarnix_platform::ReadLease Lease; // the layer's own, and so is
+    ULONG_PTR Pending;                // the number of the read that pends, or 0
 };
 
 // The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this

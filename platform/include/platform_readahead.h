@@ -1,7 +1,8 @@
 // The short road of one-byte reads. Included by platform.h; not for use by itself.
 //
 // The runner reads byte by byte. A byte must cost neither a system call nor a lock nor a look-up,
-// so a pipe end holds what one large read brought, and these two operations take from there.
+// so a pipe end holds what one large read brought, and these two operations take from there. The
+// state of a read leases what is there: between its bytes it only asks whether the lease holds.
 #ifndef TARNIX_PLATFORM_READAHEAD_H
 #define TARNIX_PLATFORM_READAHEAD_H
 
@@ -22,6 +23,7 @@ struct ReadAhead {
     // so that two threads which read one end against the rules get wrong bytes and nothing worse.
     std::atomic<std::uint32_t> at{0};
     std::atomic<std::uint32_t> end{0};
+    std::atomic<std::uint64_t> lease{0}; // number of the one lease that holds
     std::atomic<HANDLE> writer{nullptr}; // first handle of the child that writes here
     unsigned char bytes[capacity];
 
@@ -31,13 +33,39 @@ struct ReadAhead {
     {
         return at.load(std::memory_order_relaxed) >= end.load(std::memory_order_relaxed);
     }
+
+    // Whatever moves `at` or `end` without the lease ends it by this, and so does whatever takes
+    // the block from a handle.
+    std::uint64_t renewLease()
+    {
+        const std::uint64_t number = lease.load(std::memory_order_relaxed) + 1;
+        lease.store(number, std::memory_order_relaxed);
+        return number;
+    }
+};
+
+// The block of a client end.
+class AheadLink
+{
+public:
+    ReadAhead* load(std::memory_order order) const { return m_Ahead.load(order); }
+    void store(ReadAhead* ahead, std::memory_order order)
+    {
+        if (ReadAhead* former = m_Ahead.load(std::memory_order_relaxed)) {
+            former->renewLease(); // of a closed handle, among others
+        }
+        m_Ahead.store(ahead, order);
+    }
+
+private:
+    std::atomic<ReadAhead*> m_Ahead{nullptr};
 };
 
 // What the short road needs of a handle. `owner` is the open handle that uses the place, so a
 // closed or reused one never matches.
 struct FastSlot {
     std::atomic<HANDLE> owner{nullptr};
-    std::atomic<ReadAhead*> ahead{nullptr};  // of a client end: what can be read
+    AheadLink ahead;                         // of a client end: what can be read
     std::atomic<ReadAhead*> output{nullptr}; // of a process: where its output is read,
     std::atomic<HANDLE> writer{nullptr};     // as long as this is its writer
 };
@@ -50,37 +78,103 @@ inline FastSlot& fastSlot(HANDLE handle)
     return g_fastSlots[(reinterpret_cast<std::uintptr_t>(handle) >> 2) % maxHandles];
 }
 
+inline bool likely(bool condition)
+{
+    return __builtin_expect(condition, true);
+}
+
+// Gives the state a lease on what was read ahead, if there is something.
+inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
+{
+    const FastSlot& fast = fastSlot(file);
+    ReadAhead* ahead = fast.ahead.load(std::memory_order_acquire);
+    if (ahead == nullptr || fast.owner.load(std::memory_order_relaxed) != file) {
+        return false;
+    }
+    state.Lease.at = ahead->at.load(std::memory_order_relaxed);
+    state.Lease.end = ahead->end.load(std::memory_order_relaxed);
+    state.Lease.ahead = ahead;
+    state.Lease.number = ahead->renewLease();
+    state.Lease.file = file;
+    return state.Lease.at < state.Lease.end;
+}
+
+// False also for a handle that was closed, or after another state has read.
+inline bool holdsLease(HANDLE file, const ReadLease& lease)
+{
+    return likely(lease.at < lease.end) && likely(lease.file == file) &&
+           likely(lease.ahead->lease.load(std::memory_order_relaxed) == lease.number);
+}
+
+// One byte by the lease. The place comes from the caller's state, which a compiler keeps in
+// registers; the block is only told of it, for whoever looks there next.
+inline void takeByte(void* buffer, OVERLAPPED& state)
+{
+    ReadLease& lease = state.Lease;
+    ++lease.at;
+    lease.ahead->at.store(static_cast<std::uint32_t>(lease.at), std::memory_order_relaxed);
+    *static_cast<unsigned char*>(buffer) = lease.ahead->bytes[lease.at - 1];
+    state.Internal = 0;
+    state.InternalHigh = 1;
+}
+
 // The whole of ReadFile and GetOverlappedResult.
 BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 } // namespace tarnix_platform
 
+// Both hand a copy of the caller's state on: a state whose address has left the caller could not
+// stay in registers. It is copied field by field, as far as it is needed: fields that are copied
+// together g++ would keep together in a vector register, and unpack for each byte.
 inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
-    const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(file);
-    tarnix_platform::ReadAhead* ahead = fast.ahead.load(std::memory_order_acquire);
-    if (ahead != nullptr && size == 1 && fast.owner.load(std::memory_order_relaxed) == file) {
-        const std::uint32_t at = ahead->at.load(std::memory_order_relaxed);
-        if (at < ahead->end.load(std::memory_order_relaxed)) {
-            *static_cast<unsigned char*>(buffer) = ahead->bytes[at];
-            ahead->at.store(at + 1, std::memory_order_relaxed);
-            *count = 1;
-            overlapped->Internal = 0;
-            overlapped->InternalHigh = 1;
-            return true;
-        }
+    if (count == nullptr || overlapped == nullptr) {
+        return tarnix_platform::readFile(file, buffer, size, count, overlapped);
     }
-    return tarnix_platform::readFile(file, buffer, size, count, overlapped);
+    // Two roads that do not meet: the loop of a caller stays on the first.
+    if (size == 1 && tarnix_platform::holdsLease(file, overlapped->Lease)) {
+        tarnix_platform::takeByte(buffer, *overlapped);
+        *count = 1;
+        return true;
+    }
+    if (size == 1 && tarnix_platform::leaseAhead(file, *overlapped)) {
+        tarnix_platform::takeByte(buffer, *overlapped);
+        *count = 1;
+        return true;
+    }
+    DWORD got = 0;
+    OVERLAPPED state{};
+    state.hEvent = overlapped->hEvent;
+    state.Pending = overlapped->Pending;
+    const BOOL result = tarnix_platform::readFile(file, buffer, size, &got, &state);
+    overlapped->Internal = state.Internal;
+    overlapped->InternalHigh = state.InternalHigh;
+    overlapped->Offset = state.Offset;
+    overlapped->Pending = state.Pending;
+    overlapped->Lease = tarnix_platform::ReadLease{};
+    *count = got;
+    return result;
 }
 
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
-    if (overlapped->Internal != 0) {
-        return tarnix_platform::overlappedResult(file, overlapped, count, wait);
+    if (tarnix_platform::likely(overlapped->Internal == 0)) {
+        *count = static_cast<DWORD>(overlapped->InternalHigh);
+        return true;
     }
-    *count = static_cast<DWORD>(overlapped->InternalHigh);
-    return true;
+    DWORD got = 0;
+    OVERLAPPED state{};
+    state.Internal = overlapped->Internal;
+    state.Offset = overlapped->Offset;
+    state.Pending = overlapped->Pending;
+    const BOOL result = tarnix_platform::overlappedResult(file, &state, &got, wait);
+    overlapped->Internal = state.Internal;
+    overlapped->InternalHigh = state.InternalHigh;
+    overlapped->Pending = state.Pending;
+    overlapped->Lease = tarnix_platform::ReadLease{};
+    *count = got;
+    return result;
 }
 
 #endif

@@ -30,8 +30,10 @@ public:
             m_Free.pop_back();
         } else if (m_Entries.size() < maxHandles) {
             place = m_Entries.size();
+            if (m_Free.capacity() <= place) { // close must not allocate, nor a place be lost
+                m_Free.reserve(2 * place + 1);
+            }
             m_Entries.emplace_back();
-            m_Free.reserve(m_Entries.capacity()); // so that close allocates nothing
         } else {
             fail(EMFILE);
             return nullptr;

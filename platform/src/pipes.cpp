@@ -25,8 +25,10 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         if (m_Free.empty()) {
+            if (m_Free.capacity() <= m_All.size()) { // give must not allocate, nor a block be lost
+                m_Free.reserve(2 * m_All.size() + 1);
+            }
             m_All.push_back(std::make_unique<ReadAhead>());
-            m_Free.reserve(m_All.capacity());
             return m_All.back().get();
         }
         ReadAhead* block = m_Free.back();
@@ -37,6 +39,7 @@ public:
     void give(ReadAhead* block)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
+        block->renewLease();
         block->writer.store(nullptr, std::memory_order_relaxed);
         block->end.store(0, std::memory_order_relaxed);
         block->at.store(0, std::memory_order_relaxed);
@@ -119,6 +122,13 @@ PipeNames& names()
     return instance;
 }
 
+// A refused read leaves the state of one that pends as it is.
+bool refuse(OVERLAPPED& state, int error)
+{
+    state.Internal = state.Pending != 0 ? ERROR_IO_PENDING : static_cast<ULONG_PTR>(error);
+    return fail(error);
+}
+
 } // namespace
 
 // ---- Event -------------------------------------------------------------------------------------
@@ -179,7 +189,7 @@ void Pipe::closeServer()
 void Pipe::closeClient()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Pending.overlapped != nullptr) {
+    if (m_Pending.buffer != nullptr) {
         finish(ECANCELED, 0);
     }
     m_ReadFd.reset();
@@ -249,6 +259,7 @@ DWORD Pipe::take(void* buffer, DWORD size)
     const std::uint32_t end = m_Ahead->end.load(std::memory_order_relaxed);
     const std::uint32_t at = std::min(m_Ahead->at.load(std::memory_order_relaxed), end);
     const DWORD count = std::min(size, end - at);
+    m_Ahead->renewLease();
     std::memcpy(buffer, m_Ahead->bytes + at, count);
     m_Ahead->at.store(at + count, std::memory_order_relaxed);
     return count;
@@ -258,9 +269,10 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
                 OVERLAPPED* overlapped)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Pending.overlapped != nullptr) {
-        return fail(EBUSY);
+    if (m_Pending.buffer != nullptr) {
+        return refuse(*overlapped, EBUSY);
     }
+    overlapped->Pending = 0;
     int error = 0;
     switch (m_Ahead->empty() ? fill(error) : ReadState::data) {
     case ReadState::data:
@@ -283,16 +295,16 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     }
     m_Pending.buffer = buffer;
     m_Pending.size = size;
-    m_Pending.overlapped = overlapped;
     overlapped->Internal = ERROR_IO_PENDING;
     overlapped->InternalHigh = 0;
+    overlapped->Pending = ++m_Outcome.number;
     return fail(ERROR_IO_PENDING);
 }
 
 void Pipe::finish(ULONG_PTR status, DWORD count)
 {
-    m_Pending.overlapped->InternalHigh = count;
-    m_Pending.overlapped->Internal = status;
+    m_Outcome.status = status;
+    m_Outcome.count = count;
     if (m_Pending.event) {
         m_Pending.event->signal();
     }
@@ -302,7 +314,7 @@ void Pipe::finish(ULONG_PTR status, DWORD count)
 ReadState Pipe::complete(bool alsoOver)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Pending.overlapped == nullptr) {
+    if (m_Pending.buffer == nullptr) {
         return ReadState::data;
     }
     int error = 0;
@@ -320,16 +332,26 @@ ReadState Pipe::complete(bool alsoOver)
 bool Pipe::pending() const
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    return m_Pending.overlapped != nullptr;
+    return m_Pending.buffer != nullptr;
 }
 
 void Pipe::cancel()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Pending.overlapped != nullptr) {
-        m_Pending.overlapped->Internal = ECANCELED;
+    if (m_Pending.buffer != nullptr) {
+        m_Outcome.status = ECANCELED;
+        m_Outcome.count = 0;
         m_Pending = PendingRead{};
     }
+}
+
+void Pipe::outcome(OVERLAPPED& state) const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    const bool known = state.Pending == m_Outcome.number;
+    state.Internal = known ? m_Outcome.status : ECANCELED;
+    state.InternalHigh = known ? m_Outcome.count : 0;
+    state.Pending = 0;
 }
 
 // ---- PipeEnd -----------------------------------------------------------------------------------
@@ -371,12 +393,13 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DW
         fail(EINVAL);
         return INVALID_HANDLE_VALUE;
     }
-    auto pipe = std::make_shared<Pipe>(name);
+    const auto pipe = std::make_shared<Pipe>(name);
+    // The end comes before the name, which it gives up again however this goes on.
+    const auto end = std::make_shared<PipeEnd>(pipe, Side::server);
     if (!pipe->create() || !tarnix_platform::names().add(pipe, maxInstances)) {
         return INVALID_HANDLE_VALUE;
     }
-    const HANDLE handle =
-        tarnix_platform::openHandle(std::make_shared<PipeEnd>(std::move(pipe), Side::server));
+    const HANDLE handle = tarnix_platform::openHandle(end);
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
@@ -400,15 +423,15 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
 BOOL tarnix_platform::readFile(HANDLE file, void* buffer, DWORD size, DWORD* count,
                                OVERLAPPED* overlapped)
 {
-    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
-    if (!end) {
-        return false;
-    }
-    if (end->side() != Side::client) {
-        return fail(EBADF);
-    }
-    if (buffer == nullptr || size == 0 || count == nullptr || overlapped == nullptr) {
+    if (overlapped == nullptr) {
         return fail(EINVAL);
+    }
+    if (buffer == nullptr || size == 0 || count == nullptr) {
+        return refuse(*overlapped, EINVAL);
+    }
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+    if (!end || end->side() != Side::client) {
+        return refuse(*overlapped, EBADF);
     }
     const BOOL result = end->pipe()->read(end, buffer, size, count, overlapped);
     setAhead(file, end->pipe()->ahead());
@@ -420,11 +443,12 @@ BOOL tarnix_platform::overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWOR
     if (overlapped->Internal == ERROR_IO_PENDING) {
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
         if (!end) {
-            return false;
+            return fail(ECANCELED); // by the closing
         }
         if (!awaitRead(*end->pipe(), wait != 0)) {
             return fail(ERROR_IO_PENDING);
         }
+        end->pipe()->outcome(*overlapped);
     }
     *count = static_cast<DWORD>(overlapped->InternalHigh);
     return overlapped->Internal == 0 ? true : fail(static_cast<DWORD>(overlapped->Internal));

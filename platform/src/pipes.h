@@ -69,12 +69,21 @@ public:
     ReadState complete(bool alsoOver);
     bool pending() const;
 
+    // How the pending read of this state ended.
+    void outcome(OVERLAPPED& state) const;
+
 private:
     struct PendingRead {
         void* buffer = nullptr;
         DWORD size = 0;
-        OVERLAPPED* overlapped = nullptr;
         std::shared_ptr<Event> event;
+    };
+
+    // Of the last pending read.
+    struct Outcome {
+        ULONG_PTR number = 0;
+        ULONG_PTR status = 0;
+        DWORD count = 0;
     };
 
     ReadState fill(int& error);
@@ -86,7 +95,8 @@ private:
     UniqueFd m_ReadFd;
     UniqueFd m_WriteFd;
     ReadAhead* m_Ahead = nullptr;
-    PendingRead m_Pending;
+    PendingRead m_Pending; // none without a buffer
+    Outcome m_Outcome;
     std::size_t m_Left = 0; // bytes that may still be read once the pipe is sealed
     bool m_Sealed = false;
     bool m_NonBlocking = false;

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string>
 
 namespace
@@ -62,7 +63,9 @@ ACE_Configuration_Win32Registry::ACE_Configuration_Win32Registry(HKEY hive)
     auto heap = std::make_unique<ACE_Configuration_Heap>();
     if (hive != HKEY_LOCAL_MACHINE || heap->open(kMapSize) != 0)
         return;
-    ACE_Registry_ImpExp(*heap).import_config(registryFile().c_str());
+    const std::string file = registryFile();
+    if (TxMayImport(file.c_str()))
+        ACE_Registry_ImpExp(*heap).import_config(file.c_str());
     m_Heap = std::move(heap);
 }
 
@@ -91,6 +94,9 @@ int ACE_Configuration_Win32Registry::get_string_value(const ACE_Configuration_Se
     ACE_TString stored;
     if (!m_Heap || m_Heap->get_string_value(key, toUtf8(name).c_str(), stored) != 0)
         return kFailed;
-    value = ACE_String_Base<wchar_t>(fromUtf8(stored.c_str()).c_str());
+    const std::wstring text = fromUtf8(stored.c_str());
+    value = ACE_String_Base<wchar_t>(text.c_str());
+    if (value.length() != text.size())
+        throw std::bad_alloc(); // the string itself does not tell
     return 0;
 }

@@ -295,10 +295,13 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
     if (!checkAccount(policy, account, name) || !readLines(rightsFile(), lines)) {
         return toStatus(false);
     }
+    // A longer one would wrap in the 16 bits of its length, and might then read as another right.
+    constexpr std::size_t longest = UINT16_MAX / sizeof(wchar_t) - 1;
     const std::string start = name + " ";
     std::vector<std::string> found;
     for (const std::string& line : lines) {
-        if (line.size() > start.size() && line.compare(0, start.size(), start) == 0) {
+        if (line.size() > start.size() && line.size() <= start.size() + longest &&
+            line.compare(0, start.size(), start) == 0) {
             found.push_back(line.substr(start.size()));
         }
     }

@@ -1,0 +1,55 @@
+// Texts put together by ACE's strings with a look at whether there was memory. They do not tell:
+// they stay as they were, and their operator + and fast_resize write to address zero.
+#ifndef TARNIX_CMNTSTR_H
+#define TARNIX_CMNTSTR_H
+
+#include "cmntypes.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cwchar>
+#include <new>
+
+namespace tarnix_cmn_4_4
+{
+
+inline void append(tstr& target, const wchar_t* text, std::size_t length)
+{
+    const std::size_t expected = target.length() + length;
+    target.append(text, length);
+    if (target.length() != expected)
+        throw std::bad_alloc();
+}
+
+inline void append(tstr& target, const tstr& text)
+{
+    append(target, text.c_str(), text.length());
+}
+
+// Room for a text of usual length, in a text that is empty; fast_resize would do it for any.
+inline void makeRoom(tstr& empty, std::size_t units)
+{
+    constexpr std::size_t usual = 256;
+    static constexpr wchar_t none[usual] = {};
+    append(empty, none, std::min(units, usual));
+    empty.fast_clear();
+}
+
+// Null counts as the empty text.
+inline void append(tstr& target, const wchar_t* text)
+{
+    append(target, text, text ? std::wcslen(text) : 0);
+}
+
+// The target, which may be one of the texts, stays as it was when memory is refused.
+template <class... Texts>
+void assign(tstr& target, const Texts&... texts)
+{
+    tstr joined;
+    (append(joined, texts), ...);
+    joined.swap(target);
+}
+
+} // namespace tarnix_cmn_4_4
+
+#endif
