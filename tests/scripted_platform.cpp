@@ -1,11 +1,13 @@
 // See scripted_platform.h. Handles are numbers; nothing of the system is touched.
 #include "scripted_platform.h"
 
+#include "refusal.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <gtest/gtest.h>
-#include <stdexcept>
+#include <sstream>
 
 Script script;
 tarnix_platform::FastSlot tarnix_platform::g_fastSlots[tarnix_platform::maxHandles];
@@ -25,26 +27,43 @@ namespace
 {
 
 // Takes note of a call, and tells whether it succeeds.
-bool does(const std::string& operation, const std::string& details = "")
+template <class... Details>
+bool does(const char* operation, const Details&... details)
 {
-    script.log.push_back(operation + (details.empty() ? "" : " ") + details);
-    const auto found = script.failCall.find(operation);
-    if (++script.calls[operation] != (found == script.failCall.end() ? 0 : found->second)) {
+    const Calm calm;
+    std::ostringstream entry;
+    entry << operation;
+    ((entry << ' ' << details), ...);
+    script.log.push_back(entry.str());
+    const int call = ++script.calls[operation];
+    if (script.operation != operation || call < script.call ||
+        (call > script.call && !script.onwards)) {
         return true;
+    }
+    if (script.throws) {
+        throw std::bad_alloc();
     }
     script.lastError = script.error;
     return false;
 }
 
+void* handOut(void* what)
+{
+    const Calm calm;
+    return *script.open.insert(what).first;
+}
+
 HANDLE give(HANDLE onFailure, bool good)
 {
     static std::uintptr_t next = 100;
-    if (!good) {
-        return onFailure;
-    }
-    const HANDLE handle = reinterpret_cast<HANDLE>(next += 4);
-    script.open.insert(handle);
-    return handle;
+    return good ? handOut(reinterpret_cast<HANDLE>(next += 4)) : onFailure;
+}
+
+bool takeBack(void* what)
+{
+    const bool wasOpen = script.open.erase(what) > 0;
+    script.wrongCloses += wasOpen ? 0 : 1;
+    return wasOpen;
 }
 
 template <class Value>
@@ -57,21 +76,32 @@ Value next(std::deque<Value>& values, Value otherwise)
     return otherwise;
 }
 
-std::string text(DWORD number) { return std::to_string(number); }
-
-BOOL start(const char* how, const std::string& command, DWORD flags, const char* directory,
+BOOL start(const char* how, const char* command, DWORD flags, const char* directory,
            PROCESS_INFORMATION* information)
 {
-    script.log.push_back(how + (" " + command) + " in " + (directory ? directory : "null") +
-                         " flags " + text(flags));
-    if (script.startThrows) {
-        throw std::runtime_error("scripted");
-    }
-    if (!does("Start")) {
+    if (!does(how, command, "in", directory ? directory : "null", "flags", flags)) {
         return false;
     }
     *information = {give(nullptr, true), give(nullptr, true), 4711, 4711};
+    script.childRuns = true;
     return true;
+}
+
+DWORD waited(DWORD woken)
+{
+    script.childRuns = script.childRuns && woken != WAIT_OBJECT_0;
+    return woken;
+}
+
+bool isEntitled()
+{
+    const Calm calm;
+    return script.rights.count("SeBatchLogonRight") > 0;
+}
+
+std::string nameOf(const LSA_UNICODE_STRING& right)
+{
+    return std::string(right.Buffer, right.Buffer + right.Length / sizeof(wchar_t));
 }
 
 } // namespace
@@ -83,26 +113,23 @@ DWORD FormatMessageW(DWORD, const void*, DWORD error, DWORD, wchar_t* buffer, DW
     if (!does("FormatMessageW")) {
         return 0;
     }
-    *reinterpret_cast<wchar_t**>(buffer) =
-        wcsdup((L"scripted error " + std::to_wstring(error)).c_str());
+    const Calm calm;
+    wchar_t* const text = wcsdup((L"scripted error " + std::to_wstring(error)).c_str());
+    *reinterpret_cast<void**>(buffer) = handOut(text);
     return 1;
 }
 HLOCAL LocalFree(HLOCAL memory)
 {
-    std::free(memory);
+    if (memory && takeBack(memory)) {
+        std::free(memory);
+    }
     return nullptr;
 }
-BOOL CloseHandle(HANDLE handle)
-{
-    const bool wasOpen = script.open.erase(handle) > 0;
-    script.wrongCloses += wasOpen ? 0 : 1;
-    return wasOpen && does("CloseHandle");
-}
+BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && does("CloseHandle"); }
 BOOL DuplicateHandle(HANDLE, HANDLE, HANDLE, HANDLE* target, DWORD access, BOOL inherit,
                      DWORD options)
 {
-    const bool good =
-        does("DuplicateHandle", text(access) + (inherit ? " inherited " : " own ") + text(options));
+    const bool good = does("DuplicateHandle", access, inherit ? "inherited" : "own", options);
     *target = give(*target, good);
     return good;
 }
@@ -117,34 +144,38 @@ HANDLE CreateNamedPipeA(const char* name, DWORD open, DWORD mode, DWORD instance
 {
     EXPECT_TRUE(attributes->bInheritHandle && attributes->lpSecurityDescriptor == nullptr);
     return give(INVALID_HANDLE_VALUE,
-                does("CreateNamedPipeA", text(open) + " " + text(mode) + " " + text(instances) +
-                                             " " + text(out + in) + " " + text(timeout) + " " +
-                                             name));
+                does("CreateNamedPipeA", open, mode, instances, out + in, timeout, name));
 }
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE)
 {
     EXPECT_EQ(attributes, nullptr);
-    return give(INVALID_HANDLE_VALUE,
-                does("CreateFileA", text(access) + " " + text(share) + " " + text(disposition) +
-                                        " " + text(flags) + " " + name));
+    return give(INVALID_HANDLE_VALUE, does("CreateFileA", access, share, disposition, flags, name));
 }
 BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD* count, OVERLAPPED* overlapped)
 {
-    const int what = next<int>(script.reads, Script::broken);
-    overlapped->Internal = ERROR_IO_PENDING;
-    overlapped->Offset = static_cast<DWORD>(what); // for the result
+    const int what = does("ReadFile") ? next<int>(script.reads, Script::broken) : Script::readError;
+    overlapped->Internal = ERROR_IO_PENDING; // so that the outcome is asked for
+    script.target = static_cast<char*>(buffer);
+    overlapped->Offset = static_cast<DWORD>(what);
     script.lastError = what == Script::pending  ? ERROR_IO_PENDING
                        : what == Script::broken ? ERROR_BROKEN_PIPE
                                                 : script.error;
-    *static_cast<char*>(buffer) = static_cast<char>(what);
     *count = 1;
     return what < Script::pending || what > Script::readError;
 }
 BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED* overlapped, DWORD* count, BOOL)
 {
-    const DWORD what = overlapped->Offset;
-    script.lastError = what == Script::resultBroken ? ERROR_BROKEN_PIPE : script.error;
+    int what = static_cast<int>(overlapped->Offset);
+    if (what == Script::pending) {
+        what = next<int>(script.reads, Script::broken);
+    }
+    if (!does("GetOverlappedResult")) {
+        what = Script::resultError;
+    }
+    script.lastError =
+        what == Script::broken || what == Script::resultBroken ? ERROR_BROKEN_PIPE : script.error;
+    *script.target = static_cast<char>(what);
     *count = what < Script::pending ? 1 : 0;
     return what < Script::pending || what == Script::emptyResult;
 }
@@ -159,7 +190,6 @@ BOOL CreateProcessAsUserA(HANDLE token, const char*, char* command, SECURITY_ATT
                           SECURITY_ATTRIBUTES*, BOOL, DWORD flags, void*, const char* directory,
                           STARTUPINFOA*, PROCESS_INFORMATION* information)
 {
-    script.lastError = script.error;
     EXPECT_TRUE(token == nullptr || script.open.count(token) == 1) << "a closed token";
     return token != nullptr &&
            start("CreateProcessAsUserA", command, flags, directory, information);
@@ -171,21 +201,28 @@ BOOL GetExitCodeProcess(HANDLE, DWORD* status)
 }
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
 {
-    return does("Stop", "event " + text(event) + " to " + text(processId));
+    return does("Stop", "event", event, "to", processId);
 }
-BOOL TerminateProcess(HANDLE, UINT status) { return does("Stop", "kill " + text(status)); }
+BOOL TerminateProcess(HANDLE, UINT status)
+{
+    const bool good = does("Stop", "kill", status);
+    script.childRuns = script.childRuns && !good;
+    return good;
+}
 DWORD WaitForSingleObject(HANDLE, DWORD milliseconds)
 {
-    if (milliseconds == 0) {
-        return script.endedAtOnce ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    if (!does("WaitForSingleObject", milliseconds)) {
+        return WAIT_FAILED;
     }
-    does("WaitForSingleObject", text(milliseconds));
-    return next<DWORD>(script.singleWaits, WAIT_OBJECT_0);
+    return waited(milliseconds > 0     ? next<DWORD>(script.singleWaits, WAIT_OBJECT_0)
+                  : script.endedAtOnce ? WAIT_OBJECT_0
+                                       : WAIT_TIMEOUT);
 }
 DWORD WaitForMultipleObjectsEx(DWORD, const HANDLE*, BOOL, DWORD milliseconds, BOOL)
 {
-    does("WaitForMultipleObjectsEx", text(milliseconds));
-    return next<DWORD>(script.multipleWaits, WAIT_OBJECT_0 + 1);
+    return does("WaitForMultipleObjectsEx", milliseconds)
+               ? waited(next<DWORD>(script.multipleWaits, WAIT_OBJECT_0 + 1))
+               : WAIT_FAILED;
 }
 
 BOOL GetVersionExW(OSVERSIONINFOW* information)
@@ -194,10 +231,11 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
     information->dwBuildNumber = script.build;
     return does("GetVersionExW");
 }
-BOOL LogonUserA(const char*, const char* domain, const char*, DWORD type, DWORD, HANDLE* token)
+BOOL LogonUserA(const char* user, const char* domain, const char*, DWORD type, DWORD, HANDLE* token)
 {
     EXPECT_STREQ(domain, ".");
-    const bool entitled = type != LOGON32_LOGON_BATCH || script.rights.count("SeBatchLogonRight");
+    const bool entitled =
+        std::strcmp(user, "nobody") != 0 && (type != LOGON32_LOGON_BATCH || isEntitled());
     *token = give(nullptr, does("LogonUserA") && entitled);
     return *token != nullptr;
 }
@@ -210,44 +248,56 @@ BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD, D
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, DWORD access,
                        LSA_HANDLE* policy)
 {
-    *policy = give(*policy, does("LsaOpenPolicy", text(access)));
+    *policy = give(*policy, does("LsaOpenPolicy", access));
     return *policy == INVALID_HANDLE_VALUE ? 1 : 0;
 }
-NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE, PSID, LSA_UNICODE_STRING** rights, DWORD* count)
+NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID, LSA_UNICODE_STRING** rights,
+                                   DWORD* count)
 {
     static wchar_t names[2][20] = {L"SeOtherRight", L"SeBatchLogonRight"};
     static LSA_UNICODE_STRING list[2] = {{48, 52, names[0]}, {68, 72, names[1]}};
-    *rights = list;
-    *count = script.rights.count("SeBatchLogonRight") > 0 ? 2 : 1;
-    return does("LsaEnumerateAccountRights") ? 0 : 1;
-}
-NTSTATUS LsaAddAccountRights(LSA_HANDLE, PSID account, LSA_UNICODE_STRING* right, DWORD)
-{
-    EXPECT_EQ(right->MaximumLength, right->Length + sizeof(wchar_t));
-    if (!does("LsaAddAccountRights", static_cast<char*>(account))) {
+    if (!does("LsaEnumerateAccountRights") || script.open.count(policy) == 0) {
         return 1;
     }
-    script.rights.insert(std::string(right->Buffer, right->Buffer + right->Length / 4));
+    handOut(*rights = list);
+    *count = isEntitled() ? 2 : 1;
     return 0;
 }
-NTSTATUS LsaRemoveAccountRights(LSA_HANDLE, PSID account, BOOL all, LSA_UNICODE_STRING* right,
-                                DWORD)
+NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* right, DWORD)
+{
+    EXPECT_EQ(right->MaximumLength, right->Length + sizeof(wchar_t));
+    if (!does("LsaAddAccountRights", static_cast<char*>(account)) ||
+        script.open.count(policy) == 0) {
+        return 1;
+    }
+    const Calm calm;
+    script.rights.insert(nameOf(*right));
+    return 0;
+}
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL all,
+                                LSA_UNICODE_STRING* right, DWORD)
 {
     EXPECT_FALSE(all);
-    script.rights.erase(std::string(right->Buffer, right->Buffer + right->Length / 4));
-    return does("LsaRemoveAccountRights", static_cast<char*>(account)) ? 0 : 1;
+    if (!does("LsaRemoveAccountRights", static_cast<char*>(account)) ||
+        script.open.count(policy) == 0) {
+        return 1;
+    }
+    const Calm calm;
+    script.rights.erase(nameOf(*right));
+    return 0;
 }
-NTSTATUS LsaFreeMemory(void*) { return 0; }
+NTSTATUS LsaFreeMemory(void* memory) { return takeBack(memory) ? 0 : 1; }
 NTSTATUS LsaClose(LSA_HANDLE policy) { return CloseHandle(policy) ? 0 : 1; }
 DWORD LsaNtStatusToWinError(NTSTATUS status) { return static_cast<DWORD>(status); }
 void GetSystemTime(SYSTEMTIME* time)
 {
+    static WORD ticks = 0;
     *time = SYSTEMTIME{};
-    time->wMilliseconds = static_cast<WORD>(++script.calls["GetSystemTime"]);
+    time->wMilliseconds = ++ticks;
 }
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
 {
     *ticks = FILETIME{time->wMilliseconds * 100U, 0}; // 10 microseconds a look
     return true;
 }
-void Sleep(DWORD milliseconds) { does("Sleep", text(milliseconds)); }
+void Sleep(DWORD milliseconds) { does("Sleep", milliseconds); }

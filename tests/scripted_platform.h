@@ -12,10 +12,15 @@
 #include <vector>
 
 struct Script {
-    std::map<std::string, int> failCall; // operation: which of its calls fails, counted from 1
-    DWORD error = 13;                    // of every failed call
+    // What fails: a call of an operation, counted from 1; with `onwards` all behind it too.
+    std::string operation;
+    int call = 1;
+    bool onwards = false;
+    bool throws = false; // for want of memory, instead of with the error
+    DWORD error = 13;
 
-    // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do.
+    // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do. The
+    // outcome of a pending read is the next one.
     enum Read { pending = 256, broken, readError, resultError, resultBroken, emptyResult };
     std::deque<int> reads;           // when empty: broken
     std::deque<DWORD> multipleWaits; // when empty: 1, the read has finished
@@ -24,12 +29,13 @@ struct Script {
     DWORD exitStatus = 0;
     DWORD build = 1057;
     std::set<std::string> rights; // of the one account
-    bool startThrows = false;     // the start raises something of its own
 
     // What happened.
     std::vector<std::string> log; // "Name details"
-    std::set<HANDLE> open;
+    std::set<void*> open;         // handles, and memory of the platform
     int wrongCloses = 0;
+    bool childRuns = false;
+    char* target = nullptr; // of the last read
     DWORD lastError = 0;
     std::map<std::string, int> calls;
 

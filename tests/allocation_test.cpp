@@ -1,0 +1,207 @@
+// Every allocation of the library's operations refused in turn: an exception or the told failure,
+// nothing lost, and an object that works again.
+#include "cmnconfiguration.h"
+#include "cmnexecpipewindows.h"
+#include "cmnmsgcatalogmgr.h"
+#include "cmnstringtool.h"
+#include "cmntracelog.h"
+#include "processstate.h"
+#include "refusal.h"
+#include "scratch.h"
+
+#include <functional>
+#include <new>
+#include <set>
+
+using namespace tarnix_cmn_4_4;
+using icu::Formattable;
+using Log = CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>;
+
+namespace
+{
+
+using Step = std::function<std::string()>; // what came of it
+using Make = std::function<Step()>;        // a new object in the form of a step
+
+class Allocation : public testing::Test
+{
+protected:
+    Allocation() { m_Scratch.setRegistry(m_Scratch.path(), m_Scratch.path()); }
+
+    // The step is good at any time; with refused memory it may throw, or come to what is told.
+    void refuseEach(const Make& make, const std::string& good, const std::set<std::string>& told,
+                    bool throwingOnly = false)
+    {
+        int asked = 0; // by a warm step
+        for (int warm = 0; warm < 2; ++warm) {
+            const Step step = make();
+            const Refusal none(0, false, throwingOnly);
+            EXPECT_EQ(step(), good);
+            asked = Refusal::asked;
+        }
+        EXPECT_GT(asked, 0);
+        const ProcessState state = ProcessState::now();
+        for (int call = 1; call <= asked; ++call) {
+            for (const bool onwards : {false, true}) {
+                SCOPED_TRACE(std::to_string(call) + (onwards ? " and on" : ""));
+                const int blocks = Refusal::blocks;
+                inject(make, good, told, {call, onwards, throwingOnly});
+                EXPECT_EQ(Refusal::blocks, blocks);
+                EXPECT_EQ(ProcessState::now(), state);
+            }
+        }
+        std::printf("faults injected: %d\n", 2 * asked);
+    }
+
+    static void inject(const Make& make, const std::string& good, const std::set<std::string>& told,
+                       std::tuple<int, bool, bool> fault)
+    {
+        Step step = make();
+        std::string result = good;
+        try {
+            const auto refusal = std::make_from_tuple<Refusal>(fault);
+            result = step();
+        } catch (const std::bad_alloc&) {
+        }
+        EXPECT_TRUE(result == good || told.count(result) > 0) << result;
+        EXPECT_EQ(step(), good);
+        const Refusal ofAll(1, true);
+        step = nullptr;
+    }
+
+    Scratch m_Scratch;
+};
+
+std::string narrow(const tstr& text)
+{
+    const Calm calm;
+    return CCmnStringTool::tstr2str(text);
+}
+
+TEST_F(Allocation, Exec)
+{
+    const std::pair<std::string, std::string> commands[] = {
+        {"echo a line that lies on the heap", "0 a line that lies on the heap"},
+        {"sh -c 'exit 3'", "3 "},
+        {"/no/such/program/anywhere", "3 "}};
+    for (const auto& [command, good] : commands) {
+        const auto make = [&command = command]() -> Step {
+            return [&command, runner = std::make_shared<CCmnExecPipeWindows>()] {
+                std::vector<std::string> lines{""};
+                runner->Init();
+                int result = runner->Exec(command, lines, "", 60, "", "", "");
+                runner->getExitStatus(result); // Exec need not have seen it
+                return std::to_string(result) + " " + (lines.empty() ? "" : lines[0]);
+            };
+        };
+        refuseEach(make, good, {"8 "});
+    }
+}
+
+TEST_F(Allocation, Messages)
+{
+    m_Scratch.makeDirectory("Messages/libapp");
+    m_Scratch.write("root.txt", "root { who { \"{0}, or a text on the heap\" } }");
+    const std::string inside = "cd '" + m_Scratch.path() + "' && ";
+    ASSERT_EQ(std::system((inside + "genrb -q -d Messages/libapp root.txt").c_str()), 0);
+    const auto catalog = std::make_shared<CCmnIcuMessageCatalog>(L"app", "root");
+    ASSERT_EQ(catalog->init(), 0);
+    const Formattable inner[] = {icu::UnicodeString(u"a text that lies on the heap"), 1};
+    const Formattable arguments[] = {inner[0], 97, Formattable(inner, 2)};
+    const auto made = [&arguments] {
+        return CCmnIcuMessage("an.id", arguments, 3, tarnix_eseverity{7}, "some.cpp", 12);
+    };
+    const std::string text = made().serialize()->text, start = "a text that lies on the heap";
+    const tstr pattern(L"{0}!");
+    const auto refuse = [&](const std::function<std::string(CCmnIcuMessage&)>& step,
+                            const std::string& good, const std::set<std::string>& told) {
+        const auto make = [&]() -> Step {
+            const auto message = std::make_shared<CCmnIcuMessage>(made());
+            return [&step, message] { return step(*message); };
+        };
+        refuseEach(make, good, told);
+    };
+    const auto serialized = [](CCmnIcuMessage& message) {
+        return std::string(message.serialize()->text);
+    };
+    refuse(serialized, text, {});
+    const auto deserialized = [&](CCmnIcuMessage& message) {
+        const SCmnMessageInfo info{text.c_str(), 0};
+        message.deserialize(&info);
+        const Calm calm;
+        EXPECT_NE(serialized(message).find(start), std::string::npos);
+        return start;
+    };
+    refuse(deserialized, start, {});
+    const auto copied = [&](CCmnIcuMessage& message) {
+        CCmnIcuMessage copy(message), assigned = made();
+        assigned = copy;
+        const Calm calm;
+        return serialized(assigned);
+    };
+    refuse(copied, text, {});
+    // No number: ICU's formatter of numbers does not look at what it got.
+    const auto formatted = [&](auto& message) { return narrow(message.formatMessage(pattern)); };
+    refuse(formatted, start + "!", {"", "{0}!"});
+    const auto lookedUp = [&](auto&) { return narrow(catalog->getMessage("who", nullptr)); };
+    refuse(lookedUp, "app: {0}, or a text on the heap", {"app: <who>"});
+}
+
+// ACE's store does not look at what it got, so here only what throws is refused.
+TEST_F(Allocation, TraceAndConfiguration)
+{
+    const std::string line = "a line of more than the usual length " + std::string(3000, 'x');
+    const auto initialized = [](Log& log) { log.get()->initialize(L"t", L"", L"", 1, false); };
+    const auto traced = [&]() -> Step {
+        Log made(true);
+        initialized(made);
+        return [this, &line, log = made] {
+            log.get()->trace(1, "%s", line.c_str());
+            const Calm calm;
+            const std::string all = m_Scratch.read("Logs/t.log");
+            std::filesystem::remove(m_Scratch.path("Logs/t.log"));
+            return all.empty() ? all : all.substr(27);
+        };
+    };
+    refuseEach(traced, line + "\n", {""});
+    const auto initialize = [&]() -> Step {
+        return [&] {
+            Log log(true);
+            if (log.get() != nullptr) {
+                initialized(log);
+            }
+            const Calm calm;
+            const std::string settings = m_Scratch.read("ConfigFiles/t.conf");
+            std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
+            return settings.substr(0, 18);
+        };
+    };
+    refuseEach(initialize, "[DEBUG_TRACE_INFO]", {""}, true);
+
+    const std::string text = "[S]\n\"text\"=\"a value that lies on the heap\"\n";
+    m_Scratch.write("a.conf", text);
+    const std::wstring directory = m_Scratch.wide();
+    const auto import = [&]() -> Step {
+        return [&directory, store = std::make_shared<CCmnConfiguration>()] {
+            const int code = store->importConfig(directory.c_str(), L"a.conf");
+            tstr value;
+            const Calm calm;
+            store->getStringValue(L"S", L"text", value);
+            return std::to_string(code) + narrow(value);
+        };
+    };
+    refuseEach(import, "0a value that lies on the heap", {}, true);
+    const auto exports = [&]() -> Step {
+        const auto store = std::make_shared<CCmnConfiguration>(directory.c_str(), L"a.conf", true);
+        return [this, store] {
+            const int code = store->exportConfig();
+            const Calm calm;
+            return std::to_string(code) + m_Scratch.read("a.conf");
+        };
+    };
+    refuseEach(exports, "0" + text, {}, true);
+    // Nothing half written lies about beside the two directories and the two files.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_Scratch.path()), {}), 4);
+}
+
+} // namespace
