@@ -1,18 +1,36 @@
-// The command runner beside a raw loop of system calls in the same program: starts a second, with
-// little and with much memory resident, and the output of a child that prints a million lines.
+// The command runner beside a raw loop of system calls and beside the runners of other libraries in
+// the same program: the start and end of a command, from callers of several kinds, and the output
+// of a child that prints lines of 40 bytes.
 #include "cmnexecpipewindows.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cerrno>
+#include <Poco/Pipe.h>
+#include <Poco/PipeStream.h>
+#include <Poco/Process.h>
+#include <Poco/Version.h>
+#include <boost/process.hpp>
+#include <boost/version.hpp>
+#include <gio/gio.h>
+#include <gnu/libc-version.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <memory>
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -22,13 +40,43 @@ namespace
 {
 
 using Lines = std::vector<std::string>;
+using Words = std::vector<std::string>;
 
-constexpr long lineCount = 1000000;
-constexpr long lineSize = 40;
+// Runs a command, which ends with status 0, to its end and gives its lines. No word needs quotes
+// but those of a shell's single ones.
+using Runner = void (*)(const Words& words, Lines& lines);
 
-void split(std::string& rest, const char* data, std::size_t size, Lines& lines)
+void require(bool good, const char* what)
 {
-    const char* const end = data + size;
+    if (!good) {
+        throw std::runtime_error(what);
+    }
+}
+
+std::string commandText(const Words& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "'" : " '") + word + "'";
+    }
+    return text;
+}
+
+std::vector<char*> pointersTo(const Words& words)
+{
+    std::vector<char*> pointers;
+    for (const std::string& word : words) {
+        pointers.push_back(const_cast<char*>(word.c_str()));
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Appends the lines of a piece of output. `rest` keeps what has no line end yet.
+void split(std::string_view piece, std::string& rest, Lines& lines)
+{
+    const char* data = piece.data();
+    const char* const end = data + piece.size();
     while (data != end) {
         const void* found = std::memchr(data, '\n', static_cast<std::size_t>(end - data));
         if (found == nullptr) {
@@ -46,121 +94,316 @@ void split(std::string& rest, const char* data, std::size_t size, Lines& lines)
     }
 }
 
-// What a careful programmer writes by hand: spawn, one pipe, 64 KiB reads, the end by a pidfd.
-void rawRun(const std::vector<std::string>& words, Lines& lines)
+void split(std::string_view text, Lines& lines)
+{
+    std::string rest;
+    split(text, rest, lines);
+    if (!rest.empty()) {
+        lines.push_back(rest);
+    }
+}
+
+// ---- Runners -----------------------------------------------------------------------------------
+
+void runTarnix(const Words& words, Lines& lines)
+{
+    tarnix_cmn_4_4::CCmnExecPipeWindows runner;
+    require(runner.Exec(commandText(words), lines, "", 60, "", "", "") == 0, "Exec");
+}
+
+// What a careful programmer writes by hand: one pipe, 64 KiB reads, the end by a pidfd.
+void runRaw(const Words& words, Lines& lines)
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe2");
-    }
-    std::vector<char*> arguments;
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
+    require(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+    const std::vector<char*> arguments = pointersTo(words);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
     posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
     pid_t pid = -1;
-    if (posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) {
-        throw std::runtime_error("posix_spawn");
-    }
+    require(posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0,
+            "posix_spawn");
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    static std::vector<char> buffer(64 * 1024);
+    static thread_local std::vector<char> buffer(64 * 1024);
     std::string rest;
     for (;;) {
         const ssize_t got = read(ends[0], buffer.data(), buffer.size());
         if (got <= 0) {
             break;
         }
-        split(rest, buffer.data(), static_cast<std::size_t>(got), lines);
+        split({buffer.data(), static_cast<std::size_t>(got)}, rest, lines);
     }
     pollfd end{pidfd, POLLIN, 0};
     poll(&end, 1, -1);
-    waitpid(pid, nullptr, 0);
+    int status = -1;
+    waitpid(pid, &status, 0);
     close(pidfd);
     close(ends[0]);
+    require(status == 0, "raw");
 }
 
-void libraryRun(const std::string& command, Lines& lines)
+void runPopen(const Words& words, Lines& lines)
 {
-    tarnix_cmn_4_4::CCmnExecPipeWindows runner;
-    if (runner.Exec(command, lines, "", 60, "", "", "") != 0) {
-        throw std::runtime_error("Exec");
+    FILE* output = popen(("exec " + commandText(words)).c_str(), "re");
+    require(output != nullptr, "popen");
+    char* line = nullptr;
+    std::size_t capacity = 0;
+    for (ssize_t size = 0; (size = getline(&line, &capacity, output)) > 0;) {
+        lines.emplace_back(line, static_cast<std::size_t>(size) - (line[size - 1] == '\n' ? 1 : 0));
     }
+    std::free(line); // getline's own
+    require(pclose(output) == 0, "pclose");
 }
 
-// Memory that is really there: every page is written.
+// With the descriptors left to their close-on-exec flags GLib takes its fast road.
+void runGlib(const Words& words, Lines& lines)
+{
+    std::vector<char*> arguments = pointersTo(words);
+    char* output = nullptr;
+    int status = -1;
+    const gboolean started =
+        g_spawn_sync(nullptr, arguments.data(), nullptr, G_SPAWN_LEAVE_DESCRIPTORS_OPEN, nullptr,
+                     nullptr, &output, nullptr, &status, nullptr);
+    const std::unique_ptr<char, decltype(&g_free)> owner(output, g_free);
+    require(started && status == 0, "g_spawn_sync");
+    split(output, lines);
+}
+
+void runBoost(const Words& words, Lines& lines)
+{
+    namespace process = boost::process;
+    process::ipstream output;
+    process::child child(process::exe = words.front(),
+                         process::args = Words(words.begin() + 1, words.end()),
+                         (process::std_out & process::std_err) > output);
+    for (std::string line; std::getline(output, line);) {
+        lines.push_back(line);
+    }
+    child.wait();
+    require(child.exit_code() == 0, "boost::process::child");
+}
+
+void runPoco(const Words& words, Lines& lines)
+{
+    Poco::Pipe pipe;
+    const Poco::ProcessHandle child = Poco::Process::launch(
+        words.front(), Words(words.begin() + 1, words.end()), nullptr, &pipe, &pipe);
+    Poco::PipeInputStream output(pipe);
+    for (std::string line; std::getline(output, line);) {
+        lines.push_back(line);
+    }
+    require(child.wait() == 0, "Poco::Process::launch");
+}
+
+const struct Peer {
+    const char* name;
+    Runner run;
+} peers[] = {{"tarnix", runTarnix}, {"raw", runRaw},     {"popen", runPopen},
+             {"glib", runGlib},     {"boost", runBoost}, {"poco", runPoco}};
+
+constexpr std::size_t ownAndRaw = 2; // the first of them
+
+// ---- Callers -----------------------------------------------------------------------------------
+
+// Memory of this process that is really there. It stays for the next benchmark that wants as much,
+// and what is given back is given back at once.
 class Ballast
 {
 public:
-    explicit Ballast(std::int64_t mebibytes)
-        : m_Memory(static_cast<std::size_t>(mebibytes) * 1024 * 1024, 'b')
+    static void resize(std::int64_t mebibytes)
     {
-        benchmark::DoNotOptimize(m_Memory.data());
+        static Ballast ballast;
+        ballast.set(static_cast<std::size_t>(mebibytes) << 20);
     }
 
 private:
-    std::vector<char> m_Memory;
+    static constexpr std::size_t capacity = std::size_t{4096} << 20;
+
+    Ballast()
+        : m_Memory(mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
+    {
+        require(m_Memory != MAP_FAILED, "mmap");
+    }
+
+    void set(std::size_t size)
+    {
+        char* const memory = static_cast<char*>(m_Memory);
+        if (size > m_Size) {
+            std::memset(memory + m_Size, 'b', size - m_Size);
+        } else if (size < m_Size) {
+            madvise(memory + size, m_Size - size, MADV_DONTNEED);
+        }
+        m_Size = size;
+    }
+
+    void* m_Memory;
+    std::size_t m_Size = 0;
 };
 
-void rawStart(benchmark::State& state)
+constexpr std::int64_t smallCaller = 10; // MiB
+
+// The limit of descriptors, raised as far as this process may.
+class DescriptorLimit
 {
-    const Ballast ballast(state.range(0));
+public:
+    explicit DescriptorLimit(rlim_t wanted)
+    {
+        getrlimit(RLIMIT_NOFILE, &m_Former);
+        m_Now = {wanted, std::max(wanted, m_Former.rlim_max)};
+        if (setrlimit(RLIMIT_NOFILE, &m_Now) != 0) {
+            m_Now = {m_Former.rlim_max, m_Former.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &m_Now);
+        }
+    }
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_Former); }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+    rlim_t now() const { return m_Now.rlim_cur; }
+
+private:
+    rlimit m_Former{};
+    rlimit m_Now{};
+};
+
+// ---- Rows --------------------------------------------------------------------------------------
+
+const Words shortCommand = {"/bin/true"};
+
+void measureStarts(benchmark::State& state, Runner run, std::int64_t mebibytes)
+{
+    Ballast::resize(mebibytes);
     for (auto _ : state) {
         Lines lines;
-        rawRun({"/bin/true"}, lines);
+        run(shortCommand, lines);
+        benchmark::DoNotOptimize(lines.data());
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(rawStart)->ArgName("MiB")->Arg(10)->Arg(1024)->UseRealTime();
 
-void libraryStart(benchmark::State& state)
+void start(benchmark::State& state, Runner run)
 {
-    const Ballast ballast(state.range(0));
+    measureStarts(state, run, smallCaller);
+}
+
+void startFrom1GiB(benchmark::State& state, Runner run)
+{
+    measureStarts(state, run, 1024);
+}
+
+void startFromCaller(benchmark::State& state, Runner run)
+{
+    measureStarts(state, run, state.range(0));
+}
+
+void startWithManyDescriptors(benchmark::State& state, Runner run)
+{
+    const DescriptorLimit limit(100000);
+    state.SetLabel("limit " + std::to_string(limit.now()));
+    measureStarts(state, run, smallCaller);
+}
+
+void startInThreads(benchmark::State& state, Runner run)
+{
+    constexpr int startsOfThread = 4;
+    Ballast::resize(smallCaller);
+    const auto work = [run] {
+        for (int i = 0; i < startsOfThread; ++i) {
+            Lines lines;
+            run(shortCommand, lines);
+        }
+    };
+    for (auto _ : state) {
+        std::vector<std::thread> threads;
+        for (std::int64_t i = 0; i < state.range(0); ++i) {
+            threads.emplace_back(work);
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0) * startsOfThread);
+}
+
+void measureLines(benchmark::State& state, Runner run, std::int64_t count)
+{
+    constexpr std::size_t lineSize = 40; // with its end
+    Ballast::resize(smallCaller);
+    const Words command = {TARNIX_LINE_PRINTER, std::to_string(count)};
+    const std::string line(lineSize - 1, 'l');
     for (auto _ : state) {
         Lines lines;
-        libraryRun("/bin/true", lines);
+        run(command, lines);
+        if (lines.size() != static_cast<std::size_t>(count) || lines.front() != line ||
+            lines.back() != line) {
+            state.SkipWithError("wrong lines");
+            return;
+        }
     }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(libraryStart)->ArgName("MiB")->Arg(10)->Arg(1024)->UseRealTime();
-
-void checkLines(benchmark::State& state, const Lines& lines)
-{
-    if (lines.size() != static_cast<std::size_t>(lineCount) ||
-        lines.back().size() != static_cast<std::size_t>(lineSize - 1)) {
-        state.SkipWithError("wrong lines");
-    }
+    state.SetItemsProcessed(state.iterations() * count);
+    state.SetBytesProcessed(state.iterations() * count * static_cast<std::int64_t>(lineSize));
 }
 
-void rawLines(benchmark::State& state)
+void aMillionLines(benchmark::State& state, Runner run)
 {
-    for (auto _ : state) {
-        Lines lines;
-        rawRun({TARNIX_LINE_PRINTER, std::to_string(lineCount)}, lines);
-        checkLines(state, lines);
-    }
-    state.SetItemsProcessed(state.iterations() * lineCount);
-    state.SetBytesProcessed(state.iterations() * lineCount * lineSize);
+    measureLines(state, run, 1000000);
 }
-BENCHMARK(rawLines)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-void libraryLines(benchmark::State& state)
+void someLines(benchmark::State& state, Runner run)
 {
-    const std::string command = "'" TARNIX_LINE_PRINTER "' " + std::to_string(lineCount);
-    for (auto _ : state) {
-        Lines lines;
-        libraryRun(command, lines);
-        checkLines(state, lines);
-    }
-    state.SetItemsProcessed(state.iterations() * lineCount);
-    state.SetBytesProcessed(state.iterations() * lineCount * lineSize);
+    measureLines(state, run, state.range(0));
 }
-BENCHMARK(libraryLines)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+const struct Row {
+    const char* name;
+    void (*measure)(benchmark::State& state, Runner run);
+    std::size_t peerCount;
+    std::vector<std::int64_t> arguments;
+} rows[] = {
+    {"start", start, std::size(peers), {}},
+    {"start_1gib", startFrom1GiB, ownAndRaw, {}},
+    {"start_fds", startWithManyDescriptors, ownAndRaw, {}},
+    {"start_caller", startFromCaller, ownAndRaw, {10, 1024, 4096}},
+    {"threads", startInThreads, ownAndRaw, {1, 10, 100}},
+    {"lines", aMillionLines, std::size(peers), {}},
+    {"lines_growth", someLines, ownAndRaw, {10, 1000, 100000}},
+};
+
+void registerRows()
+{
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < row.peerCount; ++i) {
+            const std::string name = std::string(row.name) + ":" + peers[i].name;
+            auto* benchmark = benchmark::RegisterBenchmark(name.c_str(), row.measure, peers[i].run);
+            benchmark->UseRealTime()->Unit(benchmark::kMicrosecond);
+            for (const std::int64_t argument : row.arguments) {
+                benchmark->Arg(argument);
+            }
+        }
+    }
+}
+
+void stateVersions()
+{
+    const auto number = [](int version, int minor, int patch) {
+        return std::to_string(version) + "." + std::to_string(minor) + "." + std::to_string(patch);
+    };
+    benchmark::AddCustomContext("peer glibc (popen)", gnu_get_libc_version());
+    benchmark::AddCustomContext("peer GLib", number(static_cast<int>(glib_major_version),
+                                                    static_cast<int>(glib_minor_version),
+                                                    static_cast<int>(glib_micro_version)));
+    benchmark::AddCustomContext(
+        "peer Boost",
+        number(BOOST_VERSION / 100000, BOOST_VERSION / 100 % 1000, BOOST_VERSION % 100));
+    benchmark::AddCustomContext("peer POCO", number(POCO_VERSION >> 24, POCO_VERSION >> 16 & 0xFF,
+                                                    POCO_VERSION >> 8 & 0xFF));
+}
+
+const bool registered = (registerRows(), stateVersions(), true);
 
 } // namespace
 

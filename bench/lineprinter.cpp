@@ -1,4 +1,5 @@
 // Prints a number of lines of 40 bytes as fast as a pipe takes them.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <unistd.h>

@@ -1,0 +1,199 @@
+// The configuration store beside the bare classes on which it stands: import, export, one value.
+#include "cmnconfiguration.h"
+
+#include <ace/Configuration_Import_Export.h>
+#include <ace/Version.h>
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+const bool addedContext = [] {
+    benchmark::AddCustomContext("peer ACE", ACE_VERSION);
+    return true;
+}();
+
+class Place
+{
+public:
+    Place()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
+        m_Path = std::string(mkdtemp(name.data())) + "/";
+    }
+    ~Place() { std::filesystem::remove_all(m_Path); }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    std::string file(const std::string& name = "") const { return m_Path + name; }
+    std::wstring wide() const { return {m_Path.begin(), m_Path.end()}; }
+    std::string read(const std::string& name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(file(name)).rdbuf();
+        return text.str();
+    }
+
+private:
+    std::string m_Path;
+};
+
+// Writes the file "in" with `count` values, a hundred a section, texts and numbers by turns.
+void writeValues(const Place& place, std::int64_t count)
+{
+    std::ofstream file(place.file("in"));
+    for (std::int64_t i = 0; i < count; ++i) {
+        if (i % 100 == 0)
+            file << "[Section " << i / 100 << "]\n";
+        file << "\"Value " << i % 100 << '"';
+        if (i % 2 == 0)
+            file << "=\"/opt/product/directory/" << i << "\"\n";
+        else
+            file << "=dword:0000" << 1000 + i % 1000 << '\n';
+    }
+}
+
+class Own
+{
+public:
+    explicit Own(const Place& place) : m_Path(place.wide()) {}
+
+    int importFile(const wchar_t* file = L"in")
+    {
+        return m_Config.importConfig(m_Path.c_str(), file);
+    }
+    // The file to export to is the one that an import names, even when it is not there.
+    void prepareExport() { importFile(L"out"); }
+    int exportFile() { return m_Config.exportConfig(); }
+
+    void open() { m_Config.openSection(L"Section 0", m_Key, 0); }
+    unsigned int get()
+    {
+        unsigned int value = 0;
+        m_Config.getIntegerValue(L"Value 7", value);
+        return value;
+    }
+
+private:
+    const std::wstring m_Path;
+    CCmnConfiguration m_Config;
+    ACE_Configuration_Section_Key m_Key;
+};
+
+class Bare
+{
+public:
+    explicit Bare(const Place& place) : m_In(place.file("in")), m_Out(place.file("out"))
+    {
+        m_Heap.open();
+    }
+
+    int importFile() { return ACE_Registry_ImpExp(m_Heap).import_config(m_In.c_str()); }
+    void prepareExport() {}
+    int exportFile() { return ACE_Registry_ImpExp(m_Heap).export_config(m_Out.c_str()); }
+
+    void open() { m_Heap.open_section(m_Heap.root_section(), "Section 0", false, m_Key); }
+    unsigned int get()
+    {
+        unsigned int value = 0;
+        m_Heap.get_integer_value(m_Key, "Value 7", value);
+        return value;
+    }
+
+private:
+    const std::string m_In;
+    const std::string m_Out;
+    ACE_Configuration_Heap m_Heap;
+    ACE_Configuration_Section_Key m_Key;
+};
+
+void countValues(benchmark::State& state)
+{
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
+}
+
+// The file that an export of the store gives.
+template <class Store>
+std::string exported(const Place& place, Store& store)
+{
+    store.prepareExport();
+    return store.exportFile() == 0 ? place.read("out") : "";
+}
+
+// Into a store that is made for it.
+template <class Store>
+void imports(benchmark::State& state)
+{
+    const Place place;
+    writeValues(place, state.range(0));
+    if (Store(place).importFile() != 0) {
+        state.SkipWithError("not imported");
+        return;
+    }
+    for (auto _ : state) {
+        Store store(place);
+        benchmark::DoNotOptimize(store.importFile());
+    }
+    countValues(state);
+}
+
+template <class Store>
+void exports(benchmark::State& state)
+{
+    const Place place;
+    writeValues(place, state.range(0));
+    Bare bare(place);
+    bare.importFile();
+    Store store(place);
+    store.importFile();
+    const std::string wanted = exported(place, bare);
+    if (wanted.empty() || exported(place, store) != wanted) {
+        state.SkipWithError("another file");
+        return;
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store.exportFile());
+    countValues(state);
+}
+
+template <class Store>
+void get(benchmark::State& state)
+{
+    const Place place;
+    writeValues(place, 100);
+    Store store(place);
+    store.importFile();
+    store.open();
+    if (store.get() != 0x1007) {
+        state.SkipWithError("another value");
+        return;
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store.get());
+}
+
+void counts(benchmark::internal::Benchmark* benchmark)
+{
+    for (const std::int64_t count : {10, 1000, 10000, 100000})
+        benchmark->Arg(count);
+    benchmark->UseRealTime();
+}
+
+BENCHMARK(imports<Own>)->Name("config_import:tarnix")->Apply(counts);
+BENCHMARK(imports<Bare>)->Name("config_import:ace")->Apply(counts);
+BENCHMARK(exports<Own>)->Name("config_export:tarnix")->Apply(counts);
+BENCHMARK(exports<Bare>)->Name("config_export:ace")->Apply(counts);
+BENCHMARK(get<Own>)->Name("config_get:tarnix");
+BENCHMARK(get<Bare>)->Name("config_get:ace");
+
+} // namespace
+
+BENCHMARK_MAIN();

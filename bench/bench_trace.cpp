@@ -1,0 +1,198 @@
+// A trace line that passes, beside the bare calls of the system and of the C library; and one that
+// is dropped, beside another log and the look-up of a level in a store.
+#include "cmnsmartptr.h"
+#include "cmntracelog.h"
+#include "platform_registry.h"
+
+#include <ace/Configuration.h>
+#include <ace/Version.h>
+#include <benchmark/benchmark.h>
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <unistd.h>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+const bool addedContext = [] {
+    benchmark::AddCustomContext("peer spdlog", std::to_string(SPDLOG_VER_MAJOR) + "." +
+                                                   std::to_string(SPDLOG_VER_MINOR) + "." +
+                                                   std::to_string(SPDLOG_VER_PATCH));
+    benchmark::AddCustomContext("peer ACE", ACE_VERSION);
+    return true;
+}();
+
+// A directory that holds the registry, the settings and the trace files.
+class Place
+{
+public:
+    Place()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
+        m_Path = std::string(mkdtemp(name.data())) + "/";
+        std::filesystem::create_directory(m_Path + "ConfigFiles");
+        std::ofstream(file("registry"))
+            << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" << m_Path << "\"\n";
+        TxSetRegistryFile(file("registry").c_str());
+    }
+    ~Place()
+    {
+        TxSetRegistryFile(nullptr);
+        std::filesystem::remove_all(m_Path);
+    }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    std::string file(const std::string& name) const { return m_Path + name; }
+
+private:
+    std::string m_Path;
+};
+
+class Log
+{
+public:
+    explicit Log(const Place& place)
+    {
+        const std::string dir = place.file("");
+        m_Log.get()->initialize(L"t", std::wstring(dir.begin(), dir.end()).c_str(), L"trace", 1,
+                                false);
+    }
+    CCmnTraceLog* operator->() { return m_Log.get(); }
+
+private:
+    CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_Log{true};
+};
+
+constexpr const char* kName = "pipe";
+
+// The same form of time that the log writes.
+void printTime(char (&text)[64])
+{
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm parts;
+    localtime_r(&now.tv_sec, &parts);
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%06ld", now.tv_nsec / 1000);
+}
+
+void writeRaw(const std::string& path, int number)
+{
+    char time[64];
+    printTime(time);
+    char line[1200];
+    const int length = std::snprintf(line, sizeof line, "%s Reading from %s failed with %d\n", time,
+                                     kName, number);
+    const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0)
+        return;
+    if (write(file, line, static_cast<std::size_t>(length)) != length)
+        std::abort();
+    close(file);
+}
+
+void writeStdio(const std::string& path, int number)
+{
+    char time[64];
+    printTime(time);
+    std::FILE* const file = std::fopen(path.c_str(), "ae");
+    if (!file)
+        return;
+    std::fprintf(file, "%s Reading from %s failed with %d\n", time, kName, number);
+    std::fclose(file);
+}
+
+// Runs `write` on a file that exists, and looks once whether the line is the one that is meant.
+template <typename Write>
+void lines(benchmark::State& state, const Place& place, const Write& write)
+{
+    static const std::regex form("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} "
+                                 "Reading from pipe failed with -7");
+    write(-7);
+    std::string line;
+    if (!std::getline(std::ifstream(place.file("trace")), line) || !std::regex_match(line, form)) {
+        state.SkipWithError("another line");
+        return;
+    }
+    int number = 0;
+    for (auto _ : state)
+        write(++number);
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
+void line(benchmark::State& state)
+{
+    const Place place;
+    Log log(place);
+    lines(state, place,
+          [&](int number) { log->trace(1, "Reading from %s failed with %d", kName, number); });
+}
+
+template <void write(const std::string&, int)>
+void lineOf(benchmark::State& state)
+{
+    const Place place;
+    const std::string path = place.file("trace");
+    lines(state, place, [&](int number) { write(path, number); });
+}
+
+void dropped(benchmark::State& state)
+{
+    const Place place;
+    Log log(place);
+    int number = 0;
+    for (auto _ : state)
+        log->trace(2, "Reading from %s failed with %d", kName, ++number);
+    if (std::filesystem::file_size(place.file("trace")) != 0)
+        state.SkipWithError("not dropped");
+}
+
+void droppedBySpdlog(benchmark::State& state)
+{
+    spdlog::logger log("t", std::make_shared<spdlog::sinks::null_sink_st>());
+    log.set_level(spdlog::level::warn);
+    int number = 0;
+    for (auto _ : state)
+        log.info("Reading from {} failed with {}", kName, ++number);
+}
+
+// The level looked up for each line.
+void droppedByAce(benchmark::State& state)
+{
+    ACE_Configuration_Heap heap;
+    ACE_Configuration_Section_Key section;
+    if (heap.open() != 0 || heap.open_section(heap.root_section(), "TRACE", true, section) != 0 ||
+        heap.set_integer_value(section, "LEVEL", 1) != 0) {
+        state.SkipWithError("no store");
+        return;
+    }
+    for (auto _ : state) {
+        unsigned int level = 0;
+        if (heap.open_section(heap.root_section(), "TRACE", true, section) == 0)
+            heap.get_integer_value(section, "LEVEL", level);
+        benchmark::DoNotOptimize(level);
+    }
+}
+
+BENCHMARK(line)->Name("trace_line:tarnix")->UseRealTime();
+BENCHMARK(lineOf<writeRaw>)->Name("trace_line:raw")->UseRealTime();
+BENCHMARK(lineOf<writeStdio>)->Name("trace_line:stdio")->UseRealTime();
+BENCHMARK(dropped)->Name("trace_dropped:tarnix");
+BENCHMARK(droppedBySpdlog)->Name("trace_dropped:spdlog");
+BENCHMARK(droppedByAce)->Name("trace_dropped:ace");
+
+} // namespace
+
+BENCHMARK_MAIN();

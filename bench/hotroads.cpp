@@ -1,0 +1,184 @@
+// The roads that are walked most often, for a count of their instructions: `hotroads ROAD` walks
+// one road a number of times under valgrind, which collects only what lies between the two marks,
+// and prints that number. scripts/instructions runs it and divides.
+#include "TX_sscanf.h"
+#include "catalogfactory.h"
+#include "cmnconfiguration.h"
+#include "cmnexecpipewindows.h"
+#include "cmnmsgdgst5.h"
+#include "cmntracelog.h"
+#include "platform_registry.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+#include <valgrind/callgrind.h>
+#include <vector>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+// Everything between two of them is counted.
+void mark()
+{
+    CALLGRIND_TOGGLE_COLLECT;
+}
+
+template <class Walk>
+int counted(int times, Walk walk)
+{
+    walk(); // what only the first walk does is not counted
+    mark();
+    for (int i = 0; i < times; ++i)
+        walk();
+    mark();
+    return times;
+}
+
+void require(bool holds, const char* what)
+{
+    if (!holds)
+        throw std::runtime_error(what);
+}
+
+// A directory of its own for what a road writes, and a registry that names it, or the build tree's
+// catalogs, as the place of the installation.
+class Installation
+{
+public:
+    explicit Installation(const std::string& catalogs = "")
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "hotroadsXXXXXX").string();
+        require(mkdtemp(name.data()) != nullptr, "no directory");
+        m_Root = name;
+        for (const char* directory : {"Logs", "ConfigFiles"})
+            std::filesystem::create_directory(m_Root / directory);
+        const std::filesystem::path registry = m_Root / "registry.conf";
+        std::ofstream(registry) << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\""
+                                << (catalogs.empty() ? m_Root.string() : catalogs) << "/\"\n";
+        TxSetRegistryFile(registry.c_str());
+    }
+    ~Installation()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_Root, ignored);
+    }
+    Installation(const Installation&) = delete;
+    Installation& operator=(const Installation&) = delete;
+
+private:
+    std::filesystem::path m_Root;
+};
+
+int traceLines(int level, int times)
+{
+    const Installation installation;
+    CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
+    log.get()->initialize(L"hotroads", L"", L"", 1, false);
+    require(log.get()->isInitialized(), "no trace log");
+    return counted(times, [&] { log.get()->trace(level, "%d of %s", 42, "the usual"); });
+}
+
+int traceDropped()
+{
+    return traceLines(2, 10000);
+}
+
+int traceWritten()
+{
+    return traceLines(1, 200);
+}
+
+// The marks stand around the whole run, start and end included: with as many lines they vanish.
+int outputLine()
+{
+    constexpr int lines = 50000;
+    std::vector<std::string> output;
+    CCmnExecPipeWindows runner;
+    output.reserve(lines);
+    mark();
+    const int result = runner.Exec("'" TARNIX_LINE_PRINTER "' " + std::to_string(lines), output, "",
+                                   600, "", "", "");
+    mark();
+    require(result == 0 && output.size() == lines, "wrong output");
+    return lines;
+}
+
+int lookUp()
+{
+    const Installation installation(TARNIX_CATALOGS);
+    CatalogFactory factory("runcmd");
+    CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+        manager(true);
+    manager.get()->registerFactory(&factory);
+    const std::string key = "TARNIX_EXEC_PIPE_CMD_FAILED";
+    require(manager.get()->getMessage(key, nullptr, "de").find(L"Status") != tstr::npos,
+            "no catalog");
+    return counted(10000, [&] { manager.get()->getMessage(key, nullptr, "de"); });
+}
+
+int formatMessage()
+{
+    const icu::Formattable arguments[] = {icu::Formattable(icu::UnicodeString(u"make all")),
+                                          icu::Formattable(std::int32_t{2})};
+    CCmnIcuMessage message("KEY", arguments, 2, tarnix_eseverity{}, "", 0);
+    const tstr pattern(L"{0} failed with status {1}.");
+    require(message.formatMessage(pattern) == tstr(L"make all failed with status 2."), "no text");
+    return counted(1000, [&] { message.formatMessage(pattern); });
+}
+
+int scanHeader()
+{
+    const char* const text = "<SERIALIZED_MESSAGE MSGID=TARNIX_EXEC_PIPE_CMD_FAILED SEVERITY=3>";
+    char id[128];
+    std::int32_t severity = 0;
+    const auto scan = [&] {
+        return TX_sscanf(text, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", id,
+                         static_cast<int>(sizeof id), &severity, static_cast<int>(sizeof severity));
+    };
+    require(scan() == 2 && severity == 3, "not scanned");
+    return counted(10000, scan);
+}
+
+int digest()
+{
+    std::vector<unsigned char> message(1024, 'm');
+    return counted(1000, [&] {
+        CCmnMessageDigest5 md5(message.data(), static_cast<std::uint32_t>(message.size()));
+        md5.GetAnsiMessageDigest();
+    });
+}
+
+const std::map<std::string, std::function<int()>> roads = {
+    {"trace_dropped", traceDropped},   {"trace_written", traceWritten},
+    {"output_line", outputLine},       {"lookup", lookUp},
+    {"format_message", formatMessage}, {"scan_header", scanHeader},
+    {"digest_1024", digest},
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const auto road = roads.find(argc > 1 ? argv[1] : "");
+    if (road == roads.end()) {
+        for (const auto& known : roads)
+            std::printf("%s\n", known.first.c_str());
+        return argc > 1 ? 2 : 0;
+    }
+    try {
+        std::printf("%d\n", road->second());
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "hotroads: %s\n", problem.what());
+        return 1;
+    }
+    return 0;
+}

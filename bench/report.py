@@ -1,0 +1,285 @@
+#!/usr/bin/env python3
+"""Turns the benchmarks' output into the tables of docs/performance.md and their picture.
+
+usage: report.py RESULTS PAGE PICTURE
+
+RESULTS is a directory with what the programs of bench/ wrote (*.json) and facts.txt, lines of
+"name<tab>value" about the build. Only what stands between the two marks in PAGE is replaced. Ends
+with 1 if a row falls short of what is wanted or was not measured.
+"""
+import html
+import json
+import pathlib
+import re
+import sys
+
+BEGIN = "<!-- figures: written by scripts/bench -->"
+END = "<!-- end of figures -->"
+
+# row, the peer that it is measured against, the wanted ratio (None: only shown), what is done.
+# A name with "/" is one argument of a benchmark.
+ROWS = [
+    ("Commands", [
+        ("start", "raw", 0.95, "start and end of /bin/true"),
+        ("start_1gib", "raw", 0.95, "the same, caller of 1 GiB resident"),
+        ("start_fds", "raw", 0.95, "the same, 100,000 as descriptor limit"),
+        ("lines", "raw", 0.80, "a million lines of 40 bytes"),
+    ]),
+    ("Digest and hex text", [
+        ("md5", "openssl", 1.0, "MD5: object, digest and text"),
+        ("hex", "table", 0.80, "binary2str, 64 KiB"),
+        ("hex_wide", "table", 0.80, "binary2wstr, 64 KiB"),
+        ("hex_uid", "table", 0.80, "uid as text"),
+        ("hex_digest", "table", 0.80, "a digest's text"),
+    ]),
+    ("Trace and configuration", [
+        ("trace_line", "raw", 0.90, "a line that passes"),
+        ("trace_dropped", "spdlog", 0.50, "a line that is dropped"),
+        ("config_import/10000", "ace", 0.95, "import, values"),
+        ("config_export/10000", "ace", 0.95, "export, values"),
+        ("config_get", "ace", None, "one value by name"),
+    ]),
+    ("Bounded functions", [
+        ("sscanf_header", "glibc", 2.5, "TX_sscanf, a message's header"),
+        ("sscanf_argument", "glibc", 2.5, "TX_sscanf, an argument's tag"),
+        ("sscanf_numbers", "glibc", 2.5, "TX_sscanf, numbers"),
+        ("strtoimax", "glibc", 1.0, "TX_strtoimax"),
+        ("strtoumax", "glibc", 1.0, "TX_strtoumax"),
+        ("snprintf", "glibc", 0.95, "TX_snprintf"),
+    ]),
+    ("Text", [
+        ("str2ustr", "icu", 1.0, "UTF-8 to UTF-16"),
+        ("ustr2str", "icu", 1.0, "UTF-16 to UTF-8"),
+        ("str2wstr", "libc", 0.90, "locale's encoding to wide"),
+        ("wstr2str", "libc", 0.90, "wide to locale's encoding"),
+        ("str2tstr", "libc", 0.90, "locale's encoding to tstr"),
+        ("tstr2str", "libc", 0.90, "tstr to locale's encoding"),
+        ("searchreplace", "one_pass", 0.90, "searchreplace"),
+        ("xml_escape", "one_pass", 0.90, "XML escapes"),
+        ("xml_unescape", "one_pass", 0.90, "XML escapes undone"),
+        ("tokenize", "std", 0.90, "tokenize"),
+        ("compare_no_case", "std", 0.90, "CompareNoCase"),
+        ("tostrlower", "std", 0.90, "tostrlower"),
+    ]),
+    ("Messages", [
+        ("format_placeholders", "icu", 0.95, "formatMessage, two placeholders"),
+        ("format_plural", "icu", 0.95, "formatMessage, plural"),
+        ("format_literal", "icu", 0.95, "formatMessage, text only"),
+        ("lookup", "icu", 0.20, "look-up through the manager"),
+        ("serialize", "by_hand", 0.70, "serialize, arguments"),
+        ("serialize_text", "by_hand", 0.70, "serialize, one text"),
+        ("deserialize", "by_hand", 0.70, "deserialize, arguments"),
+        ("deserialize_text", "by_hand", 0.70, "deserialize, one text"),
+    ]),
+    ("XML", [
+        ("sax", "xerces", 0.95, "all character data of 10 MiB"),
+        ("sax_declarations", "xerces", 0.95, "the same with declarations"),
+    ]),
+]
+# Shown with every argument; what is measured is the cost of one item.
+GROWTH = [
+    ("start_caller", "raw", "MiB resident, one start"),
+    ("threads", "raw", "runners in threads, one start"),
+    ("lines_growth", "raw", "lines, each"),
+    ("serialize", "by_hand", "arguments, each"),
+    ("deserialize", "by_hand", "arguments, each"),
+    ("serialize_text", "by_hand", "bytes of text, each"),
+    ("deserialize_text", "by_hand", "bytes of text, each"),
+    ("config_import", "ace", "values, each"),
+    ("config_export", "ace", "values, each"),
+    ("tokenize_growth", "std", "delimiters, each"),
+    ("searchreplace_growth", "one_pass", "matches, each"),
+    ("sax_growth", "xerces", "entries, each"),
+]
+
+
+class Figures:
+    """Medians by row, peer and argument, in nanoseconds."""
+
+    def __init__(self, folder):
+        self.rows = {}
+        self.context = {}
+        self.spread = {}
+        for path in sorted(folder.glob("*.json")):
+            data = json.loads(path.read_text())
+            self.context.update(data["context"])
+            for entry in data["benchmarks"]:
+                self.take(entry, path.name)
+
+    def take(self, entry, source):
+        if entry.get("error_occurred"):
+            sys.exit(f"{source}: {entry['name']}: {entry.get('error_message')}")
+        aggregate = entry.get("aggregate_name")
+        if aggregate not in ("median", "cv"):
+            return
+        parts = entry["run_name"].split("/")
+        row, _, peer = parts[0].partition(":")
+        argument = "/".join(p for p in parts[1:] if re.fullmatch(r"(\w+:)?\d+", p)
+                            and not p.startswith(("threads:", "repeats:", "iterations:",
+                                                  "min_time:")))
+        argument = re.sub(r"\w+:", "", argument)
+        clock = "real_time" if "real_time" in parts else "cpu_time"
+        if aggregate == "cv":
+            self.spread[row, peer, argument] = entry[clock]
+            return
+        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[entry["time_unit"]]
+        self.rows.setdefault(row, {}).setdefault(argument, {})[peer] = entry[clock] * scale
+
+
+def time_text(nanoseconds):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def number_text(argument):
+    return f"{int(argument):,}" if argument.isdigit() else argument
+
+
+def ratios(figures):
+    """(section, row, argument, wanted, what, times, base) of all rows; what is missing."""
+    found, missing = [], []
+    for section, rows in ROWS:
+        for row, base, wanted, what in rows:
+            row, _, only = row.partition("/")
+            arguments = {argument: times for argument, times in figures.rows.get(row, {}).items()
+                         if only in ("", argument)}
+            if not arguments:
+                missing.append(row)
+            for argument, times in arguments.items():
+                if base in times and "tarnix" in times:
+                    found.append((section, row, argument, wanted, what, times, base))
+                else:
+                    missing.append(f"{row}/{argument}")
+    return found, missing
+
+
+def main_table(found):
+    lines, short, section_now = [], [], None
+    for section, row, argument, wanted, what, times, base in found:
+        if section != section_now:
+            lines += ["", f"### {section}", "",
+                      "| Work | library | measured against | ratio | wanted | other peers |",
+                      "|---|---|---|---|---|---|"]
+            section_now = section
+        ratio = times[base] / times["tarnix"]
+        falls_short = wanted is not None and round(ratio, 2) < wanted
+        if falls_short:
+            short.append(f"{row}{'/' + argument if argument else ''} {ratio:.2f} < {wanted}")
+        others = ", ".join(f"{peer} {times[base] / time:.2f}"
+                           for peer, time in sorted(times.items(), key=lambda one: one[1])
+                           if peer not in ("tarnix", base))
+        label = what + (f", {number_text(argument)}" if argument else "")
+        lines.append(f"| {label} | {time_text(times['tarnix'])} | {base} {time_text(times[base])} "
+                     f"| {'**' if falls_short else ''}{ratio:.2f}{'**' if falls_short else ''} "
+                     f"| {'' if wanted is None else wanted} | {others} |")
+    return lines, short
+
+
+def growth_table(figures):
+    lines = ["| Row | n | library, per item | peer, per item | ratio |", "|---|---|---|---|---|"]
+    missing = []
+    for row, base, what in GROWTH:
+        if row not in figures.rows:
+            missing.append(row)
+        one_item = what.endswith("one start")
+        for argument, times in sorted(figures.rows.get(row, {}).items(),
+                                      key=lambda one: int(one[0] or 0)):
+            if base not in times or "tarnix" not in times or not argument:
+                continue
+            items = figures_per_item(row, argument, one_item)
+            lines.append(f"| {row}: {what} | {number_text(argument)} "
+                         f"| {time_text(times['tarnix'] / items)} "
+                         f"| {base} {time_text(times[base] / items)} "
+                         f"| {times[base] / times['tarnix']:.2f} |")
+    return lines, missing
+
+
+STARTS_A_THREAD = 5
+
+
+def figures_per_item(row, argument, one_item):
+    if row == "threads":
+        return int(argument) * STARTS_A_THREAD
+    return 1 if one_item else int(argument)
+
+
+def picture(found):
+    """Bars of the ratios, a mark where the wanted ratio is; the smallest argument of each row."""
+    bars, seen = [], set()
+    for _, row, argument, wanted, what, times, base in found:
+        key = row
+        if key in seen or wanted is None:
+            continue
+        seen.add(key)
+        bars.append((what, base, times[base] / times["tarnix"], wanted))
+    left, width, step, top = 300, 480, 20, 46
+    longest = 3.0
+    scale = width / longest
+    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 130}" '
+           f'height="{top + step * len(bars) + 14}" font-family="sans-serif" font-size="12">',
+           '<rect width="100%" height="100%" fill="#ffffff"/>',
+           f'<text x="{left}" y="18" font-size="14" fill="#222">How many times as fast as what it '
+           'is measured against (red mark: wanted)</text>']
+    for tick in range(int(longest) + 1):
+        x = left + tick * scale
+        out.append(f'<line x1="{x}" y1="{top - 8}" x2="{x}" y2="{top + step * len(bars)}" '
+                   f'stroke="{"#888" if tick == 1 else "#ddd"}"/>')
+        out.append(f'<text x="{x}" y="{top - 12}" text-anchor="middle" fill="#555">{tick}</text>')
+    for i, (what, base, ratio, wanted) in enumerate(bars):
+        y = top + i * step
+        long = min(ratio, longest) * scale
+        mark = left + min(wanted, longest) * scale
+        colour = "#2f6f8f" if round(ratio, 2) >= wanted else "#b5792b"
+        out.append(f'<text x="{left - 8}" y="{y + 13}" text-anchor="end" fill="#222">'
+                   f'{html.escape(what)}</text>')
+        out.append(f'<rect x="{left}" y="{y + 3}" width="{long:.1f}" height="{step - 7}" '
+                   f'fill="{colour}"/>')
+        out.append(f'<line x1="{mark:.1f}" y1="{y + 1}" x2="{mark:.1f}" y2="{y + step - 2}" '
+                   'stroke="#c0392b" stroke-width="2"/>')
+        out.append(f'<text x="{left + max(long, mark - left) + 6:.1f}" y="{y + 13}" fill="#555">'
+                   f'{ratio:.2f} {html.escape(base)}</text>')
+    out.append("</svg>")
+    return "\n".join(out) + "\n"
+
+
+def facts_lines(folder):
+    facts = [line.split("\t", 1) for line in (folder / "facts.txt").read_text().splitlines()]
+    return ["| | |", "|---|---|"] + [f"| {name} | {value} |" for name, value in facts]
+
+
+def conditions(figures):
+    context = figures.context
+    peers = [f"{name[5:]} {value}" for name, value in sorted(context.items())
+             if name.startswith("peer ")]
+    noisiest = sorted(figures.spread.values())
+    middle = noisiest[len(noisiest) // 2] * 100 if noisiest else 0
+    return [f"Measured on {context['num_cpus']} cores of {context['mhz_per_cpu'] / 1000:.1f} GHz, "
+            f"{context['date'][:10]}. Medians of 9 repetitions in random order, interleaved between "
+            f"all rows of a program; the repetitions of a row in the middle spread by "
+            f"{middle:.1f} %.", "", "Peers: " + "; ".join(peers) + "."]
+
+
+def main():
+    folder, page, image = (pathlib.Path(argument) for argument in sys.argv[1:4])
+    figures = Figures(folder)
+    found, missing = ratios(figures)
+    table, short = main_table(found)
+    growth, missing_growth = growth_table(figures)
+    text = [BEGIN, ""] + conditions(figures) + table + ["", "### How cost grows", ""] + growth
+    text += ["", "### Build, size and load", ""] + facts_lines(folder) + ["", END]
+    before, _, rest = page.read_text().partition(BEGIN)
+    _, _, after = rest.partition(END)
+    page.write_text(before + "\n".join(text) + after)
+    image.write_text(picture(found))
+    print("\n".join(table + [""] + growth))
+    for row in missing + missing_growth:
+        print(f"NOT MEASURED: {row}")
+    for row in short:
+        print(f"SHORT: {row}")
+    return 1 if short or missing or missing_growth else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
