@@ -41,19 +41,31 @@ std::basic_string<Char> hexText(const unsigned char* data, int length)
     return text;
 }
 
-// The beginning of a uid, "%04x" of its number, in a text with room for what is to follow.
-template <class Text>
-Text beginUid(unsigned int number, std::size_t lengthOfRest)
+// The number in front of a uid, "%04x".
+template <class Char>
+class UidNumber
 {
-    constexpr std::size_t least = 4;
-    char digits[2 * sizeof number];
-    char* const end = std::to_chars(digits, std::end(digits), number, 16).ptr;
-    const auto length = static_cast<std::size_t>(end - digits);
-    Text uid;
-    uid.reserve(sizeof digits + lengthOfRest);
-    uid.append(length < least ? least - length : 0, '0').append(digits, end);
-    return uid;
-}
+public:
+    explicit UidNumber(std::uint32_t number)
+    {
+        const unsigned char bytes[] = {
+            static_cast<unsigned char>(number >> 24), static_cast<unsigned char>(number >> 16),
+            static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)};
+        printHex(m_Digits, bytes, sizeof bytes);
+        constexpr std::size_t least = 4;
+        while (m_First < std::end(m_Digits) - least && *m_First == '0')
+            ++m_First;
+    }
+    UidNumber(const UidNumber&) = delete;
+    UidNumber& operator=(const UidNumber&) = delete;
+
+    const Char* data() const { return m_First; }
+    std::size_t size() const { return static_cast<std::size_t>(std::end(m_Digits) - m_First); }
+
+private:
+    Char m_Digits[2 * sizeof(std::uint32_t)];
+    const Char* m_First = m_Digits;
+};
 
 constexpr std::int16_t kNoDigit = -1;
 
@@ -205,14 +217,16 @@ int CCmnStringTool::wstr2binary(unsigned char* out, int* size, std::wstring text
 std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char* data, int length)
 {
     const std::size_t bytes = data && length > 0 ? static_cast<std::size_t>(length) : 0;
-    auto uid = beginUid<std::wstring>(number, 2 * bytes);
-    appendHex(uid, data, bytes);
+    const UidNumber<wchar_t> digits(number);
+    std::wstring uid(digits.size() + 2 * bytes, L'0');
+    printHex(std::copy_n(digits.data(), digits.size(), uid.data()), data, bytes);
     return uid;
 }
 
 std::string CCmnStringTool::str2uid(unsigned int number, const std::string& text)
 {
-    auto uid = beginUid<std::string>(number, 2 * text.size());
+    const UidNumber<char> digits(number);
+    std::string uid(digits.data(), digits.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte >= 0x80)
