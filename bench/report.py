@@ -200,7 +200,10 @@ def growth_table(figures):
         one_item = what.endswith("one start")
         for argument, times in sorted(figures.rows.get(row, {}).items(),
                                       key=lambda one: int(one[0] or 0)):
-            if base not in times or "tarnix" not in times or not argument:
+            if not argument:
+                continue
+            if base not in times or "tarnix" not in times:
+                missing.append(f"{row}/{argument}")
                 continue
             items = figures_per_item(row, argument, one_item)
             lines.append(f"| {row}: {what} | {number_text(argument)} "
@@ -282,6 +285,8 @@ def main():
     growth, missing_growth = growth_table(figures)
     text = [BEGIN, ""] + conditions(figures) + table + ["", "### How cost grows", ""] + growth
     text += ["", "### Build, size and load", ""] + facts_lines(folder) + ["", END]
+    if BEGIN not in page.read_text() or END not in page.read_text():
+        sys.exit(f"{page} lacks the marks between which the figures stand")
     before, _, rest = page.read_text().partition(BEGIN)
     _, _, after = rest.partition(END)
     page.write_text(before + "\n".join(text) + after)

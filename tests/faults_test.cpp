@@ -70,7 +70,7 @@ const std::string allocating =
 
 bool isAmong(const std::string& operations, const std::string& operation)
 {
-    return operations.find(operation) != std::string::npos;
+    return (" " + operations + " ").find(" " + operation + " ") != std::string::npos;
 }
 
 class Faults : public testing::Test
@@ -139,7 +139,9 @@ protected:
         script.onwards = onwards, script.throws = throws;
         script.rights = kind.rights;
         const int code = run(kind);
-        bool told = code == kind.code;
+        const bool startNeedsIt = isAmong(
+            "CreateNamedPipeA DuplicateHandle CreateProcessA CreateProcessAsUserA", operation);
+        bool told = code == kind.code && !(startNeedsIt && kind.code == 0);
         if (throws || operation == allocation) {
             told = told || code == -1 || code == 8;
         }
@@ -152,7 +154,7 @@ protected:
         EXPECT_EQ(Refusal::blocks, blocks);
         script.rights = kind.rights;
         EXPECT_EQ(run(kind), kind.code); // of a new runner
-        expectNothingLeft(kind, "");
+        expectNothingLeft(kind, "none");
         script = Script();
     }
 
@@ -170,6 +172,8 @@ TEST_F(Faults, EveryCallAndEveryAllocation)
         EXPECT_EQ(run(kind), kind.code);
         auto calls = script.calls;
         calls[allocation] = Refusal::asked;
+        EXPECT_GT(calls[allocation], 0);
+        expectNothingLeft(kind, "none");
         script = Script();
         for (const auto& [operation, count] : calls) {
             for (int call = 1; call <= count; ++call) {
@@ -184,6 +188,7 @@ TEST_F(Faults, EveryCallAndEveryAllocation)
             }
         }
     }
+    EXPECT_GT(injected, 0);
     std::printf("faults injected: %d\n", injected);
     m_Shown += m_Scratch.read("install/Logs/runner.log");
     EXPECT_EQ(m_Shown.find(password), std::string::npos);

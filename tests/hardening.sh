@@ -18,10 +18,13 @@ for file in "$@"; do
     has "$file" "position independence" 'DYN' readelf -hW
 done
 library=$1
+has "$2" "stack protector" __stack_chk_fail nm -D
 has "$library" "stack protector" __stack_chk_fail nm -D
 has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
 case $(uname -m) in
-x86_64) # a few come with the compiler's own start-up code
+x86_64)
+    has "$library" "stack-clash probes" 'or[ql] +\$0x0,' objdump -d
+    # a few come with the compiler's own start-up code
     if [ "$(objdump -d "$library" | grep -c endbr64)" -lt 100 ]; then
         echo "${library##*/}: no marks of allowed jump targets"
         failed=1

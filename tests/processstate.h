@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@ struct ProcessState {
     static ProcessState now()
     {
         namespace fs = std::filesystem;
+        if (!std::ifstream("/proc/thread-self/children"))
+            throw std::runtime_error("this kernel does not tell children");
         ProcessState state;
         for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
             static_cast<void>(entry);

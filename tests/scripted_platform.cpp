@@ -157,16 +157,16 @@ BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD* count, OVERLA
     const int what = does("ReadFile") ? next<int>(script.reads, Script::broken) : Script::readError;
     overlapped->Internal = ERROR_IO_PENDING; // so that the outcome is asked for
     script.target = static_cast<char*>(buffer);
-    overlapped->Offset = static_cast<DWORD>(what);
+    script.what = what;
     script.lastError = what == Script::pending  ? ERROR_IO_PENDING
                        : what == Script::broken ? ERROR_BROKEN_PIPE
                                                 : script.error;
     *count = 1;
     return what < Script::pending || what > Script::readError;
 }
-BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED* overlapped, DWORD* count, BOOL)
+BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
-    int what = static_cast<int>(overlapped->Offset);
+    int what = script.what;
     if (what == Script::pending) {
         what = next<int>(script.reads, Script::broken);
     }

@@ -35,7 +35,8 @@ struct Script {
     std::set<void*> open;         // handles, and memory of the platform
     int wrongCloses = 0;
     bool childRuns = false;
-    char* target = nullptr; // of the last read
+    char* target = nullptr; // of the last read,
+    int what = 0;           // and what it meets
     DWORD lastError = 0;
     std::map<std::string, int> calls;
 

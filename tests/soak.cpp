@@ -203,10 +203,10 @@ Peak watch(Clock::duration time)
     return peak;
 }
 
-long countLines(const std::string& text)
+long countLines(const std::string& path)
 {
     long lines = 0;
-    std::istringstream in(text);
+    std::ifstream in(path);
     for (std::string line; std::getline(in, line); ++lines)
         require(line.find(" soak") != std::string::npos && line.find(" line ") != std::string::npos,
                 "a trace line is whole");
@@ -244,11 +244,14 @@ int soak(std::chrono::seconds time)
     long written = 0;
     for (const auto& own : owned)
         written += own->lines();
-    require(countLines(scratch.read("shared.log")) == written, "every trace line is there");
+    require(countLines(scratch.path("shared.log")) == written, "every trace line is there");
     std::printf("soak: %ld results checked, %ld trace lines, resident %ld then %ld KiB, "
                 "descriptors at most %ld then %ld, children %ld then %ld\n",
                 g_checks.load(), written, early.resident, late.resident, early.state.descriptors,
                 late.state.descriptors, early.state.children, late.state.children);
+    require(late.state.descriptors <= early.state.descriptors + 8 * threadCount &&
+                late.state.children <= early.state.children + threadCount,
+            "descriptors and children do not grow");
     require(ProcessState::now() == before, "no descriptor and no child is left");
     require(late.resident <= early.resident + allowedGrowth, "resident memory is flat");
     return failures == 0 ? 0 : 1;

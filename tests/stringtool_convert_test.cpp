@@ -101,6 +101,10 @@ TEST(StringToolLocale, AgreesWithTheCLibrary)
         }
         for (const std::wstring& odd : {L"a\xD800"s, L"a\0\xD800"s, std::wstring{-1}})
             EXPECT_EQ(Tool::wstr2str(odd), expected<char>(odd, std::wcstombs)) << name;
+        // A text of tags alone becomes no byte at all in most encodings.
+        for (const std::wstring& held : {L"a\u00ca"s, L"\U000e0041"s})
+            EXPECT_EQ(Tool::tstr2str(Tool::wstr2tstr(held)), expected<char>(held, std::wcstombs))
+                << name;
     }
     std::setlocale(LC_ALL, "C"); // as the program started
 }

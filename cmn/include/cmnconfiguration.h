@@ -25,8 +25,9 @@ namespace tarnix_cmn_4_4
 // are refused when they are longer than 255 bytes of UTF-8 or hold '[' or ']', those of values also
 // with a backslash; so is the empty name of a section, also as a part of a path.
 //
-// An import refuses what would harm the process: a file with a zero byte, a section more than 128
-// levels deep, more than 50000 levels of sections in all, and what is no plain file.
+// An import refuses what would harm the process: a file with more than 8 zero bytes or a line of
+// more than 16 MiB, a section more than 128 levels deep, more than 50000 levels of sections in all,
+// and what is no plain file. An export that would make such a file fails.
 //
 // Operations that give an int give 0 for success and otherwise the non-zero code of what failed;
 // nothing throws but exhausted memory. A null text counts as an empty one. The short get and set
@@ -54,17 +55,16 @@ public:
     int importConfig(const wchar_t* path, const wchar_t* file);
 
     // The whole store replaces the whole file, which is made if it is missing. The new file is
-    // written beside the old one, under a name that begins with ".tarnix-", and then renamed: when
-    // the process ends in the middle, the disk has no room for both or the export fails otherwise,
-    // the old file is untouched, and a reader finds one of the two whole. Only a killed process
-    // leaves its unfinished file behind. A link to the file stays a link. The permissions are kept,
-    // and the owner and the group where the process may give a file to them; access lists and
-    // further hard links stay with the old file.
+    // written beside the old one under a name that begins with ".tarnix-", and then renamed: when
+    // the process is stopped at any point, the disk is full or the export fails otherwise, the old
+    // file is untouched; only a killed process leaves its unfinished file behind. A link to the
+    // file stays a link. Permissions are kept, and the owner and the group where the process may
+    // give the file away; further hard links stay with the old file.
     //
-    // Where no file can be made beside or renamed - in a directory that may not be written, over a
-    // file that is mounted by itself - and for what is no plain file, the export writes in place:
-    // one that is broken off leaves a part. Nothing is forced to the disk, so that a crash of the
-    // machine can still cost the file on file systems that do not write before they rename.
+    // Where no file can be made there or renamed - a directory that may not be written, a file that
+    // is mounted by itself - for a file with an access list, and for what is no plain file, the
+    // export writes in place, and one that is interrupted leaves a part. Nothing is forced to the
+    // disk: what a crash of the machine leaves is up to the file system.
     int exportConfig();
 
     // Names of the sub-sections, in the store's order; none for a key that opens nothing. The form

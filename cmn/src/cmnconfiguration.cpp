@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace tarnix_cmn_4_4
@@ -62,14 +63,17 @@ class Replacement
 public:
     explicit Replacement(const std::string& path)
     {
-        // The path as it was given, links and all: the system may refuse to follow one of them.
-        m_IsNew = ::stat(path.c_str(), &m_Old) != 0;
-        // What is no plain file, or must not be written, is not to be replaced by one that may.
-        if (m_IsNew ? errno == ENOENT && !path.empty()
-                    : S_ISREG(m_Old.st_mode) && ::euidaccess(path.c_str(), W_OK) == 0) {
+        constexpr int attempts = 20; // others replace the file at the same time
+        for (int i = 0; i < attempts; ++i) {
+            if (!mayReplace(path))
+                return;
             m_Path = behindLinks(path);
-            create();
+            if (isStill(m_Path)) {
+                create();
+                return;
+            }
         }
+        m_MustKeepOld = true;
     }
     ~Replacement()
     {
@@ -81,9 +85,9 @@ public:
 
     explicit operator bool() const { return static_cast<bool>(m_File); }
 
-    // No file could be made for want of room: then the old one must not be written over either, for
-    // it would be emptied first.
-    bool lacksRoom() const { return m_LacksRoom; }
+    // It failed, and not because of the directory: then the old file must not be written over
+    // either, for it would be emptied first.
+    bool mustKeepOld() const { return m_MustKeepOld; }
 
     // Where to write.
     const std::string& path() const { return m_Beside; }
@@ -92,15 +96,28 @@ public:
     // and only owners may replace them.
     bool take()
     {
-        if (!m_IsNew)
-            keepAccess();
-        if (std::rename(m_Beside.c_str(), m_Path.c_str()) != 0)
+        if (!m_IsNew && !keepAccess())
             return false;
+        if (std::rename(m_Beside.c_str(), m_Path.c_str()) != 0) {
+            m_MustKeepOld = !isOfDirectory(errno);
+            return false;
+        }
         m_File = CmnDescriptor();
         return true;
     }
 
 private:
+    // What is no plain file, or must not be written, is not to be replaced by one that may. The
+    // rights of a file with an access list could not be kept.
+    bool mayReplace(const std::string& path)
+    {
+        // The path as it was given, links and all: the system may refuse to follow one of them.
+        m_IsNew = ::stat(path.c_str(), &m_Old) != 0;
+        return m_IsNew ? errno == ENOENT && !path.empty()
+                       : S_ISREG(m_Old.st_mode) && ::euidaccess(path.c_str(), W_OK) == 0 &&
+                             !hasAccessList(path);
+    }
+
     // Made under a name that nobody has, so that it is nobody else's file and no link that somebody
     // put there. Nobody else looks into it before it has the rights of the old one.
     void create()
@@ -114,18 +131,54 @@ private:
             if (!m_File && errno != EEXIST)
                 break;
         }
-        m_LacksRoom = !m_File && (errno == ENOSPC || errno == EDQUOT);
+        m_MustKeepOld = !m_File && !isOfDirectory(errno);
+    }
+
+    // Errors after which the file itself may still be written as it is.
+    static bool isOfDirectory(int error)
+    {
+        switch (error) {
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case EBUSY:
+        case EXDEV:
+        case EEXIST:
+        case ENOENT:
+        case ENOTDIR:
+        case ENAMETOOLONG:
+            return true;
+        default:
+            return false;
+        }
+    }
+
+    static bool hasAccessList(const std::string& path)
+    {
+        return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+    }
+
+    // Whether the path behind the links leads to what was looked at by the path with them.
+    bool isStill(const std::string& path) const
+    {
+        struct stat found {
+        };
+        const bool isThere = ::lstat(path.c_str(), &found) == 0;
+        return m_IsNew ? !isThere
+                       : isThere && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
     }
 
     // A user who may not give a file away becomes its owner. If the group cannot be kept either,
     // the new group's rights are those that it had before, among all others.
-    void keepAccess()
+    bool keepAccess()
     {
         mode_t mode = m_Old.st_mode & 07777;
-        if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0 &&
-            ::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
-            mode = (mode & ~static_cast<mode_t>(S_IRWXG)) | (mode & S_IRWXO) << 3;
-        ::fchmod(m_File.get(), mode);
+        if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0) {
+            mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
+            if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
+                mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
+        }
+        return ::fchmod(m_File.get(), mode) == 0;
     }
 
     std::string m_Path;
@@ -134,7 +187,7 @@ private:
     struct stat m_Old {
     };
     bool m_IsNew = false;
-    bool m_LacksRoom = false;
+    bool m_MustKeepOld = false;
 };
 
 } // namespace
@@ -164,9 +217,16 @@ void CCmnConfiguration::openHeap()
 
 void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
 {
-    assign(m_Path, path);
-    assign(m_File, file);
-    assign(m_FullPath, m_Path, m_File);
+    // All three or none: an export must not write to the file of before.
+    tstr newPath;
+    tstr newFile;
+    tstr fullPath;
+    assign(newPath, path);
+    assign(newFile, file);
+    assign(fullPath, newPath, newFile);
+    m_Path.swap(newPath);
+    m_File.swap(newFile);
+    m_FullPath.swap(fullPath);
 }
 
 // A file that is there stands in a directory that is there, and need not be asked for twice -
@@ -213,14 +273,17 @@ int CCmnConfiguration::exportConfig()
     const std::string path = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp exporter(m_Heap);
     Replacement replacement(path);
-    if (replacement.lacksRoom())
-        return kFailed;
     if (replacement) {
         // The code also tells of a write that failed, and of one that failed when the file closed.
-        const int code = exporter.export_config(replacement.path().c_str());
-        if (code != 0 || replacement.take())
+        if (const int code = exporter.export_config(replacement.path().c_str()))
             return code;
+        if (!TxMayImport(replacement.path().c_str()))
+            return kFailed; // nobody could read it
+        if (replacement.take())
+            return 0;
     }
+    if (replacement.mustKeepOld())
+        return kFailed;
     return exporter.export_config(path.c_str());
 }
 

@@ -148,7 +148,7 @@ CCmnExecPipeWindows::~CCmnExecPipeWindows()
     } catch (...) {
         // Only the making of a record can fail, for want of memory, and nobody is left to read it.
     }
-    closeAndForget(m_ReadEvent); // which comes behind the record
+    closeAndForget(m_ReadEvent); // Close did not get to it when its record failed
 }
 
 void CCmnExecPipeWindows::Init()

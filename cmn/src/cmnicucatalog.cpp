@@ -46,8 +46,9 @@ tstr withName(const tstr& name, const icu::UnicodeString& text)
 } // namespace
 
 CCmnMessageCatalog::CCmnMessageCatalog(const tstr& name, const char* language)
-    : m_Language(language), m_Name(name)
+    : m_Language(language)
 {
+    assign(m_Name, name);
 }
 
 CCmnMessageCatalog::~CCmnMessageCatalog() = default;

@@ -296,30 +296,6 @@ std::wstring toLongWide(const std::string& text)
     return result;
 }
 
-// A text whose first character becomes at least a byte, or fails. The tags of Unicode become
-// nothing in most encodings, and a text of nothing else makes wcsnrtombs look in front of its
-// target.
-bool beginsWithBytes(const tstr& text)
-{
-    constexpr wchar_t firstTag = 0xE0000;
-    constexpr wchar_t lastTag = 0xE007F;
-    return text.is_empty() || text[0] < firstTag || text[0] > lastTag;
-}
-
-// The text ends at its length if no terminator comes before.
-std::string toNarrow(const wchar_t* text, std::size_t length)
-{
-    const auto convert = [end = text + length](char* target, const wchar_t** rest, std::size_t room,
-                                               std::mbstate_t* state) {
-        const auto left = static_cast<std::size_t>(end - *rest);
-        const std::size_t written = wcsnrtombs(target, rest, left, room, state);
-        if (*rest == end)
-            *rest = nullptr;
-        return written;
-    };
-    return convertByLocale<std::string, char>(text, length * MB_CUR_MAX + 1, convert);
-}
-
 } // namespace
 
 icu::UnicodeString CCmnStringTool::str2ustr(const std::string& text)
@@ -421,8 +397,13 @@ tstr CCmnStringTool::str2tstr(const std::string& text)
 
 std::string CCmnStringTool::tstr2str(const tstr& text)
 {
-    return beginsWithBytes(text) ? toNarrow(text.c_str(), text.length())
-                                 : wstr2str(tstr2wstr(text));
+    // With the terminator: without it wcsnrtombs keeps back what an encoding holds on to, and looks
+    // in front of its target after a text that becomes nothing.
+    const std::size_t length = terminatedLength(text);
+    Room<wchar_t> terminated(length + 1);
+    *std::copy_n(text.c_str(), length, terminated.data()) = L'\0';
+    return convertByLocale<std::string, char>(terminated.data(), length * MB_CUR_MAX + 1,
+                                              std::wcsrtombs);
 }
 
 std::string CCmnStringTool::tstr2str(const char* text)

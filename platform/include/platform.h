@@ -145,15 +145,15 @@ struct ReadLease {
 // The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
 // read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
 // a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
-// next one of that end pends.
+// next one of that end pends. A state that has read is not copied: zero another one.
 struct OVERLAPPED {
     ULONG_PTR Internal;               // 0: ended well; otherwise the error, or ERROR_IO_PENDING
     ULONG_PTR InternalHigh;           // bytes read
     DWORD Offset;                     // not used
     DWORD OffsetHigh;                 // not used
     HANDLE hEvent;                    // signalled when a pending read ends
-    tarnix_platform::ReadLease Lease; // the layer's own, and so is
-    ULONG_PTR Pending;                // the number of the read that pends, or 0
+    tarnix_platform::ReadLease Lease; // the layer's own
+    ULONG_PTR Pending;                // the layer's own: number of the read that pends, or 0
 };
 
 // The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this

@@ -96,7 +96,9 @@ inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
     state.Lease.ahead = ahead;
     state.Lease.number = ahead->renewLease();
     state.Lease.file = file;
-    return state.Lease.at < state.Lease.end;
+    // Looked at again: the block may have gone to another pipe meanwhile.
+    return state.Lease.at < state.Lease.end && fast.owner.load(std::memory_order_acquire) == file &&
+           fast.ahead.load(std::memory_order_relaxed) == ahead;
 }
 
 // False also for a handle that was closed, or after another state has read.
@@ -132,7 +134,8 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
     if (count == nullptr || overlapped == nullptr) {
         return tarnix_platform::readFile(file, buffer, size, count, overlapped);
     }
-    // Two roads that do not meet: the loop of a caller stays on the first.
+    // Written twice on purpose: joined by ||, the compiler would load the state again for each
+    // byte.
     if (size == 1 && tarnix_platform::holdsLease(file, overlapped->Lease)) {
         tarnix_platform::takeByte(buffer, *overlapped);
         *count = 1;
@@ -150,7 +153,6 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
     const BOOL result = tarnix_platform::readFile(file, buffer, size, &got, &state);
     overlapped->Internal = state.Internal;
     overlapped->InternalHigh = state.InternalHigh;
-    overlapped->Offset = state.Offset;
     overlapped->Pending = state.Pending;
     overlapped->Lease = tarnix_platform::ReadLease{};
     *count = got;
@@ -166,7 +168,6 @@ inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* coun
     DWORD got = 0;
     OVERLAPPED state{};
     state.Internal = overlapped->Internal;
-    state.Offset = overlapped->Offset;
     state.Pending = overlapped->Pending;
     const BOOL result = tarnix_platform::overlappedResult(file, &state, &got, wait);
     overlapped->Internal = state.Internal;

@@ -26,12 +26,13 @@ constexpr HKEY HKEY_LOCAL_MACHINE{0x80000002};
 // thread may call; objects that exist are not affected.
 __attribute__((visibility("default"))) void TxSetRegistryFile(const char* path);
 
-// False for a file that ACE_Registry_ImpExp may not be given. It doubles its buffer at each line
-// with a zero byte, until the size wraps and it writes behind the buffer; the room for a section
-// grows with the square of its depth, and the export goes down by recursion. So a file is refused
-// that holds a zero byte, a section more than 128 levels deep, or more than 50000 levels of
-// sections in all, and whatever is not a plain file, which may have no end. A file that is not
-// there passes.
+// False for a file that ACE_Registry_ImpExp may not be given. It doubles its buffer at each zero
+// byte and for a long line, until the size wraps and it writes behind the buffer; the room for a
+// section grows with the square of its depth, and the export goes down by recursion. So a file is
+// refused that holds more than 8 zero bytes, a line of more than 16 MiB, a section more than 128
+// levels deep or more than 50000 levels of sections in all. So is whatever is not a plain file,
+// which may have no end. A file that is not there passes. The import opens the path again: this is
+// no defence against somebody who writes the file meanwhile.
 bool TxMayImport(const char* path);
 
 // Read only. Each object loads the file when it is made, and sees no later change. A file that is

@@ -14,6 +14,8 @@ namespace
 
 constexpr long mostLevels = 128;
 constexpr long mostOfAll = 50000;
+constexpr long mostZeros = 8; // some stand in good files that something damaged
+constexpr long longestLine = 16L * 1024 * 1024;
 
 // Takes a file piece by piece, and counts the levels of its sections.
 class ImportCheck
@@ -21,7 +23,8 @@ class ImportCheck
 public:
     bool accepts(const char* piece, const char* end)
     {
-        if (std::memchr(piece, '\0', static_cast<std::size_t>(end - piece)) != nullptr)
+        m_Zeros += std::count(piece, end, '\0');
+        if (m_Zeros > mostZeros)
             return false;
         while (piece != end) {
             if (m_AtStart)
@@ -30,7 +33,8 @@ public:
             const auto* newline = static_cast<const char*>(
                 std::memchr(piece, '\n', static_cast<std::size_t>(end - piece)));
             const char* const lineEnd = newline != nullptr ? newline + 1 : end;
-            if (m_InSection && !countLevels(piece, lineEnd))
+            m_Length = (m_AtStart ? 0 : m_Length) + (lineEnd - piece);
+            if (m_Length > longestLine || (m_InSection && !countLevels(piece, lineEnd)))
                 return false;
             m_AtStart = newline != nullptr;
             piece = lineEnd;
@@ -52,6 +56,8 @@ private:
     bool m_InSection = false;
     long m_Levels = 0;
     long m_AllLevels = 0;
+    long m_Length = 0; // of the line
+    long m_Zeros = 0;
 };
 
 } // namespace

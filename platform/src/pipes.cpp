@@ -4,6 +4,7 @@
 #include "waits.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <fcntl.h>
 #include <map>
@@ -121,6 +122,9 @@ PipeNames& names()
     static PipeNames& instance = *std::make_unique<PipeNames>().release();
     return instance;
 }
+
+// Number of the last read that pended, of all pipes: a state may come from another one.
+std::atomic<ULONG_PTR> g_lastRead{0};
 
 // A refused read leaves the state of one that pends as it is.
 bool refuse(OVERLAPPED& state, int error)
@@ -297,7 +301,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     m_Pending.size = size;
     overlapped->Internal = ERROR_IO_PENDING;
     overlapped->InternalHigh = 0;
-    overlapped->Pending = ++m_Outcome.number;
+    overlapped->Pending = m_Outcome.number = g_lastRead.fetch_add(1, std::memory_order_relaxed) + 1;
     return fail(ERROR_IO_PENDING);
 }
 
@@ -443,7 +447,9 @@ BOOL tarnix_platform::overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWOR
     if (overlapped->Internal == ERROR_IO_PENDING) {
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
         if (!end) {
-            return fail(ECANCELED); // by the closing
+            overlapped->Internal = ECANCELED; // by the closing
+            overlapped->Pending = 0;
+            return fail(ECANCELED);
         }
         if (!awaitRead(*end->pipe(), wait != 0)) {
             return fail(ERROR_IO_PENDING);
