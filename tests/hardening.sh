@@ -23,7 +23,7 @@ has "$library" "stack protector" __stack_chk_fail nm -D
 has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
 case $(uname -m) in
 x86_64)
-    has "$library" "stack-clash probes" 'or[ql] +\$0x0,' objdump -d
+    has "$library" "stack-clash probes" 'sub +\$0x1000,%rsp' objdump -d
     # a few come with the compiler's own start-up code
     if [ "$(objdump -d "$library" | grep -c endbr64)" -lt 100 ]; then
         echo "${library##*/}: no marks of allowed jump targets"
