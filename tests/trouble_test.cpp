@@ -126,6 +126,9 @@ protected:
 
 TEST_F(Trouble, NoDescriptorIsLeft)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer needs a descriptor to look at an object's type";
+#else
     const ProcessState before = ProcessState::now();
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -144,6 +147,7 @@ TEST_F(Trouble, NoDescriptorIsLeft)
     // With some it fails, and with enough it works.
     EXPECT_TRUE(results.count(0) == 1 && results.size() > 1);
     EXPECT_EQ(results.count(ECmnExecPipe::ERROR_UNEXPECTED), 0U);
+#endif
 }
 
 TEST_F(Trouble, NoProcessIsLeft)
