@@ -68,9 +68,10 @@ void expectUsable()
     EXPECT_EQ(lines, Lines{"well"});
 }
 
-// Runs the work in a process of its own, which may change its limits, its user and its mounts.
-// What the work returns must be true.
-void apart(const std::function<bool()>& work)
+// Begins the work in a process of its own, which may change its limits, its user and its mounts. To
+// be called while there is one thread only: a lock that another holds would stay taken in the
+// child.
+pid_t beginApart(const std::function<bool()>& work)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -82,11 +83,19 @@ void apart(const std::function<bool()>& work)
         }
         _exit(well ? 0 : 1);
     }
+    return child;
+}
+
+// What the work returned must be true.
+void endApart(pid_t child)
+{
     int status = -1;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     EXPECT_EQ(status, 0);
 }
+
+void apart(const std::function<bool()>& work) { endApart(beginApart(work)); }
 
 bool needsRoot()
 {
@@ -278,9 +287,9 @@ TEST_F(Trouble, TwoProcessesOnTheSameFiles)
         }
         return true;
     };
-    std::thread other([&] { apart([&] { return host(L"left"); }); });
+    const pid_t other = beginApart([&] { return host(L"left"); });
     apart([&] { return host(L"right"); });
-    other.join();
+    endApart(other);
     std::istringstream text(m_Scratch.read("t.log"));
     int count = 0;
     for (std::string line; std::getline(text, line); ++count) {
