@@ -3,6 +3,8 @@
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmsgcatalogmgr.h"
+#include "cmnsaxhandler.h"
+#include "cmnsaxparser.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
 #include "processstate.h"
@@ -12,6 +14,7 @@
 #include <functional>
 #include <new>
 #include <set>
+#include <xercesc/util/OutOfMemoryException.hpp>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -46,7 +49,7 @@ protected:
                 SCOPED_TRACE(std::to_string(call) + (onwards ? " and on" : ""));
                 const int blocks = Refusal::blocks;
                 inject(make, good, told, {call, onwards, throwingOnly});
-                EXPECT_EQ(Refusal::blocks, blocks);
+                EXPECT_TRUE(Refusal::blocks == blocks || m_MayLose) << Refusal::blocks;
                 EXPECT_EQ(ProcessState::now(), state);
             }
         }
@@ -70,6 +73,7 @@ protected:
     }
 
     Scratch m_Scratch;
+    bool m_MayLose = false;
 };
 
 std::string narrow(const tstr& text)
@@ -202,6 +206,30 @@ TEST_F(Allocation, TraceAndConfiguration)
     refuseEach(exports, "0" + text, {}, true);
     // Nothing half written lies about beside the two directories and the two files.
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_Scratch.path()), {}), 4);
+}
+
+struct Gathering : CCmnSaxParseHandler {
+    std::string take() { return std::exchange(m_Text, "") + (hasLastError() ? "!" : ""); }
+};
+
+TEST_F(Allocation, Sax)
+{
+    m_MayLose = true; // Xerces-C leaves its own clean-up out when memory is refused
+    // The end of the last use allocates within Xerces-C, which does not expect a refusal there.
+    const CCmnSaxParser lastUse;
+    const auto parses = []() -> Step {
+        const auto handler = std::make_shared<Gathering>();
+        return [handler, parser = std::make_shared<CCmnSaxParser>(handler.get())] {
+            handler->take();
+            try {
+                parser->parse("<!DOCTYPE a [<!ENTITY e 'of an entity'>]><a b='c'>text &e;</a>");
+            } catch (const xercesc::OutOfMemoryException&) {
+                throw std::bad_alloc();
+            }
+            return handler->take();
+        };
+    };
+    refuseEach(parses, "text of an entity", {});
 }
 
 } // namespace

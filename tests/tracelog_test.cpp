@@ -1,7 +1,7 @@
 // The trace log: its states, where its settings come from, and what stands in its file.
-#include "cmnfile.h"
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
+#include "platform_file.h"
 #include "scratch.h"
 
 #include <fcntl.h>
@@ -180,7 +180,7 @@ TEST_F(TraceLog, FilesThatCannotBeUsed)
 
 TEST_F(TraceLog, Texts)
 {
-    const CmnFile file = openFile(m_Scratch.path("f"), "a+");
+    const TxFile file = TxOpenFile(m_Scratch.path("f").c_str(), "a+");
     EXPECT_EQ(fcntl(fileno(file.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     start();
     for (const std::size_t length : {1U, 1022U, 1023U, 1024U, 2047U, 100000U}) {

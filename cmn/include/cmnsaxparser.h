@@ -37,16 +37,17 @@ public:
     CCmnSaxParser& operator=(const CCmnSaxParser&) = delete;
 
     // Belongs to the constructor. A further call leaks a reader and a use of Xerces-C, and takes
-    // the handler away. If Xerces-C fails here, there is no reader, and the other operations do
-    // nothing.
+    // the handler away. If Xerces-C fails here, there is no reader, and parse tries to make it.
     void init();
 
     // The handler gets content and errors, and nothing else; null takes the one before away.
     void setHandler(xercesc::DefaultHandler* handler);
 
     // Calls the handler from here. Malformed text is the handler's affair: it gets fatalError, and
-    // parse returns. What the handler raises goes to the caller. The encoding is that of the text's
-    // declaration or byte order mark, or UTF-8.
+    // parse returns. What the handler raises goes to the caller, and so does what Xerces-C raises
+    // when memory is refused: xercesc::OutOfMemoryException, which is no std::exception. The object
+    // can be used again after each of them. The encoding is that of the text's declaration or byte
+    // order mark, or UTF-8.
     void parse(const std::string& text);
 
     // The lines one behind the other, with nothing between them.

@@ -1,21 +1,14 @@
 // CCmnConfiguration: the store, its file and its current section.
 #include "cmnconfiguration.h"
 
-#include "cmnfile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 #include "cmnutf8.h"
+#include "platform_file.h"
 #include "platform_registry.h"
 
 #include <ace/Configuration_Import_Export.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 namespace tarnix_cmn_4_4
 {
@@ -39,156 +32,6 @@ bool hasEmptyPart(const std::string& path)
 
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
 constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importConfig";
-
-// The file that a chain of links ends at, which need not be there: to rename over a link would
-// replace the link.
-std::string behindLinks(std::string path)
-{
-    constexpr int mostLinks = 40; // as many as the system follows
-    char link[4096];
-    for (int i = 0; i < mostLinks; ++i) {
-        const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
-        if (length <= 0)
-            break;
-        const std::size_t name = link[0] == '/' ? 0 : path.rfind('/') + 1;
-        path.replace(name, std::string::npos, link, static_cast<std::size_t>(length));
-    }
-    return path;
-}
-
-// A file beside another, which takes its place when it is complete: at each moment the name leads
-// to the whole old file or the whole new one, however many read it and replace it at that time.
-class Replacement
-{
-public:
-    explicit Replacement(const std::string& path)
-    {
-        constexpr int attempts = 20; // others replace the file at the same time
-        for (int i = 0; i < attempts; ++i) {
-            if (!mayReplace(path))
-                return;
-            m_Path = behindLinks(path);
-            if (isStill(m_Path)) {
-                create();
-                return;
-            }
-        }
-        m_MustKeepOld = true;
-    }
-    ~Replacement()
-    {
-        if (m_File)
-            ::unlink(m_Beside.c_str());
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-
-    explicit operator bool() const { return static_cast<bool>(m_File); }
-
-    // It failed, and not because of the directory: then the old file must not be written over
-    // either, for it would be emptied first.
-    bool mustKeepOld() const { return m_MustKeepOld; }
-
-    // Where to write.
-    const std::string& path() const { return m_Beside; }
-
-    // Fails where the name is a mount of its own, and in a directory where everybody may make files
-    // and only owners may replace them.
-    bool take()
-    {
-        if (!m_IsNew && !keepAccess())
-            return false;
-        if (std::rename(m_Beside.c_str(), m_Path.c_str()) != 0) {
-            m_MustKeepOld = !isOfDirectory(errno);
-            return false;
-        }
-        m_File = CmnDescriptor();
-        return true;
-    }
-
-private:
-    // What is no plain file, or must not be written, is not to be replaced by one that may. The
-    // rights of a file with an access list could not be kept.
-    bool mayReplace(const std::string& path)
-    {
-        // The path as it was given, links and all: the system may refuse to follow one of them.
-        m_IsNew = ::stat(path.c_str(), &m_Old) != 0;
-        return m_IsNew ? errno == ENOENT && !path.empty()
-                       : S_ISREG(m_Old.st_mode) && ::euidaccess(path.c_str(), W_OK) == 0 &&
-                             !hasAccessList(path);
-    }
-
-    // Made under a name that nobody has, so that it is nobody else's file and no link that somebody
-    // put there. Nobody else looks into it before it has the rights of the old one.
-    void create()
-    {
-        constexpr int mostNames = 100; // those of runs that were killed are still there
-        const std::string stem =
-            m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(getpid()) + "-";
-        for (int i = 0; i < mostNames && !m_File; ++i) {
-            m_Beside = stem + std::to_string(i);
-            m_File = CmnDescriptor(m_Beside, O_WRONLY | O_CREAT | O_EXCL, m_IsNew ? 0666 : 0600);
-            if (!m_File && errno != EEXIST)
-                break;
-        }
-        m_MustKeepOld = !m_File && !isOfDirectory(errno);
-    }
-
-    // Errors after which the file itself may still be written as it is.
-    static bool isOfDirectory(int error)
-    {
-        switch (error) {
-        case EACCES:
-        case EPERM:
-        case EROFS:
-        case EBUSY:
-        case EXDEV:
-        case EEXIST:
-        case ENOENT:
-        case ENOTDIR:
-        case ENAMETOOLONG:
-            return true;
-        default:
-            return false;
-        }
-    }
-
-    static bool hasAccessList(const std::string& path)
-    {
-        return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
-    }
-
-    // Whether the path behind the links leads to what was looked at by the path with them.
-    bool isStill(const std::string& path) const
-    {
-        struct stat found {
-        };
-        const bool isThere = ::lstat(path.c_str(), &found) == 0;
-        return m_IsNew ? !isThere
-                       : isThere && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
-    }
-
-    // A user who may not give a file away becomes its owner. If the group cannot be kept either,
-    // the new group's rights are those that it had before, among all others.
-    bool keepAccess()
-    {
-        mode_t mode = m_Old.st_mode & 07777;
-        if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0) {
-            mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
-            if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
-                mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
-        }
-        return ::fchmod(m_File.get(), mode) == 0;
-    }
-
-    std::string m_Path;
-    std::string m_Beside;
-    CmnDescriptor m_File;
-    struct stat m_Old {
-    };
-    bool m_IsNew = false;
-    bool m_MustKeepOld = false;
-};
 
 } // namespace
 
@@ -272,7 +115,7 @@ int CCmnConfiguration::exportConfig()
         return kFailed;
     const std::string path = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp exporter(m_Heap);
-    Replacement replacement(path);
+    TxReplacement replacement(path.c_str());
     if (replacement) {
         // The code also tells of a write that failed, and of one that failed when the file closed.
         if (const int code = exporter.export_config(replacement.path().c_str()))

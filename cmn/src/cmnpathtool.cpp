@@ -2,9 +2,9 @@
 #include "cmnpathtool.h"
 
 #include "TX_sscanf.h"
-#include "cmnfile.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
+#include "platform_file.h"
 #include "platform_registry.h"
 
 #include <ace/OS_NS_sys_stat.h>
@@ -104,7 +104,7 @@ int CCmnSGDConfiguration::getTraceLevel(tstr& dir, tstr& file, int& level)
 {
     tstr path;
     assign(path, dir, file);
-    const CmnFile config = openFile(CCmnStringTool::tstr2str(path), "r");
+    const TxFile config = TxOpenFile(CCmnStringTool::tstr2str(path).c_str(), "r");
     if (!config)
         return kNotOpened;
     char line[256];

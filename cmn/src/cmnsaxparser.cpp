@@ -10,10 +10,12 @@
 #include <memory>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/XMLRecognizer.hpp>
 #include <xercesc/sax2/DeclHandler.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/TransService.hpp>
@@ -295,21 +297,26 @@ class ExpansionGuard final : public xercesc::DeclHandler
 public:
     // The property comes first: it is refused during a parse, whose guard then stays.
     ExpansionGuard(xercesc::SAX2XMLReader& reader, const std::string& text)
-        : m_Reader(reader),
+        : m_Reader(&reader),
           m_Text(text),
           m_Limit(kBaseLimit + kLimitPerByte * static_cast<double>(text.size()))
     {
         m_Security.setEntityExpansionLimit(static_cast<XMLSize_t>(m_Limit / kReplacementCost));
-        m_Reader.setProperty(xercesc::XMLUni::fgXercesSecurityManager, &m_Security);
-        m_Reader.setDeclarationHandler(this);
+        m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, &m_Security);
+        m_Reader->setDeclarationHandler(this);
     }
     ~ExpansionGuard() override
     {
-        m_Reader.setDeclarationHandler(nullptr);
-        m_Reader.setProperty(xercesc::XMLUni::fgXercesSecurityManager, nullptr);
+        if (!m_Reader)
+            return;
+        m_Reader->setDeclarationHandler(nullptr);
+        m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, nullptr);
     }
     ExpansionGuard(const ExpansionGuard&) = delete;
     ExpansionGuard& operator=(const ExpansionGuard&) = delete;
+
+    // The reader is about to go, or in a state in which it takes no property.
+    void abandonReader() { m_Reader = nullptr; }
 
     // The name of a parameter entity comes with its percent sign. References to characters and
     // parameter entities have been replaced in the value: it is what the reader will scan.
@@ -407,7 +414,7 @@ private:
         declared.round = m_Round;
     }
 
-    xercesc::SAX2XMLReader& m_Reader;
+    xercesc::SAX2XMLReader* m_Reader;
     const std::string& m_Text;
     const double m_Limit;
     xercesc::SecurityManager m_Security;
@@ -422,6 +429,30 @@ struct Feature {
     const XMLCh* name;
     bool value;
 };
+
+// Null if Xerces-C fails. A reader that is not closed to the last feature is not kept.
+xercesc::SAX2XMLReader* makeReader()
+{
+    using xercesc::XMLUni;
+    const Feature features[] = {
+        {XMLUni::fgSAX2CoreValidation, false},
+        {XMLUni::fgSAX2CoreNameSpaces, false},
+        {XMLUni::fgXercesSchema, false},
+        {XMLUni::fgXercesSchemaFullChecking, false},
+        {XMLUni::fgSAX2CoreNameSpacePrefixes, false},
+        {XMLUni::fgXercesLoadExternalDTD, false},
+        {XMLUni::fgXercesDisableDefaultEntityResolution, true},
+    };
+    try {
+        std::unique_ptr<xercesc::SAX2XMLReader> reader(
+            xercesc::XMLReaderFactory::createXMLReader());
+        for (const Feature& feature : features)
+            reader->setFeature(feature.name, feature.value);
+        return reader.release();
+    } catch (const xercesc::XMLException&) {
+        return nullptr;
+    }
+}
 
 } // namespace
 
@@ -439,27 +470,14 @@ CCmnSaxParser::~CCmnSaxParser()
     CCmnSaxLibrary::endUse();
 }
 
-// A reader that is not closed to the last feature is not kept.
 void CCmnSaxParser::init()
 {
-    using xercesc::XMLUni;
     CCmnSaxLibrary::beginUse();
-    const Feature features[] = {
-        {XMLUni::fgSAX2CoreValidation, false},
-        {XMLUni::fgSAX2CoreNameSpaces, false},
-        {XMLUni::fgXercesSchema, false},
-        {XMLUni::fgXercesSchemaFullChecking, false},
-        {XMLUni::fgSAX2CoreNameSpacePrefixes, false},
-        {XMLUni::fgXercesLoadExternalDTD, false},
-        {XMLUni::fgXercesDisableDefaultEntityResolution, true},
-    };
     try {
-        std::unique_ptr<xercesc::SAX2XMLReader> reader(
-            xercesc::XMLReaderFactory::createXMLReader());
-        for (const Feature& feature : features)
-            reader->setFeature(feature.name, feature.value);
-        m_Reader = reader.release();
-    } catch (const xercesc::XMLException&) {
+        m_Reader = makeReader();
+    } catch (...) {
+        CCmnSaxLibrary::endUse(); // of an object that does not come to be
+        throw;
     }
 }
 
@@ -477,6 +495,10 @@ void CCmnSaxParser::setHandler(xercesc::DefaultHandler* handler)
 
 void CCmnSaxParser::parse(const std::string& text)
 {
+    if (!m_Reader) {
+        m_Reader = makeReader();
+        setHandler(m_Handler);
+    }
     if (!m_Reader)
         return;
     const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()),
@@ -488,6 +510,11 @@ void CCmnSaxParser::parse(const std::string& text)
         if (m_Handler)
             m_Handler->fatalError(
                 xercesc::SAXParseException(kRefusal, nullptr, source.getSystemId(), 0, 0));
+    } catch (const xercesc::OutOfMemoryException&) {
+        // It stays in the midst of that parse, and would refuse every other one.
+        guard.abandonReader();
+        delete std::exchange(m_Reader, nullptr); // NOLINT(cppcoreguidelines-owning-memory)
+        throw;
     }
 }
 

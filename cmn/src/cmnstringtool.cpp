@@ -1,6 +1,8 @@
 // CCmnStringTool: conversions between the string kinds, and raw duplicates.
 #include "cmnstringtool.h"
 
+#include "cmnutf16.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -77,6 +79,12 @@ void requireLength(const tstr& text, std::size_t length)
 {
     if (text.length() != length)
         throw std::bad_alloc();
+}
+
+// A tstr that owns its text has a terminator behind it; one over the memory of others need not.
+bool isTerminated(const tstr& text)
+{
+    return text.capacity() > text.length() && text.c_str()[text.length()] == L'\0';
 }
 
 template <class Text, class Char>
@@ -213,15 +221,6 @@ bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
     return all <= 0xFFFF;
 }
 
-// Neither a surrogate nor a zero among the units; again without an early end.
-bool isPlain(const char16_t* units, std::int32_t length)
-{
-    bool found = false;
-    for (std::int32_t i = 0; i < length; ++i)
-        found |= (U16_IS_SURROGATE(units[i]) | (units[i] == 0)) != 0;
-    return !found;
-}
-
 char16_t* appendUtf16(char16_t* target, wchar_t unit)
 {
     if (!isCodePoint(unit)) {
@@ -269,6 +268,13 @@ Result convertByLocale(const From* text, std::size_t size, Convert convert)
         if (room.size() - written >= MB_LEN_MAX)
             return {};
     }
+}
+
+// Up to the terminator, which has to be there: what converts to no byte at all makes wcsnrtombs end
+// the process.
+std::string toNarrow(const wchar_t* text, std::size_t length)
+{
+    return convertByLocale<std::string, char>(text, length * MB_CUR_MAX + 1, std::wcsrtombs);
 }
 
 // A character takes at least one byte.
@@ -340,22 +346,11 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
 
 tstr CCmnStringTool::ustr2tstr(const icu::UnicodeString& text)
 {
-    const char16_t* const units = text.getBuffer();
-    const bool plain = isPlain(units, text.length());
-    const std::int32_t zero = plain ? -1 : text.indexOf(char16_t{0});
-    const std::int32_t length = zero < 0 ? text.length() : zero;
+    const std::int32_t length = text.length();
     Room<wchar_t> room(static_cast<std::size_t>(length));
-    if (plain) {
-        std::copy_n(units, length, room.data());
-        return makeText<tstr>(room.data(), static_cast<std::size_t>(length));
-    }
-    std::size_t filled = 0;
-    for (std::int32_t i = 0; i < length;) {
-        UChar32 character = 0;
-        U16_NEXT(units, i, length, character);
-        room.data()[filled++] = character;
-    }
-    return makeText<tstr>(room.data(), filled);
+    std::int32_t at = 0;
+    const std::int32_t filled = decodeUtf16(text.getBuffer(), at, length, room.data(), length);
+    return makeText<tstr>(room.data(), static_cast<std::size_t>(filled));
 }
 
 std::wstring CCmnStringTool::str2wstr(const std::string& text)
@@ -370,9 +365,7 @@ std::wstring CCmnStringTool::mbs2wcs(const std::string& text)
 
 std::string CCmnStringTool::wstr2str(const std::wstring& text)
 {
-    // With the terminator: what converts to no byte at all makes wcsnrtombs end the process.
-    return convertByLocale<std::string, char>(text.c_str(), text.size() * MB_CUR_MAX + 1,
-                                              std::wcsrtombs);
+    return toNarrow(text.c_str(), text.size());
 }
 
 std::string CCmnStringTool::wcs2mbs(const std::wstring& text)
@@ -397,13 +390,14 @@ tstr CCmnStringTool::str2tstr(const std::string& text)
 
 std::string CCmnStringTool::tstr2str(const tstr& text)
 {
-    // With the terminator: without it wcsnrtombs keeps back what an encoding holds on to, and looks
+    if (isTerminated(text))
+        return toNarrow(text.c_str(), text.length());
+    // With a terminator: without it wcsnrtombs keeps back what an encoding holds on to, and looks
     // in front of its target after a text that becomes nothing.
     const std::size_t length = terminatedLength(text);
     Room<wchar_t> terminated(length + 1);
     *std::copy_n(text.c_str(), length, terminated.data()) = L'\0';
-    return convertByLocale<std::string, char>(terminated.data(), length * MB_CUR_MAX + 1,
-                                              std::wcsrtombs);
+    return toNarrow(terminated.data(), length);
 }
 
 std::string CCmnStringTool::tstr2str(const char* text)

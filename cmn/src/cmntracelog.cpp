@@ -2,11 +2,11 @@
 #include "cmntracelog.h"
 
 #include "TX_strings.h"
-#include "cmnfile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 #include "cmnutf8.h"
+#include "platform_file.h"
 
 #include <ace/ACE.h>
 
@@ -112,12 +112,12 @@ std::string printable(const tstr& text)
 }
 
 // Made when it is missing. A trace file that must not be read is not written either.
-CmnDescriptor openToAppend(const tstr& path)
+bool appendToFile(const tstr& path, const char* text, std::size_t size)
 {
     std::string bytes;
     if (!asciiToBytes(path.c_str(), bytes))
         bytes = CCmnStringTool::tstr2str(path); // by the locale of the moment
-    return CmnDescriptor(bytes, O_RDWR | O_APPEND | O_CREAT);
+    return TxAppendToFile(bytes.c_str(), text, size);
 }
 
 } // namespace
@@ -138,7 +138,7 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
     assign(m_TraceDir, dir);
     m_Settings.setLevel(level);
     assign(m_TracePath, dir, L"/", file);
-    if (openToAppend(m_TracePath))
+    if (appendToFile(m_TracePath, nullptr, 0))
         m_Initialized = true;
     else
         std::printf("[CCmnTraceLog] Error: Tracefile [%s] initialization failed.[%s][%s]\n",
@@ -266,8 +266,7 @@ void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
         return;
     TraceLine line;
     line.format(format, args);
-    if (const CmnDescriptor file = openToAppend(m_TracePath))
-        file.writeAtOnce(line.data(), line.size());
+    appendToFile(m_TracePath, line.data(), line.size());
     if (m_ToStdout)
         std::printf("%s:%s", printable(m_Name).c_str(), line.data());
 }

@@ -3,7 +3,7 @@
 #define TARNIX_CMNUTF16_H
 
 #include "cmnstringtool.h"
-#include "cmntypes.h"
+#include "cmntstr.h"
 
 #include <algorithm>
 #include <new>
@@ -33,27 +33,33 @@ inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* 
     return found == 0;
 }
 
+// Characters from unit `at` on, up to a zero or as many as there is room for; returns their number.
+// `at` is moved behind them, or to the end at a zero. A lone surrogate is taken as it is.
+inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::int32_t length,
+                                wchar_t* wide, std::int32_t room)
+{
+    const std::int32_t piece = std::min(room, length - at);
+    if (copyPlainUtf16(units + at, piece, wide)) {
+        at += piece;
+        return piece;
+    }
+    std::int32_t filled = 0;
+    for (; filled < room && at < length && units[at] != 0; ++filled)
+        U16_NEXT(units, at, length, wide[filled]);
+    if (at < length && units[at] == 0)
+        at = length;
+    return filled;
+}
+
 // As CCmnStringTool::ustr2tstr, behind what stands in the target. Allocates nothing if the target
 // has room for a unit for each of the text's.
 inline void appendWide(tstr& target, const icu::UnicodeString& text)
 {
-    const char16_t* const units = text.getBuffer();
     wchar_t wide[kUtf16Piece];
-    for (std::int32_t i = 0, length = text.length(); i < length;) {
-        const std::int32_t piece = std::min(kUtf16Piece, length - i);
-        std::int32_t filled = 0;
-        if (copyPlainUtf16(units + i, piece, wide)) {
-            i += filled = piece;
-        } else {
-            for (; filled < kUtf16Piece && i < length && units[i] != 0; ++filled)
-                U16_NEXT(units, i, length, wide[filled]);
-            if (i < length && units[i] == 0)
-                length = i;
-        }
-        const std::size_t expected = target.length() + static_cast<std::size_t>(filled);
-        target.append(wide, static_cast<std::size_t>(filled));
-        if (target.length() != expected)
-            throw std::bad_alloc(); // the tstr itself does not tell
+    for (std::int32_t at = 0; at < text.length();) {
+        const std::int32_t filled =
+            decodeUtf16(text.getBuffer(), at, text.length(), wide, kUtf16Piece);
+        append(target, wide, static_cast<std::size_t>(filled));
     }
 }
 
