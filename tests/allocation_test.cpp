@@ -214,6 +214,9 @@ struct Gathering : CCmnSaxParseHandler {
 
 TEST_F(Allocation, Sax)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "Xerces-C loses blocks when memory is refused, which the sanitizer reports";
+#endif
     m_MayLose = true; // Xerces-C leaves its own clean-up out when memory is refused
     // The end of the last use allocates within Xerces-C, which does not expect a refusal there.
     const CCmnSaxParser lastUse;
