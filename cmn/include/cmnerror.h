@@ -1,4 +1,5 @@
-// The record that a failing operation leaves behind, and the object that keeps the last one.
+/// @file
+/// The record that a failing operation leaves behind, and the object that keeps the last one.
 #ifndef TARNIX_CMNERROR_H
 #define TARNIX_CMNERROR_H
 
@@ -11,33 +12,39 @@
 namespace tarnix_cmn_4_4
 {
 
-// Also serves as an exception type. A record belongs to one thread at a time.
+/// Also serves as an exception type. A record belongs to one thread at a time.
 class TARNIX_CMN_API CCmnError
 {
 public:
-    // An empty record: no text, code and line 0.
+    /// An empty record: no text, code and line 0.
     CCmnError() = default;
 
-    // File, line and function are those of the failing site: its source path, its line and its
-    // qualified name. The code is the status that the failing operation gave.
+    /// File, line and function are those of the failing site: its source path, its line and its
+    /// qualified name. The code is the status that the failing operation gave.
     CCmnError(int code, tstr message, tstr file, int line, tstr function);
 
+    /// @{
+    /// Copies share nothing.
     CCmnError(const CCmnError&) = default;
     CCmnError& operator=(const CCmnError&) = default;
     virtual ~CCmnError() = default;
+    /// @}
 
-    // The key of the failure's text: "MSG_ERROR_", the component in capitals, "_", and at least
-    // four digits of the code, from which `base` is taken away when the code is above it.
+    /// The key of the failure's text: "MSG_ERROR_", the component in capitals, "_", and at least
+    /// four digits of the code, from which `base` is taken away when the code is above it.
     virtual std::string getMessageKey(const std::string& component, int base) const;
 
-    // English, never null. The texts of this and the other accessors are valid until the record is
-    // changed or destroyed.
+    /// English, never null. The texts of this and the other accessors are valid until the record is
+    /// changed or destroyed.
     virtual const wchar_t* getMessage() const { return m_Message.c_str(); }
 
+    /// @{
+    /// What the record was made with; never null.
     int getCode() const { return m_Code; }
     const wchar_t* getFile() const { return m_File.c_str(); }
     int getLine() const { return m_Line; }
     const wchar_t* getFunction() const { return m_Function.c_str(); }
+    /// @}
 
 private:
     static std::string getKeyPrefix(const std::string& component);
@@ -49,13 +56,14 @@ private:
     tstr m_Function;
 };
 
-// Keeps the latest failure. Nothing clears it on success.
+/// Keeps the latest failure. Nothing clears it on success.
 class TARNIX_CMN_API CCmnErrorHolder
 {
 public:
+    /// Keeps a copy in place of the one before.
     void setError(const CCmnError& error) { m_Error = error; }
 
-    // Before the first failure an empty record. The reference follows later failures.
+    /// Before the first failure an empty record. The reference follows later failures.
     const CCmnError& getError() const { return m_Error; }
 
 private:

@@ -1,4 +1,5 @@
-// A one-byte flag that threads of the process contend for.
+/// @file
+/// A one-byte flag that threads of the process contend for.
 #ifndef TARNIX_CMNLOCK_H
 #define TARNIX_CMNLOCK_H
 
@@ -10,9 +11,9 @@
 namespace tarnix_cmn_4_4
 {
 
-// Has no owner: any code may clear it. All operations may run on any thread; what a thread wrote
-// before it unlocked is seen by the thread that locks next. A static instance is constant
-// initialised and has no destructor, so it is usable from the first moment to the last.
+/// Has no owner: any code may clear it. All operations may run on any thread; what a thread wrote
+/// before it unlocked is seen by the thread that locks next. A static instance is constant
+/// initialised and has no destructor, so it is usable from the first moment to the last.
 class TARNIX_CMN_API CCmnLock
 {
 public:
@@ -20,12 +21,13 @@ public:
     CCmnLock(const CCmnLock&) = delete;
     CCmnLock& operator=(const CCmnLock&) = delete;
 
-    // True when the flag was free and is now taken by this call.
+    /// True when the flag was free and is now taken by this call.
     bool tryLock() noexcept { return m_Locked.exchange(1, std::memory_order_acquire) == 0; }
 
+    /// A look at the flag, out of date as soon as it is given.
     bool isLocked() const noexcept { return m_Locked.load(std::memory_order_relaxed) != 0; }
 
-    // On a free flag nothing happens.
+    /// On a free flag nothing happens.
     void unlock() noexcept { m_Locked.store(0, std::memory_order_release); }
 
 private:

@@ -1,4 +1,5 @@
-// MD5 digests (RFC 1321) of bytes and texts.
+/// @file
+/// MD5 digests (RFC 1321) of bytes and texts.
 #ifndef TARNIX_CMNMSGDGST5_H
 #define TARNIX_CMNMSGDGST5_H
 
@@ -10,14 +11,16 @@
 namespace tarnix_cmn_4_4
 {
 
-// An object is open, and takes bytes, until Finalize; then it is finished, and Update and Finalize
-// do nothing until Initialize opens it again. It allocates nothing, and a copy is independent of
-// its source. One object belongs to one thread at a time.
-//
-// MD5 tells accidental changes. It is no protection against somebody who makes them on purpose.
+/// An object is open, and takes bytes, until Finalize; then it is finished, and Update and Finalize
+/// do nothing until Initialize opens it again. It allocates nothing, and a copy is independent of
+/// its source. One object belongs to one thread at a time.
+///
+/// MD5 tells accidental changes. It is no protection against somebody who makes them on purpose.
 class TARNIX_CMN_API CCmnMessageDigest5
 {
 public:
+    /// @{
+    /// The rotations of the four rounds (RFC 1321, section 3.4), four for each.
     static const std::uint32_t g_Shift_11 = 7;
     static const std::uint32_t g_Shift_12 = 12;
     static const std::uint32_t g_Shift_13 = 17;
@@ -34,37 +37,45 @@ public:
     static const std::uint32_t g_Shift_42 = 10;
     static const std::uint32_t g_Shift_43 = 15;
     static const std::uint32_t g_Shift_44 = 21;
+    /// @}
 
-    // An open object.
+    /// An open object.
     CCmnMessageDigest5();
 
-    // Finished objects, over a text up to its terminator and over `length` bytes. The 16-bit text
-    // counts with both bytes of each unit, in the order of memory. A text is never null; null data
-    // is the empty message, whatever its length.
+    /// @{
+    /// Finished objects, over a text up to its terminator and over `length` bytes. The 16-bit text
+    /// counts with both bytes of each unit, in the order of memory. A text is never null; null data
+    /// is the empty message, whatever its length.
     explicit CCmnMessageDigest5(const char* text);
     explicit CCmnMessageDigest5(const unsigned short* text);
     CCmnMessageDigest5(const void* data, std::uint32_t length);
+    /// @}
 
+    /// Opens the object anew; what it had taken is forgotten.
     void Initialize();
 
-    // Feeds `length` bytes; any number of calls. Null data is ignored.
+    /// Feeds `length` bytes; any number of calls. Null data is ignored.
     void Update(const unsigned char* data, std::uint32_t length);
 
+    /// Completes the digest. A further call changes nothing.
     void Finalize();
 
-    // A byte of the digest: 0 before Finalize, and for an index of 16 or more.
+    /// A byte of the digest: 0 before Finalize, and for an index of 16 or more.
     unsigned char operator[](std::uint32_t index) const;
 
-    // 32 lower-case hex digits, or the empty text before Finalize. The text is a part of the object
-    // and changes with it.
+    /// @{
+    /// 32 lower-case hex digits, or the empty text before Finalize. The text is a part of the
+    /// object and changes with it.
     const char* GetAnsiMessageDigest() const { return m_Text; }
     const wchar_t* GetUnicodeMessageDigest() const { return m_WideText; }
+    /// @}
 
 protected:
-    // Adds a block of 64 bytes to the state.
+    /// Adds a block of 64 bytes to the state.
     void Transform(const unsigned char* block);
 
-    // One step each; `s` is 1 to 31.
+    /// @{
+    /// One step each; `s` is 1 to 31.
     static void Transform_Round1(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
                                  std::uint32_t d, std::uint32_t x, std::uint32_t s,
                                  std::uint32_t t);
@@ -77,6 +88,7 @@ protected:
     static void Transform_Round4(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
                                  std::uint32_t d, std::uint32_t x, std::uint32_t s,
                                  std::uint32_t t);
+    /// @}
 
 private:
     static constexpr std::size_t kBlockSize = 64;
@@ -89,19 +101,19 @@ private:
     static void keep(std::uint32_t& sum);
     static void rotate(std::uint32_t& a, std::uint32_t b, std::uint32_t s);
 
-    unsigned char m_Block[kBlockSize]; // bytes that do not fill a block yet
+    unsigned char m_Block[kBlockSize]; ///< bytes that do not fill a block yet
     std::uint32_t m_Buffered;
     std::uint32_t m_State[4];
-    std::uint64_t m_Bits; // of the transformed blocks; of the whole message once finished
+    std::uint64_t m_Bits; ///< of the transformed blocks; of the whole message once finished
     unsigned char m_Digest[kDigestSize];
     char m_Text[2 * kDigestSize + 1];
     wchar_t m_WideText[2 * kDigestSize + 1];
 };
 
-// Each step waits for the b of the one before, so as few operations as possible may stand between b
-// and the result. What does not depend on b is added first, and kept: compilers that reorder the
-// additions lose a fifth of the speed. F has one operation fewer than by its definition, and the
-// two halves of G, which have no bit in common, are added one by one.
+/// Each step waits for the b of the one before, so as few operations as possible may stand between
+/// b and the result. What does not depend on b is added first, and kept: compilers that reorder the
+/// additions lose a fifth of the speed. F has one operation fewer than by its definition, and the
+/// two halves of G, which have no bit in common, are added one by one.
 inline void CCmnMessageDigest5::keep(std::uint32_t& sum)
 {
     __asm__("" : "+r"(sum));

@@ -1,4 +1,5 @@
-// Base of the classes that can trace.
+/// @file
+/// Base of the classes that can trace.
 #ifndef TARNIX_CMNTRACEABLE_H
 #define TARNIX_CMNTRACEABLE_H
 
@@ -9,17 +10,20 @@
 namespace tarnix_cmn_4_4
 {
 
-// Holds the log of a derived class. An object without a log traces nothing; copies share the log.
-// The log is not guarded, so objects that share one belong to one thread at a time.
+/// Holds the log of a derived class. An object without a log traces nothing; copies share the log.
+/// The log is not guarded, so objects that share one belong to one thread at a time.
 class TARNIX_CMN_API CCmnTraceable
 {
 public:
+    /// @{
+    /// Without a log; copies share the log.
     CCmnTraceable() = default;
     CCmnTraceable(const CCmnTraceable&) = default;
     CCmnTraceable& operator=(const CCmnTraceable&) = default;
     virtual ~CCmnTraceable() = default;
+    /// @}
 
-    // An empty pointer drops the log.
+    /// An empty pointer drops the log.
     virtual void
     setTraceLog(const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log)
     {
@@ -27,6 +31,7 @@ public:
     }
 
 protected:
+    /// Empty without a log.
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_TraceLog;
 };
 

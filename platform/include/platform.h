@@ -1,8 +1,9 @@
-// The operations of the platform that the command runner is written against, on POSIX.
-//
-// Names, sizes and results are those of the system that the runner's logic was designed on; each
-// comment tells what the operation does here. Every operation may be called from any thread. One
-// pipe end is read by one thread at a time: its reads are not serialised.
+/// @file
+/// The operations of the platform that the command runner is written against, on POSIX.
+///
+/// Names, sizes and results are those of the system that the runner's logic was designed on; each
+/// comment tells what the operation does here. Every operation may be called from any thread. One
+/// pipe end is read by one thread at a time: its reads are not serialised.
 #ifndef TARNIX_PLATFORM_H
 #define TARNIX_PLATFORM_H
 
@@ -33,23 +34,23 @@ using HLOCAL = void*;
 using LSA_HANDLE = void*;
 using PSID = void*;
 
-// A counted text; both lengths are in bytes, the second with the terminator.
+/// A counted text; both lengths are in bytes, the second with the terminator.
 struct LSA_UNICODE_STRING {
     std::uint16_t Length;
     std::uint16_t MaximumLength;
     wchar_t* Buffer;
 };
 
-// Names no object. It also stands for the current process, see GetCurrentProcess.
+/// Names no object. It also stands for the current process, see GetCurrentProcess.
 static const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
 // ---- Errors ------------------------------------------------------------------------------------
 
-// Errors are errno values, but for these two, which have numbers of their own.
-constexpr DWORD ERROR_BROKEN_PIPE = 109; // all writers of a pipe have gone, or its run is over
-constexpr DWORD ERROR_IO_PENDING = 997;  // a read goes on
+/// Errors are errno values, but for these two, which have numbers of their own.
+constexpr DWORD ERROR_BROKEN_PIPE = 109; ///< all writers of a pipe have gone, or its run is over
+constexpr DWORD ERROR_IO_PENDING = 997;  ///< a read goes on
 
 constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
@@ -62,19 +63,19 @@ constexpr WORD MAKELANGID(WORD primary, WORD sub)
     return static_cast<WORD>((sub << 10) | primary);
 }
 
-// The error of the calling thread's last operation that failed. Success does not clear it.
+/// The error of the calling thread's last operation that failed. Success does not clear it.
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
-// The system's own text for an error, in English, without a line end. For the calling thread's
-// last error the text also names what it was about, in front ("cannot enter directory '/x': No
-// such file or directory"). Only the form with the flags ALLOCATE_BUFFER and FROM_SYSTEM exists:
-// `buffer` is the address of a wchar_t*, which receives the terminated text; LocalFree frees it.
-// Returns the length of the text; 0 on failure, with nothing to free.
+/// The system's own text for an error, in English, without a line end. For the calling thread's
+/// last error the text also names what it was about, in front ("cannot enter directory '/x': No
+/// such file or directory"). Only the form with the flags ALLOCATE_BUFFER and FROM_SYSTEM exists:
+/// `buffer` is the address of a wchar_t*, which receives the terminated text; LocalFree frees it.
+/// Returns the length of the text; 0 on failure, with nothing to free.
 DWORD FormatMessageW(DWORD flags, const void* source, DWORD error, DWORD language, wchar_t* buffer,
                      DWORD size, void* arguments);
 
-// Frees what FormatMessageW allocated. Returns null.
+/// Frees what FormatMessageW allocated. Returns null.
 HLOCAL LocalFree(HLOCAL memory);
 
 // ---- Handles -----------------------------------------------------------------------------------
@@ -87,26 +88,26 @@ struct SECURITY_ATTRIBUTES {
     BOOL bInheritHandle;
 };
 
-// Closes one handle; the object goes with its last handle. A handle that is closed already or was
-// never given out is refused with EBADF, and no other object is touched. Closing a process whose
-// child still runs leaves the child running; it is reaped by the next start, wait or closing that
-// comes after its end. After TerminateProcess closing waits for the child's end, at most 2 seconds.
-// Closing a client end ends its pending read with ECANCELED; but while another thread waits for
-// that read the end stays open until the wait is over.
+/// Closes one handle; the object goes with its last handle. A handle that is closed already or was
+/// never given out is refused with EBADF, and no other object is touched. Closing a process whose
+/// child still runs leaves the child running; it is reaped by the next start, wait or closing that
+/// comes after its end. After TerminateProcess closing waits for the child's end, at most 2
+/// seconds. Closing a client end ends its pending read with ECANCELED; but while another thread
+/// waits for that read the end stays open until the wait is over.
 BOOL CloseHandle(HANDLE handle);
 
-// Another handle of the same object. Both processes must be the current one and the options
-// DUPLICATE_SAME_ACCESS. Inheritance has no meaning here: a child gets the three handles named at
-// its start and no other descriptor.
+/// Another handle of the same object. Both processes must be the current one and the options
+/// DUPLICATE_SAME_ACCESS. Inheritance has no meaning here: a child gets the three handles named at
+/// its start and no other descriptor.
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
                      DWORD access, BOOL inherit, DWORD options);
 
-// The pseudo handle of this process, for DuplicateHandle. It is never closed.
+/// The pseudo handle of this process, for DuplicateHandle. It is never closed.
 HANDLE GetCurrentProcess();
 
-// A new event, not signalled. Only auto-reset events that start unsignalled exist; anything else is
-// refused with ENOTSUP, as a null handle. Nothing but the end of an overlapped read signals an
-// event. The name is not shared: every call makes an event of its own.
+/// A new event, not signalled. Only auto-reset events that start unsignalled exist; anything else
+/// is refused with ENOTSUP, as a null handle. Nothing but the end of an overlapped read signals an
+/// event. The name is not shared: every call makes an event of its own.
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
                     const char* name);
 
@@ -130,8 +131,8 @@ namespace tarnix_platform
 
 struct ReadAhead;
 
-// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
-// as the block's own number is that of the lease. Zeroed: none.
+/// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
+/// as the block's own number is that of the lease. Zeroed: none.
 struct ReadLease {
     ReadAhead* ahead;
     std::uint64_t number;
@@ -142,48 +143,49 @@ struct ReadLease {
 
 } // namespace tarnix_platform
 
-// The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
-// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
-// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
-// next one of that end pends. A state that has read is not copied: zero another one.
+/// The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
+/// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
+/// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
+/// next one of that end pends. A state that has read is not copied: zero another one.
 struct OVERLAPPED {
-    ULONG_PTR Internal;               // 0: ended well; otherwise the error, or ERROR_IO_PENDING
-    ULONG_PTR InternalHigh;           // bytes read
-    DWORD Offset;                     // not used
-    DWORD OffsetHigh;                 // not used
-    HANDLE hEvent;                    // signalled when a pending read ends
-    tarnix_platform::ReadLease Lease; // the layer's own
-    ULONG_PTR Pending;                // the layer's own: number of the read that pends, or 0
+    ULONG_PTR Internal;               ///< 0: ended well; otherwise the error, or ERROR_IO_PENDING
+    ULONG_PTR InternalHigh;           ///< bytes read
+    DWORD Offset;                     ///< not used
+    DWORD OffsetHigh;                 ///< not used
+    HANDLE hEvent;                    ///< signalled when a pending read ends
+    tarnix_platform::ReadLease Lease; ///< the layer's own
+    ULONG_PTR Pending;                ///< the layer's own: number of the read that pends, or 0
 };
 
-// The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this
-// process only. Data flows from the server end to the client end. Open mode, pipe mode, buffer
-// sizes and time-out are those of the kernel's pipe, whatever is passed. At most `maxInstances`
-// server ends of one name are open at a time; one more is refused with EBUSY. A refusal gives
-// INVALID_HANDLE_VALUE.
+/// The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this
+/// process only. Data flows from the server end to the client end. Open mode, pipe mode, buffer
+/// sizes and time-out are those of the kernel's pipe, whatever is passed. At most `maxInstances`
+/// server ends of one name are open at a time; one more is refused with EBUSY. A refusal gives
+/// INVALID_HANDLE_VALUE.
 HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD maxInstances,
                         DWORD outSize, DWORD inSize, DWORD defaultTimeout,
                         SECURITY_ATTRIBUTES* attributes);
 
-// The client end of the oldest instance of that pipe that has none yet, at once. Only GENERIC_READ
-// and OPEN_EXISTING are possible. No such name: ENOENT; no instance free: EBUSY. A refusal gives
-// INVALID_HANDLE_VALUE.
+/// The client end of the oldest instance of that pipe that has none yet, at once. Only GENERIC_READ
+/// and OPEN_EXISTING are possible. No such name: ENOENT; no instance free: EBUSY. A refusal gives
+/// INVALID_HANDLE_VALUE.
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
 
-// Reads from a client end without waiting. True: `*count` bytes (at least one) stand in the buffer
-// and the OVERLAPPED, which is required, tells the same. False with ERROR_IO_PENDING: nothing is
-// there yet; the read goes on until a wait for its event, GetOverlappedResult or CancelIo ends it,
-// and only those calls fill the buffer. False with ERROR_BROKEN_PIPE: all writers have gone, or the
-// child that wrote here has ended and what stood in the pipe at that moment has been handed out.
+/// Reads from a client end without waiting. True: `*count` bytes (at least one) stand in the buffer
+/// and the OVERLAPPED, which is required, tells the same. False with ERROR_IO_PENDING: nothing is
+/// there yet; the read goes on until a wait for its event, GetOverlappedResult or CancelIo ends it,
+/// and only those calls fill the buffer. False with ERROR_BROKEN_PIPE: all writers have gone, or
+/// the child that wrote here has ended and what stood in the pipe at that moment has been handed
+/// out.
 inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 
-// How a read ended. With wait true a pending read is awaited, without a limit; with wait false it
-// gives false with ERROR_IO_PENDING.
+/// How a read ended. With wait true a pending read is awaited, without a limit; with wait false it
+/// gives false with ERROR_IO_PENDING.
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
-// Gives up the pending read of a client end. When this returns, nothing writes to its buffer any
-// more and its result is ECANCELED; the event is not signalled.
+/// Gives up the pending read of a client end. When this returns, nothing writes to its buffer any
+/// more and its result is ECANCELED; the event is not signalled.
 BOOL CancelIo(HANDLE file);
 
 // ---- Processes ---------------------------------------------------------------------------------
@@ -210,35 +212,36 @@ struct PROCESS_INFORMATION {
     DWORD dwThreadId;
 };
 
-// Starts a child. The command text is split into words by the shell's quoting rules (blanks, single
-// and double quotes, backslash); nothing is expanded and no shell runs. The first word is the
-// program: with a slash a path, seen from the child's directory, otherwise searched in PATH. The
-// child gets a process group of its own, the three handles as its standard handles and no other
-// descriptor, default signal dispositions, an empty signal mask, and this process's environment.
-//
-// Required: no application name, no attributes, no environment block, STARTF_USESTDHANDLES. False,
-// with an error whose text tells what it was about, for: an empty command or an unclosed quote
-// (EINVAL), a program or directory that is missing, not executable or not permitted, a handle that
-// is no pipe end, no process or descriptor left. The failed child is gone then. The caller closes
-// both handles of `information`, which stays as it was after a failure. A file that is no program
-// and lacks "#!" is refused (ENOEXEC). The environment, PATH included, is read without a lock: no
-// other thread may change it meanwhile.
+/// Starts a child. The command text is split into words by the shell's quoting rules (blanks,
+/// single and double quotes, backslash); nothing is expanded and no shell runs. The first word is
+/// the program: with a slash a path, seen from the child's directory, otherwise searched in PATH.
+/// The child gets a process group of its own, the three handles as its standard handles and no
+/// other descriptor, default signal dispositions, an empty signal mask, and this process's
+/// environment.
+///
+/// Required: no application name, no attributes, no environment block, STARTF_USESTDHANDLES. False,
+/// with an error whose text tells what it was about, for: an empty command or an unclosed quote
+/// (EINVAL), a program or directory that is missing, not executable or not permitted, a handle that
+/// is no pipe end, no process or descriptor left. The failed child is gone then. The caller closes
+/// both handles of `information`, which stays as it was after a failure. A file that is no program
+/// and lacks "#!" is refused (ENOEXEC). The environment, PATH included, is read without a lock: no
+/// other thread may change it meanwhile.
 BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES* process,
                     SECURITY_ATTRIBUTES* thread, BOOL inheritHandles, DWORD flags,
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information);
 
-// The status of a child that has ended: 0 to 255 as it exited, 128 + n when signal n ended it, the
-// status given to TerminateProcess when that killed it. False with EBUSY while it runs, and with
-// ECHILD when the status went elsewhere: the process ignores SIGCHLD, or reaped the child itself.
+/// The status of a child that has ended: 0 to 255 as it exited, 128 + n when signal n ended it, the
+/// status given to TerminateProcess when that killed it. False with EBUSY while it runs, and with
+/// ECHILD when the status went elsewhere: the process ignores SIGCHLD, or reaped the child itself.
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status);
 
-// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the group of a child that was
-// started here, is still held by a handle and has not been seen to end. Any other id is refused
-// with ESRCH and nothing is sent.
+/// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the group of a child that was
+/// started here, is still held by a handle and has not been seen to end. Any other id is refused
+/// with ESRCH and nothing is sent.
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId);
 
-// Sends SIGKILL to the child and its whole group. A child that has ended is refused with ESRCH.
+/// Sends SIGKILL to the child and its whole group. A child that has ended is refused with ESRCH.
 BOOL TerminateProcess(HANDLE process, UINT status);
 
 // ---- Waits -------------------------------------------------------------------------------------
@@ -248,15 +251,15 @@ constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
 
-// Waits for the end of a process or for an event, on the monotonic clock. With a time of 0 the end
-// of a child is reported only when what was read ahead of its output has been taken: it wrote that
-// before it ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED.
+/// Waits for the end of a process or for an event, on the monotonic clock. With a time of 0 the end
+/// of a child is reported only when what was read ahead of its output has been taken: it wrote that
+/// before it ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
-// Waits for the first of several processes and events; waiting for all of them, and alertable
-// waits, do not exist (ENOTSUP). Returns the index, WAIT_TIMEOUT or WAIT_FAILED. The order is that
-// of the events themselves: a pending read with a byte in its pipe has ended before the child that
-// wrote it, so its event wins; with an empty or broken pipe the process wins.
+/// Waits for the first of several processes and events; waiting for all of them, and alertable
+/// waits, do not exist (ENOTSUP). Returns the index, WAIT_TIMEOUT or WAIT_FAILED. The order is that
+/// of the events themselves: a pending read with a byte in its pipe has ended before the child that
+/// wrote it, so its event wins; with an empty or broken pipe the process wins.
 DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
                                BOOL alertable);
 
@@ -315,45 +318,45 @@ struct FILETIME {
     DWORD dwHighDateTime;
 };
 
-// The platform id of a system with logon rights and the lowest build that knows batch logons; the
-// version is that of the kernel.
+/// The platform id of a system with logon rights and the lowest build that knows batch logons; the
+/// version is that of the kernel.
 BOOL GetVersionExW(OSVERSIONINFOW* information);
 
-// Authenticates a local account (domain ".") and checks that it may be used, through PAM under the
-// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the store. The
-// token carries the account's name, user id, group id and groups. On failure the token is null, so
-// that no start can take the refusal for "no change of identity", and the reason stands in the
-// error text of CreateProcessAsUserA with that token too. EPERM: this process may not take another
-// identity. The layer's copies of the password are wiped.
+/// Authenticates a local account (domain ".") and checks that it may be used, through PAM under the
+/// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the store. The
+/// token carries the account's name, user id, group id and groups. On failure the token is null, so
+/// that no start can take the refusal for "no change of identity", and the reason stands in the
+/// error text of CreateProcessAsUserA with that token too. EPERM: this process may not take another
+/// identity. The layer's copies of the password are wiped.
 BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
                 DWORD provider, HANDLE* token);
 
-// The account of a token: a TOKEN_USER at the start of the buffer, and behind it the SID that it
-// points to, so that the buffer must outlive the SID's use. Only TokenUser exists. `*length`
-// receives the size that is needed.
+/// The account of a token: a TOKEN_USER at the start of the buffer, and behind it the SID that it
+/// points to, so that the buffer must outlive the SID's use. Only TokenUser exists. `*length`
+/// receives the size that is needed.
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
                          DWORD* length);
 
-// CreateProcessA as the token's user: the child gets a session of its own, and the user's groups,
-// group and id for good, before it enters the directory and starts the program; the pipe ends
-// become that user's. It never shares memory with this process under that identity. A user who
-// holds his child up is given 10 seconds, then it is killed and refused (ETIMEDOUT). A null token
-// is that of a refused logon: false, with the reason of the thread's last refusal.
+/// CreateProcessA as the token's user: the child gets a session of its own, and the user's groups,
+/// group and id for good, before it enters the directory and starts the program; the pipe ends
+/// become that user's. It never shares memory with this process under that identity. A user who
+/// holds his child up is given 10 seconds, then it is killed and refused (ETIMEDOUT). A null token
+/// is that of a refused logon: false, with the reason of the thread's last refusal.
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
                           BOOL inheritHandles, DWORD flags, void* environment,
                           const char* directory, STARTUPINFOA* startup,
                           PROCESS_INFORMATION* information);
 
-// The rights of accounts stand in a text file, a line "account right" for each. Lines of another
-// form stay as they are. A change happens under a file lock and replaces the file whole, so neither
-// a crash nor a full disk loses a line, and several processes may change it at once; a symbolic
-// link in its place becomes a file. A process that dies before it removes a right that it has added
-// leaves it to the account. All return a status, which LsaNtStatusToWinError turns into 0 or an
-// error.
+/// The rights of accounts stand in a text file, a line "account right" for each. Lines of another
+/// form stay as they are. A change happens under a file lock and replaces the file whole, so
+/// neither a crash nor a full disk loses a line, and several processes may change it at once; a
+/// symbolic link in its place becomes a file. A process that dies before it removes a right that it
+/// has added leaves it to the account. All return a status, which LsaNtStatusToWinError turns into
+/// 0 or an error.
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
                        DWORD access, LSA_HANDLE* policy);
-// An account without any right gives ENOENT. LsaFreeMemory frees the array.
+/// An account without any right gives ENOENT. LsaFreeMemory frees the array.
 NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
@@ -364,23 +367,23 @@ NTSTATUS LsaFreeMemory(void* memory);
 NTSTATUS LsaClose(LSA_HANDLE policy);
 DWORD LsaNtStatusToWinError(NTSTATUS status);
 
-// Names another rights file for this process; null or "" goes back to the default place. Callable
-// from any thread; exported.
+/// Names another rights file for this process; null or "" goes back to the default place. Callable
+/// from any thread; exported.
 __attribute__((visibility("default"))) void TxSetRightsFile(const char* path);
 
-// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
+/// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
 void GetSystemTime(SYSTEMTIME* time);
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks);
 
-// With 0: gives up the rest of the time slice.
+/// With 0: gives up the rest of the time slice.
 void Sleep(DWORD milliseconds);
 
 // ---- Modules -----------------------------------------------------------------------------------
 
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
 
-// Asks the system not to tell a module of threads that start and end. POSIX never tells, so this
-// only tests that the handle is not null.
+/// Asks the system not to tell a module of threads that start and end. POSIX never tells, so this
+/// only tests that the handle is not null.
 BOOL DisableThreadLibraryCalls(HMODULE module);
 
 #include "platform_readahead.h"

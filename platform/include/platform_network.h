@@ -1,6 +1,7 @@
-// The look-ups of host names and addresses that the network utilities are written against. Only
-// IPv4 is looked up. Each call blocks for as long as the system's resolver takes, and any number of
-// threads may call at once.
+/// @file
+/// The look-ups of host names and addresses that the network utilities are written against. Only
+/// IPv4 is looked up. Each call blocks for as long as the system's resolver takes, and any number
+/// of threads may call at once.
 #ifndef TARNIX_PLATFORM_NETWORK_H
 #define TARNIX_PLATFORM_NETWORK_H
 
@@ -9,24 +10,24 @@
 #include <optional>
 #include <string>
 
-// In the order in which they are written.
+/// In the order in which they are written.
 using TxIPv4 = std::array<unsigned char, 4>;
 
-// As inet_addr reads the text: fewer than four numbers, and numbers in base 8 and 16, are an
-// address too. Nothing if it is none; 255.255.255.255, whose value stands for that, is none.
+/// As inet_addr reads the text: fewer than four numbers, and numbers in base 8 and 16, are an
+/// address too. Nothing if it is none; 255.255.255.255, whose value stands for that, is none.
 std::optional<TxIPv4> TxInetAddr(const char* text);
 
-// The official name of the host with that address, as the system wrote it. Nothing if none is
-// found.
+/// The official name of the host with that address, as the system wrote it. Nothing if none is
+/// found.
 std::optional<std::string> TxHostName(const TxIPv4& address);
 
-// The first IPv4 address of the host with that name. Nothing if none is found, or the host has no
-// such address, or the name is empty.
+/// The first IPv4 address of the host with that name. Nothing if none is found, or the host has no
+/// such address, or the name is empty.
 std::optional<TxIPv4> TxHostAddress(const char* name);
 
-// Stores the machine's own name, up to `*size` units and a terminator behind them, and its length
-// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
-// valid in the locale's encoding.
+/// Stores the machine's own name, up to `*size` units and a terminator behind them, and its length
+/// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
+/// valid in the locale's encoding.
 int GetComputerNameW(wchar_t* buffer, std::uint32_t* size);
 
 #endif

@@ -1,8 +1,9 @@
-// The short road of one-byte reads. Included by platform.h; not for use by itself.
-//
-// The runner reads byte by byte. A byte must cost neither a system call nor a lock nor a look-up,
-// so a pipe end holds what one large read brought, and these two operations take from there. The
-// state of a read leases what is there: between its bytes it only asks whether the lease holds.
+/// @file
+/// The short road of one-byte reads. Included by platform.h; not for use by itself.
+///
+/// The runner reads byte by byte. A byte must cost neither a system call nor a lock nor a look-up,
+/// so a pipe end holds what one large read brought, and these two operations take from there. The
+/// state of a read leases what is there: between its bytes it only asks whether the lease holds.
 #ifndef TARNIX_PLATFORM_READAHEAD_H
 #define TARNIX_PLATFORM_READAHEAD_H
 
@@ -13,29 +14,30 @@
 namespace tarnix_platform
 {
 
-// What one large read brought. Blocks are never freed, only used again: the short road looks into
-// one without a lock, and a handle that another thread closes at that moment must not make it look
-// into freed memory.
+/// What one large read brought. Blocks are never freed, only used again: the short road looks into
+/// one without a lock, and a handle that another thread closes at that moment must not make it look
+/// into freed memory.
 struct ReadAhead {
-    static constexpr std::size_t capacity = 64 * 1024; // the kernel's pipe holds as much
+    static constexpr std::size_t capacity = 64 * 1024; ///< the kernel's pipe holds as much
 
-    // Places in `bytes`; nothing is there when `at` is not below `end`. Whoever uses one checks it,
-    // so that two threads which read one end against the rules get wrong bytes and nothing worse.
+    /// Places in `bytes`; nothing is there when `at` is not below `end`. Whoever uses one checks
+    /// it, so that two threads which read one end against the rules get wrong bytes and nothing
+    /// worse.
     std::atomic<std::uint32_t> at{0};
     std::atomic<std::uint32_t> end{0};
-    std::atomic<std::uint64_t> lease{0}; // number of the one lease that holds
-    std::atomic<HANDLE> writer{nullptr}; // first handle of the child that writes here
+    std::atomic<std::uint64_t> lease{0}; ///< number of the one lease that holds
+    std::atomic<HANDLE> writer{nullptr}; ///< first handle of the child that writes here
     unsigned char bytes[capacity];
 
-    ReadAhead() {} // leaves the bytes as they are
+    ReadAhead() {} ///< leaves the bytes as they are
 
     bool empty() const
     {
         return at.load(std::memory_order_relaxed) >= end.load(std::memory_order_relaxed);
     }
 
-    // Whatever moves `at` or `end` without the lease ends it by this, and so does whatever takes
-    // the block from a handle.
+    /// Whatever moves `at` or `end` without the lease ends it by this, and so does whatever takes
+    /// the block from a handle.
     std::uint64_t renewLease()
     {
         const std::uint64_t number = lease.load(std::memory_order_relaxed) + 1;
@@ -44,7 +46,7 @@ struct ReadAhead {
     }
 };
 
-// The block of a client end.
+/// The block of a client end.
 class AheadLink
 {
 public:
@@ -52,7 +54,7 @@ public:
     void store(ReadAhead* ahead, std::memory_order order)
     {
         if (ReadAhead* former = m_Ahead.load(std::memory_order_relaxed)) {
-            former->renewLease(); // of a closed handle, among others
+            former->renewLease(); ///< of a closed handle, among others
         }
         m_Ahead.store(ahead, order);
     }
@@ -61,13 +63,13 @@ private:
     std::atomic<ReadAhead*> m_Ahead{nullptr};
 };
 
-// What the short road needs of a handle. `owner` is the open handle that uses the place, so a
-// closed or reused one never matches.
+/// What the short road needs of a handle. `owner` is the open handle that uses the place, so a
+/// closed or reused one never matches.
 struct FastSlot {
     std::atomic<HANDLE> owner{nullptr};
-    AheadLink ahead;                         // of a client end: what can be read
-    std::atomic<ReadAhead*> output{nullptr}; // of a process: where its output is read,
-    std::atomic<HANDLE> writer{nullptr};     // as long as this is its writer
+    AheadLink ahead;                         ///< of a client end: what can be read
+    std::atomic<ReadAhead*> output{nullptr}; ///< of a process: where its output is read,
+    std::atomic<HANDLE> writer{nullptr};     ///< as long as this is its writer
 };
 
 constexpr std::size_t maxHandles = std::size_t{1} << 16;
@@ -83,7 +85,7 @@ inline bool likely(bool condition)
     return __builtin_expect(condition, true);
 }
 
-// Gives the state a lease on what was read ahead, if there is something.
+/// Gives the state a lease on what was read ahead, if there is something.
 inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
 {
     const FastSlot& fast = fastSlot(file);
@@ -96,20 +98,20 @@ inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
     state.Lease.ahead = ahead;
     state.Lease.number = ahead->renewLease();
     state.Lease.file = file;
-    // Looked at again: the block may have gone to another pipe meanwhile.
+    /// Looked at again: the block may have gone to another pipe meanwhile.
     return state.Lease.at < state.Lease.end && fast.owner.load(std::memory_order_acquire) == file &&
            fast.ahead.load(std::memory_order_relaxed) == ahead;
 }
 
-// False also for a handle that was closed, or after another state has read.
+/// False also for a handle that was closed, or after another state has read.
 inline bool holdsLease(HANDLE file, const ReadLease& lease)
 {
     return likely(lease.at < lease.end) && likely(lease.file == file) &&
            likely(lease.ahead->lease.load(std::memory_order_relaxed) == lease.number);
 }
 
-// One byte by the lease. The place comes from the caller's state, which a compiler keeps in
-// registers; the block is only told of it, for whoever looks there next.
+/// One byte by the lease. The place comes from the caller's state, which a compiler keeps in
+/// registers; the block is only told of it, for whoever looks there next.
 inline void takeByte(void* buffer, OVERLAPPED& state)
 {
     ReadLease& lease = state.Lease;
@@ -120,22 +122,22 @@ inline void takeByte(void* buffer, OVERLAPPED& state)
     state.InternalHigh = 1;
 }
 
-// The whole of ReadFile and GetOverlappedResult.
+/// The whole of ReadFile and GetOverlappedResult.
 BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 } // namespace tarnix_platform
 
-// Both hand a copy of the caller's state on: a state whose address has left the caller could not
-// stay in registers. It is copied field by field, as far as it is needed: fields that are copied
-// together g++ would keep together in a vector register, and unpack for each byte.
+/// Both hand a copy of the caller's state on: a state whose address has left the caller could not
+/// stay in registers. It is copied field by field, as far as it is needed: fields that are copied
+/// together g++ would keep together in a vector register, and unpack for each byte.
 inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
     if (count == nullptr || overlapped == nullptr) {
         return tarnix_platform::readFile(file, buffer, size, count, overlapped);
     }
-    // Written twice on purpose: joined by ||, the compiler would load the state again for each
-    // byte.
+    /// Written twice on purpose: joined by ||, the compiler would load the state again for each
+    /// byte.
     if (size == 1 && tarnix_platform::holdsLease(file, overlapped->Lease)) {
         tarnix_platform::takeByte(buffer, *overlapped);
         *count = 1;

@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# headers.sh HEADER...: fails if a public header defines a macro without the project's prefix or
+# opens a namespace for whoever includes it.
+set -euo pipefail
+! grep -nHE '^[[:space:]]*#[[:space:]]*define[[:space:]]+' "$@" | grep -vE 'define[[:space:]]+TARNIX_' &&
+    ! grep -nHE '\busing[[:space:]]+namespace\b' "$@"
