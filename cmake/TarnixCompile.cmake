@@ -7,6 +7,9 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# What is delivered does not tell where it was built.
+add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+
 option(TARNIX_WERROR "Treat warnings as errors" OFF)
 set(TARNIX_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as -fsanitize= takes them")
 

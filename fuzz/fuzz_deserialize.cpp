@@ -3,10 +3,7 @@
 #include "TX_sscanf.h"
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
-
-#include <algorithm>
-#include <string>
-#include <vector>
+#include "fuzzinput.h"
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -14,17 +11,11 @@ using icu::Formattable;
 namespace
 {
 
-// What a message holds; at first, what it held before it was read.
+// What a message holds.
 struct Content {
-    std::string id = "before";
-    int severity = -7;
-    std::vector<Formattable> arguments{Formattable(1)};
-
-    CCmnIcuMessage message() const
-    {
-        return CCmnIcuMessage(id.c_str(), arguments.data(), static_cast<int>(arguments.size()),
-                              static_cast<tarnix_eseverity>(severity), "", 0);
-    }
+    std::string id;
+    int severity = 0;
+    std::vector<Formattable> arguments;
 };
 
 void readPlainly(std::string rest, Content& content)
@@ -38,7 +29,6 @@ void readPlainly(std::string rest, Content& content)
     if (TX_sscanf(rest.c_str(), "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", id,
                   static_cast<int>(sizeof id), &content.severity, intSize) > 0)
         content.id = id;
-    content.arguments.clear();
     rest.erase(0, rest.find('>'));
     while ((place = rest.find("<ARGVALUE")) != std::string::npos) {
         rest.erase(0, place);
@@ -61,22 +51,24 @@ void readPlainly(std::string rest, Content& content)
 
 void requireSame(CCmnIcuMessage& left, CCmnIcuMessage& right)
 {
-    if (left.getMessageId() != right.getMessageId() || left.getSeverity() != right.getSeverity() ||
-        std::string(left.serialize()->text) != right.serialize()->text)
-        __builtin_trap();
+    require(left.getMessageId() == right.getMessageId() &&
+                left.getSeverity() == right.getSeverity() &&
+                std::string(left.serialize()->text) == right.serialize()->text,
+            "the same message");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::string text = std::string(reinterpret_cast<const char*>(data), size).c_str();
+    const std::string text = FuzzInput(data, size).until('\0');
     const SCmnMessageInfo info{text.c_str(), 0};
+    CCmnIcuMessage message(&info);
     Content content;
-    CCmnIcuMessage message = content.message();
-    message.deserialize(&info);
     readPlainly(text, content);
-    CCmnIcuMessage expected = content.message();
+    CCmnIcuMessage expected(content.id.c_str(), content.arguments.data(),
+                            static_cast<int>(content.arguments.size()),
+                            static_cast<tarnix_eseverity>(content.severity), "", 0);
     requireSame(message, expected);
 
     // Where the writer's header carries the id, and the reader finds the arguments behind it.

@@ -8,36 +8,20 @@
 #include "rights.h"
 
 #include <cstddef>
-#include <cstring>
-#include <iterator>
 
 using Lines = std::vector<std::string>;
 
 namespace
 {
 
-// The level by the functions of the C library.
-int readLevel(std::string text, int& level)
-{
-    while (!text.empty()) {
-        const std::string line = text.substr(0, std::min<std::size_t>(text.find('\n'), 253) + 1);
-        text.erase(0, line.size());
-        if (!std::strstr(line.c_str(), "Default.DiagnosticLevel"))
-            continue;
-        const char* const equals = std::strchr(line.c_str(), '=');
-        return equals && std::sscanf(equals + 1, "%d", &level) == 1 ? 0 : 1;
-    }
-    return 1;
-}
-
 void checkLevel(const FuzzDirectory& directory, const std::string& text)
 {
     directory.write("level", text);
     tarnix_cmn_4_4::tstr dir(directory.wide().c_str()), file(L"level");
-    int level = -7, peer = -7;
-    const int code = readLevel(text, peer);
-    require(tarnix_cmn_4_4::CCmnSGDConfiguration::getTraceLevel(dir, file, level) == code &&
-                level == peer,
+    int level = -7;
+    const int code = tarnix_cmn_4_4::CCmnSGDConfiguration::getTraceLevel(dir, file, level);
+    const bool hasKey = text.find("Default.DiagnosticLevel") != std::string::npos;
+    require(code == 0 ? hasKey && text.find('=') != std::string::npos : code == 1 && level == -7,
             "the level");
 }
 
@@ -50,23 +34,26 @@ Lines readLines(const std::string& path)
     return lines;
 }
 
-// What the store lists of an account.
-Lines listed(LSA_HANDLE policy, PSID sid)
+bool contains(const Lines& lines, const std::string& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// The store's lines of the rights that it lists of an account.
+Lines listed(LSA_HANDLE policy, PSID sid, const std::string& account)
 {
     LSA_UNICODE_STRING* rights = nullptr;
     DWORD count = 0;
-    Lines names;
+    Lines lines;
     if (LsaEnumerateAccountRights(policy, sid, &rights, &count) != 0)
-        return names;
+        return lines;
     for (DWORD i = 0; i < count; ++i) {
-        const std::wstring wide(rights[i].Buffer, rights[i].Length / sizeof(wchar_t));
-        names.emplace_back();
-        for (const wchar_t unit : wide)
-            names.back() += static_cast<char>(unit);
-        require(rights[i].Buffer[wide.size()] == L'\0', "a right's end");
+        wchar_t* const end = rights[i].Buffer + rights[i].Length / sizeof(wchar_t);
+        require(*end == L'\0', "a right's end");
+        lines.push_back(account + " " + std::string(rights[i].Buffer, end));
     }
     LsaFreeMemory(rights);
-    return names;
+    return lines;
 }
 
 bool isName(const std::string& name, bool (*good)(char))
@@ -89,24 +76,19 @@ void checkRights(const FuzzDirectory& directory, FuzzInput& input)
     LSA_HANDLE policy = nullptr;
     require(LsaOpenPolicy(nullptr, &attributes, 0, &policy) == 0, "a policy");
 
-    const std::string start = account + " ", line = start + right;
-    Lines lines = readLines(path), own;
-    for (const std::string& each : lines) {
-        // More does not go into the length of a listed text.
-        if (each.size() > start.size() &&
-            each.size() - start.size() < UINT16_MAX / sizeof(wchar_t) &&
-            each.compare(0, start.size(), start) == 0)
-            own.push_back(each.substr(start.size()));
-    }
-    const bool held = std::find(lines.begin(), lines.end(), line) != lines.end();
+    const std::string line = account + " " + right;
+    Lines lines = readLines(path);
+    const bool held = contains(lines, line);
     const bool named = isName(account, [](char c) { return c < '\0' || c > ' '; });
     const bool good = named && isName(right, [](char c) { return c > ' ' && c <= '~'; });
     require(tarnix_platform::holdsRight(account, right) == held, "whether a right is held");
-    require(!named || listed(policy, sid.data()) == own, "the rights of an account");
+    for (const std::string& each : listed(policy, sid.data(), account))
+        require(contains(lines, each), "a right of the account");
     require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good, "adding");
     if (good && !held)
         lines.push_back(line);
     require(readLines(path) == lines, "no line but the one is added");
+    require(!good || contains(listed(policy, sid.data(), account), line), "the right is listed");
     require((LsaRemoveAccountRights(policy, sid.data(), 0, &text, 1) == 0) == good, "removing");
     if (good)
         lines.erase(std::remove(lines.begin(), lines.end(), line), lines.end());

@@ -1,5 +1,5 @@
 // Fuzzer of the readers of numbers and hex, against those of the C library. The input is a base and
-// a text, whose bytes are also printed as a number and as hex, and read back.
+// a text, whose bytes are also printed as hex, and read back.
 #include "TX_strings.h"
 #include "cmnstringtool.h"
 #include "fuzzinput.h"
@@ -7,7 +7,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
-#include <cstring>
 
 using Tool = tarnix_cmn_4_4::CCmnStringTool;
 
@@ -40,22 +39,6 @@ bool hasBarePrefix(const std::string& text)
            !std::isxdigit(static_cast<unsigned char>(text.c_str()[x + 1]));
 }
 
-void readNumbers(const std::string& text)
-{
-    int number = 7;
-    double real = 7;
-    const int code = text.empty() ? -1 : 0;
-    require(Tool::str2int(text, number) == code && Tool::str2double(text, real) == code &&
-                (code == 0 || (number == 7 && real == 7)),
-            "only the empty text is an error");
-    std::uint64_t bits = 0, back = 0;
-    std::memcpy(&bits, text.data(), std::min(text.size(), sizeof bits));
-    const std::string printed = Tool::int2str(static_cast<std::int64_t>(bits));
-    require(Tool::str2uint64(printed, back) == 0 && back == bits &&
-                Tool::str2int(Tool::int2str(number)) == number,
-            "a number comes back");
-}
-
 void readHex(const std::string& text)
 {
     std::vector<unsigned char> out(text.size() / 2), back(text.size());
@@ -66,10 +49,6 @@ void readHex(const std::string& text)
     require(Tool::str2binary(out.data(), &size, text) == -1 && size == pairs - 1, "too small");
     size = pairs;
     require(Tool::str2binary(out.data(), &size, text) == 0 && size == pairs, "hex");
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const long pair = std::strtol(text.substr(2 * i, 2).c_str(), nullptr, 16);
-        require(out[i] == static_cast<unsigned char>(pair), "a pair");
-    }
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
     size = static_cast<int>(text.size());
     const std::wstring hex = Tool::binary2wstr(bytes, size);
@@ -89,7 +68,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool agree = base == 0 || base == 16 ? !hasBarePrefix(text) : base >= 2 && base <= 36;
     compareReaders<std::intmax_t>(text, base, agree, TX_strtoimax, std::strtoimax);
     compareReaders<std::uintmax_t>(text, base, agree, TX_strtoumax, std::strtoumax);
-    readNumbers(bytes);
     readHex(bytes);
     return 0;
 }

@@ -37,6 +37,7 @@ public:
     {
     }
 
+    bool hasMore() const { return !m_Rest.empty(); }
     // 0 when nothing is left.
     unsigned int byte() { return static_cast<unsigned char>((take(1) + '\0')[0]); }
     std::string rest() { return take(m_Rest.size()); }
@@ -84,11 +85,9 @@ class FuzzDirectory
 public:
     FuzzDirectory()
     {
-        std::string name = "/dev/shm/fuzzXXXXXX";
-        if (!mkdtemp(name.data()))
-            name = (std::filesystem::temp_directory_path() / "fuzzXXXXXX").string();
-        require(access(name.c_str(), W_OK) == 0 || mkdtemp(name.data()), "a place for files");
-        m_Path = name + "/";
+        m_Path = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzXXXXXX" : "/tmp/fuzzXXXXXX";
+        require(mkdtemp(m_Path.data()), "a place for files");
+        m_Path += "/";
     }
     ~FuzzDirectory() { std::filesystem::remove_all(m_Path); }
     FuzzDirectory(const FuzzDirectory&) = delete;

@@ -10,6 +10,7 @@ test_packages=(libgtest-dev libgmock-dev libssl-dev)
 bench_packages=(libbenchmark-dev libssl-dev libglib2.0-dev libpoco-dev libboost-dev libboost-filesystem-dev
     libspdlog-dev python3 valgrind)
 check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
+package_packages=(clang-14 make dpkg-dev file lintian)
 
 # Installs those of the named packages that are missing. Needs root only if there are any.
 need() {

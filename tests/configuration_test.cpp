@@ -19,7 +19,7 @@ TEST(Configuration, CurrentSectionMovesOnlyWithSuccess)
     ASSERT_EQ(config.openSection(L"First\\Inner", second, 1), 0);
     ASSERT_EQ(config.openSection(L"First", first, 0), 0);
     ACE_Configuration_Section_Key kept = second;
-    EXPECT_NE(config.openSection(L"First\\None", kept, 0), 0);
+    EXPECT_NE(config.openSection(L"First\\Inner\\None", kept, 0), 0);
     EXPECT_EQ(config.setIntegerValue(L"n", 7), 0); // in First
     EXPECT_EQ(config.openSection(kept, L"Deeper", kept, 1), 0);
     EXPECT_EQ(config.openSection(first, L"Inner", second, 0), 0);

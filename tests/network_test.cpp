@@ -2,16 +2,13 @@
 // test wrote, with nothing else to ask, and with no network.
 #include "cmnnetwork.h"
 #include "platform_network.h"
+#include "processstate.h"
 #include "scratch.h"
 
 #include <dlfcn.h>
 #include <netdb.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 
 using namespace tarnix_cmn_4_4;
 
@@ -40,23 +37,18 @@ namespace
 
 const std::string kLongName = std::string(300, 'n') + ".test";
 
-// Of this process, and for good. The empty text, or what failed.
-std::string enterNamespaces()
+// The empty text, or what failed.
+std::string enterOwnNetwork()
 {
     const Scratch scratch;
     scratch.write("hosts", "10.9.8.9 " + kLongName + "\n10.9.8.7 Www.Example.Test www\n" +
                                "10.9.8.8 second.test\nfd00::1 six.test\n10.9.8.8 shared.test\n" +
                                "10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
     scratch.write("order", "hosts: files\n");
-    const auto bind = [&scratch](const char* file, const char* target) {
-        return mount(scratch.path(file).c_str(), target, nullptr, MS_BIND, nullptr);
-    };
-    if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWUTS) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        bind("hosts", "/etc/hosts") != 0 || bind("order", "/etc/nsswitch.conf") != 0 ||
-        sethostname("Tarnix-Box", 10) != 0)
-        return std::strerror(errno);
-    return "";
+    const std::string missing = enterNamespaces(
+        {{scratch.path("hosts"), "/etc/hosts"}, {scratch.path("order"), "/etc/nsswitch.conf"}},
+        CLONE_NEWNET | CLONE_NEWUTS);
+    return missing.empty() && sethostname("Tarnix-Box", 10) != 0 ? "host name" : missing;
 }
 
 // What the three look-ups of a name or an address leave of an output that was "-".
@@ -108,11 +100,9 @@ TEST(Network, AnswersWithoutALookUp)
 
 TEST(Network, LooksUpInTheHostsFile)
 {
-    const std::string missing = enterNamespaces();
-    const char* const required = std::getenv("TARNIX_REQUIRE_ROOT_TESTS");
-    if (!missing.empty() && (!required || std::strcmp(required, "1") != 0))
+    const std::string missing = enterOwnNetwork();
+    if (mustSkip(missing))
         GTEST_SKIP() << "needs root for namespaces: " << missing;
-    ASSERT_EQ("", missing);
 
     for (const std::string& name :
          {std::string("six.test"), std::string("empty-answer.test"), std::string(300, 'x')})

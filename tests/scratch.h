@@ -1,4 +1,4 @@
-// A temporary directory that a test owns, and a registry that points into it.
+// A temporary directory that a test owns, a registry that points into it, and other helpers.
 #ifndef TARNIX_TESTS_SCRATCH_H
 #define TARNIX_TESTS_SCRATCH_H
 
@@ -55,22 +55,26 @@ public:
         return text.str();
     }
 
-    // The registry with the two values, of which an empty one is left out.
     void setRegistry(const std::string& installDir, const std::string& programFiles) const
     {
-        std::string text;
-        if (!installDir.empty())
-            text += "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" + installDir + "\"\n";
-        if (!programFiles.empty())
-            text += "[SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n\"ProgramFilesDir\"=\"" +
-                    programFiles + "\"\n";
-        write("registry.conf", text);
+        write("registry.conf",
+              "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" + installDir +
+                  "\"\n[SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n\"ProgramFilesDir\"=\"" +
+                  programFiles + "\"\n");
         TxSetRegistryFile(path("registry.conf").c_str());
     }
 
 private:
     std::string m_Path;
 };
+
+inline std::string repeated(const std::string& text, int times)
+{
+    std::string all;
+    while (times-- > 0)
+        all += text;
+    return all;
+}
 
 // work(0), work(1) and so on, each on a thread of its own, to their ends.
 template <typename Work>

@@ -3,6 +3,7 @@
 
 #include "refusal.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -15,11 +16,8 @@ tarnix_platform::FastSlot tarnix_platform::g_fastSlots[tarnix_platform::maxHandl
 std::vector<std::string> Script::logged(const std::string& start) const
 {
     std::vector<std::string> found;
-    for (const std::string& entry : log) {
-        if (entry.find(start) == 0) {
-            found.push_back(entry);
-        }
-    }
+    std::copy_if(log.begin(), log.end(), std::back_inserter(found),
+                 [&start](const std::string& entry) { return entry.rfind(start, 0) == 0; });
     return found;
 }
 
@@ -40,9 +38,8 @@ bool does(const char* operation, const Details&... details)
         (call > script.call && !script.onwards)) {
         return true;
     }
-    if (script.throws) {
+    if (script.throws)
         throw std::bad_alloc();
-    }
     script.lastError = script.error;
     return false;
 }
@@ -79,9 +76,8 @@ Value next(std::deque<Value>& values, Value otherwise)
 BOOL start(const char* how, const char* command, DWORD flags, const char* directory,
            PROCESS_INFORMATION* information)
 {
-    if (!does(how, command, "in", directory ? directory : "null", "flags", flags)) {
+    if (!does(how, command, "in", directory ? directory : "null", "flags", flags))
         return false;
-    }
     *information = {give(nullptr, true), give(nullptr, true), 4711, 4711};
     script.childRuns = true;
     return true;
@@ -99,9 +95,18 @@ bool isEntitled()
     return script.rights.count("SeBatchLogonRight") > 0;
 }
 
-std::string nameOf(const LSA_UNICODE_STRING& right)
+NTSTATUS changeRight(const char* how, LSA_HANDLE policy, PSID account,
+                     const LSA_UNICODE_STRING& right, bool add)
 {
-    return std::string(right.Buffer, right.Buffer + right.Length / sizeof(wchar_t));
+    EXPECT_EQ(right.MaximumLength, right.Length + sizeof(wchar_t));
+    if (!does(how, static_cast<char*>(account)) || script.open.count(policy) == 0)
+        return 1;
+    const Calm calm;
+    const std::string name(right.Buffer, right.Buffer + right.Length / sizeof(wchar_t));
+    script.rights.erase(name);
+    if (add)
+        script.rights.insert(name);
+    return 0;
 }
 
 } // namespace
@@ -110,9 +115,8 @@ DWORD GetLastError() { return script.lastError; }
 void SetLastError(DWORD error) { script.lastError = error; }
 DWORD FormatMessageW(DWORD, const void*, DWORD error, DWORD, wchar_t* buffer, DWORD, void*)
 {
-    if (!does("FormatMessageW")) {
+    if (!does("FormatMessageW"))
         return 0;
-    }
     const Calm calm;
     wchar_t* const text = wcsdup((L"scripted error " + std::to_wstring(error)).c_str());
     *reinterpret_cast<void**>(buffer) = handOut(text);
@@ -120,9 +124,8 @@ DWORD FormatMessageW(DWORD, const void*, DWORD error, DWORD, wchar_t* buffer, DW
 }
 HLOCAL LocalFree(HLOCAL memory)
 {
-    if (memory && takeBack(memory)) {
+    if (memory && takeBack(memory))
         std::free(memory);
-    }
     return nullptr;
 }
 BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && does("CloseHandle"); }
@@ -167,12 +170,10 @@ BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD* count, OVERLA
 BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
     int what = script.what;
-    if (what == Script::pending) {
+    if (what == Script::pending)
         what = next<int>(script.reads, Script::broken);
-    }
-    if (!does("GetOverlappedResult")) {
+    if (!does("GetOverlappedResult"))
         what = Script::resultError;
-    }
     script.lastError =
         what == Script::broken || what == Script::resultBroken ? ERROR_BROKEN_PIPE : script.error;
     *script.target = static_cast<char>(what);
@@ -211,9 +212,8 @@ BOOL TerminateProcess(HANDLE, UINT status)
 }
 DWORD WaitForSingleObject(HANDLE, DWORD milliseconds)
 {
-    if (!does("WaitForSingleObject", milliseconds)) {
+    if (!does("WaitForSingleObject", milliseconds))
         return WAIT_FAILED;
-    }
     return waited(milliseconds > 0     ? next<DWORD>(script.singleWaits, WAIT_OBJECT_0)
                   : script.endedAtOnce ? WAIT_OBJECT_0
                                        : WAIT_TIMEOUT);
@@ -256,35 +256,21 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID, LSA_UNICODE_STRING**
 {
     static wchar_t names[2][20] = {L"SeOtherRight", L"SeBatchLogonRight"};
     static LSA_UNICODE_STRING list[2] = {{48, 52, names[0]}, {68, 72, names[1]}};
-    if (!does("LsaEnumerateAccountRights") || script.open.count(policy) == 0) {
+    if (!does("LsaEnumerateAccountRights") || script.open.count(policy) == 0)
         return 1;
-    }
     handOut(*rights = list);
     *count = isEntitled() ? 2 : 1;
     return 0;
 }
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* right, DWORD)
 {
-    EXPECT_EQ(right->MaximumLength, right->Length + sizeof(wchar_t));
-    if (!does("LsaAddAccountRights", static_cast<char*>(account)) ||
-        script.open.count(policy) == 0) {
-        return 1;
-    }
-    const Calm calm;
-    script.rights.insert(nameOf(*right));
-    return 0;
+    return changeRight("LsaAddAccountRights", policy, account, *right, true);
 }
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL all,
                                 LSA_UNICODE_STRING* right, DWORD)
 {
     EXPECT_FALSE(all);
-    if (!does("LsaRemoveAccountRights", static_cast<char*>(account)) ||
-        script.open.count(policy) == 0) {
-        return 1;
-    }
-    const Calm calm;
-    script.rights.erase(nameOf(*right));
-    return 0;
+    return changeRight("LsaRemoveAccountRights", policy, account, *right, false);
 }
 NTSTATUS LsaFreeMemory(void* memory) { return takeBack(memory) ? 0 : 1; }
 NTSTATUS LsaClose(LSA_HANDLE policy) { return CloseHandle(policy) ? 0 : 1; }

@@ -11,7 +11,16 @@
 #include <string>
 #include <vector>
 
-struct Script {
+// How a run goes.
+struct Course {
+    std::deque<int> reads{};           // each of Script::Read or a byte; when empty: broken
+    std::deque<DWORD> multipleWaits{}; // when empty: 1, the read has finished
+    std::deque<DWORD> singleWaits{};   // of the process, those with time 0 left out; then ended
+    bool endedAtOnce = false;          // tests with time 0 find the child ended
+    DWORD exitStatus = 0;
+};
+
+struct Script : Course {
     // What fails: a call of an operation, counted from 1; with `onwards` all behind it too.
     std::string operation;
     int call = 1;
@@ -22,11 +31,6 @@ struct Script {
     // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do. The
     // outcome of a pending read is the next one.
     enum Read { pending = 256, broken, readError, resultError, resultBroken, emptyResult };
-    std::deque<int> reads;           // when empty: broken
-    std::deque<DWORD> multipleWaits; // when empty: 1, the read has finished
-    std::deque<DWORD> singleWaits;   // of the process, those with time 0 left out; then ended
-    bool endedAtOnce = false;        // tests with time 0 find the child ended
-    DWORD exitStatus = 0;
     DWORD build = 1057;
     std::set<std::string> rights; // of the one account
 

@@ -3,7 +3,6 @@
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmessage.h"
-#include "cmnmsgdgst5.h"
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "cmnsmartptr.h"
@@ -14,15 +13,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <functional>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 using namespace tarnix_cmn_4_4;
-using Clock = std::chrono::steady_clock;
+using LogPtr = CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>;
 
 namespace
 {
@@ -30,29 +23,31 @@ namespace
 constexpr int threadCount = 8;
 constexpr long allowedGrowth = 4096; // KiB: what the heaps of eight threads may still move
 
-std::atomic<bool> g_stop{false};
-std::atomic<long> g_checks{0};
+std::atomic<bool> g_stop{false}, g_failed{false};
+std::atomic<long> g_checks{0}, g_lines{0};
 
+// A failure ends everything.
 void require(bool holds, const char* what)
 {
     ++g_checks;
-    if (!holds)
-        throw std::runtime_error(what);
+    if (!holds) {
+        std::printf("soak: %s\n", what);
+        g_stop = g_failed = true;
+    }
 }
 
 void runCommands(int round)
 {
     CCmnExecPipeWindows runner;
     std::vector<std::string> output;
-    const int status = round % 3;
-    const int result = runner.Exec("/bin/sh -c 'seq " + std::to_string(round % 1000) + "; exit " +
-                                       std::to_string(status) + "'",
-                                   output, "", 60, "", "", "");
+    const std::string last = std::to_string(round % 1000), status = std::to_string(round % 3);
+    const int result = runner.Exec("/bin/sh -c 'seq " + last + "; exit " + status + "'", output, "",
+                                   60, "", "", "");
     int seen = -1;
-    require(output.size() == static_cast<std::size_t>(round % 1000), "lines of a command");
-    require(output.empty() || output.back() == std::to_string(round % 1000), "the last line");
-    require(runner.getExitStatus(seen) && seen == status, "the status of a command");
-    require(result == 0 || (result == ECmnExecPipe::CMD_FAILED && status != 0), "a run's result");
+    require(std::to_string(output.size()) == last, "lines of a command");
+    require(output.empty() || output.back() == last, "the last line");
+    require(runner.getExitStatus(seen) && seen == round % 3, "the status of a command");
+    require(result == 0 || (result == ECmnExecPipe::CMD_FAILED && seen != 0), "a run's result");
 }
 
 void stopCommands()
@@ -76,10 +71,8 @@ void passMessages(int round)
     require(text == (L"gr\u00fcn: " + std::to_wstring(round)).c_str(), "a message's text");
 }
 
-class Texts : public CCmnSaxParseHandler
-{
-public:
-    const std::string& text() const { return m_Text; }
+struct Texts : CCmnSaxParseHandler {
+    using CCmnSaxParseHandler::m_Text;
 };
 
 void parseXml(int round)
@@ -90,75 +83,35 @@ void parseXml(int round)
     CCmnSaxParser parser;
     parser.setHandler(&handler);
     parser.parse("<a><b c='" + number + "'>" + word + "</b></a>");
-    require(!handler.hasLastError() && handler.text() == "<" + number + "&>", "an XML text");
+    require(!handler.hasLastError() && handler.m_Text == "<" + number + "&>", "an XML text");
 }
 
-void makeDigests(int round)
+void configure(const std::wstring& directory, const std::wstring& name, unsigned int round)
 {
-    std::string data(static_cast<std::size_t>(round % 5000), 'd');
-    data += std::to_string(round);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
-    const auto size = static_cast<std::uint32_t>(data.size());
-    const CCmnMessageDigest5 whole(bytes, size);
-    CCmnMessageDigest5 pieces;
-    pieces.Update(bytes, size / 3);
-    pieces.Update(bytes + size / 3, size - size / 3);
-    pieces.Finalize();
-    require(std::string(whole.GetAnsiMessageDigest()) == pieces.GetAnsiMessageDigest(), "a digest");
-    const std::string hex = CCmnStringTool::binary2str(bytes, static_cast<int>(size));
-    require(hex.size() == 2 * data.size(), "hex text");
+    CCmnConfiguration writer(directory.c_str(), name.c_str(), false);
+    ACE_Configuration_Section_Key section;
+    require(writer.openSection(L"a\\b", section, 1) == 0, "a section");
+    writer.setStringValue(L"text", name.c_str());
+    writer.setIntegerValue(L"number", round);
+    require(writer.exportConfig() == 0, "an export");
+    CCmnConfiguration reader(directory.c_str(), name.c_str(), true);
+    unsigned int number = 0;
+    require(reader.getIntegerValue(L"a\\b", L"number", number) == 0 && number == round,
+            "a value of the store");
 }
 
-// What a thread keeps for itself: its log and its file of settings.
-class Own
+void use(const std::wstring& directory, int thread)
 {
-public:
-    Own(const Scratch& scratch, int thread)
-        : m_Name(L"soak" + std::to_wstring(thread)), m_Directory(scratch.wide()), m_Log(true)
-    {
-        m_Log.get()->initialize(m_Name.c_str(), m_Directory.c_str(), L"shared.log", 1, false);
-    }
-
-    void trace(int round)
-    {
-        m_Log.get()->trace(1, "%ls line %d", m_Name.c_str(), round);
-        ++m_Lines;
-    }
-
-    void configure(int round)
-    {
-        const std::wstring file = m_Name + L".settings";
-        CCmnConfiguration writer(m_Directory.c_str(), file.c_str(), false);
-        ACE_Configuration_Section_Key section;
-        require(writer.openSection(L"a\\b", section, 1) == 0, "a section");
-        writer.setStringValue(L"text", tstr(m_Name.c_str()));
-        writer.setIntegerValue(L"number", static_cast<unsigned int>(round));
-        require(writer.exportConfig() == 0, "an export");
-        CCmnConfiguration reader(m_Directory.c_str(), file.c_str(), true);
-        unsigned int number = 0;
-        require(reader.getIntegerValue(L"a\\b", L"number", number) == 0 &&
-                    number == static_cast<unsigned int>(round),
-                "a value of the store");
-    }
-
-    long lines() const { return m_Lines; }
-
-private:
-    std::wstring m_Name;
-    std::wstring m_Directory;
-    CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_Log;
-    long m_Lines = 0;
-};
-
-void use(Own& own, int thread)
-{
+    const std::wstring name = L"soak" + std::to_wstring(thread);
+    const LogPtr log(true);
+    log.get()->initialize(name.c_str(), directory.c_str(), L"shared.log", 1, false);
     for (int round = thread; !g_stop; ++round) {
         passMessages(round);
         parseXml(round);
-        makeDigests(round);
-        own.trace(round);
+        log.get()->trace(1, "%ls line %d", name.c_str(), round);
+        ++g_lines;
         if (round % 8 == thread) {
-            own.configure(round);
+            configure(directory, name, static_cast<unsigned int>(round));
             runCommands(round);
         }
         if (round % 64 == thread)
@@ -168,103 +121,52 @@ void use(Own& own, int thread)
 
 long residentKiB()
 {
-    std::ifstream file("/proc/self/statm");
-    long total = 0;
-    long resident = 0;
-    file >> total >> resident;
+    long total = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-// Descriptors and children come and go while the threads run; their greatest numbers must not grow.
-struct Peak {
-    long resident = 0;
-    ProcessState state;
-
-    void take()
-    {
-        resident = std::max(resident, residentKiB());
-        try {
-            const ProcessState now = ProcessState::now();
-            state.descriptors = std::max(state.descriptors, now.descriptors);
-            state.children = std::max(state.children, now.children);
-        } catch (const std::filesystem::filesystem_error&) {
-            // A thread's entry went away while it was looked at.
-        }
-    }
-};
-
-Peak watch(Clock::duration time)
+// Eight threads for a while. Returns the memory in use at its end.
+long useFor(std::chrono::milliseconds time, const std::wstring& directory)
 {
-    Peak peak;
-    for (const auto end = Clock::now() + time; Clock::now() < end && !g_stop;) {
+    std::thread users([&] { onThreads(threadCount, [&](int thread) { use(directory, thread); }); });
+    for (; time.count() > 0 && !g_stop; time -= std::chrono::milliseconds(100))
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        peak.take();
-    }
-    return peak;
+    const long resident = residentKiB();
+    g_stop = true;
+    users.join();
+    g_stop = g_failed.load();
+    return resident;
 }
 
-long countLines(const std::string& path)
+void checkLines(const std::string& path)
 {
     long lines = 0;
     std::ifstream in(path);
     for (std::string line; std::getline(in, line); ++lines)
         require(line.find(" soak") != std::string::npos && line.find(" line ") != std::string::npos,
                 "a trace line is whole");
-    return lines;
-}
-
-int soak(std::chrono::seconds time)
-{
-    const Scratch scratch;
-    scratch.setRegistry(scratch.path(), "");
-    for (const char* directory : {"ConfigFiles", "Logs"})
-        scratch.makeDirectory(directory);
-    const ProcessState before = ProcessState::now();
-    const CCmnSaxLibrary library; // Xerces-C starts once, not with every parser
-    std::vector<std::unique_ptr<Own>> owned;
-    for (int i = 0; i < threadCount; ++i)
-        owned.push_back(std::make_unique<Own>(scratch, i));
-    std::vector<std::thread> threads;
-    std::atomic<int> failures{0};
-    for (int i = 0; i < threadCount; ++i)
-        threads.emplace_back([&, i] {
-            try {
-                use(*owned[static_cast<std::size_t>(i)], i);
-            } catch (const std::exception& problem) {
-                std::printf("soak: %s\n", problem.what());
-                ++failures;
-                g_stop = true;
-            }
-        });
-    const Peak early = watch(time / 4); // everything has been used by then
-    const Peak late = watch(time - time / 4);
-    g_stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
-    long written = 0;
-    for (const auto& own : owned)
-        written += own->lines();
-    require(countLines(scratch.path("shared.log")) == written, "every trace line is there");
-    std::printf("soak: %ld results checked, %ld trace lines, resident %ld then %ld KiB, "
-                "descriptors at most %ld then %ld, children %ld then %ld\n",
-                g_checks.load(), written, early.resident, late.resident, early.state.descriptors,
-                late.state.descriptors, early.state.children, late.state.children);
-    require(late.state.descriptors <= early.state.descriptors + 8 * threadCount &&
-                late.state.children <= early.state.children + threadCount,
-            "descriptors and children do not grow");
-    require(ProcessState::now() == before, "no descriptor and no child is left");
-    require(late.resident <= early.resident + allowedGrowth, "resident memory is flat");
-    return failures == 0 ? 0 : 1;
+    require(lines == g_lines, "every trace line is there");
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        return soak(std::chrono::seconds(argc > 1 ? std::atol(argv[1]) : 120));
-    } catch (const std::exception& problem) {
-        std::printf("soak: %s\n", problem.what());
-        return 1;
-    }
+    const std::chrono::milliseconds time(1000 * (argc > 1 ? std::atol(argv[1]) : 120));
+    const Scratch scratch;
+    scratch.setRegistry(scratch.path(), "");
+    scratch.makeDirectory("ConfigFiles");
+    scratch.makeDirectory("Logs");
+    const ProcessState before = ProcessState::now();
+    const CCmnSaxLibrary library; // Xerces-C starts once, not with every parser
+    const long early = useFor(time / 4, scratch.wide()); // everything has been used by then
+    require(ProcessState::now() == before, "no descriptor and no child is left");
+    const long late = useFor(time - time / 4, scratch.wide());
+    require(ProcessState::now() == before, "no descriptor and no child is left");
+    require(late <= early + allowedGrowth, "resident memory is flat");
+    checkLines(scratch.path("shared.log"));
+    std::printf("soak: %ld results checked, %ld trace lines, resident %ld then %ld KiB\n",
+                g_checks.load(), g_lines.load(), early, late);
+    return g_failed ? 1 : 0;
 }

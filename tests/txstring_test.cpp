@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
@@ -73,21 +72,20 @@ TEST(TxString, CopiesAndAppends)
 
 TEST(TxString, PrintsAsTheStandardAndCuts)
 {
-    std::mt19937 random(7);
-    for (int i = 0; i < 20000; ++i) {
-        const double number = (static_cast<int>(random()) >> (random() % 32)) / 8.0;
-        const std::string word(random() % 12, 'w');
-        const std::size_t size = 1 + random() % 60;
-        char text[128];
-        const int length = std::snprintf(text, sizeof text, "%s|%.3f", word.c_str(), number);
-        const std::string cut = std::string(text).substr(0, size - 1);
-        const int fits = static_cast<int>(cut.size()), most = static_cast<int>(size);
-        const std::string expected = cut + '\0' + std::string(60 - cut.size(), '#');
-        std::string target(61, '#');
-        std::wstring wide(61, L'#');
-        ASSERT_EQ(TX_snprintf(target.data(), size, "%s|%.3f", word.c_str(), number), fits);
-        ASSERT_EQ(TX_snwprintf(wide.data(), size, L"%s", text), length > most ? -1 : length);
-        ASSERT_TRUE(target == expected && wide == std::wstring(expected.begin(), expected.end()));
+    for (std::size_t i = 0; i < 12 * 12; ++i) {
+        const std::size_t size = 1 + i / 12;
+        const int length = static_cast<int>(1 + i % 12), most = static_cast<int>(size);
+        const std::string text = std::string("123456789012", i % 12) + "7";
+        const std::string cut = text.substr(0, size - 1);
+        const std::string expected = cut + '\0' + std::string(12 - cut.size(), '#');
+        std::string target(13, '#');
+        std::wstring wide(13, L'#');
+        EXPECT_EQ(TX_snprintf(target.data(), size, "%.*s%d", length - 1, text.c_str(), 7),
+                  static_cast<int>(cut.size()));
+        EXPECT_EQ(TX_snwprintf(wide.data(), size, L"%.*s%d", length - 1, text.c_str(), 7),
+                  length > most ? -1 : length);
+        EXPECT_EQ(target, expected);
+        EXPECT_EQ(wide, std::wstring(expected.begin(), expected.end()));
     }
     const wchar_t unprintable[] = {wchar_t(0x7fffffff), 0};
     char text[] = "####";
