@@ -213,6 +213,7 @@ TEST_F(Allocation, Sax)
         return [handler, parser = std::make_shared<CCmnSaxParser>(handler.get())] {
             handler->take();
             try {
+                const CCmnSaxParser fresh(handler.get());
                 parser->parse("<!DOCTYPE a [<!ENTITY e 'of an entity'>]><a b='c'>text &e;</a>");
             } catch (const xercesc::OutOfMemoryException&) {
                 throw std::bad_alloc();

@@ -90,6 +90,18 @@ TEST_F(Catalogs, InitAndLookUp)
     EXPECT_EQ(CCmnIcuMessageCatalog(std::wstring(2000, L'n').c_str(), "de").init(), 3);
 }
 
+TEST_F(Catalogs, WithoutAnInstallDirectory)
+{
+    bundle("libhere", "root");
+    scratch.setRegistry("", "");
+    const auto former = std::filesystem::current_path();
+    std::filesystem::current_path(scratch.path());
+    CCmnIcuMessageCatalog catalog(L"here", "root");
+    EXPECT_EQ(catalog.init(), 0);
+    EXPECT_STREQ(catalog.getMessage("who", nullptr).c_str(), L"here: root {0}");
+    std::filesystem::current_path(former);
+}
+
 struct ManagerTest : Catalogs, CCmnMessageCatalogFactory {
     ManagerTest()
     {

@@ -73,7 +73,9 @@ int CCmnIcuMessageCatalog::init()
     tstr file;
     if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0)
         return kNotOpened;
-    assign(m_Path, directory, file);
+    // ICU would look for "Messages/libname", which it is without an install directory, elsewhere.
+    const bool isInCurrent = directory.find(L'/') + 1 == directory.length();
+    assign(m_Path, isInCurrent ? L"./" : L"", directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
     // ICU looks in its default locale too before it comes to the root.
     if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault()))

@@ -9,35 +9,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-using tarnix_platform::UniqueFd;
+using namespace tarnix_platform;
 
 namespace
 {
 
 // Like a stream it is made with all rights that the process's mask leaves.
 constexpr mode_t usualRights = 0666;
-
-UniqueFd openFd(const char* path, int flags, mode_t mode = usualRights)
-{
-    int fd = -1;
-    do
-        fd = ::open(path, flags | O_CLOEXEC, mode);
-    while (fd < 0 && errno == EINTR);
-    return UniqueFd(fd);
-}
-
-void writeAtOnce(int fd, const char* bytes, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t written = ::write(fd, bytes, size);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return;
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
-    }
-}
 
 // The file that a chain of links ends at, which need not be there: to rename over a link would
 // replace the link.
@@ -93,9 +71,9 @@ TxFile TxOpenFile(const char* path, const char* mode)
 
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
 {
-    const UniqueFd file = openFd(path, O_RDWR | O_APPEND | O_CREAT);
+    const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, usualRights);
     if (file)
-        writeAtOnce(file.get(), bytes, size);
+        writeAll(file.get(), bytes, size);
     return static_cast<bool>(file);
 }
 
@@ -145,8 +123,8 @@ struct TxReplacement::State {
             m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(getpid()) + "-";
         for (int i = 0; i < mostNames && !m_File; ++i) {
             m_Beside = stem + std::to_string(i);
-            m_File = openFd(m_Beside.c_str(), O_WRONLY | O_CREAT | O_EXCL,
-                            m_IsNew ? usualRights : S_IRUSR | S_IWUSR);
+            m_File = openFile(m_Beside.c_str(), O_WRONLY | O_CREAT | O_EXCL,
+                              m_IsNew ? usualRights : S_IRUSR | S_IWUSR);
             if (!m_File && errno != EEXIST)
                 break;
         }

@@ -65,7 +65,7 @@ private:
 bool TxMayImport(const char* path)
 {
     // Without O_NONBLOCK a pipe without a writer would be waited for.
-    const tarnix_platform::UniqueFd file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const tarnix_platform::UniqueFd file = tarnix_platform::openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file)
         return true; // the import will tell
     struct stat info {

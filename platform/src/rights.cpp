@@ -35,20 +35,13 @@ std::string rightsFile()
 
 using Lines = std::vector<std::string>;
 
-UniqueFd openFd(const std::string& path, int flags)
-{
-    int fd = -1;
-    do {
-        fd = ::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    } while (fd < 0 && errno == EINTR);
-    return UniqueFd(fd);
-}
+constexpr mode_t ownRights = S_IRUSR | S_IWUSR;
 
 // A file that does not exist holds nothing.
 bool readLines(const std::string& path, Lines& lines)
 {
     lines.clear();
-    const UniqueFd file = openFd(path, O_RDONLY);
+    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
     if (!file) {
         return errno == ENOENT ? true : fail(errno, path);
     }
@@ -75,21 +68,6 @@ bool readLines(const std::string& path, Lines& lines)
     return true;
 }
 
-bool writeAll(int fd, const std::string& text)
-{
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t put = ::write(fd, text.data() + done, text.size() - done);
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(put);
-    }
-    return true;
-}
-
 // The new file gets the owner and the permissions of the old one.
 bool keepAccess(const std::string& path, int fd)
 {
@@ -109,18 +87,19 @@ bool replaceFile(const std::string& path, const Lines& lines)
     }
     const std::string beside = path + ".new";
     ::unlink(beside.c_str()); // of a change that was broken off; never somebody else's open file
-    const UniqueFd file = openFd(beside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    const UniqueFd file =
+        openFile(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, ownRights);
     if (!file) {
         return fail(errno, beside);
     }
-    if (!keepAccess(path, file.get()) || !writeAll(file.get(), text) || fsync(file.get()) != 0 ||
-        std::rename(beside.c_str(), path.c_str()) != 0) {
+    if (!keepAccess(path, file.get()) || !writeAll(file.get(), text.data(), text.size()) ||
+        fsync(file.get()) != 0 || std::rename(beside.c_str(), path.c_str()) != 0) {
         const int error = errno;
         ::unlink(beside.c_str());
         return fail(error, path);
     }
-    const UniqueFd directory =
-        openFd(path.substr(0, path.find_last_of('/') + 1) + ".", O_RDONLY | O_DIRECTORY);
+    const UniqueFd directory = openFile((path.substr(0, path.find_last_of('/') + 1) + ".").c_str(),
+                                        O_RDONLY | O_DIRECTORY);
     if (directory) {
         fsync(directory.get());
     }
@@ -137,7 +116,8 @@ bool change(const std::function<bool(Lines&)>& edit)
 {
     const std::string path = rightsFile();
     ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
-    const UniqueFd lock = openFd(path + ".lock", O_RDWR | O_CREAT | O_NOFOLLOW);
+    const UniqueFd lock =
+        openFile((path + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, ownRights);
     if (!lock) {
         return fail(errno, path + ".lock");
     }
