@@ -1,14 +1,12 @@
 // The configuration store beside the bare classes on which it stands: import, export, one value.
 #include "cmnconfiguration.h"
+#include "place.h"
 
 #include <ace/Configuration_Import_Export.h>
 #include <ace/Version.h>
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 using namespace tarnix_cmn_4_4;
@@ -20,31 +18,6 @@ const bool addedContext = [] {
     benchmark::AddCustomContext("peer ACE", ACE_VERSION);
     return true;
 }();
-
-class Place
-{
-public:
-    Place()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
-        m_Path = std::string(mkdtemp(name.data())) + "/";
-    }
-    ~Place() { std::filesystem::remove_all(m_Path); }
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-
-    std::string file(const std::string& name = "") const { return m_Path + name; }
-    std::wstring wide() const { return {m_Path.begin(), m_Path.end()}; }
-    std::string read(const std::string& name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(file(name)).rdbuf();
-        return text.str();
-    }
-
-private:
-    std::string m_Path;
-};
 
 // Writes the file "in" with `count` values, a hundred a section, texts and numbers by turns.
 void writeValues(const Place& place, std::int64_t count)

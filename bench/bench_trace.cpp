@@ -2,7 +2,7 @@
 // is dropped, beside another log and the look-up of a level in a store.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
-#include "platform_registry.h"
+#include "place.h"
 
 #include <ace/Configuration.h>
 #include <ace/Version.h>
@@ -33,41 +33,12 @@ const bool addedContext = [] {
     return true;
 }();
 
-// A directory that holds the registry, the settings and the trace files.
-class Place
-{
-public:
-    Place()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
-        m_Path = std::string(mkdtemp(name.data())) + "/";
-        std::filesystem::create_directory(m_Path + "ConfigFiles");
-        std::ofstream(file("registry"))
-            << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" << m_Path << "\"\n";
-        TxSetRegistryFile(file("registry").c_str());
-    }
-    ~Place()
-    {
-        TxSetRegistryFile(nullptr);
-        std::filesystem::remove_all(m_Path);
-    }
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-
-    std::string file(const std::string& name) const { return m_Path + name; }
-
-private:
-    std::string m_Path;
-};
-
 class Log
 {
 public:
     explicit Log(const Place& place)
     {
-        const std::string dir = place.file("");
-        m_Log.get()->initialize(L"t", std::wstring(dir.begin(), dir.end()).c_str(), L"trace", 1,
-                                false);
+        m_Log.get()->initialize(L"t", place.wide().c_str(), L"trace", 1, false);
     }
     CCmnTraceLog* operator->() { return m_Log.get(); }
 

@@ -7,17 +7,13 @@
 #include "cmnexecpipewindows.h"
 #include "cmnmsgdgst5.h"
 #include "cmntracelog.h"
-#include "platform_registry.h"
+#include "place.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <valgrind/callgrind.h>
 #include <vector>
 
@@ -49,38 +45,9 @@ void require(bool holds, const char* what)
         throw std::runtime_error(what);
 }
 
-// A directory of its own for what a road writes, and a registry that names it, or the build tree's
-// catalogs, as the place of the installation.
-class Installation
-{
-public:
-    explicit Installation(const std::string& catalogs = "")
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "hotroadsXXXXXX").string();
-        require(mkdtemp(name.data()) != nullptr, "no directory");
-        m_Root = name;
-        for (const char* directory : {"Logs", "ConfigFiles"})
-            std::filesystem::create_directory(m_Root / directory);
-        const std::filesystem::path registry = m_Root / "registry.conf";
-        std::ofstream(registry) << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\""
-                                << (catalogs.empty() ? m_Root.string() : catalogs) << "/\"\n";
-        TxSetRegistryFile(registry.c_str());
-    }
-    ~Installation()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_Root, ignored);
-    }
-    Installation(const Installation&) = delete;
-    Installation& operator=(const Installation&) = delete;
-
-private:
-    std::filesystem::path m_Root;
-};
-
 int traceLines(int level, int times)
 {
-    const Installation installation;
+    const Place place;
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
     log.get()->initialize(L"hotroads", L"", L"", 1, false);
     require(log.get()->isInitialized(), "no trace log");
@@ -114,7 +81,7 @@ int outputLine()
 
 int lookUp()
 {
-    const Installation installation(TARNIX_CATALOGS);
+    const Place place(TARNIX_CATALOGS);
     CatalogFactory factory("runcmd");
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
         manager(true);

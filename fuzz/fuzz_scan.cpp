@@ -4,6 +4,7 @@
 #include "fuzzinput.h"
 
 #include <cstring>
+#include <memory>
 #include <set>
 
 namespace
@@ -95,12 +96,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bytes = input.rest(), text = bytes.c_str();
 
     // Any bytes, without a terminator; then the text.
-    std::vector<unsigned char> raw(bytes.begin(), bytes.end());
-    raw.reserve(1); // a place even for no byte
-    TX_ScanSource source{raw.data(), static_cast<int>(raw.size()), TX_ScanLoaded};
+    const auto raw = std::make_unique<unsigned char[]>(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), raw.get());
+    TX_ScanSource source{raw.get(), static_cast<int>(bytes.size()), TX_ScanLoaded};
     Blocks ofSource = blocks;
     const int sourceResult = scanInto(ofSource, scanSource, &source, format.c_str());
-    require(source.position + source.remaining == raw.data() + raw.size(), "the source's place");
+    require(source.position + source.remaining == raw.get() + bytes.size(), "the source's place");
     const int result = scanInto(blocks, TX_sscanf, terminated(text).data(), format.c_str());
     require(text.size() < bytes.size() || (result == sourceResult && blocks == ofSource),
             "a text and a source");
