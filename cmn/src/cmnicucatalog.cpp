@@ -7,6 +7,7 @@
 #include "cmnutf16.h"
 
 #include <cstring>
+#include <cwchar>
 #include <iterator>
 #include <new>
 #include <unicode/locid.h>
@@ -19,6 +20,7 @@ namespace
 
 constexpr int kNotOpened = 3;
 constexpr wchar_t kSeparator[] = L": "; // of the catalog's name and a text
+constexpr std::size_t kSeparatorLength = std::size(kSeparator) - 1;
 
 // ICU makes a file name of the base name as it is, and takes it from the locale in this way. What
 // Locale::getBaseName gives differs for some malformed names, and is null for others.
@@ -31,15 +33,24 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
-// With one allocation, as a rule: a text has at least as many UTF-16 units as characters.
+// With one allocation for a text of usual length, which is put together on the stack.
 tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
     tstr result;
-    makeRoom(result,
-             name.length() + std::size(kSeparator) + static_cast<std::size_t>(text.length()));
-    append(result, name);
-    append(result, kSeparator);
-    appendWide(result, text);
+    wchar_t joined[kUtf16Piece];
+    const std::size_t start = name.length() + kSeparatorLength;
+    if (start + static_cast<std::size_t>(text.length()) <= std::size(joined)) {
+        std::wmemcpy(joined, name.c_str(), name.length());
+        std::wmemcpy(joined + name.length(), kSeparator, kSeparatorLength);
+        std::int32_t at = 0;
+        const std::int32_t filled =
+            decodeUtf16(text.getBuffer(), at, text.length(), joined + start, text.length());
+        append(result, joined, start + static_cast<std::size_t>(filled));
+    } else {
+        append(result, name);
+        append(result, kSeparator);
+        appendWide(result, text);
+    }
     return result;
 }
 

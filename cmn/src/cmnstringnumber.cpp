@@ -48,23 +48,19 @@ class UidNumber
 public:
     explicit UidNumber(std::uint32_t number)
     {
-        const unsigned char bytes[] = {
-            static_cast<unsigned char>(number >> 24), static_cast<unsigned char>(number >> 16),
-            static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)};
-        printHex(m_Digits, bytes, sizeof bytes);
         constexpr std::size_t least = 4;
-        while (m_First < std::end(m_Digits) - least && *m_First == '0')
-            ++m_First;
+        while (m_Size > least && number >> (4 * (m_Size - 1)) == 0)
+            --m_Size;
+        for (std::size_t i = m_Size; i > 0; number >>= 4)
+            m_Digits[--i] = hexDigit(number & 0xF);
     }
-    UidNumber(const UidNumber&) = delete;
-    UidNumber& operator=(const UidNumber&) = delete;
 
-    const Char* data() const { return m_First; }
-    std::size_t size() const { return static_cast<std::size_t>(std::end(m_Digits) - m_First); }
+    const Char* data() const { return m_Digits; }
+    std::size_t size() const { return m_Size; }
 
 private:
+    std::size_t m_Size = 2 * sizeof(std::uint32_t);
     Char m_Digits[2 * sizeof(std::uint32_t)];
-    const Char* m_First = m_Digits;
 };
 
 constexpr std::int16_t kNoDigit = -1;

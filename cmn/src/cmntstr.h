@@ -5,7 +5,6 @@
 
 #include "cmntypes.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cwchar>
 #include <new>
@@ -24,15 +23,6 @@ inline void append(tstr& target, const wchar_t* text, std::size_t length)
 inline void append(tstr& target, const tstr& text)
 {
     append(target, text.c_str(), text.length());
-}
-
-// Room for a text of usual length, in a text that is empty; fast_resize would do it for any.
-inline void makeRoom(tstr& empty, std::size_t units)
-{
-    constexpr std::size_t usual = 256;
-    static constexpr wchar_t none[usual] = {};
-    append(empty, none, std::min(units, usual));
-    empty.fast_clear();
 }
 
 // Null counts as the empty text.

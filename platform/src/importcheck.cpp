@@ -21,28 +21,68 @@ constexpr long longestLine = 16L * 1024 * 1024;
 class ImportCheck
 {
 public:
+    // A piece is shorter than the longest line.
     bool accepts(const char* piece, const char* end)
     {
-        m_Zeros += std::count(piece, end, '\0');
-        if (m_Zeros > mostZeros)
+        if (!countZeros(piece, end) || !measureLines(piece, end))
             return false;
         while (piece != end) {
-            if (m_AtStart)
+            if (m_AtStart) {
+                m_InSection = *piece == '[';
                 m_Levels = 0;
-            m_InSection = m_AtStart ? *piece == '[' : m_InSection;
-            const auto* newline = static_cast<const char*>(
-                std::memchr(piece, '\n', static_cast<std::size_t>(end - piece)));
-            const char* const lineEnd = newline != nullptr ? newline + 1 : end;
-            m_Length = (m_AtStart ? 0 : m_Length) + (lineEnd - piece);
-            if (m_Length > longestLine || (m_InSection && !countLevels(piece, lineEnd)))
+            }
+            const char* const next = m_InSection ? behindLine(piece, end) : nextSection(piece, end);
+            if (m_InSection && !countLevels(piece, next))
                 return false;
-            m_AtStart = newline != nullptr;
-            piece = lineEnd;
+            m_AtStart = next[-1] == '\n';
+            piece = next;
         }
         return true;
     }
 
 private:
+    static const char* find(char wanted, const char* from, const char* end)
+    {
+        const void* place = std::memchr(from, wanted, static_cast<std::size_t>(end - from));
+        return place != nullptr ? static_cast<const char*>(place) : end;
+    }
+
+    static const char* behindLine(const char* line, const char* end)
+    {
+        const char* const newline = find('\n', line, end);
+        return newline == end ? end : newline + 1;
+    }
+
+    // Most lines are values: they are passed over without a look for their ends.
+    static const char* nextSection(const char* line, const char* end)
+    {
+        const char* place = find('[', line + 1, end);
+        while (place != end && place[-1] != '\n')
+            place = find('[', place + 1, end);
+        return place;
+    }
+
+    bool countZeros(const char* piece, const char* end)
+    {
+        for (piece = find('\0', piece, end); piece != end && m_Zeros <= mostZeros;
+             piece = find('\0', piece + 1, end))
+            ++m_Zeros;
+        return m_Zeros <= mostZeros;
+    }
+
+    bool measureLines(const char* piece, const char* end)
+    {
+        const char* const newline = find('\n', piece, end);
+        m_Length += newline - piece;
+        if (m_Length > longestLine)
+            return false;
+        if (newline != end) {
+            const void* last = ::memrchr(newline, '\n', static_cast<std::size_t>(end - newline));
+            m_Length = end - static_cast<const char*>(last) - 1;
+        }
+        return true;
+    }
+
     bool countLevels(const char* line, const char* end)
     {
         const auto opened =
@@ -56,7 +96,7 @@ private:
     bool m_InSection = false;
     long m_Levels = 0;
     long m_AllLevels = 0;
-    long m_Length = 0; // of the line
+    long m_Length = 0; // of the line that is not at its end
     long m_Zeros = 0;
 };
 
