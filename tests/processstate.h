@@ -1,7 +1,9 @@
-// This process: its descriptors and children, which a run must leave as they were; others that a
-// test begins beside it; and a root that may see other files.
+// What tests of real runs share: a run and what it came to; the descriptors and children of this
+// process, which a run must leave as they were; other processes that a test begins beside it.
 #ifndef TARNIX_PROCESSSTATE_H
 #define TARNIX_PROCESSSTATE_H
+
+#include "cmnexecpipewindows.h"
 
 #include <gtest/gtest.h>
 
@@ -19,45 +21,52 @@
 #include <utility>
 #include <vector>
 
-struct ProcessState {
-    long descriptors = 0;
-    long children = 0; // zombies included
+using Lines = std::vector<std::string>;
 
-    static ProcessState now()
-    {
-        namespace fs = std::filesystem;
-        if (!std::ifstream("/proc/thread-self/children"))
-            throw std::runtime_error("this kernel does not tell children");
-        const fs::directory_iterator open("/proc/self/fd");
-        ProcessState state{std::distance(begin(open), end(open)), 0};
-        for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-            std::ifstream children(task.path() / "children");
-            for (long pid = 0; children >> pid;)
-                ++state.children;
-        }
-        return state;
-    }
-
-    bool operator==(const ProcessState& other) const
-    {
-        return descriptors == other.descriptors && children == other.children;
-    }
+struct Outcome {
+    int result = -1, status = -1; // status -1: none
+    Lines lines{"former"};
+    tarnix_cmn_4_4::ECmnExecPipe record;
 };
 
-inline std::ostream& operator<<(std::ostream& out, const ProcessState& state)
+inline Outcome exec(tarnix_cmn_4_4::CCmnExecPipeWindows& runner, const std::string& command,
+                    unsigned long seconds = 60, const std::string& directory = "",
+                    const std::string& user = "", const std::string& password = "")
 {
-    return out << state.descriptors << " descriptors, " << state.children << " children";
+    Outcome outcome;
+    outcome.result = runner.Exec(command, outcome.lines, "", seconds, directory, user, password);
+    outcome.record = runner.getLastError();
+    runner.getExitStatus(outcome.status);
+    return outcome;
+}
+
+inline Outcome run(const std::string& command, unsigned long seconds = 60)
+{
+    tarnix_cmn_4_4::CCmnExecPipeWindows runner;
+    return exec(runner, command, seconds);
+}
+
+// Open descriptors, and children with the zombies among them.
+inline std::pair<long, long> processState()
+{
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    std::pair<long, long> state{std::distance(begin(open), end(open)), 0};
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream children(task.path() / "children");
+        EXPECT_TRUE(children) << "this kernel does not tell children";
+        for (long pid = 0; children >> pid;)
+            ++state.second;
+    }
+    return state;
 }
 
 // Every test ends with the descriptors and children that it began with.
 class NothingLeft : public testing::Test
 {
 protected:
-    void begin() { m_Before = ProcessState::now(); } // after what stays for good was made
-    void TearDown() override { EXPECT_EQ(ProcessState::now(), m_Before); }
+    void TearDown() override { EXPECT_EQ(processState(), m_Before); }
 
-private:
-    ProcessState m_Before = ProcessState::now();
+    const std::pair<long, long> m_Before = processState();
 };
 
 // Begins the work in a process of its own, which an exception ends. To be called while there is one

@@ -5,9 +5,7 @@
 
 // From its making to its end the `refused`-th allocation is refused, alone or with all behind it;
 // with 0 none is. ACE and ICU get null for it; where they do not look at it, they can be left out.
-class Refusal
-{
-public:
+struct Refusal {
     explicit Refusal(int refused, bool allBehind = false, bool ofThrowingNewOnly = false)
     {
         asked = 0, call = refused, onwards = allBehind, throwingOnly = ofThrowingNewOnly;

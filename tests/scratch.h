@@ -36,8 +36,7 @@ public:
     std::string path(const std::string& name = "") const { return m_Path + name; }
     std::wstring wide(const std::string& name = "") const
     {
-        const std::string narrow = path(name);
-        return std::wstring(narrow.begin(), narrow.end());
+        return std::filesystem::path(path(name)).wstring();
     }
 
     void makeDirectory(const std::string& name) const
@@ -50,7 +49,7 @@ public:
     }
     std::string read(const std::string& name) const
     {
-        std::ostringstream text;
+        std::ostringstream text; // which takes a directory for an empty file
         text << std::ifstream(path(name), std::ios::binary).rdbuf();
         return text.str();
     }

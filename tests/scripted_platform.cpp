@@ -1,10 +1,10 @@
-// See scripted_platform.h. Handles are numbers; nothing of the system is touched.
+// See scripted_platform.h. Handles are numbers; nothing of the system is touched. What can run out
+// of memory in the real platform allocates here too, once, before anything has changed.
 #include "scripted_platform.h"
 
 #include "refusal.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <gtest/gtest.h>
@@ -24,6 +24,8 @@ std::vector<std::string> Script::logged(const std::string& start) const
 namespace
 {
 
+constexpr DWORD error = 13;
+
 // Takes note of a call, and tells whether it succeeds.
 template <class... Details>
 bool does(const char* operation, const Details&... details)
@@ -34,32 +36,22 @@ bool does(const char* operation, const Details&... details)
     ((entry << ' ' << details), ...);
     script.log.push_back(entry.str());
     const int call = ++script.calls[operation];
-    if (script.operation != operation || call < script.call ||
-        (call > script.call && !script.onwards)) {
-        return true;
-    }
-    if (script.throws)
-        throw std::bad_alloc();
-    script.lastError = script.error;
-    return false;
-}
-
-void* handOut(void* what)
-{
-    const Calm calm;
-    return *script.open.insert(what).first;
+    const bool fails = script.operation == operation &&
+                       (call == script.call || (call > script.call && script.onwards));
+    script.lastError = fails ? error : script.lastError;
+    return !fails;
 }
 
 HANDLE give(HANDLE onFailure, bool good)
 {
     static std::uintptr_t next = 100;
-    return good ? handOut(reinterpret_cast<HANDLE>(next += 4)) : onFailure;
+    return good ? *script.open.insert(reinterpret_cast<HANDLE>(next += 4)).first : onFailure;
 }
 
 bool takeBack(void* what)
 {
     const bool wasOpen = script.open.erase(what) > 0;
-    script.wrongCloses += wasOpen ? 0 : 1;
+    EXPECT_TRUE(wasOpen) << "closed twice, or never opened";
     return wasOpen;
 }
 
@@ -78,7 +70,9 @@ BOOL start(const char* how, const char* command, DWORD flags, const char* direct
 {
     if (!does(how, command, "in", directory ? directory : "null", "flags", flags))
         return false;
-    *information = {give(nullptr, true), give(nullptr, true), 4711, 4711};
+    const HANDLE process = give(nullptr, true);
+    const Calm calm;
+    *information = {process, give(nullptr, true), 4711, 4711};
     script.childRuns = true;
     return true;
 }
@@ -89,43 +83,34 @@ DWORD waited(DWORD woken)
     return woken;
 }
 
-bool isEntitled()
+NTSTATUS changeRight(const char* how, LSA_HANDLE policy, PSID account, BOOL all,
+                     const LSA_UNICODE_STRING& right, bool entitled)
 {
-    const Calm calm;
-    return script.rights.count("SeBatchLogonRight") > 0;
-}
-
-NTSTATUS changeRight(const char* how, LSA_HANDLE policy, PSID account,
-                     const LSA_UNICODE_STRING& right, bool add)
-{
-    EXPECT_EQ(right.MaximumLength, right.Length + sizeof(wchar_t));
-    if (!does(how, static_cast<char*>(account)) || script.open.count(policy) == 0)
-        return 1;
-    const Calm calm;
+    const bool good = does(how, static_cast<char*>(account)) && script.open.count(policy) > 0;
     const std::string name(right.Buffer, right.Buffer + right.Length / sizeof(wchar_t));
-    script.rights.erase(name);
-    if (add)
-        script.rights.insert(name);
-    return 0;
+    EXPECT_TRUE(name == "SeBatchLogonRight" && !all);
+    EXPECT_EQ(right.MaximumLength, right.Length + sizeof(wchar_t));
+    script.entitled = good ? entitled : script.entitled;
+    return good ? 0 : 1;
 }
 
 } // namespace
 
 DWORD GetLastError() { return script.lastError; }
-void SetLastError(DWORD error) { script.lastError = error; }
-DWORD FormatMessageW(DWORD, const void*, DWORD error, DWORD, wchar_t* buffer, DWORD, void*)
+void SetLastError(DWORD code) { script.lastError = code; }
+DWORD FormatMessageW(DWORD, const void*, DWORD code, DWORD, wchar_t* buffer, DWORD, void*)
 {
+    static wchar_t text[40];
     if (!does("FormatMessageW"))
         return 0;
-    const Calm calm;
-    wchar_t* const text = wcsdup((L"scripted error " + std::to_wstring(error)).c_str());
-    *reinterpret_cast<void**>(buffer) = handOut(text);
+    std::swprintf(text, std::size(text), L"scripted error %u", code);
+    *reinterpret_cast<void**>(buffer) = *script.open.insert(text).first;
     return 1;
 }
 HLOCAL LocalFree(HLOCAL memory)
 {
-    if (memory && takeBack(memory))
-        std::free(memory);
+    if (memory)
+        takeBack(memory);
     return nullptr;
 }
 BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && does("CloseHandle"); }
@@ -139,33 +124,31 @@ BOOL DuplicateHandle(HANDLE, HANDLE, HANDLE, HANDLE* target, DWORD access, BOOL 
 HANDLE GetCurrentProcess() { return INVALID_HANDLE_VALUE; }
 HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manual, BOOL set, const char* name)
 {
-    EXPECT_FALSE(manual || set);
-    return give(nullptr, does("CreateEventA", name));
+    return give(nullptr, does("CreateEventA", manual, set, name));
 }
 HANDLE CreateNamedPipeA(const char* name, DWORD open, DWORD mode, DWORD instances, DWORD out,
                         DWORD in, DWORD timeout, SECURITY_ATTRIBUTES* attributes)
 {
-    EXPECT_TRUE(attributes->bInheritHandle && attributes->lpSecurityDescriptor == nullptr);
     return give(INVALID_HANDLE_VALUE,
-                does("CreateNamedPipeA", open, mode, instances, out + in, timeout, name));
+                does("CreateNamedPipeA", open, mode, instances, out + in, timeout,
+                     attributes->bInheritHandle ? "inherited" : "own", name));
 }
-HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
+HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
                    DWORD disposition, DWORD flags, HANDLE)
 {
-    EXPECT_EQ(attributes, nullptr);
     return give(INVALID_HANDLE_VALUE, does("CreateFileA", access, share, disposition, flags, name));
 }
 BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD* count, OVERLAPPED* overlapped)
 {
-    const int what = does("ReadFile") ? next<int>(script.reads, Script::broken) : Script::readError;
+    const int what = does("ReadFile") ? next<int>(script.reads, Script::broken) : Script::failed;
     overlapped->Internal = ERROR_IO_PENDING; // so that the outcome is asked for
     script.target = static_cast<char*>(buffer);
     script.what = what;
     script.lastError = what == Script::pending  ? ERROR_IO_PENDING
                        : what == Script::broken ? ERROR_BROKEN_PIPE
-                                                : script.error;
+                                                : error;
     *count = 1;
-    return what < Script::pending || what > Script::readError;
+    return what < Script::pending;
 }
 BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
@@ -173,12 +156,11 @@ BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
     if (what == Script::pending)
         what = next<int>(script.reads, Script::broken);
     if (!does("GetOverlappedResult"))
-        what = Script::resultError;
-    script.lastError =
-        what == Script::broken || what == Script::resultBroken ? ERROR_BROKEN_PIPE : script.error;
+        what = Script::failed;
+    script.lastError = what == Script::broken ? ERROR_BROKEN_PIPE : error;
     *script.target = static_cast<char>(what);
     *count = what < Script::pending ? 1 : 0;
-    return what < Script::pending || what == Script::emptyResult;
+    return what < Script::pending || what == Script::empty;
 }
 BOOL CancelIo(HANDLE) { return does("CancelIo"); }
 BOOL CreateProcessA(const char*, char* command, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL,
@@ -192,18 +174,14 @@ BOOL CreateProcessAsUserA(HANDLE token, const char*, char* command, SECURITY_ATT
                           STARTUPINFOA*, PROCESS_INFORMATION* information)
 {
     EXPECT_TRUE(token == nullptr || script.open.count(token) == 1) << "a closed token";
-    return token != nullptr &&
-           start("CreateProcessAsUserA", command, flags, directory, information);
+    return token && start("CreateProcessAsUserA", command, flags, directory, information);
 }
 BOOL GetExitCodeProcess(HANDLE, DWORD* status)
 {
     *status = script.exitStatus;
     return does("GetExitCodeProcess");
 }
-BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
-{
-    return does("Stop", "event", event, "to", processId);
-}
+BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD id) { return does("Stop", "event", event, id); }
 BOOL TerminateProcess(HANDLE, UINT status)
 {
     const bool good = does("Stop", "kill", status);
@@ -233,10 +211,9 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
 }
 BOOL LogonUserA(const char* user, const char* domain, const char*, DWORD type, DWORD, HANDLE* token)
 {
-    EXPECT_STREQ(domain, ".");
-    const bool entitled =
-        std::strcmp(user, "nobody") != 0 && (type != LOGON32_LOGON_BATCH || isEntitled());
-    *token = give(nullptr, does("LogonUserA") && entitled);
+    const bool permitted = std::strcmp(domain, ".") == 0 && std::strcmp(user, "nobody") != 0 &&
+                           (type != LOGON32_LOGON_BATCH || script.entitled);
+    *token = give(nullptr, does("LogonUserA") && permitted);
     return *token != nullptr;
 }
 BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD, DWORD*)
@@ -258,19 +235,18 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID, LSA_UNICODE_STRING**
     static LSA_UNICODE_STRING list[2] = {{48, 52, names[0]}, {68, 72, names[1]}};
     if (!does("LsaEnumerateAccountRights") || script.open.count(policy) == 0)
         return 1;
-    handOut(*rights = list);
-    *count = isEntitled() ? 2 : 1;
+    script.open.insert(*rights = list);
+    *count = script.entitled ? 2 : 1;
     return 0;
 }
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* right, DWORD)
 {
-    return changeRight("LsaAddAccountRights", policy, account, *right, true);
+    return changeRight("LsaAddAccountRights", policy, account, false, *right, true);
 }
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL all,
                                 LSA_UNICODE_STRING* right, DWORD)
 {
-    EXPECT_FALSE(all);
-    return changeRight("LsaRemoveAccountRights", policy, account, *right, false);
+    return changeRight("LsaRemoveAccountRights", policy, account, all, *right, false);
 }
 NTSTATUS LsaFreeMemory(void* memory) { return takeBack(memory) ? 0 : 1; }
 NTSTATUS LsaClose(LSA_HANDLE policy) { return CloseHandle(policy) ? 0 : 1; }

@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // How a run goes.
@@ -21,28 +22,26 @@ struct Course {
 };
 
 struct Script : Course {
-    // What fails: a call of an operation, counted from 1; with `onwards` all behind it too.
-    std::string operation;
+    // What fails, with error 13: a call of an operation, counted from 1; with `onwards` all behind
+    // it too.
+    std::string_view operation;
     int call = 1;
     bool onwards = false;
-    bool throws = false; // for want of memory, instead of with the error
-    DWORD error = 13;
 
-    // What one read meets: a byte, or what else ReadFile and GetOverlappedResult may do. The
-    // outcome of a pending read is the next one.
-    enum Read { pending = 256, broken, readError, resultError, resultBroken, emptyResult };
+    // What one read meets: a byte or one of these. The outcome of a pending read is the next one,
+    // which alone may be empty.
+    enum Read { pending = 256, broken, failed, empty };
     DWORD build = 1057;
-    std::set<std::string> rights; // of the one account
+    bool entitled = false; // the one account has the right to batch logons
 
     // What happened.
     std::vector<std::string> log; // "Name details"
-    std::set<void*> open;         // handles, and memory of the platform
-    int wrongCloses = 0;
+    std::map<std::string, int> calls;
+    std::set<void*> open; // handles, and memory of the platform
     bool childRuns = false;
     char* target = nullptr; // of the last read,
     int what = 0;           // and what it meets
     DWORD lastError = 0;
-    std::map<std::string, int> calls;
 
     std::vector<std::string> logged(const std::string& start) const;
 };

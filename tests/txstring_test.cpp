@@ -1,14 +1,14 @@
-// The bounded text functions: every combination of small sizes against a plain model, printing and
-// number reading against the standard functions.
+// The bounded text functions: every combination of small sizes against a plain model, and where
+// they differ from the standard's. Where they agree with it, the fuzzers compare them.
 #include "TX_strings.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
+#include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // The sanitizers let memory run out, as the system does.
@@ -70,23 +70,8 @@ TEST(TxString, CopiesAndAppends)
     EXPECT_STREQ(TX_wmemset(units, L'\x1F600', 2), L"\x1F600\x1F600\x63\x62");
 }
 
-TEST(TxString, PrintsAsTheStandardAndCuts)
+TEST(TxString, PrintsThatFailLeaveAnEmptyText)
 {
-    for (std::size_t i = 0; i < 12 * 12; ++i) {
-        const std::size_t size = 1 + i / 12;
-        const int length = static_cast<int>(1 + i % 12), most = static_cast<int>(size);
-        const std::string text = std::string("123456789012", i % 12) + "7";
-        const std::string cut = text.substr(0, size - 1);
-        const std::string expected = cut + '\0' + std::string(12 - cut.size(), '#');
-        std::string target(13, '#');
-        std::wstring wide(13, L'#');
-        EXPECT_EQ(TX_snprintf(target.data(), size, "%.*s%d", length - 1, text.c_str(), 7),
-                  static_cast<int>(cut.size()));
-        EXPECT_EQ(TX_snwprintf(wide.data(), size, L"%.*s%d", length - 1, text.c_str(), 7),
-                  length > most ? -1 : length);
-        EXPECT_EQ(target, expected);
-        EXPECT_EQ(wide, std::wstring(expected.begin(), expected.end()));
-    }
     const wchar_t unprintable[] = {wchar_t(0x7fffffff), 0};
     char text[] = "####";
     wchar_t wide[] = L"####";
@@ -110,46 +95,20 @@ TEST(TxString, ReallocNeverLeavesABlockBehind)
     EXPECT_EQ(TX_realloc(nullptr, 8), nullptr);
 }
 
-// What a reader makes of a text: value, characters used and errno.
-const auto outcome = [](auto read, const std::string& text, int base) {
-    char* end = nullptr;
-    errno = 0;
-    const std::string value = std::to_string(read(text.c_str(), &end, base));
-    const std::string error = std::to_string(errno);
-    return value + " " + std::to_string(end - text.data()) + " " + error;
-};
-
-TEST(TxString, ReadsNumbersAsTheStandardButForPrefixesAndBases)
+TEST(TxString, ReadsNumbersOtherwiseThanTheStandard)
 {
-    EXPECT_EQ(TX_strtoimax(nullptr, nullptr, 10), 0);
-    for (const auto& [text, base, result] :
-         {std::tuple("0xg", 0, "0 0 0"), std::tuple(" -0x", 16, "0 0 0"),
-          std::tuple("0001", 1, "0 3 0"), std::tuple("12", -5, "0 0 0"),
-          std::tuple("-z9", 300, "-10509 3 0"),
-          std::tuple("zzzzzzz", 999999, "9223372036854775807 7 34")})
-        EXPECT_EQ(outcome(TX_strtoimax, text, base), result) << text;
-
-    const std::string signs[] = {"", "-", "+", " \t-", "--"}, digits = "0123456789abcfgzAFZ89 -";
-    const std::string heads[] = {"",
-                                 "0",
-                                 "0x1",
-                                 "0X",
-                                 "922337203685477580",
-                                 "1844674407370955161",
-                                 "7ffffffffffffff",
-                                 std::string(15, 'f')};
-    std::mt19937 random(11);
-    for (int i = 0; i < 60000; ++i) {
-        const int base = random() % 3 == 0 ? 10 : static_cast<int>(random() % 37);
-        std::string text = signs[random() % 5] + heads[random() % 8];
-        for (std::size_t count = random() % 8; count > 0; --count)
-            text += digits[random() % (i % 2 == 0 ? 10 : digits.size())];
-        const std::size_t x = text.find_first_of("xX");
-        if (base == 1 || (x < text.size() && text.find_first_of("0123456789abcfAF", x) != x + 1))
-            continue; // read otherwise, see above
-        ASSERT_EQ(outcome(TX_strtoimax, text, base), outcome(strtoimax, text, base)) << text;
-        ASSERT_EQ(outcome(TX_strtoumax, text, base), outcome(strtoumax, text, base)) << text;
+    const std::tuple<std::string, int, std::intmax_t, long, int> cases[] = {
+        {"0xg", 0, 0, 0, 0},        {" -0x", 16, 0, 0, 0},
+        {"0001", 1, 0, 3, 0},       {"12", -5, 0, 0, 0},
+        {"-z9", 300, -10509, 3, 0}, {"zzzzzzz", 999999, INTMAX_MAX, 7, ERANGE}};
+    for (const auto& [text, base, value, used, error] : cases) {
+        char* end = nullptr;
+        errno = 0;
+        EXPECT_EQ(TX_strtoimax(text.c_str(), &end, base), value) << text;
+        EXPECT_EQ(end - text.c_str(), used) << text;
+        EXPECT_EQ(errno, error) << text;
     }
+    EXPECT_EQ(TX_strtoimax(nullptr, nullptr, 10), 0);
 }
 
 } // namespace
