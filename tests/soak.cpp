@@ -3,6 +3,7 @@
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmessage.h"
+#include "cmnmsgdgst5.h"
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "cmnsmartptr.h"
@@ -52,6 +53,19 @@ void passMessage(int round)
     require(text == (L"gr\u00fcn: " + std::to_wstring(round)).c_str(), "a message's text");
 }
 
+void digest(int round)
+{
+    const std::string text = std::string(static_cast<std::size_t>(round % 200), 'x') + "abc";
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    CCmnMessageDigest5 digest;
+    digest.Update(bytes, static_cast<std::uint32_t>(text.size() - 3));
+    digest.Initialize();
+    digest.Update(bytes + text.size() - 3, 3);
+    digest.Finalize();
+    require(digest.GetAnsiMessageDigest() == std::string("900150983cd24fb0d6963f7d28e17f72"),
+            "a digest");
+}
+
 void parseXml(int round)
 {
     const std::string number = std::to_string(round);
@@ -82,6 +96,7 @@ void use(const std::wstring& directory, int thread)
     for (int round = thread; !g_stop; ++round, ++g_lines) {
         passMessage(round);
         parseXml(round);
+        digest(round);
         log.get()->trace(1, "%ls line %d", name.c_str(), round);
         if (round % 8 == thread) {
             configure(directory, name, static_cast<unsigned int>(round));
