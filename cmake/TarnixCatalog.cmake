@@ -1,17 +1,17 @@
 # Message catalogs of a client component.
 #
 #   tarnix_add_catalog(NAME <name> SOURCES root.txt de.txt ...
-#                      [DIRECTORY <dir>] [DESTINATION <dir>])
+#                      [DIRECTORY <dir>] [DESTINATION <dir> | NO_INSTALL])
 #
 # Compiles the ICU resource texts, each named after its language, with genrb into
 # <DIRECTORY>/lib<name>/ (default: Messages in the current build directory), where a catalog of that
-# name looks for them, and installs them to <DESTINATION>/lib<name>/ (default: Messages). Makes the
-# target catalog_<name>, which is part of "all".
+# name looks for them, and installs them to <DESTINATION>/lib<name>/ (default: Messages), unless
+# NO_INSTALL is given. Makes the target catalog_<name>, which is part of "all".
 
 find_program(TARNIX_GENRB genrb DOC "ICU's compiler of resource bundles (package icu-devtools)")
 
 function(tarnix_add_catalog)
-  cmake_parse_arguments(ARG "" "NAME;DIRECTORY;DESTINATION" "SOURCES" ${ARGN})
+  cmake_parse_arguments(ARG "NO_INSTALL" "NAME;DIRECTORY;DESTINATION" "SOURCES" ${ARGN})
   if(NOT ARG_NAME OR NOT ARG_SOURCES OR ARG_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "tarnix_add_catalog: NAME and SOURCES are required; not known: "
                         "'${ARG_UNPARSED_ARGUMENTS}'")
@@ -44,5 +44,7 @@ function(tarnix_add_catalog)
     list(APPEND bundles ${bundle})
   endforeach()
   add_custom_target(catalog_${ARG_NAME} ALL DEPENDS ${bundles})
-  install(FILES ${bundles} DESTINATION ${ARG_DESTINATION}/lib${ARG_NAME})
+  if(NOT ARG_NO_INSTALL)
+    install(FILES ${bundles} DESTINATION ${ARG_DESTINATION}/lib${ARG_NAME})
+  endif()
 endfunction()

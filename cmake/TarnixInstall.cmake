@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 set(TARNIX_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/tarnixcmn-4.4)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnixcmn)
 # The system reads its PAM rules from /etc alone; in any other prefix they are there to be copied.
-if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
   set(sysconf_dir /etc)
 else()
   set(sysconf_dir ${CMAKE_INSTALL_SYSCONFDIR})
@@ -49,6 +49,10 @@ install(FILES ${guides} docs/performance.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
+# Whatever the mask of who makes the packages.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
+    GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PACKAGE_VENDOR "Tarnix")
 set(CPACK_PACKAGE_CONTACT "Tarnix common library developers <tarnixcmn@tarnix.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "common class library of the Tarnix product family")
@@ -85,4 +89,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/debian/conffiles ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
-include(CPack)
+if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$") # the packages name files below /etc
+  include(CPack)
+endif()

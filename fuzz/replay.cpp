@@ -29,7 +29,7 @@ std::string unquoted(const std::string& word)
 {
     std::string text;
     for (std::size_t i = 0; i < word.size(); ++i) {
-        if (word[i] == '\\' && word[++i] == 'x') {
+        if (word[i] == '\\' && i + 1 < word.size() && word[++i] == 'x') {
             text += static_cast<char>(std::stoi(word.substr(i + 1, 2), nullptr, 16));
             i += 2;
         } else {
@@ -113,12 +113,14 @@ int main(int argc, char** argv)
         paths.assign(std::filesystem::directory_iterator(argv[2]), {});
     std::sort(paths.begin(), paths.end());
     std::transform(paths.begin(), paths.end(), std::back_inserter(seeds), readFile);
-    if (seeds.empty()) {
+    const std::vector<std::string> words =
+        argc > 3 ? readWords(argv[3]) : std::vector<std::string>{};
+    if (seeds.empty() || (argc > 3 && words.empty())) {
         std::cerr << "usage: " << argv[0] << " COUNT SEEDS [DICTIONARY]\n";
         return 2;
     }
     std::for_each(seeds.begin(), seeds.end(), tryInput);
-    Changer changer(seeds, argc > 3 ? readWords(argv[3]) : std::vector<std::string>{});
+    Changer changer(seeds, words);
     for (long count = std::stol(argv[1]); count > 0; --count)
         tryInput(changer.next());
 }

@@ -1,7 +1,10 @@
 // Conversions between the string kinds where the fuzzer does not go, and raw duplicates.
 #include "cmnstringtool.h"
 
-#include <gtest/gtest.h>
+#include "scratch.h"
+
+#include <climits>
+#include <clocale>
 
 using namespace std::string_literals;
 using icu::UnicodeString;
@@ -32,6 +35,60 @@ TEST(StringToolTstr, EdgesOfCodePointsAndCutTexts)
     EXPECT_EQ(wide(Tool::wstr2tstr(L"ab\0c"s)), L"ab");
     EXPECT_TRUE(Tool::str2wstr(L"a\0b"s) == L"a\0b"s && Tool::wstr2str("a\0b"s) == "a\0b"s);
     EXPECT_EQ(Tool::tstr2str("ab") + Tool::tstr2str(static_cast<const char*>(nullptr)), "ab");
+}
+
+TEST(StringToolUtf8, LongTextsComeInPiecesOfWholeCharacters)
+{
+    constexpr int count = 5 << 20;
+    for (const std::string start : {"", "a"}) { // one cuts a character, one a surrogate pair
+        const std::string text = start + repeated("\U0001F600", count);
+        const UnicodeString units = Tool::str2ustr(text);
+        EXPECT_EQ(units.length(), static_cast<int>(start.size()) + 2 * count);
+        EXPECT_TRUE(Tool::ustr2str(units) == text);
+        EXPECT_TRUE(Tool::str2ustr(text + "\xFF").isEmpty());
+        EXPECT_TRUE(Tool::ustr2str(units + UnicodeString(char16_t(0xD800))).empty());
+    }
+}
+
+// Encodings of one, two and three bytes, and one of several characters for one; made here, so that
+// it does not matter what the machine has installed.
+TEST(StringToolLocales, ConvertAsTheCLibraryDoes)
+{
+    const Scratch scratch;
+    scratch.write("source", "LC_CTYPE\nupper <U0041>\nlower <U0061>\nEND LC_CTYPE\n");
+    setenv("LOCPATH", scratch.path().c_str(), 1);
+    for (const std::string encoding : {"ISO-8859-1", "EUC-JP", "BIG5-HKSCS"}) {
+        const std::string command = "cd " + scratch.path() + " && localedef -c -i ./source -f ";
+        // It finds much to warn of, which is not what it is asked for.
+        EXPECT_NE(std::system((command + encoding + " ./" + encoding + " 2>&-").c_str()), -1);
+        const locale_t made = newlocale(LC_CTYPE_MASK, encoding.c_str(), nullptr);
+        ASSERT_TRUE(made) << encoding;
+        const locale_t former = uselocale(made);
+        std::string narrow;
+        char bytes[MB_LEN_MAX];
+        for (wchar_t unit = 1; unit < 0x30000; ++unit) {
+            std::mbstate_t state{};
+            const std::size_t size = std::wcrtomb(bytes, unit, &state);
+            if (size != std::size_t(-1) && std::mbsinit(&state) != 0)
+                narrow.append(bytes, size);
+        }
+        narrow += encoding[0] == 'B' ? "\x88\x62" : "";
+        std::wstring all(2 * narrow.size(), L'\0');
+        all.resize(std::mbstowcs(all.data(), narrow.c_str(), all.size()));
+        EXPECT_GT(all.size(), 190U);
+        EXPECT_EQ(Tool::str2wstr(narrow), all);
+        EXPECT_EQ(wide(Tool::str2tstr(narrow)), all);
+        EXPECT_EQ(Tool::wstr2str(all), narrow);
+        EXPECT_EQ(Tool::tstr2str(all.c_str()), narrow);
+        EXPECT_EQ(Tool::wstr2str(all + L"\x1F600"), ""); // nothing of it
+        if (encoding[0] != 'I') {
+            narrow.pop_back(); // a cut character
+            EXPECT_EQ(Tool::str2wstr(narrow), L"");
+        }
+        uselocale(former);
+        freelocale(made);
+    }
+    unsetenv("LOCPATH");
 }
 
 std::size_t g_Asked = 0;

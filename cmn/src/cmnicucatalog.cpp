@@ -33,6 +33,15 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
+// ICU would look for "Messages/libname", which it is without an install directory, elsewhere.
+icu::UnicodeString bundlePath(const tstr& path)
+{
+    icu::UnicodeString text = CCmnStringTool::tstr2ustr(path);
+    if (text.indexOf(u'/') == text.lastIndexOf(u'/'))
+        text.insert(0, u"./");
+    return text;
+}
+
 // With one allocation for a text of usual length, which is put together on the stack.
 tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
@@ -84,16 +93,13 @@ int CCmnIcuMessageCatalog::init()
     tstr file;
     if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0)
         return kNotOpened;
-    // ICU would look for "Messages/libname", which it is without an install directory, elsewhere.
-    const bool isInCurrent = directory.find(L'/') + 1 == directory.length();
-    assign(m_Path, isInCurrent ? L"./" : L"", directory, file);
+    assign(m_Path, directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
     // ICU looks in its default locale too before it comes to the root.
     if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault()))
         return kNotOpened;
     UErrorCode status = U_ZERO_ERROR;
-    m_Bundle =
-        std::make_unique<icu::ResourceBundle>(CCmnStringTool::tstr2ustr(m_Path), locale, status);
+    m_Bundle = std::make_unique<icu::ResourceBundle>(bundlePath(m_Path), locale, status);
     if (!m_Bundle) // ICU's operator new gives null
         throw std::bad_alloc();
     return status == U_ZERO_ERROR || status == U_USING_DEFAULT_WARNING ? 0 : kNotOpened;

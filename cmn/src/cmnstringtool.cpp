@@ -34,8 +34,9 @@ constexpr std::size_t kUtf8PerUnit = 3;
 // A little less than a UnicodeString can hold, which differs between versions.
 constexpr std::size_t kMaxUstr = 0x7FFFFF00;
 
-// ICU counts bytes in 32 bits, so longer text is handed over in pieces.
-constexpr std::size_t kMaxUtf8Piece = 0x40000000;
+// ICU counts bytes in 32 bits, so longer text is handed over in pieces; in such that do not ask for
+// a second gigabyte to convert one.
+constexpr std::size_t kMaxUtf8Piece = 0x1000000;
 constexpr std::size_t kMaxUtf16Piece = kMaxUtf8Piece / kUtf8PerUnit;
 
 // Room for the worst case of a conversion, from which the result is then copied: a string would
