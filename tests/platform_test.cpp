@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cwchar>
 
 namespace
 {
@@ -124,6 +125,16 @@ TEST_F(Platform, HandlesAndWhatIsNotOffered)
     EXPECT_EQ(WaitForSingleObject(nullptr, 0), WAIT_FAILED);
     refused(CreateEventA(nullptr, true, false, nullptr) != nullptr, ENOTSUP);
     refused(DisableThreadLibraryCalls(nullptr), EINVAL);
+    void* text = nullptr;
+    constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
+    const auto describe = [&text](DWORD error) {
+        return FormatMessageW(flags, nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0,
+                              nullptr);
+    };
+    refused(describe(99999) != 0, EINVAL);
+    EXPECT_EQ(describe(ERROR_BROKEN_PIPE), std::wcslen(L"The pipe has ended"));
+    EXPECT_STREQ(static_cast<wchar_t*>(text), L"The pipe has ended");
+    LocalFree(text);
     std::atomic<int> closed{0};
     onThreads(4, [&](int) { closed += CloseHandle(next) ? 1 : 0; });
     EXPECT_EQ(closed, 1);

@@ -7,8 +7,10 @@
 #include "scratch.h"
 
 #include <atomic>
+#include <grp.h>
 #include <set>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 static std::atomic<long> g_clockShift{0}; // seconds
@@ -111,6 +113,33 @@ TEST_F(Trouble, NoRoomOnTheDisk)
     EXPECT_EQ(text.rfind(last), text.size() - last.size());
     EXPECT_TRUE(save(L"full/t.settings", L"new"));
     EXPECT_EQ(umount(full.c_str()), 0);
+}
+
+// Another user's settings: replaced, and then the group may do no more than all others; or written
+// in place, where the directory may not be written.
+TEST_F(Trouble, SettingsOfAnotherOwner)
+{
+    if (mustSkip(geteuid() == 0 ? "" : "it needs root"))
+        GTEST_SKIP();
+    std::filesystem::permissions(m_Scratch.path(), std::filesystem::perms(0755));
+    for (const char* directory : {"open", "closed"}) {
+        const std::string file = std::string(directory) + "/t.settings";
+        m_Scratch.makeDirectory(directory);
+        m_Scratch.write(file, "[old]\n");
+        std::filesystem::permissions(m_Scratch.path(file), std::filesystem::perms(0676));
+    }
+    std::filesystem::permissions(m_Scratch.path("open"), std::filesystem::perms(0777));
+    endApart(beginApart([this] {
+        return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
+               save(L"open/t.settings", L"new") && save(L"closed/t.settings", L"new");
+    }));
+    struct stat open, closed;
+    EXPECT_EQ(stat(m_Scratch.path("open/t.settings").c_str(), &open), 0);
+    EXPECT_EQ(stat(m_Scratch.path("closed/t.settings").c_str(), &closed), 0);
+    EXPECT_TRUE(open.st_uid == 65534 && (open.st_mode & 07777) == 0666) << open.st_mode;
+    EXPECT_TRUE(closed.st_uid == 0 && (closed.st_mode & 07777) == 0676) << closed.st_mode;
+    for (const char* file : {"open/t.settings", "closed/t.settings"})
+        EXPECT_NE(m_Scratch.read(file).find("\"a\"=\"new\""), std::string::npos);
 }
 
 TEST_F(Trouble, FilesGoAwayDuringUse)
