@@ -30,15 +30,16 @@ need() {
         "${missing[@]}" >/dev/null
 }
 
-# build PRESET [cmake option ...]: configures and builds into build/PRESET. In CI warnings are errors.
+# build PRESET [cmake option ...]: configures and builds into build/PRESET, or only the target that
+# TARNIX_TARGET names. In CI warnings are errors.
 build() {
     local preset=$1 log
     shift
     [ -z "${CI:-}" ] || set -- -DTARNIX_WERROR=ON "$@"
     mkdir -p build
     log=build/$preset.log
-    if ! cmake --preset "$preset" "$@" >"$log" 2>&1 || ! cmake --build --preset "$preset" >>"$log" 2>&1
-    then
+    if ! cmake --preset "$preset" "$@" >"$log" 2>&1 ||
+        ! cmake --build --preset "$preset" --target "${TARNIX_TARGET:-all}" >>"$log" 2>&1; then
         tail -n 60 "$log" >&2
         echo "The build of preset $preset failed; its whole output is in $log" >&2
         exit 1
