@@ -43,12 +43,15 @@ TEST_F(Catalogs, InitAndLookUp)
     EXPECT_EQ(CCmnIcuMessageCatalog(L"other", "de").init(), 3);
     EXPECT_TRUE(std::filesystem::is_directory(scratch.path("Messages"))); // made by init
     bundle("libapp", "root");
-    bundle("libapp", "de", "wide { \"it''s \\u3042\\U0001F600\" }");
+    const std::wstring named = L"app: " + std::wstring(2000, L'x');
+    bundle("libapp", "de",
+           "long { \"" + std::string(2000, 'x') + "\" } wide { \"it''s \\u3042\\U0001F600\" }");
     bundle("liboutside", "de");
     bundle("libapp/sub", "de");
     const std::tuple<std::wstring, std::string, int, const char*, const wchar_t*> cases[] = {
         {L"app", "de", 0, "who", L"app: de {0}"},
         {L"app", "de", 0, "wide", L"app: it''s \u3042\U0001F600"},
+        {L"app", "de", 0, "long", named.c_str()},
         {L"app", "de@timezone=Europe/Berlin", 0, "who", L"app: de {0}"},
         {L"app", "root", 0, "who", L"app: root {0}"},
         {L"app", "", 0, "wide", L"app: <wide>"},

@@ -132,6 +132,7 @@ TEST_F(Platform, HandlesAndWhatIsNotOffered)
                               nullptr);
     };
     refused(describe(99999) != 0, EINVAL);
+    refused(GetVersionExW(nullptr), EINVAL);
     EXPECT_EQ(describe(ERROR_BROKEN_PIPE), std::wcslen(L"The pipe has ended"));
     EXPECT_STREQ(static_cast<wchar_t*>(text), L"The pipe has ended");
     LocalFree(text);
