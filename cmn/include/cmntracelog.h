@@ -94,13 +94,7 @@ private:
         void takeLevelFromStore();
 
         int level() const { return m_TraceLevel; }
-        /// The level, taken from the store if that may have changed.
-        int levelOfStore()
-        {
-            if (!m_IsLevelOfStore)
-                takeLevelFromStore();
-            return m_TraceLevel;
-        }
+        bool isLevelOfStore() const { return m_IsLevelOfStore; }
 
     private:
         CCmnConfiguration m_Config;
@@ -110,7 +104,7 @@ private:
 
     unsigned int readSettings(tstr& dir, tstr& file, int level);
     void readOrStore(const wchar_t* key, tstr& value);
-    void traceText(const char* format, std::va_list args);
+    void traceText(int level, const char* format, std::va_list args);
 
     Settings m_Settings;
     tstr m_Name;

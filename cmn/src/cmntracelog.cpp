@@ -245,21 +245,24 @@ void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
 
 void CCmnTraceLog::trace(int level, const char* format, ...)
 {
+    // Most lines end here, before anything is made ready for them.
+    if (m_Settings.isLevelOfStore() && level > m_Settings.level())
+        return;
     std::va_list args;
     va_start(args, format);
     try {
-        // Most lines end here, before anything is made ready for them.
-        if (level <= m_Settings.levelOfStore())
-            traceText(format, args);
+        traceText(level, format, args);
     } catch (const std::bad_alloc&) {
         // A caller that traces its failure must not get another one: the line is lost.
     }
     va_end(args);
 }
 
-void CCmnTraceLog::traceText(const char* format, std::va_list args)
+void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
 {
-    if (!format || !*format || !m_Initialized)
+    if (!m_Settings.isLevelOfStore())
+        UpdateTraceLevelFromConfigFile();
+    if (!format || !*format || !m_Initialized || level > m_Settings.level())
         return;
     TraceLine line;
     line.format(format, args);
