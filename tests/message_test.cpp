@@ -70,6 +70,10 @@ TEST(Message, SerializedText)
                  "\t<ARGVALUE INDEX=5 TYPE=5></ARGVALUE>\n"
                  "\t<ARGVALUE INDEX=6 TYPE=3></ARGVALUE>\n"
                  "</SERIALIZED_MESSAGE>\n");
+    // A pair across the end of the pieces in which a text is converted.
+    const UnicodeString across = UnicodeString(1023, u'x', 1023) + UnicodeString(u"\U0001F600");
+    EXPECT_NE(std::string(makeMessage({across}).serialize()->text).find("x\xF0\x9F\x98\x80<"),
+              std::string::npos);
     // The header line has room for 1023 bytes with its line end.
     for (const std::size_t length : {984U, 985U}) {
         const std::string id(length, 'x'),

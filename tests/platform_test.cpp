@@ -124,7 +124,6 @@ TEST_F(Platform, HandlesAndWhatIsNotOffered)
     EXPECT_EQ(WaitForMultipleObjectsEx(2, two, false, 10, false), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(nullptr, 0), WAIT_FAILED);
     refused(CreateEventA(nullptr, true, false, nullptr) != nullptr, ENOTSUP);
-    refused(DisableThreadLibraryCalls(nullptr), EINVAL);
     void* text = nullptr;
     constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
     const auto describe = [&text](DWORD error) {
@@ -136,6 +135,21 @@ TEST_F(Platform, HandlesAndWhatIsNotOffered)
     EXPECT_EQ(describe(ERROR_BROKEN_PIPE), std::wcslen(L"The pipe has ended"));
     EXPECT_STREQ(static_cast<wchar_t*>(text), L"The pipe has ended");
     LocalFree(text);
+    // What an earlier failure was about is no part of a later one.
+    char empty[] = "";
+    const HANDLE server = makeServer(), client = makeClient();
+    STARTUPINFOA startup{sizeof startup, STARTF_USESTDHANDLES, client, server, server};
+    PROCESS_INFORMATION child{};
+    refused(CreateProcessA(nullptr, empty, nullptr, nullptr, true, 0, nullptr, nullptr, &startup,
+                           &child),
+            EINVAL);
+    EXPECT_EQ(describe(EINVAL), std::wcslen(L"the command is empty: Invalid argument"));
+    LocalFree(text);
+    refused(DisableThreadLibraryCalls(nullptr), EINVAL);
+    EXPECT_EQ(describe(EINVAL), std::wcslen(L"Invalid argument"));
+    LocalFree(text);
+    CloseHandle(server);
+    CloseHandle(client);
     std::atomic<int> closed{0};
     onThreads(4, [&](int) { closed += CloseHandle(next) ? 1 : 0; });
     EXPECT_EQ(closed, 1);
