@@ -20,7 +20,8 @@ TEST(Configuration, CurrentSectionMovesOnlyWithSuccess)
     EXPECT_EQ(config.setIntegerValue(L"n", 7), 0); // in First
     EXPECT_EQ(config.openSection(kept, L"Deeper", kept, 1), 0);
     EXPECT_EQ(config.openSection(first, L"Inner", second, 0), 0);
-    EXPECT_EQ(config.enumerateSections(second).size(), 1U);
+    EXPECT_EQ(config.enumerateSections(), std::vector<tstr>{L"Deeper"});
+    EXPECT_EQ(config.enumerateSections(second), config.enumerateSections());
     unsigned int number = 5;
     EXPECT_TRUE(config.getIntegerValue(L"n", number) != 0 && number == 5);
     EXPECT_TRUE(config.getIntegerValue(L"First", L"n", number) == 0 && number == 7);

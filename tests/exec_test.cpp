@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/time.h>
 
@@ -49,6 +50,14 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
         ASSERT_EQ(lines[i], std::to_string(i + 1));
 }
 
+TEST_F(Exec, WithoutPathTheSystemsOwnIsSearched)
+{
+    const std::string path = std::getenv("PATH");
+    unsetenv("PATH");
+    EXPECT_EQ(run("echo found").lines, Lines{"found"});
+    setenv("PATH", path.c_str(), 1);
+}
+
 TEST_F(Exec, Statuses)
 {
     const std::pair<std::string, int> cases[] = {
@@ -76,6 +85,7 @@ TEST_F(Exec, RefusedStarts)
         {"no-such-program x", "", L"cannot start program 'no-such-program': " + missing},
         {"./no-such-program", "/", L"cannot start program './no-such-program': " + missing},
         {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
+        {"./\xFF", "/", L"cannot start program './?': " + missing}, // what no locale reads
         {"true", "/no/such/dir", L"cannot enter directory '/no/such/dir': " + missing},
         {" \t", "", L"the command is empty: Invalid argument"},
         {"echo 'a", "", L"a quote is not closed in the command: Invalid argument"},
