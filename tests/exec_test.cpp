@@ -58,6 +58,22 @@ TEST_F(Exec, WithoutPathTheSystemsOwnIsSearched)
     setenv("PATH", path.c_str(), 1);
 }
 
+// The places of closed standard descriptors go to the next that are opened.
+TEST_F(Exec, ACallerWithoutStandardDescriptors)
+{
+    int kept[3];
+    for (int i = 0; i < 3; ++i) {
+        kept[i] = fcntl(i, F_DUPFD_CLOEXEC, 10);
+        close(i);
+    }
+    const Lines lines = run("echo found").lines;
+    for (int i = 0; i < 3; ++i) {
+        dup2(kept[i], i);
+        close(kept[i]);
+    }
+    EXPECT_EQ(lines, Lines{"found"});
+}
+
 TEST_F(Exec, Statuses)
 {
     const std::pair<std::string, int> cases[] = {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+
 using namespace std::string_literals;
 using Tool = tarnix_cmn_4_4::CCmnStringTool;
 using Texts = std::vector<std::string>;
@@ -32,6 +34,10 @@ TEST(StringToolEdit, TokensAndCase)
     EXPECT_TRUE(Tool::CompareNoCase(L"H-1\0B"s, L"h-1\0b"s) && !Tool::CompareNoCase(L"@[", L"`{"));
     for (const char* other : {"`{ab", "@[a", "@[abc", "@[ac"})
         EXPECT_FALSE(Tool::CompareNoCase("@[ab", other)) << other;
+    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    EXPECT_TRUE(Tool::CompareNoCase(L"\u00C4\u0429", L"\u00E4\u0449"));
+    EXPECT_FALSE(Tool::CompareNoCase(L"\u00D7", L"\u00F7")); // no letters
+    std::setlocale(LC_ALL, "C");
     EXPECT_EQ(Tool::tostrupper("aZ[{\0z\xE4"s) + Tool::tostrlower("Z[\0\xC4"s),
               "AZ[{\0Z\xE4z[\0\xC4"s);
     EXPECT_EQ(Tool::tostrupper(L"aZ[{\0z"s) + Tool::tostrlower(L"aZ[\0Z"s), L"AZ[{\0Zaz[\0z"s);
