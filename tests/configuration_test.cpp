@@ -40,6 +40,8 @@ TEST(Configuration, TextIsKeptAsUtf8WhateverTheLocale)
     EXPECT_EQ(config.openSection(text.c_str(), key, 1), 0);
     EXPECT_EQ(config.setStringValue(text.c_str(), text), 0);
     EXPECT_NE(config.setStringValue(L"surrogate", L"\xD800"), 0);
+    unsigned int number = 0;
+    EXPECT_TRUE(config.setIntegerValue(L"\xD800", 1) && config.getIntegerValue(L"\xD800", number));
     ACE_TString stored;
     config.configHeap().get_string_value(key, "\xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80", stored);
     EXPECT_STREQ(stored.c_str(), "\xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80");
@@ -86,6 +88,12 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     config.getStringValue(L"S", L"both", both);
     config.getStringValue(L"S", L"onlyA", onlyA);
     EXPECT_EQ(both + onlyA, tstr(L"ba"));
+    // What no import would take does not replace what one has taken.
+    ACE_Configuration_Section_Key section;
+    config.openSection(L"S", section, 0);
+    config.setStringValue(L"wide", tstr(16 * 1024 * 1024, L'a'));
+    EXPECT_NE(config.exportConfig(), 0);
+    EXPECT_EQ(scratch.read("good"), "; comment\n[S]\n\"both\"=\"b\"\n");
 }
 
 TEST(Configuration, ExportsFollowLinksAndKeepRights)

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 
+#include <clocale>
 #include <regex>
 
 using namespace tarnix_cmn_4_4;
@@ -87,6 +88,11 @@ TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
         EXPECT_EQ(traced(c.then + 1, "out"), "") << c.conf;
         EXPECT_NE(scratch.read(kConf).find(c.confThen), std::string::npos) << c.conf;
     }
+    std::setlocale(LC_ALL, "C.UTF-8"); // by which a name beyond ASCII goes
+    file = "x/\xC3\xBC";
+    start(scratch.wide("x"), L"\u00FC");
+    EXPECT_EQ(traced(1, "in"), "@in\n");
+    std::setlocale(LC_ALL, "C");
     std::filesystem::remove_all(scratch.path("ConfigFiles"));
     scratch.write("ConfigFiles", "a file");
     EXPECT_NE(log.get()->updateConfigFile(L"d", L"f", 4), 0);
