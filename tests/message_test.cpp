@@ -5,6 +5,7 @@
 #include "scratch.h"
 
 #include <climits>
+#include <clocale>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -52,6 +53,28 @@ TEST(Message, OwnsWhatItHolds)
         message->deserialize(message->serialize()); // its own text
         EXPECT_EQ(contentOf(*message), "an.id 7 first 1");
     }
+}
+
+// A locale made here: a text from it is read back there.
+TEST(Message, NumbersFollowTheLocale)
+{
+    const Scratch scratch;
+    scratch.write("source", "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
+                            "END LC_NUMERIC\n");
+    const std::string command = "cd " + scratch.path() + " && localedef -c -f UTF-8 -i ./source ";
+    EXPECT_NE(std::system((command + "./comma 2>&-").c_str()), -1);
+    setenv("LOCPATH", scratch.path().c_str(), 1);
+    const locale_t made = newlocale(LC_NUMERIC_MASK, "comma", nullptr);
+    unsetenv("LOCPATH");
+    ASSERT_TRUE(made);
+    const locale_t former = uselocale(made);
+    CCmnIcuMessage message = makeMessage({1.5, 2});
+    const std::string text = message.serialize()->text;
+    EXPECT_NE(text.find(">1,5<"), std::string::npos) << text;
+    read(message, text);
+    uselocale(former);
+    freelocale(made);
+    EXPECT_EQ(contentOf(message), "an.id 7 1.5 2");
 }
 
 TEST(Message, SerializedText)
