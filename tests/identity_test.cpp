@@ -121,6 +121,7 @@ TEST_F(Identity, Refusals)
         std::string user, password, dir;
         std::wstring text;
         uid_t caller = 0;
+        std::string command = "id -u";
     } cases[] = {
         {"holder", "wrong", "/", L"the logon of 'holder' was refused, Authentication failure"},
         {"holder", "", "/", L"was refused"},
@@ -129,11 +130,12 @@ TEST_F(Identity, Refusals)
         {"holder", password, accounts->path("private"), L"Permission denied"},
         {"second", password, "/no/such/dir", L"cannot enter directory"},
         {"second", password, "/", L"this process may not take another identity", 61001},
+        {"second", password, "/", L"cannot start program '/no/such'", 0, "/no/such"},
     };
     for (const auto& test : cases) {
         CCmnExecPipeWindows runner;
         EXPECT_EQ(seteuid(test.caller), 0);
-        const Outcome outcome = exec(runner, "id -u", 60, test.dir, test.user, test.password);
+        const Outcome outcome = exec(runner, test.command, 60, test.dir, test.user, test.password);
         EXPECT_EQ(seteuid(0), 0);
         EXPECT_EQ(outcome.result, 3);
         EXPECT_EQ(outcome.lines, Lines{"former"}); // nothing ran as the caller
