@@ -28,9 +28,11 @@ namespace tarnix_cmn_4_4
 ///
 /// An import refuses what would harm the process: a file with more than 8 zero bytes or a line of
 /// more than 16 MiB, a section more than 128 levels deep, more than 50000 levels of sections in
-/// all, and what is no plain file. An export that would make such a file fails, and so does each
-/// one once two paths name a section above another in different case ("A\\B" and "a\\C"): the store
-/// then lists what it cannot open. The old file stays.
+/// all, and what is no plain file. An export that would make such a file fails; the old file stays.
+///
+/// Keep to one spelling of each section: a second one in other letters ("network" and "Network") is
+/// mostly refused, so that opening it fails and an import ends there; where the store takes it, all
+/// exports can fail. Value names that differ only in case are one value.
 ///
 /// Operations that give an int give 0 for success and otherwise the non-zero code of what failed;
 /// nothing throws but exhausted memory. A null text counts as an empty one. The short get and set

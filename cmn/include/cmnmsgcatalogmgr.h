@@ -49,7 +49,7 @@ public:
 /// A key that the language's catalog lacks is not looked for in another catalog.
 ///
 /// A client makes as many managers as it wants, each through a CCmnSmartPtr. Takes no lock, and
-/// look- ups change the manager as well: one thread at a time. A copy shares the factory and the
+/// look-ups change the manager as well: one thread at a time. A copy shares the factory and the
 /// catalogs, whose reference counts are plain integers; it has its own store and native language,
 /// and takes over the reference count as CCmnRefCount tells.
 ///
@@ -95,7 +95,7 @@ public:
     /// The pattern for a key, not formatted.
     void getLocalizedMessage(const char* key, const char* language, wchar_t** text);
 
-    /// The message of a record, formatted. Needs a registered factory.
+    /// The message of a record, formatted. Without a registered factory it ends the process.
     void getLocalizedMessage(SCmnMessageInfo* info, const char* language, wchar_t** text);
 
     /// The message, formatted, as the caller's own text. Here "native" is a language like any

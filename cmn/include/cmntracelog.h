@@ -45,7 +45,9 @@ public:
     /// The trace file could be opened at least once.
     bool isInitialized() const { return m_Initialized; }
 
-    /// The active level: lines of this level and below are written.
+    /// The active level as the last trace or UpdateTraceLevelFromConfigFile found it: lines of this
+    /// level and below were written. Between initialize and the first of these: at most 1, or the
+    /// sibling's level.
     void GetTraceLevels(int& level) const { level = m_Settings.level(); }
 
     /// Appends one line, the time and the text, and the same with the log's name in front to
