@@ -2,6 +2,9 @@
 #include "cmnconfiguration.h"
 #include "scratch.h"
 
+#include <cerrno>
+#include <sys/xattr.h>
+
 using namespace tarnix_cmn_4_4;
 
 namespace
@@ -96,6 +99,26 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     EXPECT_EQ(scratch.read("good"), "; comment\n[S]\n\"both\"=\"b\"\n");
 }
 
+// Files that are made in the directory from now on may be read and written by user 61001. False
+// where the file system has no access lists.
+bool setDefaultList(const std::string& directory)
+{
+    constexpr std::uint16_t owner = 1, user = 2, group = 4, mask = 16, other = 32;
+    constexpr std::uint32_t none = 0xFFFFFFFF;
+    const struct {
+        std::uint32_t version = 2;
+        struct {
+            std::uint16_t tag, rights;
+            std::uint32_t id;
+        } entries[5] = {{owner, 7, none},
+                        {user, 6, 61001},
+                        {group, 5, none},
+                        {mask, 7, none},
+                        {other, 0, none}};
+    } list;
+    return setxattr(directory.c_str(), "system.posix_acl_default", &list, sizeof list, 0) == 0;
+}
+
 TEST(Configuration, ExportsFollowLinksAndKeepRights)
 {
     namespace fs = std::filesystem;
@@ -108,6 +131,7 @@ TEST(Configuration, ExportsFollowLinksAndKeepRights)
             scratch.write("d/file", "[old]\n");
             fs::permissions(scratch.path("d/file"), fs::perms(0642));
         }
+        EXPECT_TRUE(setDefaultList(scratch.path("d")) || errno == ENOTSUP);
         CCmnConfiguration config(scratch.wide().c_str(), L"far", false);
         ACE_Configuration_Section_Key section;
         config.openSection(L"new", section, 1);
@@ -117,6 +141,8 @@ TEST(Configuration, ExportsFollowLinksAndKeepRights)
         EXPECT_TRUE(fs::is_symlink(scratch.path("near")) && fs::is_symlink(scratch.path("far")));
         EXPECT_TRUE(!isThere ||
                     fs::status(scratch.path("d/file")).permissions() == fs::perms(0642));
+        EXPECT_TRUE(!isThere || getxattr(scratch.path("d/file").c_str(), "system.posix_acl_access",
+                                         nullptr, 0) < 0);
     }
 }
 

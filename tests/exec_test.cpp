@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/ptrace.h>
 #include <sys/time.h>
 
 using namespace tarnix_cmn_4_4;
@@ -149,6 +150,31 @@ TEST_F(Exec, AStubbornGroupIsKilled)
     // The grandchild was killed at the same moment; it goes as soon as it is scheduled.
     while (isRunning(outcome.lines[1]))
         std::this_thread::yield();
+}
+
+// Until the tracer goes, such a child has ended and cannot be reaped. Its output does not end: it is
+// open in another process.
+TEST_F(Exec, ATracedChildDoesNotHoldUpTheTimeOut)
+{
+    const Scratch scratch;
+    const pid_t tracer = beginApart([&scratch] {
+        pid_t child = 0;
+        for (std::ifstream told; child == 0; told.open(scratch.path("child")))
+            told >> child;
+        const bool traces = ptrace(PTRACE_SEIZE, child, nullptr, nullptr) == 0;
+        scratch.write("traced", "");
+        return traces && sleep(3) == 0;
+    });
+    const std::string at = "cd " + scratch.path() + "; ";
+    const int result =
+        run(shell(at + "sleep 3 & echo $$ > new; mv new child; until test -e traced; do :; done"),
+            1)
+            .result;
+    int status = -1;
+    EXPECT_EQ(waitpid(tracer, &status, 0), tracer);
+    if (status != 0)
+        GTEST_SKIP() << "this user may not trace";
+    EXPECT_EQ(result, 5);
 }
 
 TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)

@@ -222,6 +222,33 @@ TEST_F(Identity, AUserWhoStopsHisChildGainsNothing)
     EXPECT_EQ(waitpid(attacker, nullptr, 0), attacker);
 }
 
+// What such a process has open stays open when the library closes it.
+TEST_F(Identity, AHostThatForksMeanwhile)
+{
+    int gate[2];
+    ASSERT_EQ(pipe2(gate, O_CLOEXEC), 0);
+    std::atomic<bool> over{false};
+    std::vector<pid_t> workers;
+    std::thread forking([&] {
+        while (!over && workers.size() < 300) {
+            workers.push_back(fork());
+            if (workers.back() == 0) {
+                close(gate[1]);
+                char end = 0;
+                _exit(read(gate[0], &end, 1) == 0 ? 0 : 1);
+            }
+        }
+    });
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(as("second", "id -un").lines, Lines{"second"});
+    over = true;
+    forking.join();
+    close(gate[1]);
+    for (const pid_t worker : workers)
+        endApart(worker);
+    close(gate[0]);
+}
+
 // Kept backwards, so that no copy of the test's own counts.
 constexpr char backwards[] = "paeh eht rof hguone gnol ,drow fo draehnu";
 constexpr std::string_view end(backwards, 20); // what an allocator leaves in memory that was freed

@@ -141,7 +141,7 @@ struct TxReplacement::State {
             if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
                 mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
         }
-        return ::fchmod(m_File.get(), mode) == 0;
+        return dropAccessList(m_File.get()) && ::fchmod(m_File.get(), mode) == 0;
     }
 
     std::string m_Path;

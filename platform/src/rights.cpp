@@ -74,7 +74,8 @@ bool keepAccess(const std::string& path, int fd)
     struct stat old {
     };
     return ::stat(path.c_str(), &old) != 0 ||
-           (fchown(fd, old.st_uid, old.st_gid) == 0 && fchmod(fd, old.st_mode & 07777) == 0);
+           (fchown(fd, old.st_uid, old.st_gid) == 0 && dropAccessList(fd) &&
+            fchmod(fd, old.st_mode & 07777) == 0);
 }
 
 // Written beside the file, to the disk, and then put in its place: at any moment the name leads to
@@ -126,6 +127,11 @@ bool change(const std::function<bool(Lines&)>& edit)
             return fail(errno, path + ".lock");
         }
     }
+    // Not left to the closing: a process that the host has forked meanwhile has the file open too.
+    struct Unlock {
+        int fd;
+        ~Unlock() { flock(fd, LOCK_UN); }
+    } const unlock{lock.get()};
     Lines lines;
     return readLines(path, lines) && (!edit(lines) || replaceFile(path, lines));
 }

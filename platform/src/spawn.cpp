@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -289,7 +290,13 @@ bool moveAboveChildsPlaces(UniqueFd& fd)
 // missing or exchanged.
 bool openRunAs(UniqueFd& program)
 {
-    program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC));
+    // Where files in memory are not programs unless that is said. Older systems do not know the
+    // word.
+    constexpr unsigned int isProgram = 0x0010U; // MFD_EXEC
+    program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC | isProgram));
+    if (!program && errno == EINVAL) {
+        program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC));
+    }
     const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
     if (!program || write(program.get(), tarnix_runas_begin, size) != static_cast<ssize_t>(size)) {
         return fail(errno, "cannot prepare the change of identity");
@@ -318,14 +325,57 @@ std::vector<std::string> runAsArguments(const ChildPlan& plan,
 // The user can stop the child from the moment that it is his; a start must not wait for him.
 constexpr DWORD userPatience = 10000;
 
-bool awaitCommand(const ChildPlan& plan, int status, Child& child)
+// Killed first: it is the user's by now, and who stops it would stop this too.
+void discardOfUser(Child& child)
+{
+    syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
+    discard(child);
+}
+
+// Whether the child has ended or runs another program than the one that takes the identity.
+bool hasGoneOn(const Child& child, int program)
+{
+    struct stat now {
+    };
+    struct stat former {
+    };
+    const std::string link = "/proc/" + std::to_string(child.pid) + "/exe";
+    if (::stat(link.c_str(), &now) == 0 && ::fstat(program, &former) == 0) {
+        return now.st_ino != former.st_ino || now.st_dev != former.st_dev;
+    }
+    return awaitDescriptor(child.pidfd.get(), 0);
+}
+
+enum class Start { told, silent, heldUp };
+
+// The status is told, or the pipe ends with the start of the command. That end does not come while
+// a process that the host has forked meanwhile holds the pipe too: then the child is looked at.
+Start awaitStatus(int status, int program, const Child& child)
+{
+    constexpr DWORD look = 100;
+    for (DWORD waited = 0; waited < userPatience; waited += look) {
+        if (awaitDescriptor(status, look)) {
+            return Start::told;
+        }
+        if (hasGoneOn(child, program)) {
+            return awaitDescriptor(status, 0) ? Start::told : Start::silent;
+        }
+    }
+    return Start::heldUp;
+}
+
+bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
 {
     RunAsFailure failure{};
     ssize_t got = -1;
-    if (!awaitDescriptor(status, userPatience)) {
-        syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
-        discard(child);
+    switch (awaitStatus(status, program, child)) {
+    case Start::silent:
+        return true;
+    case Start::heldUp:
+        discardOfUser(child);
         return fail(ETIMEDOUT, "the start as the user did not come to its end");
+    case Start::told:
+        break;
     }
     do {
         got = read(status, &failure, sizeof failure);
@@ -333,7 +383,7 @@ bool awaitCommand(const ChildPlan& plan, int status, Child& child)
     if (got == 0) {
         return true; // closed by the start of the command
     }
-    discard(child);
+    discardOfUser(child);
     switch (got == static_cast<ssize_t>(sizeof failure) ? failure.step : RunAsStep::identity) {
     case RunAsStep::directory:
         return failStep(plan, Step::enterDirectory, failure.error);
@@ -367,7 +417,7 @@ bool spawnAsUser(const ChildPlan& plan, const std::vector<std::string>& paths, C
         return false;
     }
     writer.reset();
-    return awaitCommand(plan, reader.get(), child);
+    return awaitCommand(plan, reader.get(), program.get(), child);
 }
 
 } // namespace

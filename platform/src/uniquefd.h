@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <utility>
@@ -68,6 +69,14 @@ inline bool writeAll(int fd, const char* bytes, std::size_t size)
         size -= static_cast<std::size_t>(written);
     }
     return true;
+}
+
+// A file that is to have the rights of another, without an access list, must not keep the one that
+// its directory gives to new files: the change of its mode would open it.
+inline bool dropAccessList(int fd)
+{
+    return ::fremovexattr(fd, "system.posix_acl_access") == 0 || errno == ENODATA ||
+           errno == ENOTSUP;
 }
 
 // Descriptors of the layer stay clear of 0, 1 and 2: a process that has closed one of these would

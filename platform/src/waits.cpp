@@ -84,21 +84,26 @@ private:
         std::shared_ptr<Event> event;
         std::shared_ptr<PipeEnd> source; // of the read that the event waits for
         bool ready = false;
+        bool heldBack = false; // ended, but whoever traces the process has not let it go
     };
 
     // Marks what has something to look at. False when the time is up. Being interrupted counts as
     // time left: the caller looks and polls again.
     bool pollAll(const Deadline& deadline)
     {
+        constexpr int rest = 10; // between two looks at a process that is held back
         pollfd fds[MAXIMUM_WAIT_OBJECTS];
+        int left = deadline.left();
         for (DWORD i = 0; i < m_Count; ++i) {
-            fds[i] = pollfd{descriptorBehind(m_Entries[i]), POLLIN, 0};
+            const bool heldBack = m_Entries[i].heldBack; // its descriptor would always be ready
+            fds[i] = pollfd{heldBack ? -1 : descriptorBehind(m_Entries[i]), POLLIN, 0};
+            left = heldBack && (left < 0 || left > rest) ? rest : left;
         }
-        const int count = ::poll(fds, static_cast<nfds_t>(m_Count), deadline.left());
+        const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
         for (DWORD i = 0; i < m_Count; ++i) {
-            m_Entries[i].ready = count > 0 && fds[i].revents != 0;
+            m_Entries[i].ready = m_Entries[i].heldBack || (count > 0 && fds[i].revents != 0);
         }
-        return count > 0 || !deadline.passed();
+        return !deadline.passed();
     }
 
     static int descriptorBehind(Entry& entry)
@@ -118,7 +123,10 @@ private:
         bool anyEnded = false;
         for (DWORD i = 0; i < m_Count; ++i) {
             Entry& entry = m_Entries[i];
-            entry.ready = entry.ready && (!entry.process || entry.process->ended());
+            if (entry.process && entry.ready) {
+                entry.ready = entry.process->ended();
+                entry.heldBack = !entry.ready;
+            }
             anyEnded = anyEnded || (entry.process && entry.ready);
         }
         for (DWORD i = 0; i < m_Count; ++i) {
