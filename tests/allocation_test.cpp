@@ -110,6 +110,23 @@ TEST_F(Allocation, Messages)
         return narrow(message.formatMessage(pattern));
     };
     const Step lookedUp = [&] { return narrow(catalog.getMessage("who", nullptr)); };
+    const CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+        manager(true);
+    const Step keptText = [&] {
+        wchar_t* shown = nullptr;
+        manager.get()->getLocalizedMessage("an.id.that.lies.on.the.heap", "", &shown);
+        const tstr byDefault = manager.get()->getMessage("id", L"a default on the heap", "");
+        const Calm calm;
+        return narrow(byDefault) + narrow(shown);
+    };
+    CCmnErrorHolder holder;
+    const Step failed = [&, record = CCmnError(1, L"a text on the heap", L"its file", 2, L"f")] {
+        holder.setError(record);
+        const Calm calm;
+        return narrow(holder.getError().getMessage());
+    };
+    refuseEach(keptText, "a default on the heap<an.id.that.lies.on.the.heap>");
+    refuseEach(failed, "a text on the heap");
     refuseEach(copied, text);
     refuseEach(formatted, "a text that lies on the heap!", {"", "{0}!"});
     refuseEach(lookedUp, "app: {0}, or a text on the heap", {"app: <who>"});
@@ -174,6 +191,17 @@ TEST_F(Allocation, Sax)
     const CCmnSaxParser lastUse;
     Gathering handler;
     CCmnSaxParser parser(&handler);
+    const Step refused = [&] {
+        CCmnSaxParseHandler held;
+        try {
+            for (const XMLCh* text : {u"a problem on the heap", u"another problem on the heap"})
+                held.error(xercesc::SAXParseException(text, text, text, 1, 1));
+        } catch (const xercesc::OutOfMemoryException&) {
+            throw std::bad_alloc();
+        }
+        return std::string(held.hasLastError() ? "!" : "");
+    };
+    refuseEach(refused, "!");
     const Step parsed = [&] {
         handler.take();
         try {

@@ -94,7 +94,7 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     // What no import would take does not replace what one has taken.
     ACE_Configuration_Section_Key section;
     config.openSection(L"S", section, 0);
-    config.setStringValue(L"wide", tstr(16 * 1024 * 1024, L'a'));
+    config.setStringValue(L"wide", std::wstring(16 * 1024 * 1024, L'a').c_str());
     EXPECT_NE(config.exportConfig(), 0);
     EXPECT_EQ(scratch.read("good"), "; comment\n[S]\n\"both\"=\"b\"\n");
 }

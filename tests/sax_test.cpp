@@ -79,6 +79,9 @@ TEST(Sax, Documents)
          "<r>" + repeated("x" + dense.substr(3), 10000)},
         {document("<!ENTITY \xD0\xB8 'x'>", "<r>&\xD0\xB8;</r>"), "<r>x"},
         {"\xFF\xFE" + utf16(document(x, "<r>&a;</r>"), true), "<r>x"},
+        // A character beyond 16 bits where the reader cuts its text.
+        {"<r>" + std::string((1 << 20) - 1, 'x') + "\xF0\x9F\x98\x80</r>",
+         "<r>" + std::string((1 << 20) - 1, 'x') + "\xF0\x9F\x98\x80"},
         // No file is read.
         {"<!DOCTYPE r " + file + " [" + x + "]><r>&a;&e;</r>", "<r>x"},
         {document("<!ENTITY e " + file + ">", "<r>&e;</r>"), "<r>!"},
@@ -99,7 +102,11 @@ TEST(Sax, TextThatWouldExpandWithoutBoundsIsRefused)
         upwards += next;
         downwards.insert(0, next);
     }
+    std::string implied;
+    for (int i = 0; i < 2000; ++i)
+        implied += " a" + std::to_string(i) + " CDATA #IMPLIED";
     const std::string attacks[] = {
+        document("<!ATTLIST s" + implied + ">", "<r>" + repeated("<s/>", 20000) + "</r>"),
         document(lol, "<r a='&e9;'>&e9;</r>"),
         document(lol + "<!ATTLIST r a CDATA '&e9;'>", "<r/>"),
         document(nested(9, "", "&#37;") + "%e9;", "<r/>"),
@@ -118,6 +125,11 @@ TEST(Sax, TextThatWouldExpandWithoutBoundsIsRefused)
               utf16("<?xml version='1.0' encoding='utf-16'?>" + attack, false),
               "<?xml version='1.0' encoding='UTF-16LE'?>" + utf16(attack, true)})
             EXPECT_EQ("!", parsed(text)) << attack.substr(0, 200);
+    for (const std::string name : {"UTF-16", "ISO-10646-UCS-2", "ibm-1200", "UTF-32", "IBM037"})
+        for (const std::string mark : {"", "\xEF\xBB\xBF"})
+            EXPECT_EQ("!", parsed(mark + "<?xml version='1.0' encoding='" + name + "'?>" +
+                                  document(entity, "<r>" + many + "</r>")))
+                << name;
     const std::string hidden = document(entity, "<r>" + repeated("+ACY-e;", 20000) + "</r>");
     for (const int blanks : {1, 3000}) // where the encoding is looked for, and behind that
         EXPECT_EQ("!", parsed("<?xml version='1.0'" + repeated(" ", blanks) + "encoding='UTF-7'?>" +

@@ -25,8 +25,8 @@ public:
 
     /// @{
     /// Copies share nothing.
-    CCmnError(const CCmnError&) = default;
-    CCmnError& operator=(const CCmnError&) = default;
+    CCmnError(const CCmnError& other);
+    CCmnError& operator=(const CCmnError& other);
     virtual ~CCmnError() = default;
     /// @}
 

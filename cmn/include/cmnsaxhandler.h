@@ -56,8 +56,9 @@ public:
     std::wstring toWString(const XMLCh* const text) const;
     /// @}
 
-    /// Appends the terminated text, as toString gives it, to m_Text. The length is not consulted:
-    /// the reader's texts end there.
+    /// Appends the terminated text, as toString gives it, to m_Text. The text ends at its
+    /// terminator whatever the length, which only tells whether the reader may have cut a long text
+    /// within a character; the second half then goes with the first.
     void characters(const XMLCh* const text, const XMLSize_t length) override;
 
     /// @{
@@ -97,6 +98,8 @@ protected:
 
 private:
     void store(const xercesc::SAXParseException& problem);
+
+    XMLCh m_Lead = 0; // the first half of a character that the reader has cut
 };
 
 } // namespace tarnix_cmn_4_4

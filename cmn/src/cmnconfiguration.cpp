@@ -33,6 +33,19 @@ bool hasEmptyPart(const std::string& path)
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
 constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importConfig";
 
+// Room for one more. The vector's own growth would copy the texts, and a copy that gets no memory
+// does not tell.
+void grow(std::vector<tstr>& texts)
+{
+    if (texts.size() < texts.capacity())
+        return;
+    std::vector<tstr> grown;
+    grown.reserve(2 * texts.size() + 8);
+    for (tstr& text : texts)
+        grown.emplace_back().swap(text);
+    texts.swap(grown);
+}
+
 } // namespace
 
 CCmnConfiguration::CCmnConfiguration()
@@ -135,8 +148,8 @@ std::vector<tstr> CCmnConfiguration::enumerateSections(const ACE_Configuration_S
     std::vector<tstr> names;
     ACE_TString name;
     for (int i = 0; m_Opened && m_Heap.enumerate_sections(section, i, name) == 0; ++i) {
-        names.emplace_back();
-        utf8ToWide(name.c_str(), names.back());
+        grow(names);
+        utf8ToWide(name.c_str(), names.emplace_back());
     }
     return names;
 }
@@ -196,7 +209,8 @@ int CCmnConfiguration::setStringValue(const wchar_t* name, const tstr& value)
 {
     std::string key;
     std::string text;
-    if (!storeText(name, key) || !storeText(value.c_str(), text))
+    // A value that lies in somebody else's memory need not be terminated.
+    if (!storeText(name, key) || !storeText(CCmnStringTool::tstr2wstr(value).c_str(), text))
         return kFailed;
     return m_Heap.set_string_value(m_Section, key.c_str(), ACE_TString(text.c_str()));
 }

@@ -3,13 +3,37 @@
 
 #include "TX_strings.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
+
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
 
 CCmnError::CCmnError(int code, tstr message, tstr file, int line, tstr function)
-    : m_Code(code), m_Message(message), m_File(file), m_Line(line), m_Function(function)
+    : m_Code(code), m_Line(line)
 {
+    assign(m_Message, message);
+    assign(m_File, file);
+    assign(m_Function, function);
+}
+
+CCmnError::CCmnError(const CCmnError& other) : m_Code(other.m_Code), m_Line(other.m_Line)
+{
+    assign(m_Message, other.m_Message);
+    assign(m_File, other.m_File);
+    assign(m_Function, other.m_Function);
+}
+
+CCmnError& CCmnError::operator=(const CCmnError& other)
+{
+    CCmnError copy(other);
+    std::swap(m_Code, copy.m_Code);
+    m_Message.swap(copy.m_Message);
+    m_File.swap(copy.m_File);
+    std::swap(m_Line, copy.m_Line);
+    m_Function.swap(copy.m_Function);
+    return *this;
 }
 
 std::string CCmnError::getKeyPrefix(const std::string& component)

@@ -1,11 +1,24 @@
 // CCmnMessageCatalogManager: which catalog answers, and the store of the texts handed out.
 #include "cmnmsgcatalogmgr.h"
 
+#include "cmntstr.h"
+
 #include <algorithm>
 #include <cstring>
 
 namespace tarnix_cmn_4_4
 {
+namespace
+{
+
+tstr copyOf(const wchar_t* text)
+{
+    tstr copy;
+    append(copy, text);
+    return copy;
+}
+
+} // namespace
 
 CCmnMessageCatalogFactory::~CCmnMessageCatalogFactory() = default;
 
@@ -35,7 +48,7 @@ tstr CCmnMessageCatalogManager::getMessage(const std::string& key, const wchar_t
         if (catalog)
             return catalog->getMessage(key, defaultText);
     }
-    return defaultText ? tstr(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
+    return defaultText ? copyOf(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
 }
 
 void CCmnMessageCatalogManager::getLocalizedMessage(const char* key, const char* language,
@@ -99,7 +112,7 @@ std::string CCmnMessageCatalogManager::resolveLanguage(const char* language) con
 wchar_t* CCmnMessageCatalogManager::keep(const char* key, const tstr& text)
 {
     tstr& entry = m_LocalizedMessages[key];
-    entry = text;
+    assign(entry, text);
     return const_cast<wchar_t*>(entry.c_str());
 }
 

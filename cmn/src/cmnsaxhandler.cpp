@@ -5,6 +5,8 @@
 
 #include <memory>
 #include <mutex>
+#include <new>
+#include <unicode/utf16.h>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
@@ -35,6 +37,12 @@ using Transcoded = std::unique_ptr<char, TranscodedDeleter>;
 Transcoded transcode(const XMLCh* text)
 {
     return Transcoded(xercesc::XMLString::transcode(text));
+}
+
+void append(std::string& target, const XMLCh* text)
+{
+    if (const Transcoded narrow = transcode(text))
+        target += narrow.get();
 }
 
 } // namespace
@@ -70,10 +78,22 @@ std::wstring CCmnSaxParseHandler::toWString(const XMLCh* const text) const
     return CCmnStringTool::str2wstr(toString(text));
 }
 
-void CCmnSaxParseHandler::characters(const XMLCh* const text, const XMLSize_t /*length*/)
+void CCmnSaxParseHandler::characters(const XMLCh* const text, const XMLSize_t length)
 {
-    if (const Transcoded narrow = transcode(text))
-        m_Text += narrow.get();
+    // The reader cuts a long text anywhere, also within a surrogate pair. A short one is never cut,
+    // and not measured: that would cost a twentieth of a parse.
+    constexpr XMLSize_t shortestCut = 4096;
+    const bool isMeasured = length >= shortestCut || m_Lead != 0;
+    const XMLSize_t size = isMeasured ? xercesc::XMLString::stringLen(text) : 0;
+    const bool isCut = size > 0 && U16_IS_LEAD(text[size - 1]);
+    if (!isCut && m_Lead == 0) {
+        append(m_Text, text);
+        return;
+    }
+    std::u16string whole(m_Lead != 0 ? 1 : 0, m_Lead);
+    whole.append(text, isCut ? size - 1 : size);
+    append(m_Text, whole.c_str());
+    m_Lead = isCut ? text[size - 1] : XMLCh{0};
 }
 
 void CCmnSaxParseHandler::startElement(const XMLCh* const /*uri*/, const XMLCh* const /*localname*/,
@@ -111,7 +131,17 @@ void CCmnSaxParseHandler::throwLastError()
 void CCmnSaxParseHandler::store(const xercesc::SAXParseException& problem)
 {
     m_HasLastError = true;
-    m_LastError = problem;
+    if (&problem == &m_LastError)
+        return;
+    // Made anew: its assignment would keep pointers to texts that it has freed when memory is
+    // refused.
+    m_LastError.~SAXParseException();
+    try {
+        new (&m_LastError) xercesc::SAXParseException(problem);
+    } catch (...) {
+        new (&m_LastError) xercesc::SAXParseException(nullptr, nullptr, nullptr, 0, 0);
+        throw;
+    }
 }
 
 } // namespace tarnix_cmn_4_4

@@ -38,6 +38,8 @@ constexpr double kBaseLimit = 1e6;
 constexpr double kLimitPerByte = 8;
 constexpr double kReplacementCost = 200;
 constexpr double kDefaultCost = 8;
+constexpr double kAttributeCost =
+    0.25; // the reader looks at each that is declared, at each element
 constexpr int kDeepestNesting = 32;
 
 // ---- Uses of what a declaration can declare -----------------------------------------------------
@@ -186,6 +188,20 @@ bool findEncoding(const std::string& declaration, std::string& encoding)
     return true;
 }
 
+// Whether the encoding reads the declaration, which is ASCII, as what it is. The reader passes over
+// the name of one that does not, or goes over to it behind the declaration.
+bool readsAscii(const std::string& encoding, const std::string& declaration)
+{
+    std::array<XMLCh, kPiece> units;
+    std::array<unsigned char, kPiece> sizes;
+    XMLSize_t eaten = 0;
+    const XMLSize_t length =
+        makeTranscoder(encoding.c_str())
+            ->transcodeFrom(reinterpret_cast<const XMLByte*>(declaration.data()),
+                            declaration.size(), units.data(), units.size(), eaten, sizes.data());
+    return std::equal(units.data(), units.data() + length, declaration.begin(), declaration.end());
+}
+
 Decoded decode(const std::string& text)
 {
     using xercesc::XMLRecognizer;
@@ -202,8 +218,10 @@ Decoded decode(const std::string& text)
         const std::size_t behind = declaration.empty() ? 0 : text.find('>') + 1;
         decoded.data += behind;
         decoded.size -= behind;
-        decoded.transcoder =
-            encoding.empty() ? makeTranscoder(sensed) : makeTranscoder(encoding.c_str());
+        if (encoding.empty())
+            decoded.transcoder = makeTranscoder(sensed);
+        else if (readsAscii(encoding, declaration))
+            decoded.transcoder = makeTranscoder(encoding.c_str());
         decoded.isUtf8 = encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-8");
     } else if ((sensed == XMLRecognizer::UTF_16B || sensed == XMLRecognizer::UTF_16L) &&
                (encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-16"))) {
@@ -331,8 +349,7 @@ public:
                        const XMLCh* const /*type*/, const XMLCh* const /*mode*/,
                        const XMLCh* const value) override
     {
-        if (value)
-            declare(useOf(u'<', element), kDefaultCost, value);
+        declare(useOf(u'<', element), value ? kDefaultCost : kAttributeCost, value);
     }
 
     void elementDecl(const XMLCh* const /*name*/, const XMLCh* const /*model*/) override {}
@@ -352,6 +369,7 @@ private:
         unsigned int round = 0;
     };
 
+    // A null value is an empty one.
     void declare(Use use, double ownCost, const XMLCh* value)
     {
         if (!m_Counts)

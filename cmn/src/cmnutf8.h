@@ -43,7 +43,8 @@ inline bool utf8ToWide(const std::string& utf8, tstr& text)
     const icu::UnicodeString units = CCmnStringTool::str2ustr(utf8);
     if (units.isEmpty() && !utf8.empty())
         return false;
-    text = CCmnStringTool::ustr2tstr(units);
+    tstr wide = CCmnStringTool::ustr2tstr(units);
+    text.swap(wide);
     return true;
 }
 
