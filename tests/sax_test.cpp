@@ -70,6 +70,7 @@ TEST(Sax, Documents)
         {"\xEF\xBB\xBF<r>a&amp;b<![CDATA[<c>]]><!-- no --><?no?></r>", "<r>a&b<c>"},
         {"", "!"},
         {"<r>\xff</r>", "<r>!"},
+        {"<?xml version='1.0' encoding='none'?>" + document(x, "<r>&a;</r>"), "!"},
         // Declarations of ordinary kind keep their effect, whatever their order and the encoding.
         {document("<!ENTITY a 'x&b;x'><!ENTITY b 'y<s/>'>", "<r>&a;</r>"), "<r>xy<s>x"},
         {document(x + "<!ATTLIST r d CDATA '&a;1'>", "<r e='&a;'/>"), "<r e=x d=x1>"},

@@ -192,13 +192,15 @@ bool findEncoding(const std::string& declaration, std::string& encoding)
 // the name of one that does not, or goes over to it behind the declaration.
 bool readsAscii(const std::string& encoding, const std::string& declaration)
 {
+    const Transcoder transcoder = makeTranscoder(encoding.c_str());
+    if (!transcoder)
+        return false;
     std::array<XMLCh, kPiece> units;
     std::array<unsigned char, kPiece> sizes;
     XMLSize_t eaten = 0;
-    const XMLSize_t length =
-        makeTranscoder(encoding.c_str())
-            ->transcodeFrom(reinterpret_cast<const XMLByte*>(declaration.data()),
-                            declaration.size(), units.data(), units.size(), eaten, sizes.data());
+    const XMLSize_t length = transcoder->transcodeFrom(
+        reinterpret_cast<const XMLByte*>(declaration.data()), declaration.size(), units.data(),
+        units.size(), eaten, sizes.data());
     return std::equal(units.data(), units.data() + length, declaration.begin(), declaration.end());
 }
 
