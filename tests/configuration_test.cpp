@@ -3,6 +3,7 @@
 #include "scratch.h"
 
 #include <cerrno>
+#include <set>
 #include <sys/xattr.h>
 
 using namespace tarnix_cmn_4_4;
@@ -25,6 +26,16 @@ TEST(Configuration, CurrentSectionMovesOnlyWithSuccess)
     EXPECT_EQ(config.openSection(first, L"Inner", second, 0), 0);
     EXPECT_EQ(config.enumerateSections(), std::vector<tstr>{L"Deeper"});
     EXPECT_EQ(config.enumerateSections(second), config.enumerateSections());
+    std::set<std::wstring> made, listed;
+    for (int i = 0; i < 40; ++i) {
+        made.insert(L"inner" + std::to_wstring(i));
+        config.openSection(second, (L"inner" + std::to_wstring(i)).c_str(), kept, 1);
+    }
+    for (const tstr& name : config.enumerateSections(second))
+        listed.insert(name.c_str());
+    made.insert(L"Deeper");
+    EXPECT_EQ(listed, made);
+    EXPECT_EQ(config.openSection(first, L"Inner", second, 0), 0);
     unsigned int number = 5;
     EXPECT_TRUE(config.getIntegerValue(L"n", number) != 0 && number == 5);
     EXPECT_TRUE(config.getIntegerValue(L"First", L"n", number) == 0 && number == 7);

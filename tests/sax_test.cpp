@@ -153,6 +153,7 @@ TEST(Sax, LinesLaterParsesAndProblems)
     handler.error(SAXParseException(nullptr, nullptr, nullptr, 1, 1));
     EXPECT_NO_THROW(handler.throwLastError());
     handler.warning(SAXParseException(u"warning", nullptr, u"id", 5, 6));
+    handler.error(handler.getLastError());
     EXPECT_EQ("warning", handler.toString(handler.getLastError().getMessage()));
 }
 
