@@ -152,8 +152,8 @@ TEST_F(Exec, AStubbornGroupIsKilled)
         std::this_thread::yield();
 }
 
-// Until the tracer goes, such a child has ended and cannot be reaped. Its output does not end: it is
-// open in another process.
+// Until the tracer goes, such a child has ended and cannot be reaped. Its output does not end: it
+// is open in another process.
 TEST_F(Exec, ATracedChildDoesNotHoldUpTheTimeOut)
 {
     const Scratch scratch;
