@@ -56,6 +56,9 @@ TEST(Configuration, TextIsKeptAsUtf8WhateverTheLocale)
     EXPECT_NE(config.setStringValue(L"surrogate", L"\xD800"), 0);
     unsigned int number = 0;
     EXPECT_TRUE(config.setIntegerValue(L"\xD800", 1) && config.getIntegerValue(L"\xD800", number));
+    tstr part;
+    config.setStringValue(L"part", tstr(L"abcdef", 3, nullptr, false)); // not terminated there
+    EXPECT_TRUE(config.getStringValue(L"part", part) == 0 && part == tstr(L"abc"));
     ACE_TString stored;
     config.configHeap().get_string_value(key, "\xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80", stored);
     EXPECT_STREQ(stored.c_str(), "\xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80");

@@ -39,8 +39,8 @@ public:
     /// trace file can be opened. When both `dir` and `file` are given, they and the level replace
     /// what the configuration file holds, and TRACESTDOUT becomes 0; when one of them is empty, the
     /// configured or the default place is used, which lies below `dir` where the install directory
-    /// cannot be read. Failures are told on standard output. May be called
-    /// again in any state; an initialised log stays initialised.
+    /// cannot be read. Failures are told on standard output. May be called again in any state; an
+    /// initialised log stays initialised.
     void initialize(const tstr& name, tstr dir, tstr file, int level, bool toStdout);
 
     /// The trace file could be opened at least once.
