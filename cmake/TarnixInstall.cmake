@@ -47,8 +47,7 @@ install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOC
         COMPONENT development)
 install(FILES ${guides} docs/performance.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         COMPONENT development)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
-        PATTERN CMakeLists.txt EXCLUDE)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
 # Whatever the mask of who makes the packages.
