@@ -6,10 +6,10 @@ cd "$root"
 
 build_packages=(cmake ninja-build g++ pkg-config libace-dev libicu-dev icu-devtools libxerces-c-dev
     libpam0g-dev openssl)
-test_packages=(libgtest-dev libgmock-dev libssl-dev locales)
+test_packages=(libgtest-dev libgmock-dev libssl-dev locales libclang-rt-14-dev)
 bench_packages=(libbenchmark-dev libssl-dev libglib2.0-dev libpoco-dev libboost-dev libboost-filesystem-dev
     libspdlog-dev python3 valgrind)
-check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
+check_packages=(clang-14 clang-format-14 clang-tidy-14)
 package_packages=(clang-14 make dpkg-dev file lintian)
 
 # Installs those of the named packages that are missing. Needs root only if there are any.
