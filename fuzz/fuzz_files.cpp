@@ -6,15 +6,13 @@
 #include "logon.h"
 #include "platform.h"
 #include "rights.h"
+#include "scratch.h"
 
 #include <cstddef>
 
 using Lines = std::vector<std::string>;
 
-namespace
-{
-
-void checkLevel(const FuzzDirectory& directory, const std::string& text)
+static void checkLevel(const Scratch& directory, const std::string& text)
 {
     directory.write("level", text);
     tarnix_cmn_4_4::tstr dir(directory.wide().c_str()), file(L"level");
@@ -25,7 +23,7 @@ void checkLevel(const FuzzDirectory& directory, const std::string& text)
             "the level");
 }
 
-Lines readLines(const std::string& path)
+static Lines readLines(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
     Lines lines;
@@ -34,34 +32,13 @@ Lines readLines(const std::string& path)
     return lines;
 }
 
-bool contains(const Lines& lines, const std::string& line)
+static bool isName(const std::string& name, unsigned char last)
 {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
+    return !name.empty() && std::all_of(name.begin(), name.end(),
+                                        [last](unsigned char c) { return c > ' ' && c <= last; });
 }
 
-// The store's lines of the rights that it lists of an account.
-Lines listed(LSA_HANDLE policy, PSID sid, const std::string& account)
-{
-    LSA_UNICODE_STRING* rights = nullptr;
-    DWORD count = 0;
-    Lines lines;
-    if (LsaEnumerateAccountRights(policy, sid, &rights, &count) != 0)
-        return lines;
-    for (DWORD i = 0; i < count; ++i) {
-        wchar_t* const end = rights[i].Buffer + rights[i].Length / sizeof(wchar_t);
-        require(*end == L'\0', "a right's end");
-        lines.push_back(account + " " + std::string(rights[i].Buffer, end));
-    }
-    LsaFreeMemory(rights);
-    return lines;
-}
-
-bool isName(const std::string& name, bool (*good)(char))
-{
-    return !name.empty() && std::all_of(name.begin(), name.end(), good);
-}
-
-void checkRights(const FuzzDirectory& directory, FuzzInput& input)
+static void checkRights(const Scratch& directory, FuzzInput& input)
 {
     const std::string path = directory.path("rights");
     const std::string account = input.until('\n').c_str(), right = input.until('\n').substr(0, 999);
@@ -78,29 +55,44 @@ void checkRights(const FuzzDirectory& directory, FuzzInput& input)
 
     const std::string line = account + " " + right;
     Lines lines = readLines(path);
-    const bool held = contains(lines, line);
-    const bool named = isName(account, [](char c) { return c < '\0' || c > ' '; });
-    const bool good = named && isName(right, [](char c) { return c > ' ' && c <= '~'; });
+    const bool held = std::count(lines.begin(), lines.end(), line) > 0;
+    const bool good = isName(account, 0xFF) && isName(right, '~');
     require(tarnix_platform::holdsRight(account, right) == held, "whether a right is held");
-    for (const std::string& each : listed(policy, sid.data(), account))
-        require(contains(lines, each), "a right of the account");
     require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good, "adding");
     if (good && !held)
         lines.push_back(line);
     require(readLines(path) == lines, "no line but the one is added");
-    require(!good || contains(listed(policy, sid.data(), account), line), "the right is listed");
+    LSA_UNICODE_STRING* rights = nullptr;
+    DWORD count = 0;
+    bool isListed = false;
+    LsaEnumerateAccountRights(policy, sid.data(), &rights, &count);
+    for (DWORD i = 0; i < count; ++i) {
+        wchar_t* const end = rights[i].Buffer + rights[i].Length / sizeof(wchar_t);
+        const std::string each = account + " " + std::string(rights[i].Buffer, end);
+        require(*end == L'\0' && std::count(lines.begin(), lines.end(), each) > 0,
+                "a right of his");
+        isListed = isListed || each == line;
+    }
+    LsaFreeMemory(rights);
+    require(isListed || !good, "the right is listed");
     require((LsaRemoveAccountRights(policy, sid.data(), 0, &text, 1) == 0) == good, "removing");
     if (good)
         lines.erase(std::remove(lines.begin(), lines.end(), line), lines.end());
     require(readLines(path) == lines, "no line but the one is removed");
+    const auto isHis = [&account](const std::string& each) {
+        return each.compare(0, account.size() + 1, account + " ") == 0;
+    };
+    const bool known = LsaRemoveAccountRights(policy, sid.data(), 1, nullptr, 0) == 0;
+    require(known || !good, "removing all");
+    if (known)
+        lines.erase(std::remove_if(lines.begin(), lines.end(), isHis), lines.end());
+    require(readLines(path) == lines, "no line but his are removed");
     LsaClose(policy);
 }
 
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const FuzzDirectory directory;
+    static const Scratch directory;
     FuzzInput input(data, size);
     if (input.byte() % 2 == 0)
         checkLevel(directory, input.expanded(65536));

@@ -9,8 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t data
 {
     FuzzInput input(data, dataSize);
     const std::size_t size = input.byte() + 1;
-    const std::string start = input.until('%'), bytes = input.rest();
-    const std::string text = start.c_str();
+    const std::string text = input.until('%').c_str(), bytes = input.rest();
     double number = 0;
     std::memcpy(&number, bytes.data(), std::min(bytes.size(), sizeof number));
     std::string full(text.size() + 500, '\0');

@@ -1,6 +1,6 @@
-// What the fuzzers share: the input in pieces, files in a directory of the process's own, and the
-// demand that something holds. Targets and texts are vectors, which have exactly the size that is
-// told to the functions: a step beyond is seen.
+// What the fuzzers share: the input in pieces, and the demand that something holds. Targets and
+// texts are vectors, which have exactly the size that is told to the functions: a step beyond is
+// seen.
 #ifndef TARNIX_FUZZINPUT_H
 #define TARNIX_FUZZINPUT_H
 
@@ -8,11 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 inline void require(bool holds, const char* what)
@@ -77,31 +74,6 @@ private:
     }
 
     std::string_view m_Rest;
-};
-
-// In memory where the system has a place for that.
-class FuzzDirectory
-{
-public:
-    FuzzDirectory()
-    {
-        m_Path = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzXXXXXX" : "/tmp/fuzzXXXXXX";
-        require(mkdtemp(m_Path.data()), "a place for files");
-        m_Path += "/";
-    }
-    ~FuzzDirectory() { std::filesystem::remove_all(m_Path); }
-    FuzzDirectory(const FuzzDirectory&) = delete;
-    FuzzDirectory& operator=(const FuzzDirectory&) = delete;
-
-    std::string path(const std::string& name) const { return m_Path + name; }
-    std::wstring wide() const { return std::wstring(m_Path.begin(), m_Path.end()); }
-    void write(const std::string& name, const std::string& text) const
-    {
-        std::ofstream(path(name), std::ios::binary) << text;
-    }
-
-private:
-    std::string m_Path;
 };
 
 #endif
