@@ -1,0 +1,167 @@
+// The text toolbox where the fuzzers do not go, and where they cannot know what is right.
+#include "cmnstringtool.h"
+
+#include "scratch.h"
+
+#include <climits>
+#include <clocale>
+#include <tuple>
+
+using namespace std::string_literals;
+using namespace tarnix_cmn_4_4;
+using Tool = CCmnStringTool;
+
+namespace
+{
+
+TEST(StringTool, ConvertsAndCopiesUpToAZero)
+{
+    EXPECT_EQ(Tool::tstr2ustr(Tool::wstr2tstr({L'a', -1, 0x110000, 0x10FFFF})),
+              icu::UnicodeString(u"a\uFFFD\uFFFD\U0010FFFF"));
+    const tstr cut(L"ab\0c", 4), open(L"abc", 2, nullptr, false); // not terminated there
+    for (const tstr* text : {&cut, &open}) {
+        EXPECT_EQ(Tool::tstr2ustr(*text), icu::UnicodeString(u"ab"));
+        EXPECT_EQ(Tool::tstr2str(*text), "ab");
+        EXPECT_EQ(Tool::tstr2wstr(*text), L"ab");
+    }
+    EXPECT_EQ(Tool::wstr2tstr(L"ab\0c"s).length(), 2u);
+    EXPECT_TRUE(Tool::str2wstr(L"a\0b"s) == L"a\0b"s && Tool::wstr2str("a\0b"s) == "a\0b"s);
+    EXPECT_EQ(Tool::tstr2str("ab") + Tool::tstr2str(static_cast<const char*>(nullptr)), "ab");
+
+    static wchar_t units[] = L"####";
+    const auto allocate = [](std::size_t size) -> void* { return size == 16 ? units : nullptr; };
+    EXPECT_EQ(Tool::strdup("a\0b"s, allocate), nullptr);
+    EXPECT_EQ(Tool::wstrdup(L"a\0b"s, allocate), units);
+    EXPECT_EQ(std::wstring(units, 4), L"a\0b\0"s);
+    EXPECT_EQ(Tool::tstrdup(tstr(L"abc\0d", 5), allocate), units);
+    EXPECT_STREQ(units, L"abc");
+    char* const bytes = Tool::strdup("a\0b"s, nullptr);
+    EXPECT_EQ(std::string(bytes, 4), "a\0b\0"s);
+    std::free(bytes);
+    wchar_t** list = Tool::tstrduplist({tstr(), tstr(L"b\0c", 3)});
+    EXPECT_EQ(list[0] + std::wstring(L"|") + list[1], L"|b");
+    EXPECT_EQ(list[2], nullptr);
+    Tool::tstrfreelist(list);
+    Tool::tstrfreelist(list); // null by now
+}
+
+TEST(StringTool, ConvertsLongTextsInPiecesOfWholeCharacters)
+{
+    for (const std::string start : {"", "a"}) { // one cuts a character, one a surrogate pair
+        const std::string text = start + repeated("\U0001F600", 5 << 20);
+        const icu::UnicodeString units = Tool::str2ustr(text);
+        EXPECT_TRUE(Tool::ustr2str(units) == text);
+        EXPECT_TRUE(Tool::str2ustr(text + "\xFF").isEmpty());
+        EXPECT_TRUE(Tool::ustr2str(units + icu::UnicodeString(char16_t(0xD800))).empty());
+    }
+}
+
+// Encodings of one, two and three bytes, and one of several characters for one; made here, so that
+// it does not matter what the machine has installed.
+TEST(StringTool, ConvertsAsTheLocaleDoes)
+{
+    const Scratch scratch;
+    setenv("LOCPATH", scratch.path().c_str(), 1);
+    const std::tuple<std::string, std::string, std::wstring> cases[] = {
+        {"ISO-8859-1", "a\xE4", L"a\u00E4"},
+        {"EUC-JP", "a\xA4\xA2\x8F\xB0\xA1", L"a\u3042\u4E02"},
+        {"BIG5-HKSCS", "\xA4\xA4\x88\x62", L"\u4E2D\u00CA\u0304"}};
+    for (auto [encoding, narrow, wide] : cases) {
+        // It finds much to warn of, which is not what it is asked for.
+        const std::string command = "cd " + scratch.path() + " && localedef -c -i POSIX -f ";
+        EXPECT_NE(std::system((command + encoding + " ./" + encoding + " 2>&-").c_str()), -1);
+        ASSERT_NE(std::setlocale(LC_CTYPE, encoding.c_str()), nullptr) << encoding;
+        while (narrow.size() < 5000) {
+            EXPECT_EQ(Tool::mbs2wcs(narrow), wide);
+            EXPECT_EQ(Tool::str2tstr(narrow).c_str(), wide);
+            EXPECT_EQ(Tool::wcs2mbs(wide), narrow);
+            EXPECT_EQ(Tool::tstr2str(wide.c_str()), narrow);
+            narrow += narrow;
+            wide += wide;
+        }
+        narrow.pop_back(); // but for the first encoding, a cut character
+        EXPECT_EQ(Tool::str2wstr(narrow).size(), encoding[0] == 'I' ? narrow.size() : 0);
+    }
+    std::setlocale(LC_ALL, "C");
+    unsetenv("LOCPATH");
+}
+
+TEST(StringTool, PrintsAndReadsNumbersAndHex)
+{
+    EXPECT_EQ(Tool::int2str(INT_MIN) + Tool::uint2str(UINT_MAX), "-21474836484294967295");
+    EXPECT_EQ(Tool::int2wstr(INT_MIN) + Tool::uint2wstr(UINT_MAX), L"-21474836484294967295");
+    EXPECT_EQ(Tool::int2str(INT64_MIN) + Tool::uint2str(UINT64_MAX),
+              "-922337203685477580818446744073709551615");
+    EXPECT_EQ(Tool::int2wstr(INT64_MIN) + Tool::uint2wstr(UINT64_MAX),
+              L"-922337203685477580818446744073709551615");
+    EXPECT_EQ(Tool::double2str(-12345678.0) + Tool::double2str(0.1), "-1.23457e+070.1");
+    EXPECT_EQ(Tool::bool2str(true) + Tool::bool2str(false), "truefalse");
+
+    int number = 0;
+    unsigned int natural = 0;
+    std::uint64_t large = 0;
+    double real = 0;
+    EXPECT_TRUE(Tool::str2int(" \t-012abc", number) == 0 && number == -12);
+    EXPECT_TRUE(Tool::str2int("", number) == -1 && number == -12);
+    EXPECT_TRUE(Tool::str2int("abc", number) == 0 && number == 0);
+    EXPECT_TRUE(Tool::str2uint("-1", natural) == 0 && natural == UINT_MAX);
+    EXPECT_TRUE(Tool::str2uint64("18446744073709551615x", large) == 0 && large == UINT64_MAX);
+    EXPECT_TRUE(Tool::str2double("-2.5e3x", real) == 0 && real == -2500);
+
+    unsigned char bytes[13] = {'a', 'b', 0xE4};
+    int size = 1, negative = -1;
+    EXPECT_EQ(Tool::str2binary(bytes, &size, "00ab") + Tool::str2binary(bytes, nullptr, "ab"), -2);
+    EXPECT_EQ(Tool::str2binary(nullptr, &size, "ab") + Tool::str2binary(bytes, &negative, ""), -2);
+    EXPECT_EQ(Tool::binary2str(bytes, 3) + Tool::binary2str(bytes, INT_MIN), "6162e4");
+    EXPECT_EQ(Tool::binary2wstr(nullptr, 1) + Tool::binary2uid(1, bytes, 2), L"00016162");
+    EXPECT_EQ(Tool::binary2uid(0xABCDEF01, bytes, -1), L"abcdef01");
+    EXPECT_EQ(Tool::str2uid(0x12345, "") + Tool::wstr2uid(0xFFFF, L"ab"), "12345ffff6162");
+    EXPECT_EQ(Tool::str2uid(1, "\xE4\0\x7F\x80"s), "0001ffffffe4007fffffff80");
+    size = 13;
+    EXPECT_EQ(Tool::str2binary(bytes, &size, "aAfF09 5-1+70x1/1:1@1G1`1gf"), 0);
+    EXPECT_EQ(Tool::binary2str(bytes, size), "aaff0905ff0700010101010101");
+}
+
+TEST(StringTool, TokensLinesAndCase)
+{
+    EXPECT_EQ(Tool::tokenize(",,a,,b\0c;,"s, ",;"), std::vector<std::string>({"a", "b"}));
+    EXPECT_TRUE(Tool::isIpAddress("999.0.0.00001") && Tool::isIpAddress(".1..2.3.4."));
+    for (const char* other : {"", "1.2.3", "1.2.3.4.5", "1.2.3.-4", "1.2.3.\xB2"})
+        EXPECT_FALSE(Tool::isIpAddress(other)) << other;
+    EXPECT_TRUE(Tool::isDigit("") && !Tool::isDigit("12\0"s));
+
+    // The offset and the line.
+    const auto find = [](const char* pattern, std::size_t at, bool trim) {
+        const auto offset =
+            static_cast<long>(Tool::find({"one x ", "two", "x \r\n", "x y \t"}, pattern, at, trim));
+        return std::to_string(offset) + " " + std::to_string(at) + "|";
+    };
+    EXPECT_EQ(find("x", 1, false) + find(" x ", 0, false), "0 2|3 0|");
+    EXPECT_EQ(find("x ", 0, true) + find("y \t", 0, true), "0 3|-1 4|");
+    EXPECT_EQ(find("", 1, true) + find("x", 9, true) + find(nullptr, 0, true), "0 1|-1 9|-1 4|");
+
+    EXPECT_TRUE(Tool::CompareNoCase("Host-1\0B"s, "hOST-1\0b"s));
+    EXPECT_TRUE(Tool::CompareNoCase(L"H-1\0B"s, L"h-1\0b"s) && !Tool::CompareNoCase(L"@[", L"`{"));
+    EXPECT_FALSE(Tool::CompareNoCase("@[ab", "`{ab") || Tool::CompareNoCase("@[ab", "@[abc"));
+    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    EXPECT_TRUE(Tool::CompareNoCase(L"\u00C4\u0429", L"\u00E4\u0449"));
+    EXPECT_FALSE(Tool::CompareNoCase(L"\u00D7", L"\u00F7")); // no letters
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(Tool::tostrupper("aZ{\0z"s) + Tool::tostrlower("Z[\0\xC4"s), "AZ{\0Zz[\0\xC4"s);
+    EXPECT_EQ(Tool::tostrupper(L"aZ[{\0z"s) + Tool::tostrlower(L"aZ[\0Z"s), L"AZ[{\0Zaz[\0z"s);
+}
+
+TEST(StringTool, TrimsReplacesAndEscapes)
+{
+    EXPECT_EQ(Tool::ltrim("xaxbx", "xa") + Tool::rtrim("xaxbx", "xa"), "bxxaxb");
+    EXPECT_EQ(Tool::ltrim(" a\0b "s, " ") + Tool::rtrim(" a\0b "s, " "), "a a\0b"s);
+    EXPECT_EQ(Tool::trim("xbax", "xa") + Tool::trim(" a ", "") + Tool::ltrim(" \0b"s, " "), "b a ");
+    EXPECT_EQ(Tool::trim(" a\0b "s, nullptr), " a\0b "s);
+
+    EXPECT_EQ(Tool::searchreplace("a\0b\0b"s, "\0b"s, "c"), "acc"); // else as the fuzzer knows
+    EXPECT_EQ(Tool::convertToXmlSpecialCharacters("&<>\"'\0<"s), "&amp;&lt;&gt;&quot;&#39;");
+    EXPECT_EQ(Tool::convertFromXmlSpecialCharacters("&#39&&a&l\0&lt;"s), "&#39&&a&l");
+    EXPECT_EQ(Tool::xmlBracketValue("a&", "x<y"), "\t<a&>x&lt;y</a&>\n");
+}
+
+} // namespace
