@@ -198,10 +198,10 @@ TEST_F(Faults, CopiesAreIdleAndOwnNothing)
         script.reads = {'o', '\n'};
         EXPECT_EQ(exec(*other, "own").lines, Lines{"o"});
         other->Abort();
-        Bare aborted(*other);
-        EXPECT_EQ(exec(aborted, "started, and not read").lines, Lines{});
+        Bare copied(*other), aborted;
         aborted = *other;
-        EXPECT_EQ(exec(aborted, "started, and not read").lines, Lines{});
+        for (Bare* each : {&copied, &aborted})
+            EXPECT_EQ(exec(*each, "started, and not read").lines, Lines{});
         aborted.inContext = 1;
         EXPECT_EQ(exec(aborted, "not started").lines, Lines{"former"});
     }
