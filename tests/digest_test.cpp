@@ -9,10 +9,7 @@
 
 using namespace tarnix_cmn_4_4;
 
-namespace
-{
-
-std::string opensslDigest(const void* data, std::size_t length)
+static std::string opensslDigest(const void* data, std::size_t length)
 {
     unsigned char digest[16];
     EVP_Digest(data, length, digest, nullptr, EVP_md5(), nullptr);
@@ -45,5 +42,3 @@ TEST(Digest, AgreesWithOpenSslAtEveryLengthInPieces)
     EXPECT_EQ(opensslDigest(units, 6), CCmnMessageDigest5(units).GetAnsiMessageDigest());
     EXPECT_EQ(opensslDigest("abc", 3), CCmnMessageDigest5("abc").GetAnsiMessageDigest());
 }
-
-} // namespace

@@ -7,10 +7,7 @@
 
 using namespace tarnix_cmn_4_4;
 
-namespace
-{
-
-std::string shown(const CCmnHostInfo& host)
+static std::string shown(const CCmnHostInfo& host)
 {
     return host.hostName + "|" + host.ipAddress + "|" + host.fqdn;
 }
@@ -77,5 +74,3 @@ TEST(Network, LooksUpInTheHostsFile)
             EXPECT_EQ(host, shown(CCmnNetwork::resolve(wanted)));
     });
 }
-
-} // namespace

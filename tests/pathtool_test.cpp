@@ -5,9 +5,6 @@
 
 using namespace tarnix_cmn_4_4;
 
-namespace
-{
-
 TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
 {
     const Scratch scratch;
@@ -65,5 +62,3 @@ TEST(PathTool, WhatHasNoObjectIsUsedOnEightThreads)
         }
     });
 }
-
-} // namespace

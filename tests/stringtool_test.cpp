@@ -11,9 +11,6 @@ using namespace std::string_literals;
 using namespace tarnix_cmn_4_4;
 using Tool = CCmnStringTool;
 
-namespace
-{
-
 TEST(StringTool, ConvertsAndCopiesUpToAZero)
 {
     EXPECT_EQ(Tool::tstr2ustr(Tool::wstr2tstr({L'a', -1, 0x110000, 0x10FFFF})),
@@ -163,5 +160,3 @@ TEST(StringTool, TrimsReplacesAndEscapes)
     EXPECT_EQ(Tool::convertFromXmlSpecialCharacters("&#39&&a&l\0&lt;"s), "&#39&&a&l");
     EXPECT_EQ(Tool::xmlBracketValue("a&", "x<y"), "\t<a&>x&lt;y</a&>\n");
 }
-
-} // namespace

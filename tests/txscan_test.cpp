@@ -9,9 +9,6 @@
 #include <tuple>
 #include <vector>
 
-namespace
-{
-
 TEST(TxScan, ReadsInItsOwnWay)
 {
     const std::string nines(600, '9');
@@ -74,5 +71,3 @@ TEST(TxScan, LeavesASourceBehindWhatWasRead)
     EXPECT_EQ(TX_vfscanf(&source, "%*d", none), -1);
     EXPECT_EQ(TX_vfscanf(nullptr, "", none), -1);
 }
-
-} // namespace
