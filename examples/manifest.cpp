@@ -5,6 +5,7 @@
 
 #include <clocale>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -19,8 +20,9 @@ namespace
 
 constexpr char usage[] =
     "usage: manifest DIRECTORY/ <manifest.xml\n"
-    "Standard input lists the files that the directory should hold:\n"
-    "  <files><file name='a.txt' md5='900150983cd24fb0d6963f7d28e17f72'/></files>\n";
+    "Standard input lists the files that the directory should hold, digests in small letters:\n"
+    "  <files><file name='a.txt' md5='900150983cd24fb0d6963f7d28e17f72'/></files>\n"
+    "Ends with 1 if a file is missing or differs, with 2 if the list cannot be read.\n";
 
 std::string readAll(std::istream& in)
 {
@@ -70,11 +72,16 @@ std::string digestOf(std::istream& in)
 
 std::string verdict(const std::string& path, const std::string& wanted)
 {
+    std::error_code ignored;
     std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    if (!file || !std::filesystem::is_regular_file(path, ignored)) {
         return "missing";
     }
-    return digestOf(file) == wanted ? "as listed" : "changed";
+    const std::string found = digestOf(file);
+    if (file.bad()) {
+        return "not readable";
+    }
+    return found == wanted ? "as listed" : "changed";
 }
 
 } // namespace
@@ -91,7 +98,7 @@ int main(int argc, char** argv)
     if (handler.hasLastError()) {
         std::cerr << "manifest: line " << handler.getLastError().getLineNumber() << ": "
                   << handler.toString(handler.getLastError().getMessage()) << '\n';
-        return 1;
+        return 2;
     }
     int status = 0;
     for (const auto& [name, wanted] : handler.files()) {

@@ -79,15 +79,15 @@ TEST_F(Exec, TimeOutDropsThePartialLineAndTheObjectKillsAStubbornGroup)
     CCmnExecPipeWindows runner;
     // It ignores what it is asked, and then stands still; its own child ignores the same.
     const std::string stubborn = "trap \"\" INT TERM; sleep 600 & echo $$; echo $!; printf partial";
-    const Outcome outcome = exec(runner, shell(stubborn + "; kill -STOP $$"), 1);
+    const Outcome outcome = exec(runner, shell(stubborn + "; kill -STOP $$"), 3);
+    runner.Init();
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
     EXPECT_EQ(outcome.result, 5);
     ASSERT_EQ(outcome.lines.size(), 2U);
     const pid_t child = std::stoi(outcome.lines[0]), grandchild = std::stoi(outcome.lines[1]);
-    runner.Init();
     EXPECT_NE(kill(child, 0), 0);
     EXPECT_EQ(waitpid(grandchild, nullptr, 0), grandchild);
     EXPECT_EQ(exec(runner, "echo next").lines, Lines{"next"});
-    prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)

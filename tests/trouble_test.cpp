@@ -121,6 +121,7 @@ TEST_F(Trouble, TheClockIsSetBackDuringARun)
 {
     g_daysBack = 1;
     EXPECT_EQ(run("/bin/sleep 2", 1).result, ECmnExecPipe::READ_TIMEOUT);
+    g_daysBack = 0;
 }
 
 // Two host processes write to one trace file and export one file of settings.
