@@ -29,10 +29,7 @@ struct Counter : CCmnSaxParseHandler {
 };
 
 // Xerces-C loses some 200 bytes with each malformed content model, however long it is.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:libxerces-c\n";
-}
+extern "C" const char* __lsan_default_suppressions() { return "leak:libxerces-c\n"; }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
