@@ -62,7 +62,7 @@ std::string digestOf(std::istream& in)
 {
     CCmnMessageDigest5 digest;
     char piece[4096];
-    while (in.read(piece, sizeof piece), in.gcount() > 0) {
+    while (in.read(piece, sizeof piece) || in.gcount() > 0) {
         digest.Update(reinterpret_cast<const unsigned char*>(piece),
                       static_cast<std::uint32_t>(in.gcount()));
     }

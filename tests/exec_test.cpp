@@ -71,6 +71,12 @@ TEST_F(Exec, RefusedStarts)
     for (const auto& [command, directory, text] : cases)
         EXPECT_EQ(exec(runner, command, 60, directory).record.getDescription(), text);
     EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // it can still be used
+    const Scratch scratch;
+    const std::string program = scratch.path("program"); // which vanishes between two runs
+    std::filesystem::copy_file("/bin/echo", program);
+    EXPECT_EQ(run(program + " found").lines, Lines{"found"});
+    std::filesystem::remove(program);
+    EXPECT_EQ(run(program).record.getCode(), ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED);
 }
 
 TEST_F(Exec, TimeOutDropsThePartialLineAndTheObjectKillsAStubbornGroup)
