@@ -14,7 +14,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-const bool addedContext = [] {
+const bool kAddedContext = [] {
     benchmark::AddCustomContext("peer ACE", ACE_VERSION);
     return true;
 }();
@@ -24,13 +24,15 @@ void writeValues(const Place& place, std::int64_t count)
 {
     std::ofstream file(place.file("in"));
     for (std::int64_t i = 0; i < count; ++i) {
-        if (i % 100 == 0)
+        if (i % 100 == 0) {
             file << "[Section " << i / 100 << "]\n";
+        }
         file << "\"Value " << i % 100 << '"';
-        if (i % 2 == 0)
+        if (i % 2 == 0) {
             file << "=\"/opt/product/directory/" << i << "\"\n";
-        else
+        } else {
             file << "=dword:0000" << 1000 + i % 1000 << '\n';
+        }
     }
 }
 
@@ -132,8 +134,9 @@ void exports(benchmark::State& state)
         state.SkipWithError("another file");
         return;
     }
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(store.exportFile());
+    }
     countValues(state);
 }
 
@@ -149,14 +152,16 @@ void get(benchmark::State& state)
         state.SkipWithError("another value");
         return;
     }
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(store.get());
+    }
 }
 
 void counts(benchmark::internal::Benchmark* benchmark)
 {
-    for (const std::int64_t count : {10, 1000, 10000, 100000})
+    for (const std::int64_t count : {10, 1000, 10000, 100000}) {
         benchmark->Arg(count);
+    }
     benchmark->UseRealTime();
 }
 

@@ -27,8 +27,9 @@ namespace
 std::vector<unsigned char> bytesOf(const benchmark::State& state)
 {
     std::vector<unsigned char> bytes(static_cast<std::size_t>(state.range(0)));
-    for (std::size_t i = 0; i < bytes.size(); ++i)
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
         bytes[i] = static_cast<unsigned char>(i * 167);
+    }
     return bytes;
 }
 
@@ -83,8 +84,9 @@ std::wstring uidByTable(const std::vector<unsigned char>& bytes)
 std::string hexBySnprintf(const std::vector<unsigned char>& bytes)
 {
     std::string text(2 * bytes.size(), '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i)
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
         std::snprintf(&text[2 * i], 3, "%02x", bytes[i]); // the terminator has its own place
+    }
     return text;
 }
 
@@ -108,11 +110,13 @@ void hex(benchmark::State& state, Text (*make)(const std::vector<unsigned char>&
          Text (*other)(const std::vector<unsigned char>&))
 {
     const std::vector<unsigned char> bytes = bytesOf(state);
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(make(bytes));
+    }
     countBytes(state);
-    if (make(bytes) != other(bytes))
+    if (make(bytes) != other(bytes)) {
         state.SkipWithError("other text than by the table");
+    }
 }
 
 void hexSizes(benchmark::internal::Benchmark* benchmark)
@@ -166,8 +170,9 @@ void digestTextTarnix(benchmark::State& state)
         digest.Finalize();
         benchmark::DoNotOptimize(digest);
     }
-    if (std::string(digest.GetAnsiMessageDigest()) != kEmptyDigest)
+    if (std::string(digest.GetAnsiMessageDigest()) != kEmptyDigest) {
         state.SkipWithError("other text than by the table");
+    }
 }
 BENCHMARK(digestTextTarnix)->Name("hex_digest:tarnix");
 
@@ -187,8 +192,9 @@ void digestTextTable(benchmark::State& state)
         benchmark::DoNotOptimize(text);
         benchmark::DoNotOptimize(wide);
     }
-    if (std::string(text) != kEmptyDigest)
+    if (std::string(text) != kEmptyDigest) {
         state.SkipWithError("a wrong text");
+    }
 }
 BENCHMARK(digestTextTable)->Name("hex_digest:table");
 
@@ -236,8 +242,9 @@ void md5Tarnix(benchmark::State& state)
     other.compute(message);
     std::string expected(32, '\0');
     printByTable(other.bytes(), 16, expected.data());
-    if (CCmnMessageDigest5(message.data(), size).GetAnsiMessageDigest() != expected)
+    if (CCmnMessageDigest5(message.data(), size).GetAnsiMessageDigest() != expected) {
         state.SkipWithError("another digest than OpenSSL's");
+    }
 }
 
 void md5OpenSsl(benchmark::State& state)
@@ -254,8 +261,9 @@ void md5OpenSsl(benchmark::State& state)
 
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
-    for (const std::int64_t size : {55, 1 << 10, 64 << 10, 16 << 20})
+    for (const std::int64_t size : {55, 1 << 10, 64 << 10, 16 << 20}) {
         benchmark->Arg(size);
+    }
 }
 
 BENCHMARK(md5Tarnix)->Name("md5:tarnix")->Apply(sizes);

@@ -3,35 +3,35 @@
 // of a child that prints lines of 40 bytes.
 #include "cmnexecpipewindows.h"
 
-#include <benchmark/benchmark.h>
-
 #include <Poco/Pipe.h>
 #include <Poco/PipeStream.h>
 #include <Poco/Process.h>
 #include <Poco/Version.h>
+#include <benchmark/benchmark.h>
 #include <boost/process.hpp>
 #include <boost/version.hpp>
 #include <gio/gio.h>
+
+#include <fcntl.h>
 #include <gnu/libc-version.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <memory>
-#include <poll.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 extern char** environ;
@@ -115,47 +115,47 @@ void runTarnix(const Words& words, Lines& lines)
 void runRaw(const Words& words, Lines& lines)
 {
     int ends[2];
-    require(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+    require(::pipe2(ends, O_CLOEXEC) == 0, "pipe2");
     const std::vector<char*> arguments = pointersTo(words);
     posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    ::posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
     pid_t pid = -1;
-    require(posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0,
+    require(::posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0,
             "posix_spawn");
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(ends[1]);
+    const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     static thread_local std::vector<char> buffer(64 * 1024);
     std::string rest;
     for (;;) {
-        const ssize_t got = read(ends[0], buffer.data(), buffer.size());
+        const ssize_t got = ::read(ends[0], buffer.data(), buffer.size());
         if (got <= 0) {
             break;
         }
         split({buffer.data(), static_cast<std::size_t>(got)}, rest, lines);
     }
     pollfd end{pidfd, POLLIN, 0};
-    poll(&end, 1, -1);
+    ::poll(&end, 1, -1);
     int status = -1;
-    waitpid(pid, &status, 0);
-    close(pidfd);
-    close(ends[0]);
+    ::waitpid(pid, &status, 0);
+    ::close(pidfd);
+    ::close(ends[0]);
     require(status == 0, "raw");
 }
 
 void runPopen(const Words& words, Lines& lines)
 {
-    FILE* output = popen(("exec " + commandText(words)).c_str(), "re");
+    FILE* output = ::popen(("exec " + commandText(words)).c_str(), "re");
     require(output != nullptr, "popen");
     char* line = nullptr;
     std::size_t capacity = 0;
-    for (ssize_t size = 0; (size = getline(&line, &capacity, output)) > 0;) {
+    for (ssize_t size = 0; (size = ::getline(&line, &capacity, output)) > 0;) {
         lines.emplace_back(line, static_cast<std::size_t>(size) - (line[size - 1] == '\n' ? 1 : 0));
     }
     std::free(line); // getline's own
-    require(pclose(output) == 0, "pclose");
+    require(::pclose(output) == 0, "pclose");
 }
 
 // With the descriptors left to their close-on-exec flags GLib takes its fast road.
@@ -201,10 +201,10 @@ void runPoco(const Words& words, Lines& lines)
 const struct Peer {
     const char* name;
     Runner run;
-} peers[] = {{"tarnix", runTarnix}, {"raw", runRaw},     {"popen", runPopen},
-             {"glib", runGlib},     {"boost", runBoost}, {"poco", runPoco}};
+} kPeers[] = {{"tarnix", runTarnix}, {"raw", runRaw},     {"popen", runPopen},
+              {"glib", runGlib},     {"boost", runBoost}, {"poco", runPoco}};
 
-constexpr std::size_t ownAndRaw = 2; // the first of them
+constexpr std::size_t kOwnAndRaw = 2; // the first of them
 
 // ---- Callers -----------------------------------------------------------------------------------
 
@@ -220,11 +220,11 @@ public:
     }
 
 private:
-    static constexpr std::size_t capacity = std::size_t{4096} << 20;
+    static constexpr std::size_t kCapacity = std::size_t{4096} << 20;
 
     Ballast()
-        : m_Memory(mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
+        : m_Memory(::mmap(nullptr, kCapacity, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
     {
         require(m_Memory != MAP_FAILED, "mmap");
     }
@@ -235,7 +235,7 @@ private:
         if (size > m_Size) {
             std::memset(memory + m_Size, 'b', size - m_Size);
         } else if (size < m_Size) {
-            madvise(memory + size, m_Size - size, MADV_DONTNEED);
+            ::madvise(memory + size, m_Size - size, MADV_DONTNEED);
         }
         m_Size = size;
     }
@@ -244,7 +244,7 @@ private:
     std::size_t m_Size = 0;
 };
 
-constexpr std::int64_t smallCaller = 10; // MiB
+constexpr std::int64_t kSmallCaller = 10; // MiB
 
 // The limit of descriptors, raised as far as this process may.
 class DescriptorLimit
@@ -252,14 +252,14 @@ class DescriptorLimit
 public:
     explicit DescriptorLimit(rlim_t wanted)
     {
-        getrlimit(RLIMIT_NOFILE, &m_Former);
+        ::getrlimit(RLIMIT_NOFILE, &m_Former);
         m_Now = {wanted, std::max(wanted, m_Former.rlim_max)};
-        if (setrlimit(RLIMIT_NOFILE, &m_Now) != 0) {
+        if (::setrlimit(RLIMIT_NOFILE, &m_Now) != 0) {
             m_Now = {m_Former.rlim_max, m_Former.rlim_max};
-            setrlimit(RLIMIT_NOFILE, &m_Now);
+            ::setrlimit(RLIMIT_NOFILE, &m_Now);
         }
     }
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_Former); }
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &m_Former); }
     DescriptorLimit(const DescriptorLimit&) = delete;
     DescriptorLimit& operator=(const DescriptorLimit&) = delete;
 
@@ -272,14 +272,14 @@ private:
 
 // ---- Rows --------------------------------------------------------------------------------------
 
-const Words shortCommand = {"/bin/true"};
+const Words kShortCommand = {"/bin/true"};
 
 void measureStarts(benchmark::State& state, Runner run, std::int64_t mebibytes)
 {
     Ballast::resize(mebibytes);
     for (auto _ : state) {
         Lines lines;
-        run(shortCommand, lines);
+        run(kShortCommand, lines);
         benchmark::DoNotOptimize(lines.data());
     }
     state.SetItemsProcessed(state.iterations());
@@ -287,7 +287,7 @@ void measureStarts(benchmark::State& state, Runner run, std::int64_t mebibytes)
 
 void start(benchmark::State& state, Runner run)
 {
-    measureStarts(state, run, smallCaller);
+    measureStarts(state, run, kSmallCaller);
 }
 
 void startFrom1GiB(benchmark::State& state, Runner run)
@@ -304,17 +304,17 @@ void startWithManyDescriptors(benchmark::State& state, Runner run)
 {
     const DescriptorLimit limit(100000);
     state.SetLabel("limit " + std::to_string(limit.now()));
-    measureStarts(state, run, smallCaller);
+    measureStarts(state, run, kSmallCaller);
 }
 
 void startInThreads(benchmark::State& state, Runner run)
 {
     constexpr int startsOfThread = 4;
-    Ballast::resize(smallCaller);
+    Ballast::resize(kSmallCaller);
     const auto work = [run] {
         for (int i = 0; i < startsOfThread; ++i) {
             Lines lines;
-            run(shortCommand, lines);
+            run(kShortCommand, lines);
         }
     };
     for (auto _ : state) {
@@ -332,7 +332,7 @@ void startInThreads(benchmark::State& state, Runner run)
 void measureLines(benchmark::State& state, Runner run, std::int64_t count)
 {
     constexpr std::size_t lineSize = 40; // with its end
-    Ballast::resize(smallCaller);
+    Ballast::resize(kSmallCaller);
     const Words command = {TARNIX_LINE_PRINTER, std::to_string(count)};
     const std::string line(lineSize - 1, 'l');
     for (auto _ : state) {
@@ -363,22 +363,23 @@ const struct Row {
     void (*measure)(benchmark::State& state, Runner run);
     std::size_t peerCount;
     std::vector<std::int64_t> arguments;
-} rows[] = {
-    {"start", start, std::size(peers), {}},
-    {"start_1gib", startFrom1GiB, ownAndRaw, {}},
-    {"start_fds", startWithManyDescriptors, ownAndRaw, {}},
-    {"start_caller", startFromCaller, ownAndRaw, {10, 1024, 4096}},
-    {"threads", startInThreads, ownAndRaw, {1, 10, 100}},
-    {"lines", aMillionLines, std::size(peers), {}},
-    {"lines_growth", someLines, ownAndRaw, {10, 1000, 100000}},
+} kRows[] = {
+    {"start", start, std::size(kPeers), {}},
+    {"start_1gib", startFrom1GiB, kOwnAndRaw, {}},
+    {"start_fds", startWithManyDescriptors, kOwnAndRaw, {}},
+    {"start_caller", startFromCaller, kOwnAndRaw, {10, 1024, 4096}},
+    {"threads", startInThreads, kOwnAndRaw, {1, 10, 100}},
+    {"lines", aMillionLines, std::size(kPeers), {}},
+    {"lines_growth", someLines, kOwnAndRaw, {10, 1000, 100000}},
 };
 
 void registerRows()
 {
-    for (const Row& row : rows) {
+    for (const Row& row : kRows) {
         for (std::size_t i = 0; i < row.peerCount; ++i) {
-            const std::string name = std::string(row.name) + ":" + peers[i].name;
-            auto* benchmark = benchmark::RegisterBenchmark(name.c_str(), row.measure, peers[i].run);
+            const std::string name = std::string(row.name) + ":" + kPeers[i].name;
+            auto* benchmark =
+                benchmark::RegisterBenchmark(name.c_str(), row.measure, kPeers[i].run);
             benchmark->UseRealTime()->Unit(benchmark::kMicrosecond);
             for (const std::int64_t argument : row.arguments) {
                 benchmark->Arg(argument);
@@ -403,7 +404,7 @@ void stateVersions()
                                                     POCO_VERSION >> 8 & 0xFF));
 }
 
-const bool registered = (registerRows(), stateVersions(), true);
+const bool kRegistered = (registerRows(), stateVersions(), true);
 
 } // namespace
 

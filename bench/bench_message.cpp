@@ -60,8 +60,9 @@ UnicodeString formatBare(const UnicodeString& pattern)
 void formatIcu(benchmark::State& state, const wchar_t* text)
 {
     const UnicodeString pattern = CCmnStringTool::tstr2ustr(text);
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(formatBare(pattern));
+    }
 }
 
 // From and to the kind of text that the library takes and gives, by ICU's own conversions.
@@ -83,20 +84,23 @@ tstr formatWide(const tstr& pattern)
 void formatIcuWide(benchmark::State& state, const wchar_t* text)
 {
     const tstr pattern(text);
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(formatWide(pattern));
+    }
 }
 
 void formatTarnix(benchmark::State& state, const wchar_t* text)
 {
     CCmnIcuMessage message(kKey, kArguments, kArgumentCount, tarnix_eseverity{}, "", 0);
     const tstr pattern(text);
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(message.formatMessage(pattern));
+    }
     const tstr result = message.formatMessage(pattern);
     if (result != CCmnStringTool::ustr2tstr(formatBare(CCmnStringTool::tstr2ustr(pattern))) ||
-        result != formatWide(pattern))
+        result != formatWide(pattern)) {
         state.SkipWithError("other text than ICU's");
+    }
 }
 
 BENCHMARK_CAPTURE(formatTarnix, placeholders, kPlaceholders)->Name("format_placeholders:tarnix");
@@ -145,8 +149,9 @@ icu::ResourceBundle openBare()
 void lookUpIcu(benchmark::State& state)
 {
     const icu::ResourceBundle bundle = openBare();
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(lookUpBare(bundle));
+    }
 }
 BENCHMARK(lookUpIcu)->Name("lookup:icu");
 
@@ -158,11 +163,13 @@ void lookUpTarnix(benchmark::State& state)
         manager(true);
     manager.get()->registerFactory(&factory);
     const std::string key = kKey;
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(manager.get()->getMessage(key, nullptr, "de"));
+    }
     const tstr expected = tstr(L"runcmd: ") + CCmnStringTool::ustr2tstr(lookUpBare(openBare()));
-    if (manager.get()->getMessage(key, nullptr, "de") != expected || expected.length() < 20)
+    if (manager.get()->getMessage(key, nullptr, "de") != expected || expected.length() < 20) {
         state.SkipWithError("other text than the bundle's");
+    }
 }
 BENCHMARK(lookUpTarnix)->Name("lookup:tarnix");
 
@@ -192,8 +199,9 @@ std::vector<Formattable> textOf(std::int64_t bytes)
         u"A line of text, for the most part ASCII, with an \u00E4 here....... \n");
     const std::int64_t lines = bytes / (line.length() + 1); // one more in UTF-8
     UnicodeString text;
-    for (std::int64_t i = 0; i < lines; ++i)
+    for (std::int64_t i = 0; i < lines; ++i) {
         text.append(line);
+    }
     return {Formattable(text)};
 }
 
@@ -212,8 +220,9 @@ void appendByHand(std::string& text, const UnicodeString& value)
     const UChar* rest = value.getBuffer();
     for (std::int32_t length = value.length(), units = 0; length > 0; rest += units) {
         units = std::min(length, most);
-        if (units < length && U16_IS_LEAD(rest[units - 1]))
+        if (units < length && U16_IS_LEAD(rest[units - 1])) {
             --units;
+        }
         UErrorCode status = U_ZERO_ERROR;
         std::int32_t written = 0;
         u_strToUTF8(piece, sizeof piece, &written, rest, units, &status);
@@ -276,8 +285,9 @@ public:
             values.emplace_back(type, text.substr(value, at - value));
         }
         auto list = std::make_unique<Formattable[]>(values.size());
-        for (std::size_t i = 0; i < values.size(); ++i)
+        for (std::size_t i = 0; i < values.size(); ++i) {
             convert(values[i].first, values[i].second, list[i]);
+        }
         m_Arguments.adoptArray(list.release(), static_cast<std::int32_t>(values.size()));
     }
 
@@ -293,13 +303,14 @@ public:
 private:
     static void convert(int type, std::string_view text, Formattable& argument)
     {
-        if (type == Formattable::kLong)
+        if (type == Formattable::kLong) {
             argument.setLong(numberAt<std::int32_t>(text, ""));
-        else if (type == Formattable::kDouble)
+        } else if (type == Formattable::kDouble) {
             argument.setDouble(numberAt<double>(text, ""));
-        else
+        } else {
             argument.setString(UnicodeString::fromUTF8(
                 icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size()))));
+        }
     }
 
     std::string m_Id;
@@ -320,11 +331,13 @@ void serializeTarnix(benchmark::State& state, MakeList make)
     const std::vector<Formattable> list = make(state.range(0));
     CCmnIcuMessage message = messageOf(list);
     std::int64_t bytes = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         bytes += message.serialize()->length;
+    }
     state.SetBytesProcessed(bytes);
-    if (message.serialize()->text != writeByHand(list))
+    if (message.serialize()->text != writeByHand(list)) {
         state.SkipWithError("other text than by hand");
+    }
 }
 
 void serializeByHand(benchmark::State& state, MakeList make)
@@ -350,8 +363,9 @@ void deserializeTarnix(benchmark::State& state, MakeList make)
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
-    if (message.serialize()->text != text)
+    if (message.serialize()->text != text) {
         state.SkipWithError("other message than was written");
+    }
 }
 
 void deserializeByHand(benchmark::State& state, MakeList make)
@@ -364,20 +378,23 @@ void deserializeByHand(benchmark::State& state, MakeList make)
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
-    if (!reader.equals(list))
+    if (!reader.equals(list)) {
         state.SkipWithError("other message than was written");
+    }
 }
 
 void counts(benchmark::internal::Benchmark* benchmark)
 {
-    for (const std::int64_t count : {10, 1000, 100'000})
+    for (const std::int64_t count : {10, 1000, 100'000}) {
         benchmark->Arg(count);
+    }
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
-    for (const std::int64_t size : {1 << 10, 1 << 20, 64 << 20})
+    for (const std::int64_t size : {1 << 10, 1 << 20, 64 << 20}) {
         benchmark->Arg(size);
+    }
 }
 
 BENCHMARK_CAPTURE(serializeTarnix, list, listOf)->Name("serialize:tarnix")->Apply(counts);

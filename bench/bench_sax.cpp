@@ -4,14 +4,14 @@
 #include "cmnsaxparser.h"
 
 #include <benchmark/benchmark.h>
-
-#include <memory>
-#include <string>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/util/XercesVersion.hpp>
+
+#include <memory>
+#include <string>
 
 using namespace tarnix_cmn_4_4;
 using xercesc::XMLUni;
@@ -54,8 +54,9 @@ public:
         for (const XMLCh* feature :
              {XMLUni::fgSAX2CoreValidation, XMLUni::fgSAX2CoreNameSpaces, XMLUni::fgXercesSchema,
               XMLUni::fgXercesSchemaFullChecking, XMLUni::fgSAX2CoreNameSpacePrefixes,
-              XMLUni::fgXercesLoadExternalDTD})
+              XMLUni::fgXercesLoadExternalDTD}) {
             m_Reader->setFeature(feature, false);
+        }
         m_Reader->setFeature(XMLUni::fgXercesDisableDefaultEntityResolution, true);
     }
 
@@ -78,8 +79,9 @@ private:
 std::string documentOf(std::int64_t entries, bool hasDeclarations)
 {
     std::string text = "<?xml version='1.0' encoding='UTF-8'?>\n";
-    if (hasDeclarations)
+    if (hasDeclarations) {
         text += "<!DOCTYPE list [<!ENTITY unit 'seconds'><!ATTLIST entry kind CDATA 'plain'>]>\n";
+    }
     text += "<list>\n";
     for (std::int64_t i = 0; i < entries; ++i) {
         text += "  <entry id='" + std::to_string(i) + "'><name>some name of an entry</name>" +
@@ -105,14 +107,16 @@ void parseTarnix(benchmark::State& state, bool hasDeclarations)
         parser.setHandler(&handler);
         parser.parse(text);
         benchmark::DoNotOptimize(handler);
-        if (handler.text().size() != gathered.size())
+        if (handler.text().size() != gathered.size()) {
             gathered = handler.text();
+        }
     }
     count(state, text.size());
     BareGatherer other;
     BareReader().parse(text, other);
-    if (gathered != other.text())
+    if (gathered != other.text()) {
         state.SkipWithError("other text than the bare reader's");
+    }
 }
 
 void parseBare(benchmark::State& state, bool hasDeclarations)

@@ -8,7 +8,9 @@
 
 #include <benchmark/benchmark.h>
 #include <boost/version.hpp>
+
 #include <gnu/libc-version.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <array>
@@ -17,7 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <malloc.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,13 +30,13 @@ namespace
 
 // ---- Scanning and printing ---------------------------------------------------------------------
 
-constexpr int idSize = 1024;
-constexpr int intSize = sizeof(int);
+constexpr int kIdSize = 1024;
+constexpr int kIntSize = sizeof(int);
 
 struct Header {
     int fields;
     int severity;
-    char id[idSize];
+    char id[kIdSize];
 };
 
 bool operator==(const Header& left, const Header& right)
@@ -63,7 +64,7 @@ bool operator==(const Numbers& left, const Numbers& right)
 // glibc's counterpart of a size is the width.
 void addScans()
 {
-    Row("sscanf_header", none,
+    Row("sscanf_header", kNone,
         always("<SERIALIZED_MESSAGE MSGID=TARNIX_EXEC_PIPE_CMD_FAILED SEVERITY=3>\n"), "glibc",
         [](const std::string& text) {
             Header header;
@@ -75,10 +76,11 @@ void addScans()
         .add("tarnix", [](const std::string& text) {
             Header header;
             header.fields = TX_sscanf(text.c_str(), "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>",
-                                      header.id, idSize, &header.severity, intSize);
+                                      header.id, kIdSize, &header.severity, kIntSize);
             return header;
         });
-    Row("sscanf_argument", none, always("<ARGVALUE INDEX=12 TYPE=3>make all</ARGVALUE>\n"), "glibc",
+    Row("sscanf_argument", kNone, always("<ARGVALUE INDEX=12 TYPE=3>make all</ARGVALUE>\n"),
+        "glibc",
         [](const std::string& text) {
             Argument argument;
             argument[0] = std::sscanf(text.c_str(), "<ARGVALUE INDEX=%d TYPE=%d>", &argument[1],
@@ -88,17 +90,17 @@ void addScans()
         .add("tarnix", [](const std::string& text) {
             Argument argument;
             argument[0] = TX_sscanf(text.c_str(), "<ARGVALUE INDEX=%d TYPE=%d>", &argument[1],
-                                    intSize, &argument[2], intSize);
+                                    kIntSize, &argument[2], kIntSize);
             return argument;
         });
-    Row("sscanf_level", none, always(" 3\n"), "glibc", [](const std::string& text) {
+    Row("sscanf_level", kNone, always(" 3\n"), "glibc", [](const std::string& text) {
         int level = 0;
         return std::sscanf(text.c_str(), "%d", &level) == 1 ? level : -1;
     }).add("tarnix", [](const std::string& text) {
         int level = 0;
-        return TX_sscanf(text.c_str(), "%d", &level, intSize) == 1 ? level : -1;
+        return TX_sscanf(text.c_str(), "%d", &level, kIntSize) == 1 ? level : -1;
     });
-    Row("sscanf_numbers", none, always("-12345 4000000000 1234567890123456789 0x7fff"), "glibc",
+    Row("sscanf_numbers", kNone, always("-12345 4000000000 1234567890123456789 0x7fff"), "glibc",
         [](const std::string& text) {
             Numbers numbers;
             numbers.fields = std::sscanf(text.c_str(), "%d %u %lld %x", &numbers.first,
@@ -107,9 +109,9 @@ void addScans()
         })
         .add("tarnix", [](const std::string& text) {
             Numbers numbers;
-            numbers.fields = TX_sscanf(text.c_str(), "%d %u %lld %x", &numbers.first, intSize,
-                                       &numbers.second, intSize, &numbers.third, intSize,
-                                       &numbers.fourth, intSize); // the sizes have no effect
+            numbers.fields = TX_sscanf(text.c_str(), "%d %u %lld %x", &numbers.first, kIntSize,
+                                       &numbers.second, kIntSize, &numbers.third, kIntSize,
+                                       &numbers.fourth, kIntSize); // the sizes have no effect
             return numbers;
         });
 }
@@ -135,16 +137,16 @@ void addReader(const std::string& name, Reader<Number> glibc, Reader<Number> tar
                 return *end == '\0' ? number : 0;
             };
         };
-        Row(name + '_' + sample.name, none, always(sample.text), "glibc", call(glibc))
+        Row(name + '_' + sample.name, kNone, always(sample.text), "glibc", call(glibc))
             .add("tarnix", call(tarnix));
     }
 }
 
-constexpr std::size_t printSize = 128;
+constexpr std::size_t kPrintSize = 128;
 
 struct Printed {
     int length;
-    char text[printSize];
+    char text[kPrintSize];
 };
 
 bool operator==(const Printed& left, const Printed& right)
@@ -156,7 +158,7 @@ bool operator==(const Printed& left, const Printed& right)
 template <class... Arguments>
 void addPrint(const char* name, const char* format, Arguments... arguments)
 {
-    Row(std::string("snprintf_") + name, none, always(format), "glibc",
+    Row(std::string("snprintf_") + name, kNone, always(format), "glibc",
         [=](const std::string& copy) {
             Printed printed;
             printed.length =
@@ -190,19 +192,19 @@ auto numberMaker(Number number)
 
 void addNumbers()
 {
-    Row("int2str", none, numberMaker(-12345), "std", toChars<int>).add("tarnix", [](int number) {
+    Row("int2str", kNone, numberMaker(-12345), "std", toChars<int>).add("tarnix", [](int number) {
         return CCmnStringTool::int2str(number);
     });
-    Row("int2str_64", none, numberMaker(std::int64_t{-1234567890123456789}), "std",
+    Row("int2str_64", kNone, numberMaker(std::int64_t{-1234567890123456789}), "std",
         toChars<std::int64_t>)
         .add("tarnix", [](std::int64_t number) { return CCmnStringTool::int2str(number); });
-    Row("uint2str_64", none, numberMaker(std::uint64_t{12345678901234567890U}), "std",
+    Row("uint2str_64", kNone, numberMaker(std::uint64_t{12345678901234567890U}), "std",
         toChars<std::uint64_t>)
         .add("tarnix", [](std::uint64_t number) { return CCmnStringTool::uint2str(number); });
-    Row("int2wstr", none, numberMaker(-12345), "std", [](int number) {
+    Row("int2wstr", kNone, numberMaker(-12345), "std", [](int number) {
         return std::to_wstring(number);
     }).add("tarnix", [](int number) { return CCmnStringTool::int2wstr(number); });
-    Row("double2str", none, numberMaker(1234.5678), "glibc", [](double number) {
+    Row("double2str", kNone, numberMaker(1234.5678), "glibc", [](double number) {
         char digits[64];
         return std::string(
             digits, static_cast<std::size_t>(std::snprintf(digits, sizeof digits, "%g", number)));
@@ -214,11 +216,11 @@ void addNumbers()
 template <class MakeText>
 void addUtf8(const std::string& kind, MakeText makeText)
 {
-    Row("str2ustr_" + kind, shortAndLong, makeText, "icu", icuFromUtf8<true>)
+    Row("str2ustr_" + kind, kShortAndLong, makeText, "icu", icuFromUtf8<true>)
         .add("tarnix", [](const std::string& text) { return CCmnStringTool::str2ustr(text); })
         .add("icu_uncut", icuFromUtf8<false>);
     Row(
-        "ustr2str_" + kind, shortAndLong,
+        "ustr2str_" + kind, kShortAndLong,
         [makeText](std::size_t size) { return icuFromUtf8<true>(makeText(size)); }, "icu",
         icuToUtf8<true>)
         .add("tarnix",
@@ -231,17 +233,17 @@ void addUtf8(const std::string& kind, MakeText makeText)
 template <class MakeText>
 void addLocale(const std::string& kind, const char* locale, MakeText makeText)
 {
-    Row("str2wstr_" + kind, shortAndLong, makeText, "glibc", onePassToWide, locale)
+    Row("str2wstr_" + kind, kShortAndLong, makeText, "glibc", onePassToWide, locale)
         .add("tarnix", [](const std::string& text) { return CCmnStringTool::str2wstr(text); });
-    Row("str2tstr_" + kind, shortAndLong, makeText, "glibc", onePassToTstr, locale)
+    Row("str2tstr_" + kind, kShortAndLong, makeText, "glibc", onePassToTstr, locale)
         .add("tarnix", [](const std::string& text) { return CCmnStringTool::str2tstr(text); });
     Row(
-        "wstr2str_" + kind, shortAndLong,
+        "wstr2str_" + kind, kShortAndLong,
         [makeText](std::size_t size) { return onePassToWide(makeText(size)); }, "glibc",
         [](const std::wstring& text) { return onePassToNarrow(text.c_str(), text.size()); }, locale)
         .add("tarnix", [](const std::wstring& text) { return CCmnStringTool::wstr2str(text); });
     Row(
-        "tstr2str_" + kind, shortAndLong,
+        "tstr2str_" + kind, kShortAndLong,
         [makeText](std::size_t size) { return onePassToTstr(makeText(size)); }, "glibc",
         [](const tstr& text) { return onePassToNarrow(text.c_str(), text.length()); }, locale)
         .add("tarnix", [](const tstr& text) { return CCmnStringTool::tstr2str(text); });
@@ -249,23 +251,24 @@ void addLocale(const std::string& kind, const char* locale, MakeText makeText)
 
 // ---- Search and replace ------------------------------------------------------------------------
 
-constexpr std::string_view searchText = "{name}";
-constexpr std::string_view replacementText = "runcmd";
+constexpr std::string_view kSearchText = "{name}";
+constexpr std::string_view kReplacementText = "runcmd";
 
 // A text with `count` matches that are `distance` bytes apart.
 std::string textWithMatches(std::size_t count, std::size_t distance)
 {
     std::string text;
-    for (std::size_t i = 0; i < count; ++i)
-        text.append(asciiText(distance - searchText.size())).append(searchText);
+    for (std::size_t i = 0; i < count; ++i) {
+        text.append(asciiText(distance - kSearchText.size())).append(kSearchText);
+    }
     return text;
 }
 
 template <class MakeText>
 void addReplace(const std::string& name, const Sizes& sizes, MakeText makeText)
 {
-    static const std::string search(searchText);
-    static const std::string replacement(replacementText);
+    static const std::string search(kSearchText);
+    static const std::string replacement(kReplacementText);
     Row(name, sizes, makeText, "std",
         [](const std::string& text) { return replaceByFind(text, search, replacement); })
         .add("tarnix",
@@ -285,7 +288,7 @@ void addReplaces()
                [](std::size_t size) { return textWithMatches(size / 16, 16); });
     addReplace("searchreplace_short", {64},
                [](std::size_t size) { return textWithMatches(2, size / 2); });
-    addReplace("searchreplace_growth", growth,
+    addReplace("searchreplace_growth", kGrowth,
                [](std::size_t count) { return textWithMatches(count, 32); });
 }
 
@@ -341,7 +344,7 @@ void addTokens()
             .add("boost", splitByBoost);
     };
     add("tokenize", {4});
-    add("tokenize_growth", growth);
+    add("tokenize_growth", kGrowth);
 }
 
 // Two texts that differ in the case of all letters.
@@ -354,16 +357,16 @@ struct Pair {
 template <class String, class MakeText>
 void addLetters(const std::string& kind, MakeText makeText)
 {
-    Row("tostrlower_" + kind, shortAndLong, makeText, "std", lowerByHand<String>, utf8Locale)
+    Row("tostrlower_" + kind, kShortAndLong, makeText, "std", lowerByHand<String>, kUtf8Locale)
         .add("tarnix", [](const String& text) { return CCmnStringTool::tostrlower(text); });
     Row(
-        "compare_no_case_" + kind, shortAndLong,
+        "compare_no_case_" + kind, kShortAndLong,
         [makeText](std::size_t size) {
             return Pair<String>{CCmnStringTool::tostrupper(makeText(size)),
                                 lowerByHand<String>(makeText(size))};
         },
         "std", [](const Pair<String>& pair) { return equalByHand<String>(pair.left, pair.right); },
-        utf8Locale)
+        kUtf8Locale)
         .add("tarnix",
              [](const Pair<String>& pair) {
                  return CCmnStringTool::CompareNoCase(pair.left, pair.right);
@@ -382,8 +385,8 @@ void addRows()
     addNumbers();
     addUtf8("ascii", asciiText);
     addUtf8("mixed", mixedText);
-    addLocale("ascii", utf8Locale, asciiText);
-    addLocale("mixed", utf8Locale, mixedText);
+    addLocale("ascii", kUtf8Locale, asciiText);
+    addLocale("mixed", kUtf8Locale, mixedText);
     addLocale("c", "C", asciiText);
     addReplaces();
     addXml("prose", proseText);
@@ -400,8 +403,8 @@ int main(int argc, char** argv)
 {
     // Results of 256 KiB stay on the heap. Left to itself the allocator asks the system for some of
     // them and not for others, as other rows left it, and the page faults hide the work.
-    mallopt(M_MMAP_THRESHOLD, 1 << 30);
-    mallopt(M_TRIM_THRESHOLD, 1 << 30);
+    ::mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
     benchmark::AddCustomContext("peer glibc", gnu_get_libc_version());
     benchmark::AddCustomContext("peer ICU", U_ICU_VERSION);
     benchmark::AddCustomContext("peer Boost", BOOST_LIB_VERSION);

@@ -10,22 +10,23 @@
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <string>
-#include <unistd.h>
 
 using namespace tarnix_cmn_4_4;
 
 namespace
 {
 
-const bool addedContext = [] {
+const bool kAddedContext = [] {
     benchmark::AddCustomContext("peer spdlog", std::to_string(SPDLOG_VER_MAJOR) + "." +
                                                    std::to_string(SPDLOG_VER_MINOR) + "." +
                                                    std::to_string(SPDLOG_VER_PATCH));
@@ -52,9 +53,9 @@ constexpr const char* kName = "pipe";
 void printTime(char (&text)[64])
 {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    ::clock_gettime(CLOCK_REALTIME, &now);
     tm parts;
-    localtime_r(&now.tv_sec, &parts);
+    ::localtime_r(&now.tv_sec, &parts);
     const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
     std::snprintf(text + length, sizeof text - length, ".%06ld", now.tv_nsec / 1000);
 }
@@ -66,12 +67,14 @@ void writeRaw(const std::string& path, int number)
     char line[1200];
     const int length = std::snprintf(line, sizeof line, "%s Reading from %s failed with %d\n", time,
                                      kName, number);
-    const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (file < 0)
+    const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0) {
         return;
-    if (write(file, line, static_cast<std::size_t>(length)) != length)
+    }
+    if (::write(file, line, static_cast<std::size_t>(length)) != length) {
         std::abort();
-    close(file);
+    }
+    ::close(file);
 }
 
 void writeStdio(const std::string& path, int number)
@@ -79,8 +82,9 @@ void writeStdio(const std::string& path, int number)
     char time[64];
     printTime(time);
     std::FILE* const file = std::fopen(path.c_str(), "ae");
-    if (!file)
+    if (file == nullptr) {
         return;
+    }
     std::fprintf(file, "%s Reading from %s failed with %d\n", time, kName, number);
     std::fclose(file);
 }
@@ -98,8 +102,9 @@ void lines(benchmark::State& state, const Place& place, const Write& write)
         return;
     }
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         write(++number);
+    }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
 }
 
@@ -124,10 +129,12 @@ void dropped(benchmark::State& state)
     const Place place;
     Log log(place);
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         log->trace(2, "Reading from %s failed with %d", kName, ++number);
-    if (std::filesystem::file_size(place.file("trace")) != 0)
+    }
+    if (std::filesystem::file_size(place.file("trace")) != 0) {
         state.SkipWithError("not dropped");
+    }
 }
 
 void droppedBySpdlog(benchmark::State& state)
@@ -135,8 +142,9 @@ void droppedBySpdlog(benchmark::State& state)
     spdlog::logger log("t", std::make_shared<spdlog::sinks::null_sink_st>());
     log.set_level(spdlog::level::warn);
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         log.info("Reading from {} failed with {}", kName, ++number);
+    }
 }
 
 // The level looked up for each line.
@@ -151,8 +159,9 @@ void droppedByAce(benchmark::State& state)
     }
     for (auto _ : state) {
         unsigned int level = 0;
-        if (heap.open_section(heap.root_section(), "TRACE", true, section) == 0)
+        if (heap.open_section(heap.root_section(), "TRACE", true, section) == 0) {
             heap.get_integer_value(section, "LEVEL", level);
+        }
         benchmark::DoNotOptimize(level);
     }
 }

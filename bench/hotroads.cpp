@@ -9,12 +9,13 @@
 #include "cmntracelog.h"
 #include "place.h"
 
+#include <valgrind/callgrind.h>
+
 #include <cstdio>
 #include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
-#include <valgrind/callgrind.h>
 #include <vector>
 
 using namespace tarnix_cmn_4_4;
@@ -33,16 +34,18 @@ int counted(int times, Walk walk)
 {
     walk(); // what only the first walk does is not counted
     mark();
-    for (int i = 0; i < times; ++i)
+    for (int i = 0; i < times; ++i) {
         walk();
+    }
     mark();
     return times;
 }
 
 void require(bool holds, const char* what)
 {
-    if (!holds)
+    if (!holds) {
         throw std::runtime_error(what);
+    }
 }
 
 int traceLines(int level, int times)
@@ -124,7 +127,7 @@ int digest()
     });
 }
 
-const std::map<std::string, std::function<int()>> roads = {
+const std::map<std::string, std::function<int()>> kRoads = {
     {"trace_dropped", traceDropped},   {"trace_written", traceWritten},
     {"output_line", outputLine},       {"lookup", lookUp},
     {"format_message", formatMessage}, {"scan_header", scanHeader},
@@ -135,10 +138,11 @@ const std::map<std::string, std::function<int()>> roads = {
 
 int main(int argc, char** argv)
 {
-    const auto road = roads.find(argc > 1 ? argv[1] : "");
-    if (road == roads.end()) {
-        for (const auto& known : roads)
+    const auto road = kRoads.find(argc > 1 ? argv[1] : "");
+    if (road == kRoads.end()) {
+        for (const auto& known : kRoads) {
             std::printf("%s\n", known.first.c_str());
+        }
         return argc > 1 ? 2 : 0;
     }
     try {

@@ -1,8 +1,9 @@
 // Prints a number of lines of 40 bytes as fast as a pipe takes them.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 int main(int argc, char** argv)
 {
@@ -17,7 +18,7 @@ int main(int argc, char** argv)
         std::size_t done = 0;
         while (done < static_cast<std::size_t>(now) * 40) {
             const ssize_t written =
-                write(1, block.data() + done, static_cast<std::size_t>(now) * 40 - done);
+                ::write(1, block.data() + done, static_cast<std::size_t>(now) * 40 - done);
             if (written <= 0) {
                 return 1;
             }

@@ -19,8 +19,9 @@ public:
     explicit Place(const std::string& product = "")
     {
         std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
-        if (!mkdtemp(name.data()))
+        if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("no directory for what is written");
+        }
         m_Path = name + "/";
         std::filesystem::create_directory(m_Path + "Logs");
         std::filesystem::create_directory(m_Path + "ConfigFiles");

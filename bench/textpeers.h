@@ -54,12 +54,13 @@ inline std::string icuToUtf8(const icu::UnicodeString& text)
     u_strToUTF8(result.data(), static_cast<std::int32_t>(result.size()), &written, text.getBuffer(),
                 text.length(), &status);
     result.resize(U_SUCCESS(status) ? static_cast<std::size_t>(written) : 0);
-    if (upToTerminator)
+    if (upToTerminator) {
         result.resize(std::strlen(result.c_str()));
+    }
     return result;
 }
 
-constexpr auto conversionFailed = static_cast<std::size_t>(-1);
+constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
 
 // One pass of mbstowcs or wcstombs into room for the worst case, straight into the result if that
 // can be done.
@@ -67,7 +68,7 @@ inline std::wstring onePassToWide(const std::string& text)
 {
     std::wstring result(text.size(), L'\0');
     const std::size_t written = std::mbstowcs(result.data(), text.c_str(), result.size());
-    result.resize(written == conversionFailed ? 0 : written);
+    result.resize(written == kConversionFailed ? 0 : written);
     return result;
 }
 
@@ -76,7 +77,7 @@ inline std::string onePassToNarrow(const wchar_t* text, std::size_t length)
     const std::size_t room = length * MB_CUR_MAX + 1;
     const std::unique_ptr<char[]> buffer(new char[room]); // not cleared
     const std::size_t written = std::wcstombs(buffer.get(), text, room);
-    return written == conversionFailed ? std::string() : std::string(buffer.get(), written);
+    return written == kConversionFailed ? std::string() : std::string(buffer.get(), written);
 }
 
 inline tstr onePassToTstr(const std::string& text)
@@ -84,7 +85,7 @@ inline tstr onePassToTstr(const std::string& text)
     const std::size_t room = text.size() + 1;
     const std::unique_ptr<wchar_t[]> buffer(new wchar_t[room]);
     const std::size_t written = std::mbstowcs(buffer.get(), text.c_str(), room);
-    return written == conversionFailed ? tstr() : tstr(buffer.get(), written);
+    return written == kConversionFailed ? tstr() : tstr(buffer.get(), written);
 }
 
 inline std::string replaceByFind(const std::string& text, const std::string& search,
@@ -95,8 +96,9 @@ inline std::string replaceByFind(const std::string& text, const std::string& sea
     std::size_t start = 0;
     for (;;) {
         const std::size_t place = text.find(search, start);
-        if (place == std::string::npos)
+        if (place == std::string::npos) {
             return result.append(text, start, std::string::npos);
+        }
         result.append(text, start, place - start).append(replacement);
         start = place + search.size();
     }
@@ -107,7 +109,7 @@ struct Reference {
     std::string_view text;
 };
 
-constexpr Reference references[] = {
+constexpr Reference kReferences[] = {
     {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
 
 inline std::string escapeByFind(const std::string& text)
@@ -117,12 +119,14 @@ inline std::string escapeByFind(const std::string& text)
     std::size_t start = 0;
     for (;;) {
         const std::size_t place = text.find_first_of("&<>\"'", start);
-        if (place == std::string::npos)
+        if (place == std::string::npos) {
             return result.append(text, start, std::string::npos);
+        }
         result.append(text, start, place - start);
-        for (const Reference& reference : references) {
-            if (reference.character == text[place])
+        for (const Reference& reference : kReferences) {
+            if (reference.character == text[place]) {
                 result.append(reference.text);
+            }
         }
         start = place + 1;
     }
@@ -158,8 +162,9 @@ inline std::string escapeByCharacter(const std::string& text)
 
 inline std::string escapeByBoost(std::string text)
 {
-    for (const Reference& reference : references)
+    for (const Reference& reference : kReferences) {
         boost::replace_all(text, std::string_view(&reference.character, 1), reference.text);
+    }
     return text;
 }
 
@@ -170,14 +175,15 @@ inline std::string unescapeByFind(const std::string& text)
     std::size_t start = 0;
     for (;;) {
         const std::size_t place = text.find('&', start);
-        if (place == std::string::npos)
+        if (place == std::string::npos) {
             return result.append(text, start, std::string::npos);
+        }
         result.append(text, start, place - start);
         const auto* const found =
-            std::find_if(std::begin(references), std::end(references), [&](const Reference& one) {
+            std::find_if(std::begin(kReferences), std::end(kReferences), [&](const Reference& one) {
                 return text.compare(place, one.text.size(), one.text) == 0;
             });
-        const bool known = found != std::end(references);
+        const bool known = found != std::end(kReferences);
         result += known ? found->character : '&';
         start = place + (known ? found->text.size() : 1);
     }
@@ -185,8 +191,10 @@ inline std::string unescapeByFind(const std::string& text)
 
 inline std::string unescapeByBoost(std::string text)
 {
-    for (auto reference = std::rbegin(references); reference != std::rend(references); ++reference)
+    for (auto reference = std::rbegin(kReferences); reference != std::rend(kReferences);
+         ++reference) {
         boost::replace_all(text, reference->text, std::string_view(&reference->character, 1));
+    }
     return text;
 }
 
@@ -197,8 +205,9 @@ inline std::vector<std::string> splitByFind(const std::string& text)
     std::size_t end = 0;
     for (;;) {
         const std::size_t start = text.find_first_not_of(delimiters, end);
-        if (start == std::string::npos)
+        if (start == std::string::npos) {
             return tokens;
+        }
         end = std::min(text.find_first_of(delimiters, start), text.size());
         tokens.push_back(text.substr(start, end - start));
     }
@@ -225,8 +234,9 @@ inline wchar_t lowerOf(wchar_t c)
 template <class String>
 String lowerByHand(String text)
 {
-    for (auto& c : text)
+    for (auto& c : text) {
         c = lowerOf(c);
+    }
     return text;
 }
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-inline constexpr const char* utf8Locale = "C.UTF-8";
+inline constexpr const char* kUtf8Locale = "C.UTF-8";
 
 // The locale of one benchmark: those of all rows run mixed up in one process.
 class LocaleScope
@@ -30,9 +30,9 @@ private:
 
 using Sizes = std::vector<std::int64_t>;
 
-inline const Sizes none = {};
-inline const Sizes shortAndLong = {20, 64 * 1024};
-inline const Sizes growth = {10, 100, 1000, 10000, 100000};
+inline const Sizes kNone = {};
+inline const Sizes kShortAndLong = {20, 64 * 1024};
+inline const Sizes kGrowth = {10, 100, 1000, 10000, 100000};
 
 // One row: the calls of the library and of its peers, each of them a function of the same input
 // whose result must be the base peer's.

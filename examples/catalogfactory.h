@@ -8,8 +8,9 @@
 #include "cmnmsgcatalogmgr.h"
 #include "cmnstringtool.h"
 
-#include <string>
 #include <unicode/locid.h>
+
+#include <string>
 
 class CatalogFactory : public tarnix_cmn_4_4::CCmnMessageCatalogFactory
 {

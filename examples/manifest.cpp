@@ -3,6 +3,8 @@
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 
+#include <xercesc/sax2/Attributes.hpp>
+
 #include <clocale>
 #include <cstdint>
 #include <filesystem>
@@ -11,14 +13,13 @@
 #include <iterator>
 #include <map>
 #include <string>
-#include <xercesc/sax2/Attributes.hpp>
 
 using namespace tarnix_cmn_4_4;
 
 namespace
 {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: manifest DIRECTORY/ <manifest.xml\n"
     "Standard input lists the files that the directory should hold, digests in small letters:\n"
     "  <files><file name='a.txt' md5='900150983cd24fb0d6963f7d28e17f72'/></files>\n"
@@ -90,7 +91,7 @@ int main(int argc, char** argv)
 {
     std::setlocale(LC_CTYPE, ""); // by which names are told
     if (argc != 2) {
-        std::cerr << usage;
+        std::cerr << kUsage;
         return 2;
     }
     ManifestHandler handler;

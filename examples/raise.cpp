@@ -14,7 +14,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: raise [--severity N] ID [TYPE=VALUE]...\n"
     "  TYPE is text (UTF-8), int (32 bits), double, or date (milliseconds since 1970)\n"
     "A message without arguments has the empty text.\n";
@@ -78,7 +78,7 @@ int main(int argc, char** argv)
         good = addArgument(argv[i], arguments) && good;
     }
     if (!good || *id == '\0' || std::strpbrk(id, " \t\n\r\v\f") != nullptr) {
-        std::cerr << usage;
+        std::cerr << kUsage;
         return 2;
     }
     CCmnIcuMessage message(id, arguments.data(), static_cast<int>(arguments.size()),

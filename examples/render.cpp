@@ -14,7 +14,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: render [--lang L] [--catalog NAME] [--registry FILE]\n"
     "  --lang L         language of the reader, as ICU names it (default: root)\n"
     "  --catalog NAME   the catalog to look in (default: runcmd)\n"
@@ -70,7 +70,7 @@ int main(int argc, char** argv)
     std::setlocale(LC_CTYPE, "");
     Options options;
     if (!readOptions(argc, argv, options)) {
-        std::cerr << usage;
+        std::cerr << kUsage;
         return 2;
     }
     setLanguage(options.language);

@@ -21,7 +21,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: runcmd [--timeout S] [--dir D] [--trace NAME] [--user U --password-file F]\n"
     "              [--lang L] [--registry FILE] [--rights FILE] -- COMMAND...\n"
     "  --timeout S      longest wait for the next byte of output, in seconds (default 60)\n"
@@ -202,7 +202,7 @@ int main(int argc, char** argv)
     std::setlocale(LC_MESSAGES, "");
     Options options;
     if (!readOptions(argc, argv, options)) {
-        std::cerr << usage;
+        std::cerr << kUsage;
         return 2;
     }
     CCmnExecPipeWindows runner;

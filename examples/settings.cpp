@@ -12,7 +12,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: settings DIRECTORY/ FILE [SECTION NAME VALUE]...\n"
     "Takes the values given as defaults, merges the file over them, shows the outcome and writes\n"
     "it back to the file.\n";
@@ -79,7 +79,7 @@ int main(int argc, char** argv)
     std::wstring directory;
     std::wstring file;
     if (argc < 3 || argc % 3 != 0 || !widen(argv[1], directory) || !widen(argv[2], file)) {
-        std::cerr << usage;
+        std::cerr << kUsage;
         return 2;
     }
     CCmnConfiguration settings;

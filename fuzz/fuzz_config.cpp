@@ -8,6 +8,7 @@
 #include "scratch.h"
 
 #include <ace/Configuration_Import_Export.h>
+
 #include <set>
 
 using namespace tarnix_cmn_4_4;

@@ -4,9 +4,10 @@
 #include "cmnsaxparser.h"
 #include "fuzzinput.h"
 
-#include <clocale>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/XMLString.hpp>
+
+#include <clocale>
 
 using namespace tarnix_cmn_4_4;
 

@@ -10,8 +10,9 @@
 #include "refusal.h"
 #include "scratch.h"
 
-#include <set>
 #include <xercesc/util/OutOfMemoryException.hpp>
+
+#include <set>
 
 using namespace tarnix_cmn_4_4;
 template <class Object>

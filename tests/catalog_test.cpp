@@ -3,8 +3,9 @@
 #include "cmnstringtool.h"
 #include "scratch.h"
 
-#include <malloc.h>
 #include <unicode/locid.h>
+
+#include <malloc.h>
 
 using namespace tarnix_cmn_4_4;
 

@@ -2,9 +2,10 @@
 #include "cmnconfiguration.h"
 #include "scratch.h"
 
+#include <sys/xattr.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <sys/xattr.h>
 
 using namespace tarnix_cmn_4_4;
 

@@ -3,9 +3,10 @@
 #include "processstate.h"
 #include "scratch.h"
 
-#include <csignal>
 #include <fcntl.h>
 #include <sys/prctl.h>
+
+#include <csignal>
 
 using namespace tarnix_cmn_4_4;
 

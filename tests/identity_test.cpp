@@ -2,9 +2,10 @@
 // account files is the test's own: nothing of the machine is touched.
 #include "processstate.h"
 
-#include <csignal>
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <csignal>
 
 // PAM loads and unloads its modules for each logon. The loader's own lock is not seen by the thread
 // sanitizer, which then takes two of these for a race.

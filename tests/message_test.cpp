@@ -4,9 +4,10 @@
 #include "cmnstringtool.h"
 #include "scratch.h"
 
+#include <unicode/locid.h>
+
 #include <algorithm>
 #include <clocale>
-#include <unicode/locid.h>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;

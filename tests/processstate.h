@@ -6,13 +6,14 @@
 #include "cmnexecpipewindows.h"
 #include "scratch.h"
 
-#include <cerrno>
-#include <cstring>
-#include <functional>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
 
 using Lines = std::vector<std::string>;
 

@@ -1,9 +1,10 @@
 // See refusal.h.
 #include "refusal.h"
 
+#include <unicode/uclean.h>
+
 #include <cstdlib>
 #include <new>
-#include <unicode/uclean.h>
 
 namespace
 {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 Script script;
-tarnix_platform::FastSlot tarnix_platform::g_fastSlots[tarnix_platform::maxHandles];
+tarnix_platform::FastSlot tarnix_platform::g_fastSlots[tarnix_platform::kMaxHandles];
 
 namespace
 {

@@ -1,6 +1,5 @@
 // The text toolbox where the fuzzers do not go, and where they cannot know what is right.
 #include "cmnstringtool.h"
-
 #include "scratch.h"
 
 #include <climits>

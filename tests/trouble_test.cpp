@@ -4,10 +4,11 @@
 #include "processstate.h"
 
 #include <grp.h>
-#include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+
+#include <set>
 
 static long g_daysBack = 0; // from then on one more with each look at the clock
 

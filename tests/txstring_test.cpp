@@ -2,9 +2,10 @@
 // they differ from the standard's. Where they agree with it, the fuzzers compare them.
 #include "TX_strings.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <functional>
-#include <gtest/gtest.h>
 #include <string>
 #include <tuple>
 #include <vector>

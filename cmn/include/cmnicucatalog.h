@@ -7,9 +7,10 @@
 #include "cmnrefcount.h"
 #include "cmntypes.h"
 
+#include <unicode/resbund.h>
+
 #include <memory>
 #include <string>
-#include <unicode/resbund.h>
 
 namespace tarnix_cmn_4_4
 {

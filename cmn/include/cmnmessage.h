@@ -8,9 +8,10 @@
 #include "cmnrefcount.h"
 #include "cmntypes.h"
 
+#include <unicode/fmtable.h>
+
 #include <cstdint>
 #include <string>
-#include <unicode/fmtable.h>
 
 /// The values are those of the components that raise messages. The library tests none: all 32 bits
 /// pass through unchanged.

@@ -6,9 +6,10 @@
 
 #include "cmnexport.h"
 
-#include <string>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
+
+#include <string>
 
 namespace tarnix_cmn_4_4
 {

@@ -5,10 +5,11 @@
 
 #include "cmnexport.h"
 
-#include <string>
-#include <vector>
 #include <xercesc/sax2/DefaultHandler.hpp>
 #include <xercesc/sax2/SAX2XMLReader.hpp>
+
+#include <string>
+#include <vector>
 
 namespace tarnix_cmn_4_4
 {

@@ -52,15 +52,17 @@ public:
     /// Empty, or with `create` the holder of what A::allocate gives, which may be null.
     explicit CCmnSmartPtr(bool create = false)
     {
-        if (create)
+        if (create) {
             assign(A::allocate());
+        }
     }
 
     /// One reference more; the object is shared.
     CCmnSmartPtr(const CCmnSmartPtr& other) : m_Object(other.m_Object)
     {
-        if (m_Object)
+        if (m_Object != nullptr) {
             m_Object->addRef();
+        }
     }
 
     ~CCmnSmartPtr() { release(); }
@@ -68,8 +70,9 @@ public:
     /// Lets go of the object that is held and shares the other's.
     CCmnSmartPtr& operator=(const CCmnSmartPtr& other)
     {
-        if (this != &other)
+        if (this != &other) {
             assign(other.m_Object);
+        }
         return *this;
     }
 
@@ -81,15 +84,16 @@ public:
     {
         const int left = release();
         m_Object = object;
-        return m_Object ? m_Object->addRef() : left;
+        return m_Object != nullptr ? m_Object->addRef() : left;
     }
 
     /// Lets go of the object and is empty then. Returns the count left, 0 when the object has been
     /// destroyed, -1 when the pointer was empty.
     int release()
     {
-        if (!m_Object)
+        if (m_Object == nullptr) {
             return -1;
+        }
         T* const object = m_Object;
         const int left = object->release();
         if (left == 0) {

@@ -7,10 +7,11 @@
 #include "cmnexport.h"
 #include "cmntypes.h"
 
+#include <unicode/unistr.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <unicode/unistr.h>
 #include <vector>
 
 namespace tarnix_cmn_4_4

@@ -37,12 +37,14 @@ constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importCo
 // does not tell.
 void grow(std::vector<tstr>& texts)
 {
-    if (texts.size() < texts.capacity())
+    if (texts.size() < texts.capacity()) {
         return;
+    }
     std::vector<tstr> grown;
     grown.reserve(2 * texts.size() + 8);
-    for (tstr& text : texts)
+    for (tstr& text : texts) {
         grown.emplace_back().swap(text);
+    }
     texts.swap(grown);
 }
 
@@ -56,19 +58,21 @@ CCmnConfiguration::CCmnConfiguration()
 CCmnConfiguration::CCmnConfiguration(const wchar_t* path, const wchar_t* file, bool import)
 {
     openHeap();
-    if (import)
+    if (import) {
         importConfig(path, file);
-    else
+    } else {
         setFile(path, file);
+    }
 }
 
 void CCmnConfiguration::openHeap()
 {
     const int code = m_Heap.open(kMapSize);
     m_Opened = code == 0;
-    if (!m_Opened)
+    if (!m_Opened) {
         m_LastError.setError(
             failure(code, L"Failed to open configuration heap", __LINE__, kConstructor));
+    }
 }
 
 void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
@@ -91,8 +95,9 @@ int CCmnConfiguration::verifyFile()
 {
     const std::size_t length = m_Path.length();
     const int missingFile = CCmnPathTool::verify(m_FullPath.c_str());
-    if (missingFile == 0 && length > 0 && m_Path[length - 1] == L'/')
+    if (missingFile == 0 && length > 0 && m_Path[length - 1] == L'/') {
         return 0;
+    }
     if (const int code = CCmnPathTool::verify(m_Path.c_str())) {
         m_LastError.setError(
             failure(code, L"Configuration path verification failed", __LINE__, kImport));
@@ -109,8 +114,9 @@ int CCmnConfiguration::verifyFile()
 int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
 {
     setFile(path, file);
-    if (const int code = verifyFile())
+    if (const int code = verifyFile()) {
         return code;
+    }
     const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp importer(m_Heap);
     const bool may = m_Opened && TxMayImport(fullPath.c_str());
@@ -124,22 +130,27 @@ int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
 
 int CCmnConfiguration::exportConfig()
 {
-    if (!m_Opened)
+    if (!m_Opened) {
         return kFailed;
+    }
     const std::string path = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp exporter(m_Heap);
     TxReplacement replacement(path.c_str());
     if (replacement) {
         // The code also tells of a write that failed, and of one that failed when the file closed.
-        if (const int code = exporter.export_config(replacement.path().c_str()))
+        if (const int code = exporter.export_config(replacement.path().c_str())) {
             return code;
-        if (!TxMayImport(replacement.path().c_str()))
+        }
+        if (!TxMayImport(replacement.path().c_str())) {
             return kFailed; // nobody could read it
-        if (replacement.take())
+        }
+        if (replacement.take()) {
             return 0;
+        }
     }
-    if (replacement.mustKeepOld())
+    if (replacement.mustKeepOld()) {
         return kFailed;
+    }
     return exporter.export_config(path.c_str());
 }
 
@@ -163,12 +174,14 @@ int CCmnConfiguration::openSection(const ACE_Configuration_Section_Key& base, co
                                    ACE_Configuration_Section_Key& result, int create)
 {
     std::string key;
-    if (!storeText(name, key) || hasEmptyPart(key))
+    if (!storeText(name, key) || hasEmptyPart(key)) {
         return kFailed;
+    }
     // The store changes its output on the way along a path, also when it fails in the end.
     ACE_Configuration_Section_Key opened;
-    if (const int code = m_Heap.open_section(base, key.c_str(), create != 0, opened))
+    if (const int code = m_Heap.open_section(base, key.c_str(), create != 0, opened)) {
         return code;
+    }
     result = opened;
     m_Section = opened;
     return 0;
@@ -188,19 +201,22 @@ ACE_Configuration_Heap& CCmnConfiguration::configHeap()
 int CCmnConfiguration::setIntegerValue(const wchar_t* name, unsigned int value)
 {
     std::string key;
-    if (!storeText(name, key))
+    if (!storeText(name, key)) {
         return kFailed;
+    }
     return m_Heap.set_integer_value(m_Section, key.c_str(), value);
 }
 
 int CCmnConfiguration::getIntegerValue(const wchar_t* name, unsigned int& value)
 {
     std::string key;
-    if (!storeText(name, key))
+    if (!storeText(name, key)) {
         return kFailed;
+    }
     unsigned int stored = 0;
-    if (const int code = m_Heap.get_integer_value(m_Section, key.c_str(), stored))
+    if (const int code = m_Heap.get_integer_value(m_Section, key.c_str(), stored)) {
         return code;
+    }
     value = stored;
     return 0;
 }
@@ -210,19 +226,22 @@ int CCmnConfiguration::setStringValue(const wchar_t* name, const tstr& value)
     std::string key;
     std::string text;
     // A value that lies in somebody else's memory need not be terminated.
-    if (!storeText(name, key) || !storeText(CCmnStringTool::tstr2wstr(value).c_str(), text))
+    if (!storeText(name, key) || !storeText(CCmnStringTool::tstr2wstr(value).c_str(), text)) {
         return kFailed;
+    }
     return m_Heap.set_string_value(m_Section, key.c_str(), ACE_TString(text.c_str()));
 }
 
 int CCmnConfiguration::getStringValue(const wchar_t* name, tstr& value)
 {
     std::string key;
-    if (!storeText(name, key))
+    if (!storeText(name, key)) {
         return kFailed;
+    }
     ACE_TString stored;
-    if (const int code = m_Heap.get_string_value(m_Section, key.c_str(), stored))
+    if (const int code = m_Heap.get_string_value(m_Section, key.c_str(), stored)) {
         return code;
+    }
     return utf8ToWide(stored.c_str(), value) ? 0 : kFailed;
 }
 

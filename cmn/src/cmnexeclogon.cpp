@@ -14,11 +14,11 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr DWORD lowestBuild = 1057;       // of a system that knows batch logons
-constexpr std::uint64_t lockBudget = 600; // ticks of 100 nanoseconds
-constexpr char localAccounts[] = ".";
+constexpr DWORD kLowestBuild = 1057;       // of a system that knows batch logons
+constexpr std::uint64_t kLockBudget = 600; // ticks of 100 nanoseconds
+constexpr char kLocalAccounts[] = ".";
 
-constexpr wchar_t batchLogonRight[] = L"SeBatchLogonRight";
+constexpr wchar_t kBatchLogonRight[] = L"SeBatchLogonRight";
 
 std::uint64_t clockTicks()
 {
@@ -34,7 +34,7 @@ bool systemKnowsBatchLogons()
     OSVERSIONINFOW version{};
     version.dwOSVersionInfoSize = sizeof version;
     return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT &&
-           version.dwBuildNumber >= lowestBuild;
+           version.dwBuildNumber >= kLowestBuild;
 }
 
 bool holdsRight(LSA_HANDLE policy, PSID account)
@@ -45,7 +45,7 @@ bool holdsRight(LSA_HANDLE policy, PSID account)
         return false;
     }
     const bool held = std::any_of(rights, rights + count, [](const LSA_UNICODE_STRING& right) {
-        return std::wstring_view(right.Buffer, right.Length / sizeof(wchar_t)) == batchLogonRight;
+        return std::wstring_view(right.Buffer, right.Length / sizeof(wchar_t)) == kBatchLogonRight;
     });
     LsaFreeMemory(rights);
     return held;
@@ -86,7 +86,7 @@ private:
 // to give it up takes no memory.
 struct CCmnExecPipeWindows::Account {
     alignas(TOKEN_USER) unsigned char bytes[512];
-    const std::wstring right = batchLogonRight;
+    const std::wstring right = kBatchLogonRight;
 };
 
 void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
@@ -104,7 +104,7 @@ HANDLE CCmnExecPipeWindows::Impersonate()
         return token.release();
     }
     // This first token serves to find the account.
-    if (!LogonUserA(m_User.c_str(), localAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
+    if (!LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
                     LOGON32_PROVIDER_DEFAULT, token.out())) {
         return token.release();
     }
@@ -122,7 +122,7 @@ HANDLE CCmnExecPipeWindows::Impersonate()
     if (!holdsRight(m_PolicyHandle, m_AccountSid)) {
         AddRight();
     }
-    const BOOL loggedOn = LogonUserA(m_User.c_str(), localAccounts, m_Password.c_str(),
+    const BOOL loggedOn = LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(),
                                      LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, token.out());
     if (m_RightAdded == 0) {
         ForgetAccount();
@@ -148,7 +148,7 @@ void CCmnExecPipeWindows::AddRight()
     InitLsaString(m_Account->right, right);
     const std::uint64_t start = clockTicks();
     while (!m_Lock.tryLock()) {
-        if (clockTicks() > start + lockBudget) {
+        if (clockTicks() > start + kLockBudget) {
             ForgetAccount();
             throw ECmnExecPipe(m_User, ECmnExecPipe::IMPERSONATION_TIMEOUT);
         }

@@ -9,7 +9,7 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-const char* const keys[] = {
+const char* const kKeys[] = {
     "TARNIX_EXEC_PIPE_SUCCESS",
     "TARNIX_EXEC_PIPE_CREATE_PIPE_FAILED",
     "TARNIX_EXEC_PIPE_DUPLICATE_HANDLE_FAILED",
@@ -25,7 +25,7 @@ const char* const keys[] = {
     "TARNIX_EXEC_PIPE_CMD_KILLED",
     "TARNIX_EXEC_PIPE_CMD_ERROR_UNEXPECTED",
 };
-static_assert(std::size(keys) == ECmnExecPipe::CMD_ERROR_UNEXPECTED + 1, "a key for each code");
+static_assert(std::size(kKeys) == ECmnExecPipe::CMD_ERROR_UNEXPECTED + 1, "a key for each code");
 
 } // namespace
 
@@ -46,7 +46,7 @@ ECmnExecPipe::ECmnExecPipe(const std::string& subject, int code, const std::wstr
 
 const char* ECmnExecPipe::keyOf(int code)
 {
-    return code >= 0 && code < static_cast<int>(std::size(keys)) ? keys[code] : nullptr;
+    return code >= 0 && code < static_cast<int>(std::size(kKeys)) ? kKeys[code] : nullptr;
 }
 
 } // namespace tarnix_cmn_4_4

@@ -9,8 +9,8 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr int lineBufferSize = 8192;
-constexpr long closeSeconds = 10;
+constexpr int kLineBufferSize = 8192;
+constexpr long kCloseSeconds = 10;
 
 class WipedAtEnd
 {
@@ -89,7 +89,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
                            std::string password)
 {
     const WipedAtEnd wiped(password);
-    std::vector<char> buffer(lineBufferSize);
+    std::vector<char> buffer(kLineBufferSize);
     m_User = user;
     wipe(m_Password);
     m_Password = password;
@@ -108,7 +108,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
         if (IsAbortRequested() != 0) {
             break;
         }
-        more = ReadLine(buffer.data(), lineBufferSize - 1, &timedOut, static_cast<long>(seconds));
+        more = ReadLine(buffer.data(), kLineBufferSize - 1, &timedOut, static_cast<long>(seconds));
         if (timedOut == 1) {
             // The child stays as it is: the destructor's Close stops it.
             m_LastError = ECmnExecPipe(command, ECmnExecPipe::READ_TIMEOUT);
@@ -118,7 +118,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
             output.emplace_back(buffer.data());
         }
     }
-    return Close(closeSeconds);
+    return Close(kCloseSeconds);
 }
 
 void CCmnExecPipeBase::Abort()

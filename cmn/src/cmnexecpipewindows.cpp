@@ -18,15 +18,15 @@ CCmnLock CCmnExecPipeWindows::m_Lock;
 namespace
 {
 
-constexpr char readEventStem[] = "CCmnExecPipeWindows_ReadEvent";
-constexpr char inputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_InputPipeName)";
-constexpr char outputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_OutputPipeName)";
+constexpr char kReadEventStem[] = "CCmnExecPipeWindows_ReadEvent";
+constexpr char kInputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_InputPipeName)";
+constexpr char kOutputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_OutputPipeName)";
 
-constexpr int failureTraceLevel = 1;
-constexpr long closeSeconds = 10;
-constexpr long longestStage = 30;
-constexpr UINT killedStatus = 1067; // the system's ERROR_PROCESS_ABORTED
-constexpr int startRefused = 3; // result of a start that an ECmnExecPipe ended, whatever its code
+constexpr int kFailureTraceLevel = 1;
+constexpr long kCloseSeconds = 10;
+constexpr long kLongestStage = 30;
+constexpr UINT kKilledStatus = 1067; // the system's ERROR_PROCESS_ABORTED
+constexpr int kStartRefused = 3; // result of a start that an ECmnExecPipe ended, whatever its code
 
 bool isValid(HANDLE handle)
 {
@@ -132,7 +132,7 @@ CCmnExecPipeWindows::CCmnExecPipeWindows(const CCmnExecPipeWindows& other)
 CCmnExecPipeWindows& CCmnExecPipeWindows::operator=(const CCmnExecPipeWindows& other)
 {
     if (this != &other) {
-        Close(closeSeconds);
+        Close(kCloseSeconds);
         CCmnExecPipeBase::operator=(other);
         m_Command = other.m_Command;
         Init();
@@ -144,7 +144,7 @@ CCmnExecPipeWindows& CCmnExecPipeWindows::operator=(const CCmnExecPipeWindows& o
 CCmnExecPipeWindows::~CCmnExecPipeWindows()
 {
     try {
-        CCmnExecPipeWindows::Close(closeSeconds);
+        CCmnExecPipeWindows::Close(kCloseSeconds);
     } catch (...) {
         // Only the making of a record can fail, for want of memory, and nobody is left to read it.
     }
@@ -155,10 +155,10 @@ void CCmnExecPipeWindows::Init()
 {
     if (isValid(m_ProcessHandle) || isValid(m_OutputHandle) || isValid(m_InputHandle) ||
         m_RightAdded != 0) {
-        Close(closeSeconds);
+        Close(kCloseSeconds);
     }
     closeAndForget(m_ReadEvent);
-    const std::string name = objectName(readEventStem, this, std::time(nullptr));
+    const std::string name = objectName(kReadEventStem, this, std::time(nullptr));
     m_ReadEvent = CreateEventA(nullptr, false, false, name.c_str());
     if (m_ReadEvent == nullptr) {
         m_ReadEvent = INVALID_HANDLE_VALUE; // nothing is read then, rather than without a time-out
@@ -205,7 +205,7 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
         return ECmnExecPipe::SUCCESS;
     } catch (const ECmnExecPipe& refusal) {
         m_LastError = refusal;
-        return startRefused;
+        return kStartRefused;
     } catch (...) {
         m_LastError = ECmnExecPipe(command, ECmnExecPipe::ERROR_UNEXPECTED);
         return ECmnExecPipe::ERROR_UNEXPECTED;
@@ -218,8 +218,8 @@ int CCmnExecPipeWindows::MakePipes(StartHandles& handles)
 {
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, true};
     const std::time_t now = std::time(nullptr);
-    const std::string inputName = objectName(inputPipeStem, this, now);
-    const std::string outputName = objectName(outputPipeStem, this, now);
+    const std::string inputName = objectName(kInputPipeStem, this, now);
+    const std::string outputName = objectName(kOutputPipeStem, this, now);
     const auto makePipe = [&](const std::string& name, HANDLE& client, HANDLE& server) {
         const DWORD error = GetNamedPipeHandles(name.c_str(), &client, &server, &attributes);
         if (error != 0) {
@@ -293,7 +293,7 @@ void CCmnExecPipeWindows::TraceSystemError(const char* format, DWORD error)
     if (log != nullptr) {
         std::wstring text;
         GetSystemErrorText(error, text);
-        log->trace(failureTraceLevel, format, static_cast<int>(error), text.c_str());
+        log->trace(kFailureTraceLevel, format, static_cast<int>(error), text.c_str());
     }
 }
 
@@ -448,16 +448,16 @@ int CCmnExecPipeWindows::WaitPid(long seconds)
             return ReadExitStatus();
         }
         if (woken == WAIT_FAILED || (woken == WAIT_TIMEOUT && attempt == attempts - 1)) {
-            if (TerminateProcess(m_ProcessHandle, killedStatus)) {
-                m_ExitStatus = static_cast<int>(killedStatus);
+            if (TerminateProcess(m_ProcessHandle, kKilledStatus)) {
+                m_ExitStatus = static_cast<int>(kKilledStatus);
             } else {
                 ReadExitStatus(); // it may have ended just before
             }
-            return static_cast<int>(killedStatus);
+            return static_cast<int>(kKilledStatus);
         }
         if (woken == WAIT_TIMEOUT) {
             GenerateConsoleCtrlEvent(stages[attempt], m_ProcessId);
-            seconds = seconds > longestStage ? longestStage : seconds;
+            seconds = seconds > kLongestStage ? kLongestStage : seconds;
         }
     }
     return -1;
@@ -495,7 +495,7 @@ int CCmnExecPipeWindows::EndChild()
     if (!isValid(m_ProcessHandle)) {
         return ECmnExecPipe::SUCCESS;
     }
-    const int status = WaitPid(closeSeconds);
+    const int status = WaitPid(kCloseSeconds);
     closeAndForget(m_ProcessHandle);
     if (status < 0) {
         m_LastError =

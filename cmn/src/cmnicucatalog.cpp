@@ -6,12 +6,13 @@
 #include "cmntstr.h"
 #include "cmnutf16.h"
 
+#include <unicode/locid.h>
+#include <unicode/uloc.h>
+
 #include <cstring>
 #include <cwchar>
 #include <iterator>
 #include <new>
-#include <unicode/locid.h>
-#include <unicode/uloc.h>
 
 namespace tarnix_cmn_4_4
 {
@@ -37,8 +38,9 @@ bool leadsOutOfBundle(const icu::Locale& locale)
 icu::UnicodeString bundlePath(const tstr& path)
 {
     icu::UnicodeString text = CCmnStringTool::tstr2ustr(path);
-    if (text.indexOf(u'/') == text.lastIndexOf(u'/'))
+    if (text.indexOf(u'/') == text.lastIndexOf(u'/')) {
         text.insert(0, u"./");
+    }
     return text;
 }
 
@@ -91,17 +93,20 @@ int CCmnIcuMessageCatalog::init()
 {
     tstr directory;
     tstr file;
-    if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0)
+    if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0) {
         return kNotOpened;
+    }
     assign(m_Path, directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
     // ICU looks in its default locale too before it comes to the root.
-    if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault()))
+    if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault())) {
         return kNotOpened;
+    }
     UErrorCode status = U_ZERO_ERROR;
     m_Bundle = std::make_unique<icu::ResourceBundle>(bundlePath(m_Path), locale, status);
-    if (!m_Bundle) // ICU's operator new gives null
+    if (!m_Bundle) { // ICU's operator new gives null
         throw std::bad_alloc();
+    }
     return status == U_ZERO_ERROR || status == U_USING_DEFAULT_WARNING ? 0 : kNotOpened;
 }
 
@@ -110,14 +115,16 @@ tstr CCmnIcuMessageCatalog::getMessage(const std::string& key, const wchar_t* de
     if (m_Bundle) {
         UErrorCode status = U_ZERO_ERROR;
         const icu::UnicodeString text = m_Bundle->getStringEx(key.c_str(), status);
-        if (U_SUCCESS(status))
+        if (U_SUCCESS(status)) {
             return withName(m_Name, text);
+        }
     }
     tstr text;
-    if (defaultText)
+    if (defaultText != nullptr) {
         assign(text, defaultText);
-    else
+    } else {
         assign(text, m_Name, kSeparator, keyInBrackets(key));
+    }
     return text;
 }
 

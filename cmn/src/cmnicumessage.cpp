@@ -1,10 +1,14 @@
 // CCmnMessage and CCmnIcuMessage: formatting, and the writer and reader of the serialised text.
-#include "cmnmessage.h"
-
 #include "TX_sscanf.h"
 #include "TX_strings.h"
+#include "cmnmessage.h"
 #include "cmnstringtool.h"
 #include "cmnutf16.h"
+
+#include <unicode/msgfmt.h>
+#include <unicode/unistr.h>
+
+#include <langinfo.h>
 
 #include <algorithm>
 #include <charconv>
@@ -12,12 +16,9 @@
 #include <cstdarg>
 #include <cwchar>
 #include <iterator>
-#include <langinfo.h>
 #include <memory>
 #include <new>
 #include <string_view>
-#include <unicode/msgfmt.h>
-#include <unicode/unistr.h>
 #include <utility>
 #include <vector>
 
@@ -53,7 +54,7 @@ ArgumentList argumentsOf(const Formattable& array)
 // That the C library's numbers, which follow the locale, are those of to_chars and from_chars.
 bool isPointDecimal()
 {
-    const char* const decimal = nl_langinfo(RADIXCHAR);
+    const char* const decimal = ::nl_langinfo(RADIXCHAR);
     return decimal[0] == '.' && decimal[1] == '\0';
 }
 
@@ -72,11 +73,12 @@ public:
     // As "%g", which follows the locale in nothing but the decimal point.
     void add(double number)
     {
-        if (isPointDecimal())
+        if (isPointDecimal()) {
             m_End =
                 std::to_chars(m_End, std::end(m_Text), number, std::chars_format::general, 6).ptr;
-        else
+        } else {
             add(CCmnStringTool::double2str(number));
+        }
     }
 
     std::string_view text() const { return {m_Text, static_cast<std::size_t>(m_End - m_Text)}; }
@@ -164,8 +166,9 @@ int scan(std::string_view text, const char* format, ...)
 
 bool skip(std::string_view& text, std::string_view start)
 {
-    if (text.substr(0, start.size()) != start)
+    if (text.substr(0, start.size()) != start) {
         return false;
+    }
     text.remove_prefix(start.size());
     return true;
 }
@@ -174,8 +177,9 @@ bool skip(std::string_view& text, std::string_view start)
 bool readNumber(std::string_view& text, std::int32_t& number)
 {
     const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc())
+    if (error != std::errc()) {
         return false;
+    }
     text.remove_prefix(static_cast<std::size_t>(next - text.data()));
     return true;
 }
@@ -187,8 +191,9 @@ std::int32_t readType(std::string_view tag)
     std::string_view rest = tag;
     std::int32_t number = 0;
     if (skip(rest, "<ARGVALUE INDEX=") && readNumber(rest, number) && skip(rest, " TYPE=") &&
-        readNumber(rest, number))
+        readNumber(rest, number)) {
         return number;
+    }
     std::int32_t index = 0;
     std::int32_t type = kNoType;
     scan(tag, "<ARGVALUE INDEX=%d TYPE=%d>", &index, static_cast<int>(sizeof index), &type,
@@ -208,17 +213,20 @@ std::vector<ValueText> findValues(std::string_view rest)
     std::vector<ValueText> values;
     for (;;) {
         const std::size_t opening = rest.find(kOpeningMarker);
-        if (opening == std::string_view::npos)
+        if (opening == std::string_view::npos) {
             return values;
+        }
         rest.remove_prefix(opening);
         const std::int32_t type = readType(rest);
         const std::size_t tagEnd = rest.find('>');
-        if (tagEnd == std::string_view::npos)
+        if (tagEnd == std::string_view::npos) {
             return values;
+        }
         rest.remove_prefix(tagEnd + 1);
         const std::size_t length = std::min(rest.find('<'), rest.size());
-        if (isCarried(type))
+        if (isCarried(type)) {
             values.push_back({type, rest.substr(0, length)});
+        }
         rest.remove_prefix(std::min(length + kClosingSize, rest.size()));
     }
 }
@@ -249,8 +257,9 @@ double readDouble(std::string_view text)
 void setText(Formattable& argument, icu::UnicodeString text)
 {
     auto owned = std::make_unique<icu::UnicodeString>(std::move(text));
-    if (!owned)
+    if (!owned) {
         throw std::bad_alloc(); // ICU's operator new gives null
+    }
     argument.adoptString(owned.release());
 }
 
@@ -273,10 +282,12 @@ void readValue(Formattable& argument, const ValueText& value)
 void readValues(Formattable& array, const std::vector<ValueText>& values)
 {
     auto arguments = std::make_unique<Formattable[]>(values.size());
-    if (!arguments)
+    if (!arguments) {
         throw std::bad_alloc(); // ICU's operator new gives null
-    for (std::size_t i = 0; i < values.size(); ++i)
+    }
+    for (std::size_t i = 0; i < values.size(); ++i) {
         readValue(arguments[i], values[i]);
+    }
     array.adoptArray(arguments.release(), static_cast<std::int32_t>(values.size()));
 }
 
@@ -288,28 +299,32 @@ void copyArguments(Formattable& array, const ArgumentList& list);
 void copyText(Formattable& argument, const icu::UnicodeString& text)
 {
     icu::UnicodeString copy(text);
-    if (copy.isBogus() && !text.isBogus())
+    if (copy.isBogus() && !text.isBogus()) {
         throw std::bad_alloc();
+    }
     setText(argument, std::move(copy));
 }
 
 void copyValue(Formattable& argument, const Formattable& source)
 {
-    if (source.getType() == Formattable::kString)
+    if (source.getType() == Formattable::kString) {
         copyText(argument, source.getString());
-    else if (source.getType() == Formattable::kArray)
+    } else if (source.getType() == Formattable::kArray) {
         copyArguments(argument, argumentsOf(source));
-    else
+    } else {
         argument = source;
+    }
 }
 
 void copyArguments(Formattable& array, const ArgumentList& list)
 {
     auto arguments = std::make_unique<Formattable[]>(static_cast<std::size_t>(list.count));
-    if (!arguments)
+    if (!arguments) {
         throw std::bad_alloc();
-    for (std::int32_t i = 0; i < list.count; ++i)
+    }
+    for (std::int32_t i = 0; i < list.count; ++i) {
         copyValue(arguments.get()[i], list.first[i]);
+    }
     array.adoptArray(arguments.release(), list.count);
 }
 
@@ -325,8 +340,10 @@ bool formatsToItself(const tstr& pattern)
     constexpr std::size_t longest = 4096;
     const wchar_t* const units = pattern.c_str();
     const std::size_t length = pattern.length();
-    if (length > longest || std::wmemchr(units, L'{', length)) // as nearly all patterns have
+    if (length > longest ||
+        (std::wmemchr(units, L'{', length) != nullptr)) { // as nearly all patterns have
         return false;
+    }
     wchar_t found = 0; // without an early end, so that the compiler takes several units at once
     for (std::size_t i = 0; i < length; ++i) {
         const wchar_t unit = units[i];
@@ -383,8 +400,9 @@ CCmnIcuMessage::~CCmnIcuMessage() = default;
 // A copied record points to the text of its source, which may go first.
 void CCmnIcuMessage::ownRecord()
 {
-    if (m_Info.text)
+    if (m_Info.text != nullptr) {
         m_Info.text = m_Serialized.c_str();
+    }
 }
 
 const SCmnMessageInfo* CCmnIcuMessage::serialize()
@@ -397,8 +415,9 @@ const SCmnMessageInfo* CCmnIcuMessage::serialize()
         TX_snprintf(line, sizeof line, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>\n",
                     m_MessageId.c_str(), m_Severity);
         text += line;
-        for (std::int32_t i = 0; i < arguments.count; ++i)
+        for (std::int32_t i = 0; i < arguments.count; ++i) {
             appendArgument(text, i, arguments.first[i]);
+        }
         text += "</SERIALIZED_MESSAGE>\n";
     }
     m_Serialized = std::move(text);
@@ -411,15 +430,17 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
 {
     std::string_view rest = info->text;
     const std::size_t header = rest.find(kHeaderMarker);
-    if (header == std::string_view::npos)
+    if (header == std::string_view::npos) {
         return;
+    }
     rest.remove_prefix(header);
 
     char id[kIdSize];
     std::int32_t severity = m_Severity;
     if (scan(rest, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", id, kIdSize, &severity,
-             static_cast<int>(sizeof severity)) > 0)
+             static_cast<int>(sizeof severity)) > 0) {
         m_MessageId = id;
+    }
     m_Severity = static_cast<tarnix_eseverity>(severity);
 
     rest.remove_prefix(std::min(rest.find('>'), rest.size()));
@@ -430,16 +451,18 @@ tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
     tstr result; // the only one: a copy of a tstr may get no memory, and does not tell
     result.swap(pattern);
-    if (formatsToItself(result))
+    if (formatsToItself(result)) {
         return result;
+    }
     const ArgumentList arguments = argumentsOf(m_Arguments);
     char16_t room[kFormatRoom];
     icu::UnicodeString output(room, 0, kFormatRoom); // over the room as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
     icu::MessageFormat::format(CCmnStringTool::tstr2ustr(result), arguments.first, arguments.count,
                                output, status);
-    if (U_SUCCESS(status) || !output.isEmpty())
+    if (U_SUCCESS(status) || !output.isEmpty()) {
         toWide(output).swap(result);
+    }
     return result;
 }
 

@@ -32,23 +32,27 @@ void CCmnMessageCatalogManager::registerFactory(CCmnMessageCatalogFactory* facto
 
 void CCmnMessageCatalogManager::activateCatalog(std::string language)
 {
-    if (m_Factory)
+    if (m_Factory != nullptr) {
         findOrActivate(language);
+    }
 }
 
 tstr CCmnMessageCatalogManager::getMessage(const std::string& key, const wchar_t* defaultText,
                                            std::string language)
 {
-    if (m_Factory) {
-        if (language.empty())
+    if (m_Factory != nullptr) {
+        if (language.empty()) {
             language = m_Factory->getDefaultLanguage();
+        }
         const CCmnMessageCatalog* catalog = findOrActivate(language);
-        if (!catalog)
+        if (catalog == nullptr) {
             catalog = findCatalog(m_Factory->getDefaultLanguage());
-        if (catalog)
+        }
+        if (catalog != nullptr) {
             return catalog->getMessage(key, defaultText);
+        }
     }
-    return defaultText ? copyOf(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
+    return defaultText != nullptr ? copyOf(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
 }
 
 void CCmnMessageCatalogManager::getLocalizedMessage(const char* key, const char* language,
@@ -77,8 +81,9 @@ void CCmnMessageCatalogManager::deleteLocalizedMessage(wchar_t** text)
     const auto entry =
         std::find_if(m_LocalizedMessages.begin(), m_LocalizedMessages.end(),
                      [&wanted](const auto& candidate) { return candidate.second == wanted; });
-    if (entry != m_LocalizedMessages.end())
+    if (entry != m_LocalizedMessages.end()) {
         m_LocalizedMessages.erase(entry);
+    }
 }
 
 // Null if the language has no active catalog.
@@ -91,19 +96,22 @@ CCmnMessageCatalog* CCmnMessageCatalogManager::findCatalog(const std::string& la
 // Null if the language cannot be activated. Needs a factory.
 CCmnMessageCatalog* CCmnMessageCatalogManager::findOrActivate(const std::string& language)
 {
-    if (CCmnMessageCatalog* const active = findCatalog(language))
+    if (CCmnMessageCatalog* const active = findCatalog(language)) {
         return active;
+    }
     const CatalogPtr catalog = m_Factory->createCatalog(language.c_str());
-    if (catalog.get()->init() != 0)
+    if (catalog.get()->init() != 0) {
         return nullptr;
+    }
     return m_Catalogs.emplace(language, catalog).first->second.get();
 }
 
 // Empty where the default language is meant.
 std::string CCmnMessageCatalogManager::resolveLanguage(const char* language) const
 {
-    if (!language)
+    if (language == nullptr) {
         return {};
+    }
     return std::strcmp(language, "native") == 0 ? m_NativeLanguage : language;
 }
 

@@ -27,15 +27,17 @@ std::uint32_t readWord(const unsigned char* bytes)
 template <class Number>
 void writeLittleEndian(unsigned char* bytes, Number number)
 {
-    for (std::size_t i = 0; i < sizeof number; ++i)
+    for (std::size_t i = 0; i < sizeof number; ++i) {
         bytes[i] = static_cast<unsigned char>(number >> (8 * i));
+    }
 }
 
 std::size_t lengthOf(const unsigned short* text)
 {
     std::size_t length = 0;
-    while (text[length])
+    while (text[length]) {
         ++length;
+    }
     return length;
 }
 
@@ -106,8 +108,9 @@ void CCmnMessageDigest5::Initialize()
 
 void CCmnMessageDigest5::Update(const unsigned char* data, std::uint32_t length)
 {
-    if (!data || isFinished())
+    if (data == nullptr || isFinished()) {
         return;
+    }
     feed(data, length);
 }
 
@@ -119,8 +122,9 @@ void CCmnMessageDigest5::feed(const unsigned char* data, std::size_t length)
         m_Buffered += static_cast<std::uint32_t>(taken);
         data += taken;
         length -= taken;
-        if (m_Buffered < kBlockSize)
+        if (m_Buffered < kBlockSize) {
             return;
+        }
         Transform(m_Block);
         m_Bits += 8 * kBlockSize;
     }
@@ -133,8 +137,9 @@ void CCmnMessageDigest5::feed(const unsigned char* data, std::size_t length)
 
 void CCmnMessageDigest5::Finalize()
 {
-    if (isFinished())
+    if (isFinished()) {
         return;
+    }
     std::memset(m_Block + m_Buffered, 0, kBlockSize - m_Buffered);
     m_Block[m_Buffered] = 0x80;
     if (m_Buffered >= kLengthPlace) {
@@ -149,8 +154,9 @@ void CCmnMessageDigest5::Finalize()
 
 void CCmnMessageDigest5::print()
 {
-    for (std::size_t i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i) {
         writeLittleEndian(m_Digest + 4 * i, m_State[i]);
+    }
     printHex(m_Text, m_Digest, kDigestSize);
     std::copy_n(m_Text, 2 * kDigestSize, m_WideText);
 }

@@ -60,8 +60,9 @@ CCmnHostInfo CCmnNetwork::resolve()
 CCmnHostInfo CCmnNetwork::resolve(const std::string& nameOrAddress)
 {
     CCmnHostInfo host;
-    if (nameOrAddress.empty())
+    if (nameOrAddress.empty()) {
         return host;
+    }
     if (validateIPAddress(nameOrAddress.c_str())) {
         host.ipAddress = nameOrAddress;
         getHostbyAddr(nameOrAddress.c_str(), host.hostName);
@@ -70,8 +71,9 @@ CCmnHostInfo CCmnNetwork::resolve(const std::string& nameOrAddress)
     }
     host.hostName = nameOrAddress;
     getHostbyName(nameOrAddress.c_str(), host.ipAddress);
-    if (!host.ipAddress.empty())
+    if (!host.ipAddress.empty()) {
         getFQDN(host.ipAddress.c_str(), host.fqdn);
+    }
     return host;
 }
 
@@ -88,8 +90,9 @@ int CCmnNetwork::IsTokenValid(const std::string& token)
 {
     int number = 0;
     for (const char digit : token) {
-        if (!isDigit(digit))
+        if (!isDigit(digit)) {
             return kFailed;
+        }
         number = std::min(10 * number + (digit - '0'), 256);
     }
     return number <= 255 ? kFound : kFailed;
@@ -103,8 +106,9 @@ int CCmnNetwork::getHostbyAddr(const char* address, std::string& name)
         return kFailed;
     }
     std::optional<std::string> found = TxHostName(*parsed);
-    if (!found)
+    if (!found) {
         return kFailed;
+    }
     name = std::move(*found);
     return kFound;
 }
@@ -116,27 +120,32 @@ int CCmnNetwork::getHostbyName(const char* name, std::string& address)
         return kFound;
     }
     const std::optional<TxIPv4> found = TxHostAddress(name);
-    if (!found)
+    if (!found) {
         return kFailed;
+    }
     address = dotted(*found);
     return kFound;
 }
 
 int CCmnNetwork::getFQDN(const char* nameOrAddress, std::string& fqdn)
 {
-    if (!nameOrAddress)
+    if (nameOrAddress == nullptr) {
         return kFailed;
+    }
     const std::string wanted = CCmnStringTool::tostrlower(std::string(nameOrAddress));
-    if (wanted.empty())
+    if (wanted.empty()) {
         return kFailed;
+    }
     std::string address = wanted;
     if (!isDigit(wanted[0])) {
-        if (const int code = getHostbyName(wanted.c_str(), address))
+        if (const int code = getHostbyName(wanted.c_str(), address)) {
             return code;
+        }
     }
     std::string name;
-    if (const int code = getHostbyAddr(address.c_str(), name))
+    if (const int code = getHostbyAddr(address.c_str(), name)) {
         return code;
+    }
     fqdn = CCmnStringTool::tostrlower(name);
     return kFound;
 }

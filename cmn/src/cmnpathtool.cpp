@@ -33,8 +33,9 @@ int readLocalMachine(const wchar_t* section, const wchar_t* name, tstr& value)
 {
     ACE_Configuration_Win32Registry registry(HKEY_LOCAL_MACHINE);
     ACE_Configuration_Section_Key key;
-    if (const int code = registry.open_section(registry.root_section(), section, 0, key))
+    if (const int code = registry.open_section(registry.root_section(), section, 0, key)) {
         return code;
+    }
     return registry.get_string_value(key, name, value);
 }
 
@@ -43,8 +44,9 @@ int fileInfo(const FileKind& kind, const tstr& name, tstr& dir, tstr& file)
     assign(file, kind.prefix, name, kind.ending); // file and name may be one text
     CCmnPathTool::getInstallPath(dir);
     append(dir, kind.directory);
-    if (CCmnPathTool::verify(dir.c_str()) != 0)
+    if (CCmnPathTool::verify(dir.c_str()) != 0) {
         ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str(), 0755);
+    }
     return 0;
 }
 
@@ -52,8 +54,10 @@ int levelOfLine(const char* line, int& level)
 {
     const char* const equals = std::strchr(line, '=');
     int number = 0;
-    if (!equals || TX_sscanf(equals + 1, "%d", &number, static_cast<int>(sizeof number)) != 1)
+    if (equals == nullptr ||
+        TX_sscanf(equals + 1, "%d", &number, static_cast<int>(sizeof number)) != 1) {
         return kNotFound;
+    }
     level = number;
     return 0;
 }
@@ -88,7 +92,7 @@ int CCmnPathTool::getMessageFileInfo(const tstr& name, tstr& dir, tstr& file)
 
 int CCmnPathTool::verify(const wchar_t* path)
 {
-    const std::wstring wide = path ? path : L"";
+    const std::wstring wide = path != nullptr ? path : L"";
     return ACE_OS::access(CCmnStringTool::wstr2str(wide).c_str(), F_OK);
 }
 
@@ -105,12 +109,14 @@ int CCmnSGDConfiguration::getTraceLevel(tstr& dir, tstr& file, int& level)
     tstr path;
     assign(path, dir, file);
     const TxFile config = TxOpenFile(CCmnStringTool::tstr2str(path).c_str(), "r");
-    if (!config)
+    if (!config) {
         return kNotOpened;
+    }
     char line[256];
-    while (std::fgets(line, sizeof line - 1, config.get())) {
-        if (std::strstr(line, "Default.DiagnosticLevel"))
+    while (std::fgets(line, sizeof line - 1, config.get()) != nullptr) {
+        if (std::strstr(line, "Default.DiagnosticLevel") != nullptr) {
             return levelOfLine(line, level);
+        }
     }
     return kNotFound;
 }

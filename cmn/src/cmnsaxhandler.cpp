@@ -3,13 +3,14 @@
 
 #include "cmnstringtool.h"
 
-#include <memory>
-#include <mutex>
-#include <new>
 #include <unicode/utf16.h>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
+
+#include <memory>
+#include <mutex>
+#include <new>
 
 namespace tarnix_cmn_4_4
 {
@@ -17,7 +18,7 @@ namespace
 {
 
 // Constant initialised, with a destructor that does nothing: handlers may be static objects.
-std::mutex g_LibraryMutex;
+std::mutex g_libraryMutex;
 
 // A stored problem on its way to the caller. Unwinding may destroy the handler and the parser
 // before the caller looks at it, so it holds the memory that its texts lie in. The first base is
@@ -41,21 +42,22 @@ Transcoded transcode(const XMLCh* text)
 
 void append(std::string& target, const XMLCh* text)
 {
-    if (const Transcoded narrow = transcode(text))
+    if (const Transcoded narrow = transcode(text)) {
         target += narrow.get();
+    }
 }
 
 } // namespace
 
 void CCmnSaxLibrary::beginUse()
 {
-    const std::lock_guard<std::mutex> guard(g_LibraryMutex);
+    const std::lock_guard<std::mutex> guard(g_libraryMutex);
     xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr);
 }
 
 void CCmnSaxLibrary::endUse()
 {
-    const std::lock_guard<std::mutex> guard(g_LibraryMutex);
+    const std::lock_guard<std::mutex> guard(g_libraryMutex);
     xercesc::XMLPlatformUtils::Terminate();
 }
 
@@ -124,15 +126,17 @@ void CCmnSaxParseHandler::fatalError(const xercesc::SAXParseException& problem)
 
 void CCmnSaxParseHandler::throwLastError()
 {
-    if (m_HasLastError && m_LastError.getMessage())
+    if (m_HasLastError && m_LastError.getMessage() != nullptr) {
         throw ThrownError(m_LastError);
+    }
 }
 
 void CCmnSaxParseHandler::store(const xercesc::SAXParseException& problem)
 {
     m_HasLastError = true;
-    if (&problem == &m_LastError)
+    if (&problem == &m_LastError) {
         return;
+    }
     // Made anew: its assignment would keep pointers to texts that it has freed when memory is
     // refused.
     m_LastError.~SAXParseException();

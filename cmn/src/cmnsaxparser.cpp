@@ -4,13 +4,6 @@
 #include "cmnsaxhandler.h"
 #include "cmnstringtool.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <memory>
-#include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/XMLRecognizer.hpp>
 #include <xercesc/sax2/DeclHandler.hpp>
@@ -22,6 +15,14 @@
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
@@ -67,8 +68,9 @@ constexpr std::array<bool, 128> asciiNameUnits()
 {
     std::array<bool, 128> units{};
     for (const XMLCh unit : std::u16string_view(u".-_:0123456789abcdefghijklmnopqrstuvwxyz"
-                                                u"ABCDEFGHIJKLMNOPQRSTUVWXYZ"))
+                                                u"ABCDEFGHIJKLMNOPQRSTUVWXYZ")) {
         units[unit] = true;
+    }
     return units;
 }
 
@@ -82,8 +84,9 @@ bool isNameUnit(XMLCh unit)
 Use useOf(XMLCh sigil, const XMLCh* name)
 {
     Use use = extended(kUseSeed, sigil);
-    for (; *name; ++name)
+    for (; *name; ++name) {
         use = extended(use, *name);
+    }
     return use;
 }
 
@@ -99,8 +102,9 @@ public:
         while (true) {
             if (!m_Inside) {
                 text = std::find_if(text, end, isSigil);
-                if (text == end)
+                if (text == end) {
                     return;
+                }
                 m_Inside = true;
                 m_HasName = false;
                 m_Use = extended(kUseSeed, *text++);
@@ -109,10 +113,12 @@ public:
                 m_Use = extended(m_Use, *text);
                 m_HasName = true;
             }
-            if (text == end)
+            if (text == end) {
                 return;
-            if (m_HasName)
+            }
+            if (m_HasName) {
                 found(m_Use);
+            }
             m_Inside = false;
         }
     }
@@ -155,15 +161,17 @@ bool findDeclaration(const std::string& text, std::string& declaration)
     constexpr std::size_t start = 5;
     for (std::size_t i = 0; i < text.size() && i < longest; ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte > 0 && byte < 0x80)
+        if (byte > 0 && byte < 0x80) {
             declaration += text[i];
+        }
         if (declaration.size() == start + 1 &&
             (declaration.compare(0, start, "<?xml") != 0 || declaration[start] > ' ')) {
             declaration.clear();
             return true;
         }
-        if (byte == '>')
+        if (byte == '>') {
             return true;
+        }
     }
     return text.size() < longest;
 }
@@ -175,14 +183,17 @@ bool findEncoding(const std::string& declaration, std::string& encoding)
     std::size_t start = 0;
     while ((start = declaration.find_first_of("\"'", start)) != std::string::npos) {
         const std::size_t end = declaration.find(declaration[start], start + 1);
-        if (end == std::string::npos)
+        if (end == std::string::npos) {
             return false;
+        }
         const std::string value = declaration.substr(start + 1, end - start - 1);
         start = end + 1;
-        if (value == "1.0" || value == "1.1" || value == "yes" || value == "no")
+        if (value == "1.0" || value == "1.1" || value == "yes" || value == "no") {
             continue;
-        if (!encoding.empty())
+        }
+        if (!encoding.empty()) {
             return false;
+        }
         encoding = value;
     }
     return true;
@@ -193,8 +204,9 @@ bool findEncoding(const std::string& declaration, std::string& encoding)
 bool readsAscii(const std::string& encoding, const std::string& declaration)
 {
     const Transcoder transcoder = makeTranscoder(encoding.c_str());
-    if (!transcoder)
+    if (!transcoder) {
         return false;
+    }
     std::array<XMLCh, kPiece> units;
     std::array<unsigned char, kPiece> sizes;
     XMLSize_t eaten = 0;
@@ -212,18 +224,20 @@ Decoded decode(const std::string& text)
     decoded.size = text.size();
     std::string declaration;
     std::string encoding;
-    if (!findDeclaration(text, declaration) || !findEncoding(declaration, encoding))
+    if (!findDeclaration(text, declaration) || !findEncoding(declaration, encoding)) {
         return decoded;
+    }
     const auto sensed = XMLRecognizer::basicEncodingProbe(decoded.data, decoded.size);
     if (sensed == XMLRecognizer::UTF_8) {
         // The declaration is ASCII even where what follows is not.
         const std::size_t behind = declaration.empty() ? 0 : text.find('>') + 1;
         decoded.data += behind;
         decoded.size -= behind;
-        if (encoding.empty())
+        if (encoding.empty()) {
             decoded.transcoder = makeTranscoder(sensed);
-        else if (readsAscii(encoding, declaration))
+        } else if (readsAscii(encoding, declaration)) {
             decoded.transcoder = makeTranscoder(encoding.c_str());
+        }
         decoded.isUtf8 = encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-8");
     } else if ((sensed == XMLRecognizer::UTF_16B || sensed == XMLRecognizer::UTF_16L) &&
                (encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-16"))) {
@@ -239,8 +253,9 @@ std::size_t asciiPiece(const Decoded& utf8)
 {
     const std::size_t size = std::min(utf8.size, kPiece);
     unsigned char all = 0;
-    for (std::size_t i = 0; i < size; ++i)
+    for (std::size_t i = 0; i < size; ++i) {
         all |= utf8.data[i];
+    }
     return all < 0x80 ? size : 0;
 }
 
@@ -273,8 +288,9 @@ private:
 
     bool count(Decoded document)
     {
-        if (!document.transcoder)
+        if (!document.transcoder) {
             return false;
+        }
         UseScanner scanner;
         const auto found = [this](Use use) { ++m_Counts[placeOf(use)]; };
         std::array<XMLCh, kPiece> piece;
@@ -327,8 +343,9 @@ public:
     }
     ~ExpansionGuard() override
     {
-        if (!m_Reader)
+        if (m_Reader == nullptr) {
             return;
+        }
         m_Reader->setDeclarationHandler(nullptr);
         m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, nullptr);
     }
@@ -351,7 +368,7 @@ public:
                        const XMLCh* const /*type*/, const XMLCh* const /*mode*/,
                        const XMLCh* const value) override
     {
-        declare(useOf(u'<', element), value ? kDefaultCost : kAttributeCost, value);
+        declare(useOf(u'<', element), value != nullptr ? kDefaultCost : kAttributeCost, value);
     }
 
     void elementDecl(const XMLCh* const /*name*/, const XMLCh* const /*model*/) override {}
@@ -374,8 +391,9 @@ private:
     // A null value is an empty one.
     void declare(Use use, double ownCost, const XMLCh* value)
     {
-        if (!m_Counts)
+        if (!m_Counts) {
             m_Counts = std::make_unique<UseCounts>(m_Text);
+        }
         Declared& declared = m_Declared[use];
         const std::size_t length = xercesc::XMLString::stringLen(value);
         declared.ownCost += ownCost + static_cast<double>(length);
@@ -384,12 +402,14 @@ private:
             used.isUsed = true;
             declared.uses.push_back(&used);
         });
-        if (declared.isUsed)
+        if (declared.isUsed) {
             assessAll();
-        else
+        } else {
             assessOne(use, declared);
-        if (m_Total > m_Limit)
+        }
+        if (m_Total > m_Limit) {
             throw ExpansionRefused();
+        }
     }
 
     void assessOne(Use use, Declared& declared)
@@ -415,11 +435,13 @@ private:
     // the limit too, or declarations in the worst order would make it grow with their square.
     void assess(Declared& declared, int level)
     {
-        if (declared.round == m_Round)
+        if (declared.round == m_Round) {
             return;
+        }
         m_Work += 1 + static_cast<double>(declared.uses.size());
-        if (level > kDeepestNesting || m_Work > m_Limit)
+        if (level > kDeepestNesting || m_Work > m_Limit) {
             throw ExpansionRefused();
+        }
         double cost = declared.ownCost;
         int depth = 1;
         for (Declared* used : declared.uses) {
@@ -427,8 +449,9 @@ private:
             cost += used->cost;
             depth = std::max(depth, used->depth + 1);
         }
-        if (depth > kDeepestNesting)
+        if (depth > kDeepestNesting) {
             throw ExpansionRefused();
+        }
         declared.cost = cost;
         declared.depth = depth;
         declared.round = m_Round;
@@ -466,8 +489,9 @@ xercesc::SAX2XMLReader* makeReader()
     try {
         std::unique_ptr<xercesc::SAX2XMLReader> reader(
             xercesc::XMLReaderFactory::createXMLReader());
-        for (const Feature& feature : features)
+        for (const Feature& feature : features) {
             reader->setFeature(feature.name, feature.value);
+        }
         return reader.release();
     } catch (const xercesc::XMLException&) {
         return nullptr;
@@ -480,8 +504,9 @@ CCmnSaxParser::CCmnSaxParser(xercesc::DefaultHandler* handler)
     : m_Handler(nullptr), m_Reader(nullptr)
 {
     init();
-    if (handler)
+    if (handler != nullptr) {
         setHandler(handler);
+    }
 }
 
 CCmnSaxParser::~CCmnSaxParser()
@@ -504,8 +529,9 @@ void CCmnSaxParser::init()
 void CCmnSaxParser::setHandler(xercesc::DefaultHandler* handler)
 {
     m_Handler = handler;
-    if (!m_Reader)
+    if (m_Reader == nullptr) {
         return;
+    }
     try {
         m_Reader->setContentHandler(handler);
         m_Reader->setErrorHandler(handler);
@@ -515,21 +541,23 @@ void CCmnSaxParser::setHandler(xercesc::DefaultHandler* handler)
 
 void CCmnSaxParser::parse(const std::string& text)
 {
-    if (!m_Reader) {
+    if (m_Reader == nullptr) {
         m_Reader = makeReader();
         setHandler(m_Handler);
     }
-    if (!m_Reader)
+    if (m_Reader == nullptr) {
         return;
+    }
     const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()),
                                             text.size(), kSourceName, false);
     ExpansionGuard guard(*m_Reader, text);
     try {
         m_Reader->parse(source);
     } catch (const ExpansionRefused&) {
-        if (m_Handler)
+        if (m_Handler != nullptr) {
             m_Handler->fatalError(
                 xercesc::SAXParseException(kRefusal, nullptr, source.getSystemId(), 0, 0));
+        }
     } catch (const xercesc::OutOfMemoryException&) {
         // It stays in the midst of that parse, and would refuse every other one.
         guard.abandonReader();
@@ -541,12 +569,14 @@ void CCmnSaxParser::parse(const std::string& text)
 void CCmnSaxParser::parse(const std::vector<std::string>& lines)
 {
     std::size_t size = 0;
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
         size += line.size() + 1;
+    }
     std::string text;
     text.reserve(size);
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
         text += line;
+    }
     parse(text);
 }
 

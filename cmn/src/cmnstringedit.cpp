@@ -2,6 +2,7 @@
 #include "cmnstringtool.h"
 
 #include <ace/OS_NS_string.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -100,8 +101,9 @@ String convertLetters(String text)
 {
     for (auto& c : text) {
         const auto converted = convert(c);
-        if (converted != c && Case::isLetter(c))
+        if (converted != c && Case::isLetter(c)) {
             c = converted;
+        }
     }
     return text;
 }
@@ -113,10 +115,12 @@ bool findMatch(const char*& place, const char* end, const std::string& search)
     for (;; ++place) {
         place = strchrnul(place, search[0]);
         if (static_cast<std::size_t>(end - place) >= search.size() &&
-            std::memcmp(place, search.data(), search.size()) == 0)
+            std::memcmp(place, search.data(), search.size()) == 0) {
             return true;
-        if (*place == '\0')
+        }
+        if (*place == '\0') {
             return false;
+        }
     }
 }
 
@@ -139,8 +143,9 @@ std::string_view referenceOf(char character)
 const Escape* escapeAt(std::string_view text)
 {
     for (const Escape& escape : kEscapes) {
-        if (text.substr(0, escape.reference.size()) == escape.reference)
+        if (text.substr(0, escape.reference.size()) == escape.reference) {
             return &escape;
+        }
     }
     return nullptr;
 }
@@ -154,35 +159,40 @@ std::string CCmnStringTool::trim(const std::string& text, const char* set)
 
 std::string CCmnStringTool::ltrim(const std::string& text, const char* set)
 {
-    if (text.empty() || !set)
+    if (text.empty() || set == nullptr) {
         return text;
+    }
     const std::size_t start = std::min(text.find_first_not_of(set), text.size());
     return text.c_str() + start;
 }
 
 std::string CCmnStringTool::rtrim(const std::string& text, const char* set)
 {
-    if (text.empty() || !set)
+    if (text.empty() || set == nullptr) {
         return text;
+    }
     return text.substr(0, text.find_last_not_of(set) + 1);
 }
 
 std::string CCmnStringTool::searchreplace(const std::string& text, const std::string& search,
                                           const std::string& replacement)
 {
-    if (search.empty())
+    if (search.empty()) {
         return text;
+    }
     const char* rest = text.c_str();
     const char* const end = rest + text.size();
     const char* place = rest;
-    if (!findMatch(place, end, search))
+    if (!findMatch(place, end, search)) {
         return std::string(rest, place);
+    }
     const std::size_t kept = std::strlen(replacement.c_str());
     std::string result = makeResult(text.size());
     do {
         result.append(rest, static_cast<std::size_t>(place - rest)).append(replacement, 0, kept);
-        if (kept < replacement.size())
+        if (kept < replacement.size()) {
             return result;
+        }
         place += search.size();
         rest = place;
     } while (findMatch(place, end, search));
@@ -196,9 +206,10 @@ std::vector<std::string> CCmnStringTool::tokenize(const std::string& text,
     std::vector<std::string> tokens;
     std::string work = text.c_str();
     char* position = nullptr;
-    for (char* token = ACE_OS::strtok_r(work.data(), delimiters.c_str(), &position); token;
-         token = ACE_OS::strtok_r(nullptr, delimiters.c_str(), &position))
+    for (char* token = ACE_OS::strtok_r(work.data(), delimiters.c_str(), &position);
+         token != nullptr; token = ACE_OS::strtok_r(nullptr, delimiters.c_str(), &position)) {
         tokens.emplace_back(token);
+    }
     return tokens;
 }
 
@@ -247,13 +258,15 @@ std::wstring CCmnStringTool::tostrlower(const std::wstring& text)
 std::size_t CCmnStringTool::find(const std::vector<std::string>& lines, const char* pattern,
                                  std::size_t& index, bool trim)
 {
-    for (; pattern && index < lines.size(); ++index) {
+    for (; (pattern != nullptr) && index < lines.size(); ++index) {
         std::string_view line = lines[index];
-        if (trim)
+        if (trim) {
             line = line.substr(0, line.find_last_not_of(" \n\t\r") + 1);
+        }
         const std::size_t offset = line.find(pattern);
-        if (offset != std::string_view::npos)
+        if (offset != std::string_view::npos) {
             return offset;
+        }
     }
     index = std::max(index, lines.size());
     return std::string::npos;
@@ -279,8 +292,9 @@ std::string CCmnStringTool::convertToXmlSpecialCharacters(const std::string& tex
         const std::size_t run = std::strcspn(rest, kEscaped);
         result.append(rest, run);
         rest += run;
-        if (*rest == '\0')
+        if (*rest == '\0') {
             return result;
+        }
         result.append(referenceOf(*rest));
     }
 }

@@ -26,8 +26,9 @@ Text decimal(Number number)
 template <class Number>
 int readInto(const std::string& text, Number& number, Number (*read)(const std::string&))
 {
-    if (text.empty())
+    if (text.empty()) {
         return -1;
+    }
     number = read(text);
     return 0;
 }
@@ -36,8 +37,9 @@ template <class Char>
 std::basic_string<Char> hexText(const unsigned char* data, int length)
 {
     std::basic_string<Char> text;
-    if (data && length > 0)
+    if (data != nullptr && length > 0) {
         appendHex(text, data, static_cast<std::size_t>(length));
+    }
     return text;
 }
 
@@ -49,10 +51,12 @@ public:
     explicit UidNumber(std::uint32_t number)
     {
         constexpr std::size_t least = 4;
-        while (m_Size > least && number >> (4 * (m_Size - 1)) == 0)
+        while (m_Size > least && number >> (4 * (m_Size - 1)) == 0) {
             --m_Size;
-        for (std::size_t i = m_Size; i > 0; number >>= 4)
+        }
+        for (std::size_t i = m_Size; i > 0; number >>= 4) {
             m_Digits[--i] = hexDigit(number & 0xF);
+        }
     }
 
     const Char* data() const { return m_Digits; }
@@ -69,12 +73,13 @@ constexpr std::array<std::int16_t, 256> makeHexValues()
 {
     std::array<std::int16_t, 256> values{};
     for (std::size_t c = 0; c < values.size(); ++c) {
-        if (c >= '0' && c <= '9')
+        if (c >= '0' && c <= '9') {
             values[c] = static_cast<std::int16_t>(c - '0');
-        else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'))
+        } else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
             values[c] = static_cast<std::int16_t>((c & 0xF) + 9);
-        else
+        } else {
             values[c] = kNoDigit;
+        }
     }
     return values;
 }
@@ -86,8 +91,9 @@ unsigned char readHexPair(char first, char second)
 {
     const int high = kHexValues[static_cast<unsigned char>(first)];
     const int low = kHexValues[static_cast<unsigned char>(second)];
-    if (high != kNoDigit && low != kNoDigit)
+    if (high != kNoDigit && low != kNoDigit) {
         return static_cast<unsigned char>(high << 4 | low);
+    }
     const char pair[] = {first, second, '\0'};
     return static_cast<unsigned char>(std::strtol(pair, nullptr, 16));
 }
@@ -197,10 +203,13 @@ int CCmnStringTool::str2binary(unsigned char* out, int* size, const std::string&
 {
     const std::size_t pairs = text.size() / 2;
     // A negative size is too small even for no pair at all.
-    if (!size || (!out && pairs > 0) || *size < 0 || pairs > static_cast<std::size_t>(*size))
+    if (size == nullptr || (out == nullptr && pairs > 0) || *size < 0 ||
+        pairs > static_cast<std::size_t>(*size)) {
         return -1;
-    for (std::size_t i = 0; i < pairs; ++i)
+    }
+    for (std::size_t i = 0; i < pairs; ++i) {
         out[i] = readHexPair(text[2 * i], text[2 * i + 1]);
+    }
     *size = static_cast<int>(pairs);
     return 0;
 }
@@ -212,7 +221,8 @@ int CCmnStringTool::wstr2binary(unsigned char* out, int* size, std::wstring text
 
 std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char* data, int length)
 {
-    const std::size_t bytes = data && length > 0 ? static_cast<std::size_t>(length) : 0;
+    const std::size_t bytes =
+        (data != nullptr) && length > 0 ? static_cast<std::size_t>(length) : 0;
     const UidNumber<wchar_t> digits(number);
     std::wstring uid(digits.size() + 2 * bytes, L'0');
     printHex(std::copy_n(digits.data(), digits.size(), uid.data()), data, bytes);
@@ -225,8 +235,9 @@ std::string CCmnStringTool::str2uid(unsigned int number, const std::string& text
     std::string uid(digits.data(), digits.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80)
+        if (byte >= 0x80) {
             uid += "ffffff";
+        }
         appendHex(uid, &byte, 1);
     }
     return uid;

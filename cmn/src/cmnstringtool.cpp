@@ -3,6 +3,11 @@
 
 #include "cmnutf16.h"
 
+#include <unicode/uchar.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -12,10 +17,6 @@
 #include <memory>
 #include <new>
 #include <type_traits>
-#include <unicode/uchar.h>
-#include <unicode/ustring.h>
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 namespace tarnix_cmn_4_4
 {
@@ -70,16 +71,18 @@ private:
 char16_t* openBuffer(icu::UnicodeString& text, std::size_t capacity)
 {
     char16_t* const units = text.getBuffer(static_cast<std::int32_t>(capacity));
-    if (!units)
+    if (units == nullptr) {
         throw std::bad_alloc();
+    }
     return units;
 }
 
 // A tstr that gets no memory does not tell, and must not be used.
 void requireLength(const tstr& text, std::size_t length)
 {
-    if (text.length() != length)
+    if (text.length() != length) {
         throw std::bad_alloc();
+    }
 }
 
 // A tstr that owns its text has a terminator behind it; one over the memory of others need not.
@@ -92,14 +95,15 @@ template <class Text, class Char>
 Text makeText(const Char* first, std::size_t length)
 {
     Text text(first, length);
-    if constexpr (std::is_same_v<Text, tstr>)
+    if constexpr (std::is_same_v<Text, tstr>) {
         requireLength(text, length);
+    }
     return text;
 }
 
 std::size_t terminatedLength(const tstr& text)
 {
-    return wcsnlen(text.c_str(), text.length());
+    return ::wcsnlen(text.c_str(), text.length());
 }
 
 // Converts a piece of UTF-8 (length -1: up to its terminator) and returns the units written, -1 if
@@ -129,18 +133,20 @@ icu::UnicodeString fromShortUtf8(const std::string& text)
 std::size_t countUtf16(const char* text)
 {
     std::size_t units = 0;
-    for (; *text; ++text)
+    for (; *text; ++text) {
         units += (U8_IS_TRAIL(*text) ? 0U : 1U) + (static_cast<unsigned char>(*text) >= 0xF0);
+    }
     return units;
 }
 
 // The bytes of the next piece: up to the terminator, but whole characters.
 std::size_t utf8Piece(const char* text)
 {
-    std::size_t piece = strnlen(text, kMaxUtf8Piece);
+    std::size_t piece = ::strnlen(text, kMaxUtf8Piece);
     if (piece == kMaxUtf8Piece) {
-        while (piece > kMaxUtf8Piece - U8_MAX_LENGTH && U8_IS_TRAIL(text[piece]))
+        while (piece > kMaxUtf8Piece - U8_MAX_LENGTH && U8_IS_TRAIL(text[piece])) {
             --piece;
+        }
     }
     return piece;
 }
@@ -150,8 +156,9 @@ std::size_t utf8Piece(const char* text)
 {
     icu::UnicodeString result;
     const std::size_t capacity = countUtf16(text);
-    if (capacity > kMaxUstr)
+    if (capacity > kMaxUstr) {
         return result;
+    }
     char16_t* const units = openBuffer(result, capacity);
     std::size_t filled = 0;
     for (std::size_t piece = utf8Piece(text); piece > 0; piece = utf8Piece(text)) {
@@ -181,8 +188,9 @@ std::int32_t convertUtf16(const char16_t* text, std::size_t length, Room<char>& 
 // The units of the next piece, which must not end within a surrogate pair.
 std::size_t utf16Piece(const char16_t* text, std::size_t length)
 {
-    if (length <= kMaxUtf16Piece)
+    if (length <= kMaxUtf16Piece) {
         return length;
+    }
     return U16_IS_LEAD(text[kMaxUtf16Piece - 1]) ? kMaxUtf16Piece - 1 : kMaxUtf16Piece;
 }
 
@@ -193,8 +201,9 @@ std::size_t utf16Piece(const char16_t* text, std::size_t length)
     while (length > 0) {
         const std::size_t piece = utf16Piece(text, length);
         const std::int32_t written = convertUtf16(text, piece, room);
-        if (written < 0)
+        if (written < 0) {
             return {};
+        }
         result.append(room.data(), static_cast<std::size_t>(written));
         text += piece;
         length -= piece;
@@ -217,8 +226,9 @@ bool needsTwoUnits(wchar_t unit)
 bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
 {
     std::uint32_t all = 0;
-    for (; first != last; ++first)
+    for (; first != last; ++first) {
         all |= static_cast<std::uint32_t>(*first);
+    }
     return all <= 0xFFFF;
 }
 
@@ -238,12 +248,15 @@ char16_t* appendUtf16(char16_t* target, wchar_t unit)
 template <class Char>
 Char* duplicate(const Char* text, std::size_t length, CCmnStringTool::Allocator allocator)
 {
-    if (length >= std::numeric_limits<std::size_t>::max() / sizeof(Char))
+    if (length >= std::numeric_limits<std::size_t>::max() / sizeof(Char)) {
         return nullptr;
+    }
     const std::size_t bytes = (length + 1) * sizeof(Char);
-    const auto copy = static_cast<Char*>(allocator ? allocator(bytes) : std::malloc(bytes));
-    if (!copy)
+    const auto copy =
+        static_cast<Char*>(allocator != nullptr ? allocator(bytes) : std::malloc(bytes));
+    if (copy == nullptr) {
         return nullptr;
+    }
     std::char_traits<Char>::copy(copy, text, length);
     copy[length] = Char{};
     return copy;
@@ -260,14 +273,17 @@ Result convertByLocale(const From* text, std::size_t size, Convert convert)
         const From* rest = text;
         std::mbstate_t state{};
         const std::size_t written = convert(room.data(), &rest, room.size(), &state);
-        if (written == kConversionFailed)
+        if (written == kConversionFailed) {
             return {};
-        if (!rest)
+        }
+        if (rest == nullptr) {
             return makeText<Result>(room.data(), written);
+        }
         // In some encodings a cut character at the end of the text is no failure, but there the
         // conversion stops all the same.
-        if (room.size() - written >= MB_LEN_MAX)
+        if (room.size() - written >= MB_LEN_MAX) {
             return {};
+        }
     }
 }
 
@@ -293,13 +309,16 @@ std::wstring toLongWide(const std::string& text)
     const char* rest = text.c_str();
     std::mbstate_t state{};
     const std::size_t written = std::mbsrtowcs(result.data(), &rest, result.size(), &state);
-    if (written == kConversionFailed)
+    if (written == kConversionFailed) {
         return {};
-    if (rest)
+    }
+    if (rest != nullptr) {
         return toWide<std::wstring>(text);
+    }
     result.resize(written);
-    if (written < text.size() / 2)
+    if (written < text.size() / 2) {
         result.shrink_to_fit();
+    }
     return result;
 }
 
@@ -313,11 +332,13 @@ icu::UnicodeString CCmnStringTool::str2ustr(const std::string& text)
 std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
 {
     const auto length = static_cast<std::size_t>(text.length());
-    if (length > kMaxUtf16Piece)
+    if (length > kMaxUtf16Piece) {
         return fromLongUtf16(text.getBuffer(), length);
+    }
     Room<char> room(length * kUtf8PerUnit + 1);
-    if (length == 0 || convertUtf16(text.getBuffer(), length, room) < 0)
+    if (length == 0 || convertUtf16(text.getBuffer(), length, room) < 0) {
         return {};
+    }
     return room.data(); // terminated, at the latest behind all of it
 }
 
@@ -331,15 +352,17 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
     const std::size_t capacity =
         oneUnitEach ? length
                     : length + static_cast<std::size_t>(std::count_if(first, last, needsTwoUnits));
-    if (capacity == 0 || capacity > kMaxUstr)
+    if (capacity == 0 || capacity > kMaxUstr) {
         return result;
+    }
     char16_t* target = openBuffer(result, capacity);
     if (oneUnitEach) {
         std::transform(first, last, target,
                        [](wchar_t unit) { return static_cast<char16_t>(unit); });
     } else {
-        for (const wchar_t* unit = first; unit != last; ++unit)
+        for (const wchar_t* unit = first; unit != last; ++unit) {
             target = appendUtf16(target, *unit);
+        }
     }
     result.releaseBuffer(static_cast<std::int32_t>(capacity));
     return result;
@@ -391,8 +414,9 @@ tstr CCmnStringTool::str2tstr(const std::string& text)
 
 std::string CCmnStringTool::tstr2str(const tstr& text)
 {
-    if (isTerminated(text))
+    if (isTerminated(text)) {
         return toNarrow(text.c_str(), text.length());
+    }
     // With a terminator: without it wcsnrtombs keeps back what an encoding holds on to, and looks
     // in front of its target after a text that becomes nothing.
     const std::size_t length = terminatedLength(text);
@@ -403,7 +427,7 @@ std::string CCmnStringTool::tstr2str(const tstr& text)
 
 std::string CCmnStringTool::tstr2str(const char* text)
 {
-    return text ? text : std::string();
+    return text != nullptr ? text : std::string();
 }
 
 tstr CCmnStringTool::wstr2tstr(const std::wstring& text)
@@ -438,11 +462,12 @@ wchar_t** CCmnStringTool::tstrduplist(const std::vector<tstr>& list)
 {
     // Cleared, so that the list is ended by a null pointer at any time.
     auto copies = static_cast<wchar_t**>(std::calloc(list.size() + 1, sizeof(wchar_t*)));
-    if (!copies)
+    if (copies == nullptr) {
         return nullptr;
+    }
     for (std::size_t i = 0; i < list.size(); ++i) {
         copies[i] = tstrdup(list[i], nullptr);
-        if (!copies[i]) {
+        if (copies[i] == nullptr) {
             tstrfreelist(copies);
             return nullptr;
         }
@@ -452,10 +477,12 @@ wchar_t** CCmnStringTool::tstrduplist(const std::vector<tstr>& list)
 
 void CCmnStringTool::tstrfreelist(wchar_t**& list)
 {
-    if (!list)
+    if (list == nullptr) {
         return;
-    for (wchar_t** entry = list; *entry; ++entry)
+    }
+    for (wchar_t** entry = list; *entry != nullptr; ++entry) {
         std::free(*entry);
+    }
     std::free(list);
     list = nullptr;
 }

@@ -46,8 +46,9 @@ class TraceLine
 public:
     TraceLine()
     {
-        if (!ACE::timestamp(m_Stack, kTimeSize, true))
+        if (ACE::timestamp(m_Stack, kTimeSize, true) == nullptr) {
             TX_strncpy(m_Stack, "<time error>", kTimeSize - 1, kTimeSize);
+        }
         m_TextAt = std::strlen(m_Stack);
         m_Stack[m_TextAt++] = ' ';
     }
@@ -56,8 +57,9 @@ public:
     {
         ArgsAgain again(args);
         const int length = TX_vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
-        if (static_cast<std::size_t>(length) == kTextSize - 1)
+        if (static_cast<std::size_t>(length) == kTextSize - 1) {
             formatLong(format, again.args);
+        }
         // The text ends at its first NUL.
         m_End = m_TextAt + std::strlen(m_Line + m_TextAt);
         m_Line[m_End++] = '\n';
@@ -106,8 +108,9 @@ private:
 std::string printable(const tstr& text)
 {
     std::string narrow = CCmnStringTool::tstr2str(text);
-    if (narrow.empty())
+    if (narrow.empty()) {
         wideToUtf8(text.c_str(), narrow);
+    }
     return narrow;
 }
 
@@ -115,8 +118,9 @@ std::string printable(const tstr& text)
 bool appendToFile(const tstr& path, const char* text, std::size_t size)
 {
     std::string bytes;
-    if (!asciiToBytes(path.c_str(), bytes))
+    if (!asciiToBytes(path.c_str(), bytes)) {
         bytes = CCmnStringTool::tstr2str(path); // by the locale of the moment
+    }
     return TxAppendToFile(bytes.c_str(), text, size);
 }
 
@@ -138,18 +142,20 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
     assign(m_TraceDir, dir);
     m_Settings.setLevel(level);
     assign(m_TracePath, dir, L"/", file);
-    if (appendToFile(m_TracePath, nullptr, 0))
+    if (appendToFile(m_TracePath, nullptr, 0)) {
         m_Initialized = true;
-    else
+    } else {
         std::printf("[CCmnTraceLog] Error: Tracefile [%s] initialization failed.[%s][%s]\n",
                     printable(m_TracePath).c_str(), printable(m_TraceFile).c_str(),
                     printable(m_TraceDir).c_str());
+    }
 }
 
 void CCmnTraceLog::initTraceSettings(tstr& dir, tstr& file, int& level)
 {
-    if (!dir.is_empty() && !file.is_empty())
+    if (!dir.is_empty() && !file.is_empty()) {
         updateConfigFile(dir, file, level);
+    }
     try {
         loadFromConfigFile(dir, file, level);
     } catch (const CCmnError&) {
@@ -183,10 +189,11 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
 
     unsigned int configured = 0;
     ACE_Configuration_Section_Key section;
-    if (m_Settings.store().openSection(kSection, section, 0) == 0)
+    if (m_Settings.store().openSection(kSection, section, 0) == 0) {
         configured = readSettings(dir, file, level);
-    else
+    } else {
         updateConfigFile(dir, file, level);
+    }
     level = configured <= 1 ? static_cast<int>(configured) : 1;
 
     tstr siblingDir;
@@ -194,8 +201,9 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
     int siblingLevel = -1;
     CCmnSGDConfiguration::getTraceConfigFileInfo(siblingDir, siblingFile);
     CCmnSGDConfiguration::getTraceLevel(siblingDir, siblingFile, siblingLevel);
-    if (siblingLevel > level)
+    if (siblingLevel > level) {
         level = siblingLevel;
+    }
 }
 
 unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
@@ -213,15 +221,17 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
         m_Settings.store().setIntegerValue(kTraceStdout, toStdout);
         m_Settings.store().exportConfig();
     }
-    if (toStdout == 1)
+    if (toStdout == 1) {
         m_ToStdout = true;
+    }
     return configured;
 }
 
 void CCmnTraceLog::readOrStore(const wchar_t* key, tstr& value)
 {
-    if (m_Settings.store().getStringValue(key, value) == 0)
+    if (m_Settings.store().getStringValue(key, value) == 0) {
         return;
+    }
     m_Settings.store().setStringValue(key, value);
     m_Settings.store().exportConfig();
 }
@@ -231,10 +241,12 @@ void CCmnTraceLog::Settings::takeLevelFromStore()
     setLevel(1);
     ACE_Configuration_Section_Key section;
     unsigned int configured = 0;
-    if (m_Config.openSection(kSection, section, 1) != 0)
+    if (m_Config.openSection(kSection, section, 1) != 0) {
         return; // perhaps only for want of memory: the next call looks again
-    if (m_Config.getIntegerValue(kTraceLevel, configured) == 0)
+    }
+    if (m_Config.getIntegerValue(kTraceLevel, configured) == 0) {
         m_TraceLevel = static_cast<int>(configured);
+    }
     m_IsLevelOfStore = true;
 }
 
@@ -246,8 +258,9 @@ void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
 void CCmnTraceLog::trace(int level, const char* format, ...)
 {
     // Most lines end here, before anything is made ready for them.
-    if (m_Settings.isLevelOfStore() && level > m_Settings.level())
+    if (m_Settings.isLevelOfStore() && level > m_Settings.level()) {
         return;
+    }
     std::va_list args;
     va_start(args, format);
     try {
@@ -260,15 +273,18 @@ void CCmnTraceLog::trace(int level, const char* format, ...)
 
 void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
 {
-    if (!m_Settings.isLevelOfStore())
+    if (!m_Settings.isLevelOfStore()) {
         UpdateTraceLevelFromConfigFile();
-    if (!format || !*format || !m_Initialized || level > m_Settings.level())
+    }
+    if (format == nullptr || !*format || !m_Initialized || level > m_Settings.level()) {
         return;
+    }
     TraceLine line;
     line.format(format, args);
     appendToFile(m_TracePath, line.data(), line.size());
-    if (m_ToStdout)
+    if (m_ToStdout) {
         std::printf("%s:%s", printable(m_Name).c_str(), line.data());
+    }
 }
 
 } // namespace tarnix_cmn_4_4

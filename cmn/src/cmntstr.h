@@ -16,8 +16,9 @@ inline void append(tstr& target, const wchar_t* text, std::size_t length)
 {
     const std::size_t expected = target.length() + length;
     target.append(text, length);
-    if (target.length() != expected)
+    if (target.length() != expected) {
         throw std::bad_alloc();
+    }
 }
 
 inline void append(tstr& target, const tstr& text)
@@ -28,7 +29,7 @@ inline void append(tstr& target, const tstr& text)
 // Null counts as the empty text.
 inline void append(tstr& target, const wchar_t* text)
 {
-    append(target, text, text ? std::wcslen(text) : 0);
+    append(target, text, text != nullptr ? std::wcslen(text) : 0);
 }
 
 // The target, which may be one of the texts, stays as it was when memory is refused.

@@ -5,13 +5,14 @@
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 
+#include <unicode/unistr.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+
 #include <algorithm>
 #include <new>
 #include <string>
 #include <string_view>
-#include <unicode/unistr.h>
-#include <unicode/ustring.h>
-#include <unicode/utf16.h>
 
 namespace tarnix_cmn_4_4
 {
@@ -44,10 +45,12 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
         return piece;
     }
     std::int32_t filled = 0;
-    for (; filled < room && at < length && units[at] != 0; ++filled)
+    for (; filled < room && at < length && units[at] != 0; ++filled) {
         U16_NEXT(units, at, length, wide[filled]);
-    if (at < length && units[at] == 0)
+    }
+    if (at < length && units[at] == 0) {
         at = length;
+    }
     return filled;
 }
 
@@ -71,8 +74,9 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
     char utf8[3 * kUtf16Piece];
     for (std::int32_t length = text.length(), piece = 0; length > 0; length -= piece) {
         piece = std::min(kUtf16Piece, length);
-        if (piece < length && U16_IS_LEAD(rest[piece - 1]))
+        if (piece < length && U16_IS_LEAD(rest[piece - 1])) {
             --piece; // not into a pair
+        }
         std::int32_t written = 0;
         UErrorCode status = U_ZERO_ERROR;
         u_strToUTF8(utf8, sizeof utf8, &written, rest, piece, &status);
@@ -90,13 +94,15 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
 inline icu::UnicodeString fromUtf8(std::string_view text)
 {
     constexpr std::size_t longest = 0x40000000;
-    if (text.size() > longest)
+    if (text.size() > longest) {
         return CCmnStringTool::str2ustr(std::string(text)); // ICU has to be given it in pieces
+    }
     icu::UnicodeString result;
     const auto length = static_cast<std::int32_t>(text.size());
     char16_t* const units = result.getBuffer(length);
-    if (!units)
+    if (units == nullptr) {
         throw std::bad_alloc();
+    }
     std::int32_t written = 0;
     UErrorCode status = U_ZERO_ERROR;
     u_strFromUTF8(units, length, &written, text.data(), length, &status);

@@ -18,10 +18,12 @@ inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
 {
     bytes.clear();
     const wchar_t* end = text;
-    while (end && *end > 0 && *end <= 0x7F)
+    while (end != nullptr && *end > 0 && *end <= 0x7F) {
         ++end;
-    if (end && *end)
+    }
+    if (end != nullptr && *end) {
         return false;
+    }
     bytes.resize(static_cast<std::size_t>(end - text));
     std::transform(text, end, bytes.begin(), [](wchar_t unit) { return static_cast<char>(unit); });
     return true;
@@ -31,8 +33,9 @@ inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
 // has no UTF-8; a unit that is no code point becomes U+FFFD.
 inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
 {
-    if (asciiToBytes(text, utf8))
+    if (asciiToBytes(text, utf8)) {
         return true;
+    }
     utf8 = CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(tstr(text)));
     return !utf8.empty();
 }
@@ -41,8 +44,9 @@ inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
 inline bool utf8ToWide(const std::string& utf8, tstr& text)
 {
     const icu::UnicodeString units = CCmnStringTool::str2ustr(utf8);
-    if (units.isEmpty() && !utf8.empty())
+    if (units.isEmpty() && !utf8.empty()) {
         return false;
+    }
     tstr wide = CCmnStringTool::ustr2tstr(units);
     text.swap(wide);
     return true;

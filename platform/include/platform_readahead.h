@@ -18,7 +18,7 @@ namespace tarnix_platform
 /// one without a lock, and a handle that another thread closes at that moment must not make it look
 /// into freed memory.
 struct ReadAhead {
-    static constexpr std::size_t capacity = 64 * 1024; ///< the kernel's pipe holds as much
+    static constexpr std::size_t kCapacity = 64 * 1024; ///< the kernel's pipe holds as much
 
     /// Places in `bytes`; nothing is there when `at` is not below `end`. Whoever uses one checks
     /// it, so that two threads which read one end against the rules get wrong bytes and nothing
@@ -27,7 +27,7 @@ struct ReadAhead {
     std::atomic<std::uint32_t> end{0};
     std::atomic<std::uint64_t> lease{0}; ///< number of the one lease that holds
     std::atomic<HANDLE> writer{nullptr}; ///< first handle of the child that writes here
-    unsigned char bytes[capacity];
+    unsigned char bytes[kCapacity];
 
     ReadAhead() {} ///< leaves the bytes as they are
 
@@ -72,12 +72,12 @@ struct FastSlot {
     std::atomic<HANDLE> writer{nullptr};     ///< as long as this is its writer
 };
 
-constexpr std::size_t maxHandles = std::size_t{1} << 16;
-extern FastSlot g_fastSlots[maxHandles];
+constexpr std::size_t kMaxHandles = std::size_t{1} << 16;
+extern FastSlot g_fastSlots[kMaxHandles];
 
 inline FastSlot& fastSlot(HANDLE handle)
 {
-    return g_fastSlots[(reinterpret_cast<std::uintptr_t>(handle) >> 2) % maxHandles];
+    return g_fastSlots[(reinterpret_cast<std::uintptr_t>(handle) >> 2) % kMaxHandles];
 }
 
 inline bool likely(bool condition)

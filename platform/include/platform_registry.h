@@ -55,7 +55,7 @@ public:
 
     /// `sub_section` is a path with backslashes. Returns 0, or non-zero with `result` untouched if
     /// there is no such key: `create` is ignored, nothing is ever made.
-    int open_section(const ACE_Configuration_Section_Key& base, const wchar_t* sub_section,
+    int open_section(const ACE_Configuration_Section_Key& base, const wchar_t* subSection,
                      int create, ACE_Configuration_Section_Key& result);
 
     /// Returns 0, or non-zero with `value` untouched if there is no string of that name.

@@ -25,7 +25,7 @@ const char* systemText(DWORD error)
     case ERROR_BROKEN_PIPE:
         return "The pipe has ended";
     default:
-        return strerrordesc_np(static_cast<int>(error));
+        return ::strerrordesc_np(static_cast<int>(error));
     }
 }
 

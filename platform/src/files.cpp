@@ -1,13 +1,13 @@
 // Files that no child inherits, and the one that takes another's place.
 #include "platform_file.h"
-
 #include "uniquefd.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 using namespace tarnix_platform;
 
@@ -15,7 +15,7 @@ namespace
 {
 
 // Like a stream it is made with all rights that the process's mask leaves.
-constexpr mode_t usualRights = 0666;
+constexpr mode_t kUsualRights = 0666;
 
 // The file that a chain of links ends at, which need not be there: to rename over a link would
 // replace the link.
@@ -25,8 +25,9 @@ std::string behindLinks(std::string path)
     char link[4096];
     for (int i = 0; i < mostLinks; ++i) {
         const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
-        if (length <= 0)
+        if (length <= 0) {
             break;
+        }
         const std::size_t name = link[0] == '/' ? 0 : path.rfind('/') + 1;
         path.replace(name, std::string::npos, link, static_cast<std::size_t>(length));
     }
@@ -63,17 +64,18 @@ TxFile TxOpenFile(const char* path, const char* mode)
 {
     const std::string closeOnExec = std::string(mode) + "e";
     std::FILE* file = nullptr;
-    do
+    do {
         file = std::fopen(path, closeOnExec.c_str());
-    while (!file && errno == EINTR);
+    } while (file == nullptr && errno == EINTR);
     return TxFile(file);
 }
 
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
 {
-    const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, usualRights);
-    if (file)
+    const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, kUsualRights);
+    if (file) {
         writeAll(file.get(), bytes, size);
+    }
     return static_cast<bool>(file);
 }
 
@@ -82,8 +84,9 @@ struct TxReplacement::State {
     {
         constexpr int attempts = 20; // others replace the file at the same time
         for (int i = 0; i < attempts; ++i) {
-            if (!mayReplace(path))
+            if (!mayReplace(path)) {
                 return;
+            }
             m_Path = behindLinks(path);
             if (isStill(m_Path.c_str())) {
                 create();
@@ -120,13 +123,14 @@ struct TxReplacement::State {
     {
         constexpr int mostNames = 100; // those of runs that were killed are still there
         const std::string stem =
-            m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(getpid()) + "-";
+            m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
         for (int i = 0; i < mostNames && !m_File; ++i) {
             m_Beside = stem + std::to_string(i);
             m_File = openFile(m_Beside.c_str(), O_WRONLY | O_CREAT | O_EXCL,
-                              m_IsNew ? usualRights : S_IRUSR | S_IWUSR);
-            if (!m_File && errno != EEXIST)
+                              m_IsNew ? kUsualRights : S_IRUSR | S_IWUSR);
+            if (!m_File && errno != EEXIST) {
                 break;
+            }
         }
         m_MustKeepOld = !m_File && !isOfDirectory(errno);
     }
@@ -138,8 +142,9 @@ struct TxReplacement::State {
         mode_t mode = m_Old.st_mode & 07777;
         if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0) {
             mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
-            if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0)
+            if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0) {
                 mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
+            }
         }
         return dropAccessList(m_File.get()) && ::fchmod(m_File.get(), mode) == 0;
     }
@@ -157,8 +162,9 @@ TxReplacement::TxReplacement(const char* path) : m_State(std::make_unique<State>
 
 TxReplacement::~TxReplacement()
 {
-    if (m_State->m_File)
+    if (m_State->m_File) {
         ::unlink(m_State->m_Beside.c_str());
+    }
 }
 
 TxReplacement::operator bool() const
@@ -174,8 +180,9 @@ const std::string& TxReplacement::path() const
 bool TxReplacement::take()
 {
     State& state = *m_State;
-    if (!state.m_IsNew && !state.keepAccess())
+    if (!state.m_IsNew && !state.keepAccess()) {
         return false;
+    }
     if (std::rename(state.m_Beside.c_str(), state.m_Path.c_str()) != 0) {
         state.m_MustKeepOld = !isOfDirectory(errno);
         return false;

@@ -10,7 +10,7 @@
 namespace tarnix_platform
 {
 
-FastSlot g_fastSlots[maxHandles];
+FastSlot g_fastSlots[kMaxHandles];
 
 namespace
 {
@@ -28,7 +28,7 @@ public:
         if (!m_Free.empty()) {
             place = m_Free.back();
             m_Free.pop_back();
-        } else if (m_Entries.size() < maxHandles) {
+        } else if (m_Entries.size() < kMaxHandles) {
             place = m_Entries.size();
             if (m_Free.capacity() <= place) { // close must not allocate, nor a place be lost
                 m_Free.reserve(2 * place + 1);
@@ -39,7 +39,7 @@ public:
             return nullptr;
         }
         Entry& entry = m_Entries[place];
-        entry.turn = (entry.turn + 1) & maxTurn;
+        entry.turn = (entry.turn + 1) & kMaxTurn;
         entry.object = std::move(object);
         const HANDLE handle = encode(place, entry.turn);
         fastSlot(handle).owner.store(handle, std::memory_order_release);
@@ -102,7 +102,7 @@ private:
         std::shared_ptr<Object> object;
     };
 
-    static constexpr std::uintptr_t maxTurn = (std::uintptr_t{1} << 40) - 1;
+    static constexpr std::uintptr_t kMaxTurn = (std::uintptr_t{1} << 40) - 1;
 
     // The turn stands above the place: place in bits 2 to 17, turn from bit 18.
     static HANDLE encode(std::size_t place, std::uintptr_t turn)
@@ -112,7 +112,7 @@ private:
 
     Entry* entryOf(HANDLE handle)
     {
-        const std::size_t place = (reinterpret_cast<std::uintptr_t>(handle) >> 2) % maxHandles;
+        const std::size_t place = (reinterpret_cast<std::uintptr_t>(handle) >> 2) % kMaxHandles;
         if (place >= m_Entries.size()) {
             return nullptr;
         }

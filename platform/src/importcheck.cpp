@@ -2,20 +2,21 @@
 #include "platform_registry.h"
 #include "uniquefd.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
 namespace
 {
 
-constexpr long mostLevels = 128;
-constexpr long mostOfAll = 50000;
-constexpr long mostZeros = 8; // some stand in good files that something damaged
-constexpr long longestLine = 16L * 1024 * 1024;
+constexpr long kMostLevels = 128;
+constexpr long kMostOfAll = 50000;
+constexpr long kMostZeros = 8; // some stand in good files that something damaged
+constexpr long kLongestLine = 16L * 1024 * 1024;
 
 // Takes a file piece by piece, and counts the levels of its sections.
 class ImportCheck
@@ -24,16 +25,18 @@ public:
     // A piece is shorter than the longest line.
     bool accepts(const char* piece, const char* end)
     {
-        if (!countZeros(piece, end) || !measureLines(piece, end))
+        if (!countZeros(piece, end) || !measureLines(piece, end)) {
             return false;
+        }
         while (piece != end) {
             if (m_AtStart) {
                 m_InSection = *piece == '[';
                 m_Levels = 0;
             }
             const char* const next = m_InSection ? behindLine(piece, end) : nextSection(piece, end);
-            if (m_InSection && !countLevels(piece, next))
+            if (m_InSection && !countLevels(piece, next)) {
                 return false;
+            }
             m_AtStart = next[-1] == '\n';
             piece = next;
         }
@@ -57,25 +60,28 @@ private:
     static const char* nextSection(const char* line, const char* end)
     {
         const char* place = find('[', line + 1, end);
-        while (place != end && place[-1] != '\n')
+        while (place != end && place[-1] != '\n') {
             place = find('[', place + 1, end);
+        }
         return place;
     }
 
     bool countZeros(const char* piece, const char* end)
     {
-        for (piece = find('\0', piece, end); piece != end && m_Zeros <= mostZeros;
-             piece = find('\0', piece + 1, end))
+        for (piece = find('\0', piece, end); piece != end && m_Zeros <= kMostZeros;
+             piece = find('\0', piece + 1, end)) {
             ++m_Zeros;
-        return m_Zeros <= mostZeros;
+        }
+        return m_Zeros <= kMostZeros;
     }
 
     bool measureLines(const char* piece, const char* end)
     {
         const char* const newline = find('\n', piece, end);
         m_Length += newline - piece;
-        if (m_Length > longestLine)
+        if (m_Length > kLongestLine) {
             return false;
+        }
         if (newline != end) {
             const void* last = ::memrchr(newline, '\n', static_cast<std::size_t>(end - newline));
             m_Length = end - static_cast<const char*>(last) - 1;
@@ -89,7 +95,7 @@ private:
             (m_AtStart ? 1 : 0) + std::count(line, end, '\\') + std::count(line, end, '/');
         m_Levels += opened;
         m_AllLevels += opened;
-        return m_Levels <= mostLevels && m_AllLevels <= mostOfAll;
+        return m_Levels <= kMostLevels && m_AllLevels <= kMostOfAll;
     }
 
     bool m_AtStart = true;
@@ -106,21 +112,26 @@ bool TxMayImport(const char* path)
 {
     // Without O_NONBLOCK a pipe without a writer would be waited for.
     const tarnix_platform::UniqueFd file = tarnix_platform::openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!file)
+    if (!file) {
         return true; // the import will tell
+    }
     struct stat info {
     };
-    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
+    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return false;
+    }
     ImportCheck check;
     char piece[16 * 1024];
     for (;;) {
         const ssize_t got = ::read(file.get(), piece, sizeof piece);
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && errno == EINTR) {
             continue;
-        if (got <= 0)
+        }
+        if (got <= 0) {
             return true;
-        if (!check.accepts(piece, piece + got))
+        }
+        if (!check.accepts(piece, piece + got)) {
             return false;
+        }
     }
 }

@@ -3,14 +3,16 @@
 
 #include "rights.h"
 
+#include <security/pam_appl.h>
+
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <grp.h>
-#include <pwd.h>
-#include <security/pam_appl.h>
-#include <unistd.h>
 #include <vector>
 
 namespace tarnix_platform
@@ -50,7 +52,7 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
     for (int i = 0; i < count && result == PAM_SUCCESS; ++i) {
         const int style = questions[i]->msg_style;
         if (style == PAM_PROMPT_ECHO_OFF) {
-            replies[i].resp = strdup(static_cast<const char*>(password));
+            replies[i].resp = ::strdup(static_cast<const char*>(password));
             result = replies[i].resp != nullptr ? PAM_SUCCESS : PAM_BUF_ERR;
         } else if (style == PAM_PROMPT_ECHO_ON) {
             result = PAM_CONV_ERR; // nobody is there to answer it
@@ -59,7 +61,7 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
     if (result != PAM_SUCCESS) {
         for (int i = 0; i < count; ++i) {
             if (replies[i].resp != nullptr) {
-                explicit_bzero(replies[i].resp, std::strlen(replies[i].resp));
+                ::explicit_bzero(replies[i].resp, std::strlen(replies[i].resp));
                 std::free(replies[i].resp);
             }
         }
@@ -115,7 +117,7 @@ bool findAccount(const std::string& user, Identity& identity)
     passwd entry{};
     passwd* found = nullptr;
     int error = 0;
-    while ((error = getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found)) ==
+    while ((error = ::getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found)) ==
            ERANGE) {
         buffer.resize(buffer.size() * 2);
     }
@@ -126,7 +128,7 @@ bool findAccount(const std::string& user, Identity& identity)
     identity.gid = entry.pw_gid;
     int count = 64;
     identity.groups.resize(static_cast<std::size_t>(count));
-    while (getgrouplist(user.c_str(), entry.pw_gid, identity.groups.data(), &count) < 0) {
+    while (::getgrouplist(user.c_str(), entry.pw_gid, identity.groups.data(), &count) < 0) {
         identity.groups.resize(
             std::max(static_cast<std::size_t>(count), identity.groups.size() * 2));
         count = static_cast<int>(identity.groups.size());
@@ -137,7 +139,7 @@ bool findAccount(const std::string& user, Identity& identity)
 
 bool logOn(const std::string& user, const char* password, DWORD type, Identity& identity)
 {
-    if (geteuid() != 0) {
+    if (::geteuid() != 0) {
         return refuse(EPERM, user, "this process may not take another identity");
     }
     if (!findAccount(user, identity)) {

@@ -2,8 +2,9 @@
 // library was designed on does.
 #include "platform.h"
 
-#include <cerrno>
 #include <dlfcn.h>
+
+#include <cerrno>
 
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 
@@ -22,7 +23,7 @@ namespace
 __attribute__((constructor)) void attach()
 {
     Dl_info info{};
-    dladdr(reinterpret_cast<void*>(&attach), &info);
+    ::dladdr(reinterpret_cast<void*>(&attach), &info);
     DllMain(info.dli_fbase, DLL_PROCESS_ATTACH, nullptr);
 }
 

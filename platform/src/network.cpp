@@ -32,8 +32,9 @@ bool lookUp(Answer& answer, Call call)
         answer.room.resize(room);
         hostent* found = nullptr;
         const int code = call(answer, &found);
-        if (code != ERANGE)
+        if (code != ERANGE) {
             return code == 0 && found != nullptr;
+        }
     }
     return false;
 }
@@ -42,9 +43,10 @@ bool lookUp(Answer& answer, Call call)
 
 std::optional<TxIPv4> TxInetAddr(const char* text)
 {
-    const in_addr_t value = inet_addr(text);
-    if (value == INADDR_NONE)
+    const in_addr_t value = ::inet_addr(text);
+    if (value == INADDR_NONE) {
         return std::nullopt;
+    }
     TxIPv4 address;
     std::memcpy(address.data(), &value, address.size());
     return address;
@@ -55,29 +57,32 @@ std::optional<std::string> TxHostName(const TxIPv4& address)
     Answer answer;
     const bool isFound = lookUp(answer, [&address](Answer& into, hostent** found) {
         int reason = 0;
-        return gethostbyaddr_r(address.data(), static_cast<socklen_t>(address.size()), AF_INET,
-                               &into.record, into.room.data(), into.room.size(), found, &reason);
+        return ::gethostbyaddr_r(address.data(), static_cast<socklen_t>(address.size()), AF_INET,
+                                 &into.record, into.room.data(), into.room.size(), found, &reason);
     });
-    if (!isFound || !answer.record.h_name)
+    if (!isFound || answer.record.h_name == nullptr) {
         return std::nullopt;
+    }
     return answer.record.h_name;
 }
 
 std::optional<TxIPv4> TxHostAddress(const char* name)
 {
-    if (*name == '\0')
+    if (*name == '\0') {
         return std::nullopt;
+    }
     Answer answer;
     const bool isFound = lookUp(answer, [name](Answer& into, hostent** found) {
         int reason = 0;
-        return gethostbyname2_r(name, AF_INET, &into.record, into.room.data(), into.room.size(),
-                                found, &reason);
+        return ::gethostbyname2_r(name, AF_INET, &into.record, into.room.data(), into.room.size(),
+                                  found, &reason);
     });
     const hostent& record = answer.record;
     TxIPv4 address;
-    if (!isFound || record.h_length != static_cast<int>(address.size()) || !record.h_addr_list ||
-        !record.h_addr_list[0])
+    if (!isFound || record.h_length != static_cast<int>(address.size()) ||
+        (record.h_addr_list == nullptr) || record.h_addr_list[0] == nullptr) {
         return std::nullopt;
+    }
     std::memcpy(address.data(), record.h_addr_list[0], address.size());
     return address;
 }
@@ -85,11 +90,13 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
 int GetComputerNameW(wchar_t* buffer, std::uint32_t* size)
 {
     char name[256] = {};
-    if (gethostname(name, sizeof name - 1) != 0)
+    if (::gethostname(name, sizeof name - 1) != 0) {
         return 0;
+    }
     const std::size_t length = std::mbstowcs(nullptr, name, 0);
-    if (length == static_cast<std::size_t>(-1) || length > *size)
+    if (length == static_cast<std::size_t>(-1) || length > *size) {
         return 0;
+    }
     std::mbstowcs(buffer, name, length + 1);
     *size = static_cast<std::uint32_t>(length);
     return 1;

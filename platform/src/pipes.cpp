@@ -3,13 +3,14 @@
 
 #include "waits.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <fcntl.h>
 #include <map>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <vector>
 
 namespace tarnix_platform
@@ -172,7 +173,7 @@ Pipe::~Pipe()
 bool Pipe::create()
 {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
         return fail(errno);
     }
     m_ReadFd.reset(fds[0]);
@@ -215,7 +216,7 @@ void Pipe::seal()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     int waiting = 0;
-    if (m_Sealed || !m_ReadFd || ioctl(m_ReadFd.get(), FIONREAD, &waiting) != 0) {
+    if (m_Sealed || !m_ReadFd || ::ioctl(m_ReadFd.get(), FIONREAD, &waiting) != 0) {
         return;
     }
     m_Sealed = true;
@@ -230,15 +231,15 @@ ReadState Pipe::fill(int& error)
     }
     if (!m_NonBlocking) {
         // Only an end that is read here: one that a child gets as its input must block.
-        const int flags = fcntl(m_ReadFd.get(), F_GETFL);
-        if (flags < 0 || fcntl(m_ReadFd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
+        const int flags = ::fcntl(m_ReadFd.get(), F_GETFL);
+        if (flags < 0 || ::fcntl(m_ReadFd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
             error = errno;
             return ReadState::failed;
         }
         m_NonBlocking = true;
     }
     const std::size_t wanted =
-        m_Sealed ? std::min(m_Left, ReadAhead::capacity) : ReadAhead::capacity;
+        m_Sealed ? std::min(m_Left, ReadAhead::kCapacity) : ReadAhead::kCapacity;
     ssize_t got = 0;
     do {
         got = ::read(m_ReadFd.get(), m_Ahead->bytes, wanted);

@@ -5,12 +5,13 @@
 #include "logon.h"
 #include "waits.h"
 
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <new>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <vector>
 
 namespace tarnix_platform
@@ -26,8 +27,8 @@ Reaped reap(int pidfd, siginfo_t& info)
     info = siginfo_t{};
     int result = 0;
     do {
-        result = waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
-                        WEXITED | WNOHANG);
+        result = ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
+                          WEXITED | WNOHANG);
     } while (result != 0 && errno == EINTR);
     if (result != 0) {
         return Reaped::elsewhere;
@@ -74,7 +75,7 @@ Orphans& orphans()
 }
 
 // SIGKILL takes effect at once unless the child sits in the kernel, on a dead disk for example.
-constexpr DWORD killPatience = 2000;
+constexpr DWORD kKillPatience = 2000;
 
 } // namespace
 
@@ -98,7 +99,7 @@ void Process::adopt(Child child)
 Process::~Process()
 {
     if (!m_Ended && m_Killed) {
-        awaitDescriptor(m_Child.pidfd.get(), killPatience);
+        awaitDescriptor(m_Child.pidfd.get(), kKillPatience);
     }
     try {
         if (!ended()) {
@@ -159,7 +160,7 @@ bool Process::signalGroup(int signal)
 bool Process::send(int signal)
 {
     const auto sendToChild = [this](int number) {
-        return syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
+        return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
     };
     // A host that has reaped the child itself has given its id, and that of the group, away.
     if (!sendToChild(0) && errno == ESRCH) {
@@ -168,7 +169,7 @@ bool Process::send(int signal)
     const bool group = ::kill(-m_Child.pid, signal) == 0;
     // Once only: a second Ctrl-C means something else to many programs. A child that has moved to
     // another group is not reached by that of its own.
-    const bool moved = getpgid(m_Child.pid) != m_Child.pid;
+    const bool moved = ::getpgid(m_Child.pid) != m_Child.pid;
     const bool child = (group && !moved) || sendToChild(signal);
     return group || child ? true : fail(errno);
 }
@@ -289,7 +290,7 @@ bool planChild(const char* command, const char* directory, const StandardEnds& s
 bool giveEnds(const StandardEnds& standard, const Identity& identity)
 {
     for (const std::shared_ptr<PipeEnd>& end : standard.ends) {
-        if (fchown(end->fd(), identity.uid, identity.gid) != 0) {
+        if (::fchown(end->fd(), identity.uid, identity.gid) != 0) {
             return fail(errno, "cannot give the pipe to the user");
         }
     }

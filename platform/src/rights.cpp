@@ -5,16 +5,17 @@
 #include "logon.h"
 #include "uniquefd.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <mutex>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <vector>
 
 namespace tarnix_platform
@@ -24,18 +25,18 @@ namespace
 {
 
 // Constant initialised, and nothing runs at unloading.
-std::mutex g_PathMutex;
-char g_Path[PATH_MAX];
+std::mutex g_pathMutex;
+char g_path[PATH_MAX];
 
 std::string rightsFile()
 {
-    const std::lock_guard<std::mutex> lock(g_PathMutex);
-    return g_Path[0] != '\0' ? g_Path : TARNIX_RIGHTS_FILE;
+    const std::lock_guard<std::mutex> lock(g_pathMutex);
+    return g_path[0] != '\0' ? g_path : TARNIX_RIGHTS_FILE;
 }
 
 using Lines = std::vector<std::string>;
 
-constexpr mode_t ownRights = S_IRUSR | S_IWUSR;
+constexpr mode_t kOwnRights = S_IRUSR | S_IWUSR;
 
 // A file that does not exist holds nothing.
 bool readLines(const std::string& path, Lines& lines)
@@ -74,8 +75,8 @@ bool keepAccess(const std::string& path, int fd)
     struct stat old {
     };
     return ::stat(path.c_str(), &old) != 0 ||
-           (fchown(fd, old.st_uid, old.st_gid) == 0 && dropAccessList(fd) &&
-            fchmod(fd, old.st_mode & 07777) == 0);
+           (::fchown(fd, old.st_uid, old.st_gid) == 0 && dropAccessList(fd) &&
+            ::fchmod(fd, old.st_mode & 07777) == 0);
 }
 
 // Written beside the file, to the disk, and then put in its place: at any moment the name leads to
@@ -89,12 +90,12 @@ bool replaceFile(const std::string& path, const Lines& lines)
     const std::string beside = path + ".new";
     ::unlink(beside.c_str()); // of a change that was broken off; never somebody else's open file
     const UniqueFd file =
-        openFile(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, ownRights);
+        openFile(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnRights);
     if (!file) {
         return fail(errno, beside);
     }
     if (!keepAccess(path, file.get()) || !writeAll(file.get(), text.data(), text.size()) ||
-        fsync(file.get()) != 0 || std::rename(beside.c_str(), path.c_str()) != 0) {
+        ::fsync(file.get()) != 0 || std::rename(beside.c_str(), path.c_str()) != 0) {
         const int error = errno;
         ::unlink(beside.c_str());
         return fail(error, path);
@@ -102,7 +103,7 @@ bool replaceFile(const std::string& path, const Lines& lines)
     const UniqueFd directory = openFile((path.substr(0, path.find_last_of('/') + 1) + ".").c_str(),
                                         O_RDONLY | O_DIRECTORY);
     if (directory) {
-        fsync(directory.get());
+        ::fsync(directory.get());
     }
     return true;
 }
@@ -118,11 +119,11 @@ bool change(const std::function<bool(Lines&)>& edit)
     const std::string path = rightsFile();
     ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
     const UniqueFd lock =
-        openFile((path + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, ownRights);
+        openFile((path + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnRights);
     if (!lock) {
         return fail(errno, path + ".lock");
     }
-    while (flock(lock.get(), LOCK_EX) != 0) {
+    while (::flock(lock.get(), LOCK_EX) != 0) {
         if (errno != EINTR) {
             return fail(errno, path + ".lock");
         }
@@ -130,7 +131,7 @@ bool change(const std::function<bool(Lines&)>& edit)
     // Not left to the closing: a process that the host has forked meanwhile has the file open too.
     struct Unlock {
         int fd;
-        ~Unlock() { flock(fd, LOCK_UN); }
+        ~Unlock() { ::flock(fd, LOCK_UN); }
     } const unlock{lock.get()};
     Lines lines;
     return readLines(path, lines) && (!edit(lines) || replaceFile(path, lines));
@@ -253,10 +254,10 @@ using namespace tarnix_platform;
 
 void TxSetRightsFile(const char* path)
 {
-    const std::lock_guard<std::mutex> lock(g_PathMutex);
-    const std::size_t length = path == nullptr ? 0 : strnlen(path, sizeof g_Path - 1);
-    std::memcpy(g_Path, path == nullptr ? "" : path, length);
-    g_Path[length] = '\0';
+    const std::lock_guard<std::mutex> lock(g_pathMutex);
+    const std::size_t length = path == nullptr ? 0 : ::strnlen(path, sizeof g_path - 1);
+    std::memcpy(g_path, path == nullptr ? "" : path, length);
+    g_path[length] = '\0';
 }
 
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,

@@ -9,15 +9,16 @@
 // goes to descriptor 3 as two ints, step and error; the command's start closes it.
 #include "runas.h"
 
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 using tarnix_platform::RunAsFailure;
@@ -29,8 +30,8 @@ namespace
 [[noreturn]] void giveUp(RunAsStep step, int error)
 {
     const RunAsFailure failure{step, error};
-    const ssize_t written = write(tarnix_platform::runAsStatus, &failure, sizeof failure);
-    _exit(written == static_cast<ssize_t>(sizeof failure) ? 127 : 126);
+    const ssize_t written = ::write(tarnix_platform::kRunAsStatus, &failure, sizeof failure);
+    ::_exit(written == static_cast<ssize_t>(sizeof failure) ? 127 : 126);
 }
 
 std::uint32_t number(const char* text)
@@ -52,34 +53,34 @@ std::vector<gid_t> groupsOf(const char* text)
 // What the change of the user id leaves alone.
 bool dropTheRest()
 {
-    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+    ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2] = {};
-    if (syscall(SYS_capget, &header, sets) != 0) {
+    if (::syscall(SYS_capget, &header, sets) != 0) {
         return false;
     }
     sets[0].inheritable = sets[1].inheritable = 0;
-    if (syscall(SYS_capset, &header, sets) != 0) {
+    if (::syscall(SYS_capset, &header, sets) != 0) {
         return false;
     }
     constexpr int joinSessionKeyring = 1;
-    syscall(SYS_keyctl, joinSessionKeyring, nullptr); // a system without keys has none to leave
+    ::syscall(SYS_keyctl, joinSessionKeyring, nullptr); // a system without keys has none to leave
     return true;
 }
 
 bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
 {
-    if (!dropTheRest() || setgroups(groups.size(), groups.data()) != 0 ||
-        setresgid(gid, gid, gid) != 0 || setresuid(uid, uid, uid) != 0) {
+    if (!dropTheRest() || ::setgroups(groups.size(), groups.data()) != 0 ||
+        ::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
         return false;
     }
     uid_t uids[3] = {};
     gid_t gids[3] = {};
-    if (getresuid(&uids[0], &uids[1], &uids[2]) != 0 ||
-        getresgid(&gids[0], &gids[1], &gids[2]) != 0) {
+    if (::getresuid(&uids[0], &uids[1], &uids[2]) != 0 ||
+        ::getresgid(&gids[0], &gids[1], &gids[2]) != 0) {
         return false;
     }
-    bool same = uid == 0 || setresuid(0, 0, 0) != 0; // there is no way back
+    bool same = uid == 0 || ::setresuid(0, 0, 0) != 0; // there is no way back
     for (int i = 0; i < 3; ++i) {
         same = same && uids[i] == uid && gids[i] == gid;
     }
@@ -92,7 +93,7 @@ bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
 int main(int argc, char** argv)
 {
     constexpr int fixedArguments = 6;
-    if (fcntl(tarnix_platform::runAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
+    if (::fcntl(tarnix_platform::kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
         return 126;
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[5])) : 0;
@@ -102,18 +103,18 @@ int main(int argc, char** argv)
     if (!becomeUser(number(argv[1]), number(argv[2]), groupsOf(argv[3]))) {
         giveUp(RunAsStep::identity, errno);
     }
-    if (argv[4][0] != '\0' && chdir(argv[4]) != 0) {
+    if (argv[4][0] != '\0' && ::chdir(argv[4]) != 0) {
         giveUp(RunAsStep::directory, errno);
     }
     char** const command = argv + fixedArguments + candidates;
     int error = ENOENT;
     for (int i = 0; i < candidates; ++i) {
         const char* path = argv[fixedArguments + i];
-        execve(path, command, environ);
+        ::execve(path, command, environ);
         if (candidates == 1 || !tarnix_platform::searchGoesOn(errno)) {
             giveUp(RunAsStep::program, errno);
         }
-        if (errno == EACCES && access(path, F_OK) == 0) {
+        if (errno == EACCES && ::access(path, F_OK) == 0) {
             error = EACCES;
         }
     }

@@ -7,7 +7,7 @@
 namespace tarnix_platform
 {
 
-constexpr int runAsStatus = 3; // descriptor
+constexpr int kRunAsStatus = 3; // descriptor
 
 enum class RunAsStep : int { identity, directory, program };
 

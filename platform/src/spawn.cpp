@@ -10,10 +10,6 @@
 #include "runas.h"
 #include "waits.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
@@ -21,6 +17,11 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
 
 extern char** environ;
 
@@ -45,7 +46,7 @@ namespace
 
 enum class Step { prepare, enterDirectory, execute };
 
-constexpr int runAsProgram = runAsStatus + 1; // descriptor, in the child
+constexpr int kRunAsProgram = kRunAsStatus + 1; // descriptor, in the child
 
 // What the child works on: plain pointers into what the caller holds.
 struct ChildSide {
@@ -61,7 +62,7 @@ struct ChildSide {
 };
 
 // The kernel's own structure and sizes of signal sets.
-constexpr int kernelSignals = 64;
+constexpr int kKernelSignals = 64;
 using KernelSet = unsigned long;
 struct KernelAction {
     void (*handler)(int);
@@ -81,29 +82,29 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
     // A child of another user gets a session of its own as well: through the caller's terminal it
     // could type commands for the caller.
-    if ((child.runAs < 0 ? syscall(SYS_setpgid, 0, 0) : syscall(SYS_setsid)) < 0) {
+    if ((child.runAs < 0 ? ::syscall(SYS_setpgid, 0, 0) : ::syscall(SYS_setsid)) < 0) {
         return false;
     }
     const KernelAction byDefault{SIG_DFL, 0, nullptr, 0};
-    for (int signal = 1; signal <= kernelSignals; ++signal) {
+    for (int signal = 1; signal <= kKernelSignals; ++signal) {
         if (signal != SIGKILL && signal != SIGSTOP) {
-            syscall(SYS_rt_sigaction, signal, &byDefault, nullptr, sizeof(KernelSet));
+            ::syscall(SYS_rt_sigaction, signal, &byDefault, nullptr, sizeof(KernelSet));
         }
     }
     for (int target = 0; target < 3; ++target) {
-        if (syscall(SYS_dup3, child.standard[target], target, 0) < 0) {
+        if (::syscall(SYS_dup3, child.standard[target], target, 0) < 0) {
             return false;
         }
     }
     unsigned int first = STDERR_FILENO + 1;
     if (child.runAs >= 0) {
-        if (syscall(SYS_dup3, child.status, runAsStatus, 0) < 0 ||
-            syscall(SYS_dup3, child.runAs, runAsProgram, O_CLOEXEC) < 0) {
+        if (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) < 0 ||
+            ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) < 0) {
             return false;
         }
-        first = runAsProgram + 1;
+        first = kRunAsProgram + 1;
     }
-    return syscall(SYS_close_range, first, ~0U, 0U) == 0;
+    return ::syscall(SYS_close_range, first, ~0U, 0U) == 0;
 }
 
 // If a directory of the search held the program and did not permit it, that is what is told. One
@@ -111,17 +112,18 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
 {
     if (child.runAs >= 0) {
-        syscall(SYS_execveat, runAsProgram, "", child.arguments, child.environment, AT_EMPTY_PATH);
+        ::syscall(SYS_execveat, kRunAsProgram, "", child.arguments, child.environment,
+                  AT_EMPTY_PATH);
         return;
     }
     const bool search = child.candidates[1] != nullptr;
     int error = ENOENT;
     for (const char* const* path = child.candidates; *path != nullptr; ++path) {
-        syscall(SYS_execve, *path, child.arguments, child.environment);
+        ::syscall(SYS_execve, *path, child.arguments, child.environment);
         if (!search || !searchGoesOn(errno)) {
             return;
         }
-        if (errno == EACCES && syscall(SYS_faccessat, AT_FDCWD, *path, F_OK) == 0) {
+        if (errno == EACCES && ::syscall(SYS_faccessat, AT_FDCWD, *path, F_OK) == 0) {
             error = EACCES;
         }
     }
@@ -134,11 +136,11 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     if (!prepare(child)) {
         return giveUp(child, Step::prepare);
     }
-    if (child.directory != nullptr && syscall(SYS_chdir, child.directory) != 0) {
+    if (child.directory != nullptr && ::syscall(SYS_chdir, child.directory) != 0) {
         return giveUp(child, Step::enterDirectory);
     }
     const KernelSet none = 0;
-    syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
+    ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
     execute(child);
     return giveUp(child, Step::execute);
 }
@@ -151,11 +153,11 @@ public:
     SignalsBlocked()
     {
         const KernelSet all = ~KernelSet{0};
-        syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, &m_Former, sizeof all);
+        ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, &m_Former, sizeof all);
     }
     ~SignalsBlocked()
     {
-        syscall(SYS_rt_sigprocmask, SIG_SETMASK, &m_Former, nullptr, sizeof m_Former);
+        ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &m_Former, nullptr, sizeof m_Former);
     }
     SignalsBlocked(const SignalsBlocked&) = delete;
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
@@ -169,8 +171,8 @@ std::string searchPath()
     if (const char* path = std::getenv("PATH")) {
         return path;
     }
-    std::string path(confstr(_CS_PATH, nullptr, 0), '\0');
-    confstr(_CS_PATH, path.data(), path.size());
+    std::string path(::confstr(_CS_PATH, nullptr, 0), '\0');
+    ::confstr(_CS_PATH, path.data(), path.size());
     path.resize(path.empty() ? 0 : path.size() - 1);
     return path;
 }
@@ -219,8 +221,8 @@ bool failStep(const ChildPlan& plan, Step step, int error)
 void discard(Child& child)
 {
     siginfo_t ended{};
-    while (waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(child.pidfd.get()), &ended,
-                  WEXITED) != 0 &&
+    while (::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(child.pidfd.get()), &ended,
+                    WEXITED) != 0 &&
            errno == EINTR) {
     }
     child = Child{};
@@ -278,7 +280,7 @@ asm(".pushsection .rodata\n"
 // Above the places that the child uses.
 bool moveAboveChildsPlaces(UniqueFd& fd)
 {
-    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, runAsProgram + 1);
+    const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, kRunAsProgram + 1);
     if (moved < 0) {
         return fail(errno);
     }
@@ -293,12 +295,13 @@ bool openRunAs(UniqueFd& program)
     // Where files in memory are not programs unless that is said. Older systems do not know the
     // word.
     constexpr unsigned int isProgram = 0x0010U; // MFD_EXEC
-    program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC | isProgram));
+    program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC | isProgram));
     if (!program && errno == EINVAL) {
-        program.reset(memfd_create("tarnix-runas", MFD_CLOEXEC));
+        program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC));
     }
     const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
-    if (!program || write(program.get(), tarnix_runas_begin, size) != static_cast<ssize_t>(size)) {
+    if (!program ||
+        ::write(program.get(), tarnix_runas_begin, size) != static_cast<ssize_t>(size)) {
         return fail(errno, "cannot prepare the change of identity");
     }
     return moveAboveChildsPlaces(program);
@@ -323,12 +326,12 @@ std::vector<std::string> runAsArguments(const ChildPlan& plan,
 }
 
 // The user can stop the child from the moment that it is his; a start must not wait for him.
-constexpr DWORD userPatience = 10000;
+constexpr DWORD kUserPatience = 10000;
 
 // Killed first: it is the user's by now, and who stops it would stop this too.
 void discardOfUser(Child& child)
 {
-    syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
+    ::syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
     discard(child);
 }
 
@@ -353,7 +356,7 @@ enum class Start { told, silent, heldUp };
 Start awaitStatus(int status, int program, const Child& child)
 {
     constexpr DWORD look = 100;
-    for (DWORD waited = 0; waited < userPatience; waited += look) {
+    for (DWORD waited = 0; waited < kUserPatience; waited += look) {
         if (awaitDescriptor(status, look)) {
             return Start::told;
         }
@@ -378,7 +381,7 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
         break;
     }
     do {
-        got = read(status, &failure, sizeof failure);
+        got = ::read(status, &failure, sizeof failure);
     } while (got < 0 && errno == EINTR);
     if (got == 0) {
         return true; // closed by the start of the command
@@ -401,7 +404,7 @@ bool spawnAsUser(const ChildPlan& plan, const std::vector<std::string>& paths, C
     if (!openRunAs(program)) {
         return false;
     }
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
         return fail(errno);
     }
     UniqueFd reader(ends[0]);

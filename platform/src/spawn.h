@@ -4,8 +4,9 @@
 
 #include "uniquefd.h"
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 namespace tarnix_platform

@@ -1,11 +1,12 @@
 // The system's version and clock, and giving up the processor.
 #include "errors.h"
 
+#include <sched.h>
+#include <sys/utsname.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <sched.h>
-#include <sys/utsname.h>
 
 BOOL GetVersionExW(OSVERSIONINFOW* information)
 {
@@ -14,7 +15,7 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
     if (information == nullptr || information->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW)) {
         return tarnix_platform::fail(EINVAL);
     }
-    if (uname(&kernel) != 0) {
+    if (::uname(&kernel) != 0) {
         return tarnix_platform::fail(errno);
     }
     *information = OSVERSIONINFOW{};
@@ -29,9 +30,9 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
 void GetSystemTime(SYSTEMTIME* time)
 {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    ::clock_gettime(CLOCK_REALTIME, &now);
     std::tm parts{};
-    gmtime_r(&now.tv_sec, &parts);
+    ::gmtime_r(&now.tv_sec, &parts);
     time->wYear = static_cast<WORD>(parts.tm_year + 1900);
     time->wMonth = static_cast<WORD>(parts.tm_mon + 1);
     time->wDayOfWeek = static_cast<WORD>(parts.tm_wday);
@@ -52,7 +53,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
     parts.tm_hour = time->wHour;
     parts.tm_min = time->wMinute;
     parts.tm_sec = time->wSecond;
-    const std::uint64_t seconds = static_cast<std::uint64_t>(timegm(&parts)) + from1601To1970;
+    const std::uint64_t seconds = static_cast<std::uint64_t>(::timegm(&parts)) + from1601To1970;
     const std::uint64_t count = (seconds * 1000 + time->wMilliseconds) * 10000;
     ticks->dwLowDateTime = static_cast<DWORD>(count);
     ticks->dwHighDateTime = static_cast<DWORD>(count >> 32);
@@ -62,11 +63,11 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
 void Sleep(DWORD milliseconds)
 {
     if (milliseconds == 0) {
-        sched_yield();
+        ::sched_yield();
         return;
     }
     timespec rest{static_cast<time_t>(milliseconds / 1000),
                   static_cast<long>(milliseconds % 1000) * 1000000};
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
+    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
     }
 }

@@ -4,11 +4,11 @@
 
 #include "errors.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace tarnix_platform
@@ -86,7 +86,7 @@ inline bool moveAboveStandard(UniqueFd& fd)
     if (fd.get() > STDERR_FILENO) {
         return true;
     }
-    const int moved = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (moved < 0) {
         return fail(errno);
     }

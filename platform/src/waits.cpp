@@ -3,10 +3,11 @@
 
 #include "processes.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <poll.h>
 
 namespace tarnix_platform
 {

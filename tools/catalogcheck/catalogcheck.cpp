@@ -5,6 +5,11 @@
 #include "cmnexecpipewindows.h"
 #include "cmnstringtool.h"
 
+#include <unicode/messagepattern.h>
+#include <unicode/msgfmt.h>
+#include <unicode/resbund.h>
+#include <unicode/ures.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -13,10 +18,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <unicode/messagepattern.h>
-#include <unicode/msgfmt.h>
-#include <unicode/resbund.h>
-#include <unicode/ures.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -32,12 +33,12 @@ struct Language {
 };
 using Catalog = std::map<std::string, Language>; // by language
 
-int findings = 0;
+int g_findings = 0;
 
 void report(const std::string& file, const std::string& id, const std::string& what)
 {
     std::cout << file << ": " << (id.empty() ? "" : id + ": ") << what << '\n';
-    ++findings;
+    ++g_findings;
 }
 
 class TemporaryDirectory
@@ -46,7 +47,7 @@ public:
     TemporaryDirectory()
     {
         std::string name = (fs::temp_directory_path() / "catalogcheckXXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
+        if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("no temporary directory can be made");
         }
         m_Path = name;
@@ -257,7 +258,7 @@ int check(const fs::path& directory)
             compareWithRoot(catalog, name, language);
         }
     }
-    return findings > 0 ? 1 : 0;
+    return g_findings > 0 ? 1 : 0;
 }
 
 } // namespace

@@ -20,12 +20,12 @@ struct FreeMemory {
 // The distance to the terminator, or `limit` if there is none before it.
 std::size_t lengthWithin(const char* text, std::size_t limit)
 {
-    return strnlen(text, limit);
+    return ::strnlen(text, limit);
 }
 
 std::size_t lengthWithin(const wchar_t* text, std::size_t limit)
 {
-    return wcsnlen(text, limit);
+    return ::wcsnlen(text, limit);
 }
 
 template <typename Unit>
@@ -177,7 +177,7 @@ int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std:
     // part-way leaves its text without a terminator.
     const std::unique_ptr<wchar_t, FreeMemory> work(
         static_cast<wchar_t*>(std::calloc(size + 1, sizeof(wchar_t))));
-    if (work == nullptr) {
+    if (!work) {
         return -1;
     }
     const int result = std::vswprintf(work.get(), size + 1, format, arguments);
@@ -201,7 +201,7 @@ void* TX_realloc(void** block, std::size_t size)
     }
     std::unique_ptr<void, FreeMemory> old(*block);
     *block = nullptr;
-    if (old != nullptr && size == 0) {
+    if (old && size == 0) {
         return nullptr; // realloc would free it or not, as the system likes
     }
     *block = std::realloc(old.get(), size);

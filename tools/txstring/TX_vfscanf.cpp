@@ -18,45 +18,45 @@ namespace
 
 using Byte = unsigned char;
 
-constexpr std::size_t maxNumberLength = 512;
+constexpr std::size_t kMaxNumberLength = 512;
 
 // ---- Directives --------------------------------------------------------------------------------
 
 enum Flag : unsigned int {
-    Suppress = 1u << 0,
-    Char = 1u << 1, // hh
-    Short = 1u << 2,
-    Long = 1u << 3,
-    LongLong = 1u << 4,
-    LongDouble = 1u << 5,
-    IntMax = 1u << 6,
-    PtrDiff = 1u << 7,
-    Size = 1u << 8,
-    Pointer = 1u << 9,
-    Unsigned = 1u << 10,
-    Prefix = 1u << 11 // "0x" may stand in front
+    isSuppressed = 1u << 0,
+    asChar = 1u << 1, // hh
+    asShort = 1u << 2,
+    asLong = 1u << 3,
+    asLongLong = 1u << 4,
+    asLongDouble = 1u << 5,
+    asIntMax = 1u << 6,
+    asPtrDiff = 1u << 7,
+    asSize = 1u << 8,
+    asPointer = 1u << 9,
+    isUnsigned = 1u << 10,
+    mayHavePrefix = 1u << 11 // "0x" may stand in front
 };
 
 enum class Kind : Byte {
     // what may stand between the "%" and the conversion
-    Modifier,
-    Doubled, // means something else when it stands twice
-    WidthDigit,
-    Int64, // "I64"
+    modifier,
+    doubled, // means something else when it stands twice
+    widthDigit,
+    int64, // "I64"
     // conversions
-    End,
-    Percent,
-    Integer,
-    Unknown,
-    Float,
-    String,
-    Set,
-    Character,
-    Count
+    end,
+    percent,
+    integer,
+    unknown,
+    floating,
+    text,
+    set,
+    character,
+    count
 };
 
 struct DirectiveCharacter {
-    Kind kind = Kind::Unknown;
+    Kind kind = Kind::unknown;
     Byte base = 10;
     std::uint16_t flags = 0;
     std::uint16_t flagsTwice = 0;
@@ -65,47 +65,47 @@ struct DirectiveCharacter {
 constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
 {
     std::array<DirectiveCharacter, 256> table{};
-    table['\0'] = {Kind::End, 0, 0, 0};
-    table['%'] = {Kind::Percent, 0, 0, 0};
-    table['*'] = {Kind::Modifier, 0, Suppress, 0};
+    table['\0'] = {Kind::end, 0, 0, 0};
+    table['%'] = {Kind::percent, 0, 0, 0};
+    table['*'] = {Kind::modifier, 0, isSuppressed, 0};
     for (unsigned int digit = '0'; digit <= '9'; ++digit) {
-        table[digit] = {Kind::WidthDigit, 0, 0, 0};
+        table[digit] = {Kind::widthDigit, 0, 0, 0};
     }
-    table['h'] = {Kind::Doubled, 0, Short, Char};
-    table['l'] = {Kind::Doubled, 0, Long, LongLong};
-    table['L'] = {Kind::Modifier, 0, LongDouble, 0};
-    table['q'] = {Kind::Modifier, 0, LongLong, 0};
-    table['I'] = {Kind::Int64, 0, LongLong, 0};
-    table['j'] = {Kind::Modifier, 0, IntMax, 0};
-    table['t'] = {Kind::Modifier, 0, PtrDiff, 0};
-    table['z'] = {Kind::Modifier, 0, Size, 0};
-    table['d'] = {Kind::Integer, 10, 0, 0};
-    table['D'] = {Kind::Integer, 10, Long, 0};
-    table['i'] = {Kind::Integer, 0, 0, 0};
-    table['o'] = {Kind::Integer, 8, Unsigned, 0};
-    table['O'] = {Kind::Integer, 8, Unsigned | Long, 0};
-    table['u'] = {Kind::Integer, 10, Unsigned, 0};
-    table['x'] = table['X'] = {Kind::Integer, 16, Unsigned | Prefix, 0};
-    table['p'] = {Kind::Integer, 16, Unsigned | Prefix | Pointer, 0};
-    table['e'] = table['f'] = table['g'] = table['E'] = table['G'] = {Kind::Float, 0, 0, 0};
-    table['s'] = {Kind::String, 0, 0, 0};
-    table['['] = {Kind::Set, 0, 0, 0};
-    table['c'] = {Kind::Character, 0, 0, 0};
-    table['n'] = {Kind::Count, 0, 0, 0};
+    table['h'] = {Kind::doubled, 0, asShort, asChar};
+    table['l'] = {Kind::doubled, 0, asLong, asLongLong};
+    table['L'] = {Kind::modifier, 0, asLongDouble, 0};
+    table['q'] = {Kind::modifier, 0, asLongLong, 0};
+    table['I'] = {Kind::int64, 0, asLongLong, 0};
+    table['j'] = {Kind::modifier, 0, asIntMax, 0};
+    table['t'] = {Kind::modifier, 0, asPtrDiff, 0};
+    table['z'] = {Kind::modifier, 0, asSize, 0};
+    table['d'] = {Kind::integer, 10, 0, 0};
+    table['D'] = {Kind::integer, 10, asLong, 0};
+    table['i'] = {Kind::integer, 0, 0, 0};
+    table['o'] = {Kind::integer, 8, isUnsigned, 0};
+    table['O'] = {Kind::integer, 8, isUnsigned | asLong, 0};
+    table['u'] = {Kind::integer, 10, isUnsigned, 0};
+    table['x'] = table['X'] = {Kind::integer, 16, isUnsigned | mayHavePrefix, 0};
+    table['p'] = {Kind::integer, 16, isUnsigned | mayHavePrefix | asPointer, 0};
+    table['e'] = table['f'] = table['g'] = table['E'] = table['G'] = {Kind::floating, 0, 0, 0};
+    table['s'] = {Kind::text, 0, 0, 0};
+    table['['] = {Kind::set, 0, 0, 0};
+    table['c'] = {Kind::character, 0, 0, 0};
+    table['n'] = {Kind::count, 0, 0, 0};
     return table;
 }
 
-constexpr std::array<DirectiveCharacter, 256> directiveCharacters = makeDirectiveCharacters();
+constexpr std::array<DirectiveCharacter, 256> kDirectiveCharacters = makeDirectiveCharacters();
 
 struct Directive {
-    Kind kind = Kind::End;
+    Kind kind = Kind::end;
     int base = 0;
     unsigned int flags = 0;
     std::size_t width = 0;  // 0: none given
     void* target = nullptr; // the arguments, if it stores
     int size = 0;
 
-    bool stores() const { return kind != Kind::Percent && !has(Suppress); }
+    bool stores() const { return kind != Kind::percent && !has(isSuppressed); }
     bool has(Flag flag) const { return (flags & flag) != 0; }
     std::size_t widthOr(std::size_t none) const { return width == 0 ? none : width; }
 };
@@ -113,13 +113,13 @@ struct Directive {
 // Takes the byte that is not yet the conversion; `format` stands behind it.
 void applyModifier(Directive& directive, Byte byte, const Byte*& format)
 {
-    const DirectiveCharacter& character = directiveCharacters[byte];
-    if (character.kind == Kind::WidthDigit) {
+    const DirectiveCharacter& character = kDirectiveCharacters[byte];
+    if (character.kind == Kind::widthDigit) {
         directive.width = directive.width * 10 + TX_Digits[byte];
-    } else if (character.kind == Kind::Doubled && *format == byte) {
+    } else if (character.kind == Kind::doubled && *format == byte) {
         ++format;
         directive.flags |= character.flagsTwice;
-    } else if (character.kind != Kind::Int64) {
+    } else if (character.kind != Kind::int64) {
         directive.flags |= character.flags;
     } else if (format[0] == '6' && format[1] == '4') {
         format += 2;
@@ -133,17 +133,17 @@ Directive parseDirective(const Byte*& format)
 {
     Directive directive;
     Byte byte = *format++;
-    while (directiveCharacters[byte].kind < Kind::End) {
+    while (kDirectiveCharacters[byte].kind < Kind::end) {
         applyModifier(directive, byte, format);
         byte = *format++;
     }
-    const DirectiveCharacter& conversion = directiveCharacters[byte];
+    const DirectiveCharacter& conversion = kDirectiveCharacters[byte];
     directive.kind = conversion.kind;
     directive.base = conversion.base;
     directive.flags |= conversion.flags;
-    if (conversion.kind == Kind::Unknown) {
-        directive.kind = Kind::Integer;
-        directive.flags |= std::isupper(byte) != 0 ? Long : 0u;
+    if (conversion.kind == Kind::unknown) {
+        directive.kind = Kind::integer;
+        directive.flags |= std::isupper(byte) != 0 ? asLong : 0u;
     }
     return directive;
 }
@@ -156,13 +156,13 @@ struct TargetSize {
 };
 
 // The first flag that is set decides.
-constexpr TargetSize numberSizes[] = {{Pointer, 8}, {IntMax, 4}, {LongLong, 8}, {Size, 8},
-                                      {PtrDiff, 8}, {Long, 4},   {Short, 2},    {Char, 1}};
-constexpr TargetSize countSizes[] = {{Char, 1},    {Short, 2},    {Long, 4},  {Size, 8},
-                                     {PtrDiff, 8}, {LongLong, 8}, {IntMax, 8}};
+constexpr TargetSize kNumberSizes[] = {{asPointer, 8}, {asIntMax, 4}, {asLongLong, 8}, {asSize, 8},
+                                       {asPtrDiff, 8}, {asLong, 4},   {asShort, 2},    {asChar, 1}};
+constexpr TargetSize kCountSizes[] = {{asChar, 1},    {asShort, 2},    {asLong, 4},  {asSize, 8},
+                                      {asPtrDiff, 8}, {asLongLong, 8}, {asIntMax, 8}};
 
-constexpr unsigned int sizeFlags =
-    Pointer | IntMax | LongLong | Size | PtrDiff | Long | Short | Char;
+constexpr unsigned int kSizeFlags =
+    asPointer | asIntMax | asLongLong | asSize | asPtrDiff | asLong | asShort | asChar;
 
 template <typename Value>
 void store(void* target, Value value)
@@ -187,7 +187,7 @@ void storeLowBits(void* target, std::uint64_t value, std::size_t bytes)
 template <std::size_t Count>
 void storeNumber(const Directive& directive, std::uint64_t value, const TargetSize (&sizes)[Count])
 {
-    if ((directive.flags & sizeFlags) == 0) {
+    if ((directive.flags & kSizeFlags) == 0) {
         return store(directive.target, static_cast<std::uint32_t>(value));
     }
     const TargetSize* const size =
@@ -237,13 +237,13 @@ void readSet(const Byte*& format, SetTable& accepted)
 const Byte* readInteger(const Byte* first, const Byte* end, const Directive& directive,
                         TX_Number& number)
 {
-    const TX_NumberLimits& limits = directive.has(Unsigned) ? TX_UnsignedLimits : TX_SignedLimits;
+    const TX_NumberLimits& limits = directive.has(isUnsigned) ? TX_UnsignedLimits : TX_SignedLimits;
     number.negative = *first == '-';
     const Byte* const digits = first + (number.negative || *first == '+' ? 1 : 0);
     int base = directive.base;
     if (base != 10) {
         const bool zero = digits != end && *digits == '0';
-        const bool prefixAllowed = directive.has(Prefix) || base == 0;
+        const bool prefixAllowed = directive.has(mayHavePrefix) || base == 0;
         if (zero && prefixAllowed && end - digits > 1 && (digits[1] == 'x' || digits[1] == 'X')) {
             const Byte* const last = TX_readDigits(digits + 2, end, 16, limits, number);
             return last == digits + 2 ? digits + 1 : last; // of a mere "0x" only the "0"
@@ -315,7 +315,7 @@ std::size_t floatLength(const Byte* first, const Byte* end)
 // ---- The engine --------------------------------------------------------------------------------
 
 // The bytes of a format that are a literal in every locale.
-constexpr std::array<bool, 256> plainLiterals = [] {
+constexpr std::array<bool, 256> kPlainLiterals = [] {
     std::array<bool, 256> plain{};
     for (unsigned int byte = 0; byte < plain.size(); ++byte) {
         plain[byte] = TX_isGraphic(static_cast<Byte>(byte)) && byte != '%';
@@ -328,13 +328,13 @@ constexpr std::array<bool, 256> plainLiterals = [] {
 std::size_t equalLength(const Byte* text, std::size_t limit, const Byte* format)
 {
     std::size_t length = 0;
-    while (length != limit && plainLiterals[format[length]] && text[length] == format[length]) {
+    while (length != limit && kPlainLiterals[format[length]] && text[length] == format[length]) {
         ++length;
     }
     return length;
 }
 
-enum class Outcome { Matched, InputFailure, MatchFailure };
+enum class Outcome { matched, inputFailure, matchFailure };
 
 class Scanner
 {
@@ -368,7 +368,7 @@ private:
     }
     const Byte* numberLimit(const Directive& directive) const
     {
-        const std::size_t width = std::min(directive.widthOr(maxNumberLength), maxNumberLength);
+        const std::size_t width = std::min(directive.widthOr(kMaxNumberLength), kMaxNumberLength);
         return m_Next + std::min(width, available());
     }
 
@@ -401,12 +401,12 @@ private:
 int Scanner::run(const Byte* format, std::va_list arguments)
 {
     while (*format != '\0') {
-        Outcome outcome = Outcome::Matched;
+        Outcome outcome = Outcome::matched;
         if (*format != '%') {
             outcome = matchPlain(format);
         } else {
             Directive directive = parseDirective(++format);
-            if (directive.kind == Kind::End) {
+            if (directive.kind == Kind::end) {
                 return -1;
             }
             if (directive.stores()) {
@@ -415,8 +415,8 @@ int Scanner::run(const Byte* format, std::va_list arguments)
             }
             outcome = convert(directive, format);
         }
-        if (outcome != Outcome::Matched) {
-            return outcome == Outcome::InputFailure && m_Assigned == 0 ? -1 : m_Assigned;
+        if (outcome != Outcome::matched) {
+            return outcome == Outcome::inputFailure && m_Assigned == 0 ? -1 : m_Assigned;
         }
     }
     return m_Assigned;
@@ -428,7 +428,7 @@ Outcome Scanner::matchPlain(const Byte*& format)
     if (TX_isSpace(*format)) {
         m_Next = spaceEnd(m_Next);
         ++format;
-        return Outcome::Matched;
+        return Outcome::matched;
     }
     const std::size_t equal = equalLength(m_Next, available(), format);
     if (equal == 0) {
@@ -436,45 +436,45 @@ Outcome Scanner::matchPlain(const Byte*& format)
     }
     m_Next += equal;
     format += equal;
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 Outcome Scanner::matchLiteral(Byte literal)
 {
     if (m_Next == m_End) {
-        return Outcome::InputFailure;
+        return Outcome::inputFailure;
     }
     if (*m_Next != literal) {
-        return Outcome::MatchFailure;
+        return Outcome::matchFailure;
     }
     ++m_Next;
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 Outcome Scanner::convert(const Directive& directive, const Byte*& format)
 {
-    if (directive.kind == Kind::Percent) {
+    if (directive.kind == Kind::percent) {
         return matchLiteral('%');
     }
-    if (directive.kind == Kind::Count) {
+    if (directive.kind == Kind::count) {
         storeCount(directive);
-        return Outcome::Matched;
+        return Outcome::matched;
     }
-    const bool skipsSpace = directive.kind != Kind::Character && directive.kind != Kind::Set;
+    const bool skipsSpace = directive.kind != Kind::character && directive.kind != Kind::set;
     if (skipsSpace) {
         m_Next = spaceEnd(m_Next);
     }
     if (m_Next == m_End) {
-        return Outcome::InputFailure;
+        return Outcome::inputFailure;
     }
     switch (directive.kind) {
-    case Kind::Character:
+    case Kind::character:
         return scanCharacter(directive);
-    case Kind::String:
+    case Kind::text:
         return scanString(directive);
-    case Kind::Set:
+    case Kind::set:
         return scanSet(directive, format);
-    case Kind::Float:
+    case Kind::floating:
         return scanFloat(directive);
     default:
         return scanInteger(directive);
@@ -483,13 +483,13 @@ Outcome Scanner::convert(const Directive& directive, const Byte*& format)
 
 Outcome Scanner::scanCharacter(const Directive& directive)
 {
-    if (directive.has(Suppress)) {
+    if (directive.has(isSuppressed)) {
         m_Next += std::min(directive.widthOr(1), available());
-        return Outcome::Matched;
+        return Outcome::matched;
     }
     store(directive.target, *m_Next++);
     ++m_Assigned;
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 // Stores what the target has room for of the next `length` bytes, and steps over all of them.
@@ -518,12 +518,12 @@ Outcome Scanner::scanString(const Directive& directive)
         ++end;
     }
     const auto length = static_cast<std::size_t>(end - m_Next);
-    if (directive.has(Suppress)) {
+    if (directive.has(isSuppressed)) {
         m_Next += length;
     } else {
         storeText(directive, length);
     }
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
@@ -534,20 +534,20 @@ Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
                                              [&accepted](Byte byte) { return accepted[byte]; });
     const auto length = static_cast<std::size_t>(end - m_Next);
     if (length == 0) {
-        return Outcome::MatchFailure;
+        return Outcome::matchFailure;
     }
-    if (directive.has(Suppress)) {
+    if (directive.has(isSuppressed)) {
         m_Next += length;
-        return Outcome::Matched;
+        return Outcome::matched;
     }
     if (directive.size <= 1) {
         // The field is gone all the same. It ends with the input unless the width ended it.
         m_Next += length;
         const bool ranOut = m_Next == m_End && length != directive.width;
-        return ranOut ? Outcome::InputFailure : Outcome::MatchFailure;
+        return ranOut ? Outcome::inputFailure : Outcome::matchFailure;
     }
     storeText(directive, length);
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 Outcome Scanner::scanInteger(const Directive& directive)
@@ -555,28 +555,28 @@ Outcome Scanner::scanInteger(const Directive& directive)
     TX_Number number;
     const Byte* const end = readInteger(m_Next, numberLimit(directive), directive, number);
     if (end == m_Next) {
-        return Outcome::MatchFailure;
+        return Outcome::matchFailure;
     }
-    if (!directive.has(Suppress)) {
-        storeNumber(directive, number.bits(), numberSizes);
+    if (!directive.has(isSuppressed)) {
+        storeNumber(directive, number.bits(), kNumberSizes);
         ++m_Assigned;
     }
     m_Next = end;
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 Outcome Scanner::scanFloat(const Directive& directive)
 {
     const std::size_t length = floatLength(m_Next, numberLimit(directive));
     if (length == 0) {
-        return Outcome::MatchFailure;
+        return Outcome::matchFailure;
     }
-    if (!directive.has(Suppress)) {
-        char text[maxNumberLength + 1];
+    if (!directive.has(isSuppressed)) {
+        char text[kMaxNumberLength + 1];
         std::memcpy(text, m_Next, length);
         text[length] = '\0';
         const double value = std::strtod(text, nullptr);
-        if (directive.has(Long) || directive.has(LongDouble)) {
+        if (directive.has(asLong) || directive.has(asLongDouble)) {
             store(directive.target, value);
         } else {
             store(directive.target, static_cast<float>(value));
@@ -584,14 +584,14 @@ Outcome Scanner::scanFloat(const Directive& directive)
         ++m_Assigned;
     }
     m_Next += length;
-    return Outcome::Matched;
+    return Outcome::matched;
 }
 
 void Scanner::storeCount(const Directive& directive)
 {
-    if (!directive.has(Suppress)) {
+    if (!directive.has(isSuppressed)) {
         const std::uint64_t read = static_cast<std::size_t>(m_Next - m_First) - m_Cut;
-        storeNumber(directive, read, countSizes);
+        storeNumber(directive, read, kCountSizes);
     }
 }
 
