@@ -9,7 +9,7 @@ build_packages=(cmake ninja-build g++ pkg-config libace-dev libicu-dev icu-devto
 test_packages=(libgtest-dev libgmock-dev libssl-dev locales libclang-rt-14-dev)
 bench_packages=(libbenchmark-dev libssl-dev libglib2.0-dev libpoco-dev libboost-dev libboost-filesystem-dev
     libspdlog-dev python3 valgrind)
-check_packages=(clang-14 clang-format-14 clang-tidy-14 llvm-14) # the last names the places in reports
+check_packages=(clang-14 clang-format-14 clang-tidy-14 clang-tools-14 llvm-14 python3) # llvm-14 names the places in reports
 package_packages=(clang-14 make dpkg-dev file lintian)
 
 # Installs those of the named packages that are missing. Needs root only if there are any.
