@@ -98,8 +98,6 @@ private:
     void transformBlocks(const unsigned char* data, std::size_t count);
     void print();
     bool isFinished() const { return m_Text[0] != '\0'; }
-    static void keep(std::uint32_t& sum);
-    static void rotate(std::uint32_t& a, std::uint32_t b, std::uint32_t s);
 
     unsigned char m_Block[kBlockSize]; ///< bytes that do not fill a block yet
     std::uint32_t m_Buffered;
@@ -109,60 +107,6 @@ private:
     char m_Text[2 * kDigestSize + 1];
     wchar_t m_WideText[2 * kDigestSize + 1];
 };
-
-/// Each step waits for the b of the one before, so as few operations as possible may stand between
-/// b and the result. What does not depend on b is added first, and kept: compilers that reorder the
-/// additions lose a fifth of the speed. F has one operation fewer than by its definition, and the
-/// two halves of G, which have no bit in common, are added one by one.
-inline void CCmnMessageDigest5::keep(std::uint32_t& sum)
-{
-    __asm__("" : "+r"(sum));
-}
-
-inline void CCmnMessageDigest5::rotate(std::uint32_t& a, std::uint32_t b, std::uint32_t s)
-{
-    a = (a << s | a >> (32 - s)) + b;
-}
-
-inline void CCmnMessageDigest5::Transform_Round1(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
-                                                 std::uint32_t d, std::uint32_t x, std::uint32_t s,
-                                                 std::uint32_t t)
-{
-    a += x + t;
-    keep(a);
-    a += ((c ^ d) & b) ^ d;
-    rotate(a, b, s);
-}
-
-inline void CCmnMessageDigest5::Transform_Round2(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
-                                                 std::uint32_t d, std::uint32_t x, std::uint32_t s,
-                                                 std::uint32_t t)
-{
-    a += x + t + (c & ~d);
-    keep(a);
-    a += b & d;
-    rotate(a, b, s);
-}
-
-inline void CCmnMessageDigest5::Transform_Round3(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
-                                                 std::uint32_t d, std::uint32_t x, std::uint32_t s,
-                                                 std::uint32_t t)
-{
-    a += x + t;
-    keep(a);
-    a += (c ^ d) ^ b;
-    rotate(a, b, s);
-}
-
-inline void CCmnMessageDigest5::Transform_Round4(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
-                                                 std::uint32_t d, std::uint32_t x, std::uint32_t s,
-                                                 std::uint32_t t)
-{
-    a += x + t;
-    keep(a);
-    a += c ^ (b | ~d);
-    rotate(a, b, s);
-}
 
 } // namespace tarnix_cmn_4_4
 
