@@ -1,7 +1,7 @@
 // Messages: formatting and look-up beside bare ICU, the serialised text beside a writer and a
 // reader that know nothing else.
 #include "catalogfactory.h"
-#include "platform_registry.h"
+#include "cmnsystemfiles.h"
 
 #include <benchmark/benchmark.h>
 #include <unicode/msgfmt.h>
@@ -123,7 +123,7 @@ public:
     {
         std::ofstream(m_File) << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\""
                               << TARNIX_CATALOGS << "/\"\n";
-        TxSetRegistryFile(m_File.c_str());
+        setRegistryFile(m_File.c_str());
     }
     ~Catalogs() { std::filesystem::remove(m_File); }
     Catalogs(const Catalogs&) = delete;

@@ -3,7 +3,7 @@
 #ifndef TARNIX_BENCH_PLACE_H
 #define TARNIX_BENCH_PLACE_H
 
-#include "platform_registry.h"
+#include "cmnsystemfiles.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -27,11 +27,11 @@ public:
         std::filesystem::create_directory(m_Path + "ConfigFiles");
         std::ofstream(file("registry")) << "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\""
                                         << (product.empty() ? m_Path : product + "/") << "\"\n";
-        TxSetRegistryFile(file("registry").c_str());
+        tarnix_cmn_4_4::setRegistryFile(file("registry").c_str());
     }
     ~Place()
     {
-        TxSetRegistryFile(nullptr);
+        tarnix_cmn_4_4::setRegistryFile(nullptr);
         std::error_code ignored;
         std::filesystem::remove_all(m_Path, ignored);
     }

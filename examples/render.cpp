@@ -1,6 +1,6 @@
 // Reads serialised messages on standard input and shows each in a language.
 #include "catalogfactory.h"
-#include "platform_registry.h"
+#include "cmnsystemfiles.h"
 
 #include <algorithm>
 #include <clocale>
@@ -37,7 +37,7 @@ bool readOptions(int argc, char** argv, Options& options)
         } else if (name == "--catalog") {
             options.catalog = argv[at + 1];
         } else if (name == "--registry") {
-            TxSetRegistryFile(argv[at + 1]);
+            setRegistryFile(argv[at + 1]);
         } else {
             return false;
         }

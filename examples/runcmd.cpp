@@ -4,8 +4,8 @@
 #include "cmnexecpipewindows.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmnsystemfiles.h"
 #include "cmntracelog.h"
-#include "platform_registry.h"
 
 #include <cerrno>
 #include <clocale>
@@ -90,11 +90,11 @@ bool readOptions(int argc, char** argv, Options& options)
                 return false;
             }
         } else if (name == "--rights") {
-            TxSetRightsFile(value);
+            setRightsFile(value);
         } else if (name == "--lang") {
             options.language = value;
         } else if (name == "--registry") {
-            TxSetRegistryFile(value);
+            setRegistryFile(value);
         } else {
             return false;
         }

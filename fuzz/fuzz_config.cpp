@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool imports = input.byte() % 2 == 0;
     const std::string text = imports ? input.expanded(65536) : FuzzInput(data, size).rest();
     directory.write("store.conf", text);
-    TxSetRegistryFile(path.c_str());
+    setRegistryFile(path.c_str());
     CCmnConfiguration config(directory.wide().c_str(), L"store.conf", imports), back;
     ACE_Configuration_Section_Key key;
     tstr value, installed;

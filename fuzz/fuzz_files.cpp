@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+using namespace tarnix_platform;
 using Lines = std::vector<std::string>;
 
 static void checkLevel(const Scratch& directory, const std::string& text)
@@ -43,9 +44,9 @@ static void checkRights(const Scratch& directory, FuzzInput& input)
     const std::string path = directory.path("rights");
     const std::string account = input.until('\n').c_str(), right = input.until('\n').substr(0, 999);
     directory.write("rights", input.expanded(65536));
-    TxSetRightsFile(path.c_str());
-    std::vector<char> sid(sizeof(tarnix_platform::Sid) + account.size());
-    account.copy(sid.data() + offsetof(tarnix_platform::Sid, name), account.size());
+    setRightsFile(path.c_str());
+    std::vector<char> sid(sizeof(Sid) + account.size());
+    account.copy(sid.data() + offsetof(Sid, name), account.size());
     std::wstring wide(right.begin(), right.end());
     const auto bytes = static_cast<std::uint16_t>(wide.size() * sizeof(wchar_t));
     LSA_UNICODE_STRING text{bytes, bytes, wide.data()};
@@ -57,7 +58,7 @@ static void checkRights(const Scratch& directory, FuzzInput& input)
     Lines lines = readLines(path);
     const bool held = std::count(lines.begin(), lines.end(), line) > 0;
     const bool good = isName(account, 0xFF) && isName(right, '~');
-    require(tarnix_platform::holdsRight(account, right) == held, "whether a right is held");
+    require(holdsRight(account, right) == held, "whether a right is held");
     require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good, "adding");
     if (good && !held)
         lines.push_back(line);

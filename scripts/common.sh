@@ -6,7 +6,7 @@ cd "$root"
 
 build_packages=(cmake ninja-build g++ pkg-config libace-dev libicu-dev icu-devtools libxerces-c-dev
     libpam0g-dev openssl)
-test_packages=(libgtest-dev libgmock-dev libssl-dev locales libclang-rt-14-dev)
+test_packages=(libgtest-dev libgmock-dev libssl-dev locales libclang-rt-14-dev x11proto-dev)
 bench_packages=(libbenchmark-dev libssl-dev libglib2.0-dev libpoco-dev libboost-dev libboost-filesystem-dev
     libspdlog-dev python3 valgrind)
 check_packages=(clang-14 clang-format-14 clang-tidy-14 clang-tools-14 llvm-14 python3) # llvm-14 names the places in reports

@@ -3,4 +3,4 @@
 # opens a namespace for whoever includes it.
 set -euo pipefail
 ! grep -nHE '^[[:space:]]*#[[:space:]]*define[[:space:]]+' "$@" | grep -vE 'define[[:space:]]+TARNIX_' &&
-    ! grep -nHE '\busing[[:space:]]+namespace\b' "$@"
+    ! grep -nHE '^[[:space:]]*using[[:space:]]+namespace\b' "$@"

@@ -42,7 +42,7 @@ protected:
                       "auth required pam_unix.so nodelay\naccount required pam_unix.so\n");
         scratch.write("rights", standing);
         scratch.write("rights.new", "of a change that was broken off");
-        TxSetRightsFile(scratch.path("rights").c_str());
+        setRightsFile(scratch.path("rights").c_str());
         static const std::string missing = enterNamespaces({{scratch.path("etc"), "/etc"}});
         if (mustSkip(missing))
             GTEST_SKIP() << missing;
@@ -115,7 +115,7 @@ TEST_F(Identity, NoRoomForTheRight)
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k"), 0);
     scratch.write("full/rights", standing);
     scratch.write("full/filler", std::string(65536, 'f'));
-    TxSetRightsFile((full + "/rights").c_str());
+    setRightsFile((full + "/rights").c_str());
     EXPECT_EQ(as("second", "id").record.getCode(), 10);
     EXPECT_EQ(scratch.read("full/rights"), standing);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(full), {}), 3); // and the lock

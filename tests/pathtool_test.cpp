@@ -13,7 +13,7 @@ TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
     EXPECT_EQ(CCmnPathTool::getConfigFileInfo(L"abc", dir, file), 0);
     EXPECT_STREQ((dir + file).c_str(), scratch.wide("ConfigFiles/abc.conf").c_str());
     // Without a registry the caller's text stays in front; only the last level is made.
-    TxSetRegistryFile((scratch.path("registry.conf") + std::string(5000, '/')).c_str());
+    setRegistryFile((scratch.path("registry.conf") + std::string(5000, '/')).c_str());
     dir = scratch.wide("none/").c_str();
     EXPECT_EQ(CCmnPathTool::getMessageFileInfo(L"abc", dir, file), 0);
     EXPECT_STREQ((dir + file).c_str(), scratch.wide("none/Messages/libabc").c_str());

@@ -1,8 +1,11 @@
 // The platform layer below the runner: what no run of a command shows.
 #include "cmnexecpipewindows.h"
+#include "platform.h"
 #include "processstate.h"
 
 #include <sys/ptrace.h>
+
+using namespace tarnix_platform;
 
 namespace
 {

@@ -2,7 +2,7 @@
 #ifndef TARNIX_TESTS_SCRATCH_H
 #define TARNIX_TESTS_SCRATCH_H
 
-#include "platform_registry.h"
+#include "cmnsystemfiles.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ public:
     }
     ~Scratch()
     {
-        TxSetRegistryFile(nullptr);
+        tarnix_cmn_4_4::setRegistryFile(nullptr);
         std::filesystem::remove_all(m_Path);
     }
     Scratch(const Scratch&) = delete;
@@ -60,7 +60,7 @@ public:
               "[SOFTWARE\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"" + installDir +
                   "\"\n[SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n\"ProgramFilesDir\"=\"" +
                   programFiles + "\"\n");
-        TxSetRegistryFile(path("registry.conf").c_str());
+        tarnix_cmn_4_4::setRegistryFile(path("registry.conf").c_str());
     }
 
 private:

@@ -7,7 +7,11 @@
 #include <gtest/gtest.h>
 
 Script script;
-tarnix_platform::FastSlot tarnix_platform::g_fastSlots[tarnix_platform::kMaxHandles];
+
+namespace tarnix_platform
+{
+
+FastSlot g_fastSlots[kMaxHandles];
 
 namespace
 {
@@ -107,7 +111,7 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD
 {
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD*, OVERLAPPED* overlapped)
+BOOL readFile(HANDLE, void* buffer, DWORD, DWORD*, OVERLAPPED* overlapped)
 {
     script.what = does("ReadFile") ? next(script.reads, Script::broken) : Script::failed;
     script.target = static_cast<char*>(buffer);
@@ -115,7 +119,7 @@ BOOL tarnix_platform::readFile(HANDLE, void* buffer, DWORD, DWORD*, OVERLAPPED* 
     overlapped->Internal = ERROR_IO_PENDING; // so that the outcome is asked for
     return script.what >= 0;
 }
-BOOL tarnix_platform::overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
+BOOL overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
     if (script.what == Script::pending)
         script.what = next(script.reads, Script::broken);
@@ -210,4 +214,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME*, FILETIME* ticks)
     ticks->dwLowDateTime = now += 100; // 10 microseconds a look
     return true;
 }
+void setRightsFile(const char*) {}
 void Sleep(DWORD) { does(__func__); }
+
+} // namespace tarnix_platform

@@ -18,11 +18,11 @@ struct Script {
     static constexpr long empty = -1, failed = -13, broken = -109, pending = -997;
 
     // How a run goes.
-    Details reads{};          // when none is left: broken
-    Details readWaits{};      // for the child's end or a byte; when none is left: a byte
-    Details endWaits{};       // for its end only; when none is left: ended
-    long test = WAIT_TIMEOUT; // of its end, a wait with time 0
-    DWORD exitStatus = 0;
+    Details reads{};     // when none is left: broken
+    Details readWaits{}; // for the child's end or a byte; when none is left: a byte
+    Details endWaits{};  // for its end only; when none is left: ended
+    long test = tarnix_platform::WAIT_TIMEOUT; // of its end, a wait with time 0
+    tarnix_platform::DWORD exitStatus = 0;
     bool entitled = false; // the one account has the right to batch logons
     bool busy = false;     // another runner holds a right that it has added
 
@@ -38,7 +38,7 @@ struct Script {
     bool childRuns = false;
     char* target = nullptr; // of the last read,
     long what = 0;          // and what it meets
-    DWORD lastError = 0;
+    tarnix_platform::DWORD lastError = 0;
 };
 
 extern Script script;

@@ -6,7 +6,7 @@
 #include "cmnexecpipebase.h"
 #include "cmnexport.h"
 #include "cmnlock.h"
-#include "platform.h"
+#include "platform_types.h"
 
 #include <memory>
 #include <optional>

@@ -5,10 +5,11 @@
 
 #include "cmnexport.h"
 #include "cmnsmartptr.h"
-#include "cmntracelog.h"
 
 namespace tarnix_cmn_4_4
 {
+
+class CCmnTraceLog; // whole in cmntracelog.h, which a program includes to make a log
 
 /// Holds the log of a derived class. An object without a log traces nothing; copies share the log.
 /// The log is not guarded, so objects that share one belong to one thread at a time.
@@ -17,18 +18,15 @@ class TARNIX_CMN_API CCmnTraceable
 public:
     /// @{
     /// Without a log; copies share the log.
-    CCmnTraceable() = default;
-    CCmnTraceable(const CCmnTraceable&) = default;
-    CCmnTraceable& operator=(const CCmnTraceable&) = default;
-    virtual ~CCmnTraceable() = default;
+    CCmnTraceable();
+    CCmnTraceable(const CCmnTraceable& other);
+    CCmnTraceable& operator=(const CCmnTraceable& other);
+    virtual ~CCmnTraceable();
     /// @}
 
     /// An empty pointer drops the log.
     virtual void
-    setTraceLog(const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log)
-    {
-        m_TraceLog = log;
-    }
+    setTraceLog(const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log);
 
 protected:
     /// Empty without a log.

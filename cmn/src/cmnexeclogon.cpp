@@ -1,5 +1,6 @@
 // Runs as another local user: the token for the child, and the logon right for the length of a run.
 #include "cmnexecpipewindows.h"
+#include "platform.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -4,6 +4,7 @@
 #include "TX_strings.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
+#include "platform.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,11 +1,13 @@
 // What the library does while it is being loaded.
 #include "platform.h"
 
+namespace tarnix_cmn_4_4
+{
+
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 
-// Nothing that the library has for a thread needs a start or an end, so it need not be told of
-// them. There is nothing else
-// to set up, and nothing to do when the library goes.
+// Nothing that the library keeps for a thread needs a start or an end, so the system need not
+// report threads to it. There is nothing else to set up, and nothing to do at unloading.
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/)
 {
     if (reason == DLL_PROCESS_ATTACH) {
@@ -13,3 +15,5 @@ extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/)
     }
     return true;
 }
+
+} // namespace tarnix_cmn_4_4

@@ -20,29 +20,19 @@
 #undef PIPE_TYPE_BYTE
 #undef PIPE_WAIT
 
+#include "platform_readahead.h"
+#include "platform_types.h"
+
 #include <cstddef>
 #include <cstdint>
 
-using BOOL = int;
+namespace tarnix_platform
+{
+
 using WORD = std::uint16_t;
-using DWORD = std::uint32_t;
 using UINT = unsigned int;
-using ULONG_PTR = std::uintptr_t;
-using HANDLE = void*;
 using HMODULE = void*;
 using HLOCAL = void*;
-using LSA_HANDLE = void*;
-using PSID = void*;
-
-/// A counted text; both lengths are in bytes, the second with the terminator.
-struct LSA_UNICODE_STRING {
-    std::uint16_t Length;
-    std::uint16_t MaximumLength;
-    wchar_t* Buffer;
-};
-
-/// Names no object. It also stands for the current process, see GetCurrentProcess.
-static const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
@@ -82,12 +72,6 @@ HLOCAL LocalFree(HLOCAL memory);
 
 constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
 
-struct SECURITY_ATTRIBUTES {
-    DWORD nLength;
-    void* lpSecurityDescriptor;
-    BOOL bInheritHandle;
-};
-
 /// Closes one handle; the object goes with its last handle. A handle that is closed already or was
 /// never given out is refused with EBADF, and no other object is touched. Closing a process whose
 /// child still runs leaves the child running; it is reaped by the next start, wait or closing that
@@ -126,37 +110,6 @@ constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
-namespace tarnix_platform
-{
-
-struct ReadAhead;
-
-/// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
-/// as the block's own number is that of the lease. Zeroed: none.
-struct ReadLease {
-    ReadAhead* ahead;
-    std::uint64_t number;
-    std::size_t at;
-    std::size_t end;
-    HANDLE file;
-};
-
-} // namespace tarnix_platform
-
-/// The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
-/// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
-/// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
-/// next one of that end pends. A state that has read is not copied: zero another one.
-struct OVERLAPPED {
-    ULONG_PTR Internal;               ///< 0: ended well; otherwise the error, or ERROR_IO_PENDING
-    ULONG_PTR InternalHigh;           ///< bytes read
-    DWORD Offset;                     ///< not used
-    DWORD OffsetHigh;                 ///< not used
-    HANDLE hEvent;                    ///< signalled when a pending read ends
-    tarnix_platform::ReadLease Lease; ///< the layer's own
-    ULONG_PTR Pending;                ///< the layer's own: number of the read that pends, or 0
-};
-
 /// The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this
 /// process only. Data flows from the server end to the client end. Open mode, pipe mode, buffer
 /// sizes and time-out are those of the kernel's pipe, whatever is passed. At most `maxInstances`
@@ -171,18 +124,6 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD 
 /// INVALID_HANDLE_VALUE.
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
-
-/// Reads from a client end without waiting. True: `*count` bytes (at least one) stand in the buffer
-/// and the OVERLAPPED, which is required, tells the same. False with ERROR_IO_PENDING: nothing is
-/// there yet; the read goes on until a wait for its event, GetOverlappedResult or CancelIo ends it,
-/// and only those calls fill the buffer. False with ERROR_BROKEN_PIPE: all writers have gone, or
-/// the child that wrote here has ended and what stood in the pipe at that moment has been handed
-/// out.
-inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
-
-/// How a read ended. With wait true a pending read is awaited, without a limit; with wait false it
-/// gives false with ERROR_IO_PENDING.
-inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 /// Gives up the pending read of a client end. When this returns, nothing writes to its buffer any
 /// more and its result is ECANCELED; the event is not signalled.
@@ -367,9 +308,9 @@ NTSTATUS LsaFreeMemory(void* memory);
 NTSTATUS LsaClose(LSA_HANDLE policy);
 DWORD LsaNtStatusToWinError(NTSTATUS status);
 
-/// Names another rights file for this process; null or "" goes back to the default place. Callable
-/// from any thread; exported.
-__attribute__((visibility("default"))) void TxSetRightsFile(const char* path);
+/// Names another rights file for this process; null or "" goes back to the default place. Any
+/// thread may call.
+void setRightsFile(const char* path);
 
 /// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
 void GetSystemTime(SYSTEMTIME* time);
@@ -386,6 +327,97 @@ constexpr DWORD DLL_PROCESS_ATTACH = 1;
 /// only tests that the handle is not null.
 BOOL DisableThreadLibraryCalls(HMODULE module);
 
-#include "platform_readahead.h"
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::CancelIo;
+using tarnix_platform::CloseHandle;
+using tarnix_platform::CREATE_NEW_PROCESS_GROUP;
+using tarnix_platform::CREATE_NO_WINDOW;
+using tarnix_platform::CreateEventA;
+using tarnix_platform::CreateFileA;
+using tarnix_platform::CreateNamedPipeA;
+using tarnix_platform::CreateProcessA;
+using tarnix_platform::CreateProcessAsUserA;
+using tarnix_platform::CTRL_BREAK_EVENT;
+using tarnix_platform::CTRL_C_EVENT;
+using tarnix_platform::DisableThreadLibraryCalls;
+using tarnix_platform::DLL_PROCESS_ATTACH;
+using tarnix_platform::DUPLICATE_SAME_ACCESS;
+using tarnix_platform::DuplicateHandle;
+using tarnix_platform::ERROR_BROKEN_PIPE;
+using tarnix_platform::ERROR_IO_PENDING;
+using tarnix_platform::FILE_ATTRIBUTE_NORMAL;
+using tarnix_platform::FILE_ATTRIBUTE_READONLY;
+using tarnix_platform::FILE_FLAG_OVERLAPPED;
+using tarnix_platform::FILE_SHARE_READ;
+using tarnix_platform::FILETIME;
+using tarnix_platform::FORMAT_MESSAGE_ALLOCATE_BUFFER;
+using tarnix_platform::FORMAT_MESSAGE_FROM_SYSTEM;
+using tarnix_platform::FORMAT_MESSAGE_IGNORE_INSERTS;
+using tarnix_platform::FormatMessageW;
+using tarnix_platform::GenerateConsoleCtrlEvent;
+using tarnix_platform::GENERIC_READ;
+using tarnix_platform::GetCurrentProcess;
+using tarnix_platform::GetExitCodeProcess;
+using tarnix_platform::GetLastError;
+using tarnix_platform::GetSystemTime;
+using tarnix_platform::GetTokenInformation;
+using tarnix_platform::GetVersionExW;
+using tarnix_platform::HLOCAL;
+using tarnix_platform::HMODULE;
+using tarnix_platform::INFINITE;
+using tarnix_platform::LANG_NEUTRAL;
+using tarnix_platform::LocalFree;
+using tarnix_platform::LOGON32_LOGON_BATCH;
+using tarnix_platform::LOGON32_LOGON_NETWORK;
+using tarnix_platform::LOGON32_PROVIDER_DEFAULT;
+using tarnix_platform::LogonUserA;
+using tarnix_platform::LSA_OBJECT_ATTRIBUTES;
+using tarnix_platform::LsaAddAccountRights;
+using tarnix_platform::LsaClose;
+using tarnix_platform::LsaEnumerateAccountRights;
+using tarnix_platform::LsaFreeMemory;
+using tarnix_platform::LsaNtStatusToWinError;
+using tarnix_platform::LsaOpenPolicy;
+using tarnix_platform::LsaRemoveAccountRights;
+using tarnix_platform::MAKELANGID;
+using tarnix_platform::MAXIMUM_WAIT_OBJECTS;
+using tarnix_platform::NORMAL_PRIORITY_CLASS;
+using tarnix_platform::NTSTATUS;
+using tarnix_platform::OPEN_EXISTING;
+using tarnix_platform::OSVERSIONINFOW;
+using tarnix_platform::PIPE_ACCESS_DUPLEX;
+using tarnix_platform::PIPE_READMODE_BYTE;
+using tarnix_platform::PIPE_TYPE_BYTE;
+using tarnix_platform::PIPE_WAIT;
+using tarnix_platform::POLICY_CREATE_ACCOUNT;
+using tarnix_platform::POLICY_LOOKUP_NAMES;
+using tarnix_platform::PROCESS_INFORMATION;
+using tarnix_platform::SetLastError;
+using tarnix_platform::SID_AND_ATTRIBUTES;
+using tarnix_platform::Sleep;
+using tarnix_platform::STARTF_USESTDHANDLES;
+using tarnix_platform::STARTUPINFOA;
+using tarnix_platform::SUBLANG_DEFAULT;
+using tarnix_platform::SYSTEMTIME;
+using tarnix_platform::SystemTimeToFileTime;
+using tarnix_platform::TerminateProcess;
+using tarnix_platform::TOKEN_INFORMATION_CLASS;
+using tarnix_platform::TOKEN_USER;
+using tarnix_platform::TokenUser;
+using tarnix_platform::UINT;
+using tarnix_platform::VER_PLATFORM_WIN32_NT;
+using tarnix_platform::WAIT_FAILED;
+using tarnix_platform::WAIT_OBJECT_0;
+using tarnix_platform::WAIT_TIMEOUT;
+using tarnix_platform::WaitForMultipleObjectsEx;
+using tarnix_platform::WaitForSingleObject;
+using tarnix_platform::WORD;
+using tarnix_platform::WRITE_DAC;
+using tarnix_platform::WRITE_OWNER;
+} // namespace tarnix_cmn_4_4
 
 #endif

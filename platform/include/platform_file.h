@@ -10,6 +10,9 @@
 #include <memory>
 #include <string>
 
+namespace tarnix_platform
+{
+
 struct TxFileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -56,5 +59,17 @@ private:
     struct State;
     const std::unique_ptr<State> m_State;
 };
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::TxAppendToFile;
+using tarnix_platform::TxFile;
+using tarnix_platform::TxOpenFile;
+using tarnix_platform::TxReplacement;
+
+} // namespace tarnix_cmn_4_4
 
 #endif

@@ -10,6 +10,9 @@
 #include <optional>
 #include <string>
 
+namespace tarnix_platform
+{
+
 /// In the order in which they are written.
 using TxIPv4 = std::array<unsigned char, 4>;
 
@@ -29,5 +32,18 @@ std::optional<TxIPv4> TxHostAddress(const char* name);
 /// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
 /// valid in the locale's encoding.
 int GetComputerNameW(wchar_t* buffer, std::uint32_t* size);
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::GetComputerNameW;
+using tarnix_platform::TxHostAddress;
+using tarnix_platform::TxHostName;
+using tarnix_platform::TxInetAddr;
+using tarnix_platform::TxIPv4;
+
+} // namespace tarnix_cmn_4_4
 
 #endif

@@ -1,5 +1,5 @@
 /// @file
-/// The short road of one-byte reads. Included by platform.h; not for use by itself.
+/// Reads from a pipe, and the fast path of reads of one byte.
 ///
 /// The runner reads byte by byte. A byte must cost neither a system call nor a lock nor a look-up,
 /// so a pipe end holds what one large read brought, and these two operations take from there. The
@@ -7,12 +7,16 @@
 #ifndef TARNIX_PLATFORM_READAHEAD_H
 #define TARNIX_PLATFORM_READAHEAD_H
 
-#include "platform.h"
+#include "platform_types.h"
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 namespace tarnix_platform
 {
+
+using ULONG_PTR = std::uintptr_t;
 
 /// What one large read brought. Blocks are never freed, only used again: the short road looks into
 /// one without a lock, and a handle that another thread closes at that moment must not make it look
@@ -61,6 +65,30 @@ public:
 
 private:
     std::atomic<ReadAhead*> m_Ahead{nullptr};
+};
+
+/// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
+/// as the block's own number is that of the lease. Zeroed: none.
+struct ReadLease {
+    ReadAhead* ahead;
+    std::uint64_t number;
+    std::size_t at;
+    std::size_t end;
+    HANDLE file;
+};
+
+/// The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
+/// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
+/// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
+/// next one of that end pends. A state that has read is not copied: zero another one.
+struct OVERLAPPED {
+    ULONG_PTR Internal;     ///< 0: ended well; otherwise the error, or ERROR_IO_PENDING
+    ULONG_PTR InternalHigh; ///< bytes read
+    DWORD Offset;           ///< not used
+    DWORD OffsetHigh;       ///< not used
+    HANDLE hEvent;          ///< signalled when a pending read ends
+    ReadLease Lease;        ///< the layer's own
+    ULONG_PTR Pending;      ///< the layer's own: number of the read that pends, or 0
 };
 
 /// What the short road needs of a handle. `owner` is the open handle that uses the place, so a
@@ -122,29 +150,33 @@ inline void takeByte(void* buffer, OVERLAPPED& state)
     state.InternalHigh = 1;
 }
 
-/// The whole of ReadFile and GetOverlappedResult.
+/// The whole of ReadFile and GetOverlappedResult. Both operations give it a copy of the caller's
+/// state: a state whose address has left the caller could not stay in registers. It is copied field
+/// by field, as far as it is needed: fields that are copied together g++ would keep together in a
+/// vector register, and unpack for each byte.
 BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
-} // namespace tarnix_platform
-
-/// Both hand a copy of the caller's state on: a state whose address has left the caller could not
-/// stay in registers. It is copied field by field, as far as it is needed: fields that are copied
-/// together g++ would keep together in a vector register, and unpack for each byte.
+/// Reads from a client end without waiting. True: `*count` bytes (at least one) stand in the buffer
+/// and the OVERLAPPED, which is required, tells the same. False with ERROR_IO_PENDING: nothing is
+/// there yet; the read goes on until a wait for its event, GetOverlappedResult or CancelIo ends it,
+/// and only those calls fill the buffer. False with ERROR_BROKEN_PIPE: all writers have gone, or
+/// the child that wrote here has ended and what stood in the pipe at that moment has been handed
+/// out.
 inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
     if (count == nullptr || overlapped == nullptr) {
-        return tarnix_platform::readFile(file, buffer, size, count, overlapped);
+        return readFile(file, buffer, size, count, overlapped);
     }
     /// Written twice on purpose: joined by ||, the compiler would load the state again for each
     /// byte.
-    if (size == 1 && tarnix_platform::holdsLease(file, overlapped->Lease)) {
-        tarnix_platform::takeByte(buffer, *overlapped);
+    if (size == 1 && holdsLease(file, overlapped->Lease)) {
+        takeByte(buffer, *overlapped);
         *count = 1;
         return true;
     }
-    if (size == 1 && tarnix_platform::leaseAhead(file, *overlapped)) {
-        tarnix_platform::takeByte(buffer, *overlapped);
+    if (size == 1 && leaseAhead(file, *overlapped)) {
+        takeByte(buffer, *overlapped);
         *count = 1;
         return true;
     }
@@ -152,18 +184,20 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
     OVERLAPPED state{};
     state.hEvent = overlapped->hEvent;
     state.Pending = overlapped->Pending;
-    const BOOL result = tarnix_platform::readFile(file, buffer, size, &got, &state);
+    const BOOL result = readFile(file, buffer, size, &got, &state);
     overlapped->Internal = state.Internal;
     overlapped->InternalHigh = state.InternalHigh;
     overlapped->Pending = state.Pending;
-    overlapped->Lease = tarnix_platform::ReadLease{};
+    overlapped->Lease = ReadLease{};
     *count = got;
     return result;
 }
 
+/// How a read ended. With wait true a pending read is awaited, without a limit; with wait false it
+/// gives false with ERROR_IO_PENDING.
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
-    if (tarnix_platform::likely(overlapped->Internal == 0)) {
+    if (likely(overlapped->Internal == 0)) {
         *count = static_cast<DWORD>(overlapped->InternalHigh);
         return true;
     }
@@ -171,13 +205,25 @@ inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* coun
     OVERLAPPED state{};
     state.Internal = overlapped->Internal;
     state.Pending = overlapped->Pending;
-    const BOOL result = tarnix_platform::overlappedResult(file, &state, &got, wait);
+    const BOOL result = overlappedResult(file, &state, &got, wait);
     overlapped->Internal = state.Internal;
     overlapped->InternalHigh = state.InternalHigh;
     overlapped->Pending = state.Pending;
-    overlapped->Lease = tarnix_platform::ReadLease{};
+    overlapped->Lease = ReadLease{};
     *count = got;
     return result;
 }
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::GetOverlappedResult;
+using tarnix_platform::OVERLAPPED;
+using tarnix_platform::ReadFile;
+using tarnix_platform::ULONG_PTR;
+
+} // namespace tarnix_cmn_4_4
 
 #endif

@@ -10,7 +10,7 @@
 ///
 /// That is the format of ACE_Registry_ImpExp, in UTF-8. Every line, the last one too, ends with a
 /// line end; a last line without one is not read. Nothing is read behind a line that cannot be
-/// parsed. The file is named when the library is built, or by the process with TxSetRegistryFile.
+/// parsed. The file is named when the library is built, or by the process with setRegistryFile.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
 #define TARNIX_PLATFORM_REGISTRY_H
 
@@ -20,6 +20,9 @@
 #include <cstdint>
 #include <memory>
 
+namespace tarnix_platform
+{
+
 /// A hive. Only that of the machine holds anything.
 enum class HKEY : std::uintptr_t {};
 /// The machine's hive.
@@ -28,7 +31,7 @@ constexpr HKEY HKEY_LOCAL_MACHINE{0x80000002};
 /// From now on registry objects of this process read the file `path`, in the encoding of the file
 /// system; null or an empty text goes back to the one that was built in. The text is copied. Any
 /// thread may call; objects that exist are not affected.
-__attribute__((visibility("default"))) void TxSetRegistryFile(const char* path);
+void setRegistryFile(const char* path);
 
 /// False for a file that ACE_Registry_ImpExp may not be given. It doubles its buffer at each zero
 /// byte and for a long line, until the size wraps and it writes behind the buffer; the room for a
@@ -65,5 +68,17 @@ public:
 private:
     std::unique_ptr<ACE_Configuration_Heap> m_Heap; ///< null: an empty registry
 };
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::ACE_Configuration_Win32Registry;
+using tarnix_platform::HKEY;
+using tarnix_platform::HKEY_LOCAL_MACHINE;
+using tarnix_platform::TxMayImport;
+
+} // namespace tarnix_cmn_4_4
 
 #endif

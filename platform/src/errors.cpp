@@ -6,6 +6,9 @@
 #include <cstring>
 #include <cwchar>
 
+namespace tarnix_platform
+{
+
 namespace
 {
 
@@ -54,9 +57,6 @@ std::wstring widen(const std::string& text)
 
 } // namespace
 
-namespace tarnix_platform
-{
-
 bool fail(DWORD error)
 {
     t_lastError.code = error;
@@ -77,8 +77,6 @@ bool fail(int error, const std::string& about)
     return false;
 }
 
-} // namespace tarnix_platform
-
 DWORD GetLastError()
 {
     return t_lastError.code;
@@ -86,7 +84,7 @@ DWORD GetLastError()
 
 void SetLastError(DWORD error)
 {
-    tarnix_platform::fail(error);
+    fail(error);
 }
 
 DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*language*/,
@@ -95,7 +93,7 @@ DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*l
     constexpr DWORD required = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
     const char* known = systemText(error);
     if ((flags & required) != required || buffer == nullptr || known == nullptr) {
-        tarnix_platform::fail(EINVAL);
+        fail(EINVAL);
         return 0;
     }
     std::string text;
@@ -106,7 +104,7 @@ DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*l
     const std::size_t bytes = (wide.size() + 1) * sizeof(wchar_t);
     void* memory = std::malloc(bytes);
     if (memory == nullptr) {
-        tarnix_platform::fail(ENOMEM);
+        fail(ENOMEM);
         return 0;
     }
     std::memcpy(memory, wide.c_str(), bytes);
@@ -119,3 +117,5 @@ HLOCAL LocalFree(HLOCAL memory)
     std::free(memory);
     return nullptr;
 }
+
+} // namespace tarnix_platform

@@ -9,7 +9,8 @@
 
 #include <cerrno>
 
-using namespace tarnix_platform;
+namespace tarnix_platform
+{
 
 namespace
 {
@@ -195,3 +196,5 @@ bool TxReplacement::mustKeepOld() const
 {
     return m_State->m_MustKeepOld;
 }
+
+} // namespace tarnix_platform

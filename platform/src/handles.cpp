@@ -159,17 +159,15 @@ std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
     return table().findIf(test);
 }
 
-} // namespace tarnix_platform
-
 BOOL CloseHandle(HANDLE handle)
 {
     // The object's own end, which may wait for a child, comes outside the table's lock.
-    std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::table().close(handle);
+    std::shared_ptr<Object> object = table().close(handle);
     if (!object) {
-        return tarnix_platform::fail(EBADF);
+        return fail(EBADF);
     }
     object.reset();
-    tarnix_platform::reapOrphans();
+    reapOrphans();
     return true;
 }
 
@@ -181,22 +179,23 @@ HANDLE GetCurrentProcess()
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
                      DWORD /*access*/, BOOL /*inherit*/, DWORD options)
 {
-    using tarnix_platform::fail;
     if (sourceProcess != GetCurrentProcess() || targetProcess != GetCurrentProcess() ||
         target == nullptr || options != DUPLICATE_SAME_ACCESS) {
         return fail(EINVAL);
     }
-    std::shared_ptr<tarnix_platform::Object> object = tarnix_platform::objectOf(source);
+    std::shared_ptr<Object> object = objectOf(source);
     if (!object) {
         return fail(EBADF);
     }
-    const HANDLE handle = tarnix_platform::openHandle(std::move(object));
+    const HANDLE handle = openHandle(std::move(object));
     if (handle == nullptr) {
         return false;
     }
-    const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(source);
-    tarnix_platform::setOutput(handle, fast.output.load(std::memory_order_acquire),
-                               fast.writer.load(std::memory_order_relaxed));
+    const FastSlot& fast = fastSlot(source);
+    setOutput(handle, fast.output.load(std::memory_order_acquire),
+              fast.writer.load(std::memory_order_relaxed));
     *target = handle;
     return true;
 }
+
+} // namespace tarnix_platform

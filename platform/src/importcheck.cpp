@@ -10,6 +10,9 @@
 #include <cerrno>
 #include <cstring>
 
+namespace tarnix_platform
+{
+
 namespace
 {
 
@@ -111,7 +114,7 @@ private:
 bool TxMayImport(const char* path)
 {
     // Without O_NONBLOCK a pipe without a writer would be waited for.
-    const tarnix_platform::UniqueFd file = tarnix_platform::openFile(path, O_RDONLY | O_NONBLOCK);
+    const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file) {
         return true; // the import will tell
     }
@@ -135,3 +138,5 @@ bool TxMayImport(const char* path)
         }
     }
 }
+
+} // namespace tarnix_platform

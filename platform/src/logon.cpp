@@ -166,12 +166,9 @@ bool failAsLogonDid()
                                 : fail(EACCES, "there is no token of a logon");
 }
 
-} // namespace tarnix_platform
-
 BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
                 DWORD /*provider*/, HANDLE* token)
 {
-    using namespace tarnix_platform;
     if (token == nullptr) {
         return fail(EINVAL);
     }
@@ -192,7 +189,6 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
                          DWORD* length)
 {
-    using namespace tarnix_platform;
     const std::shared_ptr<Token> found = find<Token>(token);
     if (!found) {
         return false;
@@ -213,3 +209,5 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
     std::memcpy(at + offsetof(Sid, name), found->name().c_str(), found->name().size() + 1);
     return true;
 }
+
+} // namespace tarnix_platform

@@ -6,6 +6,9 @@
 
 #include <cerrno>
 
+namespace tarnix_platform
+{
+
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 
 BOOL DisableThreadLibraryCalls(HMODULE module)
@@ -28,3 +31,5 @@ __attribute__((constructor)) void attach()
 }
 
 } // namespace
+
+} // namespace tarnix_platform

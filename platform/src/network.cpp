@@ -11,6 +11,9 @@
 #include <cstring>
 #include <vector>
 
+namespace tarnix_platform
+{
+
 namespace
 {
 
@@ -101,3 +104,5 @@ int GetComputerNameW(wchar_t* buffer, std::uint32_t* size)
     *size = static_cast<std::uint32_t>(length);
     return 1;
 }
+
+} // namespace tarnix_platform

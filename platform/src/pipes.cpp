@@ -371,13 +371,6 @@ PipeEnd::~PipeEnd()
     }
 }
 
-} // namespace tarnix_platform
-
-using tarnix_platform::fail;
-using tarnix_platform::Pipe;
-using tarnix_platform::PipeEnd;
-using tarnix_platform::Side;
-
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
                     const char* /*name*/)
 {
@@ -385,7 +378,7 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL 
         fail(ENOTSUP);
         return nullptr;
     }
-    return tarnix_platform::openHandle(std::make_shared<tarnix_platform::Event>());
+    return openHandle(std::make_shared<Event>());
 }
 
 HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DWORD maxInstances,
@@ -401,10 +394,10 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DW
     const auto pipe = std::make_shared<Pipe>(name);
     // The end comes before the name, which it gives up again however this goes on.
     const auto end = std::make_shared<PipeEnd>(pipe, Side::server);
-    if (!pipe->create() || !tarnix_platform::names().add(pipe, maxInstances)) {
+    if (!pipe->create() || !names().add(pipe, maxInstances)) {
         return INVALID_HANDLE_VALUE;
     }
-    const HANDLE handle = tarnix_platform::openHandle(end);
+    const HANDLE handle = openHandle(end);
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
@@ -416,17 +409,15 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
         fail(EINVAL);
         return INVALID_HANDLE_VALUE;
     }
-    std::shared_ptr<Pipe> pipe = tarnix_platform::names().connect(name);
+    std::shared_ptr<Pipe> pipe = names().connect(name);
     if (!pipe) {
         return INVALID_HANDLE_VALUE;
     }
-    const HANDLE handle =
-        tarnix_platform::openHandle(std::make_shared<PipeEnd>(std::move(pipe), Side::client));
+    const HANDLE handle = openHandle(std::make_shared<PipeEnd>(std::move(pipe), Side::client));
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
-BOOL tarnix_platform::readFile(HANDLE file, void* buffer, DWORD size, DWORD* count,
-                               OVERLAPPED* overlapped)
+BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
     if (overlapped == nullptr) {
         return fail(EINVAL);
@@ -443,7 +434,7 @@ BOOL tarnix_platform::readFile(HANDLE file, void* buffer, DWORD size, DWORD* cou
     return result;
 }
 
-BOOL tarnix_platform::overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
+BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
     if (overlapped->Internal == ERROR_IO_PENDING) {
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
@@ -463,10 +454,12 @@ BOOL tarnix_platform::overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWOR
 
 BOOL CancelIo(HANDLE file)
 {
-    const std::shared_ptr<PipeEnd> end = tarnix_platform::find<PipeEnd>(file);
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
     if (!end) {
         return false;
     }
     end->pipe()->cancel();
     return true;
 }
+
+} // namespace tarnix_platform

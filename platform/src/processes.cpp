@@ -332,12 +332,6 @@ BOOL startChild(const Identity* identity, const char* command, const char* direc
 
 } // namespace
 
-} // namespace tarnix_platform
-
-using tarnix_platform::fail;
-using tarnix_platform::find;
-using tarnix_platform::Process;
-
 BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES* process,
                     SECURITY_ATTRIBUTES* thread, BOOL /*inheritHandles*/, DWORD /*flags*/,
                     void* environment, const char* directory, STARTUPINFOA* startup,
@@ -347,7 +341,7 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
         environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return tarnix_platform::startChild(nullptr, command, directory, *startup, *information);
+    return startChild(nullptr, command, directory, *startup, *information);
 }
 
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
@@ -357,9 +351,9 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           PROCESS_INFORMATION* information)
 {
     if (token == nullptr) {
-        return tarnix_platform::failAsLogonDid();
+        return failAsLogonDid();
     }
-    const auto identity = find<tarnix_platform::Token>(token);
+    const auto identity = find<Token>(token);
     if (!identity) {
         return false;
     }
@@ -367,8 +361,7 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
         environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return tarnix_platform::startChild(&identity->identity(), command, directory, *startup,
-                                       *information);
+    return startChild(&identity->identity(), command, directory, *startup, *information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
@@ -382,12 +375,12 @@ BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
         return fail(EINVAL);
     }
-    const auto runs = [processId](const tarnix_platform::Object& object) {
+    const auto runs = [processId](const Object& object) {
         const auto* process = dynamic_cast<const Process*>(&object);
         return process != nullptr && process->isRunning(processId);
     };
     // A child that has ended unnoticed may stand in front of another that got its id.
-    for (auto found = tarnix_platform::findIf(runs); found; found = tarnix_platform::findIf(runs)) {
+    for (auto found = findIf(runs); found; found = findIf(runs)) {
         auto& process = static_cast<Process&>(*found);
         if (!process.ended()) {
             return process.signalGroup(event == CTRL_C_EVENT ? SIGINT : SIGTERM);
@@ -401,3 +394,5 @@ BOOL TerminateProcess(HANDLE process, UINT status)
     const std::shared_ptr<Process> found = find<Process>(process);
     return found ? found->kill(status) : false;
 }
+
+} // namespace tarnix_platform

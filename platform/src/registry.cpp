@@ -10,6 +10,9 @@
 #include <new>
 #include <string>
 
+namespace tarnix_platform
+{
+
 namespace
 {
 
@@ -52,7 +55,7 @@ std::wstring fromUtf8(const char* utf8)
 
 } // namespace
 
-void TxSetRegistryFile(const char* path)
+void setRegistryFile(const char* path)
 {
     const std::lock_guard<std::mutex> guard(g_pathMutex);
     const std::size_t length = path != nullptr ? ::strnlen(path, PATH_MAX) : 0;
@@ -107,3 +110,5 @@ int ACE_Configuration_Win32Registry::get_string_value(const ACE_Configuration_Se
     }
     return 0;
 }
+
+} // namespace tarnix_platform

@@ -248,11 +248,7 @@ bool holdsRight(const std::string& account, const std::string& right)
            std::find(lines.begin(), lines.end(), lineOf(account, right)) != lines.end();
 }
 
-} // namespace tarnix_platform
-
-using namespace tarnix_platform;
-
-void TxSetRightsFile(const char* path)
+void setRightsFile(const char* path)
 {
     const std::lock_guard<std::mutex> lock(g_pathMutex);
     const std::size_t length = path == nullptr ? 0 : ::strnlen(path, sizeof g_path - 1);
@@ -333,3 +329,5 @@ DWORD LsaNtStatusToWinError(NTSTATUS status)
 {
     return static_cast<DWORD>(status) & 0x3FFFFFFF;
 }
+
+} // namespace tarnix_platform

@@ -8,15 +8,18 @@
 #include <cstdio>
 #include <ctime>
 
+namespace tarnix_platform
+{
+
 BOOL GetVersionExW(OSVERSIONINFOW* information)
 {
     constexpr DWORD batchLogonBuild = 1057;
     utsname kernel{};
     if (information == nullptr || information->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW)) {
-        return tarnix_platform::fail(EINVAL);
+        return fail(EINVAL);
     }
     if (::uname(&kernel) != 0) {
-        return tarnix_platform::fail(errno);
+        return fail(errno);
     }
     *information = OSVERSIONINFOW{};
     information->dwOSVersionInfoSize = sizeof(OSVERSIONINFOW);
@@ -71,3 +74,5 @@ void Sleep(DWORD milliseconds)
     while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
     }
 }
+
+} // namespace tarnix_platform

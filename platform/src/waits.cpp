@@ -185,10 +185,6 @@ bool awaitRead(Pipe& pipe, bool wait)
     return true;
 }
 
-} // namespace tarnix_platform
-
-using tarnix_platform::fail;
-
 namespace
 {
 
@@ -196,8 +192,8 @@ namespace
 // whoever reads it.
 bool outputUnread(HANDLE process)
 {
-    const tarnix_platform::FastSlot& fast = tarnix_platform::fastSlot(process);
-    const tarnix_platform::ReadAhead* ahead = fast.output.load(std::memory_order_acquire);
+    const FastSlot& fast = fastSlot(process);
+    const ReadAhead* ahead = fast.output.load(std::memory_order_acquire);
     return ahead != nullptr && fast.owner.load(std::memory_order_relaxed) == process &&
            ahead->writer.load(std::memory_order_relaxed) ==
                fast.writer.load(std::memory_order_relaxed) &&
@@ -225,12 +221,14 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
         fail(ENOTSUP);
         return WAIT_FAILED;
     }
-    tarnix_platform::Waiter waiter;
+    Waiter waiter;
     for (DWORD i = 0; i < count; ++i) {
         if (!waiter.add(handles[i])) {
             return WAIT_FAILED;
         }
     }
-    tarnix_platform::reapOrphans();
-    return waiter.wait(tarnix_platform::Deadline(milliseconds));
+    reapOrphans();
+    return waiter.wait(Deadline(milliseconds));
 }
+
+} // namespace tarnix_platform

@@ -1,0 +1,20 @@
+// The process's own registry file and rights file, which the platform layer reads.
+#include "cmnsystemfiles.h"
+
+#include "platform.h"
+#include "platform_registry.h"
+
+namespace tarnix_cmn_4_4
+{
+
+void setRegistryFile(const char* path)
+{
+    tarnix_platform::setRegistryFile(path);
+}
+
+void setRightsFile(const char* path)
+{
+    tarnix_platform::setRightsFile(path);
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,20 @@
+// What has a log, apart from the log itself: the header of a runner need not know the log's class.
+#include "cmntraceable.h"
+
+#include "cmntracelog.h"
+
+namespace tarnix_cmn_4_4
+{
+
+CCmnTraceable::CCmnTraceable() = default;
+CCmnTraceable::CCmnTraceable(const CCmnTraceable&) = default;
+CCmnTraceable& CCmnTraceable::operator=(const CCmnTraceable&) = default;
+CCmnTraceable::~CCmnTraceable() = default;
+
+void CCmnTraceable::setTraceLog(
+    const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log)
+{
+    m_TraceLog = log;
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,45 @@
+// A program with names of its own that the platform layer has too. It includes every installed
+// header; it compiles only if the layer stays out of the global namespace, with its macros as well.
+#include <X11/Xmd.h>
+
+struct HANDLE {
+    int fd;
+};
+enum DWORD { doubleWord };
+static int ReadFile(HANDLE handle) { return handle.fd; }
+static constexpr int INFINITE = 8; // a number of the program's own
+
+#include "installed_headers.h"
+
+#include <cstdio>
+
+namespace
+{
+
+// A derived class names the layer's types through the library's namespace.
+class Runner : public tarnix_cmn_4_4::CCmnExecPipeWindows
+{
+public:
+    int starts = 0;
+
+protected:
+    int CreateChildProcess(std::string& command, tarnix_cmn_4_4::HANDLE input,
+                           tarnix_cmn_4_4::HANDLE output, tarnix_cmn_4_4::HANDLE error,
+                           std::string directory) override
+    {
+        ++starts;
+        return CCmnExecPipeWindows::CreateChildProcess(command, input, output, error, directory);
+    }
+};
+
+} // namespace
+
+int main()
+{
+    Runner runner;
+    std::vector<std::string> lines;
+    runner.Exec("echo " + std::to_string(ReadFile(HANDLE{INFINITE})), lines, "", 60, "", "", "");
+    const bool good = runner.starts == 1 && lines == std::vector<std::string>{"8"};
+    std::printf("%d start, %zu lines\n", runner.starts, lines.size());
+    return good && doubleWord == 0 ? 0 : 1;
+}
