@@ -1,0 +1,133 @@
+// See cmnsaxguard.h.
+#include "cmnsaxguard.h"
+
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+// The unit of cost is a character of the expanded text. Replacing an entity in content costs the
+// reader as much as some 400 characters, in an attribute some 30; a default attribute costs as much
+// as a few. A small document within the limit takes some 20 ms. For each level of nesting the
+// reader allocates 160 KiB.
+constexpr double kBaseLimit = 1e6;
+constexpr double kLimitPerByte = 8;
+constexpr double kReplacementCost = 200;
+constexpr double kDefaultCost = 8;
+constexpr double kAttributeCost = 0.25; // at each element the reader looks at each declared one
+constexpr int kDeepestNesting = 32;
+
+} // namespace
+
+ExpansionGuard::ExpansionGuard(xercesc::SAX2XMLReader& reader, const std::string& text)
+    : m_Reader(&reader),
+      m_Text(text),
+      m_Limit(kBaseLimit + kLimitPerByte * static_cast<double>(text.size()))
+{
+    m_Security.setEntityExpansionLimit(static_cast<XMLSize_t>(m_Limit / kReplacementCost));
+    m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager,
+                          &m_Security); // may throw: first
+    m_Reader->setDeclarationHandler(this);
+}
+
+ExpansionGuard::~ExpansionGuard()
+{
+    if (m_Reader == nullptr) {
+        return;
+    }
+    m_Reader->setDeclarationHandler(nullptr);
+    m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, nullptr);
+}
+
+// The name of a parameter entity comes with its percent sign. References to characters and to
+// parameter entities have been replaced in the value: it is the text that the reader will scan.
+void ExpansionGuard::internalEntityDecl(const XMLCh* const name, const XMLCh* const value)
+{
+    const bool isParameter = name[0] == u'%';
+    declare(useOf(isParameter ? u'%' : u'&', name + (isParameter ? 1 : 0)), kReplacementCost,
+            value);
+}
+
+void ExpansionGuard::attributeDecl(const XMLCh* const element, const XMLCh* const /*attribute*/,
+                                   const XMLCh* const /*type*/, const XMLCh* const /*mode*/,
+                                   const XMLCh* const value)
+{
+    declare(useOf(u'<', element), value != nullptr ? kDefaultCost : kAttributeCost, value);
+}
+
+// A null value is an empty one.
+void ExpansionGuard::declare(Use use, double ownCost, const XMLCh* value)
+{
+    if (!m_Counts) {
+        m_Counts = std::make_unique<UseCounts>(m_Text);
+    }
+    Declared& declared = m_Declared[use];
+    const std::size_t length = xercesc::XMLString::stringLen(value);
+    declared.ownCost += ownCost + static_cast<double>(length);
+    UseScanner().scan(value, length, [this, &declared](Use other) {
+        Declared& used = m_Declared[other];
+        used.isUsed = true;
+        declared.uses.push_back(&used);
+    });
+    if (declared.isUsed) {
+        assessAll();
+    } else {
+        assessOne(use, declared);
+    }
+    if (m_Total > m_Limit) {
+        throw ExpansionRefused();
+    }
+}
+
+void ExpansionGuard::assessOne(Use use, Declared& declared)
+{
+    m_Total -= m_Counts->of(use) * declared.cost;
+    declared.round = 0;
+    assess(declared, 1);
+    m_Total += m_Counts->of(use) * declared.cost;
+}
+
+// Declarations that came earlier and use the new entity have another cost now.
+void ExpansionGuard::assessAll()
+{
+    ++m_Round;
+    m_Total = 0;
+    for (auto& [use, declared] : m_Declared) {
+        assess(declared, 1);
+        m_Total += m_Counts->of(use) * declared.cost;
+    }
+}
+
+// Entities that use each other in a cycle end at the deepest level. The work itself counts towards
+// the limit too: declarations in the worst order would make it grow with their square.
+void ExpansionGuard::assess(Declared& declared, int level)
+{
+    if (declared.round == m_Round) {
+        return;
+    }
+    m_Work += 1 + static_cast<double>(declared.uses.size());
+    if (level > kDeepestNesting || m_Work > m_Limit) {
+        throw ExpansionRefused();
+    }
+    double cost = declared.ownCost;
+    int depth = 1;
+    for (Declared* used : declared.uses) {
+        assess(*used, level + 1);
+        cost += used->cost;
+        depth = std::max(depth, used->depth + 1);
+    }
+    if (depth > kDeepestNesting) {
+        throw ExpansionRefused();
+    }
+    declared.cost = cost;
+    declared.depth = depth;
+    declared.round = m_Round;
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,185 @@
+// See cmnsaxuses.h.
+#include "cmnsaxuses.h"
+
+#include "cmnstringtool.h"
+
+#include <xercesc/framework/XMLRecognizer.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/TransService.hpp>
+#include <xercesc/util/XMLException.hpp>
+
+#include <memory>
+
+namespace tarnix_cmn_4_4
+{
+namespace
+{
+
+using Transcoder = std::unique_ptr<xercesc::XMLTranscoder>;
+
+constexpr std::size_t kPiece = 4096;
+
+// The document's text after its XML declaration, in the encoding in which the reader will read it.
+// Any doubt about that encoding makes it unknown: text that the reader reads in another way than
+// this could hide uses.
+struct Decoded {
+    const XMLByte* data = nullptr;
+    std::size_t size = 0;
+    Transcoder transcoder; // null if the encoding is unknown
+    bool isUtf8 = false;
+};
+
+template <class Encoding>
+Transcoder makeTranscoder(Encoding encoding)
+{
+    xercesc::XMLTransService::Codes code;
+    return Transcoder(xercesc::XMLPlatformUtils::fgTransService->makeNewTranscoderFor(
+        encoding, code, kPiece, xercesc::XMLPlatformUtils::fgMemoryManager));
+}
+
+// The ASCII characters of the XML declaration, from "<?xml" to ">"; empty if there is none. The
+// zeros of wider encodings and a byte order mark are left out. False if it does not end soon.
+bool findDeclaration(const std::string& text, std::string& declaration)
+{
+    constexpr std::size_t longest = 1024;
+    constexpr std::size_t start = 5;
+    for (std::size_t i = 0; i < text.size() && i < longest; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte > 0 && byte < 0x80) {
+            declaration += text[i];
+        }
+        if (declaration.size() == start + 1 &&
+            (declaration.compare(0, start, "<?xml") != 0 || declaration[start] > ' ')) {
+            declaration.clear();
+            return true;
+        }
+        if (byte == '>') {
+            return true;
+        }
+    }
+    return text.size() < longest;
+}
+
+// The encoding that the declaration names, or the empty text; false if it is not certain. Any
+// quoted text but the possible values of the other two attributes is taken for it.
+bool findEncoding(const std::string& declaration, std::string& encoding)
+{
+    std::size_t start = 0;
+    while ((start = declaration.find_first_of("\"'", start)) != std::string::npos) {
+        const std::size_t end = declaration.find(declaration[start], start + 1);
+        if (end == std::string::npos) {
+            return false;
+        }
+        const std::string value = declaration.substr(start + 1, end - start - 1);
+        start = end + 1;
+        if (value == "1.0" || value == "1.1" || value == "yes" || value == "no") {
+            continue;
+        }
+        if (!encoding.empty()) {
+            return false;
+        }
+        encoding = value;
+    }
+    return true;
+}
+
+// Whether the encoding reads the declaration, which is ASCII, as it is. The reader ignores the name
+// of an encoding that does not, or switches to it after the declaration.
+bool readsAscii(const std::string& encoding, const std::string& declaration)
+{
+    const Transcoder transcoder = makeTranscoder(encoding.c_str());
+    if (!transcoder) {
+        return false;
+    }
+    std::array<XMLCh, kPiece> units;
+    std::array<unsigned char, kPiece> sizes;
+    XMLSize_t eaten = 0;
+    const XMLSize_t length = transcoder->transcodeFrom(
+        reinterpret_cast<const XMLByte*>(declaration.data()), declaration.size(), units.data(),
+        units.size(), eaten, sizes.data());
+    return std::equal(units.data(), units.data() + length, declaration.begin(), declaration.end());
+}
+
+Decoded decode(const std::string& text)
+{
+    using xercesc::XMLRecognizer;
+    Decoded decoded;
+    decoded.data = reinterpret_cast<const XMLByte*>(text.data());
+    decoded.size = text.size();
+    std::string declaration;
+    std::string encoding;
+    if (!findDeclaration(text, declaration) || !findEncoding(declaration, encoding)) {
+        return decoded;
+    }
+    const auto sensed = XMLRecognizer::basicEncodingProbe(decoded.data, decoded.size);
+    if (sensed == XMLRecognizer::UTF_8) {
+        // The declaration is ASCII even where what follows is not.
+        const std::size_t start = declaration.empty() ? 0 : text.find('>') + 1;
+        decoded.data += start;
+        decoded.size -= start;
+        if (encoding.empty()) {
+            decoded.transcoder = makeTranscoder(sensed);
+        } else if (readsAscii(encoding, declaration)) {
+            decoded.transcoder = makeTranscoder(encoding.c_str());
+        }
+        decoded.isUtf8 = encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-8");
+    } else if ((sensed == XMLRecognizer::UTF_16B || sensed == XMLRecognizer::UTF_16L) &&
+               (encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-16"))) {
+        decoded.transcoder = makeTranscoder(sensed);
+    }
+    return decoded;
+}
+
+// The bytes of the next piece if each is a character of its own, otherwise 0. Transcoding them
+// would take longer than all the rest of the count. Without an early end, so that the compiler
+// takes many bytes at once.
+std::size_t asciiPiece(const Decoded& utf8)
+{
+    const std::size_t size = std::min(utf8.size, kPiece);
+    unsigned char all = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        all |= utf8.data[i];
+    }
+    return all < 0x80 ? size : 0;
+}
+
+} // namespace
+
+// The shortest use, with the character that ends it, has three characters.
+UseCounts::UseCounts(const std::string& text) : m_Most(static_cast<double>(text.size()) / 3)
+{
+    try {
+        m_IsKnown = count(text);
+    } catch (const xercesc::XMLException&) {
+        m_IsKnown = false; // not in that encoding, as the reader will find if it gets there
+    }
+}
+
+bool UseCounts::count(const std::string& text)
+{
+    Decoded document = decode(text);
+    if (!document.transcoder) {
+        return false;
+    }
+    UseScanner scanner;
+    const auto found = [this](Use use) { ++m_Counts[counterOf(use)]; };
+    std::array<XMLCh, kPiece> piece;
+    std::array<unsigned char, kPiece> sizes;
+    XMLSize_t eaten = 1;
+    while (document.size > 0 && eaten > 0) {
+        const std::size_t plain = document.isUtf8 ? asciiPiece(document) : 0;
+        if (plain > 0) {
+            scanner.scan(document.data, plain, found);
+            eaten = plain;
+        } else {
+            const XMLSize_t length = document.transcoder->transcodeFrom(
+                document.data, document.size, piece.data(), piece.size(), eaten, sizes.data());
+            scanner.scan(piece.data(), length, found);
+        }
+        document.data += eaten;
+        document.size -= eaten;
+    }
+    return true;
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,134 @@
+// How often a document uses what its declarations may declare: entities and default attributes.
+#ifndef TARNIX_CMNSAXUSES_H
+#define TARNIX_CMNSAXUSES_H
+
+#include <xercesc/util/XercesDefs.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tarnix_cmn_4_4
+{
+
+// "&name" and "%name" use an entity, "<name" uses the default attributes of an element. A use is
+// identified by a hash of these characters. Two uses with one hash are taken for the same, which
+// only makes a document look more expensive than it is.
+using Use = std::uint64_t;
+
+constexpr Use kUseSeed = 0xCBF29CE484222325;
+
+constexpr Use extended(Use use, XMLCh unit)
+{
+    return (use ^ unit) * 0x100000001B3;
+}
+
+inline bool isSigil(XMLCh unit)
+{
+    constexpr std::uint64_t sigils =
+        std::uint64_t{1} << '&' | std::uint64_t{1} << '%' | std::uint64_t{1} << '<';
+    return unit < 64 && (sigils >> unit & 1) != 0;
+}
+
+constexpr std::array<bool, 128> asciiNameUnits()
+{
+    std::array<bool, 128> units{};
+    for (const XMLCh unit : std::u16string_view(u".-_:0123456789abcdefghijklmnopqrstuvwxyz"
+                                                u"ABCDEFGHIJKLMNOPQRSTUVWXYZ")) {
+        units[unit] = true;
+    }
+    return units;
+}
+
+// The two newlines that only XML 1.1 has end a name; any other character beyond ASCII may be part
+// of one.
+inline bool isNameUnit(XMLCh unit)
+{
+    static constexpr std::array<bool, 128> ascii = asciiNameUnits();
+    return unit < ascii.size() ? ascii[unit] : unit != 0x85 && unit != 0x2028;
+}
+
+inline Use useOf(XMLCh sigil, const XMLCh* name)
+{
+    Use use = extended(kUseSeed, sigil);
+    for (; *name != 0; ++name) {
+        use = extended(use, *name);
+    }
+    return use;
+}
+
+// Finds the uses in a text that comes in pieces. It does not look at where they stand: one that is
+// in a comment counts too.
+class UseScanner
+{
+public:
+    template <class Unit, class Found>
+    void scan(const Unit* text, std::size_t length, Found found)
+    {
+        const Unit* const end = text + length;
+        while (true) {
+            if (!m_Inside) {
+                text = std::find_if(text, end, isSigil);
+                if (text == end) {
+                    return;
+                }
+                m_Inside = true;
+                m_HasName = false;
+                m_Use = extended(kUseSeed, *text++);
+            }
+            for (; text != end && isNameUnit(*text); ++text) {
+                m_Use = extended(m_Use, *text);
+                m_HasName = true;
+            }
+            if (text == end) {
+                return;
+            }
+            if (m_HasName) {
+                found(m_Use);
+            }
+            m_Inside = false;
+        }
+    }
+
+private:
+    Use m_Use = kUseSeed;
+    bool m_Inside = false;
+    bool m_HasName = false;
+};
+
+// How often each use occurs in a document; too high, never too low, where two uses share a counter.
+class UseCounts
+{
+public:
+    // Reads the whole text, in the encoding in which the reader will read it. Where that encoding
+    // is not certain, each use is taken to occur as often as the text has room for it.
+    explicit UseCounts(const std::string& text);
+
+    // At least 1: what is declared counts.
+    double of(Use use) const
+    {
+        return m_IsKnown ? std::max(1.0, static_cast<double>(m_Counts[counterOf(use)])) : m_Most;
+    }
+
+private:
+    static constexpr int kCounterBits = 13;
+
+    // Names that differ only in their last character differ only in the low bits of the hash.
+    static std::size_t counterOf(Use use)
+    {
+        return static_cast<std::size_t>(use * 0x9E3779B97F4A7C15 >> (64 - kCounterBits));
+    }
+
+    bool count(const std::string& text);
+
+    std::array<std::uint64_t, std::size_t{1} << kCounterBits> m_Counts{};
+    double m_Most;
+    bool m_IsKnown = false;
+};
+
+} // namespace tarnix_cmn_4_4
+
+#endif
