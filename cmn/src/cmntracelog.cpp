@@ -29,18 +29,18 @@ constexpr const wchar_t* kTraceStdout = L"TRACESTDOUT";
 constexpr std::size_t kTimeSize = 128;
 constexpr std::size_t kTextSize = 1024;
 
-// Arguments to be taken up afresh, which end also when memory is refused meanwhile.
-struct ArgsAgain {
-    explicit ArgsAgain(std::va_list from) { va_copy(args, from); }
-    ~ArgsAgain() { va_end(args); }
-    ArgsAgain(const ArgsAgain&) = delete;
-    ArgsAgain& operator=(const ArgsAgain&) = delete;
+// A copy of the arguments, for a second pass. Ends them also when an allocation throws meanwhile.
+struct ArgsCopy {
+    explicit ArgsCopy(std::va_list from) { va_copy(args, from); }
+    ~ArgsCopy() { va_end(args); }
+    ArgsCopy(const ArgsCopy&) = delete;
+    ArgsCopy& operator=(const ArgsCopy&) = delete;
 
     std::va_list args;
 };
 
-// One line of the log, time, blank, text and line end, in one piece of memory that can go out in
-// one write. A text of usual length takes no memory from the heap.
+// One line of the log, time, blank, text and newline, in one piece of memory, so that one write can
+// append it. A text of usual length is formatted on the stack.
 class TraceLine
 {
 public:
@@ -55,10 +55,16 @@ public:
 
     void format(const char* format, std::va_list args)
     {
-        ArgsAgain again(args);
-        const int length = TX_vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
-        if (static_cast<std::size_t>(length) == kTextSize - 1) {
-            formatLong(format, again.args);
+        ArgsCopy again(args);
+        const int length = std::vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
+        if (length < 0) {
+            // It failed, as on a wide argument that is not representable in the locale's encoding.
+            // Then the format itself is the text, so that the line is not lost.
+            const std::size_t size = std::strlen(format) + 1;
+            std::memcpy(grow(size), format, size);
+        } else if (static_cast<std::size_t>(length) >= kTextSize) {
+            const std::size_t size = static_cast<std::size_t>(length) + 1;
+            TX_vsnprintf(grow(size), size, format, again.args);
         }
         // The text ends at its first NUL.
         m_End = m_TextAt + std::strlen(m_Line + m_TextAt);
@@ -70,34 +76,18 @@ public:
     std::size_t size() const { return m_End; }
 
 private:
-    // The formatter tells only that the text was cut, which it also tells when it failed, as on a
-    // wide argument that the locale cannot express. Then the format itself is the text, so that the
-    // line is not lost.
-    void formatLong(const char* format, std::va_list args)
-    {
-        ArgsAgain again(args);
-        const int needed = std::vsnprintf(nullptr, 0, format, args);
-        if (needed >= 0) {
-            const std::size_t size = static_cast<std::size_t>(needed) + 1;
-            TX_vsnprintf(grow(size), size, format, again.args);
-        } else {
-            const std::size_t size = std::strlen(format) + 1;
-            std::memcpy(grow(size), format, size);
-        }
-    }
-
     // Makes room for a text of `size`, terminator included, and returns its place.
     char* grow(std::size_t size)
     {
-        m_Heap = std::make_unique<char[]>(m_TextAt + size + kLineEnd);
+        m_Heap = std::make_unique<char[]>(m_TextAt + size + kNewline);
         std::memcpy(m_Heap.get(), m_Stack, m_TextAt);
         m_Line = m_Heap.get();
         return m_Line + m_TextAt;
     }
 
-    static constexpr std::size_t kLineEnd = 1;
+    static constexpr std::size_t kNewline = 1;
 
-    char m_Stack[kTimeSize + 1 + kTextSize + kLineEnd];
+    char m_Stack[kTimeSize + 1 + kTextSize + kNewline];
     std::unique_ptr<char[]> m_Heap;
     char* m_Line = m_Stack;
     std::size_t m_TextAt = 0;
