@@ -102,7 +102,6 @@ protected:
 private:
     struct StartHandles;
     struct Account;
-    class TokenOwner;
     enum class Awaited { byte, timeOut, givenUp, over }; // over: the read has ended without a byte
 
     int MakePipes(StartHandles& handles);

@@ -1,5 +1,6 @@
 // Runs as another local user: the token for the child, and the logon right for the length of a run.
 #include "cmnexecpipewindows.h"
+#include "cmnhandle.h"
 #include "platform.h"
 
 #include <algorithm>
@@ -52,35 +53,6 @@ bool holdsRight(LSA_HANDLE policy, PSID account)
     return held;
 }
 
-// Closes a token unless it is handed on.
-class Token
-{
-public:
-    Token() = default;
-    ~Token() { close(); }
-    Token(const Token&) = delete;
-    Token& operator=(const Token&) = delete;
-
-    HANDLE* out()
-    {
-        close();
-        return &m_Handle;
-    }
-    HANDLE get() const { return m_Handle; }
-    HANDLE release() { return std::exchange(m_Handle, INVALID_HANDLE_VALUE); }
-
-private:
-    void close()
-    {
-        if (m_Handle != INVALID_HANDLE_VALUE && m_Handle != nullptr) {
-            CloseHandle(m_Handle);
-        }
-        m_Handle = INVALID_HANDLE_VALUE;
-    }
-
-    HANDLE m_Handle = INVALID_HANDLE_VALUE;
-};
-
 } // namespace
 
 // What is needed for as long as the right is held: the account's SID, and the right's name, so that
@@ -100,20 +72,20 @@ void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_ST
 
 HANDLE CCmnExecPipeWindows::Impersonate()
 {
-    Token token;
+    HANDLE token = INVALID_HANDLE_VALUE;
+    HandleOwner owner(token);
     if (!systemKnowsBatchLogons()) {
-        return token.release();
+        return owner.release();
     }
     // This first token serves to find the account.
     if (!LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
-                    LOGON32_PROVIDER_DEFAULT, token.out())) {
-        return token.release();
+                    LOGON32_PROVIDER_DEFAULT, owner.out())) {
+        return owner.release();
     }
     auto account = std::make_shared<Account>();
     DWORD length = 0;
-    if (!GetTokenInformation(token.get(), TokenUser, account->bytes, sizeof account->bytes,
-                             &length)) {
-        return token.release();
+    if (!GetTokenInformation(token, TokenUser, account->bytes, sizeof account->bytes, &length)) {
+        return owner.release();
     }
     TOKEN_USER user{};
     std::memcpy(&user, account->bytes, sizeof user);
@@ -124,14 +96,14 @@ HANDLE CCmnExecPipeWindows::Impersonate()
         AddRight();
     }
     const BOOL loggedOn = LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(),
-                                     LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, token.out());
+                                     LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, owner.out());
     if (m_RightAdded == 0) {
         ForgetAccount();
     }
     if (!loggedOn) {
         throw ECmnExecPipe(m_User, ECmnExecPipe::CANNOT_IMPERSONATE);
     }
-    return token.release();
+    return owner.release();
 }
 
 void CCmnExecPipeWindows::OpenPolicy()

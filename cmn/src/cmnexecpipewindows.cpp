@@ -2,6 +2,7 @@
 #include "cmnexecpipewindows.h"
 
 #include "TX_strings.h"
+#include "cmnhandle.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
 #include "platform.h"
@@ -28,19 +29,6 @@ constexpr long kCloseSeconds = 10;
 constexpr long kLongestStage = 30;
 constexpr UINT kKilledStatus = 1067; // the system's ERROR_PROCESS_ABORTED
 constexpr int kStartRefused = 3; // result of a start that an ECmnExecPipe ended, whatever its code
-
-bool isValid(HANDLE handle)
-{
-    return handle != INVALID_HANDLE_VALUE;
-}
-
-void closeAndForget(HANDLE& handle)
-{
-    if (isValid(handle)) {
-        CloseHandle(handle);
-        handle = INVALID_HANDLE_VALUE;
-    }
-}
 
 DWORD toMilliseconds(long seconds)
 {
@@ -92,24 +80,6 @@ struct CCmnExecPipeWindows::StartHandles {
     HANDLE inputClient = INVALID_HANDLE_VALUE;
     HANDLE inputServer = INVALID_HANDLE_VALUE;
     HANDLE outputClient = INVALID_HANDLE_VALUE;
-};
-
-// The child's token is needed for its start only.
-class CCmnExecPipeWindows::TokenOwner
-{
-public:
-    explicit TokenOwner(HANDLE& token) : m_Token(token) { m_Token = INVALID_HANDLE_VALUE; }
-    ~TokenOwner()
-    {
-        if (m_Token != nullptr) { // null is what a refused logon leaves
-            closeAndForget(m_Token);
-        }
-    }
-    TokenOwner(const TokenOwner&) = delete;
-    TokenOwner& operator=(const TokenOwner&) = delete;
-
-private:
-    HANDLE& m_Token;
 };
 
 CCmnExecPipeWindows::CCmnExecPipeWindows()
@@ -199,7 +169,7 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
             m_LastError = ECmnExecPipe(command, failed);
             return failed;
         }
-        const TokenOwner token(m_UserToken);
+        const HandleOwner token(m_UserToken); // needed only to start the child
         m_UserToken = m_User.empty() ? INVALID_HANDLE_VALUE : Impersonate();
         CreateChildProcess(command, handles.inputClient, handles.outputServer, handles.errorCopy,
                            workingDirectory);
