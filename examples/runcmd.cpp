@@ -106,23 +106,12 @@ bool readOptions(int argc, char** argv, Options& options)
     return true;
 }
 
-std::string quoted(const std::string& word)
-{
-    static constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                                    "_-+=/.,:%@";
-    if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
-        return word;
-    }
-    return "'" + CCmnStringTool::searchreplace(word, "'", R"('\'')") + "'";
-}
-
-// The runner takes one text and splits it by the shell's rules: quoted like this, every word comes
-// out as it went in.
+// The runner takes one text and splits it into words: each comes out as it went in.
 std::string commandText(const std::vector<std::string>& words)
 {
     std::string text;
     for (const std::string& word : words) {
-        text += text.empty() ? quoted(word) : " " + quoted(word);
+        text += (text.empty() ? "" : " ") + CCmnStringTool::quote(word);
     }
     return text;
 }

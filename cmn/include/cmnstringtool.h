@@ -210,6 +210,12 @@ public:
     static std::vector<std::string> tokenize(const std::string& text,
                                              const std::string& delimiters);
 
+    /// The text as one word of a command line, for CCmnExecPipeBase::Exec or a POSIX shell: split
+    /// there, it gives the text again, whatever it holds. Only a zero byte cannot be passed, since
+    /// the command ends there. A text of letters, digits and _-+=/.,:%@ comes back as it is; any
+    /// other, and the empty text, in single quotes.
+    static std::string quote(const std::string& text);
+
     /// Four runs of digits between dots. Neither range nor length is tested, and superfluous dots
     /// do not matter: "999.1.2.3" and "1..2.3.4." are addresses here.
     static bool isIpAddress(const std::string& text);

@@ -12,18 +12,6 @@ namespace
 constexpr int kLineBufferSize = 8192;
 constexpr long kCloseSeconds = 10;
 
-class WipedAtEnd
-{
-public:
-    explicit WipedAtEnd(std::string& secret) : m_Secret(secret) {}
-    ~WipedAtEnd() { wipe(m_Secret); }
-    WipedAtEnd(const WipedAtEnd&) = delete;
-    WipedAtEnd& operator=(const WipedAtEnd&) = delete;
-
-private:
-    std::string& m_Secret;
-};
-
 } // namespace
 
 CCmnExecPipeBase::CCmnExecPipeBase() : m_AbortRequested(0) {}
@@ -88,7 +76,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
                            unsigned long seconds, std::string workingDirectory, std::string user,
                            std::string password)
 {
-    const WipedAtEnd wiped(password);
+    const WipeAtEnd wiped(password);
     std::vector<char> buffer(kLineBufferSize);
     m_User = user;
     wipe(m_Password);

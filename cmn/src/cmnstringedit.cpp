@@ -213,6 +213,20 @@ std::vector<std::string> CCmnStringTool::tokenize(const std::string& text,
     return tokens;
 }
 
+std::string CCmnStringTool::quote(const std::string& text)
+{
+    static constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                    "_-+=/.,:%@";
+    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char byte : text) {
+        quoted += byte == '\'' ? std::string_view(R"('\'')") : std::string_view(&byte, 1);
+    }
+    return quoted + "'";
+}
+
 bool CCmnStringTool::isIpAddress(const std::string& text)
 {
     const std::vector<std::string> tokens = tokenize(text, ".");

@@ -8,7 +8,7 @@ namespace tarnix_cmn_4_4
 {
 
 // Zeros the text's memory, unused capacity included, and empties it. The writes are volatile: the
-// compiler would drop others, for nobody reads them.
+// compiler would remove ordinary ones, since nothing reads the result.
 inline void wipe(std::string& secret)
 {
     secret.resize(secret.capacity());
@@ -18,6 +18,19 @@ inline void wipe(std::string& secret)
     }
     secret.clear();
 }
+
+// Wipes the secret at the end of the scope, however that is reached.
+class WipeAtEnd
+{
+public:
+    explicit WipeAtEnd(std::string& secret) : m_Secret(secret) {}
+    ~WipeAtEnd() { wipe(m_Secret); }
+    WipeAtEnd(const WipeAtEnd&) = delete;
+    WipeAtEnd& operator=(const WipeAtEnd&) = delete;
+
+private:
+    std::string& m_Secret;
+};
 
 } // namespace tarnix_cmn_4_4
 
