@@ -2,35 +2,13 @@
 #ifndef TARNIX_TX_STRTOINT_H
 #define TARNIX_TX_STRTOINT_H
 
+#include "TX_chars.h"
+
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-
-// ASCII without the blank and the control characters: white space in no locale.
-constexpr bool TX_isGraphic(unsigned char byte)
-{
-    return byte > ' ' && byte < 0x7f;
-}
-
-// Whether eight bytes are all graphic: the quick way through a word. The sums mark each byte that
-// is not, by its 0x80; only a marked byte can disturb its neighbour.
-inline bool TX_areGraphic(const unsigned char* bytes)
-{
-    constexpr std::uint64_t each = 0x0101010101010101u;
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes, sizeof word);
-    return (((word - each * '!') | (word + each) | word) & each * 0x80) == 0;
-}
-
-// isspace, with the call only for the bytes on which locales may differ.
-inline bool TX_isSpace(unsigned char byte)
-{
-    return !TX_isGraphic(byte) && (byte == ' ' || std::isspace(byte) != 0);
-}
 
 constexpr unsigned char TX_NoDigit = 0xff;
 
@@ -54,7 +32,7 @@ inline constexpr std::array<unsigned char, 256> TX_Digits = TX_makeDigits();
 
 struct TX_NumberLimits {
     std::uint64_t positive;
-    std::uint64_t negative; // behind a minus sign
+    std::uint64_t negative; // after a minus sign
 };
 
 constexpr TX_NumberLimits TX_SignedLimits = {INT64_MAX, std::uint64_t{INT64_MAX} + 1};

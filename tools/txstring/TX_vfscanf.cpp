@@ -3,6 +3,7 @@
 //
 // All of the input lies in memory, so a field is a span of it. Giving back bytes is making the span
 // shorter, and a field is copied only where a terminated text is needed.
+#include "TX_chars.h"
 #include "TX_sscanf.h"
 #include "TX_strings.h"
 #include "TX_strtoint.h"

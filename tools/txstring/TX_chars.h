@@ -1,0 +1,31 @@
+// Classes of characters that the number readers and the scanner share.
+#ifndef TARNIX_TX_CHARS_H
+#define TARNIX_TX_CHARS_H
+
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+
+// ASCII without the blank and the control characters: white space in no locale.
+constexpr bool TX_isGraphic(unsigned char byte)
+{
+    return byte > ' ' && byte < 0x7f;
+}
+
+// Whether eight bytes are all graphic: the fast path through a word. The sums set the bit 0x80 of
+// each byte that is not graphic; only such a byte can carry into the next one.
+inline bool TX_areGraphic(const unsigned char* bytes)
+{
+    constexpr std::uint64_t each = 0x0101010101010101u;
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return (((word - each * '!') | (word + each) | word) & each * 0x80) == 0;
+}
+
+// isspace, with the call only for the bytes on which locales may differ.
+inline bool TX_isSpace(unsigned char byte)
+{
+    return !TX_isGraphic(byte) && (byte == ' ' || std::isspace(byte) != 0);
+}
+
+#endif
