@@ -90,6 +90,7 @@ TEST(StringTool, PrintsAndReadsNumbersAndHex)
               "-922337203685477580818446744073709551615");
     EXPECT_EQ(Tool::int2wstr(INT64_MIN) + Tool::uint2wstr(UINT64_MAX),
               L"-922337203685477580818446744073709551615");
+    EXPECT_EQ(Tool::int2str(-1LL) + Tool::uint2str(2ULL) + Tool::int2str(-3L), "-12-3");
     EXPECT_EQ(Tool::double2str(-12345678.0) + Tool::double2str(0.1), "-1.23457e+070.1");
     EXPECT_EQ(Tool::bool2str(true) + Tool::bool2str(false), "truefalse");
 

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace tarnix_cmn_4_4
@@ -258,20 +259,20 @@ public:
     static std::string convertFromXmlSpecialCharacters(const std::string& text);
     /// @}
 
-    // ---- 64 bits under the other name ----------------------------------------------------------
+    // ---- The other long ------------------------------------------------------------------------
 
+private:
+    /// Of long and long long, the one that std::int64_t is not.
+    using OtherLong = std::conditional_t<std::is_same_v<std::int64_t, long>, long long, long>;
+    using OtherULong = std::make_unsigned_t<OtherLong>;
+
+public:
     /// @{
-    /// std::int64_t is long here. Without these a call with a long long would be ambiguous.
-    static std::string int2str(long long number) { return int2str(std::int64_t{number}); }
-    static std::string uint2str(unsigned long long number)
-    {
-        return uint2str(std::uint64_t{number});
-    }
-    static std::wstring int2wstr(long long number) { return int2wstr(std::int64_t{number}); }
-    static std::wstring uint2wstr(unsigned long long number)
-    {
-        return uint2wstr(std::uint64_t{number});
-    }
+    /// Without these a call with a long or a long long would be ambiguous, depending on the system.
+    static std::string int2str(OtherLong number) { return int2str(std::int64_t{number}); }
+    static std::string uint2str(OtherULong number) { return uint2str(std::uint64_t{number}); }
+    static std::wstring int2wstr(OtherLong number) { return int2wstr(std::int64_t{number}); }
+    static std::wstring uint2wstr(OtherULong number) { return uint2wstr(std::uint64_t{number}); }
     /// @}
 };
 
