@@ -3,11 +3,11 @@
 
 #include "TX_strings.h"
 #include "cmnstringtool.h"
+#include "platform.h"
 #include "platform_network.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -159,7 +159,7 @@ std::string CCmnNetwork::getComputerName()
 {
     wchar_t name[256];
     name[0] = L'\0';
-    std::uint32_t size = 254;
+    DWORD size = 254;
     GetComputerNameW(name, &size);
     return CCmnStringTool::wstr2str(std::wstring(name));
 }
