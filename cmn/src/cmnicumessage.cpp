@@ -4,11 +4,10 @@
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
 #include "cmnutf16.h"
+#include "platform_text.h"
 
 #include <unicode/msgfmt.h>
 #include <unicode/unistr.h>
-
-#include <langinfo.h>
 
 #include <algorithm>
 #include <charconv>
@@ -49,13 +48,6 @@ ArgumentList argumentsOf(const Formattable& array)
     UErrorCode status = U_ZERO_ERROR;
     list.first = array.getArray(list.count, status);
     return list;
-}
-
-// That the C library's numbers, which follow the locale, are those of to_chars and from_chars.
-bool isPointDecimal()
-{
-    const char* const decimal = ::nl_langinfo(RADIXCHAR);
-    return decimal[0] == '.' && decimal[1] == '\0';
 }
 
 // ---- Writing -----------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 // CCmnStringTool: text editing and XML escaping.
 #include "cmnstringtool.h"
+#include "platform_text.h"
 
 #include <ace/OS_NS_string.h>
 
@@ -113,7 +114,7 @@ String convertLetters(String text)
 bool findMatch(const char*& place, const char* end, const std::string& search)
 {
     for (;; ++place) {
-        place = strchrnul(place, search[0]);
+        place = findOrEnd(place, search[0]);
         if (static_cast<std::size_t>(end - place) >= search.size() &&
             std::memcmp(place, search.data(), search.size()) == 0) {
             return true;

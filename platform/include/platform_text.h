@@ -1,0 +1,35 @@
+/// @file
+/// What the text functions of the C library have beyond the standard. Any thread may call.
+#ifndef TARNIX_PLATFORM_TEXT_H
+#define TARNIX_PLATFORM_TEXT_H
+
+#include <langinfo.h>
+
+#include <cstring>
+
+namespace tarnix_platform
+{
+
+/// Whether the calling thread's locale has "." for the decimal point.
+inline bool isPointDecimal()
+{
+    return std::strcmp(::nl_langinfo(RADIXCHAR), ".") == 0;
+}
+
+/// The first such character of the text, or its terminator if there is none.
+inline const char* findOrEnd(const char* text, char character)
+{
+    return ::strchrnul(text, character);
+}
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::findOrEnd;
+using tarnix_platform::isPointDecimal;
+
+} // namespace tarnix_cmn_4_4
+
+#endif
