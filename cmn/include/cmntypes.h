@@ -8,8 +8,8 @@
 namespace tarnix_cmn_4_4
 {
 
-/// One unit holds one code point: wchar_t is 32 bits wide here. It is never compiled with 16-bit
-/// wide characters; only CCmnStringTool::tstr2ustr and ustr2tstr go to UTF-16 and back.
+/// One unit holds one code point: wchar_t is 32 bits wide here. On a system where it has 16 bits, a
+/// unit is one of UTF-16.
 using tstr = ACE_String_Base<wchar_t>;
 
 } // namespace tarnix_cmn_4_4

@@ -212,12 +212,13 @@ std::size_t utf16Piece(const char16_t* text, std::size_t length)
     return result;
 }
 
-bool isCodePoint(wchar_t unit)
+// Wide units are looked at as char32_t: not every system's wchar_t can hold what is compared here.
+bool isCodePoint(char32_t unit)
 {
-    return static_cast<std::uint32_t>(unit) <= UCHAR_MAX_VALUE;
+    return unit <= UCHAR_MAX_VALUE;
 }
 
-bool needsTwoUnits(wchar_t unit)
+bool needsTwoUnits(char32_t unit)
 {
     return isCodePoint(unit) && unit > 0xFFFF;
 }
@@ -232,7 +233,7 @@ bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
     return all <= 0xFFFF;
 }
 
-char16_t* appendUtf16(char16_t* target, wchar_t unit)
+char16_t* appendUtf16(char16_t* target, char32_t unit)
 {
     if (!isCodePoint(unit)) {
         *target++ = 0xFFFD;
@@ -361,7 +362,7 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
                        [](wchar_t unit) { return static_cast<char16_t>(unit); });
     } else {
         for (const wchar_t* unit = first; unit != last; ++unit) {
-            target = appendUtf16(target, *unit);
+            target = appendUtf16(target, static_cast<char32_t>(*unit));
         }
     }
     result.releaseBuffer(static_cast<std::int32_t>(capacity));

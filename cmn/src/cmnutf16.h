@@ -34,7 +34,19 @@ inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* 
     return found == 0;
 }
 
-// Characters from unit `at` on, up to a zero or as many as there is room for; returns their number.
+// The next wide unit: a character, or a unit of UTF-16 where wchar_t has no more bits.
+inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t length)
+{
+    UChar32 character = units[at];
+    if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
+        ++at;
+    } else {
+        U16_NEXT(units, at, length, character);
+    }
+    return static_cast<wchar_t>(character);
+}
+
+// Wide units from unit `at` on, up to a zero or as many as there is room for; returns their number.
 // `at` is moved behind them, or to the end at a zero. A lone surrogate is taken as it is.
 inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::int32_t length,
                                 wchar_t* wide, std::int32_t room)
@@ -46,7 +58,7 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
     }
     std::int32_t filled = 0;
     for (; filled < room && at < length && units[at] != 0; ++filled) {
-        U16_NEXT(units, at, length, wide[filled]);
+        wide[filled] = nextWide(units, at, length);
     }
     if (at < length && units[at] == 0) {
         at = length;
