@@ -7,12 +7,14 @@
 #include "cmnutf16.h"
 
 #include <unicode/locid.h>
+#include <unicode/putil.h>
 #include <unicode/uloc.h>
 
 #include <cstring>
 #include <cwchar>
 #include <iterator>
 #include <new>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
@@ -34,11 +36,14 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
-// ICU would look for "Messages/libname", which it is without an install directory, elsewhere.
+// ICU takes a path with a single separator for the name of a package, and looks for it elsewhere:
+// without an install directory, "Messages/libname" is one.
 icu::UnicodeString bundlePath(const tstr& path)
 {
+    constexpr char16_t separators[] = {U_FILE_SEP_CHAR, U_FILE_ALT_SEP_CHAR, 0};
     icu::UnicodeString text = CCmnStringTool::tstr2ustr(path);
-    if (text.indexOf(u'/') == text.lastIndexOf(u'/')) {
+    const std::u16string_view units(text.getBuffer(), static_cast<std::size_t>(text.length()));
+    if (units.find_first_of(separators) == units.find_last_of(separators)) {
         text.insert(0, u"./");
     }
     return text;
