@@ -182,7 +182,8 @@ int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std:
     }
     const int result = std::vswprintf(work.get(), size + 1, format, arguments);
     TX_wcscpy(target, work.get(), size);
-    return result;
+    // For a text that is cut, some C libraries return its whole length.
+    return result >= 0 && static_cast<std::size_t>(result) <= size ? result : -1;
 }
 
 int TX_snwprintf(wchar_t* target, std::size_t size, const wchar_t* format, ...)
