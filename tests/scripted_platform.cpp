@@ -171,8 +171,9 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
 BOOL LogonUserA(const char*, const char*, const char*, DWORD type, DWORD, HANDLE* token)
 {
     const bool permitted = type != LOGON32_LOGON_BATCH || script.entitled;
-    *token = permitted ? give(__func__) : nullptr;
-    return *token != nullptr;
+    const HANDLE given = permitted ? give(__func__) : nullptr;
+    *token = given != nullptr ? given : *token; // not every system sets it to null
+    return given != nullptr;
 }
 BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD, DWORD*)
 {

@@ -32,10 +32,13 @@ public:
     HandleOwner(const HandleOwner&) = delete;
     HandleOwner& operator=(const HandleOwner&) = delete;
 
-    // Where an operation stores a new handle, after the former one is closed.
+    // Where an operation stores a new handle, after the former one is closed. Null until it does:
+    // not every system stores something when it refuses a logon, and an invalid handle would mean
+    // "as the caller".
     HANDLE* out()
     {
         closeAndForget(m_Handle);
+        m_Handle = nullptr;
         return &m_Handle;
     }
 
