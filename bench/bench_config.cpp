@@ -1,4 +1,4 @@
-// The configuration store beside the bare classes on which it stands: import, export, one value.
+// Compares the configuration store with the bare classes that it uses: import, export, one value.
 #include "cmnconfiguration.h"
 #include "place.h"
 
@@ -19,7 +19,7 @@ const bool kAddedContext = [] {
     return true;
 }();
 
-// Writes the file "in" with `count` values, a hundred a section, texts and numbers by turns.
+// Writes the file "in" with `count` values, a hundred per section, texts and numbers alternating.
 void writeValues(const Place& place, std::int64_t count)
 {
     std::ofstream file(place.file("in"));
@@ -45,7 +45,7 @@ public:
     {
         return m_Config.importConfig(m_Path.c_str(), file);
     }
-    // The file to export to is the one that an import names, even when it is not there.
+    // An import sets the file of the next export, even if that file does not exist.
     void prepareExport() { importFile(L"out"); }
     int exportFile() { return m_Config.exportConfig(); }
 
@@ -95,7 +95,7 @@ void countValues(benchmark::State& state)
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 
-// The file that an export of the store gives.
+// The file that an export of the store writes.
 template <class Store>
 std::string exported(const Place& place, Store& store)
 {
@@ -103,14 +103,14 @@ std::string exported(const Place& place, Store& store)
     return store.exportFile() == 0 ? place.read("out") : "";
 }
 
-// Into a store that is made for it.
+// Each import goes into a new store.
 template <class Store>
 void imports(benchmark::State& state)
 {
     const Place place;
     writeValues(place, state.range(0));
     if (Store(place).importFile() != 0) {
-        state.SkipWithError("not imported");
+        state.SkipWithError("the import failed");
         return;
     }
     for (auto _ : state) {
@@ -131,7 +131,7 @@ void exports(benchmark::State& state)
     store.importFile();
     const std::string wanted = exported(place, bare);
     if (wanted.empty() || exported(place, store) != wanted) {
-        state.SkipWithError("another file");
+        state.SkipWithError("the exported file is wrong");
         return;
     }
     for (auto _ : state) {
@@ -149,7 +149,7 @@ void get(benchmark::State& state)
     store.importFile();
     store.open();
     if (store.get() != 0x1007) {
-        state.SkipWithError("another value");
+        state.SkipWithError("the value is wrong");
         return;
     }
     for (auto _ : state) {

@@ -1,5 +1,5 @@
-// MD5 beside OpenSSL's, a whole message from a new object to its digest, and bytes as hex text
-// beside a loop over a table.
+// Compares MD5 with OpenSSL's, from a new object to the digest of a whole message, and bytes as hex
+// text with a loop over a table.
 #include "cmnmsgdgst5.h"
 #include "cmnstringtool.h"
 
@@ -38,7 +38,7 @@ void countBytes(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-// ---- Two digits a byte, by a table --------------------------------------------------------------
+// ---- Two digits per byte, by a table ------------------------------------------------------------
 
 struct HexTable {
     constexpr HexTable()
@@ -85,7 +85,7 @@ std::string hexBySnprintf(const std::vector<unsigned char>& bytes)
 {
     std::string text(2 * bytes.size(), '\0');
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(&text[2 * i], 3, "%02x", bytes[i]); // the terminator has its own place
+        std::snprintf(&text[2 * i], 3, "%02x", bytes[i]); // with room for its terminator
     }
     return text;
 }
@@ -115,13 +115,13 @@ void hex(benchmark::State& state, Text (*make)(const std::vector<unsigned char>&
     }
     countBytes(state);
     if (make(bytes) != other(bytes)) {
-        state.SkipWithError("other text than by the table");
+        state.SkipWithError("the text differs from the one by the table");
     }
 }
 
 void hexSizes(benchmark::internal::Benchmark* benchmark)
 {
-    benchmark->Arg(16)->Arg(1 << 10)->Arg(8 << 10); // larger blocks come from the kernel each time
+    benchmark->Arg(16)->Arg(1 << 10)->Arg(8 << 10); // larger blocks would be mapped for each call
 }
 
 BENCHMARK_CAPTURE(hex, tarnix, hexByTarnix, hexByTable<char>)->Name("hex:tarnix")->Apply(hexSizes);
@@ -142,8 +142,8 @@ BENCHMARK_CAPTURE(hex, uidTable, uidByTable, uidByTarnix)->Name("hex_uid:table")
 
 constexpr char kEmptyDigest[] = "d41d8cd98f00b204e9800998ecf8427e";
 
-// The last block of a message and then the texts: with Finalize, and with the block alone beside
-// texts by the table.
+// The last block of a message and then the texts: by Finalize, and by the block alone with texts by
+// the table.
 class OpenDigest : public CCmnMessageDigest5
 {
 public:
@@ -171,7 +171,7 @@ void digestTextTarnix(benchmark::State& state)
         benchmark::DoNotOptimize(digest);
     }
     if (std::string(digest.GetAnsiMessageDigest()) != kEmptyDigest) {
-        state.SkipWithError("other text than by the table");
+        state.SkipWithError("the text differs from the one by the table");
     }
 }
 BENCHMARK(digestTextTarnix)->Name("hex_digest:tarnix");
@@ -193,14 +193,14 @@ void digestTextTable(benchmark::State& state)
         benchmark::DoNotOptimize(wide);
     }
     if (std::string(text) != kEmptyDigest) {
-        state.SkipWithError("a wrong text");
+        state.SkipWithError("the text is wrong");
     }
 }
 BENCHMARK(digestTextTable)->Name("hex_digest:table");
 
 // ---- MD5 ----------------------------------------------------------------------------------------
 
-// OpenSSL at its best: the context is made once and the algorithm fetched once.
+// The fastest use of OpenSSL: one context, and the algorithm fetched once.
 class OpenSslDigest
 {
 public:
@@ -227,7 +227,7 @@ private:
     unsigned char m_Digest[EVP_MAX_MD_SIZE]{};
 };
 
-// With the digest's texts, which OpenSSL does not make.
+// With the digest's texts, which OpenSSL does not produce.
 void md5Tarnix(benchmark::State& state)
 {
     const std::vector<unsigned char> message = bytesOf(state);
@@ -243,7 +243,7 @@ void md5Tarnix(benchmark::State& state)
     std::string expected(32, '\0');
     printByTable(other.bytes(), 16, expected.data());
     if (CCmnMessageDigest5(message.data(), size).GetAnsiMessageDigest() != expected) {
-        state.SkipWithError("another digest than OpenSSL's");
+        state.SkipWithError("the digest differs from OpenSSL's");
     }
 }
 

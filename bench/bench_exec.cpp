@@ -1,6 +1,6 @@
-// The command runner beside a raw loop of system calls and beside the runners of other libraries in
-// the same program: the start and end of a command, from callers of several kinds, and the output
-// of a child that prints lines of 40 bytes.
+// Compares the command runner with a raw loop of system calls and with the runners of other
+// libraries: the start and end of a command, from several kinds of callers, and the output of a
+// child that prints lines of 40 bytes.
 #include "cmnexecpipewindows.h"
 
 #include <Poco/Pipe.h>
@@ -42,8 +42,8 @@ namespace
 using Lines = std::vector<std::string>;
 using Words = std::vector<std::string>;
 
-// Runs a command, which ends with status 0, to its end and gives its lines. No word needs quotes
-// but those of a shell's single ones.
+// Runs a command that ends with status 0, waits for its end and returns its lines. Single quotes
+// are the only quoting that a word may need.
 using Runner = void (*)(const Words& words, Lines& lines);
 
 void require(bool good, const char* what)
@@ -72,7 +72,7 @@ std::vector<char*> pointersTo(const Words& words)
     return pointers;
 }
 
-// Appends the lines of a piece of output. `rest` keeps what has no line end yet.
+// Appends the lines of a piece of output. `rest` keeps the text after the last newline.
 void split(std::string_view piece, std::string& rest, Lines& lines)
 {
     const char* data = piece.data();
@@ -111,7 +111,7 @@ void runTarnix(const Words& words, Lines& lines)
     require(runner.Exec(commandText(words), lines, "", 60, "", "", "") == 0, "Exec");
 }
 
-// What a careful programmer writes by hand: one pipe, 64 KiB reads, the end by a pidfd.
+// What a careful programmer writes by hand: one pipe, reads of 64 KiB, a pidfd for the end.
 void runRaw(const Words& words, Lines& lines)
 {
     int ends[2];
@@ -154,11 +154,11 @@ void runPopen(const Words& words, Lines& lines)
     for (ssize_t size = 0; (size = ::getline(&line, &capacity, output)) > 0;) {
         lines.emplace_back(line, static_cast<std::size_t>(size) - (line[size - 1] == '\n' ? 1 : 0));
     }
-    std::free(line); // getline's own
+    std::free(line); // allocated by getline
     require(::pclose(output) == 0, "pclose");
 }
 
-// With the descriptors left to their close-on-exec flags GLib takes its fast road.
+// GLib takes its fast path when it leaves the descriptors to their close-on-exec flags.
 void runGlib(const Words& words, Lines& lines)
 {
     std::vector<char*> arguments = pointersTo(words);
@@ -204,12 +204,12 @@ const struct Peer {
 } kPeers[] = {{"tarnix", runTarnix}, {"raw", runRaw},     {"popen", runPopen},
               {"glib", runGlib},     {"boost", runBoost}, {"poco", runPoco}};
 
-constexpr std::size_t kOwnAndRaw = 2; // the first of them
+constexpr std::size_t kOwnAndRaw = 2; // the first two
 
 // ---- Callers -----------------------------------------------------------------------------------
 
-// Memory of this process that is really there. It stays for the next benchmark that wants as much,
-// and what is given back is given back at once.
+// Resident memory of this process. It is kept for the next benchmark that wants the same size;
+// otherwise it goes back to the system at once.
 class Ballast
 {
 public:
@@ -246,7 +246,7 @@ private:
 
 constexpr std::int64_t kSmallCaller = 10; // MiB
 
-// The limit of descriptors, raised as far as this process may.
+// Raises the limit of descriptors as far as this process may.
 class DescriptorLimit
 {
 public:
@@ -331,7 +331,7 @@ void startInThreads(benchmark::State& state, Runner run)
 
 void measureLines(benchmark::State& state, Runner run, std::int64_t count)
 {
-    constexpr std::size_t lineSize = 40; // with its end
+    constexpr std::size_t lineSize = 40; // with the newline
     Ballast::resize(kSmallCaller);
     const Words command = {TARNIX_LINE_PRINTER, std::to_string(count)};
     const std::string line(lineSize - 1, 'l');
@@ -340,7 +340,7 @@ void measureLines(benchmark::State& state, Runner run, std::int64_t count)
         run(command, lines);
         if (lines.size() != static_cast<std::size_t>(count) || lines.front() != line ||
             lines.back() != line) {
-            state.SkipWithError("wrong lines");
+            state.SkipWithError("the lines are wrong");
             return;
         }
     }

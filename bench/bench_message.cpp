@@ -1,5 +1,5 @@
-// Messages: formatting and look-up beside bare ICU, the serialised text beside a writer and a
-// reader that know nothing else.
+// Messages: compares formatting and lookup with bare ICU, and the serialised text with a writer and
+// a reader written for that format alone.
 #include "catalogfactory.h"
 #include "cmnsystemfiles.h"
 
@@ -65,7 +65,7 @@ void formatIcu(benchmark::State& state, const wchar_t* text)
     }
 }
 
-// From and to the kind of text that the library takes and gives, by ICU's own conversions.
+// Converts the kind of text that the library takes and returns, by ICU's own conversions.
 tstr formatWide(const tstr& pattern)
 {
     constexpr std::int32_t room = 512;
@@ -99,7 +99,7 @@ void formatTarnix(benchmark::State& state, const wchar_t* text)
     const tstr result = message.formatMessage(pattern);
     if (result != CCmnStringTool::ustr2tstr(formatBare(CCmnStringTool::tstr2ustr(pattern))) ||
         result != formatWide(pattern)) {
-        state.SkipWithError("other text than ICU's");
+        state.SkipWithError("the text differs from ICU's");
     }
 }
 
@@ -113,9 +113,9 @@ BENCHMARK_CAPTURE(formatTarnix, literal, kLiteral)->Name("format_literal:tarnix"
 BENCHMARK_CAPTURE(formatIcu, literal, kLiteral)->Name("format_literal:icu");
 BENCHMARK_CAPTURE(formatIcuWide, literal, kLiteral)->Name("format_literal:icu_tstr");
 
-// ---- Look-up ------------------------------------------------------------------------------------
+// ---- Lookup -------------------------------------------------------------------------------------
 
-// A registry that names the build tree's catalogs as installed.
+// A registry whose install directory is that of the build tree's catalogs.
 class Catalogs
 {
 public:
@@ -168,7 +168,7 @@ void lookUpTarnix(benchmark::State& state)
     }
     const tstr expected = tstr(L"runcmd: ") + CCmnStringTool::ustr2tstr(lookUpBare(openBare()));
     if (manager.get()->getMessage(key, nullptr, "de") != expected || expected.length() < 20) {
-        state.SkipWithError("other text than the bundle's");
+        state.SkipWithError("the text differs from the bundle's");
     }
 }
 BENCHMARK(lookUpTarnix)->Name("lookup:tarnix");
@@ -197,7 +197,8 @@ std::vector<Formattable> textOf(std::int64_t bytes)
 {
     const UnicodeString line(
         u"A line of text, for the most part ASCII, with an \u00E4 here....... \n");
-    const std::int64_t lines = bytes / (line.length() + 1); // one more in UTF-8
+    const std::int64_t lines =
+        bytes / (line.length() + 1); // one character takes two bytes in UTF-8
     UnicodeString text;
     for (std::int64_t i = 0; i < lines; ++i) {
         text.append(line);
@@ -212,7 +213,7 @@ void appendChars(std::string& text, Number... number)
     text.append(digits, std::to_chars(digits, std::end(digits), number...).ptr);
 }
 
-// In pieces that stay in the cache; none ends within a surrogate pair.
+// In pieces that fit the cache. None ends within a surrogate pair.
 void appendByHand(std::string& text, const UnicodeString& value)
 {
     constexpr std::int32_t most = 1024;
@@ -231,7 +232,7 @@ void appendByHand(std::string& text, const UnicodeString& value)
     }
 }
 
-// The same text, for a writer that has these three kinds of argument and no locale to follow.
+// The same text from a writer that knows three kinds of argument and ignores the locale.
 std::string writeByHand(const std::vector<Formattable>& list)
 {
     std::string text = std::string("<SERIALIZED_MESSAGE MSGID=") + kKey + " SEVERITY=3>\n";
@@ -267,7 +268,7 @@ Number numberAt(std::string_view text, std::string_view behind)
     return number;
 }
 
-// The same message from that text; one that is damaged is not its affair.
+// Reads the same message from that text, and does not handle a damaged one.
 class ReadByHand
 {
 public:
@@ -336,7 +337,7 @@ void serializeTarnix(benchmark::State& state, MakeList make)
     }
     state.SetBytesProcessed(bytes);
     if (message.serialize()->text != writeByHand(list)) {
-        state.SkipWithError("other text than by hand");
+        state.SkipWithError("the text differs from the one by hand");
     }
 }
 
@@ -364,7 +365,7 @@ void deserializeTarnix(benchmark::State& state, MakeList make)
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
     if (message.serialize()->text != text) {
-        state.SkipWithError("other message than was written");
+        state.SkipWithError("the message differs from the one written");
     }
 }
 
@@ -379,7 +380,7 @@ void deserializeByHand(benchmark::State& state, MakeList make)
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
     if (!reader.equals(list)) {
-        state.SkipWithError("other message than was written");
+        state.SkipWithError("the message differs from the one written");
     }
 }
 

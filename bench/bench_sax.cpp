@@ -1,5 +1,5 @@
-// The SAX classes beside bare Xerces-C in the same program, with the same features and the same
-// handling of the text: all character data of a document ends up in one narrow string.
+// Compares the SAX classes with bare Xerces-C, with the same features and the same handling of the
+// text: all character data of a document is collected in one narrow string.
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 
@@ -74,8 +74,8 @@ private:
         xercesc::XMLReaderFactory::createXMLReader()};
 };
 
-// Records of a few fields, as messages and settings have them. With declarations, an entity and a
-// default attribute are used in each.
+// Records of a few fields, like those of messages and settings. With declarations, each record uses
+// an entity and a default attribute.
 std::string documentOf(std::int64_t entries, bool hasDeclarations)
 {
     std::string text = "<?xml version='1.0' encoding='UTF-8'?>\n";
@@ -115,7 +115,7 @@ void parseTarnix(benchmark::State& state, bool hasDeclarations)
     BareGatherer other;
     BareReader().parse(text, other);
     if (gathered != other.text()) {
-        state.SkipWithError("other text than the bare reader's");
+        state.SkipWithError("the text differs from the bare reader's");
     }
 }
 

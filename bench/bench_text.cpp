@@ -1,5 +1,5 @@
-// The text functions beside the C library, ICU, Boost and the standard library in the same program:
-// scanning and printing, numbers, conversions, editing and the XML escapes.
+// Compares the text functions with the C library, ICU, Boost and the standard library: scanning and
+// printing, numbers, conversions, editing and the XML escapes.
 #include "TX_sscanf.h"
 #include "TX_strings.h"
 #include "cmnstringtool.h"
@@ -61,7 +61,7 @@ bool operator==(const Numbers& left, const Numbers& right)
            left.second == right.second && left.third == right.third && left.fourth == right.fourth;
 }
 
-// glibc's counterpart of a size is the width.
+// Where the library takes a size, glibc takes a field width.
 void addScans()
 {
     Row("sscanf_header", kNone,
@@ -154,7 +154,7 @@ bool operator==(const Printed& left, const Printed& right)
     return left.length == right.length && std::strcmp(left.text, right.text) == 0;
 }
 
-// One format of the library's own, printed by both.
+// One format that the library itself uses, printed by both.
 template <class... Arguments>
 void addPrint(const char* name, const char* format, Arguments... arguments)
 {
@@ -254,7 +254,7 @@ void addLocale(const std::string& kind, const char* locale, MakeText makeText)
 constexpr std::string_view kSearchText = "{name}";
 constexpr std::string_view kReplacementText = "runcmd";
 
-// A text with `count` matches that are `distance` bytes apart.
+// A text with `count` matches, `distance` bytes apart.
 std::string textWithMatches(std::size_t count, std::size_t distance)
 {
     std::string text;
@@ -347,7 +347,7 @@ void addTokens()
     add("tokenize_growth", kGrowth);
 }
 
-// Two texts that differ in the case of all letters.
+// Two texts that differ in the case of every letter.
 template <class String>
 struct Pair {
     String left;
@@ -401,8 +401,8 @@ void addRows()
 
 int main(int argc, char** argv)
 {
-    // Results of 256 KiB stay on the heap. Left to itself the allocator asks the system for some of
-    // them and not for others, as other rows left it, and the page faults hide the work.
+    // Keeps results of 256 KiB on the heap. By default the allocator maps some of them, depending
+    // on the rows that ran before, and the page faults would hide the work.
     ::mallopt(M_MMAP_THRESHOLD, 1 << 30);
     ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
     benchmark::AddCustomContext("peer glibc", gnu_get_libc_version());

@@ -1,5 +1,5 @@
-// A trace line that passes, beside the bare calls of the system and of the C library; and one that
-// is dropped, beside another log and the look-up of a level in a store.
+// Compares a trace line that is written with bare calls of the system and of the C library, and one
+// that is dropped with another log and with the lookup of a level in a store.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
 #include "place.h"
@@ -49,7 +49,7 @@ private:
 
 constexpr const char* kName = "pipe";
 
-// The same form of time that the log writes.
+// The time in the form that the log writes.
 void printTime(char (&text)[64])
 {
     timespec now;
@@ -89,7 +89,7 @@ void writeStdio(const std::string& path, int number)
     std::fclose(file);
 }
 
-// Runs `write` on a file that exists, and looks once whether the line is the one that is meant.
+// Runs `write` on an existing file, and checks once that the line is as expected.
 template <typename Write>
 void lines(benchmark::State& state, const Place& place, const Write& write)
 {
@@ -98,7 +98,7 @@ void lines(benchmark::State& state, const Place& place, const Write& write)
     write(-7);
     std::string line;
     if (!std::getline(std::ifstream(place.file("trace")), line) || !std::regex_match(line, form)) {
-        state.SkipWithError("another line");
+        state.SkipWithError("the line is wrong");
         return;
     }
     int number = 0;
@@ -133,7 +133,7 @@ void dropped(benchmark::State& state)
         log->trace(2, "Reading from %s failed with %d", kName, ++number);
     }
     if (std::filesystem::file_size(place.file("trace")) != 0) {
-        state.SkipWithError("not dropped");
+        state.SkipWithError("the line was not dropped");
     }
 }
 
@@ -147,14 +147,14 @@ void droppedBySpdlog(benchmark::State& state)
     }
 }
 
-// The level looked up for each line.
+// Looks up the level for each line.
 void droppedByAce(benchmark::State& state)
 {
     ACE_Configuration_Heap heap;
     ACE_Configuration_Section_Key section;
     if (heap.open() != 0 || heap.open_section(heap.root_section(), "TRACE", true, section) != 0 ||
         heap.set_integer_value(section, "LEVEL", 1) != 0) {
-        state.SkipWithError("no store");
+        state.SkipWithError("cannot open the store");
         return;
     }
     for (auto _ : state) {

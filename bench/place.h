@@ -1,5 +1,5 @@
-// A directory for what a benchmark writes; for as long as it is there, it is also the directory
-// that the registry names as the installed product's.
+// A directory for the files of a benchmark. While it exists, it is also the install directory that
+// the registry names.
 #ifndef TARNIX_BENCH_PLACE_H
 #define TARNIX_BENCH_PLACE_H
 
@@ -15,12 +15,12 @@
 class Place
 {
 public:
-    // `product`: another directory for the registry to name.
+    // `product`: another install directory for the registry to name.
     explicit Place(const std::string& product = "")
     {
         std::string name = (std::filesystem::temp_directory_path() / "tarnixXXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no directory for what is written");
+            throw std::runtime_error("cannot create a temporary directory");
         }
         m_Path = name + "/";
         std::filesystem::create_directory(m_Path + "Logs");

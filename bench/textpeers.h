@@ -1,4 +1,4 @@
-// What a careful user would write in place of the text functions, with the C library, ICU, Boost or
+// What a careful user would write instead of the text functions, with the C library, ICU, Boost or
 // the standard library.
 #ifndef TARNIX_TEXTPEERS_H
 #define TARNIX_TEXTPEERS_H
@@ -30,8 +30,8 @@ inline std::string toChars(Number number)
     return std::string(digits, std::to_chars(digits, std::end(digits), number).ptr);
 }
 
-// One pass of ICU, straight into the result. With a length of -1 it goes up to the terminator,
-// as the library promises to; told the length, it leaves a zero in the text.
+// One pass of ICU, directly into the result. With a length of -1 it stops at the terminator, as the
+// library promises. With the exact length a zero stays in the text.
 template <bool upToTerminator>
 icu::UnicodeString icuFromUtf8(const std::string& text)
 {
@@ -62,8 +62,8 @@ inline std::string icuToUtf8(const icu::UnicodeString& text)
 
 constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
 
-// One pass of mbstowcs or wcstombs into room for the worst case, straight into the result if that
-// can be done.
+// One pass of mbstowcs or wcstombs into room for the worst case, directly into the result where
+// possible.
 inline std::wstring onePassToWide(const std::string& text)
 {
     std::wstring result(text.size(), L'\0');
@@ -263,7 +263,7 @@ inline bool areEqual(wchar_t a, wchar_t b)
                                                       : a == b;
 }
 
-// By the library's rule: only letters have another case.
+// Follows the library's rule: only letters change case.
 template <class String>
 inline bool equalByHand(const String& left, const String& right)
 {

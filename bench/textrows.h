@@ -13,7 +13,7 @@
 
 inline constexpr const char* kUtf8Locale = "C.UTF-8";
 
-// The locale of one benchmark: those of all rows run mixed up in one process.
+// The locale of one benchmark: the rows of all locales run interleaved in one process.
 class LocaleScope
 {
 public:
@@ -34,8 +34,8 @@ inline const Sizes kNone = {};
 inline const Sizes kShortAndLong = {20, 64 * 1024};
 inline const Sizes kGrowth = {10, 100, 1000, 10000, 100000};
 
-// One row: the calls of the library and of its peers, each of them a function of the same input
-// whose result must be the base peer's.
+// One row: the calls of the library and of its peers. Each is a function of the same input, and its
+// result must equal that of the base peer.
 template <class MakeInput, class Base>
 class Row
 {
@@ -88,7 +88,7 @@ inline auto always(const char* text)
     return [text](std::size_t) { return std::string(text); };
 }
 
-// As much of the sample, again and again, as has room in `size` bytes without cutting a character.
+// The sample repeated up to `size` bytes, without cutting a character.
 inline std::string repeated(std::string_view sample, std::size_t size)
 {
     std::string text;

@@ -1,6 +1,6 @@
-// The roads that are walked most often, for a count of their instructions: `hotroads ROAD` walks
-// one road a number of times under valgrind, which collects only what lies between the two marks,
-// and prints that number. scripts/instructions runs it and divides.
+// The hot paths of the library, for a count of their instructions. `hotpaths PATH` runs one path
+// many times under valgrind, which counts only between the two marks, and prints how many times it
+// ran. scripts/instructions divides the count by that number.
 #include "TX_sscanf.h"
 #include "catalogfactory.h"
 #include "cmnconfiguration.h"
@@ -23,19 +23,19 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-// Everything between two of them is counted.
+// valgrind counts what runs between the first mark and the second.
 void mark()
 {
     CALLGRIND_TOGGLE_COLLECT;
 }
 
-template <class Walk>
-int counted(int times, Walk walk)
+template <class Run>
+int counted(int times, Run run)
 {
-    walk(); // what only the first walk does is not counted
+    run(); // the first run fills caches and is not counted
     mark();
     for (int i = 0; i < times; ++i) {
-        walk();
+        run();
     }
     mark();
     return times;
@@ -52,8 +52,8 @@ int traceLines(int level, int times)
 {
     const Place place;
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
-    log.get()->initialize(L"hotroads", L"", L"", 1, false);
-    require(log.get()->isInitialized(), "no trace log");
+    log.get()->initialize(L"hotpaths", L"", L"", 1, false);
+    require(log.get()->isInitialized(), "cannot initialize the trace log");
     return counted(times, [&] { log.get()->trace(level, "%d of %s", 42, "the usual"); });
 }
 
@@ -67,7 +67,8 @@ int traceWritten()
     return traceLines(1, 200);
 }
 
-// The marks stand around the whole run, start and end included: with as many lines they vanish.
+// The marks enclose the whole run, with its start and its end: their share of so many lines is
+// negligible.
 int outputLine()
 {
     constexpr int lines = 50000;
@@ -91,7 +92,7 @@ int lookUp()
     manager.get()->registerFactory(&factory);
     const std::string key = "TARNIX_EXEC_PIPE_CMD_FAILED";
     require(manager.get()->getMessage(key, nullptr, "de").find(L"Status") != tstr::npos,
-            "no catalog");
+            "the catalog has no such message");
     return counted(10000, [&] { manager.get()->getMessage(key, nullptr, "de"); });
 }
 
@@ -101,7 +102,8 @@ int formatMessage()
                                           icu::Formattable(std::int32_t{2})};
     CCmnIcuMessage message("KEY", arguments, 2, tarnix_eseverity{}, "", 0);
     const tstr pattern(L"{0} failed with status {1}.");
-    require(message.formatMessage(pattern) == tstr(L"make all failed with status 2."), "no text");
+    require(message.formatMessage(pattern) == tstr(L"make all failed with status 2."),
+            "the formatted text is wrong");
     return counted(1000, [&] { message.formatMessage(pattern); });
 }
 
@@ -114,7 +116,7 @@ int scanHeader()
         return TX_sscanf(text, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", id,
                          static_cast<int>(sizeof id), &severity, static_cast<int>(sizeof severity));
     };
-    require(scan() == 2 && severity == 3, "not scanned");
+    require(scan() == 2 && severity == 3, "the header was not scanned");
     return counted(10000, scan);
 }
 
@@ -127,7 +129,7 @@ int digest()
     });
 }
 
-const std::map<std::string, std::function<int()>> kRoads = {
+const std::map<std::string, std::function<int()>> kPaths = {
     {"trace_dropped", traceDropped},   {"trace_written", traceWritten},
     {"output_line", outputLine},       {"lookup", lookUp},
     {"format_message", formatMessage}, {"scan_header", scanHeader},
@@ -138,17 +140,17 @@ const std::map<std::string, std::function<int()>> kRoads = {
 
 int main(int argc, char** argv)
 {
-    const auto road = kRoads.find(argc > 1 ? argv[1] : "");
-    if (road == kRoads.end()) {
-        for (const auto& known : kRoads) {
+    const auto path = kPaths.find(argc > 1 ? argv[1] : "");
+    if (path == kPaths.end()) {
+        for (const auto& known : kPaths) {
             std::printf("%s\n", known.first.c_str());
         }
         return argc > 1 ? 2 : 0;
     }
     try {
-        std::printf("%d\n", road->second());
+        std::printf("%d\n", path->second());
     } catch (const std::exception& problem) {
-        std::fprintf(stderr, "hotroads: %s\n", problem.what());
+        std::fprintf(stderr, "hotpaths: %s\n", problem.what());
         return 1;
     }
     return 0;
