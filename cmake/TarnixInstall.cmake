@@ -43,7 +43,7 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnixcmn.pc
 install(FILES platform/pam.d/tarnix DESTINATION ${sysconf_dir}/pam.d COMPONENT runtime)
 install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT runtime)
 file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md)
-install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
 install(FILES ${guides} docs/performance.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         COMPONENT development)
