@@ -1,7 +1,7 @@
 #!/bin/sh
-# eachseed.sh PROGRAM CHANGES SEEDS [OPTION...]: tries random changes of the seeds, the same in each
-# run and as many of each: from a directory libFuzzer, which does not see here what an input reaches,
-# would draw one seed nearly always.
+# eachseed.sh PROGRAM CHANGES SEEDS [OPTION...]: runs random changes of the seeds, the same changes
+# in each run, and equally many for each seed. The program has no coverage instrumentation; given
+# the whole directory, libFuzzer would then change nearly always the same seed.
 set -eu
 program=$1 changes=$2 seeds=$3
 shift 3

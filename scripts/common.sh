@@ -1,4 +1,4 @@
-# What the scripts share: packages, builds, and where things lie. Sourced with the tree as $root.
+# Shared by the scripts: packages, builds and directories. Sets $root, the root of the tree.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -9,10 +9,10 @@ build_packages=(cmake ninja-build g++ pkg-config libace-dev libicu-dev icu-devto
 test_packages=(libgtest-dev libgmock-dev libssl-dev locales libclang-rt-14-dev x11proto-dev)
 bench_packages=(libbenchmark-dev libssl-dev libglib2.0-dev libpoco-dev libboost-dev libboost-filesystem-dev
     libspdlog-dev python3 valgrind)
-check_packages=(clang-14 clang-format-14 clang-tidy-14 clang-tools-14 llvm-14 python3) # llvm-14 names the places in reports
+check_packages=(clang-14 clang-format-14 clang-tidy-14 clang-tools-14 llvm-14 python3) # llvm-14 has the symbolizer of the sanitizers
 package_packages=(clang-14 make dpkg-dev file lintian)
 
-# Installs those of the named packages that are missing. Needs root only if there are any.
+# Installs the named packages that are missing. Needs root only for that.
 need() {
     local missing=() package
     for package in "$@"; do
@@ -21,7 +21,7 @@ need() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
-        echo "Missing packages; install them as root: apt-get install ${missing[*]}" >&2
+        echo "missing packages; install them as root: apt-get install ${missing[*]}" >&2
         exit 1
     fi
     echo "Installing ${missing[*]}"
@@ -30,8 +30,8 @@ need() {
         "${missing[@]}" >/dev/null
 }
 
-# build PRESET [cmake option ...]: configures and builds into build/PRESET, or only the target that
-# TARNIX_TARGET names. In CI warnings are errors.
+# build PRESET [cmake option ...]: configures and builds all, or the target $TARNIX_TARGET, into
+# build/PRESET. In CI warnings are errors.
 build() {
     local preset=$1 log
     shift
@@ -41,7 +41,7 @@ build() {
     if ! cmake --preset "$preset" "$@" >"$log" 2>&1 ||
         ! cmake --build --preset "$preset" --target "${TARNIX_TARGET:-all}" >>"$log" 2>&1; then
         tail -n 60 "$log" >&2
-        echo "The build of preset $preset failed; its whole output is in $log" >&2
+        echo "cannot build preset $preset; the whole output is in $log" >&2
         exit 1
     fi
 }

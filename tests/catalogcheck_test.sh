@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# catalogcheck_test.sh PROGRAM CATALOG: the findings must be those of CATALOG/findings.
+# catalogcheck_test.sh PROGRAM CATALOG: fails unless the findings are those of CATALOG/findings.
 set -euo pipefail
 
 status=0

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Fails if a delivered file lacks a protection that the build asks for: hardening.sh LIBRARY HELPER
+# hardening.sh LIBRARY HELPER: fails if a shipped file lacks a protection that the build asks for.
 set -euo pipefail
 
 failed=0
@@ -24,9 +24,9 @@ has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
 case $(uname -m) in
 x86_64)
     has "$library" "stack-clash probes" 'sub +\$0x1000,%rsp' objdump -d
-    # a few come with the compiler's own start-up code
+    # the start-up code of the compiler has a few of its own
     if [ "$(objdump -d "$library" | grep -c endbr64)" -lt 100 ]; then
-        echo "${library##*/}: no marks of allowed jump targets"
+        echo "${library##*/}: no marked jump targets"
         failed=1
     fi
     ;;

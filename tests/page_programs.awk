@@ -1,5 +1,6 @@
-# Writes each C++ program of the pages to a file of its own in `dir`, named by the comment in its
-# first line ("// name.cpp"), and prints the names. The text block behind a program is what it prints.
+# Writes each C++ program of the pages to its own file in `dir`, named by the comment in its first
+# line ("// name.cpp"), and prints the names. The text block after a program is its expected output,
+# in name.out.
 /^```cpp/ { inside = 1; name = ""; next }
 /^```text/ && name != "" && !inside { output = 1; next }
 /^```/ {
