@@ -3,17 +3,17 @@
 #   tarnix_add_catalog(NAME <name> SOURCES root.txt de.txt ...
 #                      [DIRECTORY <dir>] [DESTINATION <dir> | NO_INSTALL])
 #
-# Compiles the ICU resource texts, each named after its language, with genrb into
+# Each source is an ICU resource text named after its language. genrb compiles them into
 # <DIRECTORY>/lib<name>/ (default: Messages in the current build directory), where a catalog of that
-# name looks for them, and installs them to <DESTINATION>/lib<name>/ (default: Messages), unless
-# NO_INSTALL is given. Makes the target catalog_<name>, which is part of "all".
+# name finds them. Unless NO_INSTALL is given, they are installed to <DESTINATION>/lib<name>/
+# (default: Messages). The target catalog_<name> is part of "all".
 
 find_program(TARNIX_GENRB genrb DOC "ICU's compiler of resource bundles (package icu-devtools)")
 
 function(tarnix_add_catalog)
   cmake_parse_arguments(ARG "NO_INSTALL" "NAME;DIRECTORY;DESTINATION" "SOURCES" ${ARGN})
   if(NOT ARG_NAME OR NOT ARG_SOURCES OR ARG_UNPARSED_ARGUMENTS)
-    message(FATAL_ERROR "tarnix_add_catalog: NAME and SOURCES are required; not known: "
+    message(FATAL_ERROR "tarnix_add_catalog: NAME and SOURCES are required; unknown arguments: "
                         "'${ARG_UNPARSED_ARGUMENTS}'")
   endif()
   if(NOT TARNIX_GENRB)

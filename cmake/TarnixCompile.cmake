@@ -1,4 +1,4 @@
-# Compiler settings of every target of the project, and the sanitizers that a preset may ask for.
+# Compiler options of all targets, and the sanitizers that a preset may set.
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -7,7 +7,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# What is delivered does not tell where it was built.
+# No path of the build directory in shipped files.
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
 option(TARNIX_WERROR "Treat warnings as errors" OFF)
@@ -16,13 +16,14 @@ set(TARNIX_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as -fsaniti
 add_library(tarnix_warnings INTERFACE)
 target_compile_options(tarnix_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${TARNIX_WERROR}>:-Werror>
-  # g++ 12 sees an overflow that is none in ACE's string header, wherever a literal becomes a tstr.
+  # g++ 12 warns of an overflow in ACE's string header that cannot happen, wherever a literal becomes
+  # a tstr.
   "$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds;-Wno-restrict;-Wno-stringop-overflow>")
 
-# The library calls its own functions directly: nobody replaces them from outside.
+# The library calls its own functions directly: other libraries do not replace them.
 add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 
-# Hardening of what is delivered. The sanitizers do the same and more, and do not go with it.
+# Hardening of the shipped files. It does not work together with the sanitizers, which check more.
 if(NOT TARNIX_SANITIZE)
   include(CheckCXXCompilerFlag)
   foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
@@ -32,7 +33,7 @@ if(NOT TARNIX_SANITIZE)
       add_compile_options(${flag})
     endif()
   endforeach()
-  # The C library takes 3 for 2 where the compiler does not know it. Needs an optimised build.
+  # The C library treats 3 as 2 if the compiler does not support it. Needs an optimised build.
   add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()

@@ -1,10 +1,10 @@
-# What `cmake --install` puts where, and the packages that CPack makes of it.
+# What `cmake --install` installs, and the packages that CPack builds from it.
 include(CMakePackageConfigHelpers)
 
-# In a folder of its own: the headers of the platform layer have common names.
+# The headers have a directory of their own, named after the interface.
 set(TARNIX_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/tarnixcmn-4.4)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnixcmn)
-# The system reads its PAM rules from /etc alone; in any other prefix they are there to be copied.
+# The system reads PAM rules only from /etc; from any other prefix the user copies them.
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
   set(sysconf_dir /etc)
 else()
@@ -29,8 +29,8 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnixcmnConfig.cmake
               ${PROJECT_BINARY_DIR}/tarnixcmnConfigVersion.cmake cmake/TarnixCatalog.cmake
         DESTINATION ${package_dir} COMPONENT development)
 file(RELATIVE_PATH TARNIX_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-# Who links the static library links what it calls, which pkg-config takes from here: by --static it
-# would ask for the static form of everything else too.
+# A program that links the static library also has to link its dependencies. They are listed here,
+# because `pkg-config --static` would select the static form of everything else too.
 if(BUILD_SHARED_LIBS)
   set(TARNIX_PC_LIBRARIES "")
 else()
@@ -50,7 +50,7 @@ install(FILES ${guides} docs/performance.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
-# Whatever the mask of who makes the packages.
+# Independent of the umask of whoever builds the packages.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
     GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
@@ -66,7 +66,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/cmn)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_COMPONENTS_ALL runtime development tools)
-# The description stands behind the project's, which is the first line of each package.
+# The description follows that of the project, which is the first line of each package.
 function(tarnix_package component name section description)
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
@@ -84,7 +84,7 @@ tarnix_package(runtime libtarnixcmn-4-4-0 libs
 tarnix_package(development libtarnixcmn-4-4-dev libdevel
   "The headers, the CMake package, the pkg-config file and the guides.")
 tarnix_package(tools tarnixcmn-tools devel
-  "The tool catalogcheck, which looks for faults in message catalogs.")
+  "The tool catalogcheck, which finds faults in message catalogs.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), libace-dev, libicu-dev, libxerces-c-dev, libpam0g-dev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION})")

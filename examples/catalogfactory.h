@@ -1,5 +1,5 @@
-// The factory of the example programs: one catalog for each language, messages of ICU's kind, and
-// English where a language cannot be had.
+// The factory of the example programs: one ICU catalog for each language, ICU messages, and English
+// for unavailable languages.
 #ifndef TARNIX_EXAMPLES_CATALOGFACTORY_H
 #define TARNIX_EXAMPLES_CATALOGFACTORY_H
 
@@ -47,18 +47,18 @@ inline void setLanguage(const std::string& language)
 {
     UErrorCode status = U_ZERO_ERROR;
     if (language.find_first_of("/\\") != std::string::npos) {
-        return; // it would lead out of the catalog, and no catalog takes it
+        return; // it would be a path out of the catalog, and every catalog refuses it
     }
     icu::Locale::setDefault(icu::Locale(language == "root" ? "en" : language.c_str()), status);
 }
 
-// The text for the terminal. A locale that cannot express it gives an empty one, and the reader is
-// told so instead of seeing nothing.
+// The text for the terminal. If it is not representable in the locale's encoding, the conversion is
+// empty, and the reader sees a note instead of nothing.
 inline std::string shown(const tarnix_cmn_4_4::tstr& text)
 {
     const std::string narrow = tarnix_cmn_4_4::CCmnStringTool::tstr2str(text);
     return narrow.empty() && !text.is_empty()
-               ? "(this locale cannot express the text; use a UTF-8 one, such as LC_ALL=C.UTF-8)"
+               ? "(not representable in this locale; use a UTF-8 one, such as LC_ALL=C.UTF-8)"
                : narrow;
 }
 

@@ -1,4 +1,4 @@
-// Checks the files of a directory against a manifest in XML, which lists them with their MD5.
+// Compares the files of a directory with a manifest in XML, which lists them with their MD5.
 #include "cmnmsgdgst5.h"
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
@@ -21,16 +21,16 @@ namespace
 
 constexpr char kUsage[] =
     "usage: manifest DIRECTORY/ <manifest.xml\n"
-    "Standard input lists the files that the directory should hold, digests in small letters:\n"
+    "Standard input lists the files that the directory should hold, digests in lower case:\n"
     "  <files><file name='a.txt' md5='900150983cd24fb0d6963f7d28e17f72'/></files>\n"
-    "Ends with 1 if a file is missing or differs, with 2 if the list cannot be read.\n";
+    "exit status: 0 all files as listed, 1 a file is missing or differs, 2 unreadable list\n";
 
 std::string readAll(std::istream& in)
 {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-// The files' digests by their names.
+// Collects the digests by file name.
 class ManifestHandler : public CCmnSaxParseHandler
 {
 public:
@@ -89,7 +89,7 @@ std::string verdict(const std::string& path, const std::string& wanted)
 
 int main(int argc, char** argv)
 {
-    std::setlocale(LC_CTYPE, ""); // by which names are told
+    std::setlocale(LC_CTYPE, ""); // the encoding of the file names
     if (argc != 2) {
         std::cerr << kUsage;
         return 2;

@@ -1,4 +1,4 @@
-// Raises a message and writes its serialised text, which needs no catalog and knows no language.
+// Creates a message and prints its serialised text, which needs no catalog and has no language.
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
 
@@ -17,7 +17,7 @@ namespace
 constexpr char kUsage[] =
     "usage: raise [--severity N] ID [TYPE=VALUE]...\n"
     "  TYPE is text (UTF-8), int (32 bits), double, or date (milliseconds since 1970)\n"
-    "A message without arguments has the empty text.\n";
+    "A message without arguments serialises to the empty text.\n";
 
 template <class Number>
 bool readNumber(const std::string& text, Number (*read)(const char*, char**), Number& number)

@@ -1,4 +1,4 @@
-// Reads serialised messages on standard input and shows each in a language.
+// Reads serialised messages from standard input and prints each in a language.
 #include "catalogfactory.h"
 #include "cmnsystemfiles.h"
 
@@ -45,8 +45,9 @@ bool readOptions(int argc, char** argv, Options& options)
     return true;
 }
 
-// The next text of the input from `at` on, which moves behind it: up to its trailer, or, where that
-// is missing, to the next header or to the end. Empty when there is none.
+// Returns the next serialised text from `at` on, and moves `at` past its end. A text ends at its
+// trailer; if that is missing, at the next header or at the end of the input. Empty if there is
+// none.
 std::string nextText(const std::string& input, std::size_t& at)
 {
     static const std::string header = "<SERIALIZED_MESSAGE";

@@ -1,4 +1,4 @@
-// Runs a command and shows its lines, its outcome and the record of what failed.
+// Runs a command and prints its lines, its outcome and the record of a failure.
 #include "catalogfactory.h"
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
@@ -26,10 +26,10 @@ constexpr char kUsage[] =
     "              [--lang L] [--registry FILE] [--rights FILE] -- COMMAND...\n"
     "  --timeout S      longest wait for the next byte of output, in seconds (default 60)\n"
     "  --dir D          run the command in the directory D\n"
-    "  --trace NAME     keep a trace file of that name\n"
+    "  --trace NAME     write a trace file of that name\n"
     "  --user U         run the command as the local user U\n"
     "  --password-file F  the file whose first line is that user's password\n"
-    "  --lang L         tell the outcome in the language L (default: that of the locale)\n"
+    "  --lang L         print the outcome in the language L (default: that of the locale)\n"
     "  --registry FILE  take the install directory from FILE\n"
     "  --rights FILE    keep the accounts' rights in FILE\n"
     "exit status: 0 the command ended with status 0, 1 it did not, 2 wrong usage\n";
@@ -106,7 +106,7 @@ bool readOptions(int argc, char** argv, Options& options)
     return true;
 }
 
-// The runner takes one text and splits it into words: each comes out as it went in.
+// Makes one text of the words. Quoted, they are the same words again after the runner splits it.
 std::string commandText(const std::vector<std::string>& words)
 {
     std::string text;
@@ -118,7 +118,7 @@ std::string commandText(const std::vector<std::string>& words)
 
 using TracePointer = CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>;
 
-// The trace's configuration file tells where its lines go.
+// The configuration file of the log has the path of the trace file.
 std::string tracePath(const std::string& name)
 {
     tstr directory;
@@ -130,7 +130,7 @@ std::string tracePath(const std::string& name)
     return CCmnStringTool::tstr2str(directory + tstr(L"/") + file);
 }
 
-// The outcome as a message, in the reader's language. Its id is the key of the code.
+// Prints the outcome as a message in the reader's language. The message id is the key of the code.
 void showMessage(const Options& options, std::size_t lines, int result, CCmnExecPipeWindows& runner)
 {
     int status = 0;

@@ -1,4 +1,4 @@
-// Keeps settings in a text file: defaults of the program, with what the file says over them.
+// Keeps settings in a text file, whose values replace the defaults.
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
@@ -14,10 +14,10 @@ namespace
 
 constexpr char kUsage[] =
     "usage: settings DIRECTORY/ FILE [SECTION NAME VALUE]...\n"
-    "Takes the values given as defaults, merges the file over them, shows the outcome and writes\n"
+    "Sets the given values as defaults, imports the file over them, prints the result and writes\n"
     "it back to the file.\n";
 
-// False for a text that the locale cannot read: it must not become an empty one.
+// False for a text that is invalid in the locale's encoding: it must not become an empty one.
 bool widen(const char* text, std::wstring& wide)
 {
     wide = CCmnStringTool::str2wstr(std::string(text));
@@ -93,7 +93,7 @@ int main(int argc, char** argv)
         std::cerr << "settings: "
                   << CCmnStringTool::wstr2str(std::wstring(settings.getLastError().getMessage()))
                   << '\n';
-        // A file that cannot be read must not be overwritten; one that is missing is made.
+        // An unreadable file must not be overwritten; a missing one is created.
         if (CCmnPathTool::verify((directory + file).c_str()) == 0) {
             return 1;
         }
