@@ -260,10 +260,10 @@ std::string writeByHand(const std::vector<Formattable>& list)
 }
 
 template <class Number>
-Number numberAt(std::string_view text, std::string_view behind)
+Number numberAt(std::string_view text, std::string_view marker)
 {
     Number number{};
-    const std::size_t place = std::min(text.find(behind) + behind.size(), text.size());
+    const std::size_t place = std::min(text.find(marker) + marker.size(), text.size());
     std::from_chars(text.data() + place, text.data() + text.size(), number);
     return number;
 }
