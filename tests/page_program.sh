@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# page_program.sh PROGRAM FILE: fails unless the program prints FILE, the output on its page. The
-# time, the caller's user id and whether a status was seen can differ from run to run; they are
-# replaced first.
+# page_program.sh PROGRAM FILE: fails unless the program prints FILE, the output that its page or
+# header shows. The time, the caller's user id and whether a status was seen can differ from run to
+# run; they are replaced first.
 set -euo pipefail
 export LC_ALL=C.UTF-8
 # Skips where a product is installed: the programs would write to its directories.

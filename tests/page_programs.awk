@@ -1,6 +1,41 @@
-# Writes each C++ program of the pages to its own file in `dir`, named by the comment in its first
-# line ("// name.cpp"), and prints the names. The text block after a program is its expected output,
-# in name.out.
+# Writes each C++ program of the pages and of the public headers to its own file in `dir`, the name
+# of its test with .cpp, and its expected output to the same name with .out. Prints the names.
+#
+# In a page, a program is a block that begins with "// name.cpp"; the text block after it is its
+# expected output. In a header, it is the @code block at the head: the lines after the includes
+# become the body of main, and a comment "// prints TEXT" gives a line of the expected output.
+function start(test) {
+    name = test
+    file = dir "/" name ".cpp"
+    expected = dir "/" name ".out"
+    printf "" > file
+    printf "" > expected
+    print name
+}
+
+FILENAME ~ /\.h$/ {
+    if (/^\/\/\/ @code/) {
+        header = FILENAME
+        gsub(/.*\/|\.h$/, "", header)
+        start("header_" header)
+        example = 1
+        body = 0
+    } else if (/^\/\/\/ @endcode/) {
+        print "}" > file
+        example = 0
+    } else if (example) {
+        sub(/^\/\/\/ ?/, "")
+        if (!body && !/^(#include|$)/) {
+            body = 1
+            print "int main()\n{" > file
+        }
+        print > file
+        if (sub(/.*\/\/ prints /, ""))
+            print > expected
+    }
+    next
+}
+
 /^```cpp/ { inside = 1; name = ""; next }
 /^```text/ && name != "" && !inside { output = 1; next }
 /^```/ {
@@ -10,12 +45,8 @@
     next
 }
 inside && name == "" {
-    name = $2
-    sub(/\.cpp$/, "", name)
-    file = dir "/" name ".cpp"
-    printf "" > file
-    printf "" > (dir "/" name ".out")
-    print name
+    sub(/\.cpp$/, "", $2)
+    start("page_" $2)
 }
-inside { print >> file }
-output { print >> (dir "/" name ".out") }
+inside { print > file }
+output { print > expected }
