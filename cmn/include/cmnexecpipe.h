@@ -10,12 +10,12 @@
 namespace tarnix_cmn_4_4
 {
 
-/// What a run failed on. A value: copies share nothing. It is also what the start of a run raises
-/// and catches inside; it never leaves Exec.
+/// What a run failed on. A plain value: copies share nothing. Inside the runner it is also the
+/// exception that the start of a run throws; Exec catches it and lets none out.
 class TARNIX_CMN_API ECmnExecPipe
 {
 public:
-    /// The codes of records, each with its key (see keyOf).
+    /// The codes of the records. Each has a key, see keyOf.
     enum ECode {
         SUCCESS = 0,
         CREATE_PIPE_FAILED = 1,
@@ -34,7 +34,7 @@ public:
     };
 
     /// @{
-    /// Code 0 and empty texts: nothing failed.
+    /// Without arguments: code 0 and empty texts, which means that nothing failed.
     ECmnExecPipe() = default;
     ECmnExecPipe(const std::string& subject, int code);
     ECmnExecPipe(const std::string& subject, int code, const std::wstring& description);
@@ -42,21 +42,21 @@ public:
                  int exitStatus);
     /// @}
 
-    /// The command; for the codes 9 and 10 the user's name.
+    /// The command. For the codes 9 and 10: the name of the user.
     const std::string& getSubject() const { return m_Subject; }
 
-    /// The text of the failure. Empty but for code 4 (the system's text), code 11 and the code 8 of
-    /// a wait that gave no status.
+    /// The text of the failure. It is empty except for code 4 (the system's error text), code 11,
+    /// and code 8 if waiting for the child gave no status.
     const std::wstring& getDescription() const { return m_Description; }
 
     /// 0 for an empty record.
     int getCode() const { return m_Code; }
 
-    /// The child's exit status. It has a meaning with code 11 only.
+    /// The exit status of the child. It has a meaning only with code 11.
     int getExitStatus() const { return m_ExitStatus; }
 
-    /// The key of a code, for example "TARNIX_EXEC_PIPE_READ_TIMEOUT" for 5: a name that stays the
-    /// same in every language and is fit as a message id. Null for a code that does not exist.
+    /// The key of a code, for example "TARNIX_EXEC_PIPE_READ_TIMEOUT" for 5. A key is the same in
+    /// every language and can serve as a message id. Null for a code that does not exist.
     static const char* keyOf(int code);
 
 private:

@@ -1,5 +1,5 @@
 /// @file
-/// The runner of external commands, as far as it does not depend on the platform.
+/// The part of the command runner that does not depend on the platform.
 #ifndef TARNIX_CMNEXECPIPEBASE_H
 #define TARNIX_CMNEXECPIPEBASE_H
 
@@ -15,56 +15,60 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Runs one command and gives its output lines, its outcome and a record of what failed. A run
-/// blocks the thread that calls Exec; apart from Abort, an object is for one thread at a time.
+/// Runs one command and returns its output lines, its result and a record of what failed. Exec
+/// blocks the calling thread until the run has ended. Only one thread at a time may use an object;
+/// Abort may be called from any thread.
 ///
-/// A platform class supplies ExecPipe, WaitPid, Close and ReadLine.
+/// A derived class for the platform implements ExecPipe, WaitPid, Close and ReadLine. The virtual
+/// functions stay in this order, which is a part of the binary interface; a user needs Exec, Init,
+/// Abort and getLastError.
 class TARNIX_CMN_API CCmnExecPipeBase : public CCmnTraceable
 {
 public:
     /// @{
-    /// Functions of a child context, see registerContextFunctions.
+    /// The functions of a child context, see registerContextFunctions.
     using ContextCall = int (*)(void);
     using ContextText = int (*)(char*, char**, int*);
     using ContextFree = void (*)(void*, std::size_t);
     /// @}
 
     /// @{
-    /// Copies parameters, records, the abort flag and the log. What a run holds is the platform
-    /// class's to settle.
+    /// Copies the parameters, the record, the abort flag and the log. What a run holds is left to
+    /// the derived class.
     CCmnExecPipeBase(const CCmnExecPipeBase& other);
     CCmnExecPipeBase& operator=(const CCmnExecPipeBase& other);
     /// @}
 
 protected:
     CCmnExecPipeBase();
-    /// Keeps the list with the object; nothing reads it.
+    /// Stores the list in the object; nothing reads it.
     explicit CCmnExecPipeBase(std::vector<std::string> extraList);
     ~CCmnExecPipeBase() override;
 
-    /// Starts the command with its output where ReadLine reads it. Returns 0 when the child runs;
-    /// otherwise records the failure in m_LastError and returns a code other than 0.
+    /// Starts the command and connects its output to what ReadLine reads. Returns 0 when the child
+    /// runs. Otherwise stores the failure in m_LastError and returns a code other than 0.
     virtual int ExecPipe(std::string command, std::string workingDirectory) = 0;
 
-    /// Waits for the child, and stops it by stages if it outlasts the wait. Returns its exit
-    /// status, a negative number on failure.
+    /// Waits for the child. If the child still runs after the wait, stops it in stages. Returns the
+    /// exit status, or a negative number on failure.
     virtual int WaitPid(long seconds) = 0;
 
-    /// Releases everything of the run. Records a failure of the command in m_LastError and returns
-    /// its code, or 0.
+    /// Releases everything that the run holds. If the command failed, stores that in m_LastError
+    /// and returns the code of the failure, otherwise 0.
     virtual int Close(long seconds) = 0;
 
-    /// Delivers the next line without its line end, at most `size` bytes and a terminating 0, so
-    /// the buffer holds size + 1 bytes. Returns 1 when the buffer holds a line, 0 when there is
-    /// nothing more. Sets the flag to 1 when no output came within the seconds, otherwise to 0.
+    /// Writes the next line without its newline into `buffer`: at most `size` bytes and a
+    /// terminating 0, so the buffer must have size + 1 bytes. Returns 1 when the buffer holds a
+    /// line, 0 when there are no more lines. Sets `*timedOut` to 1 when no output came within
+    /// `seconds`, otherwise to 0.
     virtual int ReadLine(char* buffer, int size, int* timedOut, long seconds) = 0;
 
     /// 1 after Abort, otherwise 0.
     virtual int IsAbortRequested();
 
     /// @{
-    /// Hooks for a platform that runs commands from within a child context. Here there is none:
-    /// both return 0, and the output is left alone.
+    /// Hooks for a platform that runs commands inside a child context. This library has none: both
+    /// return 0 and do not change `output`.
     virtual int IsChildContext();
     virtual int ExecCommandInChildContext(std::string command, std::vector<std::string>& output);
     /// @}
@@ -72,46 +76,56 @@ protected:
 public:
     /// Runs `command` and fills `output` with the lines that it printed on standard output and
     /// standard error, in the order in which it printed them. Lines are raw bytes without their
-    /// line end, cut at a 0 byte; a line of 8191 bytes or more comes in pieces of at most 8191.
+    /// newline. A line ends at a 0 byte; the rest of it is dropped. A line of 8191 bytes or more
+    /// comes in pieces of at most 8191 bytes.
     ///
-    /// `seconds` is the longest wait for the next byte of output, not a limit on the whole run; 0
-    /// never waits: what is there is read and the run is ended; more than 4294967 overflows and
-    /// waits shorter. An empty `workingDirectory` is the
-    /// caller's own. With a `user` the command runs as that local user. `extra` is kept with the
-    /// object and read by nothing.
+    /// @param command  Command line, as the derived class splits it.
+    /// @param output  Receives the lines.
+    /// @param extra  Stored in the object; nothing reads it.
+    /// @param seconds  Longest wait for the next byte of output, not a limit for the whole run. 0
+    ///     never waits: what has arrived is read, then the run is ended. Values above 4294967
+    ///     overflow and wait for a shorter time.
+    /// @param workingDirectory  Of the command; empty for that of the calling process.
+    /// @param user  Local user as whom the command runs; empty for that of the calling process.
+    /// @param password  Of that user.
     ///
-    /// Returns 0 when the command ran and ended with status 0, or with a status that was not seen
-    /// (it ended before the last line was read; getExitStatus of the platform class tells it).
-    /// Other results: 11, the command ended with another status; 5, no output came within
-    /// `seconds`: the child still runs and is stopped when the object is destroyed or used again,
-    /// which can take 30 seconds; 8, something unexpected, after which `output` may be as it was; 1
-    /// to 3, the start failed and `output` is as it was. An abort has no result of its own.
-    /// getLastError tells more; for a result of 3 its code says what the start failed on.
+    /// | Result | What happened to the command | `output` |
+    /// |---|---|---|
+    /// | 0 | it ended with status 0, or before the last line was read | the lines |
+    /// | 1 to 3 | it was not started; for 3, getLastError has the reason | unchanged |
+    /// | 5 | no output within `seconds`; the child still runs | the lines so far |
+    /// | 8 | unexpected failure | the lines so far, or unchanged |
+    /// | 11 | it ended with a status other than 0 | the lines |
     ///
-    /// Between two runs of one object, Init must be called, or the second reads nothing.
-    /// Exceptions: only those of memory running out.
+    /// In the second case of result 0 the status can be other than 0; getExitStatus of the derived
+    /// class returns it. After result 5 the child is stopped when the object is destroyed or used
+    /// again, which can take 30 seconds. An abort has no result of its own. getLastError returns
+    /// the details of a failure.
+    ///
+    /// Call Init between two runs of one object, otherwise the second run reads nothing. Throws
+    /// only when an allocation fails.
     virtual int Exec(std::string command, std::vector<std::string>& output, std::string extra,
                      unsigned long seconds, std::string workingDirectory, std::string user,
                      std::string password);
 
-    /// Asks for the end of the run, from any thread. It takes effect before the next line is read,
-    /// and stays in force for the life of the object: a later Exec starts its command and ends it
-    /// at once.
+    /// Requests the end of the run; may be called from any thread. It takes effect before the next
+    /// line is read. The request cannot be taken back: a later Exec of this object starts its
+    /// command and ends it at once.
     virtual void Abort();
 
-    /// Prepares the object for a further run.
+    /// Prepares the object for another run.
     virtual void Init();
 
-    /// The record of the last failure of this object; code 0 if nothing has failed. Success does
-    /// not clear it. For the thread of Exec, after Exec has returned.
+    /// The record of the last failure of this object; code 0 if nothing has failed. A successful
+    /// run does not clear it. To be called by the thread that called Exec, after Exec has returned.
     virtual ECmnExecPipe getLastError();
 
-    /// Has no effect in this library: it stores nothing, and nothing calls the functions.
+    /// Has no effect: this library neither stores nor calls the functions.
     void registerContextFunctions(ContextCall call, ContextText text, ContextFree release);
 
 protected:
     /// @{
-    /// The last call of Exec and what came of it, for the platform class.
+    /// The parameters of the last Exec and its failure, for the derived class.
     std::atomic<int> m_AbortRequested;
     std::vector<std::string> m_ExtraList;
     struct {
@@ -121,7 +135,7 @@ protected:
     } m_ContextFunctions;
     ECmnExecPipe m_LastError;
     std::string m_User;
-    std::string m_Password; ///< wiped when it is replaced and when the object ends
+    std::string m_Password; ///< overwritten when it is replaced and by the destructor
     std::string m_Extra;
     /// @}
 };

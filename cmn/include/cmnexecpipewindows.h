@@ -1,5 +1,20 @@
 /// @file
-/// The runner of external commands on named pipes.
+/// Runs external commands and reads their output through named pipes.
+///
+/// @code
+/// #include "cmnexecpipewindows.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// CCmnExecPipeWindows runner;
+/// std::vector<std::string> lines;
+/// const int result = runner.Exec("echo hello", lines, "", 60, "", "", ""); // wait 60 s for output
+/// if (result != 0) {
+///     std::cerr << ECmnExecPipe::keyOf(runner.getLastError().getCode()) << '\n';
+///     return result;
+/// }
+/// std::cout << lines.at(0) << '\n'; // prints hello
+/// @endcode
 #ifndef TARNIX_CMNEXECPIPEWINDOWS_H
 #define TARNIX_CMNEXECPIPEWINDOWS_H
 
@@ -16,58 +31,60 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Runs commands (see CCmnExecPipeBase::Exec) as children of this process. The command text is
-/// split into words by the shell's quoting rules; no shell runs. Standard output and standard error
-/// of the child arrive as one sequence; its standard input stays empty and open for the length of
-/// the run.
+/// Runs commands (see CCmnExecPipeBase::Exec) as children of the calling process. The command is
+/// split into words by the quoting rules of the shell, but no shell runs. Standard output and
+/// standard error of the child arrive as one sequence. Its standard input stays open during the run
+/// and never delivers a byte.
 ///
-/// An object is made, optionally given a log with setTraceLog, and used for one Exec; Init prepares
-/// it for the next. Failures of pipes and reads are traced at level 1.
+/// Create an object, give it a log with setTraceLog if you want one, and call Exec. Call Init
+/// before the next Exec. Failures of pipes and reads are traced at level 1.
 class TARNIX_CMN_API CCmnExecPipeWindows : public CCmnExecPipeBase
 {
 public:
     CCmnExecPipeWindows();
-    /// Keeps the list with the object; nothing reads it.
+    /// Stores the list in the object; nothing reads it.
     explicit CCmnExecPipeWindows(std::vector<std::string> extraList);
 
     /// @{
-    /// A copy takes parameters, records and log. It never owns what the source's run holds: it is
-    /// idle, ready for an Exec, and has a read event of its own. An assignment ends the target's
-    /// own run first, as the destructor does.
+    /// A copy takes the parameters, the records and the log. It does not take the run of the
+    /// source: it is idle, ready for Exec, and has a read event of its own. An assignment first
+    /// ends the run of its target, as the destructor does.
     CCmnExecPipeWindows(const CCmnExecPipeWindows& other);
     CCmnExecPipeWindows& operator=(const CCmnExecPipeWindows& other);
     /// @}
 
-    /// Ends a run that is still open: gives the child up to 30 seconds, then kills it and its
-    /// group.
+    /// Ends a run that is still open: gives the child up to 30 seconds to end, then kills it and
+    /// its process group.
     ~CCmnExecPipeWindows() override;
 
-    /// Prepares the object for a further run. The abort flag and the last record stay. A run that
-    /// is still open is ended first, as by the destructor.
+    /// Prepares the object for another run. A run that is still open is ended first, as by the
+    /// destructor. The abort flag and the record of the last failure stay.
     void Init() override;
 
-    /// True with the exit status of the last run's child: 0 to 255 as it exited, 128 + n when
-    /// signal n ended it, 1067 when the runner killed it. It is known also where Exec returned 0
-    /// because the child ended before the last line was read. False, with `status` untouched,
-    /// before a run, after a start that failed, while the child of a timed-out run is still to be
-    /// closed, and when the platform could give none (the process ignores SIGCHLD).
+    /// Returns true and sets `status` to the exit status of the last run's child: 0 to 255 if it
+    /// exited, 128 + n if signal n ended it, 1067 if the runner killed it. The status is known also
+    /// when Exec returned 0 because the child ended before the last line was read.
+    ///
+    /// Returns false and does not change `status` before the first run, after a failed start, after
+    /// a timeout until the child has been stopped, and when the system gave no status because the
+    /// calling process ignores SIGCHLD.
     bool getExitStatus(int& status) const;
 
 protected:
     int ExecPipe(std::string command, std::string workingDirectory) override;
     int WaitPid(long seconds) override;
-    /// Waits 10 seconds a stage, whatever is passed.
+    /// Waits 10 seconds in each stage; the argument is not used.
     int Close(long seconds) override;
     int ReadLine(char* buffer, int size, int* timedOut, long seconds) override;
 
-    /// Starts the child with the three standard handles. Returns 0; raises ECmnExecPipe with code 4
-    /// when the system refuses.
+    /// Starts the child with the three standard handles and returns 0. Throws ECmnExecPipe with
+    /// code 4 if the system cannot start it.
     virtual int CreateChildProcess(std::string& command, HANDLE standardInput,
                                    HANDLE standardOutput, HANDLE standardError,
                                    std::string workingDirectory);
 
-    /// Makes a pipe and opens its client end. Returns 0, or the system's error, which is traced and
-    /// kept in m_LastSystemError.
+    /// Creates a pipe and opens its client end. Returns 0, or the system's error number, which is
+    /// also traced and stored in m_LastSystemError.
     virtual DWORD GetNamedPipeHandles(const char* name, HANDLE* clientEnd, HANDLE* serverEnd,
                                       SECURITY_ATTRIBUTES* attributes);
 
@@ -75,17 +92,19 @@ protected:
     virtual void FlushHandles(HANDLE first, HANDLE second, HANDLE third, HANDLE fourth,
                               HANDLE fifth);
 
-    /// Lets `target` point at `text`, which must outlive its use. Lengths are in bytes.
+    /// Sets `target` to point to `text`, which must live as long as `target` is used. Lengths are
+    /// in bytes.
     virtual void InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target);
 
-    /// The token of m_User for the child. Raises ECmnExecPipe with code 9 or 10.
+    /// The token with which the child runs as m_User. Throws ECmnExecPipe with code 9 or 10.
     virtual HANDLE Impersonate();
 
-    /// Held by the one runner of the process that has added a logon right, until its Close.
+    /// Held by the runner that has added a logon right, until its Close. Only one runner of the
+    /// process can hold it.
     static CCmnLock m_Lock;
 
     /// @{
-    /// What the run in progress holds; a handle that names nothing is invalid or null.
+    /// What the current run holds. A handle that is not in use is invalid or null.
     DWORD m_LastSystemError = 0;
     DWORD m_ProcessId = static_cast<DWORD>(-1);
     HANDLE m_ProcessHandle = INVALID_HANDLE_VALUE;
@@ -108,7 +127,7 @@ private:
     DWORD PipeFailed(const char* format);
     void TraceSystemError(const char* format, DWORD error);
     bool ChildHasEnded();
-    /// Cold, so that compilers leave the registers to the loop that calls them.
+    /// Marked cold so that the compiler leaves the registers to the loop that calls them.
     [[gnu::cold]] void TraceReadFailure(const char* format, DWORD error);
     [[gnu::cold]] Awaited AwaitByte(long seconds);
     void ClosePipes();
