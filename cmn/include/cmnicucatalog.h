@@ -15,7 +15,8 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Held through CCmnSmartPtr, with a reference count of 0 at the start. Takes no lock.
+/// The base of catalogs. A catalog is held by a CCmnSmartPtr and starts with a reference count of
+/// 0. It takes no lock: only one thread at a time may use it.
 class TARNIX_CMN_API CCmnMessageCatalog : public virtual CCmnRefCount
 {
 public:
@@ -23,16 +24,16 @@ public:
     CCmnMessageCatalog& operator=(const CCmnMessageCatalog&) = delete;
     ~CCmnMessageCatalog() override;
 
-    /// Called once, before the first getMessage. 0 is success; a catalog that gives anything else
-    /// is not used by the manager.
+    /// Called once, before the first getMessage. Returns 0 for success. The manager does not use a
+    /// catalog that returns anything else.
     virtual int init() { return 0; }
 
-    /// The text for a message id, or what stands for it if there is none. `defaultText` may be
+    /// Returns the text for a message id, or a replacement if there is none. `defaultText` may be
     /// null.
     virtual tstr getMessage(const std::string& key, const wchar_t* defaultText) const = 0;
 
-    /// "<key>", which stands for a text that is not there. The key is read in the locale's
-    /// encoding; "<>" if it is not valid in that.
+    /// Returns "<key>", the replacement for a missing text. The key is read in the locale's
+    /// encoding; the result is "<>" if it is not valid in that encoding.
     static tstr keyInBrackets(const std::string& key);
 
 protected:
@@ -40,40 +41,41 @@ protected:
     CCmnMessageCatalog(const tstr& name, const char* language);
 
     /// @{
-    /// What the catalog was made with, and where its bundle lies.
+    /// The arguments of the constructor, and where the bundle is.
     std::string m_Language;
-    tstr m_Path; ///< of the bundle, empty before init
+    tstr m_Path; ///< path of the bundle, empty before init
     tstr m_Name;
     /// @}
 };
 
-/// A catalog in an ICU resource bundle: string resources at the top level, each with a message id
-/// as its key and a pattern for ICU's MessageFormat as its value. The files root.res, de.res, ...
-/// that genrb writes lie in the directory `Messages/lib<name>` of the install directory.
+/// A catalog in an ICU resource bundle. The bundle has string resources at the top level; each has
+/// a message id as its key and a pattern for ICU's MessageFormat as its value. Its files, root.res,
+/// de.res and so on as genrb writes them, are in `Messages/lib<name>` of the install directory.
 class TARNIX_CMN_API CCmnIcuMessageCatalog : public CCmnMessageCatalog
 {
 public:
-    /// Opens nothing yet. `language` is an ICU locale name and must not be null.
+    /// Opens no file. `language` is an ICU locale name and must not be null.
     CCmnIcuMessageCatalog(const tstr& name, const char* language);
     ~CCmnIcuMessageCatalog() override;
 
-    /// Opens the bundle, and makes the directory Messages on the way. 0 if the language has a
-    /// bundle of its own, or if neither it nor a parent of it has one and ICU falls back to its
-    /// default locale or the root. 3 otherwise:
+    /// Opens the bundle; creates the directory Messages if it is missing. Returns 0 if the language
+    /// has a bundle of its own, or if neither the language nor a parent of it has one and ICU falls
+    /// back to its default locale or to the root. Returns 3 otherwise:
     /// - There is no bundle at all, or none that ICU can read.
-    /// - A parent answers, "de" for "de_CH": such a language is to be asked for by its parent.
-    /// - The language's name, without its "@key=value" part, holds a '/' or a '\\'. ICU would take
-    ///   it for a path and read any bundle on the disk that it leads to.
+    /// - Only a parent has a bundle, such as "de" for "de_CH": request the parent instead.
+    /// - The name of the language, without its "@key=value" part, contains a '/' or a '\\'. ICU
+    ///   would use it as a path and could read any bundle on the disk.
     ///
-    /// What ICU does: a name that it cannot read, such as one of 20 letters without a separator,
-    /// stands for the root. What it found in a directory, or did not find, it remembers until the
-    /// process ends. It does not test a bundle's size: one that has been cut may lack keys, or end
-    /// the process when ICU reads behind its end.
+    /// How ICU behaves: a name that it cannot parse, such as 20 letters without a separator, means
+    /// the root. Until the process ends, ICU remembers which bundles a directory has and does not
+    /// have. ICU does not check the size of a bundle: a truncated one may lack keys, or crash the
+    /// process when ICU reads past its end.
     int init() override;
 
-    /// The catalog's name, ": " and the pattern if the bundle has the key. Otherwise the unchanged
-    /// `defaultText`; if that is null, the name, ": " and the key in angle brackets. So it is also
-    /// before init. After an init that gave 3 a bundle that ICU did open still answers.
+    /// If the bundle has the key: returns the name of the catalog, ": " and the pattern. Otherwise
+    /// returns `defaultText` unchanged or, if that is null, the name, ": " and the key in angle
+    /// brackets. Before init no key is found. After an init that returned 3, a bundle that ICU
+    /// could open is still used.
     tstr getMessage(const std::string& key, const wchar_t* defaultText) const override;
 
 private:

@@ -1,6 +1,19 @@
 /// @file
-/// Messages: what happened, as an id with typed arguments that is not yet text in any language, and
-/// the text in which a message leaves the component that raised it.
+/// Messages: an id with typed arguments, which becomes text in a language only when it is shown.
+/// For the way to another component or process, a message is serialised.
+///
+/// @code
+/// #include "cmnmessage.h"
+/// #include "cmnstringtool.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// const icu::Formattable arguments[] = {icu::Formattable(u"/var"), icu::Formattable(97)};
+/// CCmnIcuMessage sent("DISK_FULL", arguments, 2, tarnix_eseverity{2}, __FILE__, __LINE__);
+/// CCmnIcuMessage received(sent.serialize());
+/// const tstr text = received.formatMessage(L"{0} is full to {1}%"); // the pattern of a catalog
+/// std::cout << CCmnStringTool::tstr2str(text) << '\n'; // prints /var is full to 97%
+/// @endcode
 #ifndef TARNIX_CMNMESSAGE_H
 #define TARNIX_CMNMESSAGE_H
 
@@ -13,8 +26,8 @@
 #include <cstdint>
 #include <string>
 
-/// The values are those of the components that raise messages. The library tests none: all 32 bits
-/// pass through unchanged.
+/// The values are defined by the components that create messages. The library does not check them:
+/// all 32 bits pass through unchanged.
 enum tarnix_eseverity : std::int32_t {};
 
 namespace tarnix_cmn_4_4
@@ -24,49 +37,50 @@ namespace tarnix_cmn_4_4
 struct SCmnMessageInfo {
     const char* text = nullptr; ///< terminated
 
-    /// Bytes without the terminator, the low 32 bits of their number. For the record of
-    /// `serialize`; whoever reads a record goes by the terminator.
+    /// Size of the text in bytes without the terminator; only the low 32 bits of a larger number.
+    /// Set by `serialize`. Readers of a record use the terminator and not this field.
     std::uint32_t length = 0;
 };
 
-/// A message starts with a reference count of 0. It takes no lock: one thread at a time uses it.
+/// A message starts with a reference count of 0. It takes no lock: only one thread at a time may
+/// use it.
 class TARNIX_CMN_API CCmnMessage : public CCmnRefCount
 {
 public:
-    /// The message as text. Record and text belong to the message; the text is valid until the next
-    /// call, an assignment to the message or its end.
+    /// The message as text. Record and text belong to the message. The text is valid until the next
+    /// call of serialize, until the message is assigned to, or until it is destroyed.
     virtual const SCmnMessageInfo* serialize() = 0;
 
-    /// Takes id, severity and arguments from the record's text. Neither pointer may be null. What
-    /// the text does not tell stays as it was; there is no failure.
+    /// Sets id, severity and arguments from the text of the record. Neither `info` nor its text may
+    /// be null. What the text does not contain stays unchanged. This never fails.
     virtual void deserialize(const SCmnMessageInfo* info) = 0;
 
-    /// A number of the client's; this library gives it no meaning.
+    /// The number that the creator of the message chose; this library gives it no meaning.
     virtual tarnix_eseverity getSeverity() const { return m_Severity; }
 
     /// @{
-    /// The place in the source that raised the message; 0 and empty for a message made from a
-    /// record, because the text does not carry them.
+    /// The place in the source code that created the message. 0 and empty for a message made from a
+    /// record, because the serialised text does not contain them.
     virtual int getLine() const { return m_Line; }
     virtual std::string getFile() const { return m_File; }
     /// @}
 
-    /// The key of the message's pattern in every catalog. An id with white space in it, and an
-    /// empty one, do not survive serialising.
+    /// The key of the message's pattern in every catalog. An id that is empty or contains white
+    /// space is lost when the message is serialised and read back.
     virtual std::string getMessageId() const { return m_MessageId; }
 
-    /// The pattern with the arguments in it. Never fails: a bad pattern gives what could be
-    /// formatted, or itself.
+    /// Returns the pattern with the arguments filled in. Never fails: for a bad pattern the result
+    /// is what could be formatted, or the pattern itself.
     virtual tstr formatMessage(tstr pattern) = 0;
 
 protected:
     CCmnMessage() = default;
 
-    /// Copies both texts, which must not be null.
+    /// Copies `msgId` and `file`, which must not be null.
     CCmnMessage(const char* msgId, tarnix_eseverity severity, const char* file, int line);
 
     /// @{
-    /// What the accessors give.
+    /// What the accessors return.
     std::string m_MessageId;
     tarnix_eseverity m_Severity{};
     std::string m_File;
@@ -76,7 +90,7 @@ protected:
 
 /// A message whose arguments are ICU values and whose patterns are those of ICU's MessageFormat.
 ///
-/// Serialised it is lines of text that end in "\n", with a tab before each `<ARGVALUE`:
+/// The serialised form is lines of text that end in "\n", with a tab before each `<ARGVALUE`:
 ///
 /// @verbatim
 ///   <SERIALIZED_MESSAGE MSGID=disk.full SEVERITY=2>
@@ -91,49 +105,51 @@ protected:
 /// |---|---|---|
 /// | 0, 1 | date or double: "%g", six digits | double |
 /// | 2 | 32-bit integer: "%d" | 32-bit integer |
-/// | 3 | UTF-8, up to a NUL; empty if it is not Unicode | text up to "<"; empty if not UTF-8 |
-/// | else | no value (64-bit integer, array, object) | nothing: those behind it move up |
+/// | 3 | UTF-8, up to a NUL; empty if not valid Unicode | text up to "<"; empty if not UTF-8 |
+/// | else | no value (64-bit integer, array, object) | nothing: later arguments move up |
 ///
-/// A message without arguments is the empty text, and its id and severity are lost. The header line
-/// is cut at 1023 bytes: with a severity of d digits (the sign counts) an id of more than 985 - d
-/// bytes spoils the text. Both directions take time in proportion to the text, whatever it holds.
+/// A message without arguments is serialised as the empty text: its id and severity are lost. The
+/// header line is cut at 1023 bytes: with a severity of d digits (the sign counts as one) an id of
+/// more than 985 - d bytes makes the text unreadable. Both directions take time proportional to the
+/// length of the text, whatever it contains.
 class TARNIX_CMN_API CCmnIcuMessage : public CCmnMessage
 {
 public:
-    /// Copies the `count` arguments and both texts, which must not be null.
+    /// Copies the `count` arguments, `msgId` and `file`; the two texts must not be null.
     CCmnIcuMessage(const char* msgId, const icu::Formattable* args, int count,
                    tarnix_eseverity severity, const char* file, int line);
 
-    /// An empty message of severity 0, on which `deserialize` is run.
+    /// An empty message of severity 0, on which deserialize(info) is then called.
     explicit CCmnIcuMessage(const SCmnMessageInfo* info);
 
     /// @{
-    /// Copies share nothing but take over the reference count, as CCmnRefCount tells.
+    /// Copies share nothing. They copy the reference count too, see CCmnRefCount.
     CCmnIcuMessage(const CCmnIcuMessage& other);
     CCmnIcuMessage& operator=(const CCmnIcuMessage& other);
     ~CCmnIcuMessage() override;
     /// @}
 
-    /// Writes the text anew at every call; the record's address does not change.
+    /// Each call writes the text again; the address of the record does not change.
     const SCmnMessageInfo* serialize() override;
 
-    /// Text in front of the header and behind the last argument is skipped. Without
-    /// "<SERIALIZED_MESSAGE" nothing changes. A header without an id leaves the id, one without a
-    /// severity the severity as it was; in both cases the arguments are replaced. An opening tag
-    /// without a readable TYPE adds no argument, and one without a ">" ends the text. A value ends
-    /// at the next "<", and the 11 bytes from there on are taken for the closing tag.
+    /// Text before the header and after the last argument is ignored. What malformed text does:
+    /// - no "<SERIALIZED_MESSAGE": nothing changes
+    /// - a header without an id or a severity: that field stays, the arguments are replaced
+    /// - an opening tag without a readable TYPE: adds no argument
+    /// - an opening tag without ">": the text ends there
+    /// - a value ends at the next "<"; the 11 bytes from there count as the closing tag
     void deserialize(const SCmnMessageInfo* info) override;
 
-    /// Patterns are those of MessageFormat, also without arguments, so apostrophes and braces are
-    /// always ICU's. Numbers and dates are written as in ICU's default locale, whatever the
-    /// language of the pattern. After a failure the result is what had been formatted by then, or
-    /// the unchanged pattern if that is nothing.
+    /// The pattern follows the rules of MessageFormat even if there are no arguments: apostrophes
+    /// and braces always have their special meaning. Numbers and dates are formatted for ICU's
+    /// default locale, not for the language of the pattern. After a failure the result is what has
+    /// been formatted so far, or the unchanged pattern if that is empty.
     tstr formatMessage(tstr pattern) override;
 
 private:
     void ownRecord();
 
-    icu::Formattable m_Arguments; ///< an array; of no type at all until it has been set
+    icu::Formattable m_Arguments; ///< an array; no array until the arguments have been set
     SCmnMessageInfo m_Info;
     std::string m_Serialized;
 };

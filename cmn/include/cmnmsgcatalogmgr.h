@@ -1,5 +1,36 @@
 /// @file
-/// The catalog manager: message ids and messages as text in a wanted language.
+/// The catalog manager: turns message ids and messages into text in a given language.
+///
+/// @code
+/// #include "cmnmsgcatalogmgr.h"
+/// #include "cmnstringtool.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// struct Factory : CCmnMessageCatalogFactory {
+///     CatalogPtr createCatalog(const char* language) override
+///     {
+///         CatalogPtr catalog;
+///         catalog.assign(new CCmnIcuMessageCatalog(L"volume", language)); // Messages/libvolume
+///         return catalog;
+///     }
+///     MessagePtr createMessage(SCmnMessageInfo* info) override
+///     {
+///         MessagePtr message;
+///         message.assign(new CCmnIcuMessage(info));
+///         return message;
+///     }
+///     std::string getDefaultLanguage() override { return "root"; }
+/// };
+/// Factory factory; // must outlive the manager
+/// CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+///     manager(true);
+/// manager.get()->registerFactory(&factory);
+/// const tstr text = manager.get()->getMessage("VOLUME_FULL", L"volume is full", "de");
+/// std::cout << CCmnStringTool::tstr2str(text) << '\n'; // prints volume is full
+/// @endcode
+///
+/// It prints the default text because there is no catalog of that name.
 #ifndef TARNIX_CMNMSGCATALOGMGR_H
 #define TARNIX_CMNMSGCATALOGMGR_H
 
@@ -16,98 +47,100 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Makes what a manager works with; each component that has catalogs implements one.
+/// Creates the catalogs and messages of a manager. Each component that has catalogs implements one.
 class TARNIX_CMN_API CCmnMessageCatalogFactory
 {
 public:
     /// @{
-    /// Pointers that make nothing by themselves: a factory fills them by assign.
+    /// Pointers that create no object themselves: a factory fills them with assign.
     using CatalogPtr = CCmnSmartPtr<CCmnMessageCatalog, CCmnNullAllocator<CCmnMessageCatalog>>;
     using MessagePtr = CCmnSmartPtr<CCmnMessage, CCmnNullAllocator<CCmnMessage>>;
     /// @}
 
     /// @{
-    /// Nothing but the place for the derived class.
+    /// This base has no data.
     CCmnMessageCatalogFactory() = default;
     CCmnMessageCatalogFactory(const CCmnMessageCatalogFactory&) = default;
     CCmnMessageCatalogFactory& operator=(const CCmnMessageCatalogFactory&) = default;
     virtual ~CCmnMessageCatalogFactory();
     /// @}
 
-    /// A new catalog whose init has not been called, never empty.
+    /// Returns a new catalog whose init has not been called; never an empty pointer.
     virtual CatalogPtr createCatalog(const char* language) = 0;
 
-    /// A message made from the record, never empty.
+    /// Returns a new message made from the record; never an empty pointer.
     virtual MessagePtr createMessage(SCmnMessageInfo* info) = 0;
 
-    /// The manager asks anew at each use.
+    /// The manager calls this whenever it needs the default language.
     virtual std::string getDefaultLanguage() = 0;
 };
 
-/// Finds the catalog for a language: one that is active, else a new one from the factory, else the
-/// default language's. Every look-up gives a text, in the last resort the key in angle brackets.
-/// A key that the language's catalog lacks is not looked for in another catalog.
+/// Finds the catalog for a language: an active one, otherwise a new one from the factory, otherwise
+/// that of the default language. Every lookup returns a text, at worst the key in angle brackets. A
+/// key that is missing in the language's catalog is not looked up in another catalog.
 ///
-/// A client makes as many managers as it wants, each through a CCmnSmartPtr. Takes no lock, and
-/// look-ups change the manager as well: one thread at a time. A copy shares the factory and the
-/// catalogs, whose reference counts are plain integers; it has its own store and native language,
-/// and takes over the reference count as CCmnRefCount tells.
+/// A program can have any number of managers, each held by a CCmnSmartPtr. A manager takes no lock,
+/// and lookups change it too: only one thread at a time may use it. A copy shares the factory and
+/// the catalogs, whose reference counts are not atomic, so that the rule holds for a manager and
+/// its copies together. A copy has its own store of texts and its own native language. It copies
+/// the reference count too, see CCmnRefCount.
 ///
-/// A language that cannot be activated costs the making of a catalog at every look-up. One that
-/// can, and with a root bundle that is nearly every name, stays active until the manager goes:
-/// names from outside that are not checked make the manager grow.
+/// For a language that cannot be activated, every lookup creates a catalog again. A language that
+/// can be activated stays active until the manager is destroyed; with a root bundle, nearly every
+/// name can be. So check language names from untrusted input, or they make the manager grow.
 class TARNIX_CMN_API CCmnMessageCatalogManager : public virtual CCmnRefCount
 {
 public:
     /// @{
-    /// The factory's.
+    /// The pointers of the factory.
     using CatalogPtr = CCmnMessageCatalogFactory::CatalogPtr;
     using MessagePtr = CCmnMessageCatalogFactory::MessagePtr;
     /// @}
 
     /// @{
-    /// Without a factory every look-up gives the default text or the key in angle brackets.
+    /// Without a factory every lookup returns the default text or the key in angle brackets.
     CCmnMessageCatalogManager() = default;
     CCmnMessageCatalogManager(const CCmnMessageCatalogManager&) = default;
     CCmnMessageCatalogManager& operator=(const CCmnMessageCatalogManager&) = default;
     /// @}
 
-    /// Activates the factory's default language if that can be. The factory must not be null and
-    /// must outlive the manager and its copies. Catalogs of an earlier factory stay active.
+    /// Sets the factory, and activates its default language if possible. The factory must not be
+    /// null and must outlive the manager and its copies. Catalogs of an earlier factory stay
+    /// active.
     void registerFactory(CCmnMessageCatalogFactory* factory);
 
-    /// Makes a catalog for the language active if there is none yet and its init succeeds.
+    /// Creates and activates a catalog for the language, if it has none yet and init succeeds.
     void activateCatalog(std::string language);
 
-    /// The pattern for a key, not formatted, with the catalog's name in front. An empty language
-    /// stands for the default language. For a key that the catalog lacks, or without any catalog,
-    /// the result is `defaultText`; if that is null, the key in angle brackets, with the name in
-    /// front if there is a catalog.
+    /// Returns the pattern for a key, not formatted, after the name of the catalog. An empty
+    /// language means the default language. If the catalog does not have the key, or there is no
+    /// catalog, the result is `defaultText`. If that is null, the result is the key in angle
+    /// brackets, after the name of the catalog if there is one.
     tstr getMessage(const std::string& key, const wchar_t* defaultText, std::string language);
 
-    // For the overloads with an output `language` may be null, which stands for the default
-    // language, or "native", which stands for the native language or, if that is empty, for the
-    // default language. `*text` belongs to the manager and goes back through
-    // deleteLocalizedMessage. It is valid until its entry in the manager's store is dropped or
-    // written again: by the next call with the same key, or the same serialised text, in whatever
-    // language. No pointer may be null.
+    // The overloads with the output `text`: a null `language` means the default language. "native"
+    // means the native language or, if that is empty, the default language. `*text` belongs to the
+    // manager and is released with deleteLocalizedMessage. It is valid until its entry in the
+    // manager's store is deleted or written again, which the next call with the same key or the
+    // same serialised text does, in any language. No other pointer may be null.
 
-    /// The pattern for a key, not formatted.
+    /// Sets `*text` to the pattern for a key, not formatted.
     void getLocalizedMessage(const char* key, const char* language, wchar_t** text);
 
-    /// The message of a record, formatted. Without a registered factory it ends the process.
+    /// Sets `*text` to the formatted message of a record. Without a registered factory the process
+    /// crashes.
     void getLocalizedMessage(SCmnMessageInfo* info, const char* language, wchar_t** text);
 
-    /// The message, formatted, as the caller's own text. Here "native" is a language like any
-    /// other; an empty text stands for the default language. Neither may be null.
+    /// Returns the formatted message as a text of the caller's own. Here "native" has no special
+    /// meaning; an empty language means the default language. Neither argument may be null.
     tstr getLocalizedMessage(MessagePtr& message, const char* language);
 
-    /// Drops the first entry of the store, in the order of the keys, whose text is equal to
-    /// `*text`, whichever entry that pointer came from; nothing if there is none. `*text` does not
-    /// change.
+    /// Deletes the first entry of the store, in the order of the keys, whose text equals `*text`.
+    /// That can be another entry than the one that the pointer came from. Does nothing if there is
+    /// no such entry. `*text` does not change.
     void deleteLocalizedMessage(wchar_t** text);
 
-    /// Valid until the next setNativeLanguage. Empty at the start.
+    /// Empty until setNativeLanguage is called. The text is valid until the next such call.
     const char* getNativeLanguage() const { return m_NativeLanguage.c_str(); }
 
     /// The language must not be null.
@@ -122,7 +155,7 @@ private:
     std::string resolveLanguage(const char* language) const;
     wchar_t* keep(const char* key, const tstr& text);
 
-    std::map<std::string, CatalogPtr> m_Catalogs; ///< by the name that was asked for
+    std::map<std::string, CatalogPtr> m_Catalogs; ///< by the requested name
     CCmnMessageCatalogFactory* m_Factory = nullptr;
     std::map<std::string, tstr> m_LocalizedMessages; ///< by message id or serialised text
     std::string m_NativeLanguage;
