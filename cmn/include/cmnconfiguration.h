@@ -1,5 +1,18 @@
 /// @file
-/// A store of sections and values in memory that is tied to one text file.
+/// Settings: a store of sections and values in memory that belongs to one text file.
+///
+/// @code
+/// #include "cmnconfiguration.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// CCmnConfiguration settings(L"./", L"server.conf", true); // reads the file if there is one
+/// unsigned int port = 8080;                                // the default
+/// settings.getIntegerValue(L"network", L"port", port);     // from the section "network"
+/// settings.setIntegerValue(L"port", port);                 // in the section of the call before
+/// std::cout << "port " << port << '\n';                    // prints port 8080
+/// return settings.exportConfig();                          // writes the file
+/// @endcode
 #ifndef TARNIX_CMNCONFIGURATION_H
 #define TARNIX_CMNCONFIGURATION_H
 
@@ -15,86 +28,89 @@
 namespace tarnix_cmn_4_4
 {
 
-/// The file is UTF-8 in every locale and has the format of ACE_Registry_ImpExp: a section is a line
-/// with its whole path in square brackets, parts separated by backslashes; its values follow, one a
-/// line, as "name"="text" or "name"=dword: and eight hexadecimal digits. Lines that begin with a
-/// semicolon or a number sign are comments, which an export does not keep.
+/// The file is UTF-8 in every locale and has the format of ACE_Registry_ImpExp. A section is a line
+/// with its full path in square brackets; backslashes separate the parts of the path. The values of
+/// the section follow, one on each line, as "name"="text" or as "name"=dword: and eight hexadecimal
+/// digits. Lines that begin with ';' or '#' are comments; an export does not keep them.
 ///
-/// What the format cannot carry: a line end in any text, a '"' in the name of a value, and values
-/// of the root section; the store takes them, but they do not come back from the file, and a '/' in
-/// the name of a section comes back as a backslash. A last line without its line end is not read.
-/// Names are refused when they are longer than 255 bytes of UTF-8 or hold '[' or ']', those of
-/// values also with a backslash; so is the empty name of a section, also as a part of a path.
+/// Limits of the format:
+/// - The store accepts a newline in any text, a '"' in the name of a value and values of the root
+///   section, but they are not read back from the file.
+/// - A '/' in the name of a section is read back as a backslash.
+/// - A last line with a missing newline is not read.
+/// - Not accepted are names of more than 255 bytes of UTF-8, names with '[' or ']', names of values
+///   with a backslash, and an empty section name, also as a part of a path.
+/// - Use one spelling for each section. A second one that differs only in case ("network" and
+///   "Network") is usually rejected: opening it fails, and an import ends there. Where the store
+///   accepts it, all exports can fail. Value names that differ only in case are the same value.
 ///
-/// An import refuses what would harm the process: a file with more than 8 zero bytes or a line of
+/// An import rejects what would harm the process: a file with more than 8 zero bytes, a line of
 /// more than 16 MiB, a section more than 128 levels deep, more than 50000 levels of sections in
-/// all, and what is no plain file. An export that would make such a file fails; the old file stays.
+/// total, and anything but a regular file. An export that would write such a file fails, and the
+/// old file stays.
 ///
-/// Keep to one spelling of each section: a second one in other letters ("network" and "Network") is
-/// mostly refused, so that opening it fails and an import ends there; where the store takes it, all
-/// exports can fail. Value names that differ only in case are one value.
-///
-/// Operations that give an int give 0 for success and otherwise the non-zero code of what failed;
-/// nothing throws but exhausted memory. A null text counts as an empty one. The short get and set
-/// operations act on the current section, which every successful openSection moves. One object
-/// belongs to one thread at a time: reading moves or uses the current section too.
+/// Functions that return an int return 0 for success and otherwise the non-zero code of the
+/// failure. They throw only when an allocation fails. A null text counts as an empty one. The get
+/// and set functions without a section use the current section, which every successful openSection
+/// changes. Only one thread at a time may use an object, because reading uses or changes the
+/// current section too.
 class TARNIX_CMN_API CCmnConfiguration
 {
 public:
     /// An empty store without a file.
     CCmnConfiguration();
 
-    /// Tied to the file, as after importConfig, whose result is dropped. With `import` false the
-    /// file is not looked at and only an export touches it.
+    /// A store for the file. With `import` true it is filled by importConfig; getLastError has the
+    /// failure, if any. With `import` false the file is not read; only an export accesses it.
     CCmnConfiguration(const wchar_t* path, const wchar_t* file, bool import);
 
     CCmnConfiguration(const CCmnConfiguration&) = delete;
     CCmnConfiguration& operator=(const CCmnConfiguration&) = delete;
 
-    /// What has not been exported is lost.
+    /// Changes that have not been exported are lost.
     ~CCmnConfiguration() = default;
 
-    /// Ties the object to the file, even when it then fails, and adds what the file holds to the
-    /// store: values of the same name are replaced, others stay, and so does what a failed import
-    /// has brought in. `path` carries its trailing separator.
+    /// Makes this the file of the object, even if the import fails, and adds the contents of the
+    /// file to the store. Values of the same name are replaced, others stay. What a failed import
+    /// has read before the failure stays too. `path` must end with a separator.
     int importConfig(const wchar_t* path, const wchar_t* file);
 
-    /// The whole store replaces the whole file, which is made if it is missing. The new file is
-    /// written beside the old one under a name that begins with ".tarnix-", and then renamed: when
-    /// the process is stopped at any point, the disk is full or the export fails otherwise, the old
-    /// file is untouched; only a killed process leaves its unfinished file behind. A link to the
-    /// file stays a link. Permissions are kept, and the owner and the group where the process may
-    /// give the file away; further hard links stay with the old file.
+    /// Replaces the whole file with the whole store; creates the file if it is missing. The export
+    /// writes a temporary file in the same directory, whose name begins with ".tarnix-", and
+    /// renames it. If the process is stopped, the disk is full or the export fails for another
+    /// reason, the old file is unchanged. Only a killed process leaves its temporary file. A
+    /// symbolic link to the file stays a link. Permissions are kept, and also owner and group if
+    /// the process may set them. Other hard links still lead to the old file.
     ///
-    /// Where no file can be made there or renamed - a directory that may not be written, a file
-    /// that is mounted by itself - for a file with an access list, and for what is no plain file,
-    /// the export writes in place, and one that is interrupted leaves a part. Nothing is forced to
-    /// the disk: what a crash of the machine leaves is up to the file system.
+    /// The export writes to the file itself if no file can be created or renamed in the directory,
+    /// for example because it is not writable, or if the file is a mount point, has an ACL or is
+    /// not a regular file. If it is then interrupted, an incomplete file stays. The data is not
+    /// flushed to the disk: what a crash of the machine leaves depends on the file system.
     int exportConfig();
 
     /// @{
-    /// Names of the sub-sections, in the store's order; none for a key that opens nothing. The form
-    /// without a key is that of the current section.
+    /// The names of the sub-sections, in the order of the store; none for a key that names no
+    /// section. Without a key: those of the current section.
     std::vector<tstr> enumerateSections(const ACE_Configuration_Section_Key& section);
     std::vector<tstr> enumerateSections();
     /// @}
 
     /// @{
-    /// Opens the section `name`, which may be a path with backslashes, under `base` or under the
-    /// root, and makes it the current section. `create` is 1 to make a missing section, 0 to fail
-    /// on it. After a failure `result` and the current section are what they were. The key may be
-    /// copied and stays valid as long as the store.
+    /// Opens the section `name`, which may be a path with backslashes, below `base` or below the
+    /// root, and makes it the current section. With `create` 1 a missing section is created; with 0
+    /// the call fails. After a failure `result` and the current section are unchanged. The key may
+    /// be copied and is valid as long as the store.
     int openSection(const ACE_Configuration_Section_Key& base, const wchar_t* name,
                     ACE_Configuration_Section_Key& result, int create);
     int openSection(const wchar_t* name, ACE_Configuration_Section_Key& result, int create);
     /// @}
 
-    /// The store itself. Its names and texts are UTF-8. Not usable when the constructor could not
-    /// open it; all operations here fail then.
+    /// The store itself; its names and texts are UTF-8. If the constructor could not open it, it
+    /// must not be used, and all other functions fail.
     ACE_Configuration_Heap& configHeap();
 
     /// @{
-    /// A get that fails leaves `value` as it was.
+    /// A get that fails does not change `value`.
     int setIntegerValue(const wchar_t* name, unsigned int value);
     int getIntegerValue(const wchar_t* name, unsigned int& value);
     int setStringValue(const wchar_t* name, const tstr& value);
@@ -102,12 +118,12 @@ public:
     /// @}
 
     /// @{
-    /// These open the section from the root first, and make it when it is missing.
+    /// These first open the section, below the root, and create it if it is missing.
     int getStringValue(const wchar_t* section, const wchar_t* name, tstr& value);
     int getIntegerValue(const wchar_t* section, const wchar_t* name, unsigned int& value);
     /// @}
 
-    /// The last failure of a constructor or of importConfig; success does not clear it.
+    /// The last failure of a constructor or of importConfig; a later success does not clear it.
     const CCmnError& getLastError() const { return m_LastError.getError(); }
 
 private:
@@ -115,8 +131,8 @@ private:
     void setFile(const wchar_t* path, const wchar_t* file);
     int verifyFile();
 
-    /// A name or a value as the store takes it. False when there is none: no store is open, or the
-    /// text has no UTF-8.
+    /// Converts a name or a value to the form of the store. False if no store is open or the text
+    /// is not representable in UTF-8.
     bool storeText(const wchar_t* text, std::string& utf8) const;
 
     CCmnErrorHolder m_LastError;
@@ -125,7 +141,7 @@ private:
     tstr m_File;
     tstr m_FullPath;
     ACE_Configuration_Section_Key m_Section;
-    bool m_Opened = false; ///< a heap that is not open crashes when it is asked anything
+    bool m_Opened = false; ///< any call on a heap that is not open crashes
 };
 
 } // namespace tarnix_cmn_4_4

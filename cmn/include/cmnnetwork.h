@@ -1,6 +1,19 @@
 /// @file
-/// Questions about host names: what this machine is called, what a name or an address resolves to,
-/// and whether two names mean the same host.
+/// Host names: the name of this machine, the address of a name, the name of an address, and whether
+/// two names mean the same host.
+///
+/// @code
+/// #include "cmnnetwork.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// std::string address;
+/// if (CCmnNetwork::getHostbyName("127.0.0.1", address) == 0) { // an address needs no lookup
+///     std::cout << address << '\n';                            // prints 127.0.0.1
+/// }
+/// const CCmnHostInfo host{"alpha", "192.0.2.7", "alpha.example.com"};
+/// std::cout << std::boolalpha << CCmnNetwork::compare("ALPHA", host) << '\n'; // prints true
+/// @endcode
 #ifndef TARNIX_CMNNETWORK_H
 #define TARNIX_CMNNETWORK_H
 
@@ -13,52 +26,54 @@ namespace tarnix_cmn_4_4
 
 /// Each field is empty if nothing was found for it.
 struct CCmnHostInfo {
-    std::string hostName;  ///< as it was asked for, or as the reverse look-up of an address gave it
+    std::string hostName;  ///< as requested, or as the reverse lookup of an address returned it
     std::string ipAddress; ///< dotted IPv4
-    std::string fqdn;      ///< in lower case, from the reverse look-up
+    std::string fqdn;      ///< in lower case, from the reverse lookup
 };
 
-/// Only IPv4 is known. Every look-up blocks for as long as the system takes, with no cache and no
-/// second try. Nothing is kept between calls, and any thread may call. Look-ups return 0, or 3 for
-/// every failure. A text is never null unless told otherwise.
+/// Supports IPv4 only. A lookup blocks for as long as the system takes; there is no cache and no
+/// retry. The functions keep no state and may be called from any thread. Lookups return 0 for
+/// success and 3 for any failure. A text must not be null unless a function allows it.
 class TARNIX_CMN_API CCmnNetwork
 {
 public:
-    /// Same host: one field that is not empty is equal in both but for the case of letters.
+    /// True if both are the same host: at least one field is not empty and equal in both, ignoring
+    /// case.
     static bool compare(const CCmnHostInfo& left, const CCmnHostInfo& right);
 
-    /// The name is one of the record's three, but for the case of letters; the empty name is none.
+    /// True if the name equals one of the three fields, ignoring case. The empty name equals none.
     static bool compare(const std::string& name, const CCmnHostInfo& host);
 
-    /// This machine, by its own name.
+    /// This machine, looked up by its own name.
     static CCmnHostInfo resolve();
 
-    /// A host by its name or IPv4 address. A failed look-up leaves its field empty; a host that is
-    /// not known still has the name, or the address, that was asked for.
+    /// The host with a name or an IPv4 address. A field whose lookup fails is empty. For an unknown
+    /// host the record still contains the name or the address that was passed.
     static CCmnHostInfo resolve(const std::string& nameOrAddress);
 
-    /// Four numbers from 0 to 255 between dots. Leading zeros are allowed, and superfluous dots do
-    /// not matter: "1..2.3.004." is an address.
+    /// True for four numbers from 0 to 255 with dots between them. Leading zeros and extra dots are
+    /// accepted: "1..2.3.004." is an address.
     static bool validateIPAddress(const char* text);
 
-    /// The official name of the host with that address, as the system wrote it. If the text is no
-    /// address (and 255.255.255.255 counts as none), 3 with the text in `name`; if no host is
-    /// found, 3 with `name` unchanged.
+    /// Sets `name` to the official name of the host with that address, as the system returns it. If
+    /// the text is not an address (255.255.255.255 counts as none), returns 3 and sets `name` to
+    /// the text. If no host is found, returns 3 and does not change `name`.
     static int getHostbyAddr(const char* address, std::string& name);
 
-    /// The host's first address; of a text that is an address the text itself, without a look-up.
-    /// `address` is unchanged on failure.
+    /// Sets `address` to the first address of the host. If `name` is an address already, sets it to
+    /// that text without a lookup. `address` is unchanged after a failure.
     static int getHostbyName(const char* name, std::string& address);
 
-    /// The name, in lower case, that the reverse look-up gives for the address, or for the first
-    /// address of the host with that name. It need not hold a dot. A text that begins with a digit
-    /// counts as an address. Null and empty texts give 3; `fqdn` is unchanged on failure.
+    /// Sets `fqdn` to the name, in lower case, that the reverse lookup returns for the address, or
+    /// for the first address of the host with that name. It may be a name without a dot. A text
+    /// that begins with a digit counts as an address. A null or empty text gives 3. `fqdn` is
+    /// unchanged after a failure.
     static int getFQDN(const char* nameOrAddress, std::string& fqdn);
 
-    /// The same of this machine.
+    /// The same for this machine.
     static int getFQDN(std::string& fqdn);
 
-    /// This machine's own name, in the locale's encoding; empty if it cannot be told.
+    /// The name of this machine, in the locale's encoding; empty if the system gives none.
     static std::string getComputerName();
 
 private:

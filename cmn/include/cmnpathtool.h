@@ -1,5 +1,19 @@
 /// @file
-/// Where the product's files lie, and where a sibling product keeps its log configuration.
+/// Where the files of the product are, and where a sibling product keeps its log configuration.
+///
+/// @code
+/// #include "cmnpathtool.h"
+/// #include "cmnstringtool.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// tstr directory, file;
+/// CCmnPathTool::getConfigFileInfo(L"server", directory, file);
+/// const std::string path = CCmnStringTool::tstr2str(directory + file);
+/// std::cout << path << '\n'; // prints ConfigFiles/server.conf
+/// @endcode
+///
+/// On a system with an installed product, the install directory comes first.
 #ifndef TARNIX_CMNPATHTOOL_H
 #define TARNIX_CMNPATHTOOL_H
 
@@ -9,34 +23,34 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Directories carry their trailing separator, so directory and file name join by concatenation.
-/// The program files and the install directory are two registry values (platform_registry.h), read
-/// anew by every call. Nothing is kept and nothing throws but exhausted memory; any thread may
-/// call.
+/// Directories end with a separator, so that directory and file name can be concatenated. The
+/// program files directory and the install directory are two registry values (see setRegistryFile),
+/// which every call reads again. The functions keep no state, may be called from any thread, and
+/// throw only when an allocation fails.
 class TARNIX_CMN_API CCmnPathTool
 {
 public:
     /// @{
-    /// The program files directory, without a trailing separator, and the install directory, with
-    /// one. Return 0, or the non-zero code of the registry operation that failed; the output is
-    /// then untouched.
+    /// Set the output to the program files directory, without a trailing separator, or to the
+    /// install directory, with one. Return 0, or the non-zero code of the failed registry
+    /// operation; the output is then unchanged.
     static int getProgramFilesDir(tstr& dir);
     static int getInstallPath(tstr& path);
     /// @}
 
     /// @{
-    /// Where the trace file, the configuration file and the message bundle of a name lie: under the
-    /// install directory Logs/ with name.log, ConfigFiles/ with name.conf, Messages/ with libname.
-    /// The directory is made if it is missing and its parent exists. Always 0: when the install
-    /// directory cannot be read, `dir` keeps what the caller passed and gets the sub-directory
-    /// appended, and a directory that cannot be made shows when the file is opened.
+    /// Where the trace file, the configuration file and the message bundle with a name are. Below
+    /// the install directory these are Logs/NAME.log, ConfigFiles/NAME.conf and Messages/libNAME.
+    /// The directory is created if it is missing and its parent exists. Always return 0. If the
+    /// install directory is not known, the sub-directory is appended to what the caller passed in
+    /// `dir`. If the directory cannot be created, opening the file will fail.
     static int getTraceFileInfo(const tstr& name, tstr& dir, tstr& file);
     static int getConfigFileInfo(const tstr& name, tstr& dir, tstr& file);
     static int getMessageFileInfo(const tstr& name, tstr& dir, tstr& file);
     /// @}
 
-    /// 0 if there is a file or directory of that path. A path that is null or that the locale
-    /// cannot express does not exist.
+    /// Returns 0 if the path names an existing file or directory. A path that is null, or not
+    /// representable in the locale's encoding, does not exist.
     static int verify(const wchar_t* path);
 };
 
@@ -44,14 +58,14 @@ public:
 class TARNIX_CMN_API CCmnSGDConfiguration
 {
 public:
-    /// Always 0. When the program files directory cannot be read, `dir` keeps what the caller
-    /// passed in front of the sub-directory. Nothing is made.
+    /// Sets `dir` and `file` and always returns 0. If the program files directory is not known, the
+    /// sub-directory is appended to what the caller passed in `dir`. Creates nothing.
     static int getTraceConfigFileInfo(tstr& dir, tstr& file);
 
-    /// The decimal number behind the first '=' of the first line that holds
-    /// "Default.DiagnosticLevel". Returns 0; 26 if the file cannot be opened; 1 if there is no such
-    /// line or no number in it. `level` is changed only on 0. A line of more than 254 bytes counts
-    /// as several.
+    /// Reads the decimal number after the first '=' of the first line that contains
+    /// "Default.DiagnosticLevel". Returns 0 for success, 26 if the file cannot be opened, 1 if
+    /// there is no such line or it has no number. `level` is changed only on success. A line of
+    /// more than 254 bytes counts as several lines.
     static int getTraceLevel(tstr& dir, tstr& file, int& level);
 };
 

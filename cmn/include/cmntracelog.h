@@ -1,5 +1,16 @@
 /// @file
-/// The trace log: lines in one text file and, on request, on standard output.
+/// The trace log: writes lines to one text file and, on request, to standard output.
+///
+/// @code
+/// #include "cmnsmartptr.h"
+/// #include "cmntracelog.h"
+///
+/// using namespace tarnix_cmn_4_4;
+/// CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
+/// log.get()->initialize(L"worker", L"", L"", 1, true); // Logs/worker.log and standard output
+/// log.get()->trace(1, "started %d threads", 4);        // prints worker:TIME started 4 threads
+/// log.get()->trace(5, "not written: the active level is 1");
+/// @endcode
 #ifndef TARNIX_CMNTRACELOG_H
 #define TARNIX_CMNTRACELOG_H
 
@@ -13,77 +24,81 @@
 namespace tarnix_cmn_4_4
 {
 
-/// A line passes when its level is less than or equal to the active level: the smaller the number,
-/// the more important the line. The settings stand in the section DEBUG_TRACE_INFO of a file that
-/// bears the log's name and the ending ".conf", in the configuration directory of CCmnPathTool:
+/// A line is written when its level is less than or equal to the active level: the smaller the
+/// number, the more important the line. The settings are in the section DEBUG_TRACE_INFO of the
+/// file NAME.conf in the configuration directory of CCmnPathTool, where NAME is the name of the
+/// log:
 ///
-///   TRACEDIR     text      directory of the trace file
-///   TRACEFILE    text      its name
-///   TRACELEVEL   integer   active level from the first call of trace on
-///   TRACESTDOUT  integer   1 switches the copy to standard output on; nothing else switches it off
+/// | Setting | Type | Meaning |
+/// |---|---|---|
+/// | TRACEDIR | text | directory of the trace file |
+/// | TRACEFILE | text | file name of the trace file |
+/// | TRACELEVEL | integer | active level, from the first call of trace on |
+/// | TRACESTDOUT | integer | 1 turns the copy to standard output on; no value turns it off |
 ///
-/// Made with CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>, and destroyed by the
-/// last such pointer. Takes no lock: one object belongs to one thread at a time. Several objects
+/// Create a log with CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>; the last such
+/// pointer destroys it. A log takes no lock: only one thread at a time may use it. Several objects
 /// and several processes may write to one file.
 class TARNIX_CMN_API CCmnTraceLog : public virtual CCmnRefCount
 {
 public:
     /// @{
-    /// Writes nothing until it is initialised. The active level is 12345 until then.
+    /// Writes nothing until initialize is called. Until then the active level is 12345.
     CCmnTraceLog();
     CCmnTraceLog(const CCmnTraceLog&) = delete;
     CCmnTraceLog& operator=(const CCmnTraceLog&) = delete;
     /// @}
 
-    /// Loads the settings, creates the configuration file if it is missing, and tests that the
-    /// trace file can be opened. When both `dir` and `file` are given, they and the level replace
-    /// what the configuration file holds, and TRACESTDOUT becomes 0; when one of them is empty, the
-    /// configured or the default place is used, which lies below `dir` where the install directory
-    /// cannot be read. Failures are told on standard output. May be called again in any state; an
-    /// initialised log stays initialised.
+    /// Loads the settings, creates the configuration file if it is missing, and tests whether the
+    /// trace file can be opened. If both `dir` and `file` are given, they and `level` replace the
+    /// settings in the configuration file, and TRACESTDOUT becomes 0. If one of them is empty, the
+    /// configured or the default file is used; the default is below `dir` if the install directory
+    /// is not known. With `toStdout`, lines are copied to standard output. Failures are reported on
+    /// standard output. May be called again in any state; an initialised log stays initialised.
     void initialize(const tstr& name, tstr dir, tstr file, int level, bool toStdout);
 
-    /// The trace file could be opened at least once.
+    /// True once initialize has been able to open the trace file.
     bool isInitialized() const { return m_Initialized; }
 
-    /// The active level as the last trace or UpdateTraceLevelFromConfigFile found it: lines of this
-    /// level and below were written. Between initialize and the first of these: at most 1, or the
-    /// sibling's level.
+    /// Sets `level` to the active level as the last call of trace or UpdateTraceLevelFromConfigFile
+    /// found it: lines of this level and below were written. Between initialize and the first such
+    /// call it is at most 1, or the level of the sibling product.
     void GetTraceLevels(int& level) const { level = m_Settings.level(); }
 
-    /// Appends one line, the time and the text, and the same with the log's name in front to
-    /// standard output if that is on. The line is in the file when this returns. The format follows
-    /// printf; the text has no limit. A text that cannot be formatted in the current locale is
-    /// replaced by its format. Lines that cannot be written are lost without a word.
+    /// Appends a line with the time and the text to the trace file. If the copy is on, writes the
+    /// same line after the name of the log to standard output. The line is in the file when this
+    /// returns. The format is that of printf; the text can have any length. If it cannot be
+    /// formatted in the current locale, the format itself is written. Lines that cannot be written
+    /// are lost without a report.
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-    /// The active level becomes the TRACELEVEL of the store in memory, 1 if there is none.
+    /// Sets the active level to TRACELEVEL of the settings in memory, or to 1 if there is none.
     void UpdateTraceLevelFromConfigFile();
 
-    /// Puts the three settings, and TRACESTDOUT 0, into the configuration file. Returns 0, or the
-    /// non-zero code of the export; the store in memory holds the settings all the same.
+    /// Writes the three settings, and 0 for TRACESTDOUT, to the configuration file. Returns 0, or
+    /// the non-zero code of the failed export; the settings in memory are changed in both cases.
     int updateConfigFile(const tstr& dir, const tstr& file, const int& level);
 
-    /// Reads the settings, and completes the configuration file with what it lacks. Whatever the
-    /// arguments hold, `dir` and `file` become the configured or the default place, and `level` 0
-    /// or 1 or the sibling product's level, if that is greater.
+    /// Reads the settings, and adds the missing ones to the configuration file; a missing
+    /// TRACELEVEL with the value of `level`. Whatever was passed, `dir` and `file` are then set to
+    /// the configured or the default trace file, and `level` to 0 or 1, or to the level of the
+    /// sibling product if that is greater.
     void loadFromConfigFile(tstr& dir, tstr& file, int& level);
 
-    /// updateConfigFile when both `dir` and `file` are given, then loadFromConfigFile.
+    /// Calls updateConfigFile if both `dir` and `file` are given, then loadFromConfigFile.
     void initTraceSettings(tstr& dir, tstr& file, int& level);
 
 protected:
     ~CCmnTraceLog() override;
 
 private:
-    /// The store in memory, and the active level, which trace takes from it. What is handed out to
-    /// be changed is marked: as long as that did not happen, trace need not look the level up
-    /// again.
+    /// The store in memory, and the active level, which trace takes from it. As long as nobody
+    /// could have changed the store or the level, trace need not look the level up again.
     class Settings
     {
     public:
-        /// To be asked for anew for each use, and never kept: a change through a kept reference
-        /// would not be seen.
+        /// Call this for each use and never keep the reference: a change through a kept reference
+        /// would not be noticed.
         CCmnConfiguration& store()
         {
             m_IsLevelOfStore = false;
