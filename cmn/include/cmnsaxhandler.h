@@ -1,6 +1,6 @@
 /// @file
-/// The base of a caller's handler for CCmnSaxParser: it gathers the character data and stores the
-/// last problem in place of raising it.
+/// The base class of handlers for CCmnSaxParser: it collects the character data and stores the last
+/// problem instead of throwing it. For an example see cmnsaxparser.h.
 #ifndef TARNIX_CMNSAXHANDLER_H
 #define TARNIX_CMNSAXHANDLER_H
 
@@ -14,35 +14,34 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Keeps Xerces-C initialised for as long as it lives. Whatever belongs to Xerces-C has to be made
-/// and destroyed while some such object, or a parser, lives.
+/// Keeps Xerces-C initialised during its lifetime. Create and destroy every object of Xerces-C
+/// while such an object, or a parser, exists.
 ///
-/// Any number of these may come and go on any threads: the library's calls of Initialize and
-/// Terminate, on which Xerces-C takes no lock, exclude each other. They do not know of such calls
-/// that the process makes itself; it makes them before its other threads start.
+/// Any number of these objects may exist, on any threads. Xerces-C takes no lock in Initialize and
+/// Terminate; this library calls them under a lock of its own. That lock does not cover calls by
+/// the program itself: make them before other threads start.
 class TARNIX_CMN_API CCmnSaxLibrary
 {
 public:
     CCmnSaxLibrary() { beginUse(); }
     /// @{
-    /// Each object, a copy too, is a use of its own.
+    /// Each object counts as a use, copies too.
     CCmnSaxLibrary(const CCmnSaxLibrary&) { beginUse(); }
     CCmnSaxLibrary& operator=(const CCmnSaxLibrary&) = default;
     ~CCmnSaxLibrary() { endUse(); }
     /// @}
 
     /// @{
-    /// One Initialize and one Terminate of Xerces-C, for those who must pair them by hand.
+    /// One Initialize and one Terminate of Xerces-C, for code that cannot hold an object.
     static void beginUse();
     static void endUse();
     /// @}
 };
 
-/// A handler may be made before the first parser and outlive the last. One object belongs to one
-/// thread at a time. Derive from it, override startElement and endElement, and work on m_Text.
+/// Derive from it, override startElement and endElement, and use m_Text. A handler may be created
+/// before the first parser and destroyed after the last. Only one thread at a time may use it.
 ///
-/// Nothing resets the text and the stored problem between two parses; a fresh result takes a fresh
-/// handler.
+/// The text and the stored problem are not reset between two parses: use a new handler for each.
 class TARNIX_CMN_API CCmnSaxParseHandler : public xercesc::DefaultHandler, private CCmnSaxLibrary
 {
 public:
@@ -50,20 +49,20 @@ public:
     ~CCmnSaxParseHandler() override;
 
     /// @{
-    /// The text in the local code page of Xerces-C, which it takes from the locale; what that page
-    /// does not have is replaced. toWString goes on from there with CCmnStringTool::str2wstr, and
-    /// is empty if that fails. A text that cannot be transcoded gives the empty string.
+    /// Converts the text to the local code page of Xerces-C, which depends on the locale.
+    /// Characters not representable in that code page are replaced. toWString then converts the
+    /// result with CCmnStringTool::str2wstr. If a conversion fails, the result is empty.
     std::string toString(const XMLCh* const text) const;
     std::wstring toWString(const XMLCh* const text) const;
     /// @}
 
-    /// Appends the terminated text, as toString gives it, to m_Text. The text ends at its
-    /// terminator whatever the length, which only tells whether the reader may have cut a long text
-    /// within a character; the second half then goes with the first.
+    /// Appends the result of toString to m_Text. The text ends at its terminator; `length` is used
+    /// only to find out whether the reader may have split a long text inside a character. The first
+    /// half of such a character is kept and converted together with the second.
     void characters(const XMLCh* const text, const XMLSize_t length) override;
 
     /// @{
-    /// Do nothing.
+    /// Do nothing; for derived classes.
     void startElement(const XMLCh* const uri, const XMLCh* const localname,
                       const XMLCh* const qname, const xercesc::Attributes& attributes) override;
     void endElement(const XMLCh* const uri, const XMLCh* const localname,
@@ -71,36 +70,35 @@ public:
     /// @}
 
     /// @{
-    /// All three store the problem over the one before, whatever its severity, and raise nothing.
+    /// Store the problem in place of the one before, even if that was more severe. Throw nothing.
     void warning(const xercesc::SAXParseException& problem) override;
     void error(const xercesc::SAXParseException& problem) override;
     void fatalError(const xercesc::SAXParseException& problem) override;
     /// @}
 
-    /// Whether a problem was reported since the handler was made.
+    /// True if a problem has been reported since the handler was created.
     bool hasLastError() const { return m_HasLastError; }
 
-    /// The stored problem itself; without one, an exception whose texts are null. A copy that is to
-    /// outlive this handler needs a CCmnSaxLibrary beside it.
+    /// The stored problem; if there is none, an exception whose texts are null. A copy that
+    /// outlives this handler needs a CCmnSaxLibrary that lives at least as long as the copy.
     xercesc::SAXParseException& getLastError() { return m_LastError; }
 
-    /// Raises the stored problem, to be caught as SAXParseException or SAXException, each time that
-    /// it is called. Returns if there is none or it has no message. What is raised may be looked at
-    /// when handler and parser are gone.
+    /// Throws the stored problem as a SAXParseException, on every call. Returns if there is none or
+    /// it has no message. The exception is valid even after handler and parser are destroyed.
     void throwLastError();
 
 protected:
     /// @{
-    /// What getLastError and hasLastError give.
+    /// What getLastError and hasLastError return.
     xercesc::SAXParseException m_LastError;
     bool m_HasLastError;
     /// @}
-    std::string m_Text; ///< all character data so far; only a derived class empties it
+    std::string m_Text; ///< all character data so far; only a derived class clears it
 
 private:
     void store(const xercesc::SAXParseException& problem);
 
-    XMLCh m_Lead = 0; // the first half of a character that the reader has cut
+    XMLCh m_Lead = 0; // the first half of a character that the reader has split
 };
 
 } // namespace tarnix_cmn_4_4

@@ -1,5 +1,23 @@
 /// @file
-/// Parses XML held in memory with a SAX2 reader whose features are fixed.
+/// Parses XML in memory with a SAX2 reader whose features are fixed.
+///
+/// @code
+/// #include "cmnsaxhandler.h"
+/// #include "cmnsaxparser.h"
+/// #include <iostream>
+///
+/// struct Handler : tarnix_cmn_4_4::CCmnSaxParseHandler {
+///     void endElement(const XMLCh*, const XMLCh*, const XMLCh* name) override
+///     {
+///         std::cout << toString(name) << '=' << m_Text << '\n'; // prints port=80
+///         m_Text.clear();
+///     }
+/// };
+/// Handler handler;
+/// tarnix_cmn_4_4::CCmnSaxParser parser(&handler);
+/// parser.parse("<port>80</port>");
+/// return handler.hasLastError() ? 1 : 0;
+/// @endcode
 #ifndef TARNIX_CMNSAXPARSER_H
 #define TARNIX_CMNSAXPARSER_H
 
@@ -14,47 +32,48 @@
 namespace tarnix_cmn_4_4
 {
 
-/// The reader neither validates nor processes namespaces, and it is closed to what a text from
-/// outside could do with a document type declaration:
+/// The reader does not validate and does not process namespaces. Untrusted input cannot use a
+/// document type declaration for an attack:
 ///
-///   - No file and no host is ever read. An external DTD is passed over; a reference to an external
-///     entity is a fatal error.
-///   - What entities, parameter entities and default attributes make of the text is limited, in
-///     content, in attributes and in the declarations alike: to a million characters and eight for
-///     each byte of the document, where each replacement of an entity counts as 200 characters
-///     more, and to 32 entities within each other. A document whose declarations could pass that,
-///     whether it uses them all or not, gives a fatal error (without a line number) before anything
-///     is replaced.
-///   - Documents in UCS-4 or EBCDIC, which this class does not read ahead, are taken for the worst:
-///     with more than some 10 KB and an entity declaration they meet that limit.
+/// - The parser never reads a file or connects to a host. An external DTD is ignored. A reference
+///   to an external entity is a fatal error.
+/// - The expansion of entities, parameter entities and default attributes is limited, in content as
+///   in attributes and declarations. The limit is a million characters plus eight for each byte of
+///   the document, where each replacement of an entity counts as 200 more characters, and a nesting
+///   of 32 entities. If the declarations of a document could exceed it, even if the document does
+///   not use them, the result is a fatal error without a line number before anything is expanded.
+/// - A document in UCS-4 or EBCDIC cannot be checked in advance, so the worst case is assumed: it
+///   exceeds the limit if it has an entity declaration and more than about 10 KB.
 ///
-/// One object, with its handler, belongs to one thread at a time. It keeps Xerces-C initialised.
+/// Only one thread at a time may use a parser and its handler. A parser keeps Xerces-C initialised.
 class TARNIX_CMN_API CCmnSaxParser
 {
 public:
     /// @{
-    /// The handler may be null until setHandler. It belongs to the caller and outlives every parse.
+    /// The handler belongs to the caller and must live during every parse. It may be null until
+    /// setHandler is called.
     explicit CCmnSaxParser(xercesc::DefaultHandler* handler = nullptr);
     ~CCmnSaxParser();
     CCmnSaxParser(const CCmnSaxParser&) = delete;
     CCmnSaxParser& operator=(const CCmnSaxParser&) = delete;
     /// @}
 
-    /// Belongs to the constructor. A further call leaks a reader and a use of Xerces-C, and takes
-    /// the handler away. If Xerces-C fails here, there is no reader, and parse tries to make it.
+    /// Called by the constructor, and not for users: another call leaks a reader and a use of
+    /// Xerces-C, and removes the handler. If Xerces-C fails here, there is no reader, and parse
+    /// tries again to create it.
     void init();
 
-    /// The handler gets content and errors, and nothing else; null takes the one before away.
+    /// The handler receives content and errors, and nothing else. Null removes the handler.
     void setHandler(xercesc::DefaultHandler* handler);
 
-    /// Calls the handler from here. Malformed text is the handler's affair: it gets fatalError, and
-    /// parse returns. What the handler raises goes to the caller, and so does what Xerces-C raises
-    /// when memory is refused: xercesc::OutOfMemoryException, which is no std::exception. The
-    /// object can be used again after each of them. The encoding is that of the text's declaration
-    /// or byte order mark, or UTF-8.
+    /// Parses the text and calls the handler on the calling thread. For malformed text the handler
+    /// receives fatalError, and parse returns. Exceptions of the handler reach the caller, and so
+    /// does xercesc::OutOfMemoryException, which Xerces-C throws when an allocation fails and which
+    /// is not a std::exception. The parser can be used again after any of them. The encoding is
+    /// that of the XML declaration or of the byte order mark, otherwise UTF-8.
     void parse(const std::string& text);
 
-    /// The lines one behind the other, with nothing between them.
+    /// Parses the concatenated lines, with nothing between them.
     void parse(const std::vector<std::string>& lines);
 
 private:

@@ -1,6 +1,20 @@
 /// @file
-/// The text toolbox: conversions between the string kinds, numbers and hex as text, text editing
+/// Text functions: conversions between the kinds of strings, numbers and bytes as text, editing,
 /// and XML escaping.
+///
+/// @code
+/// #include "cmnstringtool.h"
+/// #include <iostream>
+///
+/// using tarnix_cmn_4_4::CCmnStringTool;
+/// const std::vector<std::string> words = CCmnStringTool::tokenize("port = 8080", "= ");
+/// int port = 0;
+/// CCmnStringTool::str2int(words.at(1), port);
+/// const std::string name = CCmnStringTool::tostrupper(words.at(0));
+/// std::cout << name << ' ' << port + 1 << '\n'; // prints PORT 8081
+/// const icu::UnicodeString text = CCmnStringTool::str2ustr("from UTF-8 to UTF-16");
+/// std::cout << CCmnStringTool::ustr2str(text) << '\n'; // prints from UTF-8 to UTF-16
+/// @endcode
 #ifndef TARNIX_CMNSTRINGTOOL_H
 #define TARNIX_CMNSTRINGTOOL_H
 
@@ -18,24 +32,26 @@
 namespace tarnix_cmn_4_4
 {
 
-/// All operations are static, keep nothing between calls, leave their arguments alone unless told
-/// otherwise, and may be called from any thread. Those that depend on the locale read LC_CTYPE as
-/// the process (or the calling thread) has set it; setlocale must not run at the same time.
+/// All functions are static, keep no state and may be called from any thread. They do not change
+/// their arguments unless their comment says so. Those that depend on the locale use LC_CTYPE as
+/// set for the process or the calling thread; setlocale must not run at the same time.
 ///
-/// The four kinds of string:
-///   narrow  std::string            bytes: UTF-8 for str2ustr and ustr2str, the locale's multibyte
-///                                  encoding for every other conversion
-///   wide    std::wstring           one code point a unit
-///   tstr    ACE_String_Base        one code point a unit
-///   ustr    icu::UnicodeString     UTF-16
-/// A narrow string does not tell which of its two meanings it has. Text that was made by one and is
-/// read by the other is right only where it is ASCII or the locale's encoding is UTF-8.
+/// | String | Type | Contents |
+/// |---|---|---|
+/// | narrow | std::string | bytes, see below |
+/// | wide | std::wstring | a code point in each unit |
+/// | tstr | ACE_String_Base | a code point in each unit |
+/// | ustr | icu::UnicodeString | UTF-16 |
 ///
-/// "Cut at the first NUL" means that the input is read through its terminated form: what follows an
+/// A narrow string is UTF-8 for str2ustr and ustr2str, and in the locale's multibyte encoding for
+/// all other conversions. The string itself does not show which of the two it is. To write it as
+/// one and read it as the other is correct only for ASCII text or in a UTF-8 locale.
+///
+/// "Cut at the first NUL" means that the input is read as a terminated text: what follows an
 /// embedded zero is dropped.
 ///
-/// A conversion that fails gives an empty result and never a part of the text. Exhausted memory
-/// raises std::bad_alloc.
+/// A conversion that fails returns an empty text and never a part of it. If an allocation fails,
+/// std::bad_alloc is thrown.
 class TARNIX_CMN_API CCmnStringTool
 {
 public:
@@ -46,79 +62,79 @@ public:
     static icu::UnicodeString str2ustr(const std::string& text);
 
     /// UTF-16 to UTF-8, cut at the first NUL. Empty if there is an unpaired surrogate anywhere in
-    /// the text, also behind a NUL.
+    /// the text, even after a NUL.
     static std::string ustr2str(const icu::UnicodeString& text);
 
-    /// Code points to UTF-16, cut at the first NUL. A surrogate passes as it is; a unit that is no
-    /// code point becomes U+FFFD. Empty if the text has more units than a UnicodeString can hold.
+    /// Code points to UTF-16, cut at the first NUL. A surrogate is copied unchanged; a unit that is
+    /// not a code point becomes U+FFFD. Empty if the text has more units than a UnicodeString can
+    /// hold.
     static icu::UnicodeString tstr2ustr(const tstr& text);
 
-    /// UTF-16 to code points, cut at the first NUL. An unpaired surrogate passes as it is.
+    /// UTF-16 to code points, cut at the first NUL. An unpaired surrogate is copied unchanged.
     static tstr ustr2tstr(const icu::UnicodeString& text);
 
     // ---- Narrow text in the locale's encoding to wide and back ---------------------------------
 
     /// @{
-    /// As mbstowcs reads the text, cut at the first NUL. Empty if the text is not valid in the
+    /// Converts as mbstowcs does, cut at the first NUL. Empty if the text is not valid in the
     /// locale's encoding.
     static std::wstring str2wstr(const std::string& text);
     static std::wstring mbs2wcs(const std::string& text);
     /// @}
 
     /// @{
-    /// As wcstombs writes the text, cut at the first NUL. Empty if the locale cannot express one of
-    /// its characters.
+    /// Converts as wcstombs does, cut at the first NUL. Empty if a character is not representable
+    /// in the locale's encoding.
     static std::string wstr2str(const std::wstring& text);
     static std::string wcs2mbs(const std::wstring& text);
     /// @}
 
     /// @{
-    /// Plain copies, embedded zeros included.
+    /// Return a copy, with embedded zeros.
     static std::wstring str2wstr(const std::wstring& text);
     static std::string wstr2str(const std::string& text);
     /// @}
 
     /// @{
-    /// The same conversions to and from a tstr, cut at the first NUL and failing alike.
+    /// The same conversions to and from a tstr: cut at the first NUL, empty after a failure.
     static tstr str2tstr(const std::string& text);
     static std::string tstr2str(const tstr& text);
     /// @}
 
-    /// A plain copy of the terminated text. Null gives the empty string.
+    /// Returns a copy of the terminated text. Null gives the empty string.
     static std::string tstr2str(const char* text);
 
     /// @{
-    /// Nothing changes but the cut at the first NUL.
+    /// Return the same units, cut at the first NUL.
     static tstr wstr2tstr(const std::wstring& text);
     static std::wstring tstr2wstr(const tstr& text);
     /// @}
 
     // ---- Raw duplicates ------------------------------------------------------------------------
 
-    /// Takes a size in bytes.
+    /// Allocates a buffer of a size in bytes.
     using Allocator = void* (*)(std::size_t);
 
     /// @{
-    /// The text with its terminator in a new buffer that belongs to the caller. The allocator is
-    /// called once; null stands for malloc, whose buffer goes back to free. Null is returned if the
-    /// allocator gives null or the size in bytes cannot be told. strdup and wstrdup copy embedded
-    /// zeros; tstrdup is cut at the first.
+    /// Copies the text with its terminator to a new buffer, which belongs to the caller. The
+    /// allocator is called once. A null allocator means malloc; such a buffer is released with
+    /// free. Returns null if the allocator returns null or the size in bytes overflows. strdup and
+    /// wstrdup copy embedded zeros; tstrdup cuts at the first NUL.
     static char* strdup(const std::string& text, Allocator allocator);
     static wchar_t* wstrdup(const std::wstring& text, Allocator allocator);
     static wchar_t* tstrdup(const tstr& text, Allocator allocator);
     /// @}
 
-    /// An array of list.size() texts as by tstrdup, ended by a null pointer; tstrfreelist frees it.
-    /// Null if memory runs out for any part of it.
+    /// Returns an array of list.size() texts as from tstrdup, followed by a null pointer. Release
+    /// it with tstrfreelist. Returns null if any allocation fails.
     static wchar_t** tstrduplist(const std::vector<tstr>& list);
 
-    /// Frees a list of tstrduplist and sets the caller's pointer to null. A null list is left
-    /// alone.
+    /// Releases a list from tstrduplist and sets `list` to null. Does nothing for a null list.
     static void tstrfreelist(wchar_t**& list);
 
     // ---- Numbers to text -----------------------------------------------------------------------
 
-    /// "%g": six significant digits, and the locale's decimal point.
+    /// In the format "%g": six significant digits, with the locale's decimal point.
     static std::string double2str(double number);
 
     /// @{
@@ -139,10 +155,11 @@ public:
     // ---- Text to numbers -----------------------------------------------------------------------
 
     /// @{
-    /// The readers are those of the C library, and what they make of a text stands: one that starts
-    /// with no number gives 0, what follows a number is ignored, leading white space and a sign are
-    /// accepted, and overflow is not noticed. Only the empty text is an error: the forms with a
-    /// target return -1 and leave the target alone (0 otherwise), the others return 0.
+    /// Read the number with the function of the C library that is named here, and follow its rules:
+    /// a text that does not start with a number gives 0, text after the number is ignored, leading
+    /// white space and a sign are accepted, and overflow is not detected. Only the empty text is an
+    /// error. The forms with an output return 0 for success; for the empty text they return -1 and
+    /// do not change the output. The other forms return the number, and 0 for the empty text.
     static int str2double(const std::string& text, double& number); ///< atof
     static double str2double(const std::string& text);
     static int str2int(const std::string& text, int& number); ///< atoi
@@ -150,8 +167,8 @@ public:
     /// @}
 
     /// @{
-    /// Read through the signed atoi: "-1" gives 4294967295. What a text outside the range of int
-    /// gives is the C library's affair.
+    /// Read with atoi, which is signed: "-1" gives 4294967295. The result for a number outside the
+    /// range of int depends on the C library.
     static int str2uint(const std::string& text, unsigned int& number);
     static unsigned int str2uint(const std::string& text);
     /// @}
@@ -161,30 +178,30 @@ public:
     // ---- Bytes and text ------------------------------------------------------------------------
 
     /// @{
-    /// Two lower-case hex digits for each of `length` bytes, with no prefix and no separator. A
-    /// length that is not positive gives the empty text.
+    /// Two lower-case hex digits for each of `length` bytes, without prefix or separator. A length
+    /// of 0 or less gives the empty text.
     static std::string binary2str(const unsigned char* data, int length);
     static std::wstring binary2wstr(const unsigned char* data, int length);
     /// @}
 
-    /// Reads pairs of hex digits into `out`; an odd last digit is ignored. `*size` holds the room
-    /// in bytes on entry and the bytes stored on success (0). If the room is too small for all
-    /// pairs, or a pointer that is needed is null, the result is -1 and nothing is written. A pair
-    /// is read by strtol in base 16 and is not validated: "zz" gives 0, "1z" gives 1, "-1" gives
-    /// 0xFF.
+    /// Reads pairs of hex digits into `out`; an odd last digit is ignored. `*size` is the size of
+    /// `out` in bytes; on success it is set to the number of bytes written, and 0 is returned. If
+    /// `out` is too small for all pairs, or a pointer that is needed is null, returns -1 and writes
+    /// nothing. Each pair is read with strtol in base 16 and not checked: "zz" gives 0, "1z" gives
+    /// 1, "-1" gives 0xFF.
     static int str2binary(unsigned char* out, int* size, const std::string& text);
 
-    /// str2binary of the text in the locale's encoding. The flag has no effect.
+    /// str2binary of the text in the locale's encoding. The last argument has no effect.
     static int wstr2binary(unsigned char* out, int* size, std::wstring text, bool);
 
-    /// The number with at least four lower-case hex digits, then the bytes as by binary2str. Above
-    /// 0xFFFF the number takes more digits, and the text does not tell where it ends.
+    /// The number as at least four lower-case hex digits, then the bytes as from binary2str. A
+    /// number above 0xFFFF has more digits, and the text does not show where it ends.
     static std::wstring binary2uid(unsigned int number, const unsigned char* data, int length);
 
     /// @{
-    /// The same of a text's bytes, except that a byte from 0x80 up is written with eight digits, as
-    /// the negative number that it is: 0xE4 gives "ffffffe4". Only for ASCII do the digits agree
-    /// with binary2uid. wstr2uid takes the text in the locale's encoding.
+    /// The same for the bytes of a text, but a byte of 0x80 or more is written with eight digits,
+    /// as a negative number: 0xE4 gives "ffffffe4". So the digits are those of binary2uid only for
+    /// ASCII. wstr2uid first converts the text to the locale's encoding.
     static std::string str2uid(unsigned int number, const std::string& text);
     static std::string wstr2uid(unsigned int number, const std::wstring& text);
     /// @}
@@ -192,41 +209,43 @@ public:
     // ---- Editing -------------------------------------------------------------------------------
 
     /// @{
-    /// The text without those characters at its ends (trim), start (ltrim) or end (rtrim) that are
-    /// in the set, a terminated list of single characters. An empty text or a null set gives a copy
-    /// of the text. Otherwise trim and ltrim are cut at the first NUL behind what they take away;
-    /// rtrim keeps embedded zeros.
+    /// The text without the characters of the set at both ends (trim), at its start (ltrim) or at
+    /// its end (rtrim). The set is a terminated list of single characters. An empty text or a null
+    /// set gives a copy of the text. Otherwise the results of trim and ltrim are cut at the first
+    /// NUL after the removed characters; rtrim keeps embedded zeros.
     static std::string trim(const std::string& text, const char* set);
     static std::string ltrim(const std::string& text, const char* set);
     static std::string rtrim(const std::string& text, const char* set);
     /// @}
 
-    /// Replaces every match, left to right and without overlap; the replacement is not scanned
-    /// again. The result is cut at its first NUL. An empty search gives the text unchanged.
+    /// Replaces every match, from left to right and without overlap. The replacement is not
+    /// searched again. The result is cut at its first NUL. An empty `search` returns the text
+    /// unchanged.
     static std::string searchreplace(const std::string& text, const std::string& search,
                                      const std::string& replacement);
 
-    /// The parts of the text between runs of the delimiters, a set of single characters, as
-    /// strtok_r finds them: no part is ever empty. Text and delimiters are cut at their first NUL.
+    /// Splits the text as strtok_r does. `delimiters` is a set of single characters. Several
+    /// delimiters in a row count as one, so no part is empty. Both are cut at the first NUL.
     static std::vector<std::string> tokenize(const std::string& text,
                                              const std::string& delimiters);
 
-    /// The text as one word of a command line, for CCmnExecPipeBase::Exec or a POSIX shell: split
-    /// there, it gives the text again, whatever it holds. Only a zero byte cannot be passed, since
-    /// the command ends there. A text of letters, digits and _-+=/.,:%@ comes back as it is; any
-    /// other, and the empty text, in single quotes.
+    /// The text as one word of a command line, for CCmnExecPipeBase::Exec or a POSIX shell: when
+    /// the command line is split into words, this word is exactly the text. A zero byte cannot be
+    /// passed, because the command line ends there. A text of only letters, digits and
+    /// _-+=/.,:%@ is returned unchanged. Any other text, and the empty one, is put in single
+    /// quotes.
     static std::string quote(const std::string& text);
 
-    /// Four runs of digits between dots. Neither range nor length is tested, and superfluous dots
-    /// do not matter: "999.1.2.3" and "1..2.3.4." are addresses here.
+    /// True for four groups of digits with dots between them. Range and length are not checked, and
+    /// extra dots are accepted: "999.1.2.3" and "1..2.3.4." are addresses here.
     static bool isIpAddress(const std::string& text);
 
-    /// True if there is nothing but digits; so it is for the empty text.
+    /// True if the text contains only digits or is empty.
     static bool isDigit(const std::string& text);
 
     /// @{
-    /// True if the texts are equal but for the case of letters. What is a letter, and its other
-    /// case, is the locale's affair; the narrow forms go byte by byte.
+    /// Comparison that ignores case, true for equal texts, and conversion to upper and lower case.
+    /// The locale defines the letters and their case. The narrow forms work byte by byte.
     static bool CompareNoCase(const std::string& left, const std::string& right);
     static bool CompareNoCase(const std::wstring& left, const std::wstring& right);
     static std::string tostrupper(const std::string& text);
@@ -235,26 +254,27 @@ public:
     static std::wstring tostrlower(const std::wstring& text);
     /// @}
 
-    /// Looks for the pattern in the lines from number `index` on; with `trim` true without the line
-    /// ends, blanks and tabs at the end of each line. Returns the offset in the first line that has
-    /// it, whose number `index` then holds. Otherwise, and for a null pattern, returns
-    /// std::string::npos, and `index` is the number of lines, or its old value if that was larger.
+    /// Searches the pattern in the lines, from line `index` on. With `trim` true, line feeds,
+    /// carriage returns, blanks and tabs at the end of a line are ignored. Returns the offset of
+    /// the pattern in the first line that contains it, and sets `index` to that line. If there is
+    /// none, and for a null pattern, returns std::string::npos and sets `index` to the number of
+    /// lines, or leaves it if it was larger.
     static std::size_t find(const std::vector<std::string>& lines, const char* pattern,
                             std::size_t& index, bool trim);
 
     // ---- XML -----------------------------------------------------------------------------------
 
-    /// "<name>", or "</name>" unless `opening`, with a line feed behind it if `newline`. The name
-    /// is not escaped.
+    /// "<name>" if `opening` is true, otherwise "</name>"; followed by a line feed if `newline` is
+    /// true. The name is not escaped.
     static std::string xmlBracket(std::string name, bool opening, bool newline);
 
-    /// A line: a tab, the opening tag, the escaped value, the closing tag.
+    /// A line of a tab, the opening tag, the escaped value and the closing tag.
     static std::string xmlBracketValue(std::string name, std::string value);
 
     /// @{
-    /// Escapes & < > " and ' as &amp; &lt; &gt; &quot; and &#39;, and reads just these back: no
-    /// other reference is decoded, and what comes out of a reference is not decoded again. Both are
-    /// cut at the first NUL; text without one comes back as it was.
+    /// Convert & < > " and ' to &amp; &lt; &gt; &quot; and &#39;, and these five back. No other
+    /// reference is decoded, and the result of decoding is not decoded again. Both cut at the first
+    /// NUL. A text without a NUL that is converted to references and back is unchanged.
     static std::string convertToXmlSpecialCharacters(const std::string& text);
     static std::string convertFromXmlSpecialCharacters(const std::string& text);
     /// @}
