@@ -1,5 +1,5 @@
 /// @file
-/// The record that a failing operation leaves behind, and the object that keeps the last one.
+/// The record of a failed operation, and the object that stores the last one.
 #ifndef TARNIX_CMNERROR_H
 #define TARNIX_CMNERROR_H
 
@@ -12,15 +12,18 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Also serves as an exception type. A record belongs to one thread at a time.
+/// The record of a failure; also an exception type. Only one thread at a time may use a record.
 class TARNIX_CMN_API CCmnError
 {
 public:
-    /// An empty record: no text, code and line 0.
+    /// An empty record: empty texts, code 0 and line 0.
     CCmnError() = default;
 
-    /// File, line and function are those of the failing site: its source path, its line and its
-    /// qualified name. The code is the status that the failing operation gave.
+    /// @param code  Status of the failed operation.
+    /// @param message  What failed, in English.
+    /// @param file  Path of the source file with the failure.
+    /// @param line  Its line.
+    /// @param function  Qualified name of the function.
     CCmnError(int code, tstr message, tstr file, int line, tstr function);
 
     /// @{
@@ -30,16 +33,17 @@ public:
     virtual ~CCmnError() = default;
     /// @}
 
-    /// The key of the failure's text: "MSG_ERROR_", the component in capitals, "_", and at least
-    /// four digits of the code, from which `base` is taken away when the code is above it.
+    /// The key for the text of the failure in a catalog: "MSG_ERROR_", the component in upper case,
+    /// "_" and the code with at least four digits. If the code is greater than `base`, `base` is
+    /// subtracted from it.
     virtual std::string getMessageKey(const std::string& component, int base) const;
 
-    /// English, never null. The texts of this and the other accessors are valid until the record is
-    /// changed or destroyed.
+    /// What failed, in English; never null. The texts that this and the other functions return are
+    /// valid until the record is changed or destroyed.
     virtual const wchar_t* getMessage() const { return m_Message.c_str(); }
 
     /// @{
-    /// What the record was made with; never null.
+    /// The arguments of the constructor; the texts are never null.
     int getCode() const { return m_Code; }
     const wchar_t* getFile() const { return m_File.c_str(); }
     int getLine() const { return m_Line; }
@@ -56,14 +60,15 @@ private:
     tstr m_Function;
 };
 
-/// Keeps the latest failure. Nothing clears it on success.
+/// Stores the last failure. A later success does not clear it.
 class TARNIX_CMN_API CCmnErrorHolder
 {
 public:
-    /// Keeps a copy in place of the one before.
+    /// Stores a copy in place of the record before.
     void setError(const CCmnError& error) { m_Error = error; }
 
-    /// Before the first failure an empty record. The reference follows later failures.
+    /// The last record; an empty one before the first failure. The reference stays valid as long as
+    /// this object and shows later failures too.
     const CCmnError& getError() const { return m_Error; }
 
 private:

@@ -1,5 +1,5 @@
 /// @file
-/// A one-byte flag that threads of the process contend for.
+/// A lock of one byte for the threads of a process.
 #ifndef TARNIX_CMNLOCK_H
 #define TARNIX_CMNLOCK_H
 
@@ -11,9 +11,9 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Has no owner: any code may clear it. All operations may run on any thread; what a thread wrote
-/// before it unlocked is seen by the thread that locks next. A static instance is constant
-/// initialised and has no destructor, so it is usable from the first moment to the last.
+/// A lock without an owner: any code may unlock it, on any thread. What a thread wrote before it
+/// unlocked is visible to the thread that locks next. A static instance is constant initialised and
+/// trivially destructible, so it can be used during the start and the end of the program too.
 class TARNIX_CMN_API CCmnLock
 {
 public:
@@ -21,13 +21,13 @@ public:
     CCmnLock(const CCmnLock&) = delete;
     CCmnLock& operator=(const CCmnLock&) = delete;
 
-    /// True when the flag was free and is now taken by this call.
+    /// Takes the lock if it is free, and never waits. True if this call has taken it.
     bool tryLock() noexcept { return m_Locked.exchange(1, std::memory_order_acquire) == 0; }
 
-    /// A look at the flag, out of date as soon as it is given.
+    /// True if the lock is taken. Another thread may change that at any time.
     bool isLocked() const noexcept { return m_Locked.load(std::memory_order_relaxed) != 0; }
 
-    /// On a free flag nothing happens.
+    /// Frees the lock; does nothing if it is free.
     void unlock() noexcept { m_Locked.store(0, std::memory_order_release); }
 
 private:

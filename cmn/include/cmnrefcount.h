@@ -1,5 +1,5 @@
 /// @file
-/// The reference count that messages, catalogs, managers and trace logs carry in themselves.
+/// The reference count inside messages, catalogs, catalog managers and trace logs.
 #ifndef TARNIX_CMNREFCOUNT_H
 #define TARNIX_CMNREFCOUNT_H
 
@@ -10,17 +10,17 @@
 namespace tarnix_cmn_4_4
 {
 
-/// Counts, and deletes nothing: the object goes through CCmnSmartPtr. A plain integer without a
-/// lock, so an object and all pointers to it belong to one thread at a time.
+/// Counts only: CCmnSmartPtr deletes the object. The count is not atomic, so only one thread at a
+/// time may use an object and the pointers to it.
 class TARNIX_CMN_API CCmnRefCount
 {
 public:
-    /// The count starts at 0; the first pointer that takes the object makes it 1.
+    /// The count starts at 0. The first pointer that takes the object makes it 1.
     CCmnRefCount() = default;
 
     /// @{
-    /// A copy starts with the count of its source and not with 0. Such a copy outlives the smart
-    /// pointers to it unless the surplus is released.
+    /// A copy starts with the count of its source and not with 0. The smart pointers to such a copy
+    /// do not destroy it unless the surplus is released first.
     CCmnRefCount(const CCmnRefCount&) = default;
     CCmnRefCount& operator=(const CCmnRefCount&) = default;
     /// @}
@@ -28,7 +28,7 @@ public:
     virtual ~CCmnRefCount() = default;
 
     /// @{
-    /// Both return the new count.
+    /// Add or remove one reference and return the new count.
     virtual int addRef() { return ++m_RefCount; }
     virtual int release() { return --m_RefCount; }
     /// @}

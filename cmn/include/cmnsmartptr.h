@@ -1,5 +1,17 @@
 /// @file
-/// The pointer that drives CCmnRefCount, and the policies that make and destroy its objects.
+/// The pointer that shares objects with a CCmnRefCount, and the policies that create and destroy
+/// these objects.
+///
+/// @code
+/// #include "cmnsmartptr.h"
+/// #include <iostream>
+///
+/// using namespace tarnix_cmn_4_4;
+/// struct Session : CCmnRefCount {};
+/// CCmnSmartPtr<Session, CCmnDefaultAllocator<Session>> first(true); // creates the object
+/// const auto second = first;                                        // shares it
+/// std::cout << second.get()->getRefCount() << " pointers\n";        // prints 2 pointers
+/// @endcode
 #ifndef TARNIX_CMNSMARTPTR_H
 #define TARNIX_CMNSMARTPTR_H
 
@@ -11,24 +23,24 @@
 namespace tarnix_cmn_4_4
 {
 
-/// For classes that only a factory can make.
+/// For classes whose objects only a factory can create.
 template <class T>
 class CCmnNullAllocator
 {
 public:
-    /// Null.
+    /// Creates nothing and returns null.
     static T* allocate() { return nullptr; }
 
-    /// Through the base, whose destructor is public: that of T may be protected.
+    /// Destroys the object through its base, because the destructor of T may be protected.
     static void destroy(T* object) { std::unique_ptr<CCmnRefCount>{object}; }
 };
 
-/// For classes that anybody can make.
+/// For classes with a public default constructor.
 template <class T>
 class CCmnDefaultAllocator
 {
 public:
-    /// A default-constructed object with count 0; null when memory is refused.
+    /// Returns a default-constructed object with count 0, or null if the allocation fails.
     static T* allocate()
     {
         try {
@@ -38,18 +50,18 @@ public:
         }
     }
 
-    /// Through the base, as CCmnNullAllocator does.
+    /// Destroys the object through its base, as CCmnNullAllocator does.
     static void destroy(T* object) { CCmnNullAllocator<T>::destroy(object); }
 };
 
-/// Shares an object of class T, which has CCmnRefCount as a plain or a virtual base, and hands it
-/// to A::destroy when the count falls to 0. All pointers to one object belong to one thread at a
-/// time.
+/// Shares an object of class T, which has CCmnRefCount as a plain or virtual base, and passes it to
+/// A::destroy when the count falls to 0. Only one thread at a time may use the pointers to one
+/// object.
 template <class T, class A>
 class CCmnSmartPtr
 {
 public:
-    /// Empty, or with `create` the holder of what A::allocate gives, which may be null.
+    /// Empty. With `create` true it holds the result of A::allocate, which may be null.
     explicit CCmnSmartPtr(bool create = false)
     {
         if (create) {
@@ -57,7 +69,7 @@ public:
         }
     }
 
-    /// One reference more; the object is shared.
+    /// Shares the object and adds one reference.
     CCmnSmartPtr(const CCmnSmartPtr& other) : m_Object(other.m_Object)
     {
         if (m_Object != nullptr) {
@@ -67,7 +79,7 @@ public:
 
     ~CCmnSmartPtr() { release(); }
 
-    /// Lets go of the object that is held and shares the other's.
+    /// Releases the current object and shares the other's.
     CCmnSmartPtr& operator=(const CCmnSmartPtr& other)
     {
         if (this != &other) {
@@ -76,10 +88,10 @@ public:
         return *this;
     }
 
-    /// Lets go of the object that is held and takes `object`, which may be null. Returns the count
-    /// of the new object; without one, the count left on the old object; -1 when there was none
-    /// either. To assign the object that the pointer holds already, the caller needs another
-    /// reference to it: the first step may destroy it.
+    /// Releases the current object, then takes `object`, which may be null. Returns the count of
+    /// the new object; if that is null, the remaining count of the old one; -1 if there was none
+    /// either. To assign the object that the pointer already holds, the caller needs another
+    /// reference to it, because the release may destroy it.
     int assign(T* object)
     {
         const int left = release();
@@ -87,8 +99,8 @@ public:
         return m_Object != nullptr ? m_Object->addRef() : left;
     }
 
-    /// Lets go of the object and is empty then. Returns the count left, 0 when the object has been
-    /// destroyed, -1 when the pointer was empty.
+    /// Releases the object; the pointer is empty afterwards. Returns the remaining count, 0 if the
+    /// object has been destroyed, -1 if the pointer was empty.
     int release()
     {
         if (m_Object == nullptr) {
@@ -97,8 +109,8 @@ public:
         T* const object = m_Object;
         const int left = object->release();
         if (left == 0) {
-            /// A pointer that is taken and dropped while the object is destroyed must not make the
-            /// count fall to 0 a second time.
+            // While the object is destroyed, another pointer may take and release it. That must not
+            // make the count fall to 0 a second time.
             object->addRef();
             A::destroy(object);
         }
@@ -106,7 +118,7 @@ public:
         return left;
     }
 
-    /// The object, still owned by its pointers; null when empty.
+    /// The object, which still belongs to the pointers; null if the pointer is empty.
     T* get() const { return m_Object; }
 
 private:

@@ -1,5 +1,5 @@
 /// @file
-/// Which files stand for the system's registry and for its accounts' rights.
+/// Sets the files that hold the registry values and the rights of accounts.
 #ifndef TARNIX_CMNSYSTEMFILES_H
 #define TARNIX_CMNSYSTEMFILES_H
 
@@ -8,10 +8,11 @@
 namespace tarnix_cmn_4_4
 {
 
-/// From now on this process reads the two registry values, which say where the install tree and the
-/// programs are, from the file `path`, in the encoding of the file system. Null or an empty text
-/// goes back to the file that was named when the library was built (/etc/tarnix/registry.conf). The
-/// text is copied; any thread may call. Whether the file can be read shows when a value is wanted.
+/// Sets the file from which the calling process reads the two registry values: the install
+/// directory and the program files directory. `path` is in the encoding of the file system; it is
+/// copied. Null or an empty text means the file that was set when the library was built
+/// (/etc/tarnix/registry.conf). May be called from any thread. The file is not opened here but when
+/// a value is read.
 ///
 /// The format is that of the configuration files:
 /// @verbatim
@@ -22,10 +23,10 @@ namespace tarnix_cmn_4_4
 /// @endverbatim
 TARNIX_CMN_API void setRegistryFile(const char* path);
 
-/// From now on this process reads and changes the accounts' rights in the file `path`, a line
-/// "account right" for each. Null or an empty text goes back to the file that was named when the
-/// library was built (/var/lib/tarnix/rights). The text is copied; any thread may call. Runs that
-/// are in progress are affected: name the file before the first run as another user.
+/// Sets the file in which the calling process reads and changes the rights of accounts. The file
+/// has a line "account right" for each right. `path` is copied. Null or an empty text means the
+/// file that was set when the library was built (/var/lib/tarnix/rights). May be called from any
+/// thread. Runs in progress are affected: set the file before the first run as another user.
 TARNIX_CMN_API void setRightsFile(const char* path);
 
 } // namespace tarnix_cmn_4_4

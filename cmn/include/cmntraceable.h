@@ -1,5 +1,5 @@
 /// @file
-/// Base of the classes that can trace.
+/// The base of the classes that can trace.
 #ifndef TARNIX_CMNTRACEABLE_H
 #define TARNIX_CMNTRACEABLE_H
 
@@ -9,27 +9,27 @@
 namespace tarnix_cmn_4_4
 {
 
-class CCmnTraceLog; // whole in cmntracelog.h, which a program includes to make a log
+class CCmnTraceLog; // defined in cmntracelog.h, which a program includes to create a log
 
-/// Holds the log of a derived class. An object without a log traces nothing; copies share the log.
-/// The log is not guarded, so objects that share one belong to one thread at a time.
+/// Holds the log of a derived class. An object without a log traces nothing. The log takes no lock,
+/// so only one thread at a time may use the objects that share it.
 class TARNIX_CMN_API CCmnTraceable
 {
 public:
     /// @{
-    /// Without a log; copies share the log.
+    /// A new object has no log. Copies share the log.
     CCmnTraceable();
     CCmnTraceable(const CCmnTraceable& other);
     CCmnTraceable& operator=(const CCmnTraceable& other);
     virtual ~CCmnTraceable();
     /// @}
 
-    /// An empty pointer drops the log.
+    /// Sets the log; an empty pointer removes it.
     virtual void
     setTraceLog(const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>& log);
 
 protected:
-    /// Empty without a log.
+    /// The log; empty if there is none.
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_TraceLog;
 };
 

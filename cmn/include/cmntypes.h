@@ -8,8 +8,8 @@
 namespace tarnix_cmn_4_4
 {
 
-/// One unit holds one code point: wchar_t is 32 bits wide here. On a system where it has 16 bits, a
-/// unit is one of UTF-16.
+/// Each unit is a code point, because wchar_t has 32 bits here. On a system where wchar_t has 16
+/// bits, each unit is one of UTF-16.
 using tstr = ACE_String_Base<wchar_t>;
 
 } // namespace tarnix_cmn_4_4

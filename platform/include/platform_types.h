@@ -1,9 +1,9 @@
 /// @file
-/// The few types of the platform layer that public classes name, on POSIX.
+/// The few types of the platform layer that public classes use, on POSIX.
 ///
-/// Their names and sizes are those of the system that the runner's logic was designed on. They are
-/// not in the global namespace, which belongs to the program: a class derived from one of the
-/// library's names them through `using namespace tarnix_cmn_4_4`, or qualified.
+/// Names and sizes are those of the system that the logic of the runner was designed on. The types
+/// are not in the global namespace, which belongs to the program: use them qualified, or through
+/// `using namespace tarnix_cmn_4_4`.
 #ifndef TARNIX_PLATFORM_TYPES_H
 #define TARNIX_PLATFORM_TYPES_H
 
@@ -12,23 +12,23 @@
 namespace tarnix_platform
 {
 
-using BOOL = int;            ///< 0 for false, anything else for true
-using DWORD = std::uint32_t; ///< a number or an error
-using HANDLE = void*;        ///< an object of the layer; null and INVALID_HANDLE_VALUE are none
-using LSA_HANDLE = void*;    ///< the open store of the accounts' rights
+using BOOL = int;            ///< 0 is false, anything else is true
+using DWORD = std::uint32_t; ///< a number or an error number
+using HANDLE = void*;        ///< an object of the layer, unless null or INVALID_HANDLE_VALUE
+using LSA_HANDLE = void*;    ///< the open store of the rights of accounts
 using PSID = void*;          ///< an account's security identifier
 
-/// Names no object.
+/// The handle of no object.
 static const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
 
-/// A counted text.
+/// A text with its length.
 struct LSA_UNICODE_STRING {
     std::uint16_t Length;        ///< in bytes, without the terminator
     std::uint16_t MaximumLength; ///< in bytes, with the terminator
     wchar_t* Buffer;             ///< the text, not owned
 };
 
-/// Has no effect: what a child inherits is named at its start.
+/// Has no effect: a child inherits only the handles that are passed when it is started.
 struct SECURITY_ATTRIBUTES {
     DWORD nLength;              ///< size of this structure in bytes
     void* lpSecurityDescriptor; ///< not used
