@@ -16,15 +16,15 @@ namespace
 {
 
 constexpr std::size_t kMapSize = 16;
-constexpr int kFailed = -1; // the store's own code for what it refuses
+constexpr int kFailed = -1; // the code that the ACE store returns for a failure
 
 CCmnError failure(int code, const wchar_t* message, int line, const wchar_t* function)
 {
     return CCmnError(code, message, L"cmn\\src\\cmnconfiguration", line, function);
 }
 
-// Whether a path would lead to a section without a name: the store makes one, but with it in the
-// store no export succeeds.
+// Whether a section of the path has an empty name. The store would create such a section, but then
+// every export fails.
 bool hasEmptyPart(const std::string& path)
 {
     return path.empty() || path.back() == '\\' || path.find("\\\\") != std::string::npos;
@@ -33,8 +33,8 @@ bool hasEmptyPart(const std::string& path)
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
 constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importConfig";
 
-// Room for one more. The vector's own growth would copy the texts, and a copy that gets no memory
-// does not tell.
+// Makes room for one more text. If the vector grew by itself it would copy the texts, and a copy of
+// an ACE string does not report a failed allocation.
 void grow(std::vector<tstr>& texts)
 {
     if (texts.size() < texts.capacity()) {
@@ -77,7 +77,8 @@ void CCmnConfiguration::openHeap()
 
 void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
 {
-    // All three or none: an export must not write to the file of before.
+    // Sets all three members or none, so that they name the same file even after a failed
+    // allocation.
     tstr newPath;
     tstr newFile;
     tstr fullPath;
@@ -89,8 +90,8 @@ void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
     m_FullPath.swap(fullPath);
 }
 
-// A file that is there stands in a directory that is there, and need not be asked for twice -
-// unless the path carries no separator: then it names another directory, or none.
+// If the file exists, its directory exists too, and one check is enough. This holds only if m_Path
+// ends with a separator: otherwise m_Path is not the directory of the file.
 int CCmnConfiguration::verifyFile()
 {
     const std::size_t length = m_Path.length();
@@ -119,8 +120,8 @@ int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
     }
     const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
     ACE_Registry_ImpExp importer(m_Heap);
-    const bool may = m_Opened && TxMayImport(fullPath.c_str());
-    if (const int code = may ? importer.import_config(fullPath.c_str()) : kFailed) {
+    const bool allowed = m_Opened && TxMayImport(fullPath.c_str());
+    if (const int code = allowed ? importer.import_config(fullPath.c_str()) : kFailed) {
         m_LastError.setError(
             failure(code, L"Import of configuration file failed.", __LINE__, kImport));
         return code;
@@ -137,12 +138,12 @@ int CCmnConfiguration::exportConfig()
     ACE_Registry_ImpExp exporter(m_Heap);
     TxReplacement replacement(path.c_str());
     if (replacement) {
-        // The code also tells of a write that failed, and of one that failed when the file closed.
+        // The code also reports failed writes, and a failure to close the file.
         if (const int code = exporter.export_config(replacement.path().c_str())) {
             return code;
         }
         if (!TxMayImport(replacement.path().c_str())) {
-            return kFailed; // nobody could read it
+            return kFailed; // importConfig would reject the file
         }
         if (replacement.take()) {
             return 0;
@@ -177,7 +178,7 @@ int CCmnConfiguration::openSection(const ACE_Configuration_Section_Key& base, co
     if (!storeText(name, key) || hasEmptyPart(key)) {
         return kFailed;
     }
-    // The store changes its output on the way along a path, also when it fails in the end.
+    // The store sets its output at each step along the path, even if a later step fails.
     ACE_Configuration_Section_Key opened;
     if (const int code = m_Heap.open_section(base, key.c_str(), create != 0, opened)) {
         return code;
@@ -225,7 +226,7 @@ int CCmnConfiguration::setStringValue(const wchar_t* name, const tstr& value)
 {
     std::string key;
     std::string text;
-    // A value that lies in somebody else's memory need not be terminated.
+    // Goes through tstr2wstr, because a tstr that does not own its memory need not be terminated.
     if (!storeText(name, key) || !storeText(CCmnStringTool::tstr2wstr(value).c_str(), text)) {
         return kFailed;
     }

@@ -1,4 +1,4 @@
-// CCmnError: the record and its key.
+// CCmnError: the error record and the key of its message.
 #include "cmnerror.h"
 
 #include "TX_strings.h"
@@ -43,7 +43,7 @@ std::string CCmnError::getKeyPrefix(const std::string& component)
 
 std::string CCmnError::getMessageKey(const std::string& component, int base) const
 {
-    // In 64 bits, where a negative base cannot make the difference overflow.
+    // In 64 bits, because the difference may overflow an int if `base` is negative.
     const long long number = m_Code > base ? static_cast<long long>(m_Code) - base : m_Code;
     char digits[64];
     TX_snprintf(digits, sizeof digits, "%04lld", number);

@@ -1,4 +1,5 @@
-// Runs as another local user: the token for the child, and the logon right for the length of a run.
+// Runs as another local user: the child's token, and the logon right that is granted for the
+// duration of a run.
 #include "cmnexecpipewindows.h"
 #include "cmnhandle.h"
 #include "platform.h"
@@ -16,7 +17,7 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr DWORD kLowestBuild = 1057;       // of a system that knows batch logons
+constexpr DWORD kLowestBuild = 1057;       // of a system that supports batch logons
 constexpr std::uint64_t kLockBudget = 600; // ticks of 100 nanoseconds
 constexpr char kLocalAccounts[] = ".";
 
@@ -31,7 +32,7 @@ std::uint64_t clockTicks()
     return (static_cast<std::uint64_t>(ticks.dwHighDateTime) << 32) | ticks.dwLowDateTime;
 }
 
-bool systemKnowsBatchLogons()
+bool systemSupportsBatchLogons()
 {
     OSVERSIONINFOW version{};
     version.dwOSVersionInfoSize = sizeof version;
@@ -55,8 +56,8 @@ bool holdsRight(LSA_HANDLE policy, PSID account)
 
 } // namespace
 
-// What is needed for as long as the right is held: the account's SID, and the right's name, so that
-// to give it up takes no memory.
+// Kept while the right is held: the SID of the account, and the name of the right, so that revoking
+// it allocates nothing.
 struct CCmnExecPipeWindows::Account {
     alignas(TOKEN_USER) unsigned char bytes[512];
     const std::wstring right = kBatchLogonRight;
@@ -74,10 +75,10 @@ HANDLE CCmnExecPipeWindows::Impersonate()
 {
     HANDLE token = INVALID_HANDLE_VALUE;
     HandleOwner owner(token);
-    if (!systemKnowsBatchLogons()) {
+    if (!systemSupportsBatchLogons()) {
         return owner.release();
     }
-    // This first token serves to find the account.
+    // This token is used only to get the SID of the account.
     if (!LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
                     LOGON32_PROVIDER_DEFAULT, owner.out())) {
         return owner.release();
@@ -114,7 +115,7 @@ void CCmnExecPipeWindows::OpenPolicy()
         nullptr, &attributes, POLICY_CREATE_ACCOUNT | POLICY_LOOKUP_NAMES, &m_PolicyHandle));
 }
 
-// One runner of the process at a time holds a right that it has added itself.
+// The lock: in one process, only one runner at a time may hold a right that it has granted itself.
 void CCmnExecPipeWindows::AddRight()
 {
     LSA_UNICODE_STRING right{};
@@ -127,7 +128,9 @@ void CCmnExecPipeWindows::AddRight()
         }
         Sleep(0);
     }
-    m_RightAdded = 1; // whatever comes of it: the batch logon decides, and Close gives it up
+    // Set even if granting fails: the batch logon shows whether it worked, and Close revokes the
+    // right.
+    m_RightAdded = 1;
     LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
 }
 
@@ -139,7 +142,7 @@ void CCmnExecPipeWindows::GiveUpRight()
     }
     LSA_UNICODE_STRING right{};
     InitLsaString(m_Account->right, right);
-    m_RightAdded = 0; // once only, whatever comes: the lock may be another runner's afterwards
+    m_RightAdded = 0; // revoke only once: after this, another runner may hold the lock
     if (m_Lock.isLocked()) {
         m_Lock.unlock();
     }
@@ -147,7 +150,7 @@ void CCmnExecPipeWindows::GiveUpRight()
         LsaNtStatusToWinError(
             LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
     } catch (const std::bad_alloc&) {
-        // Like any other failure of it. The rest of the run has to be closed all the same.
+        // Ignored like any other failure to revoke: the rest of the run must still be closed.
     }
     ForgetAccount();
 }

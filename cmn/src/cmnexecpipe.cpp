@@ -1,4 +1,4 @@
-// The record of a failed run, and the keys of its codes.
+// ECmnExecPipe: the record of a failed run, and the keys of its codes.
 #include "cmnexecpipe.h"
 
 #include <iterator>

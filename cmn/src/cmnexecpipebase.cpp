@@ -1,4 +1,4 @@
-// The loop of a run: start, read lines, close.
+// The main loop of a run: start, read lines, close.
 #include "cmnexecpipebase.h"
 
 #include "cmnwipe.h"
@@ -32,7 +32,7 @@ CCmnExecPipeBase::CCmnExecPipeBase(const CCmnExecPipeBase& other)
       m_User(other.m_User),
       m_Extra(other.m_Extra)
 {
-    m_Password = other.m_Password; // last: a copy that fails behind it would not wipe it
+    m_Password = other.m_Password; // last: if a later copy threw, nothing would wipe it
 }
 
 CCmnExecPipeBase& CCmnExecPipeBase::operator=(const CCmnExecPipeBase& other)
@@ -98,7 +98,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
         }
         more = ReadLine(buffer.data(), kLineBufferSize - 1, &timedOut, static_cast<long>(seconds));
         if (timedOut == 1) {
-            // The child stays as it is: the destructor's Close stops it.
+            // The child is not stopped here, but by Close, which the destructor calls.
             m_LastError = ECmnExecPipe(command, ECmnExecPipe::READ_TIMEOUT);
             return ECmnExecPipe::READ_TIMEOUT;
         }

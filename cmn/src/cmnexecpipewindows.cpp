@@ -28,7 +28,7 @@ constexpr int kFailureTraceLevel = 1;
 constexpr long kCloseSeconds = 10;
 constexpr long kLongestStage = 30;
 constexpr UINT kKilledStatus = 1067; // the system's ERROR_PROCESS_ABORTED
-constexpr int kStartRefused = 3; // result of a start that an ECmnExecPipe ended, whatever its code
+constexpr int kStartFailed = 3;      // the result for every ECmnExecPipe, whatever its code
 
 DWORD toMilliseconds(long seconds)
 {
@@ -53,7 +53,7 @@ std::string GetPointerText(const void* pointer)
     return text;
 }
 
-// The address and the clock keep the names of concurrent runners apart.
+// The address and the time make the names of concurrent runners different.
 std::string objectName(const char* stem, const void* runner, std::time_t now)
 {
     char name[256];
@@ -64,7 +64,7 @@ std::string objectName(const char* stem, const void* runner, std::time_t now)
 
 } // namespace
 
-// The ends that only the start needs. They are closed on every way out of it.
+// Pipe ends that are needed only for the start. They are closed however it ends.
 struct CCmnExecPipeWindows::StartHandles {
     explicit StartHandles(CCmnExecPipeWindows& owner) : runner(owner) {}
     ~StartHandles()
@@ -117,9 +117,9 @@ CCmnExecPipeWindows::~CCmnExecPipeWindows()
     try {
         CCmnExecPipeWindows::Close(kCloseSeconds);
     } catch (...) {
-        // Only the making of a record can fail, for want of memory, and nobody is left to read it.
+        // Close throws only if it cannot allocate the error record, and nobody could read that now.
     }
-    closeAndForget(m_ReadEvent); // Close did not get to it when its record failed
+    closeAndForget(m_ReadEvent); // Close does not reach this when it throws
 }
 
 void CCmnExecPipeWindows::Init()
@@ -132,7 +132,7 @@ void CCmnExecPipeWindows::Init()
     const std::string name = objectName(kReadEventStem, this, std::time(nullptr));
     m_ReadEvent = CreateEventA(nullptr, false, false, name.c_str());
     if (m_ReadEvent == nullptr) {
-        m_ReadEvent = INVALID_HANDLE_VALUE; // nothing is read then, rather than without a time-out
+        m_ReadEvent = INVALID_HANDLE_VALUE; // ReadLine reads nothing without a timeout
     }
     m_LastSystemError = 0;
     m_ProcessId = static_cast<DWORD>(-1);
@@ -156,7 +156,7 @@ bool CCmnExecPipeWindows::getExitStatus(int& status) const
 
 int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirectory)
 {
-    // What a run that never came to Close left behind would otherwise be lost.
+    // The previous run may have ended without Close, and what it holds would leak.
     GiveUpRight();
     ClosePipes();
     EndChild();
@@ -174,17 +174,18 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
         CreateChildProcess(command, handles.inputClient, handles.outputServer, handles.errorCopy,
                            workingDirectory);
         return ECmnExecPipe::SUCCESS;
-    } catch (const ECmnExecPipe& refusal) {
-        m_LastError = refusal;
-        return kStartRefused;
+    } catch (const ECmnExecPipe& failure) {
+        m_LastError = failure;
+        return kStartFailed;
     } catch (...) {
         m_LastError = ECmnExecPipe(command, ECmnExecPipe::ERROR_UNEXPECTED);
         return ECmnExecPipe::ERROR_UNEXPECTED;
     }
 }
 
-// Two pipes: the child writes to the server end of the output pipe, twice, and reads from the
-// client end of the input pipe; the runner keeps the other ends. Returns 0 or a record's code.
+// Makes two pipes. The child writes to the server end of the output pipe, as standard output and,
+// duplicated, as standard error. It reads from the client end of the input pipe. The runner keeps
+// the other ends. Returns 0 or a code of ECmnExecPipe.
 int CCmnExecPipeWindows::MakePipes(StartHandles& handles)
 {
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, true};
@@ -257,7 +258,7 @@ DWORD CCmnExecPipeWindows::PipeFailed(const char* format)
     return m_LastSystemError;
 }
 
-// The format takes the number of the error and its text.
+// The format takes the error code and its text.
 void CCmnExecPipeWindows::TraceSystemError(const char* format, DWORD error)
 {
     CCmnTraceLog* log = m_TraceLog.get();
@@ -315,11 +316,12 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
         return 0;
     }
     if (ChildHasEnded()) {
-        seconds = 0; // only what is in the pipe is read
+        seconds = 0; // read only what is already in the pipe
     }
     OVERLAPPED read{};
     read.hEvent = m_ReadEvent;
-    const HANDLE output = m_OutputHandle; // nothing that is written to the buffer can change it
+    // Local, because the compiler must assume that a write to `buffer` changes the member.
+    const HANDLE output = m_OutputHandle;
     char* end = buffer;
     char* const limit = buffer + size;
     while (end < limit) {
@@ -327,7 +329,7 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
         if (!ReadFile(output, end, 1, &got, &read)) {
             const Awaited awaited = AwaitByte(seconds);
             if (awaited == Awaited::timeOut || awaited == Awaited::givenUp) {
-                // The state of the read lies on this stack: nothing may write to it later.
+                // The system writes to `read` and to the buffer until the read has ended.
                 CancelIo(output);
                 GetOverlappedResult(output, &read, &got, true);
                 *timedOut = awaited == Awaited::timeOut ? 1 : 0;
@@ -342,7 +344,7 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
                              GetLastError());
             break;
         }
-        const char byte = *end; // looked at here, a compiler still has it in a register
+        const char byte = *end; // read here, while it is still in a register
         if (got == 0) {
             break;
         }
@@ -359,7 +361,8 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
     return end > buffer ? 1 : 0;
 }
 
-// From the moment this is true the status is no longer seen by Close; getExitStatus still tells it.
+// When this returns true, the process handle is closed: Close no longer sees the exit status, but
+// getExitStatus returns it.
 bool CCmnExecPipeWindows::ChildHasEnded()
 {
     if (!isValid(m_ProcessHandle)) {
@@ -373,7 +376,7 @@ bool CCmnExecPipeWindows::ChildHasEnded()
     return true;
 }
 
-// After a ReadFile that gave false: waits for the byte.
+// Call after ReadFile returned false: waits for the byte.
 CCmnExecPipeWindows::Awaited CCmnExecPipeWindows::AwaitByte(long seconds)
 {
     const DWORD error = GetLastError();
@@ -422,7 +425,7 @@ int CCmnExecPipeWindows::WaitPid(long seconds)
             if (TerminateProcess(m_ProcessHandle, kKilledStatus)) {
                 m_ExitStatus = static_cast<int>(kKilledStatus);
             } else {
-                ReadExitStatus(); // it may have ended just before
+                ReadExitStatus(); // the child may have ended by itself just before
             }
             return static_cast<int>(kKilledStatus);
         }
@@ -460,7 +463,7 @@ void CCmnExecPipeWindows::ClosePipes()
     closeAndForget(m_InputHandle);
 }
 
-// Returns 0 or the code of the record that it left.
+// Returns 0 or the code of the record that it stored in m_LastError.
 int CCmnExecPipeWindows::EndChild()
 {
     if (!isValid(m_ProcessHandle)) {

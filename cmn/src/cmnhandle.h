@@ -1,4 +1,4 @@
-// Handles of the platform layer and who closes them.
+// Ownership of the handles of the platform layer.
 #ifndef TARNIX_CMNHANDLE_H
 #define TARNIX_CMNHANDLE_H
 
@@ -9,7 +9,8 @@
 namespace tarnix_cmn_4_4
 {
 
-// Null counts as valid: it is the token of a refused logon, which must not be taken for "no token".
+// Null counts as valid: a failed logon may leave a null token. If that counted as "no token", the
+// command would run as the calling user.
 inline bool isValid(HANDLE handle)
 {
     return handle != INVALID_HANDLE_VALUE;
@@ -23,7 +24,8 @@ inline void closeAndForget(HANDLE& handle)
     handle = INVALID_HANDLE_VALUE;
 }
 
-// Owns what a variable or field holds, which may be null: closes and resets it at the end.
+// Owns the handle in a variable or member, which may be null. Closes and resets it at the end of
+// the scope.
 class HandleOwner
 {
 public:
@@ -32,9 +34,9 @@ public:
     HandleOwner(const HandleOwner&) = delete;
     HandleOwner& operator=(const HandleOwner&) = delete;
 
-    // Where an operation stores a new handle, after the former one is closed. Null until it does:
-    // not every system stores something when it refuses a logon, and an invalid handle would mean
-    // "as the caller".
+    // For a function that stores a handle; the previous handle is closed first. The value is null
+    // until the function stores one, and not INVALID_HANDLE_VALUE: some systems store nothing when
+    // a logon fails, and an invalid token means "run as the calling user".
     HANDLE* out()
     {
         closeAndForget(m_Handle);

@@ -1,4 +1,4 @@
-// Bytes as lower-case hex digits, for every text of the library that shows bytes.
+// Bytes as lower-case hex digits.
 #ifndef TARNIX_CMNHEX_H
 #define TARNIX_CMNHEX_H
 
@@ -9,13 +9,13 @@
 namespace tarnix_cmn_4_4
 {
 
-// Arithmetic, where a table would do: the compiler takes sixteen bytes at once.
+// Computed and not looked up in a table, so that the compiler can vectorize the loop of printHex.
 constexpr char hexDigit(unsigned int value)
 {
     return static_cast<char>(value + (value < 10 ? '0' : 'a' - 10));
 }
 
-// Two digits for each byte to `target`, which must not share memory with the bytes.
+// Writes two digits for each byte. `target` must not overlap the bytes.
 inline void printHex(char* __restrict target, const unsigned char* __restrict data,
                      std::size_t length)
 {
@@ -25,13 +25,14 @@ inline void printHex(char* __restrict target, const unsigned char* __restrict da
     }
 }
 
-// By way of narrow digits: with the widening in the same loop, it would go four units at a time.
+// Writes narrow digits and then widens them: a single loop for both would process only four units
+// at a time.
 inline void printHex(wchar_t* target, const unsigned char* data, std::size_t length)
 {
-    constexpr std::size_t most = 64;
-    char digits[2 * most];
+    constexpr std::size_t maxPiece = 64;
+    char digits[2 * maxPiece];
     while (length > 0) {
-        const std::size_t piece = std::min(length, most);
+        const std::size_t piece = std::min(length, maxPiece);
         printHex(digits, data, piece);
         target = std::copy_n(digits, 2 * piece, target);
         data += piece;
@@ -43,9 +44,9 @@ inline void printHex(wchar_t* target, const unsigned char* data, std::size_t len
 template <class Char>
 void appendHex(std::basic_string<Char>& text, const unsigned char* data, std::size_t length)
 {
-    const std::size_t place = text.size();
-    text.resize(place + 2 * length);
-    printHex(text.data() + place, data, length);
+    const std::size_t start = text.size();
+    text.resize(start + 2 * length);
+    printHex(text.data() + start, data, length);
 }
 
 } // namespace tarnix_cmn_4_4

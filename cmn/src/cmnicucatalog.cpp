@@ -22,11 +22,12 @@ namespace
 {
 
 constexpr int kNotOpened = 3;
-constexpr wchar_t kSeparator[] = L": "; // of the catalog's name and a text
+constexpr wchar_t kSeparator[] = L": "; // between the catalog's name and the text
 constexpr std::size_t kSeparatorLength = std::size(kSeparator) - 1;
 
-// ICU makes a file name of the base name as it is, and takes it from the locale in this way. What
-// Locale::getBaseName gives differs for some malformed names, and is null for others.
+// ICU uses the base name of the locale unchanged as a file name, so that a separator in it leads
+// out of the bundle. The base name is computed as ICU does it: Locale::getBaseName differs for some
+// malformed names, and is null for others.
 bool leadsOutOfBundle(const icu::Locale& locale)
 {
     char base[ULOC_FULLNAME_CAPACITY];
@@ -36,8 +37,8 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     return !complete || std::strpbrk(base, "/\\") != nullptr;
 }
 
-// ICU takes a path with a single separator for the name of a package, and looks for it elsewhere:
-// without an install directory, "Messages/libname" is one.
+// ICU treats a path with at most one separator as the name of a package and looks for it elsewhere.
+// Without an install directory, "Messages/libname" is such a path.
 icu::UnicodeString bundlePath(const tstr& path)
 {
     constexpr char16_t separators[] = {U_FILE_SEP_CHAR, U_FILE_ALT_SEP_CHAR, 0};
@@ -49,7 +50,7 @@ icu::UnicodeString bundlePath(const tstr& path)
     return text;
 }
 
-// With one allocation for a text of usual length, which is put together on the stack.
+// A text of usual length is joined on the stack, so that it takes one allocation.
 tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
     tstr result;
@@ -103,13 +104,13 @@ int CCmnIcuMessageCatalog::init()
     }
     assign(m_Path, directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
-    // ICU looks in its default locale too before it comes to the root.
+    // ICU tries its default locale before the root.
     if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault())) {
         return kNotOpened;
     }
     UErrorCode status = U_ZERO_ERROR;
     m_Bundle = std::make_unique<icu::ResourceBundle>(bundlePath(m_Path), locale, status);
-    if (!m_Bundle) { // ICU's operator new gives null
+    if (!m_Bundle) { // ICU's operator new returns null
         throw std::bad_alloc();
     }
     return status == U_ZERO_ERROR || status == U_USING_DEFAULT_WARNING ? 0 : kNotOpened;

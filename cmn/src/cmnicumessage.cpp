@@ -34,14 +34,14 @@ constexpr int kIdSize = 1024;             // of an id that is read; a longer one
 constexpr std::string_view kHeaderMarker = "<SERIALIZED_MESSAGE";
 constexpr std::string_view kOpeningMarker = "<ARGVALUE";
 constexpr std::string_view kArgumentEnd = "</ARGVALUE>\n";
-constexpr std::size_t kClosingSize = kArgumentEnd.size() - 1; // of the tag itself
+constexpr std::size_t kClosingSize = kArgumentEnd.size() - 1; // without the newline
 
 struct ArgumentList {
     const Formattable* first = nullptr;
     std::int32_t count = 0;
 };
 
-// The getter without a status would read the count of something that is no array.
+// The overload of getArray without a status would read the count of a value that is not an array.
 ArgumentList argumentsOf(const Formattable& array)
 {
     ArgumentList list;
@@ -52,9 +52,8 @@ ArgumentList argumentsOf(const Formattable& array)
 
 // ---- Writing -----------------------------------------------------------------------------------
 
-// A piece of text of bounded length, put together on the stack: an argument of a number is one such
-// piece. There is one for each argument, and the general formatter or many small appends to the
-// text would take most of the writer's time.
+// A text of bounded length that is built on the stack. There is one for each argument, and the
+// general formatter or many small appends would take most of the time of serialize.
 class Piece
 {
 public:
@@ -62,7 +61,7 @@ public:
 
     void add(std::int32_t number) { m_End = std::to_chars(m_End, std::end(m_Text), number).ptr; }
 
-    // As "%g", which follows the locale in nothing but the decimal point.
+    // As "%g", in which only the decimal point depends on the locale.
     void add(double number)
     {
         if (isPointDecimal()) {
@@ -80,7 +79,7 @@ private:
     char* m_End = m_Text;
 };
 
-// Nothing for an argument of another kind.
+// Adds nothing for an argument of another type.
 void addNumber(Piece& piece, const Formattable& argument)
 {
     switch (argument.getType()) {
@@ -117,12 +116,12 @@ void appendArgument(std::string& text, std::int32_t index, const Formattable& ar
     text += piece.text();
 }
 
-// Room for a text of that many arguments, so that it need not grow on the way: in a long one, the
-// memory that it leaves behind while it grows costs more time than the writing.
-std::size_t usualSize(const ArgumentList& arguments)
+// The estimated length of the text, to reserve it: growing a long text step by step takes more time
+// than writing it.
+std::size_t estimatedSize(const ArgumentList& arguments)
 {
     constexpr std::size_t usualArgument = 48;
-    std::size_t size = 2 * usualArgument; // the header and its end
+    std::size_t size = 2 * usualArgument; // header and trailer
     for (std::int32_t i = 0; i < arguments.count; ++i) {
         const Formattable& argument = arguments.first[i];
         const bool isText = argument.getType() == Formattable::kString;
@@ -142,8 +141,8 @@ struct ValueText {
 
 constexpr std::int32_t kNoType = -1;
 
-// TX_sscanf on a text whose length is known. TX_sscanf would measure all of the rest for each tag,
-// and a text of many tags would take quadratic time.
+// TX_sscanf for a text of known length. TX_sscanf would measure the rest of the text for each tag,
+// which takes quadratic time.
 int scan(std::string_view text, const char* format, ...)
 {
     const std::size_t length = std::min<std::size_t>(text.size(), INT_MAX);
@@ -165,7 +164,7 @@ bool skip(std::string_view& text, std::string_view start)
     return true;
 }
 
-// Leaves both alone if there is no number that fits.
+// Leaves both unchanged if the text does not start with a number that fits.
 bool readNumber(std::string_view& text, std::int32_t& number)
 {
     const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -176,8 +175,8 @@ bool readNumber(std::string_view& text, std::int32_t& number)
     return true;
 }
 
-// kNoType if the tag cannot be read up to its type. The scanner is needed for tags that differ from
-// those of the writer, where it reads on over white space and signs.
+// kNoType if the tag has no readable type. First tries the format that serialize writes; the
+// scanner also accepts other white space and signs.
 std::int32_t readType(std::string_view tag)
 {
     std::string_view rest = tag;
@@ -193,13 +192,13 @@ std::int32_t readType(std::string_view tag)
     return type;
 }
 
-bool isCarried(std::int32_t type)
+bool isSupportedType(std::int32_t type)
 {
     return type >= Formattable::kDate && type <= Formattable::kString;
 }
 
-// Walks on from tag to tag. No part of the text is searched twice: a marker that is not found ends
-// the walk.
+// Goes from tag to tag in linear time: no part of the text is searched twice, and a missing marker
+// ends the loop.
 std::vector<ValueText> findValues(std::string_view rest)
 {
     std::vector<ValueText> values;
@@ -216,14 +215,14 @@ std::vector<ValueText> findValues(std::string_view rest)
         }
         rest.remove_prefix(tagEnd + 1);
         const std::size_t length = std::min(rest.find('<'), rest.size());
-        if (isCarried(type)) {
+        if (isSupportedType(type)) {
             values.push_back({type, rest.substr(0, length)});
         }
         rest.remove_prefix(std::min(length + kClosingSize, rest.size()));
     }
 }
 
-// atoi also takes what from_chars refuses: white space, a plus sign, and too many digits.
+// atoi also accepts what from_chars rejects: white space, a plus sign, and too many digits.
 std::int32_t readLong(std::string_view text)
 {
     std::int32_t number = 0;
@@ -235,7 +234,8 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// atof also takes what from_chars takes for the end of the number, or for a number of another kind.
+// from_chars gives the result of atof only if it reads the whole text, if the text ends with a
+// digit, and if the decimal point of the locale is ".".
 double readDouble(std::string_view text)
 {
     double number = 0;
@@ -245,12 +245,12 @@ double readDouble(std::string_view text)
     return isWhole && isPointDecimal() ? number : CCmnStringTool::str2double(std::string(text));
 }
 
-// As setString, which would leave the argument without a text where memory is refused.
+// As Formattable::setString, which leaves the argument without a text if allocation fails.
 void setText(Formattable& argument, icu::UnicodeString text)
 {
     auto owned = std::make_unique<icu::UnicodeString>(std::move(text));
     if (!owned) {
-        throw std::bad_alloc(); // ICU's operator new gives null
+        throw std::bad_alloc(); // ICU's operator new returns null
     }
     argument.adoptString(owned.release());
 }
@@ -264,18 +264,19 @@ void readValue(Formattable& argument, const ValueText& value)
     case Formattable::kString:
         setText(argument, fromUtf8(value.text));
         break;
-    default: // a date comes back as the double that it was written as
+    default: // a date is written and read as a double
         argument.setDouble(readDouble(value.text));
         break;
     }
 }
 
-// The list is made in its place: an array that Formattable copies would copy each string twice.
+// The array is made here and adopted: if Formattable copied an array, each string would be copied
+// once more.
 void readValues(Formattable& array, const std::vector<ValueText>& values)
 {
     auto arguments = std::make_unique<Formattable[]>(values.size());
     if (!arguments) {
-        throw std::bad_alloc(); // ICU's operator new gives null
+        throw std::bad_alloc(); // ICU's operator new returns null
     }
     for (std::size_t i = 0; i < values.size(); ++i) {
         readValue(arguments[i], values[i]);
@@ -285,7 +286,7 @@ void readValues(Formattable& array, const std::vector<ValueText>& values)
 
 // ---- Copying -----------------------------------------------------------------------------------
 
-// As assignments of Formattable, which do not look whether there was memory.
+// As assignment of Formattable, which does not check whether allocation failed.
 void copyArguments(Formattable& array, const ArgumentList& list);
 
 void copyText(Formattable& argument, const icu::UnicodeString& text)
@@ -324,19 +325,20 @@ void copyArguments(Formattable& array, const ArgumentList& list)
 
 constexpr std::int32_t kFormatRoom = 512;
 
-// A text with nothing to format, which MessageFormat gives back as it is: outside of an argument,
-// braces and apostrophes are all of ICU's syntax. Zeros, surrogates and what is no code point do
-// not come back as they are, nor does a text too long for ICU: only short ones are looked at.
+// Whether MessageFormat would return the pattern unchanged. Outside of an argument, only braces and
+// apostrophes have a meaning for ICU. Zeros, surrogates and units that are not code points are
+// changed by the conversion, and so is a text that is too long for ICU, so only short texts are
+// checked.
 bool formatsToItself(const tstr& pattern)
 {
-    constexpr std::size_t longest = 4096;
+    constexpr std::size_t maxLength = 4096;
     const wchar_t* const units = pattern.c_str();
     const std::size_t length = pattern.length();
-    if (length > longest ||
-        (std::wmemchr(units, L'{', length) != nullptr)) { // as nearly all patterns have
+    if (length > maxLength ||
+        (std::wmemchr(units, L'{', length) != nullptr)) { // true for nearly all patterns
         return false;
     }
-    wchar_t found = 0; // without an early end, so that the compiler takes several units at once
+    wchar_t found = 0; // no early exit, so that the compiler can vectorize the loop
     for (std::size_t i = 0; i < length; ++i) {
         const wchar_t unit = units[i];
         found |= unit <= 0 || unit >= 0xD800 || unit == L'}' || unit == L'\'';
@@ -389,7 +391,7 @@ CCmnIcuMessage& CCmnIcuMessage::operator=(const CCmnIcuMessage& other)
 
 CCmnIcuMessage::~CCmnIcuMessage() = default;
 
-// A copied record points to the text of its source, which may go first.
+// A copied record points to the text of its source, which may be destroyed first.
 void CCmnIcuMessage::ownRecord()
 {
     if (m_Info.text != nullptr) {
@@ -402,7 +404,7 @@ const SCmnMessageInfo* CCmnIcuMessage::serialize()
     const ArgumentList arguments = argumentsOf(m_Arguments);
     std::string text;
     if (arguments.count > 0) {
-        text.reserve(usualSize(arguments));
+        text.reserve(estimatedSize(arguments));
         char line[kHeaderSize];
         TX_snprintf(line, sizeof line, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>\n",
                     m_MessageId.c_str(), m_Severity);
@@ -441,14 +443,14 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
 
 tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
-    tstr result; // the only one: a copy of a tstr may get no memory, and does not tell
+    tstr result; // swapped: a copy of a tstr does not report a failed allocation
     result.swap(pattern);
     if (formatsToItself(result)) {
         return result;
     }
     const ArgumentList arguments = argumentsOf(m_Arguments);
     char16_t room[kFormatRoom];
-    icu::UnicodeString output(room, 0, kFormatRoom); // over the room as long as that is enough
+    icu::UnicodeString output(room, 0, kFormatRoom); // in `room` as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
     icu::MessageFormat::format(CCmnStringTool::tstr2ustr(result), arguments.first, arguments.count,
                                output, status);

@@ -1,4 +1,4 @@
-// What the library does while it is being loaded.
+// The function that runs when the library is loaded.
 #include "platform.h"
 
 namespace tarnix_cmn_4_4
@@ -6,8 +6,8 @@ namespace tarnix_cmn_4_4
 
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 
-// Nothing that the library keeps for a thread needs a start or an end, so the system need not
-// report threads to it. There is nothing else to set up, and nothing to do at unloading.
+// The library has no state for each thread that must be created or destroyed, so the system need
+// not report threads to it.
 extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/)
 {
     if (reason == DLL_PROCESS_ATTACH) {

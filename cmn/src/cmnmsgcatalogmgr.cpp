@@ -1,4 +1,4 @@
-// CCmnMessageCatalogManager: which catalog answers, and the store of the texts handed out.
+// CCmnMessageCatalogManager: selects the catalog, and keeps the texts that it returns.
 #include "cmnmsgcatalogmgr.h"
 
 #include "cmntstr.h"
@@ -89,8 +89,8 @@ void CCmnMessageCatalogManager::deleteLocalizedMessage(wchar_t** text)
 // Null if the language has no active catalog.
 CCmnMessageCatalog* CCmnMessageCatalogManager::findCatalog(const std::string& language) const
 {
-    const auto place = m_Catalogs.find(language);
-    return place != m_Catalogs.end() ? place->second.get() : nullptr;
+    const auto entry = m_Catalogs.find(language);
+    return entry != m_Catalogs.end() ? entry->second.get() : nullptr;
 }
 
 // Null if the language cannot be activated. Needs a factory.
@@ -106,7 +106,7 @@ CCmnMessageCatalog* CCmnMessageCatalogManager::findOrActivate(const std::string&
     return m_Catalogs.emplace(language, catalog).first->second.get();
 }
 
-// Empty where the default language is meant.
+// Returns an empty text for the default language.
 std::string CCmnMessageCatalogManager::resolveLanguage(const char* language) const
 {
     if (language == nullptr) {
@@ -115,8 +115,8 @@ std::string CCmnMessageCatalogManager::resolveLanguage(const char* language) con
     return std::strcmp(language, "native") == 0 ? m_NativeLanguage : language;
 }
 
-// Enters the text into the store and returns the entry's own characters. They are not const in the
-// interface, but nobody writes to them.
+// Stores the text and returns the stored characters. The interface needs a pointer to non-const,
+// but nobody writes through it.
 wchar_t* CCmnMessageCatalogManager::keep(const char* key, const tstr& text)
 {
     tstr& entry = m_LocalizedMessages[key];

@@ -1,4 +1,4 @@
-// MD5 over bytes and texts.
+// MD5 of bytes and texts.
 #include "cmnmsgdgst5.h"
 
 #include "cmnhex.h"
@@ -12,7 +12,7 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr std::size_t kLengthPlace = 56; // of the bit count in the last block
+constexpr std::size_t kLengthOffset = 56; // of the bit count in the last block
 
 std::uint32_t readWord(const unsigned char* bytes)
 {
@@ -46,10 +46,10 @@ const unsigned char* bytesOf(const void* data)
     return static_cast<const unsigned char*>(data);
 }
 
-// Each step waits for the b of the one before, so as few operations as possible may stand between
-// b and the result. What does not depend on b is added first, and kept: compilers that reorder the
-// additions lose a fifth of the speed. F has one operation fewer than by its definition, and the
-// two halves of G, which have no bit in common, are added one by one.
+// Each step depends on the b of the step before, so the path from b to the result must be short.
+// What does not depend on b is added first, and keep() stops the compiler from reordering these
+// additions, which would cost a fifth of the speed. F has one operation fewer than its definition.
+// The two halves of G have no bit in common, so they can be added one after the other.
 inline void keep(std::uint32_t& sum)
 {
     __asm__("" : "+r"(sum));
@@ -120,7 +120,7 @@ CCmnMessageDigest5::CCmnMessageDigest5()
     Initialize();
 }
 
-// The texts go past Update, whose length is one of 32 bits.
+// Calls feed directly, because the length of Update has only 32 bits.
 CCmnMessageDigest5::CCmnMessageDigest5(const char* text)
 {
     Initialize();
@@ -192,12 +192,12 @@ void CCmnMessageDigest5::Finalize()
     }
     std::memset(m_Block + m_Buffered, 0, kBlockSize - m_Buffered);
     m_Block[m_Buffered] = 0x80;
-    if (m_Buffered >= kLengthPlace) {
+    if (m_Buffered >= kLengthOffset) {
         Transform(m_Block);
         std::memset(m_Block, 0, kBlockSize);
     }
     m_Bits += 8 * m_Buffered;
-    writeLittleEndian(m_Block + kLengthPlace, m_Bits);
+    writeLittleEndian(m_Block + kLengthOffset, m_Bits);
     Transform(m_Block);
     print();
 }
@@ -221,7 +221,7 @@ void CCmnMessageDigest5::Transform(const unsigned char* block)
     transformBlocks(block, 1);
 }
 
-// The state stays in registers from block to block.
+// Keeps the state in registers from block to block.
 void CCmnMessageDigest5::transformBlocks(const unsigned char* data, std::size_t count)
 {
     std::uint32_t a = m_State[0];

@@ -1,4 +1,4 @@
-// Host names and addresses, over the platform's look-ups.
+// CCmnNetwork: host names and addresses, with the lookups of the platform layer.
 #include "cmnnetwork.h"
 
 #include "TX_strings.h"
@@ -85,7 +85,7 @@ bool CCmnNetwork::validateIPAddress(const char* text)
                        [](const std::string& token) { return IsTokenValid(token) == kFound; });
 }
 
-// By hand, because a number of any length may come, and one that no int holds is not valid.
+// The value is capped, because the token may have more digits than an int can hold.
 int CCmnNetwork::IsTokenValid(const std::string& token)
 {
     int number = 0;

@@ -1,4 +1,5 @@
-// CCmnPathTool and CCmnSGDConfiguration: directories under the two roots that the registry names.
+// CCmnPathTool and CCmnSGDConfiguration: directories under the two root directories in the
+// registry.
 #include "cmnpathtool.h"
 
 #include "TX_sscanf.h"
@@ -41,7 +42,7 @@ int readLocalMachine(const wchar_t* section, const wchar_t* name, tstr& value)
 
 int fileInfo(const FileKind& kind, const tstr& name, tstr& dir, tstr& file)
 {
-    assign(file, kind.prefix, name, kind.ending); // file and name may be one text
+    assign(file, kind.prefix, name, kind.ending); // `file` and `name` may be the same object
     CCmnPathTool::getInstallPath(dir);
     append(dir, kind.directory);
     if (CCmnPathTool::verify(dir.c_str()) != 0) {

@@ -1,4 +1,4 @@
-// See cmnsaxguard.h.
+// ExpansionGuard: the cost of the declarations, and the limit.
 #include "cmnsaxguard.h"
 
 #include <xercesc/util/XMLString.hpp>
@@ -12,16 +12,16 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// The unit of cost is a character of the expanded text. Replacing an entity in content costs the
-// reader as much as some 400 characters, in an attribute some 30; a default attribute costs as much
-// as a few. A small document within the limit takes some 20 ms. For each level of nesting the
-// reader allocates 160 KiB.
+// The unit of cost is a character of the expanded text. To replace an entity takes the reader as
+// long as about 400 characters in content, and about 30 in an attribute. A default attribute takes
+// as long as a few characters. A small document within the limit takes about 20 ms. For each level
+// of nesting the reader allocates 160 KiB.
 constexpr double kBaseLimit = 1e6;
 constexpr double kLimitPerByte = 8;
 constexpr double kReplacementCost = 200;
 constexpr double kDefaultCost = 8;
-constexpr double kAttributeCost = 0.25; // at each element the reader looks at each declared one
-constexpr int kDeepestNesting = 32;
+constexpr double kAttributeCost = 0.25; // for each element, the reader checks each declared one
+constexpr int kMaxNesting = 32;
 
 } // namespace
 
@@ -31,8 +31,8 @@ ExpansionGuard::ExpansionGuard(xercesc::SAX2XMLReader& reader, const std::string
       m_Limit(kBaseLimit + kLimitPerByte * static_cast<double>(text.size()))
 {
     m_Security.setEntityExpansionLimit(static_cast<XMLSize_t>(m_Limit / kReplacementCost));
-    m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager,
-                          &m_Security); // may throw: first
+    // First, because it may throw and must then leave the reader unchanged.
+    m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, &m_Security);
     m_Reader->setDeclarationHandler(this);
 }
 
@@ -45,8 +45,8 @@ ExpansionGuard::~ExpansionGuard()
     m_Reader->setProperty(xercesc::XMLUni::fgXercesSecurityManager, nullptr);
 }
 
-// The name of a parameter entity comes with its percent sign. References to characters and to
-// parameter entities have been replaced in the value: it is the text that the reader will scan.
+// The name of a parameter entity starts with a percent sign. In the value, references to characters
+// and to parameter entities have already been replaced: it is the text that the reader will scan.
 void ExpansionGuard::internalEntityDecl(const XMLCh* const name, const XMLCh* const value)
 {
     const bool isParameter = name[0] == u'%';
@@ -61,7 +61,7 @@ void ExpansionGuard::attributeDecl(const XMLCh* const element, const XMLCh* cons
     declare(useOf(u'<', element), value != nullptr ? kDefaultCost : kAttributeCost, value);
 }
 
-// A null value is an empty one.
+// A null value counts as empty.
 void ExpansionGuard::declare(Use use, double ownCost, const XMLCh* value)
 {
     if (!m_Counts) {
@@ -81,7 +81,7 @@ void ExpansionGuard::declare(Use use, double ownCost, const XMLCh* value)
         assessOne(use, declared);
     }
     if (m_Total > m_Limit) {
-        throw ExpansionRefused();
+        throw ExpansionLimitExceeded();
     }
 }
 
@@ -93,7 +93,7 @@ void ExpansionGuard::assessOne(Use use, Declared& declared)
     m_Total += m_Counts->of(use) * declared.cost;
 }
 
-// Declarations that came earlier and use the new entity have another cost now.
+// Declarations that came earlier and use the new one now have a different cost.
 void ExpansionGuard::assessAll()
 {
     ++m_Round;
@@ -104,16 +104,16 @@ void ExpansionGuard::assessAll()
     }
 }
 
-// Entities that use each other in a cycle end at the deepest level. The work itself counts towards
-// the limit too: declarations in the worst order would make it grow with their square.
+// A cycle of entities ends at the maximum nesting. The work of this function counts towards the
+// limit too: with declarations in the worst order it would be quadratic.
 void ExpansionGuard::assess(Declared& declared, int level)
 {
     if (declared.round == m_Round) {
         return;
     }
     m_Work += 1 + static_cast<double>(declared.uses.size());
-    if (level > kDeepestNesting || m_Work > m_Limit) {
-        throw ExpansionRefused();
+    if (level > kMaxNesting || m_Work > m_Limit) {
+        throw ExpansionLimitExceeded();
     }
     double cost = declared.ownCost;
     int depth = 1;
@@ -122,8 +122,8 @@ void ExpansionGuard::assess(Declared& declared, int level)
         cost += used->cost;
         depth = std::max(depth, used->depth + 1);
     }
-    if (depth > kDeepestNesting) {
-        throw ExpansionRefused();
+    if (depth > kMaxNesting) {
+        throw ExpansionLimitExceeded();
     }
     declared.cost = cost;
     declared.depth = depth;

@@ -1,4 +1,4 @@
-// Protects the SAX parser from documents whose declarations expand without bounds.
+// Limits how far the declarations of an XML document may expand ("billion laughs" attack).
 #ifndef TARNIX_CMNSAXGUARD_H
 #define TARNIX_CMNSAXGUARD_H
 
@@ -16,27 +16,29 @@
 namespace tarnix_cmn_4_4
 {
 
-// The text of the fatal error that a document over the limit is reported with.
-constexpr XMLCh kExpansionRefusal[] = u"the document's declarations expand to too much text";
+// The text of the fatal error for a document over the limit.
+constexpr XMLCh kExpansionLimitMessage[] = u"the document's declarations expand to too much text";
 
 // Thrown out of the parse when a document could exceed the limit.
-struct ExpansionRefused {
+struct ExpansionLimitExceeded {
 };
 
-// Attached to a reader for one parse. The reader passes on each declaration before anything can use
-// it; the guard adds up what all uses of all declarations could cost, and throws ExpansionRefused
-// when that exceeds the limit. The reader's own limit, which is set here too, is not enough: it
-// holds for content and attributes only, and it counts replacements, not their length.
+// Attached to a reader for one parse. The reader reports each declaration before the document can
+// use it. The guard adds up the possible cost of all uses of all declarations, and throws
+// ExpansionLimitExceeded when the sum exceeds the limit. The guard sets the limit of the reader
+// too, but that is not enough: it covers only content and attributes, and it counts replacements,
+// not their length.
 class ExpansionGuard final : public xercesc::DeclHandler
 {
 public:
-    // Throws, with the reader unchanged, during a parse, whose own guard stays in place.
+    // Throws if the reader is in the middle of a parse. The reader then keeps the guard of that
+    // parse.
     ExpansionGuard(xercesc::SAX2XMLReader& reader, const std::string& text);
     ~ExpansionGuard() override;
     ExpansionGuard(const ExpansionGuard&) = delete;
     ExpansionGuard& operator=(const ExpansionGuard&) = delete;
 
-    // The reader is about to be destroyed, or in a state in which it accepts no property.
+    // Detaches from a reader that is about to be destroyed, or that no longer accepts a property.
     void abandonReader() { m_Reader = nullptr; }
 
     void internalEntityDecl(const XMLCh* name, const XMLCh* value) override;
@@ -51,9 +53,9 @@ public:
 private:
     struct Declared {
         double ownCost = 0;
-        std::vector<Declared*> uses; // of other declarations, in this one's value
-        bool isUsed = false;         // by another declaration
-        // The cost of one use of it, nested uses included, as computed in that round.
+        std::vector<Declared*> uses; // declarations that the value of this one uses
+        bool isUsed = false;         // by the value of another declaration
+        // The cost of one use, nested uses included. Cost and depth were computed in that round.
         double cost = 0;
         int depth = 0;
         unsigned int round = 0;

@@ -1,4 +1,4 @@
-// The base handler, and the count of uses of Xerces-C.
+// CCmnSaxParseHandler, and the initialisation of Xerces-C for all its users.
 #include "cmnsaxhandler.h"
 
 #include "cmnstringtool.h"
@@ -17,12 +17,13 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// Constant initialised, with a destructor that does nothing: handlers may be static objects.
+// Handlers may be static objects. The mutex works before and after main, because it is initialised
+// at compile time and its destructor does nothing.
 std::mutex g_libraryMutex;
 
-// A stored problem on its way to the caller. Unwinding may destroy the handler and the parser
-// before the caller looks at it, so it holds the memory that its texts lie in. The first base is
-// destroyed last.
+// A stored error, as it is thrown. Unwinding may destroy the handler and the parser before the
+// caller looks at the exception, and without a user Xerces-C frees the memory of the texts. So the
+// exception is a user too: as the first base, CCmnSaxLibrary is destroyed last.
 class ThrownError : private CCmnSaxLibrary, public xercesc::SAXParseException
 {
 public:
@@ -82,20 +83,20 @@ std::wstring CCmnSaxParseHandler::toWString(const XMLCh* const text) const
 
 void CCmnSaxParseHandler::characters(const XMLCh* const text, const XMLSize_t length)
 {
-    // The reader cuts a long text anywhere, also within a surrogate pair. A short one is never cut,
-    // and not measured: that would cost a twentieth of a parse.
-    constexpr XMLSize_t shortestCut = 4096;
-    const bool isMeasured = length >= shortestCut || m_Lead != 0;
+    // The reader splits a long text anywhere, also within a surrogate pair. A short text is never
+    // split and not measured, because that would take a twentieth of the time of a parse.
+    constexpr XMLSize_t minSplitSize = 4096;
+    const bool isMeasured = length >= minSplitSize || m_Lead != 0;
     const XMLSize_t size = isMeasured ? xercesc::XMLString::stringLen(text) : 0;
-    const bool isCut = size > 0 && U16_IS_LEAD(text[size - 1]);
-    if (!isCut && m_Lead == 0) {
+    const bool endsInPair = size > 0 && U16_IS_LEAD(text[size - 1]);
+    if (!endsInPair && m_Lead == 0) {
         append(m_Text, text);
         return;
     }
     std::u16string whole(m_Lead != 0 ? 1 : 0, m_Lead);
-    whole.append(text, isCut ? size - 1 : size);
+    whole.append(text, endsInPair ? size - 1 : size);
     append(m_Text, whole.c_str());
-    m_Lead = isCut ? text[size - 1] : XMLCh{0};
+    m_Lead = endsInPair ? text[size - 1] : XMLCh{0};
 }
 
 void CCmnSaxParseHandler::startElement(const XMLCh* const /*uri*/, const XMLCh* const /*localname*/,
@@ -137,8 +138,8 @@ void CCmnSaxParseHandler::store(const xercesc::SAXParseException& problem)
     if (&problem == &m_LastError) {
         return;
     }
-    // Made anew: its assignment would keep pointers to texts that it has freed when memory is
-    // refused.
+    // Destroyed and constructed again: if allocation fails, an assignment keeps pointers to texts
+    // that it has freed.
     m_LastError.~SAXParseException();
     try {
         new (&m_LastError) xercesc::SAXParseException(problem);

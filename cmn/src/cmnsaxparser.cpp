@@ -1,4 +1,4 @@
-// The SAX parser: a reader with everything switched off that a document could misuse.
+// CCmnSaxParser: a reader without the features that untrusted input could misuse.
 #include "cmnsaxparser.h"
 
 #include "cmnsaxguard.h"
@@ -25,7 +25,7 @@ struct Feature {
     bool value;
 };
 
-// Null if Xerces-C fails. A reader on which one of the features cannot be set is not kept.
+// Null if Xerces-C fails, or if one of the features cannot be set.
 xercesc::SAX2XMLReader* makeReader()
 {
     using xercesc::XMLUni;
@@ -73,8 +73,7 @@ void CCmnSaxParser::init()
     try {
         m_Reader = makeReader();
     } catch (...) {
-        CCmnSaxLibrary::endUse(); // the destructor of an object that failed to construct does not
-                                  // run
+        CCmnSaxLibrary::endUse(); // the destructor does not run if the constructor throws
         throw;
     }
 }
@@ -106,13 +105,13 @@ void CCmnSaxParser::parse(const std::string& text)
     ExpansionGuard guard(*m_Reader, text);
     try {
         m_Reader->parse(source);
-    } catch (const ExpansionRefused&) {
+    } catch (const ExpansionLimitExceeded&) {
         if (m_Handler != nullptr) {
-            m_Handler->fatalError(
-                xercesc::SAXParseException(kExpansionRefusal, nullptr, source.getSystemId(), 0, 0));
+            m_Handler->fatalError(xercesc::SAXParseException(kExpansionLimitMessage, nullptr,
+                                                             source.getSystemId(), 0, 0));
         }
     } catch (const xercesc::OutOfMemoryException&) {
-        // The reader stays in the middle of that parse, and would refuse every other one.
+        // The reader still counts as parsing, and would reject every further parse.
         guard.abandonReader();
         delete std::exchange(m_Reader, nullptr); // NOLINT(cppcoreguidelines-owning-memory)
         throw;

@@ -1,4 +1,4 @@
-// See cmnsaxuses.h.
+// UseCounts: finds the encoding of a document and counts the uses.
 #include "cmnsaxuses.h"
 
 #include "cmnstringtool.h"
@@ -19,9 +19,9 @@ using Transcoder = std::unique_ptr<xercesc::XMLTranscoder>;
 
 constexpr std::size_t kPiece = 4096;
 
-// The document's text after its XML declaration, in the encoding in which the reader will read it.
-// Any doubt about that encoding makes it unknown: text that the reader reads in another way than
-// this could hide uses.
+// The text of the document after its XML declaration, and the encoding in which the reader will
+// read it. If there is any doubt, the encoding is unknown: if the reader used a different one, some
+// uses would not be counted.
 struct Decoded {
     const XMLByte* data = nullptr;
     std::size_t size = 0;
@@ -37,13 +37,14 @@ Transcoder makeTranscoder(Encoding encoding)
         encoding, code, kPiece, xercesc::XMLPlatformUtils::fgMemoryManager));
 }
 
-// The ASCII characters of the XML declaration, from "<?xml" to ">"; empty if there is none. The
-// zeros of wider encodings and a byte order mark are left out. False if it does not end soon.
+// Collects the ASCII characters of the XML declaration, from "<?xml" to ">"; none if there is no
+// declaration. Skips a byte order mark, and the zeros of wider encodings. False if the declaration
+// does not end within a usual length.
 bool findDeclaration(const std::string& text, std::string& declaration)
 {
-    constexpr std::size_t longest = 1024;
+    constexpr std::size_t maxSize = 1024;
     constexpr std::size_t start = 5;
-    for (std::size_t i = 0; i < text.size() && i < longest; ++i) {
+    for (std::size_t i = 0; i < text.size() && i < maxSize; ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
         if (byte > 0 && byte < 0x80) {
             declaration += text[i];
@@ -57,11 +58,11 @@ bool findDeclaration(const std::string& text, std::string& declaration)
             return true;
         }
     }
-    return text.size() < longest;
+    return text.size() < maxSize;
 }
 
-// The encoding that the declaration names, or the empty text; false if it is not certain. Any
-// quoted text but the possible values of the other two attributes is taken for it.
+// Gets the encoding that the declaration names, or an empty text; false if it is not certain. Each
+// quoted text is taken as the encoding, except the possible values of the other two attributes.
 bool findEncoding(const std::string& declaration, std::string& encoding)
 {
     std::size_t start = 0;
@@ -83,8 +84,8 @@ bool findEncoding(const std::string& declaration, std::string& encoding)
     return true;
 }
 
-// Whether the encoding reads the declaration, which is ASCII, as it is. The reader ignores the name
-// of an encoding that does not, or switches to it after the declaration.
+// Whether the declaration, which is ASCII, is the same text in this encoding. If it is not, the
+// reader ignores the encoding, or switches to it only after the declaration.
 bool readsAscii(const std::string& encoding, const std::string& declaration)
 {
     const Transcoder transcoder = makeTranscoder(encoding.c_str());
@@ -93,10 +94,10 @@ bool readsAscii(const std::string& encoding, const std::string& declaration)
     }
     std::array<XMLCh, kPiece> units;
     std::array<unsigned char, kPiece> sizes;
-    XMLSize_t eaten = 0;
+    XMLSize_t consumed = 0;
     const XMLSize_t length = transcoder->transcodeFrom(
         reinterpret_cast<const XMLByte*>(declaration.data()), declaration.size(), units.data(),
-        units.size(), eaten, sizes.data());
+        units.size(), consumed, sizes.data());
     return std::equal(units.data(), units.data() + length, declaration.begin(), declaration.end());
 }
 
@@ -113,7 +114,7 @@ Decoded decode(const std::string& text)
     }
     const auto sensed = XMLRecognizer::basicEncodingProbe(decoded.data, decoded.size);
     if (sensed == XMLRecognizer::UTF_8) {
-        // The declaration is ASCII even where what follows is not.
+        // The declaration is ASCII, even if what follows is not.
         const std::size_t start = declaration.empty() ? 0 : text.find('>') + 1;
         decoded.data += start;
         decoded.size -= start;
@@ -130,9 +131,9 @@ Decoded decode(const std::string& text)
     return decoded;
 }
 
-// The bytes of the next piece if each is a character of its own, otherwise 0. Transcoding them
-// would take longer than all the rest of the count. Without an early end, so that the compiler
-// takes many bytes at once.
+// The size of the next piece if all of it is ASCII, otherwise 0. ASCII is not transcoded, because
+// that would take longer than the rest of the count. The loop has no early exit, so that the
+// compiler can vectorize it.
 std::size_t asciiPiece(const Decoded& utf8)
 {
     const std::size_t size = std::min(utf8.size, kPiece);
@@ -145,13 +146,13 @@ std::size_t asciiPiece(const Decoded& utf8)
 
 } // namespace
 
-// The shortest use, with the character that ends it, has three characters.
-UseCounts::UseCounts(const std::string& text) : m_Most(static_cast<double>(text.size()) / 3)
+// The shortest use has three characters: "&", one character of a name, and the one that ends it.
+UseCounts::UseCounts(const std::string& text) : m_MaxCount(static_cast<double>(text.size()) / 3)
 {
     try {
         m_IsKnown = count(text);
     } catch (const xercesc::XMLException&) {
-        m_IsKnown = false; // not in that encoding, as the reader will find if it gets there
+        m_IsKnown = false; // invalid in that encoding: the reader fails too, if it gets there
     }
 }
 
@@ -165,19 +166,19 @@ bool UseCounts::count(const std::string& text)
     const auto found = [this](Use use) { ++m_Counts[counterOf(use)]; };
     std::array<XMLCh, kPiece> piece;
     std::array<unsigned char, kPiece> sizes;
-    XMLSize_t eaten = 1;
-    while (document.size > 0 && eaten > 0) {
+    XMLSize_t consumed = 1;
+    while (document.size > 0 && consumed > 0) {
         const std::size_t plain = document.isUtf8 ? asciiPiece(document) : 0;
         if (plain > 0) {
             scanner.scan(document.data, plain, found);
-            eaten = plain;
+            consumed = plain;
         } else {
             const XMLSize_t length = document.transcoder->transcodeFrom(
-                document.data, document.size, piece.data(), piece.size(), eaten, sizes.data());
+                document.data, document.size, piece.data(), piece.size(), consumed, sizes.data());
             scanner.scan(piece.data(), length, found);
         }
-        document.data += eaten;
-        document.size -= eaten;
+        document.data += consumed;
+        document.size -= consumed;
     }
     return true;
 }

@@ -1,4 +1,4 @@
-// How often a document uses what its declarations may declare: entities and default attributes.
+// Counts how often a document uses entities and the default attributes of elements.
 #ifndef TARNIX_CMNSAXUSES_H
 #define TARNIX_CMNSAXUSES_H
 
@@ -15,8 +15,8 @@ namespace tarnix_cmn_4_4
 {
 
 // "&name" and "%name" use an entity, "<name" uses the default attributes of an element. A use is
-// identified by a hash of these characters. Two uses with one hash are taken for the same, which
-// only makes a document look more expensive than it is.
+// identified by a hash of these characters. Two uses with the same hash count as one use, which can
+// only make a document look more expensive than it is.
 using Use = std::uint64_t;
 
 constexpr Use kUseSeed = 0xCBF29CE484222325;
@@ -43,8 +43,8 @@ constexpr std::array<bool, 128> asciiNameUnits()
     return units;
 }
 
-// The two newlines that only XML 1.1 has end a name; any other character beyond ASCII may be part
-// of one.
+// U+0085 and U+2028 are newlines in XML 1.1 and end a name. Every other character outside ASCII may
+// be part of a name.
 inline bool isNameUnit(XMLCh unit)
 {
     static constexpr std::array<bool, 128> ascii = asciiNameUnits();
@@ -60,8 +60,8 @@ inline Use useOf(XMLCh sigil, const XMLCh* name)
     return use;
 }
 
-// Finds the uses in a text that comes in pieces. It does not look at where they stand: one that is
-// in a comment counts too.
+// Finds the uses in a text that arrives in pieces. It ignores the context: a use in a comment
+// counts too.
 class UseScanner
 {
 public:
@@ -99,24 +99,27 @@ private:
     bool m_HasName = false;
 };
 
-// How often each use occurs in a document; too high, never too low, where two uses share a counter.
+// How often each use occurs in a document. Uses may share a counter, so that a count may be too
+// high, but never too low.
 class UseCounts
 {
 public:
-    // Reads the whole text, in the encoding in which the reader will read it. Where that encoding
-    // is not certain, each use is taken to occur as often as the text has room for it.
+    // Reads the whole text in the encoding that the reader will use. If that encoding is not
+    // certain, each use is assumed to occur as often as the length of the text allows.
     explicit UseCounts(const std::string& text);
 
-    // At least 1: what is declared counts.
+    // At least 1, because a declaration costs something even if it is never used.
     double of(Use use) const
     {
-        return m_IsKnown ? std::max(1.0, static_cast<double>(m_Counts[counterOf(use)])) : m_Most;
+        return m_IsKnown ? std::max(1.0, static_cast<double>(m_Counts[counterOf(use)]))
+                         : m_MaxCount;
     }
 
 private:
     static constexpr int kCounterBits = 13;
 
-    // Names that differ only in their last character differ only in the low bits of the hash.
+    // Uses the high bits of a product: names that differ only in their last character differ only
+    // in the low bits of the hash.
     static std::size_t counterOf(Use use)
     {
         return static_cast<std::size_t>(use * 0x9E3779B97F4A7C15 >> (64 - kCounterBits));
@@ -125,7 +128,7 @@ private:
     bool count(const std::string& text);
 
     std::array<std::uint64_t, std::size_t{1} << kCounterBits> m_Counts{};
-    double m_Most;
+    double m_MaxCount;
     bool m_IsKnown = false;
 };
 

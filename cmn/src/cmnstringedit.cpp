@@ -26,10 +26,10 @@ constexpr Escape kEscapes[] = {
 
 constexpr const char* kEscaped = "&<>\"'";
 
-// The locale is asked only where locales differ: which printable ASCII characters are letters, and
-// that those of one case stay when they are converted to it, is the same in all of them. What the
-// letters of the other case become is not (an "i" may keep its dot as a capital), and an old
-// encoding may have letters among the control characters.
+// The locale is asked only where locales differ. In all of them the same printable ASCII characters
+// are letters, and a letter that already has the wanted case does not change. The conversion to the
+// other case may differ (the Turkish capital of "i" keeps the dot), and in some old encodings
+// control characters are letters.
 template <class Char>
 bool isPrintableAscii(Char c)
 {
@@ -48,7 +48,7 @@ bool isAsciiUpper(Char c)
     return c >= 'A' && c <= 'Z';
 }
 
-// The classification functions take bytes; a plain char may be negative.
+// The functions of <cctype> take the value of an unsigned char; a plain char may be negative.
 struct NarrowLocale {
     static bool isLetter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
     static char upper(char c)
@@ -109,23 +109,24 @@ String convertLetters(String text)
     return text;
 }
 
-// Moves `place` on to the next match, or to the terminator if there is none before it. Search and
-// terminator are looked for in one go.
-bool findMatch(const char*& place, const char* end, const std::string& search)
+// Moves `position` to the next match, or to the terminator if there is no match before it. One pass
+// searches for both.
+bool findMatch(const char*& position, const char* end, const std::string& search)
 {
-    for (;; ++place) {
-        place = findOrEnd(place, search[0]);
-        if (static_cast<std::size_t>(end - place) >= search.size() &&
-            std::memcmp(place, search.data(), search.size()) == 0) {
+    for (;; ++position) {
+        position = findOrEnd(position, search[0]);
+        if (static_cast<std::size_t>(end - position) >= search.size() &&
+            std::memcmp(position, search.data(), search.size()) == 0) {
             return true;
         }
-        if (*place == '\0') {
+        if (*position == '\0') {
             return false;
         }
     }
 }
 
-// Room for an edited text: a few replacements more must not copy it all again.
+// An empty text with a little more capacity, so that a few longer replacements do not copy it
+// again.
 std::string makeResult(std::size_t length)
 {
     std::string result;
@@ -183,21 +184,21 @@ std::string CCmnStringTool::searchreplace(const std::string& text, const std::st
     }
     const char* rest = text.c_str();
     const char* const end = rest + text.size();
-    const char* place = rest;
-    if (!findMatch(place, end, search)) {
-        return std::string(rest, place);
+    const char* match = rest;
+    if (!findMatch(match, end, search)) {
+        return std::string(rest, match);
     }
     const std::size_t kept = std::strlen(replacement.c_str());
     std::string result = makeResult(text.size());
     do {
-        result.append(rest, static_cast<std::size_t>(place - rest)).append(replacement, 0, kept);
+        result.append(rest, static_cast<std::size_t>(match - rest)).append(replacement, 0, kept);
         if (kept < replacement.size()) {
             return result;
         }
-        place += search.size();
-        rest = place;
-    } while (findMatch(place, end, search));
-    result.append(rest, static_cast<std::size_t>(place - rest));
+        match += search.size();
+        rest = match;
+    } while (findMatch(match, end, search));
+    result.append(rest, static_cast<std::size_t>(match - rest));
     return result;
 }
 
@@ -298,8 +299,8 @@ std::string CCmnStringTool::xmlBracketValue(std::string name, std::string value)
            xmlBracket(name, false, true);
 }
 
-// One pass is enough: no reference holds a character that a later replacement would look for,
-// except the "&" of all of them, and that comes first.
+// One pass gives the same result as one pass for each character with "&" first: no reference
+// contains any other character that is replaced.
 std::string CCmnStringTool::convertToXmlSpecialCharacters(const std::string& text)
 {
     std::string result = makeResult(text.size());
@@ -314,8 +315,8 @@ std::string CCmnStringTool::convertToXmlSpecialCharacters(const std::string& tex
     }
 }
 
-// One pass is enough: references cannot overlap, and the character that one becomes completes a
-// reference only if that is "&", which comes last and is not looked at again.
+// One pass gives the same result as one pass for each reference with "&amp;" last: references
+// cannot overlap, and of the replaced characters only "&" can start another reference.
 std::string CCmnStringTool::convertFromXmlSpecialCharacters(const std::string& text)
 {
     std::string_view rest = text.c_str();

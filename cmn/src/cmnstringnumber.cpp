@@ -14,8 +14,8 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// The text that "%d" and its kin give, without the formatter's way to it: most numbers go out by
-// here. All of its characters are ASCII, so a wide text takes them as they are.
+// As "%d" and similar formats, but without the cost of the formatter: most numbers are converted
+// here. The digits are ASCII, so a wide text can copy them unchanged.
 template <class Text, class Number>
 Text decimal(Number number)
 {
@@ -43,15 +43,15 @@ std::basic_string<Char> hexText(const unsigned char* data, int length)
     return text;
 }
 
-// The number in front of a uid, "%04x".
+// The number at the start of a uid, as "%04x".
 template <class Char>
 class UidNumber
 {
 public:
     explicit UidNumber(std::uint32_t number)
     {
-        constexpr std::size_t least = 4;
-        while (m_Size > least && number >> (4 * (m_Size - 1)) == 0) {
+        constexpr std::size_t minSize = 4;
+        while (m_Size > minSize && number >> (4 * (m_Size - 1)) == 0) {
             --m_Size;
         }
         for (std::size_t i = m_Size; i > 0; number >>= 4) {
@@ -86,7 +86,7 @@ constexpr std::array<std::int16_t, 256> makeHexValues()
 
 constexpr auto kHexValues = makeHexValues();
 
-// Two digits are read by table; anything else is whatever strtol makes of it.
+// Two hex digits are read by table. Anything else gets the result of strtol.
 unsigned char readHexPair(char first, char second)
 {
     const int high = kHexValues[static_cast<unsigned char>(first)];
@@ -202,7 +202,7 @@ std::wstring CCmnStringTool::binary2wstr(const unsigned char* data, int length)
 int CCmnStringTool::str2binary(unsigned char* out, int* size, const std::string& text)
 {
     const std::size_t pairs = text.size() / 2;
-    // A negative size is too small even for no pair at all.
+    // A negative size is an error even for no pair at all.
     if (size == nullptr || (out == nullptr && pairs > 0) || *size < 0 ||
         pairs > static_cast<std::size_t>(*size)) {
         return -1;
@@ -235,7 +235,7 @@ std::string CCmnStringTool::str2uid(unsigned int number, const std::string& text
     std::string uid(digits.data(), digits.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80) {
+        if (byte >= 0x80) { // as "%02x" prints a negative char
             uid += "ffffff";
         }
         appendHex(uid, &byte, 1);

@@ -1,4 +1,4 @@
-// CCmnStringTool: conversions between the string kinds, and raw duplicates.
+// CCmnStringTool: conversions between string types, and copies in raw memory.
 #include "cmnstringtool.h"
 
 #include "cmnutf16.h"
@@ -32,16 +32,16 @@ constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
 // A UTF-16 unit takes at most three bytes of UTF-8; a surrogate pair takes four.
 constexpr std::size_t kUtf8PerUnit = 3;
 
-// A little less than a UnicodeString can hold, which differs between versions.
+// A little less than a UnicodeString can hold; the exact limit differs between versions of ICU.
 constexpr std::size_t kMaxUstr = 0x7FFFFF00;
 
-// ICU counts bytes in 32 bits, so longer text is handed over in pieces; in such that do not ask for
-// a second gigabyte to convert one.
+// ICU counts bytes in 32 bits, so longer text is converted in pieces. The pieces are small, so that
+// a gigabyte of text does not need a buffer of the same size.
 constexpr std::size_t kMaxUtf8Piece = 0x1000000;
 constexpr std::size_t kMaxUtf16Piece = kMaxUtf8Piece / kUtf8PerUnit;
 
-// Room for the worst case of a conversion, from which the result is then copied: a string would
-// clear all of that first, and keep it. Short text stays on the stack.
+// A buffer for the worst case of a conversion, from which the result is copied. A string would
+// first be filled with zeros, and would keep the unused memory. Short text stays on the stack.
 template <class Char>
 class Room
 {
@@ -64,7 +64,7 @@ private:
     const std::size_t m_Size;
     const std::unique_ptr<Char[]> m_Heap;
     Char* const m_Data;
-    Char m_Stack[kStackSize]; // not cleared either
+    Char m_Stack[kStackSize]; // not initialised
 };
 
 // Opens the buffer of a ustr for writing; releaseBuffer must follow before the ustr is used.
@@ -77,7 +77,7 @@ char16_t* openBuffer(icu::UnicodeString& text, std::size_t capacity)
     return units;
 }
 
-// A tstr that gets no memory does not tell, and must not be used.
+// A tstr does not report a failed allocation; it is then shorter and must not be used.
 void requireLength(const tstr& text, std::size_t length)
 {
     if (text.length() != length) {
@@ -85,7 +85,7 @@ void requireLength(const tstr& text, std::size_t length)
     }
 }
 
-// A tstr that owns its text has a terminator behind it; one over the memory of others need not.
+// A tstr that owns its memory is terminated; one that does not own it need not be.
 bool isTerminated(const tstr& text)
 {
     return text.capacity() > text.length() && text.c_str()[text.length()] == L'\0';
@@ -117,8 +117,8 @@ std::int32_t convertUtf8(const char* text, std::int32_t length, char16_t* units,
     return U_SUCCESS(status) ? written : -1;
 }
 
-// Text whose bytes bound its units: one pass. ICU finds the terminator itself, but in a long text
-// its loop for a known length is the steadier one.
+// One pass, because a text has no more units than bytes. For short text, ICU finds the terminator
+// itself; for longer text, its loop for a known length has a steadier speed.
 icu::UnicodeString fromShortUtf8(const std::string& text)
 {
     icu::UnicodeString result;
@@ -129,7 +129,7 @@ icu::UnicodeString fromShortUtf8(const std::string& text)
     return result;
 }
 
-// The units that valid UTF-8 becomes.
+// The number of units of a valid UTF-8 text.
 std::size_t countUtf16(const char* text)
 {
     std::size_t units = 0;
@@ -139,7 +139,7 @@ std::size_t countUtf16(const char* text)
     return units;
 }
 
-// The bytes of the next piece: up to the terminator, but whole characters.
+// The size of the next piece: up to the terminator, but only whole characters.
 std::size_t utf8Piece(const char* text)
 {
     std::size_t piece = ::strnlen(text, kMaxUtf8Piece);
@@ -151,7 +151,7 @@ std::size_t utf8Piece(const char* text)
     return piece;
 }
 
-// Not inlined: short text would pay for the registers.
+// Not inlined: the registers that it needs would be saved for short text too.
 [[gnu::noinline]] icu::UnicodeString fromLongUtf8(const char* text)
 {
     icu::UnicodeString result;
@@ -185,7 +185,7 @@ std::int32_t convertUtf16(const char16_t* text, std::size_t length, Room<char>& 
     return U_SUCCESS(status) ? written : -1;
 }
 
-// The units of the next piece, which must not end within a surrogate pair.
+// The length of the next piece, which must not end within a surrogate pair.
 std::size_t utf16Piece(const char16_t* text, std::size_t length)
 {
     if (length <= kMaxUtf16Piece) {
@@ -212,7 +212,7 @@ std::size_t utf16Piece(const char16_t* text, std::size_t length)
     return result;
 }
 
-// Wide units are looked at as char32_t: not every system's wchar_t can hold what is compared here.
+// Wide units are compared as char32_t, because a wchar_t of 16 bits cannot hold these limits.
 bool isCodePoint(char32_t unit)
 {
     return unit <= UCHAR_MAX_VALUE;
@@ -223,7 +223,7 @@ bool needsTwoUnits(char32_t unit)
     return isCodePoint(unit) && unit > 0xFFFF;
 }
 
-// Without an early end, so that the compiler takes many units at once: nearly all texts fit.
+// No early exit, so that the compiler can vectorize the loop: nearly all texts fit.
 bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
 {
     std::uint32_t all = 0;
@@ -263,9 +263,9 @@ Char* duplicate(const Char* text, std::size_t length, CCmnStringTool::Allocator 
     return copy;
 }
 
-// Converts a text by convert(target, &rest, room, &state), which is mbsrtowcs or one of its kin and
-// sets `rest` to null at the end of the text. In one pass: measuring first would convert twice.
-// `size` is the room that is enough in nearly all encodings.
+// Converts a text by convert(target, &rest, room, &state): mbsrtowcs or wcsrtombs, which set `rest`
+// to null at the end of the text. To measure first would convert the text twice. `size` is a first
+// guess, which is enough in nearly all encodings.
 template <class Result, class To, class From, class Convert>
 Result convertByLocale(const From* text, std::size_t size, Convert convert)
 {
@@ -280,16 +280,16 @@ Result convertByLocale(const From* text, std::size_t size, Convert convert)
         if (rest == nullptr) {
             return makeText<Result>(room.data(), written);
         }
-        // In some encodings a cut character at the end of the text is no failure, but there the
-        // conversion stops all the same.
+        // In some encodings an incomplete character at the end of the text is no error, but the
+        // conversion stops there. More room would not help.
         if (room.size() - written >= MB_LEN_MAX) {
             return {};
         }
     }
 }
 
-// Up to the terminator, which has to be there: what converts to no byte at all makes wcsnrtombs end
-// the process.
+// The text must be terminated. wcsnrtombs, which needs no terminator, ends the process if the text
+// converts to no byte at all.
 std::string toNarrow(const wchar_t* text, std::size_t length)
 {
     return convertByLocale<std::string, char>(text, length * MB_CUR_MAX + 1, std::wcsrtombs);
@@ -302,8 +302,8 @@ Result toWide(const std::string& text)
     return convertByLocale<Result, wchar_t>(text.c_str(), text.size() + 1, std::mbsrtowcs);
 }
 
-// Straight into the result: beside the room of a long text, another buffer of the same size would
-// make the C library give memory back to the system, and ask for it again, with each call.
+// Converts directly into the result. With a second buffer of this size, the C library would return
+// memory to the system and request it again in each call.
 std::wstring toLongWide(const std::string& text)
 {
     std::wstring result(text.size() + 1, L'\0');
@@ -340,7 +340,7 @@ std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
     if (length == 0 || convertUtf16(text.getBuffer(), length, room) < 0) {
         return {};
     }
-    return room.data(); // terminated, at the latest behind all of it
+    return room.data(); // terminated: there is room for it after the longest result
 }
 
 icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
@@ -418,8 +418,8 @@ std::string CCmnStringTool::tstr2str(const tstr& text)
     if (isTerminated(text)) {
         return toNarrow(text.c_str(), text.length());
     }
-    // With a terminator: without it wcsnrtombs keeps back what an encoding holds on to, and looks
-    // in front of its target after a text that becomes nothing.
+    // Copied to add a terminator. Without one, wcsnrtombs does not write what is still pending in a
+    // stateful encoding, and reads before its target if the text converts to nothing.
     const std::size_t length = terminatedLength(text);
     Room<wchar_t> terminated(length + 1);
     *std::copy_n(text.c_str(), length, terminated.data()) = L'\0';
@@ -461,7 +461,7 @@ wchar_t* CCmnStringTool::tstrdup(const tstr& text, Allocator allocator)
 
 wchar_t** CCmnStringTool::tstrduplist(const std::vector<tstr>& list)
 {
-    // Cleared, so that the list is ended by a null pointer at any time.
+    // Zeroed, so that a null pointer ends the list at any time.
     auto copies = static_cast<wchar_t**>(std::calloc(list.size() + 1, sizeof(wchar_t*)));
     if (copies == nullptr) {
         return nullptr;

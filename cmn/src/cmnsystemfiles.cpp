@@ -1,4 +1,4 @@
-// The process's own registry file and rights file, which the platform layer reads.
+// Sets the registry file and the rights file that the platform layer reads in this process.
 #include "cmnsystemfiles.h"
 
 #include "platform.h"

@@ -1,4 +1,5 @@
-// What has a log, apart from the log itself: the header of a runner need not know the log's class.
+// CCmnTraceable. It is separate from the log, so that the header of a runner need not include the
+// class of the log.
 #include "cmntraceable.h"
 
 #include "cmntracelog.h"

@@ -1,4 +1,4 @@
-// CCmnTraceLog: its settings and its lines.
+// CCmnTraceLog: the settings, and the lines of the log.
 #include "cmntracelog.h"
 
 #include "TX_strings.h"
@@ -29,7 +29,8 @@ constexpr const wchar_t* kTraceStdout = L"TRACESTDOUT";
 constexpr std::size_t kTimeSize = 128;
 constexpr std::size_t kTextSize = 1024;
 
-// A copy of the arguments, for a second pass. Ends them also when an allocation throws meanwhile.
+// A copy of the arguments for a second pass. The destructor calls va_end even if an allocation
+// throws.
 struct ArgsCopy {
     explicit ArgsCopy(std::va_list from) { va_copy(args, from); }
     ~ArgsCopy() { va_end(args); }
@@ -39,7 +40,7 @@ struct ArgsCopy {
     std::va_list args;
 };
 
-// One line of the log, time, blank, text and newline, in one piece of memory, so that one write can
+// One line of the log: time, blank, text and newline. It is contiguous, so that one write can
 // append it. A text of usual length is formatted on the stack.
 class TraceLine
 {
@@ -58,8 +59,8 @@ public:
         ArgsCopy again(args);
         const int length = std::vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
         if (length < 0) {
-            // It failed, as on a wide argument that is not representable in the locale's encoding.
-            // Then the format itself is the text, so that the line is not lost.
+            // For example, a wide argument is not representable in the encoding of the locale. The
+            // format itself is then the text, so that the line is not lost.
             const std::size_t size = std::strlen(format) + 1;
             std::memcpy(grow(size), format, size);
         } else if (static_cast<std::size_t>(length) >= kTextSize) {
@@ -76,7 +77,8 @@ public:
     std::size_t size() const { return m_End; }
 
 private:
-    // Makes room for a text of `size`, terminator included, and returns its place.
+    // Makes room for a text of `size` bytes, terminator included, and returns the start of the
+    // text.
     char* grow(std::size_t size)
     {
         m_Heap = std::make_unique<char[]>(m_TextAt + size + kNewline);
@@ -94,7 +96,7 @@ private:
     std::size_t m_End = 0;
 };
 
-// For standard output: as the locale writes it, and otherwise as UTF-8, so that it is not lost.
+// For standard output: in the encoding of the locale, or in UTF-8 if it is not representable there.
 std::string printable(const tstr& text)
 {
     std::string narrow = CCmnStringTool::tstr2str(text);
@@ -104,12 +106,13 @@ std::string printable(const tstr& text)
     return narrow;
 }
 
-// Made when it is missing. A trace file that must not be read is not written either.
+// Creates the file if it is missing. A file that cannot be opened for reading is not written
+// either.
 bool appendToFile(const tstr& path, const char* text, std::size_t size)
 {
     std::string bytes;
     if (!asciiToBytes(path.c_str(), bytes)) {
-        bytes = CCmnStringTool::tstr2str(path); // by the locale of the moment
+        bytes = CCmnStringTool::tstr2str(path); // in the encoding of the current locale
     }
     return TxAppendToFile(bytes.c_str(), text, size);
 }
@@ -149,7 +152,7 @@ void CCmnTraceLog::initTraceSettings(tstr& dir, tstr& file, int& level)
     try {
         loadFromConfigFile(dir, file, level);
     } catch (const CCmnError&) {
-        // As if the load had ended there: what it set up to then counts.
+        // What was loaded before the failure stays in effect.
     }
 }
 
@@ -232,7 +235,7 @@ void CCmnTraceLog::Settings::takeLevelFromStore()
     ACE_Configuration_Section_Key section;
     unsigned int configured = 0;
     if (m_Config.openSection(kSection, section, 1) != 0) {
-        return; // perhaps only for want of memory: the next call looks again
+        return; // perhaps only a failed allocation: the next call tries again
     }
     if (m_Config.getIntegerValue(kTraceLevel, configured) == 0) {
         m_TraceLevel = static_cast<int>(configured);
@@ -247,7 +250,7 @@ void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
 
 void CCmnTraceLog::trace(int level, const char* format, ...)
 {
-    // Most lines end here, before anything is made ready for them.
+    // The fast path: the level of most lines is too high.
     if (m_Settings.isLevelOfStore() && level > m_Settings.level()) {
         return;
     }
@@ -256,7 +259,7 @@ void CCmnTraceLog::trace(int level, const char* format, ...)
     try {
         traceText(level, format, args);
     } catch (const std::bad_alloc&) {
-        // A caller that traces its failure must not get another one: the line is lost.
+        // The caller may be tracing a failure and must not get another one, so the line is dropped.
     }
     va_end(args);
 }

@@ -1,5 +1,6 @@
-// Texts put together by ACE's strings with a look at whether there was memory. They do not tell:
-// they stay as they were, and their operator + and fast_resize write to address zero.
+// Operations on ACE strings that throw std::bad_alloc when allocation fails. The ACE strings
+// themselves do not report it: append leaves the string unchanged, and their operator + and
+// fast_resize write to address zero.
 #ifndef TARNIX_CMNTSTR_H
 #define TARNIX_CMNTSTR_H
 
@@ -32,7 +33,7 @@ inline void append(tstr& target, const wchar_t* text)
     append(target, text, text != nullptr ? std::wcslen(text) : 0);
 }
 
-// The target, which may be one of the texts, stays as it was when memory is refused.
+// `target` may be one of the texts. It is unchanged if allocation fails.
 template <class... Texts>
 void assign(tstr& target, const Texts&... texts)
 {

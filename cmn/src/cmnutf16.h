@@ -1,4 +1,4 @@
-// UTF-16 put straight into the text where it is wanted, for texts that are joined from several.
+// Conversions from and to UTF-16 that write directly to the target, without a temporary string.
 #ifndef TARNIX_CMNUTF16_H
 #define TARNIX_CMNUTF16_H
 
@@ -17,11 +17,11 @@
 namespace tarnix_cmn_4_4
 {
 
-// Units that go over a buffer on the stack at a time.
+// Units that are converted at a time, in a buffer on the stack.
 constexpr std::int32_t kUtf16Piece = 1024;
 
-// True if each unit was a character of its own: neither a surrogate nor a zero. Without an early
-// end and with all of it as wide as a unit, so that the compiler takes eight units at once.
+// Copies all units; true if none of them is a surrogate or zero. The loop has no early exit and
+// computes in the width of a unit, so that the compiler can vectorize it.
 inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* wide)
 {
     char16_t found = 0;
@@ -34,7 +34,7 @@ inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* 
     return found == 0;
 }
 
-// The next wide unit: a character, or a unit of UTF-16 where wchar_t has no more bits.
+// The next wide unit: a code point, or a UTF-16 unit where wchar_t has 16 bits.
 inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t length)
 {
     UChar32 character = units[at];
@@ -46,8 +46,9 @@ inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t le
     return static_cast<wchar_t>(character);
 }
 
-// Wide units from unit `at` on, up to a zero or as many as there is room for; returns their number.
-// `at` is moved behind them, or to the end at a zero. A lone surrogate is taken as it is.
+// Converts the text from unit `at` on, until a zero or until `room` units are written, and returns
+// the number of units written. Moves `at` past the converted units, or to the end of the text at a
+// zero. A lone surrogate is copied unchanged.
 inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::int32_t length,
                                 wchar_t* wide, std::int32_t room)
 {
@@ -66,8 +67,8 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
     return filled;
 }
 
-// As CCmnStringTool::ustr2tstr, behind what stands in the target. Allocates nothing if the target
-// has room for a unit for each of the text's.
+// As CCmnStringTool::ustr2tstr, but appends to the target. Allocates nothing if the target has room
+// for as many units as the text has.
 inline void appendWide(tstr& target, const icu::UnicodeString& text)
 {
     wchar_t wide[kUtf16Piece];
@@ -78,7 +79,7 @@ inline void appendWide(tstr& target, const icu::UnicodeString& text)
     }
 }
 
-// As CCmnStringTool::ustr2str, behind what stands in the target.
+// As CCmnStringTool::ustr2str, but appends to the target.
 inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
 {
     const std::size_t start = target.size();
@@ -87,7 +88,7 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
     for (std::int32_t length = text.length(), piece = 0; length > 0; length -= piece) {
         piece = std::min(kUtf16Piece, length);
         if (piece < length && U16_IS_LEAD(rest[piece - 1])) {
-            --piece; // not into a pair
+            --piece; // do not split a surrogate pair
         }
         std::int32_t written = 0;
         UErrorCode status = U_ZERO_ERROR;
@@ -102,12 +103,12 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
     target.resize(std::min(target.find('\0', start), target.size()));
 }
 
-// As CCmnStringTool::str2ustr, of a text with no zero in it.
+// As CCmnStringTool::str2ustr, for a text without a zero byte.
 inline icu::UnicodeString fromUtf8(std::string_view text)
 {
-    constexpr std::size_t longest = 0x40000000;
-    if (text.size() > longest) {
-        return CCmnStringTool::str2ustr(std::string(text)); // ICU has to be given it in pieces
+    constexpr std::size_t maxSize = 0x40000000;
+    if (text.size() > maxSize) {
+        return CCmnStringTool::str2ustr(std::string(text)); // too long for one call of ICU
     }
     icu::UnicodeString result;
     const auto length = static_cast<std::int32_t>(text.size());

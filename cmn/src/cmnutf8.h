@@ -1,4 +1,4 @@
-// Wide text to UTF-8 and back, whatever the locale: what the configuration store holds is UTF-8.
+// Wide text to UTF-8 and back, independent of the locale. The configuration store holds UTF-8.
 #ifndef TARNIX_CMNUTF8_H
 #define TARNIX_CMNUTF8_H
 
@@ -12,8 +12,8 @@
 namespace tarnix_cmn_4_4
 {
 
-// Null counts as the empty text. False, with `bytes` empty, for a text that is not ASCII; what is,
-// has the same bytes in UTF-8 and in every locale.
+// Copies an ASCII text, whose bytes are the same in UTF-8 and in every locale. For any other text
+// it returns false and leaves `bytes` empty. Null counts as the empty text.
 inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
 {
     bytes.clear();
@@ -29,8 +29,8 @@ inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
     return true;
 }
 
-// Null counts as the empty text. False, with `utf8` empty, for a text with a lone surrogate, which
-// has no UTF-8; a unit that is no code point becomes U+FFFD.
+// False, with `utf8` empty, for a text with a lone surrogate, which is not representable in UTF-8.
+// A unit that is not a code point becomes U+FFFD. Null counts as the empty text.
 inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
 {
     if (asciiToBytes(text, utf8)) {
@@ -40,7 +40,7 @@ inline bool wideToUtf8(const wchar_t* text, std::string& utf8)
     return !utf8.empty();
 }
 
-// False, with `text` untouched, for bytes that are not UTF-8.
+// False, with `text` unchanged, for bytes that are not UTF-8.
 inline bool utf8ToWide(const std::string& utf8, tstr& text)
 {
     const icu::UnicodeString units = CCmnStringTool::str2ustr(utf8);

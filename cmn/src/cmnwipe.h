@@ -7,8 +7,8 @@
 namespace tarnix_cmn_4_4
 {
 
-// Zeros the text's memory, unused capacity included, and empties it. The writes are volatile: the
-// compiler would remove ordinary ones, since nothing reads the result.
+// Overwrites the text with zeros, unused capacity included, and empties it. The writes are
+// volatile, because the compiler may remove ordinary writes that nothing reads.
 inline void wipe(std::string& secret)
 {
     secret.resize(secret.capacity());
@@ -19,7 +19,7 @@ inline void wipe(std::string& secret)
     secret.clear();
 }
 
-// Wipes the secret at the end of the scope, however that is reached.
+// Wipes the secret at the end of the scope, also when an exception leaves it.
 class WipeAtEnd
 {
 public:
