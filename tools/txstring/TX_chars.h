@@ -1,4 +1,4 @@
-// Classes of characters that the number readers and the scanner share.
+// Character classes for the number readers and the scanner.
 #ifndef TARNIX_TX_CHARS_H
 #define TARNIX_TX_CHARS_H
 
@@ -6,13 +6,13 @@
 #include <cstdint>
 #include <cstring>
 
-// ASCII without the blank and the control characters: white space in no locale.
+// Printable ASCII without the blank: white space in no locale.
 constexpr bool TX_isGraphic(unsigned char byte)
 {
     return byte > ' ' && byte < 0x7f;
 }
 
-// Whether eight bytes are all graphic: the fast path through a word. The sums set the bit 0x80 of
+// Whether eight bytes are all graphic: the fast path for long words. The sums set the bit 0x80 of
 // each byte that is not graphic; only such a byte can carry into the next one.
 inline bool TX_areGraphic(const unsigned char* bytes)
 {
@@ -22,7 +22,7 @@ inline bool TX_areGraphic(const unsigned char* bytes)
     return (((word - each * '!') | (word + each) | word) & each * 0x80) == 0;
 }
 
-// isspace, with the call only for the bytes on which locales may differ.
+// As isspace, but the function is called only for bytes on which locales may differ.
 inline bool TX_isSpace(unsigned char byte)
 {
     return !TX_isGraphic(byte) && (byte == ' ' || std::isspace(byte) != 0);

@@ -1,4 +1,4 @@
-// The scanner's entry for a text in memory.
+// TX_sscanf: scans a text in memory.
 #include "TX_sscanf.h"
 
 #include <algorithm>

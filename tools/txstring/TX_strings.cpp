@@ -1,4 +1,4 @@
-// Bounded copying, appending, measuring and printing. Narrow and wide twins share one template.
+// Bounded copying, appending, measuring and printing. Narrow and wide functions share a template.
 #include "TX_strings.h"
 
 #include <algorithm>
@@ -34,7 +34,7 @@ bool isUsable(const Unit* target, const Unit* source, std::size_t size)
     return target != nullptr && source != nullptr && size > 0;
 }
 
-// Never looks at more of the source than it can copy: the source need not be terminated.
+// Reads no more of the source than it can copy, so the source need not be terminated.
 template <typename Unit>
 std::size_t copyText(Unit* target, const Unit* source, std::size_t size)
 {
@@ -142,7 +142,7 @@ int TX_vsnprintf(char* target, std::size_t size, const char* format, std::va_lis
     if (target == nullptr || size == 0) {
         return -1;
     }
-    target[0] = '\0'; // a formatter that fails may have written nothing at all
+    target[0] = '\0'; // vsnprintf may write nothing when it fails
     if (format == nullptr) {
         return -1;
     }
@@ -172,9 +172,9 @@ int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std:
     if (format == nullptr || size == SIZE_MAX) {
         return -1;
     }
-    // One unit more than the target: the formatter keeps its last place for a terminator, and a
-    // text of exactly `size` units is not too long. Cleared, because a formatter that fails
-    // part-way leaves its text without a terminator.
+    // One unit more than the target: vswprintf needs the last one for a terminator, and a text of
+    // exactly `size` units is not too long. Zeroed, because a vswprintf that fails midway leaves
+    // its text without a terminator.
     const std::unique_ptr<wchar_t, FreeMemory> work(
         static_cast<wchar_t*>(std::calloc(size + 1, sizeof(wchar_t))));
     if (!work) {
@@ -182,7 +182,7 @@ int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std:
     }
     const int result = std::vswprintf(work.get(), size + 1, format, arguments);
     TX_wcscpy(target, work.get(), size);
-    // For a text that is cut, some C libraries return its whole length.
+    // For a text that is cut, some C libraries return the length of the whole text.
     return result >= 0 && static_cast<std::size_t>(result) <= size ? result : -1;
 }
 
@@ -203,11 +203,11 @@ void* TX_realloc(void** block, std::size_t size)
     std::unique_ptr<void, FreeMemory> old(*block);
     *block = nullptr;
     if (old && size == 0) {
-        return nullptr; // realloc would free it or not, as the system likes
+        return nullptr; // whether realloc would free it depends on the system
     }
     *block = std::realloc(old.get(), size);
     if (*block != nullptr) {
-        static_cast<void>(old.release()); // it lives on as the new block, or realloc has freed it
+        static_cast<void>(old.release()); // realloc has reused or freed it
     }
     return *block;
 }

@@ -1,4 +1,4 @@
-// What TX_strtoimax and TX_strtoumax have in common: white space, sign, prefix, digits, overflow.
+// The common part of TX_strtoimax and TX_strtoumax: white space, sign, prefix, digits, overflow.
 #ifndef TARNIX_TX_STRTOINT_H
 #define TARNIX_TX_STRTOINT_H
 
@@ -43,12 +43,12 @@ struct TX_Number {
     bool negative = false;
     bool overflow = false;
 
-    // The value, of a signed number in two's complement. An unsigned limit is not negated; the
-    // smallest signed number is its own negation.
+    // The value, for a signed number in two's complement. The limit after an overflow is not
+    // negated: an unsigned limit has no sign, and the smallest signed number is its own negation.
     std::uint64_t bits() const { return negative && !overflow ? 0 - magnitude : magnitude; }
 };
 
-// How many digits of a base make a value that stays below all limits, whatever they are.
+// The number of digits of each base that cannot exceed any of the limits.
 constexpr std::array<unsigned char, 37> TX_makeSafeDigits()
 {
     std::array<unsigned char, 37> counts{};
@@ -63,8 +63,9 @@ constexpr std::array<unsigned char, 37> TX_makeSafeDigits()
 
 inline constexpr std::array<unsigned char, 37> TX_SafeDigits = TX_makeSafeDigits();
 
-// Reads at most `count` digits, which must be safe: nothing but the multiplication is on the way
-// from digit to digit. Returns how many were read.
+// Reads at most `count` digits without checks for overflow, so that each step is only a
+// multiplication and an addition. `count` must not exceed TX_SafeDigits. Returns the number of
+// digits read.
 inline std::size_t TX_readSafeDigits(const unsigned char* first, std::size_t count,
                                      unsigned int base, std::uint64_t& value)
 {
@@ -81,26 +82,26 @@ inline std::size_t TX_readSafeDigits(const unsigned char* first, std::size_t cou
     return read;
 }
 
-// The digits that are left when no further one is safe. All are read after an overflow too.
+// Reads the remaining digits with checks for overflow. After an overflow it still reads all digits.
 inline const unsigned char* TX_readLastDigits(const unsigned char* next, const unsigned char* end,
                                               int base, const TX_NumberLimits& limits,
                                               TX_Number& number)
 {
-    const int digitLimit = base < 36 ? base : 36; // keeps TX_NoDigit out, whatever the base
-    const std::uint64_t most = number.negative ? limits.negative : limits.positive;
+    const int digitLimit = base < 36 ? base : 36; // excludes TX_NoDigit for every base
+    const std::uint64_t limit = number.negative ? limits.negative : limits.positive;
     for (; next != end && TX_Digits[*next] < digitLimit; ++next) {
         std::uint64_t value = 0;
         number.overflow =
             number.overflow ||
             __builtin_mul_overflow(number.magnitude, static_cast<std::uint64_t>(base), &value) ||
-            __builtin_add_overflow(value, std::uint64_t{TX_Digits[*next]}, &value) || value > most;
-        number.magnitude = number.overflow ? most : value;
+            __builtin_add_overflow(value, std::uint64_t{TX_Digits[*next]}, &value) || value > limit;
+        number.magnitude = number.overflow ? limit : value;
     }
     return next;
 }
 
-// Reads the digits at `next` and returns the place behind them. `end` is where they must end; if it
-// is null, a byte that is no digit must end them.
+// Reads the digits at `next` and returns the position after them. `end` is the end of the input; if
+// it is null, a byte that is not a digit must follow them.
 inline const unsigned char* TX_readDigits(const unsigned char* next, const unsigned char* end,
                                           int base, const TX_NumberLimits& limits,
                                           TX_Number& number)
@@ -110,14 +111,14 @@ inline const unsigned char* TX_readDigits(const unsigned char* next, const unsig
         count = std::min(count, static_cast<std::size_t>(end - next));
     }
     const std::size_t read =
-        base == 10 // compiled for the constant
+        base == 10 // faster with a constant base
             ? TX_readSafeDigits(next, count, 10, number.magnitude)
             : TX_readSafeDigits(next, count, static_cast<unsigned int>(base), number.magnitude);
     next += read;
     return read < count ? next : TX_readLastDigits(next, end, base, limits, number);
 }
 
-// strtoimax and strtoumax but for the type of the result.
+// TX_strtoimax and TX_strtoumax except for the type of the result.
 inline std::uint64_t TX_readNumber(const char* text, char** end, int base,
                                    const TX_NumberLimits& limits)
 {

@@ -1,8 +1,8 @@
-// The scanner's engine: one loop over the format, the directives' parser, the set reader, the two
-// number recognisers and the stores.
+// TX_vfscanf: the loop over the format, the parser of directives, the readers of sets and numbers,
+// and the stores.
 //
-// All of the input lies in memory, so a field is a span of it. Giving back bytes is making the span
-// shorter, and a field is copied only where a terminated text is needed.
+// All of the input is in memory, so a field is a span of it. Bytes are given back by making the
+// span shorter, and a field is copied only where a terminated text is needed.
 #include "TX_chars.h"
 #include "TX_sscanf.h"
 #include "TX_strings.h"
@@ -35,13 +35,13 @@ enum Flag : unsigned int {
     asSize = 1u << 8,
     asPointer = 1u << 9,
     isUnsigned = 1u << 10,
-    mayHavePrefix = 1u << 11 // "0x" may stand in front
+    mayHavePrefix = 1u << 11 // "0x"
 };
 
 enum class Kind : Byte {
-    // what may stand between the "%" and the conversion
+    // between the "%" and the conversion
     modifier,
-    doubled, // means something else when it stands twice
+    doubled, // has another meaning when it is doubled
     widthDigit,
     int64, // "I64"
     // conversions
@@ -103,7 +103,7 @@ struct Directive {
     int base = 0;
     unsigned int flags = 0;
     std::size_t width = 0;  // 0: none given
-    void* target = nullptr; // the arguments, if it stores
+    void* target = nullptr; // target and size: the arguments, if it stores
     int size = 0;
 
     bool stores() const { return kind != Kind::percent && !has(isSuppressed); }
@@ -111,7 +111,7 @@ struct Directive {
     std::size_t widthOr(std::size_t none) const { return width == 0 ? none : width; }
 };
 
-// Takes the byte that is not yet the conversion; `format` stands behind it.
+// Applies a byte that comes before the conversion; `format` points to the next byte.
 void applyModifier(Directive& directive, Byte byte, const Byte*& format)
 {
     const DirectiveCharacter& character = kDirectiveCharacters[byte];
@@ -128,8 +128,8 @@ void applyModifier(Directive& directive, Byte byte, const Byte*& format)
     }
 }
 
-// Reads what stands behind a "%", and leaves `format` behind the conversion character. The kind is
-// End if the format ends first.
+// Reads the directive after a "%", and moves `format` past the conversion character. The kind is
+// Kind::end if the format ends first.
 Directive parseDirective(const Byte*& format)
 {
     Directive directive;
@@ -201,7 +201,7 @@ void storeNumber(const Directive& directive, std::uint64_t value, const TargetSi
 
 using SetTable = std::array<bool, 256>; // whether a byte is accepted
 
-// Reads the set of a "%[", and leaves `format` behind its "]" or at the format's end.
+// Reads the set of a "%[", and moves `format` past its "]" or to the end of the format.
 void readSet(const Byte*& format, SetTable& accepted)
 {
     const bool negated = *format == '^';
@@ -216,13 +216,13 @@ void readSet(const Byte*& format, SetTable& accepted)
     accepted[last] = !negated;
     while (*format != '\0' && *format != ']') {
         if (*format != '-' || format[1] == ']' || format[1] < last) {
-            last = *format++; // as itself; the "-" too, where it makes no range
+            last = *format++; // a single member, also a "-" that makes no range
             accepted[last] = !negated;
             continue;
         }
         const Byte rangeEnd = format[1];
         format += 2;
-        do { // at least one, whatever the end
+        do { // at least one more member, as in "a-a"
             last = std::min(last + 1, 255u);
             accepted[last] = !negated;
         } while (last < rangeEnd);
@@ -234,7 +234,7 @@ void readSet(const Byte*& format, SetTable& accepted)
 
 // ---- Numbers -----------------------------------------------------------------------------------
 
-// Reads the integer at `first` and returns the place behind it, `first` if there is none.
+// Reads the integer at `first` and returns the position after it, or `first` if there is none.
 const Byte* readInteger(const Byte* first, const Byte* end, const Directive& directive,
                         TX_Number& number)
 {
@@ -247,7 +247,7 @@ const Byte* readInteger(const Byte* first, const Byte* end, const Directive& dir
         const bool prefixAllowed = directive.has(mayHavePrefix) || base == 0;
         if (zero && prefixAllowed && end - digits > 1 && (digits[1] == 'x' || digits[1] == 'X')) {
             const Byte* const last = TX_readDigits(digits + 2, end, 16, limits, number);
-            return last == digits + 2 ? digits + 1 : last; // of a mere "0x" only the "0"
+            return last == digits + 2 ? digits + 1 : last; // "0x" without a digit is only "0"
         }
         if (base == 0) {
             base = zero ? 8 : 10;
@@ -257,7 +257,7 @@ const Byte* readInteger(const Byte* first, const Byte* end, const Directive& dir
     return last == digits ? first : last;
 }
 
-// Walks along the bytes that a floating-point number may take up.
+// Advances over the bytes that can belong to a floating-point number.
 class NumberReader
 {
 public:
@@ -265,7 +265,7 @@ public:
 
     std::size_t length() const { return static_cast<std::size_t>(m_Next - m_First); }
 
-    void giveBackTo(std::size_t length) { m_Next = m_First + length; }
+    void shortenTo(std::size_t length) { m_Next = m_First + length; }
 
     bool skip(Byte one, Byte other)
     {
@@ -307,7 +307,7 @@ std::size_t floatLength(const Byte* first, const Byte* end)
     if (reader.skip('e', 'E')) {
         reader.skip('+', '-');
         if (!reader.skipDecimals()) {
-            reader.giveBackTo(mantissaEnd);
+            reader.shortenTo(mantissaEnd);
         }
     }
     return reader.length();
@@ -315,7 +315,7 @@ std::size_t floatLength(const Byte* first, const Byte* end)
 
 // ---- The engine --------------------------------------------------------------------------------
 
-// The bytes of a format that are a literal in every locale.
+// The bytes of a format that are literals in every locale.
 constexpr std::array<bool, 256> kPlainLiterals = [] {
     std::array<bool, 256> plain{};
     for (unsigned int byte = 0; byte < plain.size(); ++byte) {
@@ -324,8 +324,8 @@ constexpr std::array<bool, 256> kPlainLiterals = [] {
     return plain;
 }();
 
-// The length of the literals that the text and the format have in common: the quick way through
-// most of a format. It stops at "%", at white space and at whatever else may be no literal.
+// The length of the literals that the text and the format have in common: the fast path through
+// most of a format. Stops at "%", at white space and at bytes that are white space in some locale.
 std::size_t equalLength(const Byte* text, std::size_t limit, const Byte* format)
 {
     std::size_t length = 0;
@@ -362,7 +362,7 @@ public:
 private:
     std::size_t available() const { return static_cast<std::size_t>(m_End - m_Next); }
 
-    // Where a field must end at the latest.
+    // The last possible end of a field.
     const Byte* fieldLimit(const Directive& directive) const
     {
         return m_Next + std::min(directive.widthOr(available()), available());
@@ -395,7 +395,7 @@ private:
     const Byte* m_First;
     const Byte* m_Next;
     const Byte* m_End;
-    std::size_t m_Cut = 0; // bytes of text fields that were dropped; %n does not count them
+    std::size_t m_Dropped = 0; // bytes of text fields that did not fit; %n does not count them
     int m_Assigned = 0;
 };
 
@@ -423,7 +423,7 @@ int Scanner::run(const Byte* format, std::va_list arguments)
     return m_Assigned;
 }
 
-// Matches the white space or the literals that come next in the format, or the first of them.
+// Matches white space, or one or more literals, at the start of the format.
 Outcome Scanner::matchPlain(const Byte*& format)
 {
     if (TX_isSpace(*format)) {
@@ -493,7 +493,7 @@ Outcome Scanner::scanCharacter(const Directive& directive)
     return Outcome::matched;
 }
 
-// Stores what the target has room for of the next `length` bytes, and steps over all of them.
+// Stores as many of the next `length` bytes as the target has room for, and skips all of them.
 void Scanner::storeText(const Directive& directive, std::size_t length)
 {
     const std::size_t room = directive.size > 0 ? static_cast<std::size_t>(directive.size) - 1 : 0;
@@ -504,7 +504,7 @@ void Scanner::storeText(const Directive& directive, std::size_t length)
         target[stored] = '\0';
     }
     m_Next += length;
-    m_Cut += length - stored;
+    m_Dropped += length - stored;
     ++m_Assigned;
 }
 
@@ -542,7 +542,8 @@ Outcome Scanner::scanSet(const Directive& directive, const Byte*& format)
         return Outcome::matched;
     }
     if (directive.size <= 1) {
-        // The field is gone all the same. It ends with the input unless the width ended it.
+        // The field is consumed all the same. It is an input failure if the input ended it, and not
+        // its width.
         m_Next += length;
         const bool ranOut = m_Next == m_End && length != directive.width;
         return ranOut ? Outcome::inputFailure : Outcome::matchFailure;
@@ -591,7 +592,7 @@ Outcome Scanner::scanFloat(const Directive& directive)
 void Scanner::storeCount(const Directive& directive)
 {
     if (!directive.has(isSuppressed)) {
-        const std::uint64_t read = static_cast<std::size_t>(m_Next - m_First) - m_Cut;
+        const std::uint64_t read = static_cast<std::size_t>(m_Next - m_First) - m_Dropped;
         storeNumber(directive, read, kCountSizes);
     }
 }
