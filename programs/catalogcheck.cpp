@@ -1,7 +1,7 @@
 // Checks a message catalog: sources (root.txt, de.txt, ...) or a built bundle (root.res, ...).
 //
-// One finding a line: file, id, and what is wrong. Exit status 0: none; 1: some; 2: the catalog
-// cannot be read.
+// Prints one finding per line: file, id, and what is wrong. Exit status: 0 no findings, 1 findings,
+// 2 the catalog cannot be read.
 #include "cmnexecpipewindows.h"
 #include "cmnstringtool.h"
 
@@ -11,7 +11,9 @@
 #include <unicode/ures.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -28,7 +30,7 @@ namespace
 {
 
 struct Language {
-    std::string file; // as the user knows it
+    std::string file; // the name to report
     std::map<std::string, icu::UnicodeString> patterns;
 };
 using Catalog = std::map<std::string, Language>; // by language
@@ -48,7 +50,8 @@ public:
     {
         std::string name = (fs::temp_directory_path() / "catalogcheckXXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory can be made");
+            throw std::runtime_error("cannot create temporary directory '" + name +
+                                     "': " + std::strerror(errno));
         }
         m_Path = name;
     }
@@ -83,7 +86,7 @@ std::string quoted(const std::string& word)
     return " '" + CCmnStringTool::searchreplace(word, "'", R"('\'')") + "'";
 }
 
-// A source that does not compile is a finding of its own.
+// A source that does not compile is reported as a finding.
 void compile(const fs::path& source, const fs::path& target)
 {
     CCmnExecPipeWindows runner;
@@ -95,7 +98,8 @@ void compile(const fs::path& source, const fs::path& target)
     int status = 0;
     if (!runner.getExitStatus(status)) {
         report(source.filename().string(), "",
-               "genrb: " + CCmnStringTool::wstr2str(runner.getLastError().getDescription()));
+               "cannot run genrb: " +
+                   CCmnStringTool::wstr2str(runner.getLastError().getDescription()));
     } else if (status != 0) {
         report(source.filename().string(), "",
                "does not compile" + (lines.empty() ? "" : ": " + lines.front()));
@@ -107,13 +111,13 @@ struct BundleClose {
 };
 using Bundle = std::unique_ptr<UResourceBundle, BundleClose>;
 
-// Without the parents of the language: what they have is not what it has.
+// Opens the bundle directly, because ICU would otherwise add the entries of the parent languages.
 bool readBundle(const fs::path& directory, const std::string& name, Language& language)
 {
     UErrorCode status = U_ZERO_ERROR;
     const Bundle bundle(ures_openDirect(directory.c_str(), name.c_str(), &status));
     if (U_FAILURE(status)) {
-        report(language.file, "", std::string("cannot be opened: ") + u_errorName(status));
+        report(language.file, "", std::string("cannot open the bundle: ") + u_errorName(status));
         return false;
     }
     while (ures_hasNext(bundle.get()) != 0) {
@@ -121,11 +125,13 @@ bool readBundle(const fs::path& directory, const std::string& name, Language& la
         const Bundle entry(ures_getNextResource(bundle.get(), nullptr, &status));
         const char* key = U_SUCCESS(status) ? ures_getKey(entry.get()) : nullptr;
         if (key == nullptr) {
-            report(language.file, "", "holds an entry that cannot be read");
+            report(language.file, "",
+                   std::string("cannot read an entry: ") +
+                       (U_FAILURE(status) ? u_errorName(status) : "it has no key"));
             return false;
         }
         if (ures_getType(entry.get()) != URES_STRING) {
-            report(language.file, key, "is no text");
+            report(language.file, key, "is not a string");
             continue;
         }
         std::int32_t length = 0;
@@ -141,7 +147,8 @@ Catalog readCatalog(const fs::path& directory)
     const std::vector<fs::path> sources = filesIn(directory, ".txt");
     const TemporaryDirectory compiled;
     for (const fs::path& source : sources) {
-        // Each in a place of its own: the table within decides what the bundle is called.
+        // Each source gets its own directory, because the bundle is named after the table in the
+        // source and not after the file.
         const fs::path own = compiled.path() / ("from-" + source.stem().string());
         const fs::path bundle = own / (source.stem().string() + ".res");
         fs::create_directory(own);
@@ -149,7 +156,7 @@ Catalog readCatalog(const fs::path& directory)
         if (fs::exists(bundle)) {
             fs::rename(bundle, compiled.path() / bundle.filename());
         } else if (!fs::is_empty(own)) {
-            report(source.filename().string(), "", "holds a table of another language");
+            report(source.filename().string(), "", "contains the table of another language");
         }
     }
     const fs::path bundles = sources.empty() ? directory : compiled.path();
@@ -164,7 +171,8 @@ Catalog readCatalog(const fs::path& directory)
     return catalog;
 }
 
-// The numbers of the placeholders. Named ones find no argument in a message.
+// Returns the numbers of the placeholders. Named ones are reported: the arguments of a message have
+// only numbers.
 std::set<std::int32_t> placeholders(const Language& language, const std::string& id,
                                     const icu::UnicodeString& text)
 {
@@ -176,7 +184,7 @@ std::set<std::int32_t> placeholders(const Language& language, const std::string&
         if (part.getType() == UMSGPAT_PART_TYPE_ARG_NUMBER) {
             numbers.insert(part.getValue());
         } else if (part.getType() == UMSGPAT_PART_TYPE_ARG_NAME) {
-            report(language.file, id, "has a placeholder that is no number");
+            report(language.file, id, "has a placeholder that is not a number");
         }
     }
     return numbers;
@@ -202,12 +210,12 @@ void checkPatterns(const std::string& name, const Language& language)
         const icu::MessageFormat format(text, icu::Locale(name.c_str()), where, status);
         if (U_FAILURE(status)) {
             report(language.file, id,
-                   std::string("is refused as a pattern: ") + u_errorName(status));
+                   std::string("is not a valid pattern: ") + u_errorName(status));
         }
     }
 }
 
-// What a language lacks, a parent (de for de_CH) may supply.
+// Whether a parent language (de for de_CH) has the text.
 bool inherited(const Catalog& catalog, const std::string& name, const std::string& id)
 {
     for (std::size_t end = name.rfind('_'); end != std::string::npos && end > 0;
@@ -235,12 +243,13 @@ void compareWithRoot(const Catalog& catalog, const std::string& name, const Lang
         const std::set<std::int32_t> found = placeholders(language, id, own->second);
         if (wanted != found) {
             report(language.file, id,
-                   "has the placeholders" + listed(found) + ", and the root has" + listed(wanted));
+                   "has other placeholders than root:" + listed(found) + " instead of" +
+                       listed(wanted));
         }
     }
     for (const auto& entry : language.patterns) {
         if (root.patterns.count(entry.first) == 0) {
-            report(language.file, entry.first, "exists in this language only");
+            report(language.file, entry.first, "exists only in this language");
         }
     }
 }
@@ -272,6 +281,10 @@ int main(int argc, char** argv)
     }
     try {
         return check(argv[1]);
+    } catch (const fs::filesystem_error& failure) {
+        std::cerr << "catalogcheck: cannot access '" << failure.path1().string()
+                  << "': " << failure.code().message() << '\n';
+        return 2;
     } catch (const std::exception& failure) {
         std::cerr << "catalogcheck: " << failure.what() << '\n';
         return 2;
