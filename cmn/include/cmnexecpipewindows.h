@@ -121,7 +121,7 @@ protected:
 private:
     struct StartHandles;
     struct Account;
-    enum class Awaited { byte, timeOut, givenUp, over }; // over: the read has ended without a byte
+    enum class Awaited { byte, timeout, cancelled, noByte }; // noByte: the read ended without one
 
     int MakePipes(StartHandles& handles);
     DWORD PipeFailed(const char* format);
@@ -135,7 +135,7 @@ private:
     int ReadExitStatus();
     void OpenPolicy();
     void AddRight();
-    void GiveUpRight();
+    void RevokeRight();
     void ForgetAccount();
 
     std::shared_ptr<Account> m_Account; ///< holds what m_AccountSid points to

@@ -134,7 +134,7 @@ void CCmnExecPipeWindows::AddRight()
     LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
 }
 
-void CCmnExecPipeWindows::GiveUpRight()
+void CCmnExecPipeWindows::RevokeRight()
 {
     if (m_RightAdded == 0) {
         ForgetAccount();

@@ -157,7 +157,7 @@ bool CCmnExecPipeWindows::getExitStatus(int& status) const
 int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirectory)
 {
     // The previous run may have ended without Close, and what it holds would leak.
-    GiveUpRight();
+    RevokeRight();
     ClosePipes();
     EndChild();
     m_Command = command;
@@ -328,11 +328,11 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
         DWORD got = 0;
         if (!ReadFile(output, end, 1, &got, &read)) {
             const Awaited awaited = AwaitByte(seconds);
-            if (awaited == Awaited::timeOut || awaited == Awaited::givenUp) {
+            if (awaited == Awaited::timeout || awaited == Awaited::cancelled) {
                 // The system writes to `read` and to the buffer until the read has ended.
                 CancelIo(output);
                 GetOverlappedResult(output, &read, &got, true);
-                *timedOut = awaited == Awaited::timeOut ? 1 : 0;
+                *timedOut = awaited == Awaited::timeout ? 1 : 0;
             }
             if (awaited != Awaited::byte) {
                 break;
@@ -384,17 +384,17 @@ CCmnExecPipeWindows::Awaited CCmnExecPipeWindows::AwaitByte(long seconds)
         TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: ReadFile failed, Error Code: %d, "
                          "Reason: %S",
                          error);
-        return Awaited::over;
+        return Awaited::noByte;
     }
     if (seconds == 0) {
-        return Awaited::givenUp;
+        return Awaited::cancelled;
     }
     const HANDLE awaited[] = {m_ProcessHandle, m_ReadEvent};
     switch (WaitForMultipleObjectsEx(2, awaited, false, toMilliseconds(seconds), false)) {
     case WAIT_OBJECT_0: // the child has ended
-        return Awaited::givenUp;
+        return Awaited::cancelled;
     case WAIT_TIMEOUT:
-        return Awaited::timeOut;
+        return Awaited::timeout;
     default:
         return Awaited::byte;
     }
@@ -449,7 +449,7 @@ int CCmnExecPipeWindows::ReadExitStatus()
 
 int CCmnExecPipeWindows::Close(long /*seconds*/)
 {
-    GiveUpRight();
+    RevokeRight();
     ClosePipes();
     const int result = EndChild();
     closeAndForget(m_ReadEvent);
