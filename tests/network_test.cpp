@@ -1,6 +1,7 @@
 // Host names and addresses. The look-ups run in namespaces of their own: with a hosts file that the
 // test wrote, with nothing else to ask, and with no network.
 #include "cmnnetwork.h"
+#include "platform.h"
 #include "platform_network.h"
 #include "processstate.h"
 #include "scratch.h"
@@ -51,7 +52,7 @@ TEST(Network, LooksUpInTheHostsFile)
     EXPECT_EQ(0, sethostname("Tarnix-Box", 10));
 
     wchar_t name[11];
-    std::uint32_t room = 9; // the terminator is not counted
+    DWORD room = 9; // the terminator is not counted
     EXPECT_EQ(0, GetComputerNameW(name, &room));
     room = 10;
     EXPECT_TRUE(GetComputerNameW(name, &room) != 0 && std::wstring(name) == L"Tarnix-Box");

@@ -85,7 +85,7 @@ NTSTATUS changeRight(const char* how, LSA_HANDLE policy, LSA_UNICODE_STRING righ
 
 void SetLastError(DWORD code) { script.lastError = code; }
 DWORD GetLastError() { return script.lastError; }
-DWORD FormatMessageW(DWORD, const void*, DWORD code, DWORD, wchar_t* buffer, DWORD, void*)
+DWORD FormatMessageW(DWORD, const void*, DWORD code, DWORD, wchar_t* buffer, DWORD, std::va_list*)
 {
     static wchar_t text[] = L"scripted error 13";
     if (!does(__func__) || code != error)
@@ -200,7 +200,8 @@ NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID, LSA_UNICODE_STRING* right,
 {
     return changeRight(__func__, policy, *right, true);
 }
-NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID, BOOL all, LSA_UNICODE_STRING* right, DWORD)
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID, BOOLEAN all, LSA_UNICODE_STRING* right,
+                                DWORD)
 {
     EXPECT_FALSE(all);
     return changeRight(__func__, policy, *right, false);

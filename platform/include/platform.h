@@ -23,6 +23,7 @@
 #include "platform_readahead.h"
 #include "platform_types.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
@@ -31,6 +32,7 @@ namespace tarnix_platform
 
 using WORD = std::uint16_t;
 using UINT = unsigned int;
+using BOOLEAN = unsigned char;
 using HMODULE = void*;
 using HLOCAL = void*;
 
@@ -63,7 +65,7 @@ void SetLastError(DWORD error);
 /// `buffer` is the address of a wchar_t*, which receives the terminated text; LocalFree frees it.
 /// Returns the length of the text; 0 on failure, with nothing to free.
 DWORD FormatMessageW(DWORD flags, const void* source, DWORD error, DWORD language, wchar_t* buffer,
-                     DWORD size, void* arguments);
+                     DWORD size, std::va_list* arguments);
 
 /// Frees what FormatMessageW allocated. Returns null.
 HLOCAL LocalFree(HLOCAL memory);
@@ -302,7 +304,7 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
                              DWORD count);
-NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL allRights,
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
                                 LSA_UNICODE_STRING* rights, DWORD count);
 NTSTATUS LsaFreeMemory(void* memory);
 NTSTATUS LsaClose(LSA_HANDLE policy);
@@ -315,6 +317,11 @@ void setRightsFile(const char* path);
 /// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
 void GetSystemTime(SYSTEMTIME* time);
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks);
+
+/// Stores the machine's own name, up to `*size` units and a terminator behind them, and its length
+/// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
+/// valid in the locale's encoding.
+BOOL GetComputerNameW(wchar_t* buffer, DWORD* size);
 
 /// With 0: gives up the rest of the time slice.
 void Sleep(DWORD milliseconds);
@@ -332,6 +339,7 @@ BOOL DisableThreadLibraryCalls(HMODULE module);
 namespace tarnix_cmn_4_4
 {
 
+using tarnix_platform::BOOLEAN;
 using tarnix_platform::CancelIo;
 using tarnix_platform::CloseHandle;
 using tarnix_platform::CREATE_NEW_PROCESS_GROUP;
@@ -360,6 +368,7 @@ using tarnix_platform::FORMAT_MESSAGE_IGNORE_INSERTS;
 using tarnix_platform::FormatMessageW;
 using tarnix_platform::GenerateConsoleCtrlEvent;
 using tarnix_platform::GENERIC_READ;
+using tarnix_platform::GetComputerNameW;
 using tarnix_platform::GetCurrentProcess;
 using tarnix_platform::GetExitCodeProcess;
 using tarnix_platform::GetLastError;
@@ -418,6 +427,7 @@ using tarnix_platform::WaitForSingleObject;
 using tarnix_platform::WORD;
 using tarnix_platform::WRITE_DAC;
 using tarnix_platform::WRITE_OWNER;
+
 } // namespace tarnix_cmn_4_4
 
 #endif

@@ -6,7 +6,6 @@
 #define TARNIX_PLATFORM_NETWORK_H
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -28,17 +27,11 @@ std::optional<std::string> TxHostName(const TxIPv4& address);
 /// such address, or the name is empty.
 std::optional<TxIPv4> TxHostAddress(const char* name);
 
-/// Stores the machine's own name, up to `*size` units and a terminator behind them, and its length
-/// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
-/// valid in the locale's encoding.
-int GetComputerNameW(wchar_t* buffer, std::uint32_t* size);
-
 } // namespace tarnix_platform
 
 namespace tarnix_cmn_4_4
 {
 
-using tarnix_platform::GetComputerNameW;
 using tarnix_platform::TxHostAddress;
 using tarnix_platform::TxHostName;
 using tarnix_platform::TxInetAddr;

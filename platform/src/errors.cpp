@@ -88,7 +88,7 @@ void SetLastError(DWORD error)
 }
 
 DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*language*/,
-                     wchar_t* buffer, DWORD /*size*/, void* /*arguments*/)
+                     wchar_t* buffer, DWORD /*size*/, std::va_list* /*arguments*/)
 {
     constexpr DWORD required = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
     const char* known = systemText(error);

@@ -1,4 +1,5 @@
 // Host names and addresses over the re-entrant calls of the resolver.
+#include "platform.h"
 #include "platform_network.h"
 
 #include <arpa/inet.h>
@@ -90,7 +91,7 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
     return address;
 }
 
-int GetComputerNameW(wchar_t* buffer, std::uint32_t* size)
+BOOL GetComputerNameW(wchar_t* buffer, DWORD* size)
 {
     char name[256] = {};
     if (::gethostname(name, sizeof name - 1) != 0) {
@@ -101,7 +102,7 @@ int GetComputerNameW(wchar_t* buffer, std::uint32_t* size)
         return 0;
     }
     std::mbstowcs(buffer, name, length + 1);
-    *size = static_cast<std::uint32_t>(length);
+    *size = static_cast<DWORD>(length);
     return 1;
 }
 

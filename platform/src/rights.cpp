@@ -305,7 +305,7 @@ NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING
                     addRights(name, names));
 }
 
-NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOL allRights,
+NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
                                 LSA_UNICODE_STRING* rights, DWORD count)
 {
     std::string name;
