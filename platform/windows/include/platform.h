@@ -1,0 +1,16 @@
+/// @file
+/// The operations that the command runner is written against, where they are the system's own.
+#ifndef TARNIX_PLATFORM_H
+#define TARNIX_PLATFORM_H
+
+#include "platform_types.h"
+
+namespace tarnix_platform
+{
+
+/// Has no effect: the system keeps the accounts' rights itself.
+inline void setRightsFile(const char* /*path*/) {}
+
+} // namespace tarnix_platform
+
+#endif

@@ -1,0 +1,35 @@
+/// @file
+/// What the text functions of the C library on Linux have beyond the standard.
+#ifndef TARNIX_PLATFORM_TEXT_H
+#define TARNIX_PLATFORM_TEXT_H
+
+#include <clocale>
+#include <cstring>
+
+namespace tarnix_platform
+{
+
+/// Whether the calling thread's locale has "." for the decimal point.
+inline bool isPointDecimal()
+{
+    return std::strcmp(std::localeconv()->decimal_point, ".") == 0;
+}
+
+/// The first such character of the text, or its terminator if there is none.
+inline const char* findOrEnd(const char* text, char character)
+{
+    const char set[] = {character, '\0'};
+    return text + std::strcspn(text, set);
+}
+
+} // namespace tarnix_platform
+
+namespace tarnix_cmn_4_4
+{
+
+using tarnix_platform::findOrEnd;
+using tarnix_platform::isPointDecimal;
+
+} // namespace tarnix_cmn_4_4
+
+#endif
