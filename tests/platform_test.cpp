@@ -2,8 +2,11 @@
 #include "cmnexecpipewindows.h"
 #include "platform.h"
 #include "processstate.h"
+#include "rights.h"
 
 #include <sys/ptrace.h>
+
+#include <climits>
 
 using namespace tarnix_platform;
 
@@ -55,6 +58,20 @@ struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
         return waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WNOWAIT) == 0;
     }
 };
+
+// Cut to what the system takes, a path that is too long would name another file.
+TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
+{
+    const Scratch scratch;
+    scratch.write("rights", "holder SeBatchLogonRight\n");
+    std::string path = scratch.path("rights");
+    path.insert(path.rfind('/'), PATH_MAX - 1 - path.size(), '/');
+    setRightsFile(path.c_str());
+    EXPECT_TRUE(holdsRight("holder", "SeBatchLogonRight"));
+    setRightsFile((path + "x").c_str());
+    EXPECT_FALSE(holdsRight("holder", "SeBatchLogonRight"));
+    setRightsFile(nullptr);
+}
 
 TEST_F(Platform, HandlesPipeNamesAndAnErrorsText)
 {

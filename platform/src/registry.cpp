@@ -1,12 +1,10 @@
 // The registry over a text file.
+#include "pathsetting.h"
 #include "platform_registry.h"
 
 #include <ace/Configuration_Import_Export.h>
 #include <unicode/unistr.h>
 
-#include <climits>
-#include <cstring>
-#include <mutex>
 #include <new>
 #include <string>
 
@@ -19,17 +17,7 @@ namespace
 constexpr std::size_t kMapSize = 16;
 constexpr int kFailed = -1;
 
-// Both are constant initialised and run nothing at unloading, so the registry works at any moment
-// of the process. A path that is too long for the system keeps one byte too many here, and so stays
-// a path that cannot be opened.
-std::mutex g_pathMutex;
-char g_path[PATH_MAX + 1];
-
-std::string registryFile()
-{
-    const std::lock_guard<std::mutex> guard(g_pathMutex);
-    return g_path[0] ? g_path : TARNIX_REGISTRY_FILE;
-}
+PathSetting g_registryFile;
 
 // This layer stands below the library's own conversions.
 std::string toUtf8(const wchar_t* wide)
@@ -57,10 +45,7 @@ std::wstring fromUtf8(const char* utf8)
 
 void setRegistryFile(const char* path)
 {
-    const std::lock_guard<std::mutex> guard(g_pathMutex);
-    const std::size_t length = path != nullptr ? ::strnlen(path, PATH_MAX) : 0;
-    std::memcpy(g_path, path != nullptr ? path : "", length);
-    g_path[length] = '\0';
+    g_registryFile.set(path);
 }
 
 ACE_Configuration_Win32Registry::ACE_Configuration_Win32Registry(HKEY hive)
@@ -69,7 +54,7 @@ ACE_Configuration_Win32Registry::ACE_Configuration_Win32Registry(HKEY hive)
     if (hive != HKEY_LOCAL_MACHINE || heap->open(kMapSize) != 0) {
         return;
     }
-    const std::string file = registryFile();
+    const std::string file = g_registryFile.pathOr(TARNIX_REGISTRY_FILE);
     if (TxMayImport(file.c_str())) {
         ACE_Registry_ImpExp(*heap).import_config(file.c_str());
     }

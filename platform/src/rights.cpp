@@ -3,6 +3,7 @@
 
 #include "handles.h"
 #include "logon.h"
+#include "pathsetting.h"
 #include "uniquefd.h"
 
 #include <fcntl.h>
@@ -10,12 +11,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 namespace tarnix_platform
@@ -24,14 +22,11 @@ namespace tarnix_platform
 namespace
 {
 
-// Constant initialised, and nothing runs at unloading.
-std::mutex g_pathMutex;
-char g_path[PATH_MAX];
+PathSetting g_rightsFile;
 
 std::string rightsFile()
 {
-    const std::lock_guard<std::mutex> lock(g_pathMutex);
-    return g_path[0] != '\0' ? g_path : TARNIX_RIGHTS_FILE;
+    return g_rightsFile.pathOr(TARNIX_RIGHTS_FILE);
 }
 
 using Lines = std::vector<std::string>;
@@ -250,10 +245,7 @@ bool holdsRight(const std::string& account, const std::string& right)
 
 void setRightsFile(const char* path)
 {
-    const std::lock_guard<std::mutex> lock(g_pathMutex);
-    const std::size_t length = path == nullptr ? 0 : ::strnlen(path, sizeof g_path - 1);
-    std::memcpy(g_path, path == nullptr ? "" : path, length);
-    g_path[length] = '\0';
+    g_rightsFile.set(path);
 }
 
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
