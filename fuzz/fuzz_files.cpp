@@ -1,11 +1,11 @@
 // Fuzzer of two more files from outside. With an even first byte the input is the file with the
 // trace level of the sibling product; with an odd one it is an account, a right, and the file of
 // the accounts' rights.
+#include "accountid.h"
 #include "cmnpathtool.h"
 #include "fuzzinput.h"
-#include "logon.h"
 #include "platform.h"
-#include "rights.h"
+#include "rightsfile.h"
 #include "scratch.h"
 
 #include <cstddef>

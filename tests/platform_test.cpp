@@ -2,7 +2,7 @@
 #include "cmnexecpipewindows.h"
 #include "platform.h"
 #include "processstate.h"
-#include "rights.h"
+#include "rightsfile.h"
 
 #include <sys/ptrace.h>
 

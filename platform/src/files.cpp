@@ -1,6 +1,8 @@
 // Files that no child inherits, and the one that takes another's place.
+#include "descriptors.h"
+#include "filereplacement.h"
 #include "platform_file.h"
-#include "uniquefd.h"
+#include "retry.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -64,11 +66,7 @@ bool hasAccessList(const char* path)
 TxFile TxOpenFile(const char* path, const char* mode)
 {
     const std::string closeOnExec = std::string(mode) + "e";
-    std::FILE* file = nullptr;
-    do {
-        file = std::fopen(path, closeOnExec.c_str());
-    } while (file == nullptr && errno == EINTR);
-    return TxFile(file);
+    return TxFile(retryInterrupted([&] { return std::fopen(path, closeOnExec.c_str()); }));
 }
 
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
@@ -118,41 +116,39 @@ struct TxReplacement::State {
                        : isThere && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
     }
 
-    // Made under a name that nobody has, so that it is nobody else's file and no link that somebody
-    // put there.
     void create()
     {
         constexpr int mostNames = 100; // those of runs that were killed are still there
         const std::string stem =
             m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
-        for (int i = 0; i < mostNames && !m_File; ++i) {
-            m_Beside = stem + std::to_string(i);
-            m_File = openFile(m_Beside.c_str(), O_WRONLY | O_CREAT | O_EXCL,
-                              m_IsNew ? kUsualRights : S_IRUSR | S_IWUSR);
-            if (!m_File && errno != EEXIST) {
+        const mode_t mode = m_IsNew ? kUsualRights : S_IRUSR | S_IWUSR;
+        for (int i = 0; i < mostNames; ++i) {
+            if (m_New.create(stem + std::to_string(i), mode)) {
+                return;
+            }
+            if (errno != EEXIST) {
                 break;
             }
         }
-        m_MustKeepOld = !m_File && !isOfDirectory(errno);
+        m_MustKeepOld = !isOfDirectory(errno);
     }
 
     // A user who may not give a file away becomes its owner. If the group cannot be kept either,
     // the new group's rights are those that it had before, among all others.
-    bool keepAccess() const
+    bool keepAccess()
     {
         mode_t mode = m_Old.st_mode & 07777;
-        if (::fchown(m_File.get(), m_Old.st_uid, m_Old.st_gid) != 0) {
+        if (::fchown(m_New.fd(), m_Old.st_uid, m_Old.st_gid) != 0) {
             mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
-            if (::fchown(m_File.get(), static_cast<uid_t>(-1), m_Old.st_gid) != 0) {
+            if (::fchown(m_New.fd(), static_cast<uid_t>(-1), m_Old.st_gid) != 0) {
                 mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
             }
         }
-        return dropAccessList(m_File.get()) && ::fchmod(m_File.get(), mode) == 0;
+        return m_New.setMode(mode);
     }
 
     std::string m_Path;
-    std::string m_Beside;
-    UniqueFd m_File;
+    FileReplacement m_New;
     struct stat m_Old {
     };
     bool m_IsNew = false;
@@ -161,21 +157,16 @@ struct TxReplacement::State {
 
 TxReplacement::TxReplacement(const char* path) : m_State(std::make_unique<State>(path)) {}
 
-TxReplacement::~TxReplacement()
-{
-    if (m_State->m_File) {
-        ::unlink(m_State->m_Beside.c_str());
-    }
-}
+TxReplacement::~TxReplacement() = default;
 
 TxReplacement::operator bool() const
 {
-    return static_cast<bool>(m_State->m_File);
+    return static_cast<bool>(m_State->m_New);
 }
 
 const std::string& TxReplacement::path() const
 {
-    return m_State->m_Beside;
+    return m_State->m_New.path();
 }
 
 bool TxReplacement::take()
@@ -184,11 +175,10 @@ bool TxReplacement::take()
     if (!state.m_IsNew && !state.keepAccess()) {
         return false;
     }
-    if (std::rename(state.m_Beside.c_str(), state.m_Path.c_str()) != 0) {
+    if (!state.m_New.commit(state.m_Path)) {
         state.m_MustKeepOld = !isOfDirectory(errno);
         return false;
     }
-    state.m_File.reset();
     return true;
 }
 

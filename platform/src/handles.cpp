@@ -1,7 +1,8 @@
 // Handles: closing, duplicating, and the table behind them.
 #include "handles.h"
 
-#include "processes.h"
+#include "neverdestroyed.h"
+#include "reaping.h"
 
 #include <mutex>
 #include <utility>
@@ -15,33 +16,33 @@ FastSlot g_fastSlots[kMaxHandles];
 namespace
 {
 
-// A handle is its place in the table and the turn of that place, so that a handle that was closed
-// does not name the next object of the same place. The low two bits are free, and neither null nor
-// INVALID_HANDLE_VALUE comes up.
+// A handle is its slot in the table and the generation of that slot, so that a handle that was
+// closed does not name the next object of the same slot. The low two bits are free, and neither
+// null nor INVALID_HANDLE_VALUE comes up.
 class HandleTable
 {
 public:
     HANDLE open(std::shared_ptr<Object> object)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        std::size_t place = 0;
+        std::size_t slot = 0;
         if (!m_Free.empty()) {
-            place = m_Free.back();
+            slot = m_Free.back();
             m_Free.pop_back();
         } else if (m_Entries.size() < kMaxHandles) {
-            place = m_Entries.size();
-            if (m_Free.capacity() <= place) { // close must not allocate, nor a place be lost
-                m_Free.reserve(2 * place + 1);
+            slot = m_Entries.size();
+            if (m_Free.capacity() <= slot) { // close must not allocate, nor a slot be lost
+                m_Free.reserve(2 * slot + 1);
             }
             m_Entries.emplace_back();
         } else {
             fail(EMFILE);
             return nullptr;
         }
-        Entry& entry = m_Entries[place];
-        entry.turn = (entry.turn + 1) & kMaxTurn;
+        Entry& entry = m_Entries[slot];
+        entry.generation = (entry.generation + 1) & kMaxGeneration;
         entry.object = std::move(object);
-        const HANDLE handle = encode(place, entry.turn);
+        const HANDLE handle = encode(slot, entry.generation);
         fastSlot(handle).owner.store(handle, std::memory_order_release);
         return handle;
     }
@@ -98,26 +99,26 @@ public:
 
 private:
     struct Entry {
-        std::uintptr_t turn = 0;
+        std::uintptr_t generation = 0;
         std::shared_ptr<Object> object;
     };
 
-    static constexpr std::uintptr_t kMaxTurn = (std::uintptr_t{1} << 40) - 1;
+    static constexpr std::uintptr_t kMaxGeneration = (std::uintptr_t{1} << 40) - 1;
 
-    // The turn stands above the place: place in bits 2 to 17, turn from bit 18.
-    static HANDLE encode(std::size_t place, std::uintptr_t turn)
+    // Slot in bits 2 to 17, generation from bit 18.
+    static HANDLE encode(std::size_t slot, std::uintptr_t generation)
     {
-        return reinterpret_cast<HANDLE>((turn << 18) | (place << 2));
+        return reinterpret_cast<HANDLE>((generation << 18) | (slot << 2));
     }
 
     Entry* entryOf(HANDLE handle)
     {
-        const std::size_t place = (reinterpret_cast<std::uintptr_t>(handle) >> 2) % kMaxHandles;
-        if (place >= m_Entries.size()) {
+        const std::size_t slot = (reinterpret_cast<std::uintptr_t>(handle) >> 2) % kMaxHandles;
+        if (slot >= m_Entries.size()) {
             return nullptr;
         }
-        Entry& entry = m_Entries[place];
-        return entry.object && encode(place, entry.turn) == handle ? &entry : nullptr;
+        Entry& entry = m_Entries[slot];
+        return entry.object && encode(slot, entry.generation) == handle ? &entry : nullptr;
     }
 
     std::mutex m_Mutex;
@@ -125,11 +126,9 @@ private:
     std::vector<std::size_t> m_Free;
 };
 
-// Never destroyed: handles may be closed by destructors that run while the process ends.
 HandleTable& table()
 {
-    static HandleTable& instance = *std::make_unique<HandleTable>().release();
-    return instance;
+    return neverDestroyed<HandleTable>();
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The table that turns handles into objects.
+// The table that turns handles into objects. It knows no kind of object.
 #ifndef TARNIX_PLATFORM_HANDLES_H
 #define TARNIX_PLATFORM_HANDLES_H
 
@@ -24,7 +24,7 @@ public:
 // A new handle of the object; null with the last error set when none is left.
 HANDLE openHandle(std::shared_ptr<Object> object);
 
-// Where the short road finds what it needs, if the handle is still open at that moment.
+// What the fast path of reads finds by the handle, if that is still open at that moment.
 void setAhead(HANDLE handle, ReadAhead* ahead);
 void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer);
 

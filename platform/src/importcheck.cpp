@@ -1,13 +1,11 @@
 // What ACE_Registry_ImpExp may not be given.
+#include "descriptors.h"
 #include "platform_registry.h"
-#include "uniquefd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 namespace tarnix_platform
@@ -126,10 +124,7 @@ bool TxMayImport(const char* path)
     ImportCheck check;
     char piece[16 * 1024];
     for (;;) {
-        const ssize_t got = ::read(file.get(), piece, sizeof piece);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got = readSome(file.get(), piece, sizeof piece);
         if (got <= 0) {
             return true;
         }

@@ -1,7 +1,9 @@
 // Logging local accounts on, through PAM.
 #include "logon.h"
 
-#include "rights.h"
+#include "accountid.h"
+#include "errors.h"
+#include "rightsfile.h"
 
 #include <security/pam_appl.h>
 

@@ -3,7 +3,7 @@
 #define TARNIX_PLATFORM_LOGON_H
 
 #include "handles.h"
-#include "spawn.h"
+#include "identity.h"
 
 #include <string>
 
@@ -28,18 +28,6 @@ private:
 
 // Fails as the thread's last refused logon did. Returns false.
 bool failAsLogonDid();
-
-// What a PSID points to: the account's name, terminated, behind its size.
-struct Sid {
-    std::uint32_t size; // of the whole
-    std::uint32_t uid;
-    char name[1];
-};
-
-inline std::string accountOf(PSID sid)
-{
-    return sid == nullptr ? std::string() : static_cast<const Sid*>(sid)->name;
-}
 
 } // namespace tarnix_platform
 

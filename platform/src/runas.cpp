@@ -21,8 +21,8 @@
 #include <cstdlib>
 #include <vector>
 
-using tarnix_platform::RunAsFailure;
-using tarnix_platform::RunAsStep;
+namespace tarnix_platform
+{
 
 namespace
 {
@@ -30,7 +30,7 @@ namespace
 [[noreturn]] void giveUp(RunAsStep step, int error)
 {
     const RunAsFailure failure{step, error};
-    const ssize_t written = ::write(tarnix_platform::kRunAsStatus, &failure, sizeof failure);
+    const ssize_t written = ::write(kRunAsStatus, &failure, sizeof failure);
     ::_exit(written == static_cast<ssize_t>(sizeof failure) ? 127 : 126);
 }
 
@@ -88,12 +88,10 @@ bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
     return same;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int becomeCommand(int argc, char** argv)
 {
     constexpr int fixedArguments = 6;
-    if (::fcntl(tarnix_platform::kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
+    if (::fcntl(kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
         return 126;
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[5])) : 0;
@@ -111,7 +109,7 @@ int main(int argc, char** argv)
     for (int i = 0; i < candidates; ++i) {
         const char* path = argv[fixedArguments + i];
         ::execve(path, command, environ);
-        if (candidates == 1 || !tarnix_platform::searchGoesOn(errno)) {
+        if (candidates == 1 || !searchGoesOn(errno)) {
             giveUp(RunAsStep::program, errno);
         }
         if (errno == EACCES && ::access(path, F_OK) == 0) {
@@ -119,4 +117,13 @@ int main(int argc, char** argv)
         }
     }
     giveUp(RunAsStep::program, error);
+}
+
+} // namespace
+
+} // namespace tarnix_platform
+
+int main(int argc, char** argv)
+{
+    return tarnix_platform::becomeCommand(argc, argv);
 }

@@ -1,4 +1,4 @@
-// What the layer and the program that takes another identity say to each other.
+// What the layer and the program that switches user agree on.
 #ifndef TARNIX_PLATFORM_RUNAS_H
 #define TARNIX_PLATFORM_RUNAS_H
 
@@ -7,7 +7,9 @@
 namespace tarnix_platform
 {
 
-constexpr int kRunAsStatus = 3; // descriptor
+// Descriptors of that program.
+constexpr int kRunAsStatus = 3;
+constexpr int kRunAsProgram = kRunAsStatus + 1; // itself
 
 enum class RunAsStep : int { identity, directory, program };
 

@@ -1,10 +1,8 @@
-// Starts one child. Everything is prepared before the child exists.
+// The start of a command as the calling user. Everything is prepared before the child exists.
 #ifndef TARNIX_PLATFORM_SPAWN_H
 #define TARNIX_PLATFORM_SPAWN_H
 
-#include "uniquefd.h"
-
-#include <sys/types.h>
+#include "child.h"
 
 #include <string>
 #include <vector>
@@ -12,27 +10,23 @@
 namespace tarnix_platform
 {
 
-// Whom the child runs as.
-struct Identity {
-    uid_t uid;
-    gid_t gid;
-    std::vector<gid_t> groups;
-};
-
 struct ChildPlan {
     std::vector<std::string> words;
-    std::string directory;              // empty: the caller's
-    int standard[3];                    // all above 2
-    const Identity* identity = nullptr; // null: the caller
-};
-
-struct Child {
-    pid_t pid = -1;
-    UniqueFd pidfd;
+    std::string directory; // empty: the caller's
+    int standard[3];       // all above 2
 };
 
 // False with the last error set, and no child left, when any step up to the program's start failed.
 bool spawn(const ChildPlan& plan, Child& child);
+
+// The paths of the program to try in turn: itself, or what the search path makes of it.
+std::vector<std::string> candidatesOf(const std::string& program);
+
+// What the system takes for a list of texts, which must outlive it.
+std::vector<char*> pointersTo(const std::vector<std::string>& texts);
+
+// Sets the last error of a step that failed and returns false.
+bool failStep(const ChildPlan& plan, ChildStep step, int error);
 
 } // namespace tarnix_platform
 

@@ -1,54 +1,16 @@
-// Waits for processes and for the reads behind events.
-#include "waits.h"
-
-#include "processes.h"
+// The operations that wait, for processes and for the reads that events stand for.
+#include "pipeend.h"
+#include "polling.h"
+#include "process.h"
+#include "reaping.h"
 
 #include <poll.h>
-
-#include <algorithm>
-#include <chrono>
-#include <climits>
 
 namespace tarnix_platform
 {
 
 namespace
 {
-
-using Clock = std::chrono::steady_clock;
-
-class Deadline
-{
-public:
-    explicit Deadline(DWORD milliseconds)
-        : m_Limited(milliseconds != INFINITE),
-          m_End(m_Limited && milliseconds > 0
-                    ? Clock::now() + std::chrono::milliseconds(milliseconds)
-                    : Clock::time_point{}),
-          m_Immediate(milliseconds == 0)
-    {
-    }
-
-    // For poll: rounded up, so that a wait never ends early, and cut to what an int holds.
-    int left() const
-    {
-        if (!m_Limited) {
-            return -1;
-        }
-        if (m_Immediate) {
-            return 0;
-        }
-        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(m_End - Clock::now());
-        return static_cast<int>(std::clamp<std::int64_t>(rest.count(), 0, INT_MAX));
-    }
-
-    bool passed() const { return left() == 0; }
-
-private:
-    bool m_Limited;
-    Clock::time_point m_End;
-    bool m_Immediate;
-};
 
 class Waiter
 {
@@ -116,9 +78,9 @@ private:
         return entry.source && entry.source->pipe()->pending() ? entry.source->fd() : -1;
     }
 
-    // What has happened, in its order: the ends of children are taken note of first, which seals
-    // their output; a read that still gets a byte came before them; a read that finds nothing any
-    // more comes after them.
+    // What has happened, in its order: the ends of children are taken note of first, which marks
+    // the end of their output; a read that still gets a byte came before them; a read that finds
+    // nothing any more comes after them.
     DWORD look()
     {
         bool anyEnded = false;
@@ -144,11 +106,11 @@ private:
         return WAIT_TIMEOUT;
     }
 
-    static bool readEnded(Event& event, bool worthTrying, bool alsoOver)
+    static bool readEnded(Event& event, bool worthTrying, bool alsoEnd)
     {
         if (worthTrying) {
             if (const std::shared_ptr<PipeEnd> source = event.source()) {
-                source->pipe()->complete(alsoOver);
+                source->pipe()->complete(alsoEnd);
             }
         }
         return event.consume();
@@ -157,36 +119,6 @@ private:
     Entry m_Entries[MAXIMUM_WAIT_OBJECTS];
     DWORD m_Count = 0;
 };
-
-} // namespace
-
-bool awaitDescriptor(int fd, DWORD milliseconds)
-{
-    const Deadline deadline(milliseconds);
-    for (;;) {
-        pollfd one{fd, POLLIN, 0};
-        if (::poll(&one, 1, deadline.left()) > 0) {
-            return true;
-        }
-        if (deadline.passed()) {
-            return false;
-        }
-    }
-}
-
-bool awaitRead(Pipe& pipe, bool wait)
-{
-    while (pipe.complete(true) == ReadState::empty) {
-        if (!wait) {
-            return false;
-        }
-        awaitDescriptor(pipe.readFd(), INFINITE);
-    }
-    return true;
-}
-
-namespace
-{
 
 // What stands in the read-ahead was written before the child's end, which has not come yet for
 // whoever reads it.

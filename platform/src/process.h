@@ -1,9 +1,12 @@
-// Children and their ends.
-#ifndef TARNIX_PLATFORM_PROCESSES_H
-#define TARNIX_PLATFORM_PROCESSES_H
+// A child that a handle holds, and how it ended.
+#ifndef TARNIX_PLATFORM_PROCESS_H
+#define TARNIX_PLATFORM_PROCESS_H
 
-#include "pipes.h"
-#include "spawn.h"
+#include "child.h"
+#include "pipe.h"
+
+#include <memory>
+#include <mutex>
 
 namespace tarnix_platform
 {
@@ -19,8 +22,8 @@ public:
 
     int pidfd() const { return m_Child.pidfd.get(); }
 
-    // Looks whether the child has ended. The first look that finds it so reaps it and seals its
-    // output.
+    // Looks whether the child has ended. The first look that finds it so reaps it and marks
+    // the end of its output.
     bool ended();
 
     // Only while the child has not been seen to end, so that its id, and that of its group, cannot
@@ -44,9 +47,6 @@ private:
     UINT m_KillStatus = 0;
     DWORD m_Status = 0;
 };
-
-// Looks after the children whose last handle was closed while they ran.
-void reapOrphans();
 
 } // namespace tarnix_platform
 

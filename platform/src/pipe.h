@@ -1,6 +1,6 @@
-// Pipes: the kernel's pipe, what was read ahead of it, its two ends, and the pending read.
-#ifndef TARNIX_PLATFORM_PIPES_H
-#define TARNIX_PLATFORM_PIPES_H
+// The kernel's pipe, what was read ahead of it, the pending read, and the event that it signals.
+#ifndef TARNIX_PLATFORM_PIPE_H
+#define TARNIX_PLATFORM_PIPE_H
 
 #include "handles.h"
 #include "uniquefd.h"
@@ -11,7 +11,6 @@
 namespace tarnix_platform
 {
 
-class Pipe;
 class PipeEnd;
 
 // Auto-reset. Only a pending read signals it.
@@ -31,7 +30,7 @@ private:
     bool m_Signalled = false;
 };
 
-enum class ReadState { data, empty, over, failed };
+enum class ReadState { data, empty, ended, failed };
 
 class Pipe
 {
@@ -58,15 +57,15 @@ public:
     void setWriter(HANDLE process);
 
     // The child that writes here has ended: what stands in the pipe now is the rest of its output.
-    void seal();
+    void markEndOfOutput();
 
     BOOL read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, DWORD* count,
               OVERLAPPED* overlapped);
     void cancel();
 
     // Ends the pending read if it can be ended now. `data`: a byte came, or no read is pending any
-    // more. With `alsoOver` false a pipe that is over leaves the read pending.
-    ReadState complete(bool alsoOver);
+    // more. With `alsoEnd` false a pipe at its end leaves the read pending.
+    ReadState complete(bool alsoEnd);
     bool pending() const;
 
     // How the pending read of this state ended.
@@ -97,28 +96,14 @@ private:
     ReadAhead* m_Ahead = nullptr;
     PendingRead m_Pending; // none without a buffer
     Outcome m_Outcome;
-    std::size_t m_Left = 0; // bytes that may still be read once the pipe is sealed
-    bool m_Sealed = false;
+    std::size_t m_Left = 0; // bytes that may still be read once the output has ended
+    bool m_OutputEnded = false;
     bool m_NonBlocking = false;
     bool m_Connected = false;
 };
 
-enum class Side { server, client };
-
-class PipeEnd : public Object
-{
-public:
-    PipeEnd(std::shared_ptr<Pipe> pipe, Side side) : m_Pipe(std::move(pipe)), m_Side(side) {}
-    ~PipeEnd() override;
-
-    const std::shared_ptr<Pipe>& pipe() const { return m_Pipe; }
-    Side side() const { return m_Side; }
-    int fd() const { return m_Side == Side::server ? m_Pipe->writeFd() : m_Pipe->readFd(); }
-
-private:
-    const std::shared_ptr<Pipe> m_Pipe;
-    const Side m_Side;
-};
+// Fails with the error. A refused read leaves the state of one that pends as it is.
+bool refuseRead(OVERLAPPED& state, int error);
 
 } // namespace tarnix_platform
 

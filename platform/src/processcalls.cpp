@@ -1,208 +1,18 @@
-// Starting, signalling, killing and reaping children.
-#include "processes.h"
-
+// The operations on processes: start, status, signal, end.
 #include "commandline.h"
 #include "logon.h"
-#include "waits.h"
+#include "pipeend.h"
+#include "process.h"
+#include "reaping.h"
+#include "spawn.h"
+#include "spawnuser.h"
 
-#include <sys/syscall.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <new>
-#include <vector>
 
 namespace tarnix_platform
 {
-
-namespace
-{
-
-enum class Reaped { no, yes, elsewhere };
-
-Reaped reap(int pidfd, siginfo_t& info)
-{
-    info = siginfo_t{};
-    int result = 0;
-    do {
-        result = ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
-                          WEXITED | WNOHANG);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) {
-        return Reaped::elsewhere;
-    }
-    return info.si_pid == 0 ? Reaped::no : Reaped::yes;
-}
-
-// Children whose last handle was closed while they ran. Nobody waits for them any more, but they
-// must not stay behind as zombies: each later start, wait and closing looks after them.
-class Orphans
-{
-public:
-    void add(UniqueFd pidfd)
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_PidFds.push_back(std::move(pidfd));
-        m_Count.store(m_PidFds.size(), std::memory_order_relaxed);
-    }
-
-    void reapEnded()
-    {
-        if (m_Count.load(std::memory_order_relaxed) == 0) {
-            return;
-        }
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        const auto ended = [](const UniqueFd& pidfd) {
-            siginfo_t info;
-            return reap(pidfd.get(), info) != Reaped::no;
-        };
-        m_PidFds.erase(std::remove_if(m_PidFds.begin(), m_PidFds.end(), ended), m_PidFds.end());
-        m_Count.store(m_PidFds.size(), std::memory_order_relaxed);
-    }
-
-private:
-    std::mutex m_Mutex;
-    std::vector<UniqueFd> m_PidFds;
-    std::atomic<std::size_t> m_Count{0};
-};
-
-Orphans& orphans()
-{
-    static Orphans& instance = *std::make_unique<Orphans>().release();
-    return instance;
-}
-
-// SIGKILL takes effect at once unless the child sits in the kernel, on a dead disk for example.
-constexpr DWORD kKillPatience = 2000;
-
-} // namespace
-
-void reapOrphans()
-{
-    orphans().reapEnded();
-}
-
-Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
-    : m_Outputs{std::move(output), std::move(error)}
-{
-}
-
-void Process::adopt(Child child)
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Child = std::move(child);
-    m_Ended = false;
-}
-
-Process::~Process()
-{
-    if (!m_Ended && m_Killed) {
-        awaitDescriptor(m_Child.pidfd.get(), kKillPatience);
-    }
-    try {
-        if (!ended()) {
-            orphans().add(std::move(m_Child.pidfd));
-        }
-    } catch (const std::bad_alloc&) {
-        // The child stays with the system until this process ends.
-    }
-}
-
-bool Process::ended()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        if (m_Ended || !look()) {
-            return m_Ended;
-        }
-    }
-    for (const std::weak_ptr<Pipe>& output : m_Outputs) {
-        if (const std::shared_ptr<Pipe> pipe = output.lock()) {
-            pipe->seal();
-        }
-    }
-    return true;
-}
-
-bool Process::look()
-{
-    siginfo_t info;
-    switch (reap(m_Child.pidfd.get(), info)) {
-    case Reaped::no:
-        return false;
-    case Reaped::elsewhere: // the host reaped it, or ignores SIGCHLD
-        break;
-    case Reaped::yes:
-        m_StatusKnown = true;
-        m_Status = static_cast<DWORD>(info.si_status);
-        if (info.si_code != CLD_EXITED) {
-            m_Status = m_Killed && info.si_status == SIGKILL ? m_KillStatus : m_Status + 128;
-        }
-    }
-    m_Ended = true;
-    return true;
-}
-
-bool Process::isRunning(DWORD pid) const
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    return !m_Ended && static_cast<DWORD>(m_Child.pid) == pid;
-}
-
-bool Process::signalGroup(int signal)
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    return !m_Ended ? send(signal) : fail(ESRCH);
-}
-
-bool Process::send(int signal)
-{
-    const auto sendToChild = [this](int number) {
-        return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
-    };
-    // A host that has reaped the child itself has given its id, and that of the group, away.
-    if (!sendToChild(0) && errno == ESRCH) {
-        return fail(ESRCH);
-    }
-    const bool group = ::kill(-m_Child.pid, signal) == 0;
-    // Once only: a second Ctrl-C means something else to many programs. A child that has moved to
-    // another group is not reached by that of its own.
-    const bool moved = ::getpgid(m_Child.pid) != m_Child.pid;
-    const bool child = (group && !moved) || sendToChild(signal);
-    return group || child ? true : fail(errno);
-}
-
-bool Process::kill(UINT status)
-{
-    if (ended()) {
-        return fail(ESRCH);
-    }
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Ended) {
-        return fail(ESRCH);
-    }
-    if (!send(SIGKILL)) {
-        return false;
-    }
-    m_Killed = true;
-    m_KillStatus = status;
-    return true;
-}
-
-BOOL Process::exitStatus(DWORD* status)
-{
-    if (!ended()) {
-        return fail(EBUSY);
-    }
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (!m_StatusKnown) {
-        return fail(ECHILD);
-    }
-    *status = m_Status;
-    return true;
-}
 
 namespace
 {
@@ -297,9 +107,9 @@ bool giveEnds(const StandardEnds& standard, const Identity& identity)
     return true;
 }
 
-// Nothing that can fail comes behind the start: a child must not be lost.
-BOOL startChild(const Identity* identity, const char* command, const char* directory,
-                const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
+// Nothing that can fail comes after the start: a child must not be lost.
+BOOL startProcess(const Identity* identity, const char* command, const char* directory,
+                  const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
 {
     if ((startup.dwFlags & STARTF_USESTDHANDLES) == 0) {
         return fail(EINVAL);
@@ -307,7 +117,6 @@ BOOL startChild(const Identity* identity, const char* command, const char* direc
     reapOrphans();
     StandardEnds standard;
     ChildPlan plan;
-    plan.identity = identity;
     if (!findEnds(startup, standard) || !planChild(command, directory, standard, plan) ||
         (identity != nullptr && !giveEnds(standard, *identity))) {
         return false;
@@ -317,7 +126,8 @@ BOOL startChild(const Identity* identity, const char* command, const char* direc
         std::make_shared<Process>(writtenPipe(output), writtenPipe(*standard.ends[2]));
     StartedHandles handles;
     Child child;
-    if (!handles.open(process) || !spawn(plan, child)) {
+    if (!handles.open(process) ||
+        !(identity == nullptr ? spawn(plan, child) : spawnAsUser(plan, *identity, child))) {
         return false;
     }
     information.dwProcessId = static_cast<DWORD>(child.pid);
@@ -341,7 +151,7 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
         environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return startChild(nullptr, command, directory, *startup, *information);
+    return startProcess(nullptr, command, directory, *startup, *information);
 }
 
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
@@ -361,7 +171,7 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
         environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return startChild(&identity->identity(), command, directory, *startup, *information);
+    return startProcess(&identity->identity(), command, directory, *startup, *information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)

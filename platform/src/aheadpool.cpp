@@ -1,0 +1,61 @@
+// The blocks of read-ahead of all pipes.
+#include "aheadpool.h"
+
+#include "neverdestroyed.h"
+
+#include <mutex>
+#include <vector>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+class AheadPool
+{
+public:
+    ReadAhead* take()
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_Free.empty()) {
+            if (m_Free.capacity() <= m_All.size()) { // give must not allocate, nor a block be lost
+                m_Free.reserve(2 * m_All.size() + 1);
+            }
+            m_All.push_back(std::make_unique<ReadAhead>());
+            return m_All.back().get();
+        }
+        ReadAhead* block = m_Free.back();
+        m_Free.pop_back();
+        return block;
+    }
+
+    void give(ReadAhead* block)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        block->renewLease();
+        block->writer.store(nullptr, std::memory_order_relaxed);
+        block->end.store(0, std::memory_order_relaxed);
+        block->at.store(0, std::memory_order_relaxed);
+        m_Free.push_back(block);
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::vector<std::unique_ptr<ReadAhead>> m_All;
+    std::vector<ReadAhead*> m_Free;
+};
+
+} // namespace
+
+ReadAhead* takeAhead()
+{
+    return neverDestroyed<AheadPool>().take();
+}
+
+void giveAhead(ReadAhead* block)
+{
+    neverDestroyed<AheadPool>().give(block);
+}
+
+} // namespace tarnix_platform

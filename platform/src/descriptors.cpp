@@ -1,0 +1,65 @@
+// Work on file descriptors.
+#include "descriptors.h"
+
+#include "retry.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+namespace tarnix_platform
+{
+
+UniqueFd openFile(const char* path, int flags, mode_t mode)
+{
+    return UniqueFd(retryInterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
+}
+
+ssize_t readSome(int fd, void* buffer, std::size_t size)
+{
+    return retryInterrupted([&] { return ::read(fd, buffer, size); });
+}
+
+bool writeAll(int fd, const void* bytes, std::size_t size)
+{
+    const char* at = static_cast<const char*>(bytes);
+    while (size > 0) {
+        const ssize_t written = retryInterrupted([&] { return ::write(fd, at, size); });
+        if (written <= 0) {
+            return false;
+        }
+        at += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool lockFile(int fd)
+{
+    return retryInterrupted([fd] { return ::flock(fd, LOCK_EX); }) == 0;
+}
+
+bool moveAbove(UniqueFd& fd, int number)
+{
+    if (fd.get() > number) {
+        return true;
+    }
+    const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, number + 1);
+    if (moved < 0) {
+        return false;
+    }
+    fd.reset(moved);
+    return true;
+}
+
+bool openPipe(UniqueFd& reader, UniqueFd& writer)
+{
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+        return false;
+    }
+    reader.reset(fds[0]);
+    writer.reset(fds[1]);
+    return moveAboveStandard(reader) && moveAboveStandard(writer);
+}
+
+} // namespace tarnix_platform

@@ -1,0 +1,112 @@
+// The operations on pipes, reads and events.
+#include "pipeend.h"
+#include "polling.h"
+
+#include <cstring>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+HANDLE openEnd(const std::shared_ptr<PipeEnd>& end)
+{
+    const HANDLE handle = end ? openHandle(end) : nullptr;
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+}
+
+// Ends the pending read of the pipe, if there is one; false if it goes on and `wait` is false.
+bool awaitRead(Pipe& pipe, bool wait)
+{
+    while (pipe.complete(true) == ReadState::empty) {
+        if (!wait) {
+            return false;
+        }
+        awaitDescriptor(pipe.readFd(), INFINITE);
+    }
+    return true;
+}
+
+} // namespace
+
+HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
+                    const char* /*name*/)
+{
+    if (manualReset || initialState) {
+        fail(ENOTSUP);
+        return nullptr;
+    }
+    return openHandle(std::make_shared<Event>());
+}
+
+HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DWORD maxInstances,
+                        DWORD /*outSize*/, DWORD /*inSize*/, DWORD /*defaultTimeout*/,
+                        SECURITY_ATTRIBUTES* /*attributes*/)
+{
+    static constexpr char prefix[] = R"(\\.\pipe\)";
+    if (name == nullptr || std::strncmp(name, prefix, sizeof prefix - 1) != 0 ||
+        (openMode & PIPE_ACCESS_DUPLEX) == 0) {
+        fail(EINVAL);
+        return INVALID_HANDLE_VALUE;
+    }
+    return openEnd(createPipe(name, maxInstances));
+}
+
+HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
+                   SECURITY_ATTRIBUTES* /*attributes*/, DWORD disposition, DWORD /*flags*/,
+                   HANDLE /*templateFile*/)
+{
+    if (name == nullptr || access != GENERIC_READ || disposition != OPEN_EXISTING) {
+        fail(EINVAL);
+        return INVALID_HANDLE_VALUE;
+    }
+    return openEnd(connectPipe(name));
+}
+
+BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
+{
+    if (overlapped == nullptr) {
+        return fail(EINVAL);
+    }
+    if (buffer == nullptr || size == 0 || count == nullptr) {
+        return refuseRead(*overlapped, EINVAL);
+    }
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+    if (!end || end->side() != Side::client) {
+        return refuseRead(*overlapped, EBADF);
+    }
+    const BOOL result = end->pipe()->read(end, buffer, size, count, overlapped);
+    setAhead(file, end->pipe()->ahead());
+    return result;
+}
+
+BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
+{
+    if (overlapped->Internal == ERROR_IO_PENDING) {
+        const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+        if (!end) {
+            overlapped->Internal = ECANCELED; // by the closing
+            overlapped->Pending = 0;
+            return fail(ECANCELED);
+        }
+        if (!awaitRead(*end->pipe(), wait != 0)) {
+            return fail(ERROR_IO_PENDING);
+        }
+        end->pipe()->outcome(*overlapped);
+    }
+    *count = static_cast<DWORD>(overlapped->InternalHigh);
+    return overlapped->Internal == 0 ? true : fail(static_cast<DWORD>(overlapped->Internal));
+}
+
+BOOL CancelIo(HANDLE file)
+{
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+    if (!end) {
+        return false;
+    }
+    end->pipe()->cancel();
+    return true;
+}
+
+} // namespace tarnix_platform

@@ -1,0 +1,144 @@
+// A child that a handle holds: signalling, killing, and how it ended.
+#include "process.h"
+
+#include "polling.h"
+#include "reaping.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <new>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+// SIGKILL takes effect at once unless the child sits in the kernel, on a dead disk for example.
+constexpr DWORD kKillPatience = 2000;
+
+} // namespace
+
+Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
+    : m_Outputs{std::move(output), std::move(error)}
+{
+}
+
+void Process::adopt(Child child)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Child = std::move(child);
+    m_Ended = false;
+}
+
+Process::~Process()
+{
+    if (!m_Ended && m_Killed) {
+        awaitDescriptor(m_Child.pidfd.get(), kKillPatience);
+    }
+    try {
+        if (!ended()) {
+            addOrphan(std::move(m_Child.pidfd));
+        }
+    } catch (const std::bad_alloc&) {
+        // The child stays with the system until this process ends.
+    }
+}
+
+bool Process::ended()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_Ended || !look()) {
+            return m_Ended;
+        }
+    }
+    for (const std::weak_ptr<Pipe>& output : m_Outputs) {
+        if (const std::shared_ptr<Pipe> pipe = output.lock()) {
+            pipe->markEndOfOutput();
+        }
+    }
+    return true;
+}
+
+bool Process::look()
+{
+    siginfo_t info;
+    switch (reap(m_Child.pidfd.get(), info)) {
+    case Reaped::no:
+        return false;
+    case Reaped::elsewhere: // by the calling process, or it ignores SIGCHLD
+        break;
+    case Reaped::yes:
+        m_StatusKnown = true;
+        m_Status = static_cast<DWORD>(info.si_status);
+        if (info.si_code != CLD_EXITED) {
+            m_Status = m_Killed && info.si_status == SIGKILL ? m_KillStatus : m_Status + 128;
+        }
+    }
+    m_Ended = true;
+    return true;
+}
+
+bool Process::isRunning(DWORD pid) const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return !m_Ended && static_cast<DWORD>(m_Child.pid) == pid;
+}
+
+bool Process::signalGroup(int signal)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return !m_Ended ? send(signal) : fail(ESRCH);
+}
+
+bool Process::send(int signal)
+{
+    const auto sendToChild = [this](int number) {
+        return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
+    };
+    // A calling process that has reaped the child itself has given away its id, and the group's.
+    if (!sendToChild(0) && errno == ESRCH) {
+        return fail(ESRCH);
+    }
+    const bool group = ::kill(-m_Child.pid, signal) == 0;
+    // Once only: a second Ctrl-C means something else to many programs. A child that has moved to
+    // another group is not reached by that of its own.
+    const bool moved = ::getpgid(m_Child.pid) != m_Child.pid;
+    const bool child = (group && !moved) || sendToChild(signal);
+    return group || child ? true : fail(errno);
+}
+
+bool Process::kill(UINT status)
+{
+    if (ended()) {
+        return fail(ESRCH);
+    }
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Ended) {
+        return fail(ESRCH);
+    }
+    if (!send(SIGKILL)) {
+        return false;
+    }
+    m_Killed = true;
+    m_KillStatus = status;
+    return true;
+}
+
+BOOL Process::exitStatus(DWORD* status)
+{
+    if (!ended()) {
+        return fail(EBUSY);
+    }
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (!m_StatusKnown) {
+        return fail(ECHILD);
+    }
+    *status = m_Status;
+    return true;
+}
+
+} // namespace tarnix_platform

@@ -1,0 +1,203 @@
+// The file of the accounts' rights.
+#include "rightsfile.h"
+
+#include "descriptors.h"
+#include "errors.h"
+#include "filereplacement.h"
+#include "pathsetting.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+PathSetting g_rightsFile;
+
+std::string rightsFile()
+{
+    return g_rightsFile.pathOr(TARNIX_RIGHTS_FILE);
+}
+
+using Lines = std::vector<std::string>;
+
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+bool readLines(const std::string& path, Lines& lines)
+{
+    lines.clear();
+    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+    if (!file) {
+        return errno == ENOENT ? true : fail(errno, path);
+    }
+    std::string text;
+    char piece[4096];
+    for (;;) {
+        const ssize_t got = readSome(file.get(), piece, sizeof piece);
+        if (got < 0) {
+            return fail(errno, path);
+        }
+        if (got == 0) {
+            break;
+        }
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return true;
+}
+
+// The new file gets the owner and the mode of the old one.
+bool keepAccess(const std::string& path, FileReplacement& file)
+{
+    struct stat old {
+    };
+    return ::stat(path.c_str(), &old) != 0 ||
+           (::fchown(file.fd(), old.st_uid, old.st_gid) == 0 && file.setMode(old.st_mode & 07777));
+}
+
+bool replaceFile(const std::string& path, const Lines& lines)
+{
+    std::string text;
+    for (const std::string& line : lines) {
+        text.append(line).push_back('\n');
+    }
+    const std::string temporary = path + ".new";
+    ::unlink(temporary.c_str()); // of a change that was broken off; never somebody else's open file
+    FileReplacement file;
+    if (!file.create(temporary, kOwnerOnly)) {
+        return fail(errno, temporary);
+    }
+    const bool good = keepAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
+                      file.commitToDisk(path);
+    return good || fail(errno, path);
+}
+
+// The exclusive right to change the file. A file of its own is locked: the rights are another file
+// after each change.
+class ChangeLock
+{
+public:
+    ChangeLock() = default;
+    // Not left to the closing: a process that was forked meanwhile has the file open too.
+    ~ChangeLock()
+    {
+        if (m_File) {
+            ::flock(m_File.get(), LOCK_UN);
+        }
+    }
+    ChangeLock(const ChangeLock&) = delete;
+    ChangeLock& operator=(const ChangeLock&) = delete;
+
+    bool acquire(const std::string& path)
+    {
+        m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
+        return (m_File && lockFile(m_File.get())) || fail(errno, path);
+    }
+
+private:
+    UniqueFd m_File;
+};
+
+// `edit` returns whether it has changed the lines.
+bool change(const std::function<bool(Lines&)>& edit)
+{
+    const std::string path = rightsFile();
+    ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
+    ChangeLock lock;
+    Lines lines;
+    return lock.acquire(path + ".lock") && readLines(path, lines) &&
+           (!edit(lines) || replaceFile(path, lines));
+}
+
+std::string lineOf(const std::string& account, const std::string& right)
+{
+    return account + " " + right;
+}
+
+bool startsWith(const std::string& line, const std::string& start)
+{
+    return line.compare(0, start.size(), start) == 0;
+}
+
+bool removeLines(const std::function<bool(const std::string&)>& goes)
+{
+    return change([&](Lines& lines) {
+        const auto end = std::remove_if(lines.begin(), lines.end(), goes);
+        const bool changed = end != lines.end();
+        lines.erase(end, lines.end());
+        return changed;
+    });
+}
+
+} // namespace
+
+void setRightsFile(const char* path)
+{
+    g_rightsFile.set(path);
+}
+
+bool holdsRight(const std::string& account, const std::string& right)
+{
+    Lines lines;
+    return readLines(rightsFile(), lines) &&
+           std::find(lines.begin(), lines.end(), lineOf(account, right)) != lines.end();
+}
+
+bool rightsOf(const std::string& account, std::vector<std::string>& rights)
+{
+    rights.clear();
+    Lines lines;
+    if (!readLines(rightsFile(), lines)) {
+        return false;
+    }
+    const std::string start = account + " ";
+    for (const std::string& line : lines) {
+        if (line.size() > start.size() && startsWith(line, start)) {
+            rights.push_back(line.substr(start.size()));
+        }
+    }
+    return true;
+}
+
+bool addRights(const std::string& account, const std::vector<std::string>& rights)
+{
+    return change([&](Lines& lines) {
+        bool changed = false;
+        for (const std::string& right : rights) {
+            const std::string line = lineOf(account, right);
+            if (std::find(lines.begin(), lines.end(), line) == lines.end()) {
+                lines.push_back(line);
+                changed = true;
+            }
+        }
+        return changed;
+    });
+}
+
+bool removeRights(const std::string& account, const std::vector<std::string>& rights)
+{
+    return removeLines([&](const std::string& line) {
+        return std::any_of(rights.begin(), rights.end(), [&](const std::string& right) {
+            return line == lineOf(account, right);
+        });
+    });
+}
+
+bool removeAllRights(const std::string& account)
+{
+    return removeLines([&](const std::string& line) { return startsWith(line, account + " "); });
+}
+
+} // namespace tarnix_platform
