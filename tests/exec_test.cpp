@@ -65,8 +65,8 @@ TEST_F(Exec, RefusedStarts)
         {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
         {"./\xFF", "/", L"cannot start program './?': " + missing}, // what no locale reads
         {"true", "/no/such/dir", L"cannot enter directory '/no/such/dir': " + missing},
-        {" \t", "", L"the command is empty: Invalid argument"},
-        {"echo 'a", "", L"a quote is not closed in the command: Invalid argument"},
+        {" \t", "", L"command is empty: Invalid argument"},
+        {"echo 'a", "", L"unterminated quote in command: Invalid argument"},
     };
     CCmnExecPipeWindows runner;
     for (const auto& [command, directory, text] : cases)

@@ -78,11 +78,11 @@ TEST_F(Identity, Refusals)
         std::wstring text;
         uid_t caller = 0;
     } cases[] = {
-        {"holder", "id", "wrong", "/", L"logon of 'holder' was refused, Authentication failure"},
-        {"nobody-here", "id", password, "/", L"there is no such account"},
-        {"expired", "id", password, "/", L"was refused, User account has expired"},
+        {"holder", "id", "wrong", "/", L"cannot log on 'holder': Authentication failure: Permission"},
+        {"nobody-here", "id", password, "/", L"cannot log on 'nobody-here': no such account"},
+        {"expired", "id", password, "/", L"'expired': User account has expired"},
         {"holder", "id", password, scratch.path(), L"Permission denied"},
-        {"second", "id", password, "/", L"this process may not take another identity", 61001},
+        {"second", "id", password, "/", L"must be root to switch user", 61001},
         {"second", "/no/such", password, "/", L"cannot start program '/no/such'"},
     };
     for (const auto& test : cases) {
@@ -164,7 +164,7 @@ TEST_F(Identity, AUserWhoHoldsHisChildUpEndsItsStart)
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
     EXPECT_EQ(outcome.record.getDescription(),
-              L"the start as the user did not come to its end: Connection timed out");
+              L"timed out starting the command as the user: Connection timed out");
 }
 
 // Kept backwards, so that no copy of the test's own counts.

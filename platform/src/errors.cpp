@@ -24,9 +24,9 @@ const char* systemText(DWORD error)
 {
     switch (error) {
     case ERROR_IO_PENDING:
-        return "The read goes on";
+        return "Read is pending";
     case ERROR_BROKEN_PIPE:
-        return "The pipe has ended";
+        return "End of file on pipe";
     default:
         return ::strerrordesc_np(static_cast<int>(error));
     }

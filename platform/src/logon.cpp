@@ -32,7 +32,7 @@ thread_local Refusal t_refusal;
 
 bool refuse(int error, const std::string& user, const std::string& why)
 {
-    const std::string about = "the logon of '" + user + "' was refused, " + why;
+    const std::string about = "cannot log on '" + user + "': " + why;
     const std::size_t length = about.copy(t_refusal.about, sizeof t_refusal.about - 1);
     t_refusal.about[length] = '\0';
     t_refusal.error = error;
@@ -124,7 +124,7 @@ bool findAccount(const std::string& user, Identity& identity)
         buffer.resize(buffer.size() * 2);
     }
     if (found == nullptr) {
-        return refuse(error == 0 ? EACCES : error, user, "there is no such account");
+        return refuse(error == 0 ? EACCES : error, user, "no such account");
     }
     identity.uid = entry.pw_uid;
     identity.gid = entry.pw_gid;
@@ -142,7 +142,7 @@ bool findAccount(const std::string& user, Identity& identity)
 bool logOn(const std::string& user, const char* password, DWORD type, Identity& identity)
 {
     if (::geteuid() != 0) {
-        return refuse(EPERM, user, "this process may not take another identity");
+        return refuse(EPERM, user, "must be root to switch user");
     }
     if (!findAccount(user, identity)) {
         return false;
@@ -152,10 +152,10 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
         return refuse(EACCES, user, session.reason());
     }
     if (!session.isStill(user)) {
-        return refuse(EACCES, user, "it is another account's");
+        return refuse(EACCES, user, "PAM changed the account");
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
-        return refuse(EACCES, user, "the account lacks SeBatchLogonRight");
+        return refuse(EACCES, user, "account lacks SeBatchLogonRight");
     }
     return true;
 }
@@ -165,7 +165,7 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
 bool failAsLogonDid()
 {
     return t_refusal.error != 0 ? fail(t_refusal.error, t_refusal.about)
-                                : fail(EACCES, "there is no token of a logon");
+                                : fail(EACCES, "no logon token");
 }
 
 BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
@@ -185,7 +185,7 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
         return false;
     }
     *token = openHandle(std::make_shared<Token>(user, std::move(identity)));
-    return *token != nullptr ? true : refuse(EMFILE, user, "no handle is left");
+    return *token != nullptr ? true : refuse(EMFILE, user, "no handle left");
 }
 
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,

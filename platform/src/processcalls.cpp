@@ -32,7 +32,7 @@ bool findEnds(const STARTUPINFOA& startup, StandardEnds& found)
     for (int i = 0; i < 3; ++i) {
         found.ends[i] = find<PipeEnd>(handles[i]);
         if (!found.ends[i]) {
-            return fail(EBADF, "a standard handle is no pipe end");
+            return fail(EBADF, "standard handle is not a pipe");
         }
     }
     return true;
@@ -84,10 +84,10 @@ bool planChild(const char* command, const char* directory, const StandardEnds& s
                ChildPlan& plan)
 {
     if (!splitCommandLine(command, plan.words)) {
-        return fail(EINVAL, "a quote is not closed in the command");
+        return fail(EINVAL, "unterminated quote in command");
     }
     if (plan.words.empty()) {
-        return fail(EINVAL, "the command is empty");
+        return fail(EINVAL, "command is empty");
     }
     plan.directory = directory == nullptr ? "" : directory;
     for (int i = 0; i < 3; ++i) {
@@ -101,7 +101,7 @@ bool giveEnds(const StandardEnds& standard, const Identity& identity)
 {
     for (const std::shared_ptr<PipeEnd>& end : standard.ends) {
         if (::fchown(end->fd(), identity.uid, identity.gid) != 0) {
-            return fail(errno, "cannot give the pipe to the user");
+            return fail(errno, "cannot change owner of pipe");
         }
     }
     return true;

@@ -59,13 +59,13 @@ bool failStep(const ChildPlan& plan, ChildStep step, int error)
 {
     switch (step) {
     case ChildStep::create:
-        return fail(error, "cannot create a process");
+        return fail(error, "cannot create process");
     case ChildStep::enterDirectory:
         return fail(error, "cannot enter directory '" + plan.directory + "'");
     case ChildStep::execute:
         return fail(error, "cannot start program '" + plan.words.front() + "'");
     default:
-        return fail(error, "cannot prepare the child process");
+        return fail(error, "cannot prepare child process");
     }
 }
 

@@ -46,7 +46,7 @@ bool openRunAs(UniqueFd& program)
     const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
     return (program && writeAll(program.get(), tarnix_runas_begin, size) &&
             moveAbove(program, kRunAsProgram)) ||
-           fail(errno, "cannot prepare the change of identity");
+           fail(errno, "cannot prepare switch of user");
 }
 
 std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& identity,
@@ -113,7 +113,7 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
         return true;
     case Start::stalled:
         discardOfUser(child);
-        return fail(ETIMEDOUT, "the start as the user did not come to its end");
+        return fail(ETIMEDOUT, "timed out starting the command as the user");
     case Start::reported:
         break;
     }
@@ -129,7 +129,7 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
     case RunAsStep::program:
         return failStep(plan, ChildStep::execute, failure.error);
     default:
-        return fail(failure.error, "cannot take the user's identity");
+        return fail(failure.error, "cannot switch user");
     }
 }
 
