@@ -16,7 +16,8 @@ inline bool isValid(HANDLE handle)
     return handle != INVALID_HANDLE_VALUE;
 }
 
-inline void closeAndForget(HANDLE& handle)
+// Not inlined: it would take registers from the loop that reads a line byte by byte.
+[[gnu::noinline]] inline void closeAndForget(HANDLE& handle)
 {
     if (isValid(handle) && handle != nullptr) {
         CloseHandle(handle);
