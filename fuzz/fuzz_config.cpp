@@ -4,8 +4,9 @@
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmnsystemfiles.h"
 #include "fuzzinput.h"
-#include "scratch.h"
+#include "support/scratchdirectory.h"
 
 #include <ace/Configuration_Import_Export.h>
 
@@ -49,14 +50,14 @@ static std::multiset<std::string> carriedLines(const std::string& path)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const Scratch directory;
+    static const ScratchDirectory directory;
     static const std::string path = directory.path("store.conf"), bare = directory.path("bare");
     FuzzInput input(data, size);
     const bool imports = input.byte() % 2 == 0;
     const std::string text = imports ? input.expanded(65536) : FuzzInput(data, size).rest();
     directory.write("store.conf", text);
     setRegistryFile(path.c_str());
-    CCmnConfiguration config(directory.wide().c_str(), L"store.conf", imports), back;
+    CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", imports), back;
     ACE_Configuration_Section_Key key;
     tstr value, installed;
     const int code = CCmnPathTool::getInstallPath(installed);
@@ -76,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::multiset<std::string> lines = carriedLines(path);
     if (!good || lines.empty())
         return 0;
-    require(back.importConfig(directory.wide().c_str(), L"store.conf") == 0, "an import");
+    require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "an import");
     require(back.exportConfig() == 0 && carriedLines(path) == lines, "what was exported");
     return 0;
 }

@@ -6,17 +6,17 @@
 #include "fuzzinput.h"
 #include "platform.h"
 #include "rightsfile.h"
-#include "scratch.h"
+#include "support/scratchdirectory.h"
 
 #include <cstddef>
 
 using namespace tarnix_platform;
 using Lines = std::vector<std::string>;
 
-static void checkLevel(const Scratch& directory, const std::string& text)
+static void checkLevel(const ScratchDirectory& directory, const std::string& text)
 {
     directory.write("level", text);
-    tarnix_cmn_4_4::tstr dir(directory.wide().c_str()), file(L"level");
+    tarnix_cmn_4_4::tstr dir(directory.widePath().c_str()), file(L"level");
     int level = -7;
     const int code = tarnix_cmn_4_4::CCmnSGDConfiguration::getTraceLevel(dir, file, level);
     const bool hasKey = text.find("Default.DiagnosticLevel") != std::string::npos;
@@ -39,7 +39,7 @@ static bool isName(const std::string& name, unsigned char last)
                                         [last](unsigned char c) { return c > ' ' && c <= last; });
 }
 
-static void checkRights(const Scratch& directory, FuzzInput& input)
+static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
 {
     const std::string path = directory.path("rights");
     const std::string account = input.until('\n').c_str(), right = input.until('\n').substr(0, 999);
@@ -93,7 +93,7 @@ static void checkRights(const Scratch& directory, FuzzInput& input)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const Scratch directory;
+    static const ScratchDirectory directory;
     FuzzInput input(data, size);
     if (input.byte() % 2 == 0)
         checkLevel(directory, input.expanded(65536));

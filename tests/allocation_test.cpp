@@ -6,9 +6,10 @@
 #include "cmnsaxparser.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
-#include "processstate.h"
-#include "refusal.h"
-#include "scratch.h"
+#include "fixture.h"
+#include "support/allocationfault.h"
+#include "support/command.h"
+#include "support/scratchinstallation.h"
 
 #include <xercesc/util/OutOfMemoryException.hpp>
 
@@ -21,11 +22,7 @@ using Made = CCmnSmartPtr<Object, CCmnDefaultAllocator<Object>>;
 namespace
 {
 
-class Allocation : public NothingLeft
-{
-protected:
-    Allocation() { m_Scratch.setRegistry(m_Scratch.path(), m_Scratch.path()); }
-
+struct Allocation : LeakCheck {
     // The step, which returns what came of it, comes to the same at any time; with refused memory
     // it may throw, or come to what is told.
     void refuseEach(const std::set<std::string>& told, const std::function<std::string()>& step)
@@ -34,24 +31,25 @@ protected:
         std::size_t asked = 0;
         for (std::size_t i = 1; i < 2 * (asked + 1); ++i) { // the first one only counts
             SCOPED_TRACE(testing::Message() << i / 2 << (i % 2 != 0 ? " and on" : ""));
-            const int blocks = Refusal::blocks;
+            const int blocks = AllocationFault::liveBlocks;
             try {
-                const Refusal refusal(i / 2, i % 2 != 0);
+                const AllocationFault fault(i / 2, i % 2 != 0);
                 const std::string result = step();
-                const Calm calm;
+                const AllocationFaultPause pause;
                 EXPECT_TRUE(result == good || told.count(result) > 0) << result;
             } catch (const std::bad_alloc&) {
             } catch (const xercesc::OutOfMemoryException&) {
             }
-            asked = i == 1 ? Refusal::asked : asked;
+            asked = i == 1 ? AllocationFault::requests : asked;
             EXPECT_EQ(step(), good);
-            EXPECT_TRUE(Refusal::blocks == blocks || m_MayLose) << Refusal::blocks;
+            EXPECT_TRUE(AllocationFault::liveBlocks == blocks || m_MayLose)
+                << AllocationFault::liveBlocks;
         }
         EXPECT_TRUE(asked > 0 && !good.empty());
         std::printf("faults injected: %zu\n", 2 * asked);
     }
 
-    const Scratch m_Scratch;
+    const ScratchInstallation m_Scratch;
     bool m_MayLose = false;
 };
 
@@ -82,14 +80,14 @@ TEST_F(Allocation, Messages)
         manager.get()->getLocalizedMessage("an.id.that.lies.on.the.heap", "", &shown);
         const tstr byDefault = manager.get()->getMessage("id", L"a default on the heap", "");
         holder.setError(record);
-        const Calm calm;
+        const AllocationFaultPause pause;
         return CCmnStringTool::tstr2str(byDefault + shown + holder.getError().getMessage()) +
                message.serialize()->text + read.serialize()->text;
     });
     // No number: ICU's formatter of numbers does not look at what it got.
     refuseEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
         const tstr text = message.formatMessage(pattern);
-        const Calm calm;
+        const AllocationFaultPause pause;
         return CCmnStringTool::tstr2str(text);
     });
 }
@@ -97,13 +95,13 @@ TEST_F(Allocation, Messages)
 // ACE's store does not look at what it got, so here only what throws is refused.
 TEST_F(Allocation, TraceAndConfiguration)
 {
-    Refusal::throwingOnly = true;
+    AllocationFault::throwingOnly = true;
     const Made<CCmnTraceLog> log(true);
     refuseEach({""}, [&, line = "of more than the usual length" + std::string(3000, 'x')] {
         const Made<CCmnTraceLog> another(true);
         log.get()->initialize(L"t", L"", L"", 1, false);
         log.get()->trace(1, "%s", line.c_str());
-        const Calm calm;
+        const AllocationFaultPause pause;
         const std::string text = m_Scratch.read("Logs/t.log").erase(0, 27); // the time
         std::filesystem::remove(m_Scratch.path("Logs/t.log"));
         std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
@@ -111,16 +109,16 @@ TEST_F(Allocation, TraceAndConfiguration)
     });
     m_Scratch.write("a.conf", "[S]\n\"text\"=\"a value that lies on the heap\"\n");
     CCmnConfiguration store;
-    refuseEach({}, [&, directory = m_Scratch.wide()] {
+    refuseEach({}, [&, directory = m_Scratch.widePath()] {
         const int code = store.importConfig(directory.c_str(), L"a.conf") + store.exportConfig();
-        const Calm calm;
+        const AllocationFaultPause pause;
         tstr value;
         store.getStringValue(L"S", L"text", value);
         return std::to_string(code) + CCmnStringTool::tstr2str(value) + m_Scratch.read("a.conf");
     });
-    Refusal::throwingOnly = false;
+    AllocationFault::throwingOnly = false;
     // Nothing half written lies about beside the two directories and the two files.
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_Scratch.path()), {}), 4);
+    EXPECT_EQ(m_Scratch.entries(), 4);
 }
 
 struct Gathering : CCmnSaxParseHandler {

@@ -2,7 +2,9 @@
 #include "cmnerror.h"
 #include "cmnlock.h"
 #include "cmnsmartptr.h"
-#include "scratch.h"
+#include "support/repeat.h"
+
+#include <gtest/gtest.h>
 
 using namespace tarnix_cmn_4_4;
 
@@ -39,7 +41,7 @@ TEST(Lock, OneHolderAtATime)
 {
     static CCmnLock lock;
     int holder = 0; // plain: it is guarded
-    onThreads(4, [&holder](int thread) {
+    runOnThreads(4, [&holder](int thread) {
         for (int round = 0; round < 50000; lock.unlock(), ++round) {
             while (!lock.tryLock())
                 std::this_thread::yield();

@@ -1,8 +1,9 @@
 // Catalogs on bundles that genrb makes here, and the manager that chooses among them.
 #include "cmnmsgcatalogmgr.h"
 #include "cmnstringtool.h"
-#include "scratch.h"
+#include "support/scratchinstallation.h"
 
+#include <gtest/gtest.h>
 #include <unicode/locid.h>
 
 #include <malloc.h>
@@ -24,7 +25,6 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
     {
         UErrorCode status = U_ZERO_ERROR;
         icu::Locale::setDefault(icu::Locale::getUS(), status);
-        scratch.setRegistry(scratch.path(), "");
         const std::string longText = "{ \"" + std::string(2000, 'x') + "\" } ";
         scratch.write("root.txt", "root { who { \"root {0}\" } }");
         scratch.write("ja_JP.txt", "ja_JP { who { \"ja_JP {0}\" } disk { \"it''s {0}: {1}\" } }");
@@ -62,7 +62,7 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
         return text;
     }
 
-    Scratch scratch;
+    const ScratchInstallation scratch;
     tstr name = L"none";
     std::string defaultLanguage = "de", asked;
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>

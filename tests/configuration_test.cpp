@@ -1,11 +1,13 @@
 // The configuration store: current section, records of failures, what comes back from its file.
 #include "cmnconfiguration.h"
-#include "scratch.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
+
+#include <gtest/gtest.h>
 
 #include <sys/xattr.h>
 
 #include <algorithm>
-#include <cerrno>
 
 using namespace tarnix_cmn_4_4;
 
@@ -50,7 +52,7 @@ TEST(Configuration, SectionsAndTexts)
 
 TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
 {
-    const Scratch scratch;
+    const ScratchDirectory scratch;
     const std::string wide(16 * 1024 * 1024, 'a'), good = "; comment\n[S]\n\"both\"=\"b\"\n";
     scratch.write("bad", "[S]\n\"both\"=\"a\"\n\"onlyA\"=\"a\"\n[Bad\n");
     scratch.write("wide", "\"a\"=\"" + wide + "\"\n");
@@ -66,13 +68,13 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     CCmnConfiguration config;
     const CCmnError& record = config.getLastError();
     for (const auto& [directory, file, message] : cases) {
-        const int code = config.importConfig(scratch.wide(directory).c_str(), file);
+        const int code = config.importConfig(scratch.widePath(directory).c_str(), file);
         EXPECT_TRUE(code != 0 && record.getCode() == code);
         EXPECT_STREQ(record.getMessage(), message);
         EXPECT_STREQ(record.getFile(), L"cmn\\src\\cmnconfiguration");
         EXPECT_STREQ(record.getFunction(), L"tarnix_cmn_4_4::CCmnConfiguration::importConfig");
     }
-    EXPECT_EQ(config.importConfig(scratch.wide().c_str(), L"good"), 0);
+    EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"good"), 0);
     EXPECT_NE(record.getCode(), 0); // success clears nothing
     tstr both, onlyA;               // which was before the fault
     config.getStringValue(L"S", L"both", both);
@@ -92,7 +94,7 @@ TEST(Configuration, ExportsFollowLinksAndKeepRights)
     const std::uint32_t list[] = {2,   7 << 16 | 1,  ~0U, 6 << 16 | 2, 61001, 5 << 16 | 4,
                                   ~0U, 7 << 16 | 16, ~0U, 32,          ~0U};
     for (const bool isThere : {false, true}) {
-        const Scratch scratch;
+        const ScratchDirectory scratch;
         const std::string directory = scratch.path("d"), file = directory + "/file";
         scratch.makeDirectory("d");
         fs::create_symlink("d/file", scratch.path("near"));
@@ -102,12 +104,12 @@ TEST(Configuration, ExportsFollowLinksAndKeepRights)
             fs::permissions(file, fs::perms(0642));
         }
         setxattr(directory.c_str(), "system.posix_acl_default", list, sizeof list, 0);
-        CCmnConfiguration config(scratch.wide().c_str(), L"far", false);
+        CCmnConfiguration config(scratch.widePath().c_str(), L"far", false);
         ACE_Configuration_Section_Key section;
         config.openSection(L"new", section, 1);
         EXPECT_EQ(config.exportConfig(), 0);
         EXPECT_EQ(scratch.read("d/file"), "[new]\n");
-        EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
+        EXPECT_EQ(scratch.entries("d"), 1);
         const fs::perms rights = fs::status(file).permissions();
         EXPECT_TRUE(isThere ? rights == fs::perms(0642) &&
                                   getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0) < 0

@@ -1,7 +1,8 @@
 // Real commands from end to end: lines, outcome, record, and nothing left behind.
-#include "cmnexecpipewindows.h"
-#include "processstate.h"
-#include "scratch.h"
+#include "fixture.h"
+#include "support/command.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -13,7 +14,7 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-using Exec = NothingLeft;
+using Exec = LeakCheck;
 
 // `sh -c` with a text without single quotes.
 std::string shell(const std::string& text) { return "sh -c '" + text + "'"; }
@@ -72,7 +73,7 @@ TEST_F(Exec, RefusedStarts)
     for (const auto& [command, directory, text] : cases)
         EXPECT_EQ(exec(runner, command, 60, directory).record.getDescription(), text);
     EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // it can still be used
-    const Scratch scratch;
+    const ScratchDirectory scratch;
     const std::string program = scratch.path("program"); // which vanishes between two runs
     std::filesystem::copy_file("/bin/echo", program);
     EXPECT_EQ(run(program + " found").lines, Lines{"found"});
@@ -145,7 +146,7 @@ TEST_F(Exec, AnOddCaller)
 // Nothing is lost at the end of a child, and nothing meets.
 TEST_F(Exec, EightThreads)
 {
-    onThreads(8, [](int thread) {
+    runOnThreads(8, [](int thread) {
         for (int i = 0; i < 200; ++i) {
             const std::string word = std::to_string(1000 * thread + i);
             EXPECT_EQ(

@@ -1,11 +1,12 @@
 // The runner over a scripted platform: what comes of a run and what it records; then every call of
 // the platform and every allocation refused in turn.
-#include "cmnexecpipewindows.h"
 #include "cmntracelog.h"
-#include "processstate.h"
-#include "refusal.h"
-#include "scratch.h"
 #include "scripted_platform.h"
+#include "support/allocationfault.h"
+#include "support/command.h"
+#include "support/scratchinstallation.h"
+
+#include <gtest/gtest.h>
 
 using namespace tarnix_cmn_4_4;
 
@@ -55,29 +56,26 @@ const struct Course {
     {{}, "", 8, -1, {}, L"Error in WaitPid()", {}, "GetExitCodeProcess"},
 };
 
-// What a run comes to with a failure, where that is not what it comes to without it: `same` where
-// it can also be that. A run that could not read goes on to its end.
+// The code of a run in which an operation fails: one of these, `same` for the code without the
+// failure. A run that cannot read goes on to its end. The last row is for any other operation.
 constexpr int same = 100;
-const std::map<std::string, std::set<int>> codesOf{
-    {"", {same}}, // any other
-    {allocation, {same, -1, 8}},
-    {"CloseHandle", {same, 3}},
-    {"CreateEventA", {same, 0, 11}},
-    {"CreateFileA", {1}},
-    {"CreateNamedPipeA", {1}},
-    {"CreateProcessA", {4}},
-    {"CreateProcessAsUserA", {4}},
-    {"DuplicateHandle", {2}},
-    {"GetExitCodeProcess", {same, 8}},
-    {"GetOverlappedResult", {same, 0, 11}},
-    {"GetTokenInformation", {same, 0}},
-    {"GetVersionExW", {same, 0}},
-    {"LogonUserA", {4, 10}},
-    {"LsaAddAccountRights", {10}},
-    {"LsaOpenPolicy", {same, 10}},
-    {"ReadFile", {same, 0, 11}},
-    {"WaitForMultipleObjectsEx", {same, 0, 11}},
-    {"WaitForSingleObject", {same, 0, 11}},
+const struct {
+    std::set<int> codes;
+    std::set<std::string> operations;
+} codesOf[] = {
+    {{1}, {"CreateFileA", "CreateNamedPipeA"}},
+    {{2}, {"DuplicateHandle"}},
+    {{4}, {"CreateProcessA", "CreateProcessAsUserA"}},
+    {{4, 10}, {"LogonUserA"}},
+    {{10}, {"LsaAddAccountRights"}},
+    {{same, 10}, {"LsaOpenPolicy"}},
+    {{same, 0}, {"GetTokenInformation", "GetVersionExW"}},
+    {{same, 0, 11}, {"CreateEventA", "GetOverlappedResult", "ReadFile"}},
+    {{same, 0, 11}, {"WaitForMultipleObjectsEx", "WaitForSingleObject"}},
+    {{same, 3}, {"CloseHandle"}},
+    {{same, 8}, {"GetExitCodeProcess"}},
+    {{same, 8, -1}, {allocation}},
+    {{same}, {}},
 };
 
 // Reaches what is protected, and can be in a child's context.
@@ -92,11 +90,7 @@ struct Bare : CCmnExecPipeWindows {
 };
 
 struct Faults : testing::Test {
-    Faults()
-    {
-        m_Scratch.setRegistry(m_Scratch.path(), "");
-        m_Log.get()->initialize(L"runner", L"", L"", 1, false);
-    }
+    Faults() { m_Log.get()->initialize(L"runner", L"", L"", 1, false); }
     void TearDown() override { EXPECT_TRUE(script.open.empty() && !Bare::m_Lock.isLocked()); }
 
     // With a failure; the end of the runner included.
@@ -111,7 +105,7 @@ struct Faults : testing::Test {
             Bare::m_Lock.tryLock();
         Outcome got;
         try {
-            const Refusal refusal(operation == allocation ? call : 0, onwards);
+            const AllocationFault fault(operation == allocation ? call : 0, onwards);
             CCmnExecPipeWindows runner;
             runner.setTraceLog(m_Log);
             got = exec(runner, command, course.seconds, "", course.user, password);
@@ -121,11 +115,14 @@ struct Faults : testing::Test {
         EXPECT_EQ(Bare::m_Lock.isLocked(), script.busy);
         Bare::m_Lock.unlock();
         EXPECT_TRUE(script.open.empty() && !script.childRuns);
-        script.calls[allocation].resize(Refusal::asked);
+        script.calls[allocation].resize(AllocationFault::requests);
 
-        const std::set<int>& codes = codesOf.at(codesOf.count(operation) > 0 ? operation : "");
+        const auto* row = std::begin(codesOf);
+        while (!row->operations.empty() && row->operations.count(operation) == 0)
+            ++row;
         const int code = got.record.getCode();
-        EXPECT_TRUE(codes.count(code) || (codes.count(same) && code == course.code)) << code;
+        EXPECT_TRUE(row->codes.count(code) || (row->codes.count(same) && code == course.code))
+            << code;
         const bool ofUser = code == 9 || code == 10;
         EXPECT_EQ(got.result, ofUser || code == 4 ? 3 : code);
         EXPECT_EQ(got.record.getSubject(), code <= 0 ? "" : ofUser ? user : command);
@@ -160,7 +157,7 @@ struct Faults : testing::Test {
                   course.traced.empty() ? "" : where + " ERROR: " + course.traced + how);
     }
 
-    const Scratch m_Scratch;
+    const ScratchInstallation m_Scratch;
     const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_Log{true};
 };
 
@@ -174,10 +171,10 @@ TEST_F(Faults, EveryCallAndEveryAllocationOfEveryCourse)
         for (const auto& [operation, details] : calls) {
             for (std::size_t i = 2; i < 2 * (details.size() + 1); ++i, ++injected) {
                 SCOPED_TRACE(operation + std::to_string(i / 2) + (i % 2 != 0 ? " and on" : ""));
-                const int blocks = Refusal::blocks;
+                const int blocks = AllocationFault::liveBlocks;
                 run(course, operation, i / 2, i % 2 != 0);
                 expectGood(course); // the next run
-                EXPECT_EQ(Refusal::blocks, blocks);
+                EXPECT_EQ(AllocationFault::liveBlocks, blocks);
             }
         }
     }

@@ -1,11 +1,15 @@
 // Real runs as other accounts. They need root, and a mount namespace in which the directory of the
 // account files is the test's own: nothing of the machine is touched.
-#include "processstate.h"
+#include "cmnsystemfiles.h"
+#include "fixture.h"
+#include "support/command.h"
+#include "support/scratchdirectory.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <csignal>
+#include <thread>
 
 // PAM loads and unloads its modules for each logon. The loader's own lock is not seen by the thread
 // sanitizer, which then takes two of these for a race.
@@ -25,11 +29,9 @@ const std::string hash = ":$5$tarnix$cQImmrpkcGIAYlwjZgLFvo8sX1wbcmWRDjd4Vil0crB
 // "holder" holds the right that a run needs, the others do not.
 const std::string standing = "# by hand\nholder SeBatchLogonRight\nstrange\nsecond SeOther\n";
 
-const Scratch scratch; // for all tests: it is mounted once
+const ScratchDirectory scratch; // for all tests: it is mounted once
 
-class Identity : public NothingLeft
-{
-protected:
+struct Identity : LeakCheck {
     void SetUp() override
     {
         scratch.makeDirectory("etc/pam.d");
@@ -114,11 +116,11 @@ TEST_F(Identity, NoRoomForTheRight)
     scratch.makeDirectory("full");
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k"), 0);
     scratch.write("full/rights", standing);
-    scratch.write("full/filler", std::string(65536, 'f'));
+    std::ofstream(full + "/filler") << std::string(65536, 'f'); // not all of it
     setRightsFile((full + "/rights").c_str());
     EXPECT_EQ(as("second", "id").record.getCode(), 10);
     EXPECT_EQ(scratch.read("full/rights"), standing);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(full), {}), 3); // and the lock
+    EXPECT_EQ(scratch.entries("full"), 3); // and the lock
     EXPECT_EQ(umount(full.c_str()), 0);
 }
 
@@ -132,19 +134,19 @@ TEST_F(Identity, ManyWritersKeepTheFileWhole)
             good += as(user, "id -un").lines == Lines{user} ? 1 : 0;
         return good;
     };
-    const pid_t other = beginApart([&] { return runsAs("third") == 100; });
+    const pid_t other = forkChild([&] { return runsAs("third") == 100; });
     struct sigaction action = {};
     action.sa_handler = [](int) {}; // without SA_RESTART
     sigaction(SIGALRM, &action, nullptr);
     std::vector<pid_t> workers;
     std::thread forking([&] {
         while (workers.size() < 300)
-            workers.push_back(beginApart([] { return sleep(60) == 0; }));
+            workers.push_back(forkChild([] { return sleep(60) == 0; }));
     });
     ualarm(1000, 1000); // which interrupts the waits for each other
     EXPECT_EQ(runsAs("second"), 100);
     ualarm(0, 0);
-    endApart(other);
+    EXPECT_EQ(waitForChild(other), 0);
     forking.join();
     for (const pid_t worker : workers)
         EXPECT_TRUE(kill(worker, SIGKILL) == 0 && waitpid(worker, nullptr, 0) == worker);
@@ -175,7 +177,7 @@ std::string secret() { return std::string(std::rbegin(backwards) + 1, std::rend(
 // In a copy of this process, as a core would show it.
 void expectCopiesOfSecret(int expected)
 {
-    endApart(beginApart([expected] {
+    const pid_t copy = forkChild([expected] {
         // What is read, and the end of the secret, which is what an allocator leaves of it in
         // memory that was freed, stand in a block that is too large to be read itself.
         constexpr std::size_t most = 1 << 28, size = 20;
@@ -196,7 +198,8 @@ void expectCopiesOfSecret(int expected)
                 ++found;
         }
         return found == expected;
-    }));
+    });
+    EXPECT_EQ(waitForChild(copy), 0);
 }
 
 TEST_F(Identity, ThePasswordIsWiped)

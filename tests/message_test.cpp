@@ -2,8 +2,10 @@
 // compare formatting with ICU, and reading with a plain reader.
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
-#include "scratch.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
 
+#include <gtest/gtest.h>
 #include <unicode/locid.h>
 
 #include <algorithm>
@@ -52,7 +54,7 @@ TEST(Message, SerializedTextFollowsTheLocale)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status); // which the texts go by
-    const Scratch scratch;                                 // for a locale that is made here
+    const ScratchDirectory scratch;
     scratch.write("source", "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
                             "END LC_NUMERIC\n");
     const std::string command = "cd " + scratch.path() + " && localedef -c -f UTF-8 -i ./source ";

@@ -1,10 +1,11 @@
 // Host names and addresses. The look-ups run in namespaces of their own: with a hosts file that the
 // test wrote, with nothing else to ask, and with no network.
 #include "cmnnetwork.h"
+#include "fixture.h"
 #include "platform.h"
 #include "platform_network.h"
-#include "processstate.h"
-#include "scratch.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
 
 using namespace tarnix_cmn_4_4;
 
@@ -40,7 +41,7 @@ TEST(Network, AnswersWithoutALookUp)
 TEST(Network, LooksUpInTheHostsFile)
 {
     const std::string longName = std::string(1000, 'n') + ".test"; // needs more room at first
-    const Scratch scratch;
+    const ScratchDirectory scratch;
     scratch.write("hosts", "10.9.8.9 " + longName + "\n10.9.8.7 Www.Example.Test www\n" +
                                "fd00::1 six.test\n10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
     scratch.write("order", "hosts: files\n");
@@ -67,7 +68,7 @@ TEST(Network, LooksUpInTheHostsFile)
     EXPECT_EQ(0, CCmnNetwork::getFQDN(out));
     EXPECT_EQ("tarnix-box.test", out);
     EXPECT_EQ("Tarnix-Box|10.9.8.10|tarnix-box.test", shown(CCmnNetwork::resolve()));
-    onThreads(100, [](int) {
+    runOnThreads(100, [](int) {
         for (const auto& [wanted, host] :
              {std::pair("Www", "Www|10.9.8.7|www.example.test"),
               std::pair("10.9.8.7", "Www.Example.Test|10.9.8.7|www.example.test"),

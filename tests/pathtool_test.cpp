@@ -1,29 +1,31 @@
 // Where things lie, and the registry behind that.
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
-#include "scratch.h"
+#include "support/repeat.h"
+#include "support/scratchinstallation.h"
+
+#include <gtest/gtest.h>
 
 using namespace tarnix_cmn_4_4;
 
 TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
 {
-    const Scratch scratch;
-    scratch.setRegistry(scratch.path(), "");
+    const ScratchInstallation scratch;
     tstr dir = L"replaced", file;
     EXPECT_EQ(CCmnPathTool::getConfigFileInfo(L"abc", dir, file), 0);
-    EXPECT_STREQ((dir + file).c_str(), scratch.wide("ConfigFiles/abc.conf").c_str());
+    EXPECT_STREQ((dir + file).c_str(), scratch.widePath("ConfigFiles/abc.conf").c_str());
     // Without a registry the caller's text stays in front; only the last level is made.
     setRegistryFile((scratch.path("registry.conf") + std::string(5000, '/')).c_str());
-    dir = scratch.wide("none/").c_str();
+    dir = scratch.widePath("none/").c_str();
     EXPECT_EQ(CCmnPathTool::getMessageFileInfo(L"abc", dir, file), 0);
-    EXPECT_STREQ((dir + file).c_str(), scratch.wide("none/Messages/libabc").c_str());
+    EXPECT_STREQ((dir + file).c_str(), scratch.widePath("none/Messages/libabc").c_str());
     EXPECT_NE(CCmnPathTool::verify(dir.c_str()), 0);
     tstr kept = L"old";
     EXPECT_EQ(CCmnSGDConfiguration::getTraceConfigFileInfo(kept, file), 0);
     EXPECT_EQ(kept + file, tstr(L"old/Orvane/Stellgard/sgdlog.conf"));
     EXPECT_NE(CCmnPathTool::verify(nullptr), 0);
 
-    scratch.setRegistry("/a\xC3\xA4\xF0\x9F\x98\x80/", "");
+    scratch.setInstallDirectory("/a\xC3\xA4\xF0\x9F\x98\x80/");
     EXPECT_EQ(CCmnPathTool::getInstallPath(kept), 0);
     scratch.write("registry.conf", "[SOFTWARE\\Brenholt\\Tarnix]\n"); // without the value
     EXPECT_NE(CCmnPathTool::getInstallPath(kept), 0);
@@ -38,7 +40,7 @@ TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
         {std::string(254, '=') + four, 4}, // the rest of a line is a line
         {key + "\n" + four, none},
         {"=a " + four, none}};
-    dir = scratch.wide().c_str();
+    dir = scratch.widePath().c_str();
     for (const auto& [content, level] : cases) {
         scratch.write("sgdlog.conf", content); // which `file` still names
         int found = none;
@@ -49,9 +51,8 @@ TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
 
 TEST(PathTool, WhatHasNoObjectIsUsedOnEightThreads)
 {
-    const Scratch scratch;
-    scratch.setRegistry(scratch.path(), "");
-    onThreads(8, [](int thread) {
+    const ScratchInstallation scratch;
+    runOnThreads(8, [](int thread) {
         for (int i = 0; i < 200; ++i) {
             const std::string name = CCmnStringTool::int2str(1000 * thread + i);
             const tstr wide = CCmnStringTool::str2tstr(name);

@@ -1,7 +1,7 @@
 // The platform layer below the runner: what no run of a command shows.
 #include "cmnexecpipewindows.h"
+#include "fixture.h"
 #include "platform.h"
-#include "processstate.h"
 #include "rightsfile.h"
 
 #include <sys/ptrace.h>
@@ -13,7 +13,7 @@ using namespace tarnix_platform;
 namespace
 {
 
-using Platform = NothingLeft;
+using Platform = LeakCheck;
 
 constexpr char pipeName[] = R"(\\.\pipe\test)";
 
@@ -167,15 +167,13 @@ TEST_F(Platform, WhatWasWrittenComesBeforeTheEnd)
 TEST_F(Platform, ATracedChildDoesNotHoldUpTheTimeOut)
 {
     Started child("sh -c 'sleep 4 & sleep 1'");
-    const pid_t tracer = beginApart([&child] {
+    const pid_t tracer = forkChild([&child] {
         return ptrace(PTRACE_SEIZE, child.pid, nullptr, nullptr) == 0 && sleep(3) == 0;
     });
     const HANDLE both[] = {child.process, child.read.hEvent};
     EXPECT_FALSE(child.readFrom(child.client));
     const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 2000, false);
-    int status = -1;
-    EXPECT_EQ(waitpid(tracer, &status, 0), tracer);
-    if (mustSkip(status == 0 ? "" : "this user may not trace"))
+    if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user may not trace"))
         GTEST_SKIP();
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }

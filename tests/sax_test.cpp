@@ -1,8 +1,10 @@
 // Parsing XML in memory: what a handler gets, what it stores, and what the reader is closed to.
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
-#include "scratch.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
 
+#include <gtest/gtest.h>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
@@ -43,7 +45,7 @@ std::string nested(int levels, int width, const std::string& sigil)
 
 TEST(Sax, Documents)
 {
-    const Scratch scratch;
+    const ScratchDirectory scratch;
     scratch.write("file", "<!ENTITY e 'SECRET'>");
     // `cut` has a character beyond 16 bits where the reader cuts its text.
     const std::string file = "SYSTEM 'file://" + scratch.path("file") + "'", x = "<!ENTITY a 'x'>",
@@ -121,7 +123,7 @@ TEST(Sax, LinesLaterParsesAndProblems)
 
 TEST(Sax, ThreadsAndProblemsThatOutliveTheirParser)
 {
-    onThreads(4, [](int) {
+    runOnThreads(4, [](int) {
         for (int round = 0; round < 200; ++round) {
             try {
                 Recorder handler;

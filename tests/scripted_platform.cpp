@@ -2,7 +2,7 @@
 // of memory in the real platform allocates here too, once, before anything has changed.
 #include "scripted_platform.h"
 
-#include "refusal.h"
+#include "support/allocationfault.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ constexpr DWORD error = 13, child = 4711;
 // Takes note of a call, and tells whether it succeeds.
 bool does(const char* operation, long detail = 0)
 {
-    const Calm calm;
+    const AllocationFaultPause pause;
     Details& calls = script.calls[operation];
     calls.push_back(detail);
     const bool fails = script.operation == operation &&
@@ -57,7 +57,7 @@ BOOL start(const char* how, PROCESS_INFORMATION* information)
     const HANDLE process = give(how);
     if (!process)
         return false;
-    const Calm calm;
+    const AllocationFaultPause pause;
     // As good a number as any other for the thread.
     *information = {process, *script.open.insert(information).first, child, child};
     script.childRuns = true;

@@ -6,7 +6,10 @@
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "cmntracelog.h"
-#include "processstate.h"
+#include "support/command.h"
+#include "support/process.h"
+#include "support/repeat.h"
+#include "support/scratchinstallation.h"
 
 #include <atomic>
 
@@ -15,7 +18,8 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-std::atomic<long> g_checks{0}, g_lines{0};
+std::atomic<long> g_checks{0};
+std::atomic<std::size_t> g_lines{0};
 
 // A failure ends everything, and leaves its files.
 void require(bool holds, const char* what)
@@ -81,7 +85,7 @@ long useFor(int seconds, const std::wstring& directory)
                 useSystem(directory, name, round);
         }
     };
-    std::thread users([&use] { onThreads(8, use); });
+    std::thread users([&use] { runOnThreads(8, use); });
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
     long total = 0, resident = 0;
     std::ifstream("/proc/self/statm") >> total >> resident;
@@ -96,21 +100,20 @@ long useFor(int seconds, const std::wstring& directory)
 int main(int argc, char** argv)
 {
     const int seconds = argc > 1 ? std::atoi(argv[1]) : 120;
-    const Scratch scratch;
-    scratch.setRegistry(scratch.path(), "");
+    const ScratchInstallation scratch;
     scratch.makeDirectory("ConfigFiles");
     const CCmnSaxLibrary library; // Xerces-C starts once, not with every parser
-    const long early = useFor(seconds / 4 + 1, scratch.wide()); // everything has been used by then
-    const long late = useFor(seconds - seconds / 4, scratch.wide());
+    const long early =
+        useFor(seconds / 4 + 1, scratch.widePath()); // everything has been used by then
+    const long late = useFor(seconds - seconds / 4, scratch.widePath());
     // What the heaps of eight threads may still move.
     require(late <= early + 4096, "resident memory is flat");
-    long lines = 0;
-    std::ifstream in(scratch.path("shared.log"));
-    for (std::string line; std::getline(in, line); ++lines) {
+    const Lines lines = scratch.readLines("shared.log");
+    for (const std::string& line : lines) {
         const std::size_t at = line.find(" line ");
         require(at != std::string::npos && line.find(" soak") < at, "a trace line is whole");
     }
-    require(lines == g_lines, "every trace line is there");
-    std::printf("soak: %ld results checked, %ld trace lines, resident %ld then %ld KiB\n",
-                g_checks.load(), lines, early, late);
+    require(lines.size() == g_lines, "every trace line is there");
+    std::printf("soak: %ld results checked, %zu trace lines, resident %ld then %ld KiB\n",
+                g_checks.load(), lines.size(), early, late);
 }

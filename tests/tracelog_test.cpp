@@ -1,7 +1,9 @@
 // The trace log: its states, where its settings come from, and what stands in its file.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
-#include "scratch.h"
+#include "support/scratchinstallation.h"
+
+#include <gtest/gtest.h>
 
 #include <clocale>
 #include <regex>
@@ -18,7 +20,6 @@ struct TraceLog : testing::Test {
     {
         for (const char* directory : {"Orvane/Stellgard", "x", "ConfigFiles"})
             scratch.makeDirectory(directory);
-        scratch.setRegistry(scratch.path(), scratch.path());
     }
 
     // What was printed since the capture began, and written, with "@" for each time.
@@ -50,7 +51,7 @@ struct TraceLog : testing::Test {
         return found;
     }
 
-    Scratch scratch;
+    const ScratchInstallation scratch;
     std::string file = "Logs/t.log";
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log{true};
 };
@@ -78,7 +79,7 @@ TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
                       std::string("Default.DiagnosticLevel") + c.sibling);
         log = decltype(log)(true);
         file = c.log;
-        start(*c.dir ? scratch.wide(c.dir) : L"", c.file, 9, c.toStdout);
+        start(*c.dir ? scratch.widePath(c.dir) : L"", c.file, 9, c.toStdout);
         EXPECT_EQ(level(), c.atStart) << c.conf;
         EXPECT_EQ(traced(c.then, "in"), c.isCopied ? "t:@in\n@in\n" : "@in\n") << c.conf;
         EXPECT_EQ(traced(c.then + 1, "out"), "") << c.conf;
@@ -119,7 +120,7 @@ TEST_F(TraceLog, FilesThatCannotBeUsedAndTexts)
                                             "/t.log] initialization failed.[t.log][" + dir + "]\n");
     EXPECT_EQ(traced(1, "lost"), "");
     file = "x/f";
-    EXPECT_EQ(start(scratch.wide("x"), L"f"), "");
+    EXPECT_EQ(start(scratch.widePath("x"), L"f"), "");
     for (const std::size_t length : {1U, 1022U, 1023U, 1024U, 100000U}) {
         const std::string text(length - 1, 'x');
         EXPECT_EQ(traced(1, "%s9", text.c_str()), "@" + text + "9\n") << length;
@@ -127,10 +128,10 @@ TEST_F(TraceLog, FilesThatCannotBeUsedAndTexts)
     EXPECT_EQ(traced(1, nullptr) + traced(1, ""), "");
     EXPECT_EQ(traced(1, "cut%cbehind", 0), "@cut\n");
     EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not in the C locale
-    EXPECT_NE(start(scratch.wide(), L"x", 1, true), "");
+    EXPECT_NE(start(scratch.widePath(), L"x", 1, true), "");
     EXPECT_EQ(traced(1, "copy"), "t:@copy\n"); // it is initialised for good
     // The locale cannot express this name, so there is no configuration file either.
-    log.get()->initialize(L"\xE4", scratch.wide("x").c_str(), L"f", 1, true);
+    log.get()->initialize(L"\xE4", scratch.widePath("x").c_str(), L"f", 1, true);
     EXPECT_EQ(traced(1, "x"), "\xC3\xA4:@x\n@x\n");
 }
 

@@ -1,7 +1,9 @@
 // Real trouble: what runs out, goes away, stands still or meets another process during use.
 #include "cmnconfiguration.h"
 #include "cmntracelog.h"
-#include "processstate.h"
+#include "fixture.h"
+#include "support/command.h"
+#include "support/scratchinstallation.h"
 
 #include <grp.h>
 #include <sys/resource.h>
@@ -26,15 +28,11 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-class Trouble : public NothingLeft
-{
-protected:
-    Trouble() { m_Scratch.setRegistry(m_Scratch.path(), ""); }
-
+struct Trouble : LeakCheck {
     // Whether a value of this text was exported, and one can be read then.
     bool save(const wchar_t* file, const std::wstring& text) const
     {
-        const std::wstring directory = m_Scratch.wide();
+        const std::wstring directory = m_Scratch.widePath();
         CCmnConfiguration store(directory.c_str(), file, false);
         ACE_Configuration_Section_Key section;
         store.openSection(L"s", section, 1);
@@ -45,7 +43,7 @@ protected:
                    0;
     }
 
-    const Scratch m_Scratch;
+    const ScratchInstallation m_Scratch;
     const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_Log{true};
 };
 
@@ -83,14 +81,15 @@ TEST_F(Trouble, AUserWhoMayDoLittle)
     }
     chmod(m_Scratch.path().c_str(), 0755);
     chmod(m_Scratch.path("open").c_str(), 0777);
-    endApart(beginApart([this] {
+    const pid_t child = forkChild([this] {
         const rlimit none{0, 0};
         return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
                save(L"t", L"new") && save(L"open/t", L"new") && !save(L"open/fixed", L"new") &&
                setrlimit(RLIMIT_NPROC, &none) == 0 &&
                run("/bin/true").record.getCode() == ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED &&
                !processState().second;
-    }));
+    });
+    EXPECT_EQ(waitForChild(child), 0);
     EXPECT_EQ(std::filesystem::status(m_Scratch.path("open/t")).permissions(),
               std::filesystem::perms(0666));
 }
@@ -104,12 +103,12 @@ TEST_F(Trouble, NoRoomOnTheDisk)
     if (mustSkip(enterNamespaces({})))
         GTEST_SKIP();
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k"), 0);
-    m_Log.get()->initialize(L"t", m_Scratch.wide("full").c_str(), L"t.log", 1, false);
+    m_Log.get()->initialize(L"t", m_Scratch.widePath("full").c_str(), L"t.log", 1, false);
     EXPECT_TRUE(save(L"full/t", L"old"));
-    m_Scratch.write("full/filler", std::string(128 * 1024, 'f'));
+    std::ofstream(full + "/filler") << std::string(128 * 1024, 'f'); // not all of it
     EXPECT_FALSE(save(L"full/t", std::wstring(8000, L't')));
     EXPECT_EQ(m_Scratch.read("full/t"), "[s]\n\"a\"=\"old\"\n");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(full), {}), 3); // and the filler
+    EXPECT_EQ(m_Scratch.entries("full"), 3); // and the filler
     m_Log.get()->trace(1, "lost");
     for (const char* file : {"/filler", "/t.log"})
         std::filesystem::remove(full + file);
@@ -128,24 +127,23 @@ TEST_F(Trouble, TheClockIsSetBackDuringARun)
 // Two host processes write to one trace file and export one file of settings.
 TEST_F(Trouble, TwoProcessesOnTheSameFiles)
 {
-    constexpr int count = 5000;
-    m_Log.get()->initialize(L"t", m_Scratch.wide().c_str(), L"t.log", 1, false);
+    constexpr std::size_t count = 5000;
+    m_Log.get()->initialize(L"t", m_Scratch.widePath().c_str(), L"t.log", 1, false);
     const auto host = [this](const wchar_t* name) {
-        for (int i = 0; i < count; ++i)
-            m_Log.get()->trace(1, "%ls %d", name, i);
+        for (std::size_t i = 0; i < count; ++i)
+            m_Log.get()->trace(1, "%ls %zu", name, i);
         bool good = true;
         for (int i = 0; i < 300; ++i)
             good = save(L"t.settings", name) && good;
         return good;
     };
-    const pid_t other = beginApart([&] { return host(L"left"); });
+    const pid_t other = forkChild([&] { return host(L"left"); });
     EXPECT_TRUE(host(L"right"));
-    endApart(other);
-    std::istringstream text(m_Scratch.read("t.log"));
-    int lines = 0;
-    for (std::string line; std::getline(text, line); ++lines)
+    EXPECT_EQ(waitForChild(other), 0);
+    const Lines lines = m_Scratch.readLines("t.log");
+    for (const std::string& line : lines)
         EXPECT_LT(std::min(line.find(" left "), line.find(" right ")), line.size()) << line;
-    EXPECT_EQ(lines, 2 * count);
+    EXPECT_EQ(lines.size(), 2 * count);
 }
 
 } // namespace

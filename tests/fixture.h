@@ -1,0 +1,26 @@
+// What several tests of real runs have in common.
+#ifndef TARNIX_TESTS_FIXTURE_H
+#define TARNIX_TESTS_FIXTURE_H
+
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+// Each test must end with as many descriptors, and with as few children, as it began with.
+struct LeakCheck : testing::Test {
+    void TearDown() override { EXPECT_EQ(processState(), m_Before); }
+
+    const std::pair<long, bool> m_Before = processState();
+};
+
+// Whether to skip a test because the system does not permit what it needs: `missing` is the reason,
+// or empty. Where the environment promises root's rights, the test fails instead.
+inline bool mustSkip(const std::string& missing)
+{
+    EXPECT_TRUE(missing.empty() || std::getenv("TARNIX_REQUIRE_ROOT_TESTS") == nullptr) << missing;
+    return !missing.empty();
+}
+
+#endif
