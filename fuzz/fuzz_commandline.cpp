@@ -24,14 +24,13 @@ static std::string quoted(const std::string& word)
     return text + "\"" + escaped;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
-    FuzzInput input(data, size);
     const std::string first = input.until('\0'), second = input.until('\0');
     Words words, wanted, more, again;
     if (!split(first, words)) {
         require(split(first + "'", words) || split(first + "\n\"", words), "an open quote");
-        return 0;
+        return;
     }
     require(first.find_first_of("'\"\\") != std::string::npos ||
                 words == Tool::tokenize(first, " \t\n"),
@@ -47,5 +46,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The quoted line end is nothing; behind a backslash at the end of the text it quotes that one.
     require(split(first + "\\\n " + second, again) == good && (!good || again == words),
             "the words of texts one behind the other");
-    return 0;
 }

@@ -31,11 +31,10 @@ static void setValues(CCmnConfiguration& config, FuzzInput& input)
 // The lines of an exported file; none if it does not read as what was written. The store also takes
 // what the file does not carry: a slash in a section, a quote in a name, a value outside of the
 // sections. A quote in a text it carries, but that is not told apart here.
-static std::multiset<std::string> carriedLines(const std::string& path)
+static std::multiset<std::string> carriedLines(const ScratchDirectory& directory)
 {
-    std::ifstream file(path, std::ios::binary);
     std::multiset<std::string> lines; // the store has an order of its own
-    for (std::string line; std::getline(file, line);) {
+    for (const std::string& line : directory.readLines("store.conf")) {
         const auto quotes = std::count(line.begin(), line.end(), '"');
         const bool isSection = line[0] == '[' && line.find('/') == std::string::npos;
         const bool isValue = !lines.empty() && line[0] == '"' &&
@@ -48,13 +47,13 @@ static std::multiset<std::string> carriedLines(const std::string& path)
     return lines;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
     static const ScratchDirectory directory;
     static const std::string path = directory.path("store.conf"), bare = directory.path("bare");
-    FuzzInput input(data, size);
+    FuzzInput copy = input;
     const bool imports = input.byte() % 2 == 0;
-    const std::string text = imports ? input.expanded(65536) : FuzzInput(data, size).rest();
+    const std::string text = imports ? input.expanded(65536) : copy.rest();
     directory.write("store.conf", text);
     setRegistryFile(path.c_str());
     CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", imports), back;
@@ -68,16 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(code == 0 && installed == value, "the registry's value");
     // Too many levels of all sections together are refused.
     if (std::count_if(text.begin(), text.end(), [](char c) { return c == '\\' || c == '/'; }) > 500)
-        return 0;
+        return;
     // Only what ACE cannot export is refused otherwise, and leaves the old file.
     const bool good = ACE_Registry_ImpExp(config.configHeap()).export_config(bare.c_str()) == 0;
     require((config.exportConfig() == 0) == good &&
                 (good || std::filesystem::file_size(path) == text.size()),
             "an export or the old file");
-    const std::multiset<std::string> lines = carriedLines(path);
+    const std::multiset<std::string> lines = carriedLines(directory);
     if (!good || lines.empty())
-        return 0;
+        return;
     require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "an import");
-    require(back.exportConfig() == 0 && carriedLines(path) == lines, "what was exported");
-    return 0;
+    require(back.exportConfig() == 0 && carriedLines(directory) == lines, "what was exported");
 }

@@ -41,9 +41,9 @@ static std::string shown(CCmnIcuMessage& message)
            message.serialize()->text;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
-    const std::string text = FuzzInput(data, size).until('\0');
+    const std::string text = input.until('\0');
     const SCmnMessageInfo info{text.c_str(), 0};
     CCmnIcuMessage message(&info), expected = readPlainly(text);
     require(shown(message) == shown(expected), "what a plain reader finds");
@@ -56,5 +56,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CCmnIcuMessage again(record);
         require(shown(again) == shown(message), "what was written");
     }
-    return 0;
 }

@@ -11,7 +11,6 @@
 #include <cstddef>
 
 using namespace tarnix_platform;
-using Lines = std::vector<std::string>;
 
 static void checkLevel(const ScratchDirectory& directory, const std::string& text)
 {
@@ -24,15 +23,6 @@ static void checkLevel(const ScratchDirectory& directory, const std::string& tex
             "the level");
 }
 
-static Lines readLines(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    Lines lines;
-    for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 static bool isName(const std::string& name, unsigned char last)
 {
     return !name.empty() && std::all_of(name.begin(), name.end(),
@@ -41,10 +31,9 @@ static bool isName(const std::string& name, unsigned char last)
 
 static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
 {
-    const std::string path = directory.path("rights");
     const std::string account = input.until('\n').c_str(), right = input.until('\n').substr(0, 999);
     directory.write("rights", input.expanded(65536));
-    setRightsFile(path.c_str());
+    setRightsFile(directory.path("rights").c_str());
     std::vector<char> sid(sizeof(Sid) + account.size());
     account.copy(sid.data() + offsetof(Sid, name), account.size());
     std::wstring wide(right.begin(), right.end());
@@ -55,14 +44,14 @@ static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
     require(LsaOpenPolicy(nullptr, &attributes, 0, &policy) == 0, "a policy");
 
     const std::string line = account + " " + right;
-    Lines lines = readLines(path);
+    std::vector<std::string> lines = directory.readLines("rights");
     const bool held = std::count(lines.begin(), lines.end(), line) > 0;
     const bool good = isName(account, 0xFF) && isName(right, '~');
     require(holdsRight(account, right) == held, "whether a right is held");
     require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good, "adding");
     if (good && !held)
         lines.push_back(line);
-    require(readLines(path) == lines, "no line but the one is added");
+    require(directory.readLines("rights") == lines, "no line but the one is added");
     LSA_UNICODE_STRING* rights = nullptr;
     DWORD count = 0;
     bool isListed = false;
@@ -79,7 +68,7 @@ static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
     require((LsaRemoveAccountRights(policy, sid.data(), 0, &text, 1) == 0) == good, "removing");
     if (good)
         lines.erase(std::remove(lines.begin(), lines.end(), line), lines.end());
-    require(readLines(path) == lines, "no line but the one is removed");
+    require(directory.readLines("rights") == lines, "no line but the one is removed");
     const auto isHis = [&account](const std::string& each) {
         return each.compare(0, account.size() + 1, account + " ") == 0;
     };
@@ -87,17 +76,15 @@ static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
     require(known || !good, "removing all");
     if (known)
         lines.erase(std::remove_if(lines.begin(), lines.end(), isHis), lines.end());
-    require(readLines(path) == lines, "no line but his are removed");
+    require(directory.readLines("rights") == lines, "no line but his are removed");
     LsaClose(policy);
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
     static const ScratchDirectory directory;
-    FuzzInput input(data, size);
     if (input.byte() % 2 == 0)
         checkLevel(directory, input.expanded(65536));
     else
         checkRights(directory, input);
-    return 0;
 }

@@ -22,11 +22,10 @@ static Formattable makeArgument(char type, const std::string& value)
     return type == 's' ? Formattable(CCmnStringTool::str2ustr(value)) : Formattable(nullptr, 0);
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status);
-    FuzzInput input(data, size);
     const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(input.until('\n')));
     std::vector<Formattable> arguments;
     while (input.hasMore()) {
@@ -48,5 +47,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                       position, status);
     const bool nothing = U_FAILURE(status) && output.isEmpty();
     require(text == (nothing ? pattern : CCmnStringTool::ustr2tstr(output)), "the same text");
-    return 0;
 }

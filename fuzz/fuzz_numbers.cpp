@@ -41,9 +41,8 @@ static void checkHex(const std::string& text)
             "bytes come back");
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
-    FuzzInput input(data, size);
     const int base = static_cast<int>(input.byte()) - 4; // some that are no base, too
     const std::string bytes = input.rest(), text = bytes.c_str();
     // "0x" without a digit is where they differ.
@@ -54,5 +53,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     compareReaders(text, base, agree, TX_strtoimax, std::strtoimax);
     compareReaders(text, base, agree, TX_strtoumax, std::strtoumax);
     checkHex(bytes);
-    return 0;
 }

@@ -5,9 +5,8 @@
 
 #include <cstring>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t dataSize)
+void fuzz(FuzzInput input)
 {
-    FuzzInput input(data, dataSize);
     const std::size_t size = input.byte() + 1;
     const std::string text = input.until('%').c_str(), bytes = input.rest();
     double number = 0;
@@ -27,5 +26,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t data
     require(wide.substr(0, size - 1) == wideBlock.data() &&
                 wideCount == (wide.size() > size ? -1 : static_cast<int>(wide.size())),
             "a wide text as it was");
-    return 0;
 }

@@ -32,17 +32,17 @@ struct Counter : CCmnSaxParseHandler {
 // Xerces-C loses some 200 bytes with each malformed content model, however long it is.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libxerces-c\n"; }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
     static const CCmnSaxLibrary library;
     require(std::setlocale(LC_ALL, "C.UTF-8"), "a locale");
-    const std::string text = FuzzInput(data, size).rest();
+    const std::string text = input.rest();
     Counter handler;
     CCmnSaxParser parser(&handler);
     parser.parse(text);
     const std::size_t units = handler.units;
-    require(units <= 1000000 + 9 * size, "the limit");
-    parser.parse(std::vector<std::string>{text.substr(0, size / 2), text.substr(size / 2)});
+    require(units <= 1000000 + 9 * text.size(), "the limit");
+    const std::size_t middle = text.size() / 2;
+    parser.parse(std::vector<std::string>{text.substr(0, middle), text.substr(middle)});
     require(handler.units == 2 * units, "the same once more, in pieces");
-    return 0;
 }

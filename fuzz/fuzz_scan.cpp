@@ -65,21 +65,20 @@ static int scanInto(Blocks& blocks, const std::string& text, const std::string& 
     return result;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
-    FuzzInput input(data, size);
     const std::string format = input.until('\0');
     Blocks blocks;
     const bool isStandard = makeBlocks(format, input, blocks);
     if (blocks.size() > kMostTargets)
-        return 0;
+        return;
     blocks.resize(kMostTargets);
     const std::string bytes = input.rest(), text = bytes.c_str();
     scanInto(blocks, bytes, format);
     // They differ on a prefix or an exponent without a digit, and on words that are numbers.
     const char* const odd = format.find_first_of("ixfeg") < format.size() ? "xXeEiInN" : "";
     if (!isStandard || text.size() > kMostText || text.find_first_of(odd) != std::string::npos)
-        return 0;
+        return;
     blocks.assign(kMostTargets, std::vector<char>(kMostText + 1, kFill));
     Blocks peer = blocks;
     const auto p = [&](std::size_t i) { return peer[i].data(); };
@@ -87,5 +86,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::sscanf(text.c_str(), format.c_str(), p(0), p(1), p(2), p(3), p(4), p(5), p(6), p(7));
     require(scanInto(blocks, text, format) == wanted && blocks == peer,
             "what the standard scanner reads");
-    return 0;
 }

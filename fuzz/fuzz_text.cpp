@@ -79,11 +79,10 @@ static void checkEditing(const std::string& text, const std::string& set, const 
     require(Tool::CompareNoCase(text, Tool::tostrupper(text)), "case");
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(FuzzInput input)
 {
     static const locale_t locales[] = {newlocale(LC_ALL_MASK, "C.UTF-8", nullptr),
                                        newlocale(LC_ALL_MASK, "C", nullptr)};
-    FuzzInput input(data, size);
     const unsigned int choice = input.byte();
     uselocale(locales[choice % 2]);
     const std::string set = cut(input.until('\n')), with = input.until('\n'),
@@ -94,5 +93,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         checkWide(text);
     else
         checkEditing(text, set, with);
-    return 0;
 }

@@ -76,4 +76,13 @@ private:
     std::string_view m_Rest;
 };
 
+// What a fuzzer does with each input. It is included once in each program.
+void fuzz(FuzzInput input);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    fuzz(FuzzInput(data, size));
+    return 0;
+}
+
 #endif
