@@ -1,6 +1,6 @@
 // Compares the configuration store with the bare classes that it uses: import, export, one value.
 #include "cmnconfiguration.h"
-#include "place.h"
+#include "support/scratchdirectory.h"
 
 #include <ace/Configuration_Import_Export.h>
 #include <ace/Version.h>
@@ -20,9 +20,9 @@ const bool kAddedContext = [] {
 }();
 
 // Writes the file "in" with `count` values, a hundred per section, texts and numbers alternating.
-void writeValues(const Place& place, std::int64_t count)
+void writeValues(const ScratchDirectory& directory, std::int64_t count)
 {
-    std::ofstream file(place.file("in"));
+    std::ofstream file(directory.path("in"));
     for (std::int64_t i = 0; i < count; ++i) {
         if (i % 100 == 0) {
             file << "[Section " << i / 100 << "]\n";
@@ -39,7 +39,7 @@ void writeValues(const Place& place, std::int64_t count)
 class Own
 {
 public:
-    explicit Own(const Place& place) : m_Path(place.wide()) {}
+    explicit Own(const ScratchDirectory& directory) : m_Path(directory.widePath()) {}
 
     int importFile(const wchar_t* file = L"in")
     {
@@ -66,7 +66,8 @@ private:
 class Bare
 {
 public:
-    explicit Bare(const Place& place) : m_In(place.file("in")), m_Out(place.file("out"))
+    explicit Bare(const ScratchDirectory& directory)
+        : m_In(directory.path("in")), m_Out(directory.path("out"))
     {
         m_Heap.open();
     }
@@ -97,24 +98,24 @@ void countValues(benchmark::State& state)
 
 // The file that an export of the store writes.
 template <class Store>
-std::string exported(const Place& place, Store& store)
+std::string exported(const ScratchDirectory& directory, Store& store)
 {
     store.prepareExport();
-    return store.exportFile() == 0 ? place.read("out") : "";
+    return store.exportFile() == 0 ? directory.read("out") : "";
 }
 
 // Each import goes into a new store.
 template <class Store>
 void imports(benchmark::State& state)
 {
-    const Place place;
-    writeValues(place, state.range(0));
-    if (Store(place).importFile() != 0) {
+    const ScratchDirectory directory;
+    writeValues(directory, state.range(0));
+    if (Store(directory).importFile() != 0) {
         state.SkipWithError("the import failed");
         return;
     }
     for (auto _ : state) {
-        Store store(place);
+        Store store(directory);
         benchmark::DoNotOptimize(store.importFile());
     }
     countValues(state);
@@ -123,14 +124,14 @@ void imports(benchmark::State& state)
 template <class Store>
 void exports(benchmark::State& state)
 {
-    const Place place;
-    writeValues(place, state.range(0));
-    Bare bare(place);
+    const ScratchDirectory directory;
+    writeValues(directory, state.range(0));
+    Bare bare(directory);
     bare.importFile();
-    Store store(place);
+    Store store(directory);
     store.importFile();
-    const std::string wanted = exported(place, bare);
-    if (wanted.empty() || exported(place, store) != wanted) {
+    const std::string wanted = exported(directory, bare);
+    if (wanted.empty() || exported(directory, store) != wanted) {
         state.SkipWithError("the exported file is wrong");
         return;
     }
@@ -143,9 +144,9 @@ void exports(benchmark::State& state)
 template <class Store>
 void get(benchmark::State& state)
 {
-    const Place place;
-    writeValues(place, 100);
-    Store store(place);
+    const ScratchDirectory directory;
+    writeValues(directory, 100);
+    Store store(directory);
     store.importFile();
     store.open();
     if (store.get() != 0x1007) {

@@ -2,7 +2,7 @@
 // that is dropped with another log and with the lookup of a level in a store.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
-#include "place.h"
+#include "support/scratchinstallation.h"
 
 #include <ace/Configuration.h>
 #include <ace/Version.h>
@@ -37,9 +37,9 @@ const bool kAddedContext = [] {
 class Log
 {
 public:
-    explicit Log(const Place& place)
+    explicit Log(const ScratchInstallation& installation)
     {
-        m_Log.get()->initialize(L"t", place.wide().c_str(), L"trace", 1, false);
+        m_Log.get()->initialize(L"t", installation.widePath().c_str(), L"trace", 1, false);
     }
     CCmnTraceLog* operator->() { return m_Log.get(); }
 
@@ -91,13 +91,14 @@ void writeStdio(const std::string& path, int number)
 
 // Runs `write` on an existing file, and checks once that the line is as expected.
 template <typename Write>
-void lines(benchmark::State& state, const Place& place, const Write& write)
+void lines(benchmark::State& state, const ScratchInstallation& installation, const Write& write)
 {
     static const std::regex form("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} "
                                  "Reading from pipe failed with -7");
     write(-7);
     std::string line;
-    if (!std::getline(std::ifstream(place.file("trace")), line) || !std::regex_match(line, form)) {
+    if (!std::getline(std::ifstream(installation.path("trace")), line) ||
+        !std::regex_match(line, form)) {
         state.SkipWithError("the line is wrong");
         return;
     }
@@ -110,29 +111,29 @@ void lines(benchmark::State& state, const Place& place, const Write& write)
 
 void line(benchmark::State& state)
 {
-    const Place place;
-    Log log(place);
-    lines(state, place,
+    const ScratchInstallation installation;
+    Log log(installation);
+    lines(state, installation,
           [&](int number) { log->trace(1, "Reading from %s failed with %d", kName, number); });
 }
 
 template <void write(const std::string&, int)>
 void lineOf(benchmark::State& state)
 {
-    const Place place;
-    const std::string path = place.file("trace");
-    lines(state, place, [&](int number) { write(path, number); });
+    const ScratchInstallation installation;
+    const std::string path = installation.path("trace");
+    lines(state, installation, [&](int number) { write(path, number); });
 }
 
 void dropped(benchmark::State& state)
 {
-    const Place place;
-    Log log(place);
+    const ScratchInstallation installation;
+    Log log(installation);
     int number = 0;
     for (auto _ : state) {
         log->trace(2, "Reading from %s failed with %d", kName, ++number);
     }
-    if (std::filesystem::file_size(place.file("trace")) != 0) {
+    if (std::filesystem::file_size(installation.path("trace")) != 0) {
         state.SkipWithError("the line was not dropped");
     }
 }

@@ -7,7 +7,7 @@
 #include "cmnexecpipewindows.h"
 #include "cmnmsgdgst5.h"
 #include "cmntracelog.h"
-#include "place.h"
+#include "support/scratchinstallation.h"
 
 #include <valgrind/callgrind.h>
 
@@ -50,7 +50,7 @@ void require(bool holds, const char* what)
 
 int traceLines(int level, int times)
 {
-    const Place place;
+    const ScratchInstallation installation;
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
     log.get()->initialize(L"hotpaths", L"", L"", 1, false);
     require(log.get()->isInitialized(), "cannot initialize the trace log");
@@ -85,7 +85,8 @@ int outputLine()
 
 int lookUp()
 {
-    const Place place(TARNIX_CATALOGS);
+    const ScratchInstallation installation;
+    installation.setInstallDirectory(TARNIX_CATALOGS "/");
     CatalogFactory factory("runcmd");
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
         manager(true);
