@@ -1,4 +1,4 @@
-// Fuzzer of the command-line splitter. The input is two command texts, with a zero between them.
+// Fuzzer of the command-line parser. The input is two command lines, separated by a zero.
 #include "cmnstringtool.h"
 #include "commandline.h"
 #include "fuzzinput.h"
@@ -11,8 +11,8 @@ static bool split(const std::string& text, Words& words)
     return tarnix_platform::splitCommandLine(terminated(text).data(), words);
 }
 
-// The word in single quotes, and twice in one: in double quotes, and by backslashes. A quoted line
-// end is nothing.
+// The word in single quotes, and then one word that contains it twice: in double quotes and with
+// backslashes. A newline after a backslash is dropped.
 static std::string quoted(const std::string& word)
 {
     std::string text = "'" + Tool::searchreplace(word, "'", "'\\''") + "' \"\\\n", escaped;
@@ -34,16 +34,17 @@ void fuzz(FuzzInput input)
     }
     require(first.find_first_of("'\"\\") != std::string::npos ||
                 words == Tool::tokenize(first, " \t\n"),
-            "plain words");
+            "words without quotes are tokens");
     std::string line;
     for (const std::string& word : words) {
         line += quoted(word) + " ";
         wanted.insert(wanted.end(), {word, word + word});
     }
-    require(split(line, again) && again == wanted, "quoted words come back");
+    require(split(line, again) && again == wanted, "quoted words are parsed back");
     const bool good = split(second, more);
     words.insert(words.end(), more.begin(), more.end());
-    // The quoted line end is nothing; behind a backslash at the end of the text it quotes that one.
+    // The backslash and the newline are dropped; after a backslash at the end of the first line,
+    // that one quotes the other.
     require(split(first + "\\\n " + second, again) == good && (!good || again == words),
-            "the words of texts one behind the other");
+            "joined lines have the words of both");
 }

@@ -1,6 +1,6 @@
-// Fuzzer of configuration files and of the registry, which has the same format. With an even first
-// byte the input is the file; with an odd one its lines, three and three, are a section, a name and
-// a value to set. What the store holds then must come back from the file that it is exported to.
+// Fuzzer of configuration files and of the registry, which has the same format. After an even first
+// byte the input is a file; after an odd one each three lines are a section, a name and a value to
+// set. The content of the store must survive an export and an import.
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
@@ -28,12 +28,12 @@ static void setValues(CCmnConfiguration& config, FuzzInput& input)
     }
 }
 
-// The lines of an exported file; none if it does not read as what was written. The store also takes
-// what the file does not carry: a slash in a section, a quote in a name, a value outside of the
-// sections. A quote in a text it carries, but that is not told apart here.
-static std::multiset<std::string> carriedLines(const ScratchDirectory& directory)
+// The lines of an exported file, or none if they are ambiguous. The store accepts what the format
+// cannot represent: a slash in a section, a quote in a name, a value outside all sections. A quote
+// in a text is representable, but is not distinguished here.
+static std::multiset<std::string> exportedLines(const ScratchDirectory& directory)
 {
-    std::multiset<std::string> lines; // the store has an order of its own
+    std::multiset<std::string> lines; // the store does not keep the order
     for (const std::string& line : directory.readLines("store.conf")) {
         const auto quotes = std::count(line.begin(), line.end(), '"');
         const bool isSection = line[0] == '[' && line.find('/') == std::string::npos;
@@ -64,18 +64,18 @@ void fuzz(FuzzInput input)
         setValues(config, input);
     else if (config.openSection(L"SOFTWARE\\Brenholt\\Tarnix", key, 0) == 0 &&
              config.getStringValue(L"InstallDir64", value) == 0)
-        require(code == 0 && installed == value, "the registry's value");
-    // Too many levels of all sections together are refused.
+        require(code == 0 && installed == value, "the registry has the value of the store");
+    // The library refuses too many levels in all sections together.
     if (std::count_if(text.begin(), text.end(), [](char c) { return c == '\\' || c == '/'; }) > 500)
         return;
-    // Only what ACE cannot export is refused otherwise, and leaves the old file.
+    // Otherwise it refuses only what ACE cannot export, and then keeps the old file.
     const bool good = ACE_Registry_ImpExp(config.configHeap()).export_config(bare.c_str()) == 0;
     require((config.exportConfig() == 0) == good &&
                 (good || std::filesystem::file_size(path) == text.size()),
-            "an export or the old file");
-    const std::multiset<std::string> lines = carriedLines(directory);
+            "an export succeeds, or keeps the old file");
+    const std::multiset<std::string> lines = exportedLines(directory);
     if (!good || lines.empty())
         return;
-    require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "an import");
-    require(back.exportConfig() == 0 && carriedLines(directory) == lines, "what was exported");
+    require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "it is imported");
+    require(back.exportConfig() == 0 && exportedLines(directory) == lines, "it is the same");
 }

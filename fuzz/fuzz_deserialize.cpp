@@ -1,5 +1,5 @@
-// Fuzzer of the reader of serialised messages. What it reads must be what a plain reader finds,
-// which shortens the text from the front, and must survive writing and reading again.
+// Fuzzer of the reader of serialised messages. It must read the same as a simple reader, which
+// consumes the text from the front; and the message must survive another round trip.
 #include "TX_sscanf.h"
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
@@ -46,14 +46,14 @@ void fuzz(FuzzInput input)
     const std::string text = input.until('\0');
     const SCmnMessageInfo info{text.c_str(), 0};
     CCmnIcuMessage message(&info), expected = readPlainly(text);
-    require(shown(message) == shown(expected), "what a plain reader finds");
+    require(shown(message) == shown(expected), "reads the same as the simple reader");
 
-    // Where the writer's header carries the id, and the reader finds the arguments behind it.
+    // If the id fits into the header, and does not look like an argument.
     const std::string id = message.getMessageId();
     const SCmnMessageInfo* const record = message.serialize();
     if (record->length > 0 && !id.empty() && id.find("<ARGVALUE") == std::string::npos &&
         id.size() + std::to_string(message.getSeverity()).size() <= 985) {
         CCmnIcuMessage again(record);
-        require(shown(again) == shown(message), "what was written");
+        require(shown(again) == shown(message), "a message survives a round trip");
     }
 }

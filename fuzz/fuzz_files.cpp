@@ -1,6 +1,6 @@
-// Fuzzer of two more files from outside. With an even first byte the input is the file with the
-// trace level of the sibling product; with an odd one it is an account, a right, and the file of
-// the accounts' rights.
+// Fuzzer of two more untrusted files. After an even first byte the input is the file with the trace
+// level of the sibling product; after an odd one it is an account, a right, and the file of the
+// accounts' rights.
 #include "accountid.h"
 #include "cmnpathtool.h"
 #include "fuzzinput.h"
@@ -20,7 +20,7 @@ static void checkLevel(const ScratchDirectory& directory, const std::string& tex
     const int code = tarnix_cmn_4_4::CCmnSGDConfiguration::getTraceLevel(dir, file, level);
     const bool hasKey = text.find("Default.DiagnosticLevel") != std::string::npos;
     require(code == 0 ? hasKey && text.find('=') != std::string::npos : code == 1 && level == -7,
-            "the level");
+            "a level is found only where the key is");
 }
 
 static bool isName(const std::string& name, unsigned char last)
@@ -41,17 +41,18 @@ static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
     LSA_UNICODE_STRING text{bytes, bytes, wide.data()};
     LSA_OBJECT_ATTRIBUTES attributes{};
     LSA_HANDLE policy = nullptr;
-    require(LsaOpenPolicy(nullptr, &attributes, 0, &policy) == 0, "a policy");
+    require(LsaOpenPolicy(nullptr, &attributes, 0, &policy) == 0, "the policy can be opened");
 
     const std::string line = account + " " + right;
     std::vector<std::string> lines = directory.readLines("rights");
     const bool held = std::count(lines.begin(), lines.end(), line) > 0;
     const bool good = isName(account, 0xFF) && isName(right, '~');
-    require(holdsRight(account, right) == held, "whether a right is held");
-    require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good, "adding");
+    require(holdsRight(account, right) == held, "a right is held if it has a line");
+    require((LsaAddAccountRights(policy, sid.data(), &text, 1) == 0) == good,
+            "adds it if it is valid");
     if (good && !held)
         lines.push_back(line);
-    require(directory.readLines("rights") == lines, "no line but the one is added");
+    require(directory.readLines("rights") == lines, "only this line is added");
     LSA_UNICODE_STRING* rights = nullptr;
     DWORD count = 0;
     bool isListed = false;
@@ -60,23 +61,23 @@ static void checkRights(const ScratchDirectory& directory, FuzzInput& input)
         wchar_t* const end = rights[i].Buffer + rights[i].Length / sizeof(wchar_t);
         const std::string each = account + " " + std::string(rights[i].Buffer, end);
         require(*end == L'\0' && std::count(lines.begin(), lines.end(), each) > 0,
-                "a right of his");
+                "a listed right has a line");
         isListed = isListed || each == line;
     }
     LsaFreeMemory(rights);
-    require(isListed || !good, "the right is listed");
-    require((LsaRemoveAccountRights(policy, sid.data(), 0, &text, 1) == 0) == good, "removing");
+    require(isListed || !good, "the added right is listed");
+    require((LsaRemoveAccountRights(policy, sid.data(), 0, &text, 1) == 0) == good, "removes it");
     if (good)
         lines.erase(std::remove(lines.begin(), lines.end(), line), lines.end());
-    require(directory.readLines("rights") == lines, "no line but the one is removed");
-    const auto isHis = [&account](const std::string& each) {
+    require(directory.readLines("rights") == lines, "only this line is removed");
+    const auto isOfAccount = [&account](const std::string& each) {
         return each.compare(0, account.size() + 1, account + " ") == 0;
     };
     const bool known = LsaRemoveAccountRights(policy, sid.data(), 1, nullptr, 0) == 0;
-    require(known || !good, "removing all");
+    require(known || !good, "all rights of an account can be removed");
     if (known)
-        lines.erase(std::remove_if(lines.begin(), lines.end(), isHis), lines.end());
-    require(directory.readLines("rights") == lines, "no line but his are removed");
+        lines.erase(std::remove_if(lines.begin(), lines.end(), isOfAccount), lines.end());
+    require(directory.readLines("rights") == lines, "only lines of the account are removed");
     LsaClose(policy);
 }
 

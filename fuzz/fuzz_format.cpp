@@ -36,9 +36,9 @@ void fuzz(FuzzInput input)
                            tarnix_eseverity{}, "", 0);
     const std::string serialized = message.serialize()->text;
     const tstr text = message.formatMessage(pattern);
-    require(message.serialize()->text == serialized, "the arguments stay");
+    require(message.serialize()->text == serialized, "formatting does not change the message");
 
-    // By a formatter that is kept, where the message uses one for each text.
+    // ICU's formatter as an object; the message uses a static function.
     const icu::MessageFormat format(CCmnStringTool::tstr2ustr(pattern), status);
     icu::UnicodeString output;
     icu::FieldPosition position(icu::FieldPosition::DONT_CARE);
@@ -46,5 +46,5 @@ void fuzz(FuzzInput input)
         format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output,
                       position, status);
     const bool nothing = U_FAILURE(status) && output.isEmpty();
-    require(text == (nothing ? pattern : CCmnStringTool::ustr2tstr(output)), "the same text");
+    require(text == (nothing ? pattern : CCmnStringTool::ustr2tstr(output)), "the text of ICU");
 }

@@ -1,5 +1,5 @@
-// Fuzzer of the readers of numbers and hex, against those of the C library. The input is a base and
-// a text, whose bytes are also printed as hex, and read back.
+// Fuzzer of the readers of numbers, against those of the C library, and of hex. The input is a base
+// and a text, whose bytes are also converted to hex and back.
 #include "TX_strings.h"
 #include "cmnstringtool.h"
 #include "fuzzinput.h"
@@ -19,11 +19,11 @@ static void compareReaders(const std::string& text, int base, bool agree, Read r
     errno = 0;
     const auto number = read(exact.data(), &end, base);
     const int error = errno;
-    require(end >= exact.data() && end < exact.data() + exact.size(), "the end");
+    require(end >= exact.data() && end < exact.data() + exact.size(), "the end is within the text");
     errno = 0;
     if (agree)
         require(peer(exact.data(), &peerEnd, base) == number && peerEnd == end && errno == error,
-                "a number as the standard reads it");
+                "reads the same number as the standard");
 }
 
 static void checkHex(const std::string& text)
@@ -34,16 +34,16 @@ static void checkHex(const std::string& text)
     std::vector<unsigned char> back(text.size());
     int size = length - 1;
     require(Tool::wstr2binary(back.data(), &size, hex, true) == -1 && size == length - 1,
-            "no room");
+            "a target that is too small stays");
     size = length;
     require(Tool::wstr2binary(back.data(), &size, hex, true) == 0 && size == length &&
                 std::equal(back.begin(), back.end(), bytes),
-            "bytes come back");
+            "bytes survive a round trip");
 }
 
 void fuzz(FuzzInput input)
 {
-    const int base = static_cast<int>(input.byte()) - 4; // some that are no base, too
+    const int base = static_cast<int>(input.byte()) - 4; // invalid ones too
     const std::string bytes = input.rest(), text = bytes.c_str();
     // "0x" without a digit is where they differ.
     const std::size_t x = text.find_first_of("xX");

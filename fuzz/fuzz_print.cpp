@@ -19,11 +19,11 @@ void fuzz(FuzzInput input)
     const int count = TX_snprintf(block.data(), size, "%s|%.9f", text.c_str(), number);
     require(full.substr(0, size - 1) == block.data() &&
                 count == static_cast<int>(std::min(full.size(), size - 1)),
-            "a text as the standard prints it");
+            "prints the same as the standard");
     const std::wstring wide(full.begin(), full.end());
     std::vector<wchar_t> wideBlock(size);
     const int wideCount = TX_snwprintf(wideBlock.data(), size, L"%ls", wide.c_str());
     require(wide.substr(0, size - 1) == wideBlock.data() &&
                 wideCount == (wide.size() > size ? -1 : static_cast<int>(wide.size())),
-            "a wide text as it was");
+            "wide text is printed as it is");
 }

@@ -1,5 +1,5 @@
-// Any bytes as a document. The handler touches all that it gets, and no document may give more than
-// the parser's limit allows.
+// Fuzzer of the XML parser. The input is a document. The handler reads all that it gets; no
+// document may expand beyond the parser's limit.
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "fuzzinput.h"
@@ -22,27 +22,27 @@ struct Counter : CCmnSaxParseHandler {
     }
     void characters(const XMLCh* const text, const XMLSize_t length) override
     {
-        require(xercesc::XMLString::stringLen(text) == length, "what the base class relies on");
+        require(xercesc::XMLString::stringLen(text) == length, "the base class may read it");
         units += length;
         CCmnSaxParseHandler::characters(text, length);
     }
     std::size_t units = 0;
 };
 
-// Xerces-C loses some 200 bytes with each malformed content model, however long it is.
+// Xerces-C leaks about 200 bytes for each malformed content model, of any length.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libxerces-c\n"; }
 
 void fuzz(FuzzInput input)
 {
     static const CCmnSaxLibrary library;
-    require(std::setlocale(LC_ALL, "C.UTF-8"), "a locale");
+    require(std::setlocale(LC_ALL, "C.UTF-8"), "the locale exists");
     const std::string text = input.rest();
     Counter handler;
     CCmnSaxParser parser(&handler);
     parser.parse(text);
     const std::size_t units = handler.units;
-    require(units <= 1000000 + 9 * text.size(), "the limit");
+    require(units <= 1000000 + 9 * text.size(), "expansion is limited");
     const std::size_t middle = text.size() / 2;
     parser.parse(std::vector<std::string>{text.substr(0, middle), text.substr(middle)});
-    require(handler.units == 2 * units, "the same once more, in pieces");
+    require(handler.units == 2 * units, "a document in pieces gives the same");
 }

@@ -1,12 +1,12 @@
-// Fuzzer of the scanner. The input is a format, a zero, a byte for each target's size, and the
-// text. What the standard scanner reads alike it is asked too.
+// Fuzzer of the scanner. The input is a format, a zero, one byte for the size of each target, and
+// the text. Where the standard scanner should agree, the two are compared.
 #include "TX_sscanf.h"
 #include "fuzzinput.h"
 
 #include <cstring>
 
 constexpr std::size_t kMostTargets = 8;
-constexpr std::size_t kMostText = 500; // that is compared: a number takes 512 characters
+constexpr std::size_t kMostText = 500; // in comparisons: a number has at most 512 characters
 constexpr char kFill = '\xA5';
 
 constexpr char kStandard[] =
@@ -15,8 +15,8 @@ constexpr char kStandard[] =
 
 using Blocks = std::vector<std::vector<char>>;
 
-// Adds a block for each directive of the format that stores. Returns whether they all mean the same
-// to the standard scanner.
+// Adds a target for each directive of the format that stores. Returns whether the standard scanner
+// understands all directives in the same way.
 static bool makeBlocks(const std::string& format, FuzzInput& input, Blocks& blocks)
 {
     bool isStandard = std::all_of(format.begin(), format.end(), [](char c) { return c > '\0'; });
@@ -61,7 +61,7 @@ static int scanInto(Blocks& blocks, const std::string& text, const std::string& 
     TX_ScanSource source{raw.data(), static_cast<int>(raw.size()), TX_ScanLoaded};
     const int result = scanSource(&source, format.c_str(), p(0), n(0), p(1), n(1), p(2), n(2), p(3),
                                   n(3), p(4), n(4), p(5), n(5), p(6), n(6), p(7), n(7));
-    require(source.position + source.remaining == raw.data() + raw.size(), "the source's place");
+    require(source.position + source.remaining == raw.data() + raw.size(), "the source's position");
     return result;
 }
 
@@ -75,7 +75,7 @@ void fuzz(FuzzInput input)
     blocks.resize(kMostTargets);
     const std::string bytes = input.rest(), text = bytes.c_str();
     scanInto(blocks, bytes, format);
-    // They differ on a prefix or an exponent without a digit, and on words that are numbers.
+    // They differ on prefixes and exponents without digits, and on "inf" and "nan".
     const char* const odd = format.find_first_of("ixfeg") < format.size() ? "xXeEiInN" : "";
     if (!isStandard || text.size() > kMostText || text.find_first_of(odd) != std::string::npos)
         return;
@@ -85,5 +85,5 @@ void fuzz(FuzzInput input)
     const int wanted =
         std::sscanf(text.c_str(), format.c_str(), p(0), p(1), p(2), p(3), p(4), p(5), p(6), p(7));
     require(scanInto(blocks, text, format) == wanted && blocks == peer,
-            "what the standard scanner reads");
+            "reads the same as the standard");
 }

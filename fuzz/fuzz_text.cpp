@@ -1,6 +1,6 @@
-// Fuzzer of the conversions between the kinds of text, in two locales, and of text editing. The
-// input is a byte that chooses, two lines for the editing functions, and a text that may repeat a
-// piece, across the ends of the conversions' own pieces.
+// Fuzzer of the conversions between types of text, in two locales, and of text editing. The input
+// is a byte that selects the test, two lines for the editing functions, and a text. The text can be
+// longer than the blocks in which a conversion works.
 #include "cmnstringtool.h"
 #include "fuzzinput.h"
 
@@ -15,18 +15,18 @@ static void checkNarrow(const std::string& text)
 {
     const icu::UnicodeString peer = icu::UnicodeString::fromUTF8(cut(text));
     std::string back;
-    const bool valid = peer.toUTF8String(back) == cut(text); // otherwise U+FFFD has come in
+    const bool valid = peer.toUTF8String(back) == cut(text); // otherwise it contains U+FFFD
     const icu::UnicodeString units = Tool::str2ustr(text);
     require(units == (valid ? peer : icu::UnicodeString()) &&
                 Tool::ustr2str(units) == (valid ? cut(text) : ""),
-            "UTF-8, whole or not at all");
+            "UTF-8 is converted entirely or not at all");
 
     std::wstring wide(text.size(), L'\0');
     const std::size_t length = std::mbstowcs(wide.data(), text.c_str(), wide.size());
     wide.resize(length == static_cast<std::size_t>(-1) ? 0 : length);
     require(Tool::str2wstr(text) == wide && Tool::str2tstr(text) == wide.c_str() &&
                 Tool::wstr2str(wide) == (wide.empty() ? "" : cut(text)),
-            "the locale's text");
+            "narrow text is converted as the locale does");
 }
 
 static void checkWide(const std::string& text)
@@ -38,10 +38,10 @@ static void checkWide(const std::string& text)
     const auto wide = Tool::ustr2tstr(ustr);
     require(Tool::tstr2ustr(wide) == upToZero &&
                 static_cast<std::int32_t>(wide.length()) == upToZero.countChar32(),
-            "UTF-16 comes back");
+            "UTF-16 survives a round trip");
     std::string utf8;
     const bool valid = icu::UnicodeString::fromUTF8(ustr.toUTF8String(utf8)) == ustr;
-    require(Tool::ustr2str(ustr) == (valid ? cut(utf8) : ""), "UTF-16 to UTF-8");
+    require(Tool::ustr2str(ustr) == (valid ? cut(utf8) : ""), "UTF-16 is converted to UTF-8");
 
     std::wstring points(text.size() / 4, L'\0'); // any 32 bits
     std::memcpy(points.data(), text.data(), points.size() * 4);
@@ -51,7 +51,7 @@ static void checkWide(const std::string& text)
     narrow.resize(length == static_cast<std::size_t>(-1) ? 0 : length);
     require(Tool::tstr2wstr(copy) == points.c_str() && Tool::wstr2str(points) == narrow &&
                 Tool::tstr2str(copy) == narrow,
-            "wide text in the locale");
+            "wide text is converted as the locale does");
 }
 
 static void checkEditing(const std::string& text, const std::string& set, const std::string& with)
@@ -60,23 +60,23 @@ static void checkEditing(const std::string& text, const std::string& set, const 
     const std::string plain = cut(text), escaped = Tool::convertToXmlSpecialCharacters(text);
     require(escaped.find_first_of("<>\"'") == none &&
                 Tool::convertFromXmlSpecialCharacters("& " + escaped) == "& " + plain,
-            "XML comes back");
+            "XML survives a round trip");
     std::string replaced = plain, trimmed = plain;
     for (std::size_t at = 0; !set.empty() && (at = replaced.find(set, at)) != none;
          at += with.size())
         replaced.replace(at, set.size(), with);
     require(Tool::searchreplace(text, set, with) == (set.empty() ? text : cut(replaced)),
-            "replacements");
+            "replaces all matches");
     std::vector<std::string> tokens;
     for (std::size_t at = 0, end = 0; (at = plain.find_first_not_of(set, end)) != none;) {
         end = std::min(plain.find_first_of(set, at), plain.size());
         tokens.push_back(plain.substr(at, end - at));
     }
-    require(Tool::tokenize(text, set) == tokens, "tokens");
+    require(Tool::tokenize(text, set) == tokens, "splits into tokens");
     trimmed.erase(trimmed.find_last_not_of(set) + 1);
     trimmed.erase(0, trimmed.find_first_not_of(set));
-    require(Tool::trim(plain, set.c_str()) == trimmed, "a trimmed text");
-    require(Tool::CompareNoCase(text, Tool::tostrupper(text)), "case");
+    require(Tool::trim(plain, set.c_str()) == trimmed, "trims both ends");
+    require(Tool::CompareNoCase(text, Tool::tostrupper(text)), "comparison ignores case");
 }
 
 void fuzz(FuzzInput input)

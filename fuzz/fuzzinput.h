@@ -1,6 +1,6 @@
-// What the fuzzers share: the input in pieces, and the demand that something holds. Targets and
-// texts are vectors, which have exactly the size that is told to the functions: a step beyond is
-// seen.
+// What the fuzzers share: an input that is taken in pieces, and a check. Fuzzers pass texts and
+// targets in vectors of exactly the size that the functions get, so that the sanitizer reports any
+// access outside.
 #ifndef TARNIX_FUZZINPUT_H
 #define TARNIX_FUZZINPUT_H
 
@@ -16,7 +16,7 @@ inline void require(bool holds, const char* what)
 {
     if (holds)
         return;
-    std::fprintf(stderr, "Does not hold: %s\n", what);
+    std::fprintf(stderr, "check failed: %s\n", what);
     __builtin_trap();
 }
 
@@ -35,11 +35,11 @@ public:
     }
 
     bool hasMore() const { return !m_Rest.empty(); }
-    // 0 when nothing is left.
+    // The next byte, or 0 at the end.
     unsigned int byte() { return static_cast<unsigned char>((take(1) + '\0')[0]); }
     std::string rest() { return take(m_Rest.size()); }
 
-    // Up to the next separator, which is dropped.
+    // The text up to the next separator, which is dropped.
     std::string until(char separator)
     {
         std::string piece = take(m_Rest.find(separator));
@@ -47,9 +47,9 @@ public:
         return piece;
     }
 
-    // A count, a piece up to the line end, and a text in which each byte 1 becomes the piece, as
-    // often as the square of the count tells, but not much beyond the limit: small inputs for large
-    // files.
+    // Makes large texts of small inputs. The input is a count, a piece up to a newline, and a text
+    // in which each byte 1 is replaced by the piece, as often as the square of the count, until the
+    // limit is reached.
     std::string expanded(std::size_t limit)
     {
         const std::size_t count = byte();
@@ -76,7 +76,7 @@ private:
     std::string_view m_Rest;
 };
 
-// What a fuzzer does with each input. It is included once in each program.
+// Each fuzzer defines this function; libFuzzer calls it with each input.
 void fuzz(FuzzInput input);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

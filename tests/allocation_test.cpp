@@ -1,5 +1,5 @@
-// Every allocation of the library's operations refused in turn: an exception or the told failure,
-// nothing lost, and an object that works again.
+// Each allocation of the library's operations fails in turn: the operation throws or returns its
+// documented failure, leaks nothing, and its object still works afterwards.
 #include "cmnconfiguration.h"
 #include "cmnmsgcatalogmgr.h"
 #include "cmnsaxhandler.h"
@@ -23,42 +23,42 @@ namespace
 {
 
 struct Allocation : LeakCheck {
-    // The step, which returns what came of it, comes to the same at any time; with refused memory
-    // it may throw, or come to what is told.
-    void refuseEach(const std::set<std::string>& told, const std::function<std::string()>& step)
+    // Calls `use` once for each of its allocations and makes that one fail, alone or with all later
+    // ones. `use` returns its result as text; with a failed allocation it may throw, or return one
+    // of `failures`.
+    void failEach(const std::set<std::string>& failures, const std::function<std::string()>& use)
     {
-        const std::string good = step(); // what is kept from the first time on does not count below
-        std::size_t asked = 0;
-        for (std::size_t i = 1; i < 2 * (asked + 1); ++i) { // the first one only counts
+        const std::string good = use(); // what the first use caches does not count below
+        std::size_t requests = 0;
+        for (std::size_t i = 1; i < 2 * (requests + 1); ++i) { // the first one only counts
             SCOPED_TRACE(testing::Message() << i / 2 << (i % 2 != 0 ? " and on" : ""));
             const int blocks = AllocationFault::liveBlocks;
             try {
                 const AllocationFault fault(i / 2, i % 2 != 0);
-                const std::string result = step();
+                const std::string result = use();
                 const AllocationFaultPause pause;
-                EXPECT_TRUE(result == good || told.count(result) > 0) << result;
+                EXPECT_TRUE(result == good || failures.count(result) > 0) << result;
             } catch (const std::bad_alloc&) {
             } catch (const xercesc::OutOfMemoryException&) {
             }
-            asked = i == 1 ? AllocationFault::requests : asked;
-            EXPECT_EQ(step(), good);
-            EXPECT_TRUE(AllocationFault::liveBlocks == blocks || m_MayLose)
-                << AllocationFault::liveBlocks;
+            requests = i == 1 ? AllocationFault::requests : requests;
+            EXPECT_EQ(use(), good);
+            EXPECT_EQ(m_MayLeak ? blocks : AllocationFault::liveBlocks, blocks);
         }
-        EXPECT_TRUE(asked > 0 && !good.empty());
-        std::printf("faults injected: %zu\n", 2 * asked);
+        EXPECT_TRUE(requests > 0 && !good.empty());
+        std::printf("faults injected: %zu\n", 2 * requests);
     }
 
     const ScratchInstallation m_Scratch;
-    bool m_MayLose = false;
+    bool m_MayLeak = false;
 };
 
 TEST_F(Allocation, Exec)
 {
     for (const char* command :
-         {"sh -c 'echo a line that lies on the heap; exit 3'", "/no/such/program/anywhere"}) {
-        refuseEach({"-1 former"}, [command] {
-            const Outcome outcome = run(command); // its result differs with the child's pace
+         {"sh -c 'echo a line that is stored on the heap; exit 3'", "/no/such/program/anywhere"}) {
+        failEach({"-1 former"}, [command] {
+            const Outcome outcome = run(command); // its result depends on the speed of the child
             return std::to_string(outcome.status) + " " + outcome.lines.at(0);
         });
     }
@@ -66,38 +66,38 @@ TEST_F(Allocation, Exec)
 
 TEST_F(Allocation, Messages)
 {
-    const icu::Formattable inner[] = {icu::UnicodeString(u"a text that lies on the heap"), 1},
+    const icu::Formattable inner[] = {icu::UnicodeString(u"a text that is stored on the heap"), 1},
                            arguments[] = {inner[0], 97, icu::Formattable(inner, 2)};
     CCmnIcuMessage message("an.id", arguments, 3, tarnix_eseverity{7}, "some.cpp", 12),
         read(message);
     const Made<CCmnMessageCatalogManager> manager(true);
     CCmnErrorHolder holder;
-    refuseEach({}, [&, record = CCmnError(1, L"a text on the heap", L"its file", 2, L"f")] {
+    failEach({}, [&, record = CCmnError(1, L"a text on the heap", L"its file", 2, L"f")] {
         const CCmnIcuMessage copy(message);
         message = copy;
         read.deserialize(message.serialize());
         wchar_t* shown = nullptr;
-        manager.get()->getLocalizedMessage("an.id.that.lies.on.the.heap", "", &shown);
+        manager.get()->getLocalizedMessage("an.id.that.is.stored.on.the.heap", "", &shown);
         const tstr byDefault = manager.get()->getMessage("id", L"a default on the heap", "");
         holder.setError(record);
         const AllocationFaultPause pause;
         return CCmnStringTool::tstr2str(byDefault + shown + holder.getError().getMessage()) +
                message.serialize()->text + read.serialize()->text;
     });
-    // No number: ICU's formatter of numbers does not look at what it got.
-    refuseEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
+    // Without a number: ICU's number formatter does not check its allocations.
+    failEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
         const tstr text = message.formatMessage(pattern);
         const AllocationFaultPause pause;
         return CCmnStringTool::tstr2str(text);
     });
 }
 
-// ACE's store does not look at what it got, so here only what throws is refused.
+// ACE's store does not check its allocations, so only those fail here that throw.
 TEST_F(Allocation, TraceAndConfiguration)
 {
     AllocationFault::throwingOnly = true;
     const Made<CCmnTraceLog> log(true);
-    refuseEach({""}, [&, line = "of more than the usual length" + std::string(3000, 'x')] {
+    failEach({""}, [&, line = "longer than most lines" + std::string(3000, 'x')] {
         const Made<CCmnTraceLog> another(true);
         log.get()->initialize(L"t", L"", L"", 1, false);
         log.get()->trace(1, "%s", line.c_str());
@@ -107,9 +107,9 @@ TEST_F(Allocation, TraceAndConfiguration)
         std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
         return text;
     });
-    m_Scratch.write("a.conf", "[S]\n\"text\"=\"a value that lies on the heap\"\n");
+    m_Scratch.write("a.conf", "[S]\n\"text\"=\"a value that is stored on the heap\"\n");
     CCmnConfiguration store;
-    refuseEach({}, [&, directory = m_Scratch.widePath()] {
+    failEach({}, [&, directory = m_Scratch.widePath()] {
         const int code = store.importConfig(directory.c_str(), L"a.conf") + store.exportConfig();
         const AllocationFaultPause pause;
         tstr value;
@@ -117,25 +117,25 @@ TEST_F(Allocation, TraceAndConfiguration)
         return std::to_string(code) + CCmnStringTool::tstr2str(value) + m_Scratch.read("a.conf");
     });
     AllocationFault::throwingOnly = false;
-    // Nothing half written lies about beside the two directories and the two files.
+    // The two directories and the two files, and no temporary file.
     EXPECT_EQ(m_Scratch.entries(), 4);
 }
 
-struct Gathering : CCmnSaxParseHandler {
+struct TextHandler : CCmnSaxParseHandler {
     std::string take() { return std::exchange(m_Text, "") + (hasLastError() ? "!" : ""); }
 };
 
 TEST_F(Allocation, Sax)
 {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "Xerces-C loses blocks when memory is refused, which the sanitizer reports";
+    GTEST_SKIP() << "Xerces-C leaks blocks when an allocation fails, which the sanitizer reports";
 #endif
-    m_MayLose = true; // Xerces-C leaves its own clean-up out when memory is refused
-    // It lives longer than the refusals: the end of the last use allocates within Xerces-C, which
-    // does not expect a refusal there.
-    Gathering handler;
+    m_MayLeak = true; // Xerces-C does not clean up when an allocation fails
+    // The parser keeps Xerces-C in use: the end of its last use allocates, and Xerces-C does not
+    // expect that to fail.
+    TextHandler handler;
     CCmnSaxParser parser(&handler);
-    refuseEach({}, [&] {
+    failEach({}, [&] {
         handler.take();
         const CCmnSaxParser fresh(&handler);
         parser.parse("<!DOCTYPE a [<!ENTITY e 'of an entity'>]><a b='c'>text &e;</b>");

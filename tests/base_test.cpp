@@ -1,4 +1,4 @@
-// The error record, the reference count and its pointer, the flag lock.
+// The error record, reference counting with its smart pointer, and the flag lock.
 #include "cmnerror.h"
 #include "cmnlock.h"
 #include "cmnsmartptr.h"
@@ -34,13 +34,13 @@ TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)
     }
     EXPECT_EQ(countAtEnd, -1);
     EXPECT_EQ(first.assign(nullptr), 0);
-    EXPECT_EQ(countAtEnd, 1); // destroyed, and not at 0
+    EXPECT_EQ(countAtEnd, 1); // destroyed while the count was still 1
 }
 
 TEST(Lock, OneHolderAtATime)
 {
     static CCmnLock lock;
-    int holder = 0; // plain: it is guarded
+    int holder = 0; // not atomic: the lock guards it
     runOnThreads(4, [&holder](int thread) {
         for (int round = 0; round < 50000; lock.unlock(), ++round) {
             while (!lock.tryLock())

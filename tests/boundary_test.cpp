@@ -1,5 +1,5 @@
-// A program with names of its own that the platform layer has too. It includes every installed
-// header; it compiles only if the layer stays out of the global namespace, with its macros as well.
+// A program whose own names are also names of the platform layer. It includes every installed
+// header, and compiles only if the layer adds neither names nor macros to the global namespace.
 #include <X11/Xmd.h>
 
 struct HANDLE {
@@ -16,7 +16,7 @@ static constexpr int INFINITE = 8; // a number of the program's own
 namespace
 {
 
-// A derived class names the layer's types through the library's namespace.
+// A derived class reaches the layer's types through the library's namespace.
 class Runner : public tarnix_cmn_4_4::CCmnExecPipeWindows
 {
 public:

@@ -1,4 +1,4 @@
-// Catalogs on bundles that genrb makes here, and the manager that chooses among them.
+// Catalogs on bundles that the test compiles with genrb, and the manager that chooses among them.
 #include "cmnmsgcatalogmgr.h"
 #include "cmnstringtool.h"
 #include "support/scratchinstallation.h"
@@ -13,13 +13,13 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-struct Failing : CCmnIcuMessageCatalog {
+struct FailingCatalog : CCmnIcuMessageCatalog {
     using CCmnIcuMessageCatalog::CCmnIcuMessageCatalog;
     int init() override { return -1; }
 };
 
-// A factory, and an install directory with two bundles, one without a root. Its name is new each
-// time, so ICU has no bundle of it yet.
+// A factory, and an install directory with two bundles, one of them without a root. The directory
+// has a new name for each test, so ICU has not cached its bundles.
 struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
     Catalogs()
     {
@@ -41,7 +41,7 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
     {
         asked += std::string(language) + ",";
         CatalogPtr catalog;
-        catalog.assign(name == tstr(L"failing") ? new Failing(name, language)
+        catalog.assign(name == tstr(L"failing") ? new FailingCatalog(name, language)
                                                 : new CCmnIcuMessageCatalog(name, language));
         return catalog;
     }
@@ -69,22 +69,22 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
         manager{true};
 };
 
-TEST_F(Catalogs, WhichOneAnswers)
+TEST_F(Catalogs, TheManagerChoosesACatalog)
 {
-    manager.get()->activateCatalog("de"); // without a factory
+    manager.get()->activateCatalog("de"); // there is no factory yet
     manager.get()->registerFactory(this);
     const std::tuple<const wchar_t*, const char*, const wchar_t*, const char*, const char*>
         cases[] = {
-            {L"none", "who", nullptr, "ja_JP", "<who> [de,ja_JP,]"}, // de at the registration
+            {L"none", "who", nullptr, "ja_JP", "<who> [de,ja_JP,]"}, // the registration asks for de
             {L"none", "who", L"", "", " [de,]"},
             {L"failing", "who", nullptr, "ja_JP", "<who> [ja_JP,]"},
             {L"app", "who", nullptr, "ja_JP", "app: ja_JP {0} [ja_JP,]"},
             {L"rooted", "who", nullptr, "de@x=a/b", "rooted: de {0} [de@x=a/b,]"},
-            // Names that would lead to a bundle elsewhere.
+            // Names that would escape to another bundle.
             {L"rooted", "who", L"", "../libapp/de", " [../libapp/de,]"},
             {L"rooted", "who", L"", "..\\libapp\\de", " [..\\libapp\\de,]"},
             {L"rooted", "who", L"", "_und_-@/../libapp/de=x", " [_und_-@/../libapp/de=x,]"},
-            // The default language does not become active before it is asked for.
+            // The default language becomes active only when it is requested.
             {L"app", "who", L"{0}", "xx", "{0} [xx,]"},
             {L"app", "who", nullptr, "", "app: de {0} [de,]"},
             {L"app", "who", nullptr, "xx", "app: de {0} [xx,]"},
@@ -102,21 +102,21 @@ TEST_F(Catalogs, WhichOneAnswers)
     EXPECT_EQ(manager.get()->getMessage("who", nullptr, ""), tstr(L"rooted: root {0}"));
 }
 
-TEST_F(Catalogs, OneByItself)
+TEST_F(Catalogs, ACatalogWithoutAManager)
 {
     CCmnIcuMessageCatalog catalog(L"app", "de_CH");
     EXPECT_STREQ(catalog.getMessage("k y", nullptr).c_str(), L"app: <k y>");
-    EXPECT_EQ(catalog.init(), 3); // a parent answers
+    EXPECT_EQ(catalog.init(), 3); // it falls back to its parent
     EXPECT_STREQ(catalog.getMessage("wide", nullptr).c_str(), L"app: it''s \u3042\U0001F600");
     EXPECT_EQ(catalog.getMessage("long", nullptr).c_str(), L"app: " + std::wstring(2000, L'x'));
 }
 
-TEST_F(Catalogs, StoreOfTexts)
+TEST_F(Catalogs, StoredTexts)
 {
     name = L"app";
     manager.get()->registerFactory(this);
     EXPECT_STREQ(stored("who", nullptr), L"app: de {0}");
-    manager.get()->setNativeLanguage("ja_JP"); // which is no language for messages
+    manager.get()->setNativeLanguage("ja_JP"); // messages do not use it by default
     EXPECT_STREQ(stored("who", "native"), L"app: ja_JP {0}");
     const icu::Formattable arguments[] = {icu::UnicodeString(u"/var"), 97};
     MessagePtr message;
@@ -130,8 +130,8 @@ TEST_F(Catalogs, StoreOfTexts)
     stored("long", "de");
     wchar_t* longer = stored("longer", "de");
     const std::size_t used = mallinfo2().uordblks;
-    manager.get()->deleteLocalizedMessage(&longer);        // the first with this text
-    EXPECT_TRUE(mallinfo2().uordblks < used || used == 0); // a sanitizer does not count
+    manager.get()->deleteLocalizedMessage(&longer);        // the first one with this text
+    EXPECT_TRUE(mallinfo2().uordblks < used || used == 0); // 0 under a sanitizer
     EXPECT_EQ(longer, L"app: " + std::wstring(2000, L'x'));
 }
 

@@ -1,4 +1,4 @@
-// The configuration store: current section, records of failures, what comes back from its file.
+// The configuration store: its current section, its error records, its file.
 #include "cmnconfiguration.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
@@ -15,7 +15,7 @@ TEST(Configuration, SectionsAndTexts)
 {
     CCmnConfiguration config;
     EXPECT_NE(config.setIntegerValue(L"n", 1), 0);
-    EXPECT_NE(config.exportConfig(), 0); // there is no file
+    EXPECT_NE(config.exportConfig(), 0); // no file is set
     ACE_Configuration_Section_Key first, inner, last;
     EXPECT_EQ(config.openSection(L"First\\Inner", inner, 1), 0);
     EXPECT_EQ(config.openSection(L"First", first, 0), 0);
@@ -32,11 +32,11 @@ TEST(Configuration, SectionsAndTexts)
     EXPECT_TRUE(config.getIntegerValue(L"n", number) != 0 && number == 5);
     EXPECT_TRUE(config.getIntegerValue(L"First", L"n", number) == 0 && number == 7);
     tstr value = L"old";
-    EXPECT_NE(config.getStringValue(L"First", L"n", value), 0);   // a number is no text
-    EXPECT_NE(config.getStringValue(L"Made", L"none", value), 0); // makes the section
+    EXPECT_NE(config.getStringValue(L"First", L"n", value), 0);   // a number is not a text
+    EXPECT_NE(config.getStringValue(L"Made", L"none", value), 0); // creates the section
     EXPECT_STREQ(value.c_str(), L"old");
     EXPECT_EQ(config.openSection(L"Made", last, 0), 0);
-    // Text is kept as UTF-8 whatever the locale. What is none fails, and is not taken for empty.
+    // Text is stored as UTF-8 in every locale. Other bytes fail, and do not read as empty.
     const tstr text = L"\xE4\x4E2D\U0001F600";
     EXPECT_EQ(config.openSection(text.c_str(), last, 1), 0);
     EXPECT_EQ(config.setStringValue(text.c_str(), text), 0);
@@ -76,30 +76,30 @@ TEST(Configuration, FailedImportsLeaveARecordAndGoodOnesMerge)
     }
     EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"good"), 0);
     EXPECT_NE(record.getCode(), 0); // success clears nothing
-    tstr both, onlyA;               // which was before the fault
+    tstr both, onlyA;               // it precedes the syntax error
     config.getStringValue(L"S", L"both", both);
     config.getStringValue(L"S", L"onlyA", onlyA);
     EXPECT_EQ(both + onlyA, tstr(L"ba"));
-    // What no import would take does not replace what one has taken.
+    // An export that no import would accept does not replace the file.
     config.setStringValue(L"wide", std::wstring(wide.begin(), wide.end()).c_str());
     EXPECT_NE(config.exportConfig(), 0);
     EXPECT_EQ(scratch.read("good"), good);
 }
 
-TEST(Configuration, ExportsFollowLinksAndKeepRights)
+TEST(Configuration, ExportsFollowLinksAndKeepPermissions)
 {
     namespace fs = std::filesystem;
-    // The access list of new files: its version, and then rights with whose they are, and an id.
-    // User 61001 may read and write. A file system without access lists refuses it.
+    // The default ACL for new files: its version, then entries of permissions, kind and id. User
+    // 61001 may read and write. A file system without ACLs rejects it, which does no harm.
     const std::uint32_t list[] = {2,   7 << 16 | 1,  ~0U, 6 << 16 | 2, 61001, 5 << 16 | 4,
                                   ~0U, 7 << 16 | 16, ~0U, 32,          ~0U};
-    for (const bool isThere : {false, true}) {
+    for (const bool exists : {false, true}) {
         const ScratchDirectory scratch;
         const std::string directory = scratch.path("d"), file = directory + "/file";
         scratch.makeDirectory("d");
         fs::create_symlink("d/file", scratch.path("near"));
         fs::create_symlink(scratch.path("near"), scratch.path("far"));
-        if (isThere) {
+        if (exists) {
             scratch.write("d/file", "[old]\n");
             fs::permissions(file, fs::perms(0642));
         }
@@ -110,9 +110,9 @@ TEST(Configuration, ExportsFollowLinksAndKeepRights)
         EXPECT_EQ(config.exportConfig(), 0);
         EXPECT_EQ(scratch.read("d/file"), "[new]\n");
         EXPECT_EQ(scratch.entries("d"), 1);
-        const fs::perms rights = fs::status(file).permissions();
-        EXPECT_TRUE(isThere ? rights == fs::perms(0642) &&
-                                  getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0) < 0
-                            : rights != fs::perms::none);
+        const fs::perms mode = fs::status(file).permissions();
+        EXPECT_TRUE(exists ? mode == fs::perms(0642) &&
+                                 getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0) < 0
+                           : mode != fs::perms::none);
     }
 }

@@ -1,4 +1,4 @@
-// MD5 against OpenSSL, and the life of an object.
+// Compares MD5 with OpenSSL's, also in objects that are used again.
 #include "cmnmsgdgst5.h"
 #include "cmnstringtool.h"
 
@@ -19,7 +19,7 @@ static std::string opensslDigest(const void* data, std::size_t length)
 TEST(Digest, AgreesWithOpenSslAtEveryLengthInPieces)
 {
     std::vector<unsigned char> data;
-    CCmnMessageDigest5 object; // used again and again
+    CCmnMessageDigest5 object; // reused for all of them
     for (std::uint32_t length = 0; length <= 300; ++length) {
         const std::string expected = opensslDigest(data.data(), length);
         for (const std::uint32_t most : {1U, 7U, 64U, 150U}) {
@@ -27,9 +27,9 @@ TEST(Digest, AgreesWithOpenSslAtEveryLengthInPieces)
             for (std::uint32_t from = 0; from < length; from += most)
                 object.Update(&data[from], std::min(most, length - from));
             object.Update(nullptr, 3);
-            EXPECT_EQ(0, object[15] + *object.GetUnicodeMessageDigest()); // still open
+            EXPECT_EQ(0, object[15] + *object.GetUnicodeMessageDigest()); // not finalized yet
             object.Finalize();
-            object.Finalize(); // once only
+            object.Finalize(); // has no effect
             EXPECT_EQ(expected, object.GetAnsiMessageDigest()) << length << " by " << most;
         }
         EXPECT_STREQ(CCmnStringTool::str2wstr(expected).c_str(), object.GetUnicodeMessageDigest());

@@ -1,4 +1,4 @@
-// Real commands from end to end: lines, outcome, record, and nothing left behind.
+// Real commands from end to end: lines, status and error record, without any leak.
 #include "fixture.h"
 #include "support/command.h"
 #include "support/repeat.h"
@@ -16,7 +16,7 @@ namespace
 
 using Exec = LeakCheck;
 
-// `sh -c` with a text without single quotes.
+// `sh -c` with a script, which has no single quotes.
 std::string shell(const std::string& text) { return "sh -c '" + text + "'"; }
 
 TEST_F(Exec, LinesAsTheyWerePrinted)
@@ -25,7 +25,7 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
     const std::pair<const char*, Lines> cases[] = {
         {R"(printf 'a\r\nb\rc\r\r\n\nlast')", {"a", "b\rc\r", "", "last"}},
         {R"(printf 'a\0b\nc\n')", {"a", "c"}},
-        // Quotes without a shell; a line end behind a backslash is nothing.
+        // Quotes are parsed without a shell; a newline after a backslash is dropped.
         {R"(printf '%s|' "a b" '' "" "\$x\y" '*;')", {R"(a b|||$x\y|*;|)"}},
         {"printf '%s|' a\\\nb \\\n \"c\\\nd\" e\\", {"ab|cd|e\\|"}},
         {R"(printf '%08191d\n' 0)", {full, ""}},
@@ -33,7 +33,7 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
     };
     for (const auto& [command, lines] : cases)
         EXPECT_EQ(run(command).lines, lines) << command;
-    const Lines lines = run("seq 1 1000000").lines; // many times what a pipe holds
+    const Lines lines = run("seq 1 1000000").lines; // many times the capacity of a pipe
     ASSERT_EQ(lines.size(), 1000000U);
     for (std::size_t i = 0; i < lines.size(); ++i)
         ASSERT_EQ(lines[i], std::to_string(i + 1));
@@ -48,7 +48,7 @@ TEST_F(Exec, StatusesWhileSignalsInterruptEveryWait)
     const std::pair<const char*, int> cases[] = {
         {"echo a; sleep 0.5; echo b; sleep 0.5; exit 255", 255},
         {"echo a; sleep 0.1; echo b; kill -9 $$", 137},
-        {"sleep 9 & echo a; echo b; exit 4", 4}, // what it has begun does not hold up the end
+        {"sleep 9 & echo a; echo b; exit 4", 4}, // the background process does not delay the end
     };
     for (const auto& [text, status] : cases) {
         const Outcome outcome = run(shell(text), 3);
@@ -64,7 +64,7 @@ TEST_F(Exec, RefusedStarts)
     const std::tuple<const char*, const char*, std::wstring> cases[] = {
         {"no-such-program x", "", L"cannot start program 'no-such-program': " + missing},
         {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
-        {"./\xFF", "/", L"cannot start program './?': " + missing}, // what no locale reads
+        {"./\xFF", "/", L"cannot start program './?': " + missing}, // not text in any locale
         {"true", "/no/such/dir", L"cannot enter directory '/no/such/dir': " + missing},
         {" \t", "", L"command is empty: Invalid argument"},
         {"echo 'a", "", L"unterminated quote in command: Invalid argument"},
@@ -72,20 +72,20 @@ TEST_F(Exec, RefusedStarts)
     CCmnExecPipeWindows runner;
     for (const auto& [command, directory, text] : cases)
         EXPECT_EQ(exec(runner, command, 60, directory).record.getDescription(), text);
-    EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // it can still be used
+    EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // the runner still works
     const ScratchDirectory scratch;
-    const std::string program = scratch.path("program"); // which vanishes between two runs
+    const std::string program = scratch.path("program"); // it is removed between two runs
     std::filesystem::copy_file("/bin/echo", program);
     EXPECT_EQ(run(program + " found").lines, Lines{"found"});
     std::filesystem::remove(program);
     EXPECT_EQ(run(program).record.getCode(), ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED);
 }
 
-TEST_F(Exec, TimeOutDropsThePartialLineAndTheObjectKillsAStubbornGroup)
+TEST_F(Exec, TimeoutDropsThePartialLineAndInitKillsAStubbornGroup)
 {
-    prctl(PR_SET_CHILD_SUBREAPER, 1); // a grandchild comes here
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // an orphaned grandchild becomes a child of this process
     CCmnExecPipeWindows runner;
-    // It ignores what it is asked, and then stands still; its own child ignores the same.
+    // The shell ignores the signals to stop, as its child does, and then suspends itself.
     const std::string stubborn = "trap \"\" INT TERM; sleep 600 & echo $$; echo $!; printf partial";
     const Outcome outcome = exec(runner, shell(stubborn + "; kill -STOP $$"), 3);
     runner.Init();
@@ -102,19 +102,19 @@ TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)
 {
     CCmnExecPipeWindows runner;
     std::thread aborter([&runner] {
-        usleep(200000); // mostly it is read by then
+        usleep(200000); // output is usually being read by then
         runner.Abort();
     });
-    // It ends by the closed pipe or by the signal of the first stage.
+    // The closed pipe or the first signal ends the child.
     EXPECT_EQ(exec(runner, "yes").result, 11);
     aborter.join();
-    EXPECT_EQ(run("echo next").lines, Lines{"next"}); // nothing of what was read ahead
+    EXPECT_EQ(run("echo next").lines, Lines{"next"}); // no output of the aborted command
 }
 
-// The caller has no standard descriptors, whose places go to the next that are opened, but others
-// that are inherited; it blocks signals, ignores the last of them and that of a child's end, so
-// that the system keeps no status, and has no PATH.
-TEST_F(Exec, AnOddCaller)
+// The caller has closed its standard descriptors, so that their numbers are reused, and has other
+// inheritable ones; it blocks all signals, and ignores SIGRTMAX and also SIGCHLD, so that the
+// system keeps no exit status; and it has no PATH.
+TEST_F(Exec, AnUnusualCaller)
 {
     const std::string path = std::getenv("PATH");
     unsetenv("PATH");
@@ -138,12 +138,12 @@ TEST_F(Exec, AnOddCaller)
     std::signal(SIGRTMAX, formerLast);
     pthread_sigmask(SIG_SETMASK, &former, nullptr);
     setenv("PATH", path.c_str(), 1);
-    EXPECT_EQ(descriptors, (Lines{"0", "1", "2", "3"})); // the last is the listed directory
+    EXPECT_EQ(descriptors, (Lines{"0", "1", "2", "3"})); // 3 is the listed directory
     EXPECT_EQ(signals.lines, (Lines{"SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000"}));
     EXPECT_EQ(signals.status, -1);
 }
 
-// Nothing is lost at the end of a child, and nothing meets.
+// Each run gets all of its own output and no other, and leaks no descriptor into other children.
 TEST_F(Exec, EightThreads)
 {
     runOnThreads(8, [](int thread) {

@@ -1,5 +1,5 @@
-// Real runs as other accounts. They need root, and a mount namespace in which the directory of the
-// account files is the test's own: nothing of the machine is touched.
+// Real runs as other accounts. They need root, and a mount namespace in which /etc is a directory
+// of the test: the machine's own accounts are not touched.
 #include "cmnsystemfiles.h"
 #include "fixture.h"
 #include "support/command.h"
@@ -11,8 +11,8 @@
 #include <csignal>
 #include <thread>
 
-// PAM loads and unloads its modules for each logon. The loader's own lock is not seen by the thread
-// sanitizer, which then takes two of these for a race.
+// PAM loads and unloads its modules for each logon. The thread sanitizer does not know the lock of
+// the dynamic loader, and would report a race.
 extern "C" [[gnu::visibility("default")]] const char* __tsan_default_suppressions()
 {
     return "race:ld-linux\n";
@@ -26,10 +26,10 @@ namespace
 const std::string password = "right word";
 const std::string hash = ":$5$tarnix$cQImmrpkcGIAYlwjZgLFvo8sX1wbcmWRDjd4Vil0crB:19000:::::";
 
-// "holder" holds the right that a run needs, the others do not.
+// "holder" has the right that a run needs; the other accounts do not.
 const std::string standing = "# by hand\nholder SeBatchLogonRight\nstrange\nsecond SeOther\n";
 
-const ScratchDirectory scratch; // for all tests: it is mounted once
+const ScratchDirectory scratch; // shared by all tests: it is mounted once
 
 struct Identity : LeakCheck {
     void SetUp() override
@@ -43,7 +43,7 @@ struct Identity : LeakCheck {
         scratch.write("etc/pam.d/tarnix",
                       "auth required pam_unix.so nodelay\naccount required pam_unix.so\n");
         scratch.write("rights", standing);
-        scratch.write("rights.new", "of a change that was broken off");
+        scratch.write("rights.new", "of an interrupted change");
         setRightsFile(scratch.path("rights").c_str());
         static const std::string missing = enterNamespaces({{scratch.path("etc"), "/etc"}});
         if (mustSkip(missing))
@@ -59,13 +59,13 @@ struct Identity : LeakCheck {
     }
 };
 
-TEST_F(Identity, TheChildIsTheUserForGood)
+TEST_F(Identity, TheChildIsTheUserPermanently)
 {
     const std::string commands =
         "echo $(id -un) $(id -Gn);"
         "grep -cE \"^([UG]id:.*[[:space:]]0|Cap[^B].*:.*[1-9a-f])\" /proc/self/status;"
-        "echo $(ls /proc/self/fd);" // the last is the directory
-        // A session of its own: the caller's terminal is out of reach.
+        "echo $(ls /proc/self/fd);" // the last one is the listed directory
+        // A new session: the child cannot reach the caller's terminal.
         "test $(cut -d\" \" -f6 /proc/self/stat) = $$ && echo session;"
         "cat /proc/$$/environ /proc/$$/cmdline | grep -ac \"right[ ]word\";" // the password
         "echo again > /dev/stdout";
@@ -73,7 +73,7 @@ TEST_F(Identity, TheChildIsTheUserForGood)
               (Lines{"second own friends", "0", "0 1 2 3", "session", "0", "again"}));
 }
 
-TEST_F(Identity, Refusals)
+TEST_F(Identity, RefusedRuns)
 {
     const struct {
         std::string user, command, password, directory;
@@ -91,26 +91,26 @@ TEST_F(Identity, Refusals)
         EXPECT_EQ(seteuid(test.caller), 0);
         const Outcome outcome = as(test.user, test.command, test.password, test.directory);
         EXPECT_EQ(seteuid(0), 0);
-        EXPECT_EQ(outcome.lines, Lines{"former"}); // nothing ran as the caller
+        EXPECT_EQ(outcome.lines, Lines{"former"}); // the command did not run as the caller instead
         EXPECT_NE(outcome.record.getDescription().find(test.text), std::wstring::npos) << test.text;
     }
 }
 
-TEST_F(Identity, TheRightIsAddedForTheRunOnly)
+TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
 {
     CCmnExecPipeWindows first;
-    // A run that times out keeps the right until the object ends.
+    // After a timeout the runner keeps the right until its next run or its end.
     EXPECT_EQ(exec(first, "sh -c 'echo in; exec sleep 600'", 1, "/", "second", password).result, 5);
     EXPECT_EQ(scratch.read("rights"), standing + "second SeBatchLogonRight\n");
-    EXPECT_EQ(as("holder", "id -un").lines, Lines{"holder"}); // needs no lock
-    EXPECT_EQ(as("third", "id -un").record.getCode(), 9);     // and this one does
-    // Used for another account without a word of its end, it gives up the former one's right.
+    EXPECT_EQ(as("holder", "id -un").lines, Lines{"holder"}); // needs no added right
+    EXPECT_EQ(as("third", "id -un").record.getCode(), 9);     // needs the lock
+    // A run as another account first revokes the right of the former account.
     EXPECT_EQ(exec(first, "id -un", 60, "/", "holder", password).lines, Lines{"holder"});
     EXPECT_EQ(scratch.read("rights"), standing);
     EXPECT_EQ(as("third", "id -un").lines, Lines{"third"});
 }
 
-TEST_F(Identity, NoRoomForTheRight)
+TEST_F(Identity, TheDiskIsFullWhenTheRightIsAdded)
 {
     const std::string full = scratch.path("full");
     scratch.makeDirectory("full");
@@ -124,9 +124,9 @@ TEST_F(Identity, NoRoomForTheRight)
     EXPECT_EQ(umount(full.c_str()), 0);
 }
 
-// Another process adds and removes another account's right at the same time, and this one forks:
-// what such a process has open stays open when the library closes it.
-TEST_F(Identity, ManyWritersKeepTheFileWhole)
+// Another process adds and removes another account's right at the same time. This process forks
+// meanwhile: a forked child keeps a descriptor open, and its lock, when the library closes it.
+TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
 {
     const auto runsAs = [](const std::string& user) {
         int good = 0;
@@ -143,7 +143,7 @@ TEST_F(Identity, ManyWritersKeepTheFileWhole)
         while (workers.size() < 300)
             workers.push_back(forkChild([] { return sleep(60) == 0; }));
     });
-    ualarm(1000, 1000); // which interrupts the waits for each other
+    ualarm(1000, 1000); // interrupts the waits for the lock
     EXPECT_EQ(runsAs("second"), 100);
     ualarm(0, 0);
     EXPECT_EQ(waitForChild(other), 0);
@@ -152,15 +152,14 @@ TEST_F(Identity, ManyWritersKeepTheFileWhole)
         EXPECT_TRUE(kill(worker, SIGKILL) == 0 && waitpid(worker, nullptr, 0) == worker);
 }
 
-// Whoever the child becomes can hold it up, as one does here who has a lease on the program: the
-// start must not wait for him.
-TEST_F(Identity, AUserWhoHoldsHisChildUpEndsItsStart)
+// Its user can stall the child, here by a lease on the program. The start must time out.
+TEST_F(Identity, AStartThatTheUserStallsTimesOut)
 {
     scratch.write("etc/program", "#!/bin/sh\nexec sleep 600\n");
     chmod(scratch.path("etc/program").c_str(), 0755);
     const int lease = open(scratch.path("etc/program").c_str(), O_RDONLY | O_CLOEXEC);
-    std::signal(SIGIO, SIG_IGN); // which asks for the lease
-    const std::string missing = fcntl(lease, F_SETLEASE, F_WRLCK) == 0 ? "" : "no leases here";
+    std::signal(SIGIO, SIG_IGN); // the request to release the lease
+    const std::string missing = fcntl(lease, F_SETLEASE, F_WRLCK) == 0 ? "" : "cannot set a lease";
     const Outcome outcome = missing.empty() ? as("second", "/etc/program") : Outcome();
     close(lease);
     if (mustSkip(missing))
@@ -169,17 +168,17 @@ TEST_F(Identity, AUserWhoHoldsHisChildUpEndsItsStart)
               L"timed out starting the command as the user: Connection timed out");
 }
 
-// Kept backwards, so that no copy of the test's own counts.
+// Reversed, so that the test's own copy does not count.
 constexpr char backwards[] = "paeh eht rof hguone gnol ,drow fo draehnu";
 
 std::string secret() { return std::string(std::rbegin(backwards) + 1, std::rend(backwards)); }
 
-// In a copy of this process, as a core would show it.
+// Searches the memory of a forked copy of this process, as a core dump would show it.
 void expectCopiesOfSecret(int expected)
 {
     const pid_t copy = forkChild([expected] {
-        // What is read, and the end of the secret, which is what an allocator leaves of it in
-        // memory that was freed, stand in a block that is too large to be read itself.
+        // Searches for the end of the secret: an allocator overwrites the start of a freed block.
+        // The buffer, which also holds the searched text, is too large to be searched itself.
         constexpr std::size_t most = 1 << 28, size = 20;
         char* const piece = new char[most + size];
         const std::string_view end(piece + most, size);
@@ -189,7 +188,7 @@ void expectCopiesOfSecret(int expected)
         int found = 0;
         for (char dash = 0; maps >> std::hex >> from >> dash >> to; maps.ignore(9999, '\n')) {
             if (to - from > most)
-                continue; // a sanitizer's shadow is larger than any memory
+                continue; // the buffer, or a sanitizer's shadow memory
             memory.clear();
             memory.seekg(static_cast<std::streamoff>(from));
             memory.read(piece, static_cast<std::streamsize>(to - from));
@@ -205,11 +204,11 @@ void expectCopiesOfSecret(int expected)
 TEST_F(Identity, ThePasswordIsWiped)
 {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "to search the sanitizer's own memory would make all of it resident";
+    GTEST_SKIP() << "the search would make all of the sanitizer's shadow memory resident";
 #endif
     Lines lines;
     auto first = std::make_unique<CCmnExecPipeWindows>();
-    first->Exec("id", lines, "", 60, "/", "holder", secret()); // refused, but tried
+    first->Exec("id", lines, "", 60, "/", "holder", secret()); // a wrong password
     expectCopiesOfSecret(1);
     CCmnExecPipeWindows second(*first), third(*first);
     first.reset();

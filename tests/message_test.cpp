@@ -1,5 +1,5 @@
-// Messages: what they own, what the serialised text is, and what stays of an old one. The fuzzers
-// compare formatting with ICU, and reading with a plain reader.
+// Messages: copies, the serialised text, and what stays when a text is incomplete. The fuzzers
+// compare formatting with ICU, and reading with a simple reader.
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
 #include "support/repeat.h"
@@ -23,7 +23,7 @@ CCmnIcuMessage makeMessage(const std::vector<Formattable>& arguments, const char
                           tarnix_eseverity{7}, "some.cpp", 12);
 }
 
-// Id, severity, and the first two arguments.
+// The id, the severity and the first two arguments.
 std::string contentOf(CCmnIcuMessage& message)
 {
     return message.getMessageId() + " " + std::to_string(message.getSeverity()) + " " +
@@ -53,17 +53,17 @@ TEST(Message, OwnsWhatItHolds)
 TEST(Message, SerializedTextFollowsTheLocale)
 {
     UErrorCode status = U_ZERO_ERROR;
-    icu::Locale::setDefault(icu::Locale::getUS(), status); // which the texts go by
+    icu::Locale::setDefault(icu::Locale::getUS(), status); // the texts depend on it
     const ScratchDirectory scratch;
     scratch.write("source", "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
                             "END LC_NUMERIC\n");
     const std::string command = "cd " + scratch.path() + " && localedef -c -f UTF-8 -i ./source ";
     EXPECT_NE(std::system((command + "./comma 2>&-").c_str()), -1);
     setenv("LOCPATH", scratch.path().c_str(), 1);
-    // The header line has room for 1023 bytes: its line end is cut.
+    // The header line has room for 1023 bytes: its newline is cut.
     const std::string id(985, 'x');
     const Formattable inner[] = {1, 2}, date(86400000.0, Formattable::kIsDate);
-    // A pair across the end of the pieces in which a text is converted, and half a pair.
+    // A surrogate pair across the border of two blocks of the conversion, and half a pair.
     const std::string x(1023, 'x');
     const auto across = icu::UnicodeString::fromUTF8(x + "\U0001F600");
     CCmnIcuMessage message =
@@ -91,9 +91,9 @@ TEST(Message, SerializedTextFollowsTheLocale)
     unsetenv("LOCPATH");
 }
 
-// What a text does not tell stays. A reader that goes back, or measures or moves the rest at each
-// step, does not finish the long ones.
-TEST(Message, Reading)
+// What a text does not contain stays as it was. The long texts would take a reader too long that is
+// not linear: one that scans, measures or moves the rest of the text at each step.
+TEST(Message, Deserializes)
 {
     const std::string five = "<ARGVALUE INDEX=0 TYPE=2>5<";
     const std::pair<std::string, const char*> cases[] = {

@@ -1,5 +1,5 @@
-// Host names and addresses. The look-ups run in namespaces of their own: with a hosts file that the
-// test wrote, with nothing else to ask, and with no network.
+// Host names and addresses. The lookups run in their own namespaces: with a hosts file of the test
+// as the only source, and without a network.
 #include "cmnnetwork.h"
 #include "fixture.h"
 #include "platform.h"
@@ -14,7 +14,7 @@ static std::string shown(const CCmnHostInfo& host)
     return host.hostName + "|" + host.ipAddress + "|" + host.fqdn;
 }
 
-TEST(Network, AnswersWithoutALookUp)
+TEST(Network, AnswersWithoutALookup)
 {
     for (const char* text : {"1.2.3.4", "255.255.255.255", "01.002.0003.00004", ".1..2.3.4."})
         EXPECT_TRUE(CCmnNetwork::validateIPAddress(text)) << text;
@@ -40,7 +40,7 @@ TEST(Network, AnswersWithoutALookUp)
 
 TEST(Network, LooksUpInTheHostsFile)
 {
-    const std::string longName = std::string(1000, 'n') + ".test"; // needs more room at first
+    const std::string longName = std::string(1000, 'n') + ".test"; // does not fit the first buffer
     const ScratchDirectory scratch;
     scratch.write("hosts", "10.9.8.9 " + longName + "\n10.9.8.7 Www.Example.Test www\n" +
                                "fd00::1 six.test\n10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
@@ -53,7 +53,7 @@ TEST(Network, LooksUpInTheHostsFile)
     EXPECT_EQ(0, sethostname("Tarnix-Box", 10));
 
     wchar_t name[11];
-    DWORD room = 9; // the terminator is not counted
+    DWORD room = 9; // the size does not count the terminator
     EXPECT_EQ(0, GetComputerNameW(name, &room));
     room = 10;
     EXPECT_TRUE(GetComputerNameW(name, &room) != 0 && std::wstring(name) == L"Tarnix-Box");

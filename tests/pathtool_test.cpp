@@ -1,4 +1,4 @@
-// Where things lie, and the registry behind that.
+// Paths of the product's files, and the registry that they depend on.
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "support/repeat.h"
@@ -8,13 +8,13 @@
 
 using namespace tarnix_cmn_4_4;
 
-TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
+TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
 {
     const ScratchInstallation scratch;
     tstr dir = L"replaced", file;
     EXPECT_EQ(CCmnPathTool::getConfigFileInfo(L"abc", dir, file), 0);
     EXPECT_STREQ((dir + file).c_str(), scratch.widePath("ConfigFiles/abc.conf").c_str());
-    // Without a registry the caller's text stays in front; only the last level is made.
+    // Without a registry the caller's text stays as the root; only the last directory is created.
     setRegistryFile((scratch.path("registry.conf") + std::string(5000, '/')).c_str());
     dir = scratch.widePath("none/").c_str();
     EXPECT_EQ(CCmnPathTool::getMessageFileInfo(L"abc", dir, file), 0);
@@ -37,19 +37,19 @@ TEST(PathTool, RegistrysRootsAndTheSiblingsLevel)
         {"x\n# " + key + " =  -2 and more", -2},
         {key + "=3\n" + four, 3},
         {"=5 " + four, 5},
-        {std::string(254, '=') + four, 4}, // the rest of a line is a line
+        {std::string(254, '=') + four, 4}, // the rest of a long line counts as a line
         {key + "\n" + four, none},
         {"=a " + four, none}};
     dir = scratch.widePath().c_str();
     for (const auto& [content, level] : cases) {
-        scratch.write("sgdlog.conf", content); // which `file` still names
+        scratch.write("sgdlog.conf", content); // `file` still has this name
         int found = none;
         EXPECT_EQ(CCmnSGDConfiguration::getTraceLevel(dir, file, found), level == none) << content;
         EXPECT_EQ(found, level) << content;
     }
 }
 
-TEST(PathTool, WhatHasNoObjectIsUsedOnEightThreads)
+TEST(PathTool, StaticFunctionsOnEightThreads)
 {
     const ScratchInstallation scratch;
     runOnThreads(8, [](int thread) {

@@ -1,8 +1,9 @@
-// The platform layer below the runner: what no run of a command shows.
+// The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
 #include "fixture.h"
 #include "platform.h"
 #include "rightsfile.h"
+#include "support/scratchdirectory.h"
 
 #include <sys/ptrace.h>
 
@@ -27,14 +28,14 @@ HANDLE makeClient()
 }
 HANDLE makeEvent() { return CreateEventA(nullptr, false, false, nullptr); }
 
-// Expects a refusal with that error.
-void refused(BOOL result, DWORD error)
+// Expects that a call failed with this error.
+void expectFailure(BOOL result, DWORD error)
 {
     EXPECT_FALSE(result);
     EXPECT_EQ(GetLastError(), error);
 }
 
-// A runner as far as the start of its child, with a read of one byte.
+// A runner that has started its child, and reads of one byte.
 struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
     HANDLE client = nullptr, process = nullptr;
     DWORD pid = 0, count = 0, status = 0;
@@ -52,7 +53,7 @@ struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
     BOOL readFrom(HANDLE end) { return ReadFile(end, &byte, 1, &count, &read); }
     BOOL result(BOOL wait = true) { return GetOverlappedResult(client, &read, &count, wait); }
     char next() { return readFrom(client) || result() ? byte : '-'; }
-    // Until the child is a zombie, which the layer has not seen yet.
+    // Waits until the child is a zombie, without the layer noticing.
     bool awaitEnd() const
     {
         return waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WNOWAIT) == 0;
@@ -62,7 +63,7 @@ struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
 // Cut to what the system takes, a path that is too long would name another file.
 TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
 {
-    const Scratch scratch;
+    const ScratchDirectory scratch;
     scratch.write("rights", "holder SeBatchLogonRight\n");
     std::string path = scratch.path("rights");
     path.insert(path.rfind('/'), PATH_MAX - 1 - path.size(), '/');
@@ -73,47 +74,47 @@ TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
     setRightsFile(nullptr);
 }
 
-TEST_F(Platform, HandlesPipeNamesAndAnErrorsText)
+TEST_F(Platform, HandlesPipeNamesAndErrorTexts)
 {
     for (HANDLE wrong : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(0x1234)})
-        refused(CloseHandle(wrong), EBADF);
-    for (int i = 0; i < 70000; ++i) // more than there can be at a time
+        expectFailure(CloseHandle(wrong), EBADF);
+    for (int i = 0; i < 70000; ++i) // more than can be open at a time
         EXPECT_TRUE(CloseHandle(makeEvent()));
     const HANDLE event = makeEvent();
     CloseHandle(event);
-    const HANDLE next = makeEvent(); // takes the same place
-    refused(CloseHandle(event), EBADF);
+    const HANDLE next = makeEvent(); // takes the same slot
+    expectFailure(CloseHandle(event), EBADF);
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_FAILED);
     const std::vector<HANDLE> full(MAXIMUM_WAIT_OBJECTS, next);
     EXPECT_EQ(WaitForMultipleObjectsEx(MAXIMUM_WAIT_OBJECTS, full.data(), false, 0, false),
               WAIT_TIMEOUT);
     const HANDLE server = makeServer(), client = makeClient();
-    refused(makeServer() != INVALID_HANDLE_VALUE, EBUSY);
-    refused(makeClient() != INVALID_HANDLE_VALUE, EBUSY);
+    expectFailure(makeServer() != INVALID_HANDLE_VALUE, EBUSY);
+    expectFailure(makeClient() != INVALID_HANDLE_VALUE, EBUSY);
     for (HANDLE open : {next, server, client})
         EXPECT_TRUE(CloseHandle(open));
-    // What an earlier failure was about is no part of a later one.
-    refused(makeClient() != INVALID_HANDLE_VALUE, ENOENT);
+    // The text of an error does not mention the subject of an earlier failure.
+    expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT);
     SetLastError(ENOENT);
     constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
     wchar_t* text = nullptr;
     FormatMessageW(flags, nullptr, ENOENT, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     EXPECT_STREQ(text, L"No such file or directory");
     LocalFree(text);
-    // The last handle of a child that runs: a later closing looks after it.
+    // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 0.1");
     EXPECT_TRUE(CloseHandle(left.process));
     EXPECT_TRUE(left.awaitEnd());
 }
 
-TEST_F(Platform, ReadsPendAreCancelledAndShareOneSequence)
+TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
 {
     Started child("sh -c 'sleep 0.2; printf 0123456789; exec sleep 600'");
-    refused(child.readFrom(child.client), ERROR_IO_PENDING);
-    refused(child.result(false), ERROR_IO_PENDING);
-    refused(child.readFrom(child.client), EBUSY); // one read at a time
+    expectFailure(child.readFrom(child.client), ERROR_IO_PENDING);
+    expectFailure(child.result(false), ERROR_IO_PENDING);
+    expectFailure(child.readFrom(child.client), EBUSY); // one read at a time
     EXPECT_TRUE(CancelIo(child.client));
-    refused(child.result(), ECANCELED);
+    expectFailure(child.result(), ECANCELED);
     std::string text(1, child.next());
     const HANDLE self = GetCurrentProcess();
     HANDLE second = nullptr, sameChild = nullptr;
@@ -124,12 +125,12 @@ TEST_F(Platform, ReadsPendAreCancelledAndShareOneSequence)
         text.push_back(child.byte);
     }
     EXPECT_EQ(text, "012345");
-    // What was read ahead counts before the child's end is looked for, by any handle of it.
+    // Bytes that were read ahead come before the child's end, through any of its handles.
     EXPECT_TRUE(TerminateProcess(child.process, 1067));
     EXPECT_TRUE(child.awaitEnd());
     EXPECT_EQ(WaitForSingleObject(child.process, 0), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(sameChild, 0), WAIT_TIMEOUT);
-    refused(child.readFrom(sameChild), EBADF);
+    expectFailure(child.readFrom(sameChild), EBADF);
     char rest[8] = {};
     EXPECT_TRUE(ReadFile(second, rest, 8, &child.count, &child.read));
     EXPECT_EQ(std::string(rest, child.count), "6789");
@@ -138,10 +139,10 @@ TEST_F(Platform, ReadsPendAreCancelledAndShareOneSequence)
     EXPECT_EQ(child.status, 1067U);
     CloseHandle(second);
     CloseHandle(sameChild);
-    refused(child.readFrom(second), EBADF);
+    expectFailure(child.readFrom(second), EBADF);
 }
 
-TEST_F(Platform, WhatWasWrittenComesBeforeTheEnd)
+TEST_F(Platform, OutputComesBeforeTheEnd)
 {
     Started child("sh -c 'sleep 0.1; printf ab'");
     const HANDLE both[] = {child.process, child.read.hEvent};
@@ -151,20 +152,20 @@ TEST_F(Platform, WhatWasWrittenComesBeforeTheEnd)
     EXPECT_TRUE(child.result());
     EXPECT_EQ(child.byte, 'a');
     EXPECT_EQ(child.next(), 'b');
-    refused(child.readFrom(child.client), ERROR_BROKEN_PIPE);
+    expectFailure(child.readFrom(child.client), ERROR_BROKEN_PIPE);
     EXPECT_EQ(WaitForMultipleObjectsEx(2, both, false, INFINITE, false), WAIT_OBJECT_0);
-    // A grandchild that writes without pause is cut off where the child ended.
+    // The output of a grandchild that never stops writing is cut where the child ended.
     Started shell("sh -c 'yes & sleep 0.1'");
     EXPECT_EQ(WaitForSingleObject(shell.process, INFINITE), WAIT_OBJECT_0);
     int bytes = 0;
     while (bytes <= 65536 && shell.next() != '-')
         ++bytes;
-    EXPECT_LE(bytes, 65536); // what a pipe holds
+    EXPECT_LE(bytes, 65536); // the capacity of a pipe
 }
 
-// Until the tracer goes, such a child has ended and cannot be reaped. Its output does not end: it
-// is open in another process.
-TEST_F(Platform, ATracedChildDoesNotHoldUpTheTimeOut)
+// A traced child that has ended cannot be reaped until its tracer detaches. Its output has no end
+// of file: another process has it open.
+TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
 {
     Started child("sh -c 'sleep 4 & sleep 1'");
     const pid_t tracer = forkChild([&child] {
@@ -173,7 +174,7 @@ TEST_F(Platform, ATracedChildDoesNotHoldUpTheTimeOut)
     const HANDLE both[] = {child.process, child.read.hEvent};
     EXPECT_FALSE(child.readFrom(child.client));
     const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 2000, false);
-    if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user may not trace"))
+    if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user cannot trace processes"))
         GTEST_SKIP();
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }
@@ -181,27 +182,28 @@ TEST_F(Platform, ATracedChildDoesNotHoldUpTheTimeOut)
 TEST_F(Platform, OnlyOwnRunningChildrenAreTouched)
 {
     for (const DWORD id : {DWORD{0}, static_cast<DWORD>(-1), static_cast<DWORD>(getpid())})
-        refused(GenerateConsoleCtrlEvent(CTRL_C_EVENT, id), ESRCH);
-    // One signal for each request.
+        expectFailure(GenerateConsoleCtrlEvent(CTRL_C_EVENT, id), ESRCH);
+    // Each request sends one signal.
     Started child("sh -c 'trap \"printf i\" INT; printf r; while :; do sleep 0.01; done'");
     EXPECT_EQ(child.next(), 'r');
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, child.pid));
         EXPECT_EQ(child.next(), 'i');
     }
-    EXPECT_FALSE(child.readFrom(child.client)); // no more than were sent
-    refused(GetExitCodeProcess(child.process, &child.status), EBUSY);
+    EXPECT_FALSE(child.readFrom(child.client)); // no further signal arrives
+    expectFailure(GetExitCodeProcess(child.process, &child.status), EBUSY);
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, child.pid));
     EXPECT_EQ(WaitForSingleObject(child.process, INFINITE), WAIT_OBJECT_0);
-    // One that has moved to the caller's group, and left another process in its own.
+    // A child that has moved to the caller's process group; its own group still has another
+    // process.
     Started moved("perl -e 'if (fork) { setpgrp(0, getpgrp(getppid)); syswrite(STDOUT, \"r\") } "
                   "sleep 600'");
     EXPECT_EQ(moved.next(), 'r');
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, moved.pid));
     EXPECT_EQ(WaitForSingleObject(moved.process, 9000), WAIT_OBJECT_0);
-    // The id may be another's now.
-    refused(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, child.pid), ESRCH);
-    refused(TerminateProcess(child.process, 9), ESRCH);
+    // The id may belong to another process now.
+    expectFailure(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, child.pid), ESRCH);
+    expectFailure(TerminateProcess(child.process, 9), ESRCH);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Parsing XML in memory: what a handler gets, what it stores, and what the reader is closed to.
+// Parsing XML in memory: what a handler gets and stores, and what the parser refuses to do.
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "support/repeat.h"
@@ -22,7 +22,7 @@ struct Recorder : CCmnSaxParseHandler {
         for (XMLSize_t i = 0; i < attributes.getLength(); ++i)
             m_Text += " " + toString(attributes.getQName(i)) + toString(attributes.getValue(i));
     }
-    // The text, with an exclamation mark behind it for a problem.
+    // The text, followed by an exclamation mark after a problem.
     std::string result() const { return m_Text + (hasLastError() ? "!" : ""); }
 };
 
@@ -31,8 +31,8 @@ std::string document(const std::string& declarations, const std::string& root)
     return "<!DOCTYPE r [" + declarations + "]>" + root;
 }
 
-// Entities that are each `width` of the one before; `sigil` in a value is "&", or, for parameter
-// entities, a reference to the percent sign.
+// Declares entities each of which is `width` times the one before. `sigil` starts a reference: "&",
+// or, for parameter entities, the character reference of the percent sign.
 std::string nested(int levels, int width, const std::string& sigil)
 {
     const std::string keyword = sigil == "&" ? "<!ENTITY e" : "<!ENTITY % e";
@@ -47,7 +47,7 @@ TEST(Sax, Documents)
 {
     const ScratchDirectory scratch;
     scratch.write("file", "<!ENTITY e 'SECRET'>");
-    // `cut` has a character beyond 16 bits where the reader cuts its text.
+    // `cut` has a surrogate pair where the parser splits its text.
     const std::string file = "SYSTEM 'file://" + scratch.path("file") + "'", x = "<!ENTITY a 'x'>",
                       version = "<?xml version='1.0' ",
                       dense = repeated("&a; text text text text text", 10000),
@@ -67,7 +67,7 @@ TEST(Sax, Documents)
     const std::pair<std::string, std::string> cases[] = {
         {"<n:r xmlns:n='u' n:a=\"1\">x<s/>y</n:r>", "<n:r xmlns:nu n:a1x<sy"},
         {"<r>" + cut + "<s/>x</r>", "<r" + cut + "<sx"},
-        // Declarations of ordinary kind keep their effect, whatever their order.
+        // Ordinary declarations keep their effect in any order.
         {document("<!ENTITY a 'x&b;x'><!ENTITY b 'y<s/>'>", "<r>&a;</r>"), "<rxy<sx"},
         {document(x + "<!ATTLIST r d CDATA '&a;1'>", "<r e='&a;'/>"), "<r ex dx1"},
         {document(nested(3, 10, "&#37;") + "%e3;" + x, "<r>&a;</r>"), "<rx"},
@@ -78,7 +78,7 @@ TEST(Sax, Documents)
         {"<!DOCTYPE r " + file + " [" + x + "]><r>&a;&e;</r>", "<rx"},
         {document("<!ENTITY e " + file + ">", "<r>&e;</r>"), "<r!"},
         {document("<!ENTITY % p " + file + ">%p;", "<r>&e;</r>"), "!"},
-        // What would expand without bounds is refused.
+        // Unbounded expansion is refused.
         {document("<!ATTLIST s" + implied + ">", "<r>" + repeated("<s/>", 20000) + "</r>"), "!"},
         {document(nested(9, 10, "&"), "<r>&e9;</r>"), "!"},
         {document(nested(9, 10, "&#37;") + "%e9;", "<r/>"), "!"},
@@ -87,12 +87,12 @@ TEST(Sax, Documents)
         {document("<!ENTITY e '" + repeated("<s/>", 100) + "'><!ATTLIST s a CDATA " + big + ">",
                   "<r>&e;</r>"),
          "!"},
-        // So it is in any encoding, whose references are found or taken for the worst.
+        // Also in other encodings: the worst case is assumed where references cannot be found.
         {many, "!"},
         {utf16(many), "!"},
         {version + "encoding='UTF-7'?>" + hidden, "!"},
         {version + repeated(" ", 3000) + "encoding='UTF-7'?>" + hidden, "!"},
-        {version + "encoding='ibm-1200'?>" + many, "!"}, // which does not read its declaration
+        {version + "encoding='ibm-1200'?>" + many, "!"}, // cannot encode its own declaration
         {"\xEF\xBB\xBF" + version + "encoding='IBM037'?>" + many, "!"}};
     for (const auto& [text, result] : cases) {
         Recorder handler;
@@ -101,7 +101,7 @@ TEST(Sax, Documents)
     }
 }
 
-TEST(Sax, LinesLaterParsesAndProblems)
+TEST(Sax, DocumentsInLinesAndLaterParsesAndProblems)
 {
     Recorder handler;
     EXPECT_NO_THROW(handler.throwLastError());
@@ -128,7 +128,7 @@ TEST(Sax, ThreadsAndProblemsThatOutliveTheirParser)
             try {
                 Recorder handler;
                 CCmnSaxParser(&handler).parse(document("<!ENTITY a 'x'>", "<r>&a;\n</s>"));
-                EXPECT_THROW(handler.throwLastError(), SAXParseException); // and once more
+                EXPECT_THROW(handler.throwLastError(), SAXParseException); // each time
                 handler.throwLastError();
                 ADD_FAILURE() << "the problem is gone";
             } catch (const SAXParseException& problem) {
@@ -136,7 +136,7 @@ TEST(Sax, ThreadsAndProblemsThatOutliveTheirParser)
             }
         }
     });
-    // Every use of Xerces-C has been given back.
+    // The last parser has terminated Xerces-C.
     EXPECT_EQ(nullptr, xercesc::XMLPlatformUtils::fgMemoryManager);
 }
 

@@ -1,5 +1,5 @@
-// See scripted_platform.h. Handles are numbers; nothing of the system is touched. What can run out
-// of memory in the real platform allocates here too, once, before anything has changed.
+// See scripted_platform.h. Handles are numbers; no system call is made. An operation that can run
+// out of memory in the real platform also allocates here, once, before it changes anything.
 #include "scripted_platform.h"
 
 #include "support/allocationfault.h"
@@ -18,14 +18,14 @@ namespace
 
 constexpr DWORD error = 13, child = 4711;
 
-// Takes note of a call, and tells whether it succeeds.
-bool does(const char* operation, long detail = 0)
+// Records a call, and returns whether it works.
+bool works(const char* operation, long detail = 0)
 {
     const AllocationFaultPause pause;
     Details& calls = script.calls[operation];
     calls.push_back(detail);
-    const bool fails = script.operation == operation &&
-                       (script.onwards ? calls.size() >= script.call : calls.size() == script.call);
+    const bool isDue = script.laterToo ? calls.size() >= script.call : calls.size() == script.call;
+    const bool fails = isDue && script.operation == operation;
     script.lastError = fails ? error : script.lastError;
     return !fails;
 }
@@ -33,7 +33,7 @@ bool does(const char* operation, long detail = 0)
 HANDLE give(const char* operation, HANDLE onFailure = nullptr)
 {
     static std::uintptr_t next = 100;
-    const bool good = does(operation);
+    const bool good = works(operation);
     return good ? *script.open.insert(reinterpret_cast<HANDLE>(next += 4)).first : onFailure;
 }
 
@@ -58,7 +58,7 @@ BOOL start(const char* how, PROCESS_INFORMATION* information)
     if (!process)
         return false;
     const AllocationFaultPause pause;
-    // As good a number as any other for the thread.
+    // Any unique number serves as the thread's handle.
     *information = {process, *script.open.insert(information).first, child, child};
     script.childRuns = true;
     return true;
@@ -66,7 +66,7 @@ BOOL start(const char* how, PROCESS_INFORMATION* information)
 
 DWORD waited(const char* how, long woken)
 {
-    if (!does(how))
+    if (!works(how))
         return WAIT_FAILED;
     script.childRuns = script.childRuns && woken != WAIT_OBJECT_0;
     return static_cast<DWORD>(woken);
@@ -74,7 +74,7 @@ DWORD waited(const char* how, long woken)
 
 NTSTATUS changeRight(const char* how, LSA_HANDLE policy, LSA_UNICODE_STRING right, bool added)
 {
-    const bool good = does(how) && script.open.count(policy) > 0;
+    const bool good = works(how) && script.open.count(policy) > 0;
     EXPECT_EQ(std::wstring(right.Buffer, right.Length / sizeof(wchar_t)), L"SeBatchLogonRight");
     EXPECT_EQ(right.MaximumLength, right.Length + sizeof(wchar_t));
     script.entitled = good ? added : script.entitled;
@@ -88,13 +88,13 @@ DWORD GetLastError() { return script.lastError; }
 DWORD FormatMessageW(DWORD, const void*, DWORD code, DWORD, wchar_t* buffer, DWORD, std::va_list*)
 {
     static wchar_t text[] = L"scripted error 13";
-    if (!does(__func__) || code != error)
+    if (!works(__func__) || code != error)
         return 0;
     *reinterpret_cast<void**>(buffer) = *script.open.insert(text).first;
     return 1;
 }
 HLOCAL LocalFree(HLOCAL memory) { return takeBack(memory) ? nullptr : memory; }
-BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && does(__func__); }
+BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && works(__func__); }
 BOOL DuplicateHandle(HANDLE, HANDLE, HANDLE, HANDLE* target, DWORD, BOOL, DWORD)
 {
     const HANDLE former = *target;
@@ -113,24 +113,24 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD
 }
 BOOL readFile(HANDLE, void* buffer, DWORD, DWORD*, OVERLAPPED* overlapped)
 {
-    script.what = does("ReadFile") ? next(script.reads, Script::broken) : Script::failed;
+    script.outcome = works("ReadFile") ? next(script.reads, Script::broken) : Script::failed;
     script.target = static_cast<char*>(buffer);
-    script.lastError = static_cast<DWORD>(-script.what);
-    overlapped->Internal = ERROR_IO_PENDING; // so that the outcome is asked for
-    return script.what >= 0;
+    script.lastError = static_cast<DWORD>(-script.outcome);
+    overlapped->Internal = ERROR_IO_PENDING; // so that the caller asks for the outcome
+    return script.outcome >= 0;
 }
 BOOL overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
-    if (script.what == Script::pending)
-        script.what = next(script.reads, Script::broken);
-    if (!does("GetOverlappedResult"))
-        script.what = Script::failed;
-    script.lastError = static_cast<DWORD>(-script.what);
-    *script.target = static_cast<char>(script.what);
-    *count = script.what >= 0 ? 1 : 0;
-    return script.what >= Script::empty;
+    if (script.outcome == Script::pending)
+        script.outcome = next(script.reads, Script::broken);
+    if (!works("GetOverlappedResult"))
+        script.outcome = Script::failed;
+    script.lastError = static_cast<DWORD>(-script.outcome);
+    *script.target = static_cast<char>(script.outcome);
+    *count = script.outcome >= 0 ? 1 : 0;
+    return script.outcome >= Script::empty;
 }
-BOOL CancelIo(HANDLE) { return does(__func__); }
+BOOL CancelIo(HANDLE) { return works(__func__); }
 BOOL CreateProcessA(const char*, char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD,
                     void*, const char*, STARTUPINFOA*, PROCESS_INFORMATION* information)
 {
@@ -145,13 +145,13 @@ BOOL CreateProcessAsUserA(HANDLE token, const char*, char*, SECURITY_ATTRIBUTES*
 BOOL GetExitCodeProcess(HANDLE, DWORD* status)
 {
     *status = script.exitStatus;
-    return does(__func__);
+    return works(__func__);
 }
-BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD id) { return id == child && does("Stop", event); }
+BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD id) { return id == child && works("Stop", event); }
 BOOL TerminateProcess(HANDLE, UINT status)
 {
-    script.childRuns = false; // as far as a runner can care
-    return does("Stop", status);
+    script.childRuns = false; // to the runner it has ended
+    return works("Stop", status);
 }
 DWORD WaitForSingleObject(HANDLE, DWORD milliseconds)
 {
@@ -165,8 +165,8 @@ DWORD WaitForMultipleObjectsEx(DWORD, const HANDLE*, BOOL, DWORD milliseconds, B
 }
 BOOL GetVersionExW(OSVERSIONINFOW* information)
 {
-    *information = {0, 0, 0, 1057, VER_PLATFORM_WIN32_NT, {}}; // the lowest build that will do
-    return does(__func__);
+    *information = {0, 0, 0, 1057, VER_PLATFORM_WIN32_NT, {}}; // the oldest supported build
+    return works(__func__);
 }
 BOOL LogonUserA(const char*, const char*, const char*, DWORD type, DWORD, HANDLE* token)
 {
@@ -178,7 +178,7 @@ BOOL LogonUserA(const char*, const char*, const char*, DWORD type, DWORD, HANDLE
 BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD, DWORD*)
 {
     static_cast<TOKEN_USER*>(buffer)->User.Sid = buffer;
-    return does(__func__);
+    return works(__func__);
 }
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, DWORD, LSA_HANDLE* policy)
 {
@@ -190,7 +190,7 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID, LSA_UNICODE_STRING**
 {
     static wchar_t names[2][20] = {L"SeOtherRight", L"SeBatchLogonRight"};
     static LSA_UNICODE_STRING list[2] = {{48, 52, names[0]}, {68, 72, names[1]}};
-    if (!does(__func__) || script.open.count(policy) == 0)
+    if (!works(__func__) || script.open.count(policy) == 0)
         return 1;
     script.open.insert(*rights = list);
     *count = script.entitled ? 2 : 1;
@@ -213,10 +213,10 @@ void GetSystemTime(SYSTEMTIME*) {}
 BOOL SystemTimeToFileTime(const SYSTEMTIME*, FILETIME* ticks)
 {
     static DWORD now = 0;
-    ticks->dwLowDateTime = now += 100; // 10 microseconds a look
+    ticks->dwLowDateTime = now += 100; // 10 microseconds per call
     return true;
 }
 void setRightsFile(const char*) {}
-void Sleep(DWORD) { does(__func__); }
+void Sleep(DWORD) { works(__func__); }
 
 } // namespace tarnix_platform

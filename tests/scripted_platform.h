@@ -1,5 +1,5 @@
-// A second implementation of the platform's process side, in which every operation does what a test
-// tells it: rows of failure that a real system does not give on demand.
+// A second implementation of the platform's process functions. Each operation follows the script of
+// a test, also in failures that a real system does not produce on demand.
 #ifndef TARNIX_SCRIPTED_PLATFORM_H
 #define TARNIX_SCRIPTED_PLATFORM_H
 
@@ -13,31 +13,31 @@
 using Details = std::vector<long>;
 
 struct Script {
-    // What one read meets: a byte or one of these, which are the negated errors. The outcome of a
-    // pending read is the next one, which alone may be empty.
+    // The outcome of a read: a byte, or one of these negated error codes. A pending read takes the
+    // next outcome; only that one may be empty.
     static constexpr long empty = -1, failed = -13, broken = -109, pending = -997;
 
-    // How a run goes.
-    Details reads{};     // when none is left: broken
-    Details readWaits{}; // for the child's end or a byte; when none is left: a byte
-    Details endWaits{};  // for its end only; when none is left: ended
-    long test = tarnix_platform::WAIT_TIMEOUT; // of its end, a wait with time 0
+    // What happens during a run.
+    Details reads{};     // after the last one: broken
+    Details readWaits{}; // for the child's end or a byte; after the last one: a byte
+    Details endWaits{};  // for its end only; after the last one: ended
+    long test = tarnix_platform::WAIT_TIMEOUT; // of a wait for its end with timeout 0
     tarnix_platform::DWORD exitStatus = 0;
-    bool entitled = false; // the one account has the right to batch logons
-    bool busy = false;     // another runner holds a right that it has added
+    bool entitled = false; // the account has the right to log on as a batch job
+    bool busy = false;     // another runner holds the lock of added rights
 
-    // What fails, with error 13: a call of an operation, counted from 1; with `onwards` all behind
-    // it too.
+    // The call, counted from 1, of an operation that fails with error 13; with `laterToo` all later
+    // calls fail too.
     std::string_view operation{};
     std::size_t call = 1;
-    bool onwards = false;
+    bool laterToo = false;
 
-    // What happened.
-    std::map<std::string, Details> calls{}; // of each, the signal or status if it has one
-    std::set<void*> open{};                 // handles, and memory of the platform
+    // What the run did.
+    std::map<std::string, Details> calls{}; // the signal or status of each, if it has one
+    std::set<void*> open{};                 // handles and memory that are not released yet
     bool childRuns = false;
-    char* target = nullptr; // of the last read,
-    long what = 0;          // and what it meets
+    char* target = nullptr; // of the last read
+    long outcome = 0;       // of the last read
     tarnix_platform::DWORD lastError = 0;
 };
 

@@ -1,5 +1,5 @@
-// A long mixed use on eight threads: soak SECONDS. Every result is checked; resident memory,
-// descriptors and children must stay what they were once everything has been used for a while.
+// soak SECONDS: uses the library in many ways on eight threads, and checks each result. After a
+// warm-up, memory, descriptors and children must not grow.
 #include "cmnconfiguration.h"
 #include "cmnmessage.h"
 #include "cmnmsgdgst5.h"
@@ -21,7 +21,7 @@ namespace
 std::atomic<long> g_checks{0};
 std::atomic<std::size_t> g_lines{0};
 
-// A failure ends everything, and leaves its files.
+// A failure ends the process at once, so that its files can be inspected.
 void require(bool holds, const char* what)
 {
     ++g_checks;
@@ -37,18 +37,18 @@ void useTexts(int round)
                                           icu::Formattable(icu::UnicodeString(u"gr\u00fcn"))};
     CCmnIcuMessage sent("SOAK_KEY", arguments, 2, tarnix_eseverity{2}, "file", round);
     const tstr text = CCmnIcuMessage(sent.serialize()).formatMessage(L"{1}: {0,number,#}");
-    require(text == (L"gr\u00fcn: " + std::to_wstring(round)).c_str(), "a message's text");
+    require(text == (L"gr\u00fcn: " + std::to_wstring(round)).c_str(), "wrong text of a message");
 
     CCmnMessageDigest5 digest;
     digest.Update(reinterpret_cast<const unsigned char*>("abc"), 3);
     digest.Finalize();
     require(digest.GetAnsiMessageDigest() == std::string("900150983cd24fb0d6963f7d28e17f72"),
-            "a digest");
+            "wrong digest");
 
     CCmnSaxParseHandler handler;
     CCmnSaxParser parser(&handler);
     parser.parse("<a><b c='" + std::to_string(round) + "'>&lt;</b></a>");
-    require(!handler.hasLastError(), "an XML text");
+    require(!handler.hasLastError(), "XML was not parsed");
 }
 
 void useSystem(const std::wstring& directory, const std::wstring& name, int round)
@@ -56,20 +56,21 @@ void useSystem(const std::wstring& directory, const std::wstring& name, int roun
     CCmnConfiguration writer(directory.c_str(), name.c_str(), false);
     ACE_Configuration_Section_Key section;
     const auto number = static_cast<unsigned int>(round);
-    require(writer.openSection(L"a\\b", section, 1) == 0, "a section");
-    require(writer.setIntegerValue(L"number", number) == 0, "a new value");
-    require(writer.exportConfig() == 0, "an export");
+    require(writer.openSection(L"a\\b", section, 1) == 0, "cannot create a section");
+    require(writer.setIntegerValue(L"number", number) == 0, "cannot set a value");
+    require(writer.exportConfig() == 0, "cannot export settings");
     CCmnConfiguration reader(directory.c_str(), name.c_str(), true);
     unsigned int got = 0;
-    require(reader.getIntegerValue(L"a\\b", L"number", got) == 0 && got == number, "a setting");
+    require(reader.getIntegerValue(L"a\\b", L"number", got) == 0 && got == number, "wrong setting");
 
     const std::string last = std::to_string(1 + round % 1000), status = std::to_string(round % 3);
     const Outcome outcome = run("/bin/sh -c 'seq " + last + "; exit " + status + "'");
-    require(std::to_string(outcome.lines.size()) == last && outcome.lines.back() == last, "lines");
-    require(outcome.status == round % 3, "the status of a command");
+    require(std::to_string(outcome.lines.size()) == last && outcome.lines.back() == last,
+            "wrong output");
+    require(outcome.status == round % 3, "wrong exit status");
 }
 
-// Eight threads for a while. Returns the memory in use at its end, in KiB.
+// Uses the library on eight threads. Returns the resident memory at the end, in KiB.
 long useFor(int seconds, const std::wstring& directory)
 {
     const auto before = processState();
@@ -91,7 +92,7 @@ long useFor(int seconds, const std::wstring& directory)
     std::ifstream("/proc/self/statm") >> total >> resident;
     stop = true;
     users.join();
-    require(processState() == before, "no descriptor and no child is left");
+    require(processState() == before, "a descriptor or a child is left");
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
@@ -102,18 +103,17 @@ int main(int argc, char** argv)
     const int seconds = argc > 1 ? std::atoi(argv[1]) : 120;
     const ScratchInstallation scratch;
     scratch.makeDirectory("ConfigFiles");
-    const CCmnSaxLibrary library; // Xerces-C starts once, not with every parser
-    const long early =
-        useFor(seconds / 4 + 1, scratch.widePath()); // everything has been used by then
+    const CCmnSaxLibrary library; // initialises Xerces-C once, not with each parser
+    const long early = useFor(seconds / 4 + 1, scratch.widePath()); // the warm-up
     const long late = useFor(seconds - seconds / 4, scratch.widePath());
-    // What the heaps of eight threads may still move.
-    require(late <= early + 4096, "resident memory is flat");
+    // The heaps of eight threads still vary a little.
+    require(late <= early + 4096, "resident memory grows");
     const Lines lines = scratch.readLines("shared.log");
     for (const std::string& line : lines) {
         const std::size_t at = line.find(" line ");
-        require(at != std::string::npos && line.find(" soak") < at, "a trace line is whole");
+        require(at != std::string::npos && line.find(" soak") < at, "a trace line is torn");
     }
-    require(lines.size() == g_lines, "every trace line is there");
+    require(lines.size() == g_lines, "a trace line is missing");
     std::printf("soak: %ld results checked, %zu trace lines, resident %ld then %ld KiB\n",
                 g_checks.load(), lines.size(), early, late);
 }

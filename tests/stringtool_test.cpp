@@ -1,4 +1,4 @@
-// The text toolbox where the fuzzers do not go, and where they cannot know what is right.
+// The text functions where the fuzzers do not reach, or have nothing to compare with.
 #include "cmnstringtool.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
@@ -17,7 +17,7 @@ TEST(StringTool, ConvertsAndCopiesUpToAZero)
 {
     EXPECT_EQ(Tool::tstr2ustr(Tool::wstr2tstr({L'a', -1, 0x110000, 0x10FFFF})),
               icu::UnicodeString(u"a\uFFFD\uFFFD\U0010FFFF"));
-    const tstr cut(L"ab\0c", 4), open(L"abc", 2, nullptr, false); // not terminated there
+    const tstr cut(L"ab\0c", 4), open(L"abc", 2, nullptr, false); // not terminated
     for (const tstr* text : {&cut, &open}) {
         EXPECT_EQ(Tool::tstr2ustr(*text), icu::UnicodeString(u"ab"));
         EXPECT_EQ(Tool::tstr2str(*text), "ab");
@@ -41,12 +41,12 @@ TEST(StringTool, ConvertsAndCopiesUpToAZero)
     EXPECT_EQ(list[0] + std::wstring(L"|") + list[1], L"|b");
     EXPECT_EQ(list[2], nullptr);
     Tool::tstrfreelist(list);
-    Tool::tstrfreelist(list); // null by now
+    Tool::tstrfreelist(list); // it is null now
 }
 
-TEST(StringTool, ConvertsLongTextsInPiecesOfWholeCharacters)
+TEST(StringTool, ConvertsLongTextsWithoutSplittingCharacters)
 {
-    for (const std::string start : {"", "a"}) { // one cuts a character, one a surrogate pair
+    for (const std::string start : {"", "a"}) { // a block ends within a character, or within a pair
         const std::string text = start + repeated("\U0001F600", 5 << 20);
         const icu::UnicodeString units = Tool::str2ustr(text);
         EXPECT_TRUE(Tool::ustr2str(units) == text);
@@ -55,8 +55,8 @@ TEST(StringTool, ConvertsLongTextsInPiecesOfWholeCharacters)
     }
 }
 
-// Encodings of one, two and three bytes, and one of several characters for one; made here, so that
-// it does not matter what the machine has installed.
+// Encodings with one to three bytes per character, and one in which one character becomes two. The
+// test compiles the locales: it does not depend on those that the machine has.
 TEST(StringTool, ConvertsAsTheLocaleDoes)
 {
     const ScratchDirectory scratch;
@@ -78,7 +78,7 @@ TEST(StringTool, ConvertsAsTheLocaleDoes)
             narrow += narrow;
             wide += wide;
         }
-        narrow.pop_back(); // but for the first encoding, a cut character
+        narrow.pop_back(); // in all but the first encoding this cuts a character
         EXPECT_EQ(Tool::str2wstr(narrow).size(), encoding[0] == 'I' ? narrow.size() : 0);
     }
     std::setlocale(LC_ALL, "C");
@@ -130,7 +130,7 @@ TEST(StringTool, TokensLinesAndCase)
         EXPECT_FALSE(Tool::isIpAddress(other)) << other;
     EXPECT_TRUE(Tool::isDigit("") && !Tool::isDigit("12\0"s));
 
-    // The offset and the line.
+    // Returns the offset and the line.
     const auto find = [](const char* pattern, std::size_t at, bool trim) {
         const auto offset =
             static_cast<long>(Tool::find({"one x ", "two", "x \r\n", "x y \t"}, pattern, at, trim));
@@ -145,7 +145,7 @@ TEST(StringTool, TokensLinesAndCase)
     EXPECT_FALSE(Tool::CompareNoCase("@[ab", "`{ab") || Tool::CompareNoCase("@[ab", "@[abc"));
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
     EXPECT_TRUE(Tool::CompareNoCase(L"\u00C4\u0429", L"\u00E4\u0449"));
-    EXPECT_FALSE(Tool::CompareNoCase(L"\u00D7", L"\u00F7")); // no letters
+    EXPECT_FALSE(Tool::CompareNoCase(L"\u00D7", L"\u00F7")); // not letters
     std::setlocale(LC_ALL, "C");
     EXPECT_EQ(Tool::tostrupper("aZ{\0z"s) + Tool::tostrlower("Z[\0\xC4"s), "AZ{\0Zz[\0\xC4"s);
     EXPECT_EQ(Tool::tostrupper(L"aZ[{\0z"s) + Tool::tostrlower(L"aZ[\0Z"s), L"AZ[{\0Zaz[\0z"s);
@@ -158,7 +158,7 @@ TEST(StringTool, TrimsReplacesAndEscapes)
     EXPECT_EQ(Tool::trim("xbax", "xa") + Tool::trim(" a ", "") + Tool::ltrim(" \0b"s, " "), "b a ");
     EXPECT_EQ(Tool::trim(" a\0b "s, nullptr), " a\0b "s);
 
-    EXPECT_EQ(Tool::searchreplace("a\0b\0b"s, "\0b"s, "c"), "acc"); // else as the fuzzer knows
+    EXPECT_EQ(Tool::searchreplace("a\0b\0b"s, "\0b"s, "c"), "acc"); // others: see the fuzzer
     EXPECT_EQ(Tool::convertToXmlSpecialCharacters("&<>\"'\0<"s), "&amp;&lt;&gt;&quot;&#39;");
     EXPECT_EQ(Tool::convertFromXmlSpecialCharacters("&#39&&a&l\0&lt;"s), "&#39&&a&l");
     EXPECT_EQ(Tool::xmlBracketValue("a&", "x<y"), "\t<a&>x&lt;y</a&>\n");

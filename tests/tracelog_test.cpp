@@ -1,4 +1,4 @@
-// The trace log: its states, where its settings come from, and what stands in its file.
+// The trace log: its states, the sources of its settings, and the content of its file.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
 #include "support/scratchinstallation.h"
@@ -22,7 +22,7 @@ struct TraceLog : testing::Test {
             scratch.makeDirectory(directory);
     }
 
-    // What was printed since the capture began, and written, with "@" for each time.
+    // What was printed since the capture began and what was written, with "@" for each time stamp.
     std::string output()
     {
         const std::string text = testing::internal::GetCapturedStdout() + scratch.read(file);
@@ -56,10 +56,10 @@ struct TraceLog : testing::Test {
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log{true};
 };
 
-TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
+TEST_F(TraceLog, SettingsFromTheFileTheArgumentsAndTheSibling)
 {
     const struct {
-        const char *conf, *sibling, *dir; // the directory is under the scratch one
+        const char *conf, *sibling, *dir; // the directory is in the scratch directory
         const wchar_t* file;
         bool toStdout, isCopied;
         int atStart, then;
@@ -72,7 +72,7 @@ TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
         {"STDOUT\"=dword:0", "=-7", "y", L"", true, true, 0, 9, "Logs/t.log", ""},
         {"STDOUT\"=dword:1", "", "x", L"\u00FC", false, false, 1, 9, "x/\xC3\xBC",
          "OUT\"=dword:00000000"}};
-    std::setlocale(LC_ALL, "C.UTF-8"); // by which a name beyond ASCII goes
+    std::setlocale(LC_ALL, "C.UTF-8"); // a name beyond ASCII needs it
     for (const auto& c : cases) {
         scratch.write(kConf, std::string("[DEBUG_TRACE_INFO]\n\"TRACE") + c.conf + "\n");
         scratch.write("Orvane/Stellgard/sgdlog.conf",
@@ -88,7 +88,7 @@ TEST_F(TraceLog, SettingsOfFileArgumentsAndSibling)
     std::setlocale(LC_ALL, "C");
 }
 
-TEST_F(TraceLog, EachChangeOfTheStoreCountsForTheNextLine)
+TEST_F(TraceLog, AChangedStoreAppliesToTheNextLine)
 {
     const auto expectLevels = [&](int atOnce, int later) {
         EXPECT_EQ(level(), atOnce);
@@ -96,11 +96,11 @@ TEST_F(TraceLog, EachChangeOfTheStoreCountsForTheNextLine)
         EXPECT_EQ(level(), later);
         EXPECT_EQ(traced(later, "%s", "in"), log.get()->isInitialized() ? "@in\n" : "") << later;
     };
-    expectLevels(12345, 1); // not initialised, which makes a section without values
+    expectLevels(12345, 1); // not initialised; creates a section without values
     start(L"", L"", 5);
     expectLevels(0, 5);
     scratch.write(kConf, "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:4\n");
-    log.get()->UpdateTraceLevelFromConfigFile(); // from the store, in spite of its name
+    log.get()->UpdateTraceLevelFromConfigFile(); // reads the store, in spite of its name
     expectLevels(5, 5);
     tstr dir, name;
     int given = 3;
@@ -109,10 +109,10 @@ TEST_F(TraceLog, EachChangeOfTheStoreCountsForTheNextLine)
     std::filesystem::remove_all(scratch.path("ConfigFiles"));
     scratch.write("ConfigFiles", "a file");
     EXPECT_NE(log.get()->updateConfigFile(dir, name, 3), 0);
-    expectLevels(4, 3); // in the store all the same
+    expectLevels(4, 3); // the store has changed even so
 }
 
-TEST_F(TraceLog, FilesThatCannotBeUsedAndTexts)
+TEST_F(TraceLog, UnusableFilesAndTexts)
 {
     scratch.makeDirectory("Logs/t.log");
     const std::string dir = scratch.path("Logs/");
@@ -126,11 +126,11 @@ TEST_F(TraceLog, FilesThatCannotBeUsedAndTexts)
         EXPECT_EQ(traced(1, "%s9", text.c_str()), "@" + text + "9\n") << length;
     }
     EXPECT_EQ(traced(1, nullptr) + traced(1, ""), "");
-    EXPECT_EQ(traced(1, "cut%cbehind", 0), "@cut\n");
-    EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not in the C locale
+    EXPECT_EQ(traced(1, "cut%crest", 0), "@cut\n");
+    EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not representable in the C locale
     EXPECT_NE(start(scratch.widePath(), L"x", 1, true), "");
-    EXPECT_EQ(traced(1, "copy"), "t:@copy\n"); // it is initialised for good
-    // The locale cannot express this name, so there is no configuration file either.
+    EXPECT_EQ(traced(1, "copy"), "t:@copy\n"); // it stays initialised
+    // The name is not representable in the locale, so there is no configuration file either.
     log.get()->initialize(L"\xE4", scratch.widePath("x").c_str(), L"f", 1, true);
     EXPECT_EQ(traced(1, "x"), "\xC3\xA4:@x\n@x\n");
 }

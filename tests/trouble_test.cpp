@@ -1,4 +1,5 @@
-// Real trouble: what runs out, goes away, stands still or meets another process during use.
+// Failures of a real system: full disks, no descriptors, missing permissions, a clock that is set
+// back, and another process on the same files.
 #include "cmnconfiguration.h"
 #include "cmntracelog.h"
 #include "fixture.h"
@@ -12,9 +13,9 @@
 
 #include <set>
 
-static long g_daysBack = 0; // from then on one more with each look at the clock
+static long g_daysBack = 0; // if it is not 0, each call sets the clock back by another day
 
-// The clock of the day for everything in this program; clocks for waits are left alone.
+// Replaces the real-time clock of this program; the clocks for waits stay as they are.
 extern "C" [[gnu::visibility("default")]] int clock_gettime(clockid_t id, timespec* now) noexcept
 {
     const long result = syscall(SYS_clock_gettime, id, now);
@@ -29,7 +30,7 @@ namespace
 {
 
 struct Trouble : LeakCheck {
-    // Whether a value of this text was exported, and one can be read then.
+    // Whether this text could be exported, and the file can be read afterwards.
     bool save(const wchar_t* file, const std::wstring& text) const
     {
         const std::wstring directory = m_Scratch.widePath();
@@ -47,10 +48,10 @@ struct Trouble : LeakCheck {
     const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> m_Log{true};
 };
 
-TEST_F(Trouble, NoDescriptorIsLeft)
+TEST_F(Trouble, OutOfDescriptors)
 {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer needs a descriptor to look at an object's type";
+    GTEST_SKIP() << "the sanitizer needs a descriptor to check the type of an object";
 #endif
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -58,20 +59,21 @@ TEST_F(Trouble, NoDescriptorIsLeft)
     std::set<int> results;
     for (; results.count(0) == 0; ++low.rlim_cur) {
         setrlimit(RLIMIT_NOFILE, &low);
-        const Outcome outcome = run("/bin/echo well");
-        EXPECT_EQ(outcome.lines == Lines{"well"}, outcome.result == 0) << low.rlim_cur;
+        const Outcome outcome = run("/bin/echo good");
+        EXPECT_EQ(outcome.lines == Lines{"good"}, outcome.result == 0) << low.rlim_cur;
         results.insert(outcome.result);
     }
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(results, (std::set<int>{0, 1, 3}));
 }
 
-// Settings that he may not write stay. Another's that he may write are replaced, and then the group
-// may do no more than all others; or written in place, where the directory may not be written. And
-// there is no process left for him.
-TEST_F(Trouble, AUserWhoMayDoLittle)
+// A user without rights exports settings. A file that the user cannot write stays. Another user's
+// writable file is replaced, and then its group gets no more permissions than all others have; or,
+// in a directory that the user cannot write, it is written in place. Then the user reaches the
+// limit of processes.
+TEST_F(Trouble, AnUnprivilegedUser)
 {
-    if (mustSkip(geteuid() == 0 ? "" : "it needs root"))
+    if (mustSkip(geteuid() == 0 ? "" : "needs root"))
         GTEST_SKIP();
     m_Scratch.makeDirectory("open");
     m_Scratch.write("open/fixed", "");
@@ -94,9 +96,9 @@ TEST_F(Trouble, AUserWhoMayDoLittle)
               std::filesystem::perms(0666));
 }
 
-// A trace line that finds no room is lost, but none after it, even if the file goes away; the old
-// settings survive an export that finds none.
-TEST_F(Trouble, NoRoomOnTheDisk)
+// A trace line is lost while the disk is full, but no later one, even if the file is removed. The
+// old settings survive a failed export.
+TEST_F(Trouble, TheDiskIsFull)
 {
     const std::string full = m_Scratch.path("full");
     m_Scratch.makeDirectory("full");
@@ -108,12 +110,12 @@ TEST_F(Trouble, NoRoomOnTheDisk)
     std::ofstream(full + "/filler") << std::string(128 * 1024, 'f'); // not all of it
     EXPECT_FALSE(save(L"full/t", std::wstring(8000, L't')));
     EXPECT_EQ(m_Scratch.read("full/t"), "[s]\n\"a\"=\"old\"\n");
-    EXPECT_EQ(m_Scratch.entries("full"), 3); // and the filler
+    EXPECT_EQ(m_Scratch.entries("full"), 3); // the filler too
     m_Log.get()->trace(1, "lost");
     for (const char* file : {"/filler", "/t.log"})
         std::filesystem::remove(full + file);
-    m_Log.get()->trace(1, "room again");
-    EXPECT_NE(m_Scratch.read("full/t.log").find(" room again\n"), std::string::npos);
+    m_Log.get()->trace(1, "space again");
+    EXPECT_NE(m_Scratch.read("full/t.log").find(" space again\n"), std::string::npos);
     EXPECT_EQ(umount(full.c_str()), 0);
 }
 
@@ -124,12 +126,12 @@ TEST_F(Trouble, TheClockIsSetBackDuringARun)
     g_daysBack = 0;
 }
 
-// Two host processes write to one trace file and export one file of settings.
+// Two processes write to the same trace file and export the same settings.
 TEST_F(Trouble, TwoProcessesOnTheSameFiles)
 {
     constexpr std::size_t count = 5000;
     m_Log.get()->initialize(L"t", m_Scratch.widePath().c_str(), L"t.log", 1, false);
-    const auto host = [this](const wchar_t* name) {
+    const auto writer = [this](const wchar_t* name) {
         for (std::size_t i = 0; i < count; ++i)
             m_Log.get()->trace(1, "%ls %zu", name, i);
         bool good = true;
@@ -137,8 +139,8 @@ TEST_F(Trouble, TwoProcessesOnTheSameFiles)
             good = save(L"t.settings", name) && good;
         return good;
     };
-    const pid_t other = forkChild([&] { return host(L"left"); });
-    EXPECT_TRUE(host(L"right"));
+    const pid_t other = forkChild([&] { return writer(L"left"); });
+    EXPECT_TRUE(writer(L"right"));
     EXPECT_EQ(waitForChild(other), 0);
     const Lines lines = m_Scratch.readLines("t.log");
     for (const std::string& line : lines)

@@ -1,5 +1,5 @@
-// The scanner: a table of what it reads otherwise than the standard one, and what it leaves of a
-// source. Where the two agree, the fuzzer compares them.
+// The scanner: how it differs from the standard one, and how far it reads a source. The fuzzer
+// compares the two where they agree.
 #include "TX_sscanf.h"
 
 #include <gtest/gtest.h>
@@ -9,16 +9,16 @@
 #include <tuple>
 #include <vector>
 
-TEST(TxScan, ReadsInItsOwnWay)
+TEST(TxScan, DiffersFromTheStandard)
 {
     const std::string nines(600, '9');
-    // Text, format, the size of each target as it is told, and the outcome: the result, and behind
-    // it the bytes of each target that was written to, with dots for zeros. An int of 65 is "A...".
+    // Text, format, the size passed for each target, and the outcome: the result, followed by the
+    // bytes of each target that was written, with dots for zeros. An int of 65 is "A...".
     const std::tuple<const char*, const char*, int, std::string> cases[] = {
         // Ends of the input and of the format.
         {"65", "%d%5l", 64, "-1|A..."},
         {"ab", "%[^", 64, "1|ab."},
-        // A literal that skips nothing, and a character whatever the width.
+        // A literal percent sign skips no space; %c reads one character for any width.
         {"65 %", "%d%%", 64, "1|A..."},
         {"65%ab", "%d%%%5c%c", 64, "3|A...|a|b"},
         // Text fields and their sizes.
@@ -30,11 +30,11 @@ TEST(TxScan, ReadsInItsOwnWay)
         // Sets.
         {"z-abcdef\xff\x80", "%[z-a]%[a-c-e]f%[\xff-\xff]%[^\x7f-\xff]", 64, "3|z-a.|bcde.|\xff."},
         {"ab7", "%*[a-z]%c", 64, "1|7"},
-        // Integers: prefixes, widths, what is given back, saturation.
+        // Integers: prefixes, widths, characters that are put back, saturation.
         {"0x1F 0x 0x41", "%2i%*s%xx%n%i", 64, "3|....|....|\7...|A..."},
         {nines.c_str(), "%999I64d%n%d%n", 64,
          "2|\xff\xff\xff\xff\xff\xff\xff\x7f|.\2..|\xff\xff\xff\xff|X\2.."},
-        // Sizes of number targets: the first flag by rank counts, not by place. The last two are
+        // Sizes of number targets: flags count by rank, not by position. The last two are
         // unknown directives.
         {"65 66 67 68", "%lhd%hlld%lljd%hD", 64, "4|A...|B.......|C...|D..."},
         {"101 0x41 66 67", "%hO%p%hy%hA", 64, "4|A...|A.......|B.|C..."},
@@ -58,7 +58,7 @@ TEST(TxScan, ReadsInItsOwnWay)
     EXPECT_EQ(TX_sscanf(nullptr, "x"), -1);
 }
 
-TEST(TxScan, LeavesASourceBehindWhatWasRead)
+TEST(TxScan, LeavesASourceAfterTheCharactersThatWereRead)
 {
     std::va_list none = {};                                     // no directive stores
     const unsigned char bytes[] = {'4', '2', ' ', 0, 'x', '7'}; // not terminated

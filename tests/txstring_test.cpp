@@ -1,5 +1,5 @@
-// The bounded text functions: every combination of small sizes against a plain model, and where
-// they differ from the standard's. Where they agree with it, the fuzzers compare them.
+// The bounded text functions: all combinations of small sizes against a simple model, and where
+// they differ from the standard functions. The fuzzers compare the two where they agree.
 #include "TX_strings.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <tuple>
 #include <vector>
 
-// The sanitizers let memory run out, as the system does.
+// Makes the sanitizers return null when an allocation fails, as the system does.
 extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() noexcept
 {
     return "allocator_may_return_null=1";
@@ -21,7 +21,7 @@ __tsan_default_options() noexcept;
 namespace
 {
 
-// `result` is the length of what is written: padded it may be more than what is taken.
+// `result` is the number of characters written: with padding it can exceed the number copied.
 template <typename Text, typename Call>
 void check(Call call, const std::vector<std::size_t>& counts, bool appends, bool pads)
 {
@@ -34,7 +34,7 @@ void check(Call call, const std::vector<std::size_t>& counts, bool appends, bool
         Text target = Text(used, 'A') + Text(1, '\0') + Text(9 - used, '#'), model = target;
         if (kept < size)
             model.replace(kept, result + 1, Text(taken, 'a') + Text(result + 1 - taken, '\0'));
-        // Without a terminator where no more may be read.
+        // No terminator where the function must not read one.
         const bool ends = length == 0 || length < std::min(room, count);
         std::vector<typename Text::value_type> source(length + ends);
         std::fill_n(source.begin(), length, 'a');
@@ -74,9 +74,9 @@ TEST(TxString, MeasuresPrintsAndReallocates)
     EXPECT_TRUE(TX_snprintf(text, 0, "x") == -1 && text[0] == '#');
     EXPECT_TRUE(TX_snprintf(text, 5, "%ls", L"\x7FFFFFFF") == 4 && text[0] == '\0');
     EXPECT_TRUE(TX_snwprintf(wide, 0, L"x") == -1 && wide[0] != L'\0');
-    EXPECT_TRUE(TX_snwprintf(wide, SIZE_MAX, L"x") == -1 && wide[0] == L'\0'); // no such buffer
+    EXPECT_TRUE(TX_snwprintf(wide, SIZE_MAX, L"x") == -1 && wide[0] == L'\0'); // an impossible size
 
-    void* block = nullptr; // never left behind
+    void* block = nullptr; // a failure frees it
     for (const std::size_t none : {std::size_t{0}, SIZE_MAX / 2 - 64}) {
         TX_strcpy(static_cast<char*>(TX_realloc(&block, 4)), "abc", 4);
         EXPECT_STREQ(static_cast<char*>(TX_realloc(&block, 100000)), "abc");
@@ -85,7 +85,7 @@ TEST(TxString, MeasuresPrintsAndReallocates)
     EXPECT_EQ(TX_realloc(nullptr, 8), nullptr);
 }
 
-TEST(TxString, ReadsNumbersOtherwiseThanTheStandard)
+TEST(TxString, ReadsSomeNumbersUnlikeTheStandard)
 {
     const std::tuple<const char*, int, std::intmax_t, long> cases[] = {
         {"0xg", 0, 0, 0}, {" -0x", 16, 0, 0},      {"0001", 1, 0, 3},
