@@ -1,14 +1,14 @@
 /// @file
 /// The operations of the platform that the command runner is written against, on POSIX.
 ///
-/// Names, sizes and results are those of the system that the runner's logic was designed on; each
-/// comment tells what the operation does here. Every operation may be called from any thread. One
-/// pipe end is read by one thread at a time: its reads are not serialised.
+/// Names, sizes and results are those of the system that the runner's logic was designed on; the
+/// comments document what each operation does on POSIX. Every operation may be called from any
+/// thread, but only one thread at a time may read from a pipe end: reads are not serialised.
 #ifndef TARNIX_PLATFORM_H
 #define TARNIX_PLATFORM_H
 
-// ACE defines some of the names below as macros for 0 where the system lacks them. They must be
-// gone for good before the constants are declared, or a later include would turn them into zeros.
+// ACE defines some of the names below as macros for 0 where the system lacks them. Its header comes
+// first, so that no later include can define them again and turn the constants into zeros.
 #include <ace/Global_Macros.h>
 #undef FILE_ATTRIBUTE_NORMAL
 #undef FILE_FLAG_OVERLAPPED
@@ -40,9 +40,9 @@ constexpr DWORD INFINITE = 0xFFFFFFFF;
 
 // ---- Errors ------------------------------------------------------------------------------------
 
-/// Errors are errno values, but for these two, which have numbers of their own.
-constexpr DWORD ERROR_BROKEN_PIPE = 109; ///< all writers of a pipe have gone, or its run is over
-constexpr DWORD ERROR_IO_PENDING = 997;  ///< a read goes on
+/// Errors are errno values, except for these two, which have numbers of their own.
+constexpr DWORD ERROR_BROKEN_PIPE = 109; ///< the end of a pipe's data: see ReadFile
+constexpr DWORD ERROR_IO_PENDING = 997;  ///< the read is pending
 
 constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
@@ -55,15 +55,15 @@ constexpr WORD MAKELANGID(WORD primary, WORD sub)
     return static_cast<WORD>((sub << 10) | primary);
 }
 
-/// The error of the calling thread's last operation that failed. Success does not clear it.
+/// The error of the calling thread's last failed operation. Success does not clear it.
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
-/// The system's own text for an error, in English, without a line end. For the calling thread's
-/// last error the text also names what it was about, in front ("cannot enter directory '/x': No
-/// such file or directory"). Only the form with the flags ALLOCATE_BUFFER and FROM_SYSTEM exists:
-/// `buffer` is the address of a wchar_t*, which receives the terminated text; LocalFree frees it.
-/// Returns the length of the text; 0 on failure, with nothing to free.
+/// The system's text for an error, in English, without a newline. For the calling thread's last
+/// error the text starts with what was attempted ("cannot enter directory '/x': No such file or
+/// directory"). Only the form with the flags ALLOCATE_BUFFER and FROM_SYSTEM exists: `buffer` is
+/// the address of a wchar_t*, which receives the terminated text; LocalFree frees it. Returns the
+/// length of the text; 0 on failure, with nothing to free.
 DWORD FormatMessageW(DWORD flags, const void* source, DWORD error, DWORD language, wchar_t* buffer,
                      DWORD size, std::va_list* arguments);
 
@@ -74,26 +74,26 @@ HLOCAL LocalFree(HLOCAL memory);
 
 constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
 
-/// Closes one handle; the object goes with its last handle. A handle that is closed already or was
-/// never given out is refused with EBADF, and no other object is touched. Closing a process whose
-/// child still runs leaves the child running; it is reaped by the next start, wait or closing that
-/// comes after its end. After TerminateProcess closing waits for the child's end, at most 2
-/// seconds. Closing a client end ends its pending read with ECANCELED; but while another thread
-/// waits for that read the end stays open until the wait is over.
+/// Closes one handle; the object is destroyed with its last handle. A handle that is closed already
+/// or never existed fails with EBADF, and no other object is affected. Closing a process whose
+/// child still runs leaves the child running; the first start, wait or close after the child's end
+/// reaps it. After TerminateProcess, closing waits for the child's end, at most 2 seconds. Closing
+/// a client end completes its pending read with ECANCELED; but while another thread waits for that
+/// read, the end stays open until the wait returns.
 BOOL CloseHandle(HANDLE handle);
 
-/// Another handle of the same object. Both processes must be the current one and the options
-/// DUPLICATE_SAME_ACCESS. Inheritance has no meaning here: a child gets the three handles named at
-/// its start and no other descriptor.
+/// Opens another handle of the same object. Both processes must be the current one, and the options
+/// DUPLICATE_SAME_ACCESS. `inherit` has no effect: a child gets the three handles that are passed
+/// at its start and no other descriptor.
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
                      DWORD access, BOOL inherit, DWORD options);
 
 /// The pseudo handle of this process, for DuplicateHandle. It is never closed.
 HANDLE GetCurrentProcess();
 
-/// A new event, not signalled. Only auto-reset events that start unsignalled exist; anything else
-/// is refused with ENOTSUP, as a null handle. Nothing but the end of an overlapped read signals an
-/// event. The name is not shared: every call makes an event of its own.
+/// A new event, not signalled. Only auto-reset events that start unsignalled exist; for anything
+/// else the call fails with ENOTSUP. Only the end of an overlapped read signals an event. The name
+/// has no effect: every call creates a separate event. Returns null on failure.
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
                     const char* name);
 
@@ -112,23 +112,23 @@ constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
-/// The server end of a kernel pipe. The name must begin with "\\.\pipe\" and is known to this
-/// process only. Data flows from the server end to the client end. Open mode, pipe mode, buffer
-/// sizes and time-out are those of the kernel's pipe, whatever is passed. At most `maxInstances`
-/// server ends of one name are open at a time; one more is refused with EBUSY. A refusal gives
-/// INVALID_HANDLE_VALUE.
+/// Creates a kernel pipe and returns its server end. Data flows from the server end to the client
+/// end. The name must begin with "\\.\pipe\" and is known to this process only. The open mode must
+/// name a direction; otherwise open mode, pipe mode, buffer sizes and timeout have no effect. At
+/// most `maxInstances` server ends of one name can be open at a time; one more fails with EBUSY.
+/// Returns INVALID_HANDLE_VALUE on failure.
 HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD maxInstances,
                         DWORD outSize, DWORD inSize, DWORD defaultTimeout,
                         SECURITY_ATTRIBUTES* attributes);
 
-/// The client end of the oldest instance of that pipe that has none yet, at once. Only GENERIC_READ
-/// and OPEN_EXISTING are possible. No such name: ENOENT; no instance free: EBUSY. A refusal gives
-/// INVALID_HANDLE_VALUE.
+/// Returns the client end of the oldest instance of that pipe that is not connected yet, without
+/// waiting. Only GENERIC_READ and OPEN_EXISTING are possible. ENOENT: no pipe of that name; EBUSY:
+/// all its instances are connected. Returns INVALID_HANDLE_VALUE on failure.
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
 
-/// Gives up the pending read of a client end. When this returns, nothing writes to its buffer any
-/// more and its result is ECANCELED; the event is not signalled.
+/// Cancels the pending read of a client end. Once this has returned, nothing writes to the read's
+/// buffer and the read's result is ECANCELED; its event is not signalled.
 BOOL CancelIo(HANDLE file);
 
 // ---- Processes ---------------------------------------------------------------------------------
@@ -157,34 +157,36 @@ struct PROCESS_INFORMATION {
 
 /// Starts a child. The command text is split into words by the shell's quoting rules (blanks,
 /// single and double quotes, backslash); nothing is expanded and no shell runs. The first word is
-/// the program: with a slash a path, seen from the child's directory, otherwise searched in PATH.
-/// The child gets a process group of its own, the three handles as its standard handles and no
-/// other descriptor, default signal dispositions, an empty signal mask, and this process's
-/// environment.
+/// the program: a path if it contains a slash, relative to the child's directory; otherwise it is
+/// searched in PATH. The child gets a process group of its own, the three handles as its standard
+/// handles and no other descriptor, default signal dispositions, an empty signal mask, and this
+/// process's environment.
 ///
-/// Required: no application name, no attributes, no environment block, STARTF_USESTDHANDLES. False,
-/// with an error whose text tells what it was about, for: an empty command or an unclosed quote
-/// (EINVAL), a program or directory that is missing, not executable or not permitted, a handle that
-/// is no pipe end, no process or descriptor left. The failed child is gone then. The caller closes
-/// both handles of `information`, which stays as it was after a failure. A file that is no program
-/// and lacks "#!" is refused (ENOEXEC). The environment, PATH included, is read without a lock: no
-/// other thread may change it meanwhile.
+/// Required: no application name, no attributes, no environment block, STARTF_USESTDHANDLES. The
+/// caller closes both handles of `information`. The environment, PATH included, is read without a
+/// lock: no other thread may change it meanwhile.
+///
+/// Returns false for: an empty command or an unterminated quote (EINVAL), a program or directory
+/// that is missing, not executable or not permitted, a file that is no program and lacks "#!"
+/// (ENOEXEC), a handle that is no pipe end, no process or descriptor left. The error's text names
+/// what was attempted. After a failure no child is left, and `information` is unchanged.
 BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES* process,
                     SECURITY_ATTRIBUTES* thread, BOOL inheritHandles, DWORD flags,
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information);
 
-/// The status of a child that has ended: 0 to 255 as it exited, 128 + n when signal n ended it, the
-/// status given to TerminateProcess when that killed it. False with EBUSY while it runs, and with
-/// ECHILD when the status went elsewhere: the process ignores SIGCHLD, or reaped the child itself.
+/// The status of a child that has ended: its exit status (0 to 255), 128 + n if signal n ended it,
+/// or the status passed to TerminateProcess if that killed it. False with EBUSY while the child
+/// runs, and with ECHILD if there is no status: the calling process ignores SIGCHLD, or has reaped
+/// the child itself.
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status);
 
-/// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the group of a child that was
-/// started here, is still held by a handle and has not been seen to end. Any other id is refused
-/// with ESRCH and nothing is sent.
+/// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the process group of a child that
+/// was started by this layer, has an open handle and has not been seen to end. Any other id fails
+/// with ESRCH, and nothing is sent.
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId);
 
-/// Sends SIGKILL to the child and its whole group. A child that has ended is refused with ESRCH.
+/// Sends SIGKILL to the child and its whole group. Fails with ESRCH if the child has ended.
 BOOL TerminateProcess(HANDLE process, UINT status);
 
 // ---- Waits -------------------------------------------------------------------------------------
@@ -194,15 +196,16 @@ constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
 
-/// Waits for the end of a process or for an event, on the monotonic clock. With a time of 0 the end
-/// of a child is reported only when what was read ahead of its output has been taken: it wrote that
-/// before it ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED.
+/// Waits for the end of a process or for an event, on the monotonic clock. With a timeout of 0 the
+/// end of a child is reported only after the caller has taken all bytes that were read ahead of the
+/// child's output: the child wrote them before it ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT or
+/// WAIT_FAILED.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
 /// Waits for the first of several processes and events; waiting for all of them, and alertable
-/// waits, do not exist (ENOTSUP). Returns the index, WAIT_TIMEOUT or WAIT_FAILED. The order is that
-/// of the events themselves: a pending read with a byte in its pipe has ended before the child that
-/// wrote it, so its event wins; with an empty or broken pipe the process wins.
+/// waits, do not exist (ENOTSUP). Returns the index, WAIT_TIMEOUT or WAIT_FAILED. If several are
+/// ready, the one that happened first wins: a byte in the pipe of a pending read was written before
+/// the child ended, so the event of that read wins; with an empty or broken pipe the process wins.
 DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
                                BOOL alertable);
 
@@ -261,45 +264,46 @@ struct FILETIME {
     DWORD dwHighDateTime;
 };
 
-/// The platform id of a system with logon rights and the lowest build that knows batch logons; the
-/// version is that of the kernel.
+/// Reports the kernel's version, the platform id of a system with logon rights, and the lowest
+/// build that supports batch logons.
 BOOL GetVersionExW(OSVERSIONINFOW* information);
 
 /// Authenticates a local account (domain ".") and checks that it may be used, through PAM under the
-/// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the store. The
-/// token carries the account's name, user id, group id and groups. On failure the token is null, so
-/// that no start can take the refusal for "no change of identity", and the reason stands in the
-/// error text of CreateProcessAsUserA with that token too. EPERM: this process may not take another
-/// identity. The layer's copies of the password are wiped.
+/// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the rights file.
+/// The token holds the account's name, user id, group id and groups. On failure the token is null,
+/// so that no start can mistake the refusal for "no change of identity"; CreateProcessAsUserA with
+/// that token fails with the same reason. EPERM: this process may not switch user. The layer's
+/// copies of the password are wiped.
 BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
                 DWORD provider, HANDLE* token);
 
-/// The account of a token: a TOKEN_USER at the start of the buffer, and behind it the SID that it
-/// points to, so that the buffer must outlive the SID's use. Only TokenUser exists. `*length`
-/// receives the size that is needed.
+/// The account of a token: a TOKEN_USER at the start of the buffer, followed by the SID that it
+/// points to, so the buffer must outlive the use of the SID. Only TokenUser exists. `*length`
+/// receives the required size.
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
                          DWORD* length);
 
-/// CreateProcessA as the token's user: the child gets a session of its own, and the user's groups,
-/// group and id for good, before it enters the directory and starts the program; the pipe ends
-/// become that user's. It never shares memory with this process under that identity. A user who
-/// holds his child up is given 10 seconds, then it is killed and refused (ETIMEDOUT). A null token
-/// is that of a refused logon: false, with the reason of the thread's last refusal.
+/// CreateProcessA as the token's user. The child gets a session of its own, and switches
+/// permanently to the user's groups, group and id before it enters the directory and starts the
+/// program; the user becomes the owner of the pipe ends. The child never shares memory with this
+/// process under that identity. If the user stalls the start for 10 seconds, the child is killed
+/// and the start fails (ETIMEDOUT). A null token stands for a refused logon: false, with the reason
+/// of the thread's last refusal.
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
                           BOOL inheritHandles, DWORD flags, void* environment,
                           const char* directory, STARTUPINFOA* startup,
                           PROCESS_INFORMATION* information);
 
-/// The rights of accounts stand in a text file, a line "account right" for each. Lines of another
-/// form stay as they are. A change happens under a file lock and replaces the file whole, so
+/// The rights of accounts are kept in a text file, one line "account right" for each. Lines of
+/// another form are kept unchanged. A change holds a file lock and replaces the whole file, so
 /// neither a crash nor a full disk loses a line, and several processes may change it at once; a
-/// symbolic link in its place becomes a file. A process that dies before it removes a right that it
-/// has added leaves it to the account. All return a status, which LsaNtStatusToWinError turns into
-/// 0 or an error.
+/// symbolic link at its path is replaced by a file. If a process dies before it removes a right
+/// that it has added, the account keeps the right. All return a status, which LsaNtStatusToWinError
+/// turns into 0 or an error.
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
                        DWORD access, LSA_HANDLE* policy);
-/// An account without any right gives ENOENT. LsaFreeMemory frees the array.
+/// ENOENT: the account has no rights. LsaFreeMemory frees the array.
 NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
@@ -310,28 +314,27 @@ NTSTATUS LsaFreeMemory(void* memory);
 NTSTATUS LsaClose(LSA_HANDLE policy);
 DWORD LsaNtStatusToWinError(NTSTATUS status);
 
-/// Names another rights file for this process; null or "" goes back to the default place. Any
-/// thread may call.
+/// Sets the path of the rights file for this process; null or "" restores the default path.
 void setRightsFile(const char* path);
 
-/// The wall clock in UTC, to the millisecond, and as 100-nanosecond ticks since 1601.
+/// The wall clock in UTC, to the millisecond; and the same as 100-nanosecond ticks since 1601.
 void GetSystemTime(SYSTEMTIME* time);
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks);
 
-/// Stores the machine's own name, up to `*size` units and a terminator behind them, and its length
-/// in `*size`. Returns non-zero; or 0, with the buffer untouched, if the name is longer or is not
+/// Stores the machine's own name, up to `*size` units followed by a terminator, and its length in
+/// `*size`. Returns non-zero; or 0, with the buffer unchanged, if the name is longer or is not
 /// valid in the locale's encoding.
 BOOL GetComputerNameW(wchar_t* buffer, DWORD* size);
 
-/// With 0: gives up the rest of the time slice.
+/// With 0: yields the processor.
 void Sleep(DWORD milliseconds);
 
 // ---- Modules -----------------------------------------------------------------------------------
 
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
 
-/// Asks the system not to tell a module of threads that start and end. POSIX never tells, so this
-/// only tests that the handle is not null.
+/// Asks the system not to notify a module of the start and end of threads. POSIX never does, so
+/// this only checks that the handle is not null.
 BOOL DisableThreadLibraryCalls(HMODULE module);
 
 } // namespace tarnix_platform

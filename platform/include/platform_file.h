@@ -1,7 +1,7 @@
 /// @file
-/// Files as the logic wants them: never inherited by a child, appended to in one piece, replaced
-/// whole. Paths are in the encoding of the file system. Any number of threads and processes may use
-/// the same file at once.
+/// Files that no child inherits, that are appended to with one system call, and that are replaced
+/// as a whole. Paths are in the encoding of the file system. Any number of threads and processes
+/// may use the same file at once.
 #ifndef TARNIX_PLATFORM_FILE_H
 #define TARNIX_PLATFORM_FILE_H
 
@@ -18,41 +18,42 @@ struct TxFileClose {
 };
 using TxFile = std::unique_ptr<std::FILE, TxFileClose>;
 
-/// fopen, but with a descriptor that no child inherits. Null when the file cannot be opened.
+/// As fopen, but no child inherits the descriptor. Null if the file cannot be opened.
 TxFile TxOpenFile(const char* path, const char* mode);
 
-/// Opens the file, which is made when it is missing, writes the bytes behind its end with one call
-/// of the system, and closes it: the lines of several writers never mix. What no longer fits on the
-/// disk is lost. False if the file can not be opened for reading and writing; so with no bytes it
-/// tells whether the file can be had.
+/// Opens the file, creating it if it is missing, appends the bytes with one system call, and closes
+/// it: the lines of several writers never mix. Bytes that do not fit on the disk are lost. False if
+/// the file cannot be opened for reading and writing; with no bytes the call checks just that.
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size);
 
-/// A file beside another, which takes its place when it is complete: at each moment the name leads
-/// to the whole old file or the whole new one, however many read it and replace it at that time.
+/// A temporary file that replaces another once it is complete: at each moment the name leads to the
+/// complete old file or the complete new one, however many read and replace it at that time.
 ///
-/// The new file has the rights and, where the user may give files away, the owner of the old one. A
-/// link stays a link: the file that it leads to is replaced. What cannot be replaced without a loss
-/// is left alone: what is no plain file, what must not be written, and a file with an access list.
+/// The new file gets the mode of the old one and, where the user may change owners, its owner. A
+/// symbolic link is kept: the file that it leads to is replaced. There is no temporary file if the
+/// replacement would lose something: for an old file that is not a regular file, that the user may
+/// not write, or that has an ACL.
 class TxReplacement
 {
 public:
     explicit TxReplacement(const char* path);
-    ~TxReplacement(); ///< removes a file that did not take its place
+    ~TxReplacement(); ///< removes the temporary file unless it has replaced the old one
     TxReplacement(const TxReplacement&) = delete;
     TxReplacement& operator=(const TxReplacement&) = delete;
 
-    /// Whether there is a file to write to.
+    /// Whether there is a temporary file to write to.
     explicit operator bool() const;
 
-    /// Where to write. Nobody else may look into it before it has the rights of the old file.
+    /// The path of the temporary file. If there is an old file, nobody but the owner can read the
+    /// temporary one before it gets the mode of the old one.
     const std::string& path() const;
 
-    /// Takes the place of the old file. False where the name is a mount of its own, and in a
-    /// directory where everybody may make files and only owners may replace them.
+    /// Replaces the old file. False on failure, for example if the name is a mount point, or if the
+    /// sticky bit of the directory lets only the file's owner replace it.
     bool take();
 
-    /// It failed, and not because of the directory: then the old file must not be written over
-    /// either, for it would be emptied first.
+    /// Whether the replacement failed for another reason than the directory. Then the old file must
+    /// not be written in place either: that would empty it first.
     bool mustKeepOld() const;
 
 private:

@@ -1,9 +1,10 @@
 /// @file
-/// Reads from a pipe, and the fast path of reads of one byte.
+/// Reads from a pipe, with a fast path for reads of one byte.
 ///
-/// The runner reads byte by byte. A byte must cost neither a system call nor a lock nor a look-up,
-/// so a pipe end holds what one large read brought, and these two operations take from there. The
-/// state of a read leases what is there: between its bytes it only asks whether the lease holds.
+/// The runner reads byte by byte. A byte must cost no system call, no lock and no lookup. So one
+/// large read fills the block of the pipe end, and the two operations here take bytes from the
+/// block. The state of a read holds a lease on the bytes in the block: for each byte, the
+/// operations only check that the lease is still valid.
 #ifndef TARNIX_PLATFORM_READAHEAD_H
 #define TARNIX_PLATFORM_READAHEAD_H
 
@@ -18,30 +19,30 @@ namespace tarnix_platform
 
 using ULONG_PTR = std::uintptr_t;
 
-/// What one large read brought. Blocks are never freed, only used again: the short road looks into
-/// one without a lock, and a handle that another thread closes at that moment must not make it look
-/// into freed memory.
+/// A block of bytes that one large read has fetched. Blocks are never freed, only used again: the
+/// fast path reads a block without a lock, and must not read freed memory if another thread closes
+/// the handle at that moment.
 struct ReadAhead {
     static constexpr std::size_t kCapacity = 64 * 1024; ///< the kernel's pipe holds as much
 
-    /// Places in `bytes`; nothing is there when `at` is not below `end`. Whoever uses one checks
-    /// it, so that two threads which read one end against the rules get wrong bytes and nothing
-    /// worse.
+    /// The unread bytes, as indexes in `bytes`; there are none unless `at` is below `end`. An index
+    /// is checked before each use: two threads that read from one end, against the rules, get wrong
+    /// bytes and nothing worse.
     std::atomic<std::uint32_t> at{0};
     std::atomic<std::uint32_t> end{0};
-    std::atomic<std::uint64_t> lease{0}; ///< number of the one lease that holds
-    std::atomic<HANDLE> writer{nullptr}; ///< first handle of the child that writes here
+    std::atomic<std::uint64_t> lease{0}; ///< number of the one valid lease
+    std::atomic<HANDLE> writer{nullptr}; ///< first handle of the child that writes to the pipe
     unsigned char bytes[kCapacity];
 
-    ReadAhead() {} ///< leaves the bytes as they are
+    ReadAhead() {} ///< leaves the bytes uninitialised
 
     bool empty() const
     {
         return at.load(std::memory_order_relaxed) >= end.load(std::memory_order_relaxed);
     }
 
-    /// Whatever moves `at` or `end` without the lease ends it by this, and so does whatever takes
-    /// the block from a handle.
+    /// Makes the former lease invalid and returns the number of the new one. Must be called by
+    /// whoever changes `at` or `end` without the lease, or takes the block from a handle.
     std::uint64_t renewLease()
     {
         const std::uint64_t number = lease.load(std::memory_order_relaxed) + 1;
@@ -58,7 +59,7 @@ public:
     void store(ReadAhead* ahead, std::memory_order order)
     {
         if (ReadAhead* former = m_Ahead.load(std::memory_order_relaxed)) {
-            former->renewLease(); ///< of a closed handle, among others
+            former->renewLease(); // the handle may have been closed
         }
         m_Ahead.store(ahead, order);
     }
@@ -67,8 +68,8 @@ private:
     std::atomic<ReadAhead*> m_Ahead{nullptr};
 };
 
-/// A right to take the bytes from `at` to `end` of what was read ahead of `file`. It holds as long
-/// as the block's own number is that of the lease. Zeroed: none.
+/// The right to take the bytes from `at` to `end` of the block of `file`. It is valid as long as
+/// the block's lease number is `number`. All zero: no lease.
 struct ReadLease {
     ReadAhead* ahead;
     std::uint64_t number;
@@ -77,27 +78,28 @@ struct ReadLease {
     HANDLE file;
 };
 
-/// The state of one read. The caller zeroes it, sets hEvent and keeps it, and the place that the
-/// read fills, until the read has ended or was cancelled. The layer keeps no pointer to it, so that
-/// a caller's loop can hold it in registers; it knows the outcome of a read that pended until the
-/// next one of that end pends. A state that has read is not copied: zero another one.
+/// The state of one read. The caller zeroes it and sets hEvent. It keeps the state and the buffer
+/// of the read until the read has ended or was cancelled. The layer keeps no pointer to the state,
+/// so that a caller's loop can hold it in registers. The layer keeps the result of a pending read
+/// until another read of that end becomes pending. Do not copy a state that has been used for a
+/// read: zero another one.
 struct OVERLAPPED {
-    ULONG_PTR Internal;     ///< 0: ended well; otherwise the error, or ERROR_IO_PENDING
+    ULONG_PTR Internal;     ///< 0: success; otherwise the error, or ERROR_IO_PENDING
     ULONG_PTR InternalHigh; ///< bytes read
     DWORD Offset;           ///< not used
     DWORD OffsetHigh;       ///< not used
     HANDLE hEvent;          ///< signalled when a pending read ends
-    ReadLease Lease;        ///< the layer's own
-    ULONG_PTR Pending;      ///< the layer's own: number of the read that pends, or 0
+    ReadLease Lease;        ///< for the layer only
+    ULONG_PTR Pending;      ///< for the layer only: number of the pending read, or 0
 };
 
-/// What the short road needs of a handle. `owner` is the open handle that uses the place, so a
-/// closed or reused one never matches.
+/// What the fast path needs to know of a handle. `owner` is the open handle that uses the slot, so
+/// a closed handle never matches, even when its slot is used again.
 struct FastSlot {
     std::atomic<HANDLE> owner{nullptr};
-    AheadLink ahead;                         ///< of a client end: what can be read
-    std::atomic<ReadAhead*> output{nullptr}; ///< of a process: where its output is read,
-    std::atomic<HANDLE> writer{nullptr};     ///< as long as this is its writer
+    AheadLink ahead;                         ///< of a client end: its block
+    std::atomic<ReadAhead*> output{nullptr}; ///< of a process: the block of its output,
+    std::atomic<HANDLE> writer{nullptr};     ///< as long as this is the block's writer
 };
 
 constexpr std::size_t kMaxHandles = std::size_t{1} << 16;
@@ -113,7 +115,7 @@ inline bool likely(bool condition)
     return __builtin_expect(condition, true);
 }
 
-/// Gives the state a lease on what was read ahead, if there is something.
+/// Gives the state a lease on the bytes of the block. False if there are none.
 inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
 {
     const FastSlot& fast = fastSlot(file);
@@ -126,20 +128,20 @@ inline bool leaseAhead(HANDLE file, OVERLAPPED& state)
     state.Lease.ahead = ahead;
     state.Lease.number = ahead->renewLease();
     state.Lease.file = file;
-    /// Looked at again: the block may have gone to another pipe meanwhile.
+    // Checked again: meanwhile the block may have been given to another pipe.
     return state.Lease.at < state.Lease.end && fast.owner.load(std::memory_order_acquire) == file &&
            fast.ahead.load(std::memory_order_relaxed) == ahead;
 }
 
-/// False also for a handle that was closed, or after another state has read.
+/// False also if the handle was closed, or if another state has been used for a read.
 inline bool holdsLease(HANDLE file, const ReadLease& lease)
 {
     return likely(lease.at < lease.end) && likely(lease.file == file) &&
            likely(lease.ahead->lease.load(std::memory_order_relaxed) == lease.number);
 }
 
-/// One byte by the lease. The place comes from the caller's state, which a compiler keeps in
-/// registers; the block is only told of it, for whoever looks there next.
+/// Takes one byte. The position is read from the caller's state, which a compiler keeps in
+/// registers; it is only written to the block, for the next read without this lease.
 inline void takeByte(void* buffer, OVERLAPPED& state)
 {
     ReadLease& lease = state.Lease;
@@ -150,26 +152,27 @@ inline void takeByte(void* buffer, OVERLAPPED& state)
     state.InternalHigh = 1;
 }
 
-/// The whole of ReadFile and GetOverlappedResult. Both operations give it a copy of the caller's
-/// state: a state whose address has left the caller could not stay in registers. It is copied field
-/// by field, as far as it is needed: fields that are copied together g++ would keep together in a
-/// vector register, and unpack for each byte.
+/// ReadFile and GetOverlappedResult without the fast path. Both operations pass a copy of the
+/// caller's state, because a state whose address is passed on cannot stay in registers. Only the
+/// needed fields are copied, one by one: g++ would keep fields that are copied together in a vector
+/// register, and unpack them for each byte.
 BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
-/// Reads from a client end without waiting. True: `*count` bytes (at least one) stand in the buffer
-/// and the OVERLAPPED, which is required, tells the same. False with ERROR_IO_PENDING: nothing is
-/// there yet; the read goes on until a wait for its event, GetOverlappedResult or CancelIo ends it,
-/// and only those calls fill the buffer. False with ERROR_BROKEN_PIPE: all writers have gone, or
-/// the child that wrote here has ended and what stood in the pipe at that moment has been handed
-/// out.
+/// Reads from a client end without waiting. `overlapped` is required.
+///
+/// True: `*count` bytes (at least one) are in the buffer, and InternalHigh is the same number.
+/// False with ERROR_IO_PENDING: there are no bytes yet; the read is pending until a wait for its
+/// event, GetOverlappedResult or CancelIo ends it, and only those calls fill the buffer. False with
+/// ERROR_BROKEN_PIPE: no writer is left; or the child that wrote to the pipe has ended, and all
+/// bytes that were in the pipe at that moment have been read.
 inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
     if (count == nullptr || overlapped == nullptr) {
         return readFile(file, buffer, size, count, overlapped);
     }
-    /// Written twice on purpose: joined by ||, the compiler would load the state again for each
-    /// byte.
+    // Two ifs on purpose: if they are joined by ||, the compiler loads the state again for each
+    // byte.
     if (size == 1 && holdsLease(file, overlapped->Lease)) {
         takeByte(buffer, *overlapped);
         *count = 1;
@@ -193,8 +196,8 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
     return result;
 }
 
-/// How a read ended. With wait true a pending read is awaited, without a limit; with wait false it
-/// gives false with ERROR_IO_PENDING.
+/// The result of a read. If the read is pending, the call waits for its end without a limit; or, if
+/// `wait` is false, returns false with ERROR_IO_PENDING.
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
     if (likely(overlapped->Internal == 0)) {

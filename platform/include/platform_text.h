@@ -1,5 +1,5 @@
 /// @file
-/// What the text functions of the C library have beyond the standard. Any thread may call.
+/// Functions on text that the standard library lacks. Any thread may call.
 #ifndef TARNIX_PLATFORM_TEXT_H
 #define TARNIX_PLATFORM_TEXT_H
 
@@ -10,7 +10,7 @@
 namespace tarnix_platform
 {
 
-/// Whether the calling thread's locale has "." for the decimal point.
+/// Whether the decimal point of the calling thread's locale is ".".
 inline bool isPointDecimal()
 {
     return std::strcmp(::nl_langinfo(RADIXCHAR), ".") == 0;

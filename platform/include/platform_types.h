@@ -2,8 +2,8 @@
 /// The few types of the platform layer that public classes use, on POSIX.
 ///
 /// Names and sizes are those of the system that the logic of the runner was designed on. The types
-/// are not in the global namespace, which belongs to the program: use them qualified, or through
-/// `using namespace tarnix_cmn_4_4`.
+/// are not in the global namespace, which belongs to the user's program: qualify their names, or
+/// write `using namespace tarnix_cmn_4_4`.
 #ifndef TARNIX_PLATFORM_TYPES_H
 #define TARNIX_PLATFORM_TYPES_H
 
@@ -13,9 +13,9 @@ namespace tarnix_platform
 {
 
 using BOOL = int;            ///< 0 is false, anything else is true
-using DWORD = std::uint32_t; ///< a number or an error number
+using DWORD = std::uint32_t; ///< a number, or an error
 using HANDLE = void*;        ///< an object of the layer, unless null or INVALID_HANDLE_VALUE
-using LSA_HANDLE = void*;    ///< the open store of the rights of accounts
+using LSA_HANDLE = void*;    ///< access to the rights of accounts
 using PSID = void*;          ///< an account's security identifier
 
 /// The handle of no object.

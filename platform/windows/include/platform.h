@@ -1,5 +1,6 @@
 /// @file
-/// The operations that the command runner is written against, where they are the system's own.
+/// The operations that the command runner is written against, on the system that provides them
+/// itself.
 #ifndef TARNIX_PLATFORM_H
 #define TARNIX_PLATFORM_H
 

@@ -1,5 +1,5 @@
 /// @file
-/// The machine's registry, by ACE's class for it.
+/// The machine's registry, read through ACE's class.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
 #define TARNIX_PLATFORM_REGISTRY_H
 
@@ -17,7 +17,7 @@ inline void setRegistryFile(const char* /*path*/) {}
 /// As on Linux.
 bool TxMayImport(const char* path);
 
-/// ACE's own, read only and with wide texts.
+/// ACE's class, read only and with wide texts.
 class ACE_Configuration_Win32Registry : public ::ACE_Configuration_Win32Registry
 {
     using Narrow = ::ACE_Configuration_Win32Registry;

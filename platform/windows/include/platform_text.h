@@ -1,5 +1,5 @@
 /// @file
-/// What the text functions of the C library on Linux have beyond the standard.
+/// Functions on text that the standard library lacks.
 #ifndef TARNIX_PLATFORM_TEXT_H
 #define TARNIX_PLATFORM_TEXT_H
 
@@ -9,7 +9,7 @@
 namespace tarnix_platform
 {
 
-/// Whether the calling thread's locale has "." for the decimal point.
+/// Whether the decimal point of the calling thread's locale is ".".
 inline bool isPointDecimal()
 {
     return std::strcmp(std::localeconv()->decimal_point, ".") == 0;

@@ -1,9 +1,11 @@
 /// @file
-/// The types of the platform layer that public classes name, where they are the system's own.
+/// The types of the platform layer that public classes name, on the system that provides them
+/// itself.
 #ifndef TARNIX_PLATFORM_TYPES_H
 #define TARNIX_PLATFORM_TYPES_H
 
-// In an order of their own: windows.h alone brings an older winsock, and ntsecapi.h needs it.
+// The order matters: winsock2.h must come before windows.h, which otherwise includes an older
+// winsock, and ntsecapi.h needs windows.h.
 // clang-format off
 #include <winsock2.h>
 #include <windows.h>
