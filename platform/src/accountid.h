@@ -10,11 +10,10 @@
 namespace tarnix_platform
 {
 
-// The account's name, terminated, after its size. Whoever makes one takes the memory for the name.
 struct Sid {
-    std::uint32_t size; // of the whole
+    std::uint32_t size; // of the structure and the whole name
     std::uint32_t uid;
-    char name[1];
+    char name[1]; // terminated; longer than declared, in memory that the creator allocates
 };
 
 // Empty for null.

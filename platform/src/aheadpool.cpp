@@ -19,7 +19,7 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         if (m_Free.empty()) {
-            if (m_Free.capacity() <= m_All.size()) { // give must not allocate, nor a block be lost
+            if (m_Free.capacity() <= m_All.size()) { // so that give cannot fail and lose a block
                 m_Free.reserve(2 * m_All.size() + 1);
             }
             m_All.push_back(std::make_unique<ReadAhead>());

@@ -7,10 +7,10 @@
 namespace tarnix_platform
 {
 
-// An empty block, the caller's own until it is given back. Blocks are never freed.
+// An empty block, which belongs to the caller until giveAhead. Blocks are never freed.
 ReadAhead* takeAhead();
 
-// Ends every lease of the block.
+// Returns the block to the pool. No lease on it is valid any more.
 void giveAhead(ReadAhead* block);
 
 } // namespace tarnix_platform

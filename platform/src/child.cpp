@@ -1,9 +1,9 @@
-// The start of a child, at a cost that does not depend on the caller's memory.
+// The start of a child, at a cost that does not depend on the size of the caller's memory.
 //
-// The child borrows the caller's memory and a piece of its stack (CLONE_VM), and the calling thread
-// stands still until the child has started its program or ended (CLONE_VFORK). In between the child
-// must neither allocate nor lock, nor call anything of the C library that keeps state: all of that
-// belongs to the caller. It therefore makes system calls only.
+// The child shares the caller's memory and runs on a piece of its stack (CLONE_VM), and the calling
+// thread is suspended until the child has started its program or ended (CLONE_VFORK). In between
+// the child must not allocate, lock, or call functions of the C library that keep state: all of
+// that belongs to the caller. So the child makes system calls only.
 #include "child.h"
 
 #include "descriptors.h"
@@ -17,13 +17,13 @@
 #include <cerrno>
 #include <csignal>
 
-// The C library's own name of clone. The thread sanitizer takes clone itself for a fork, and would
-// refuse this process new threads from then on.
+// The C library's internal name of clone. The thread sanitizer treats clone itself as a fork, and
+// would not let this process create threads from then on.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __clone(int (*function)(void*), void* stack, int flags, void* argument, ...);
 
-// A sanitizer's bookkeeping in the child would be left behind in the caller's memory, for the
-// child's functions never return.
+// The child's functions never return, so a sanitizer's bookkeeping for them would stay in the
+// caller's memory.
 #if defined(__clang__)
 #define TARNIX_CHILD_SIDE __attribute__((disable_sanitizer_instrumentation))
 #else
@@ -36,7 +36,7 @@ namespace tarnix_platform
 namespace
 {
 
-// The kernel's own structure and sizes of signal sets.
+// The structure and the size of signal sets in the kernel, which differ from the C library's.
 constexpr int kKernelSignals = 64;
 using KernelSet = unsigned long;
 struct KernelAction {
@@ -46,7 +46,7 @@ struct KernelAction {
     KernelSet mask;
 };
 
-TARNIX_CHILD_SIDE int giveUp(ChildSide& child, ChildStep step)
+TARNIX_CHILD_SIDE int failAt(ChildSide& child, ChildStep step)
 {
     child.failedStep = step;
     child.error = errno;
@@ -55,8 +55,8 @@ TARNIX_CHILD_SIDE int giveUp(ChildSide& child, ChildStep step)
 
 TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
-    // A child of another user gets a session of its own as well: through the caller's terminal it
-    // could type commands for the caller.
+    // A child of another user gets a session of its own too: through the caller's terminal it could
+    // type commands as the caller.
     if ((child.runAs < 0 ? ::syscall(SYS_setpgid, 0, 0) : ::syscall(SYS_setsid)) < 0) {
         return false;
     }
@@ -82,8 +82,8 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     return ::syscall(SYS_close_range, first, ~0U, 0U) == 0;
 }
 
-// If a directory of the search held the program and did not permit it, that is the error. One that
-// may not be looked into is no error.
+// As execvp: if a directory of the search has the program but it may not be executed, the error is
+// EACCES. A directory that may not be searched is skipped.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
 {
     if (child.runAs >= 0) {
@@ -109,19 +109,19 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
 {
     ChildSide& child = *static_cast<ChildSide*>(argument);
     if (!prepare(child)) {
-        return giveUp(child, ChildStep::prepare);
+        return failAt(child, ChildStep::prepare);
     }
     if (child.directory != nullptr && ::syscall(SYS_chdir, child.directory) != 0) {
-        return giveUp(child, ChildStep::enterDirectory);
+        return failAt(child, ChildStep::enterDirectory);
     }
     const KernelSet none = 0;
     ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
     execute(child);
-    return giveUp(child, ChildStep::execute);
+    return failAt(child, ChildStep::execute);
 }
 
-// Blocks every signal of this thread, the C library's own among them: a handler must not run in a
-// child that shares the caller's memory.
+// Blocks every signal of this thread, including those that the C library uses internally: a handler
+// must not run in a child that shares the caller's memory.
 class SignalsBlocked
 {
 public:
@@ -141,7 +141,7 @@ private:
     KernelSet m_Former = 0;
 };
 
-// A separate function, so that the child's stack ends with the call.
+// A separate function, so that the child's stack is released when it returns.
 pid_t cloneChild(ChildSide& side, int& pidfd)
 {
     constexpr std::size_t stackSize = 16 * 1024; // the deepest path has a few small frames
@@ -169,7 +169,7 @@ bool startChild(ChildSide& side, Child& child)
         discardChild(child);
         return false;
     }
-    moveAboveStandard(child.pidfd); // where it cannot, it stays
+    moveAboveStandard(child.pidfd); // if that fails, the descriptor still works where it is
     return true;
 }
 

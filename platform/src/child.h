@@ -1,4 +1,4 @@
-// One child process, from its creation to its program.
+// One child process, from its creation to the start of its program.
 #ifndef TARNIX_PLATFORM_CHILD_H
 #define TARNIX_PLATFORM_CHILD_H
 
@@ -16,24 +16,25 @@ struct Child {
 
 enum class ChildStep { create, prepare, enterDirectory, execute };
 
-// What the child works on: plain pointers into what the caller holds, for it may not allocate.
+// The child's input and its result: plain pointers to memory of the caller, because the child must
+// not allocate.
 struct ChildSide {
-    const char* const* candidates = nullptr; // paths of the program to try in turn, ending in null
+    const char* const* candidates = nullptr; // paths of the program to try in turn; ends with null
     char* const* arguments = nullptr;
     char* const* environment = nullptr;
-    const char* directory = nullptr; // null: stay
+    const char* directory = nullptr; // null: the caller's
     const int* standard = nullptr;   // three descriptors, all above 2
-    int runAs = -1;                  // the program that switches user, to be started instead
+    int runAs = -1;                  // if set: the program that switches user, started instead
     int status = -1;                 // where that program reports what failed
     ChildStep failedStep = ChildStep::prepare;
     int error = 0; // 0: the program has started
 };
 
-// False with the failed step and the error in `side`, and no child left, when any step up to the
-// program's start failed.
+// False if any step up to the start of the program failed; then `side` has the step and the error,
+// and no child is left.
 bool startChild(ChildSide& side, Child& child);
 
-// Reaps a child that ends by itself or was killed, and forgets it.
+// Waits for the end of a child that is about to end or was killed, and reaps it.
 void discardChild(Child& child);
 
 } // namespace tarnix_platform

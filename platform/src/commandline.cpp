@@ -14,7 +14,8 @@ bool isBlank(char c)
     return c == ' ' || c == '\t' || c == '\n';
 }
 
-// `at` stands behind the opening quote. Returns the place behind the closing one, or null.
+// `at` points past the opening quote. Returns the position past the closing one; null if there is
+// none.
 const char* singleQuoted(const char* at, std::string& word)
 {
     const char* close = std::strchr(at, '\'');
@@ -25,7 +26,7 @@ const char* singleQuoted(const char* at, std::string& word)
     return close + 1;
 }
 
-// `at` stands behind a backslash. A backslash at the end of the text stands for itself.
+// `at` points past a backslash. A backslash at the end of the text stands for itself.
 const char* escaped(const char* at, std::string& word)
 {
     if (*at == '\0') {
@@ -67,16 +68,16 @@ bool splitCommandLine(const char* text, std::vector<std::string>& words)
             return true;
         }
         std::string word;
-        bool any = false; // a quoted line end alone is no word
+        bool hasQuotes = false; // "" is a word, an escaped newline is none
         while (at != nullptr && *at != '\0' && !isBlank(*at)) {
             const char c = *at++;
             switch (c) {
             case '\'':
-                any = true;
+                hasQuotes = true;
                 at = singleQuoted(at, word);
                 break;
             case '"':
-                any = true;
+                hasQuotes = true;
                 at = doubleQuoted(at, word);
                 break;
             case '\\':
@@ -89,7 +90,7 @@ bool splitCommandLine(const char* text, std::vector<std::string>& words)
         if (at == nullptr) {
             return false;
         }
-        if (any || !word.empty()) {
+        if (hasQuotes || !word.empty()) {
             words.push_back(std::move(word));
         }
     }

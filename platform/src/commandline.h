@@ -8,10 +8,10 @@
 namespace tarnix_platform
 {
 
-// By the shell's quoting rules: blanks, tabs and line ends part words; within single quotes
-// everything stands for itself; within double quotes a backslash quotes only $ ` " \ and the line
-// end; outside quotes it quotes any character; a quoted line end disappears. Nothing is expanded.
-// False if a quote is not closed.
+// By the shell's quoting rules: words are separated by blanks, tabs and newlines. Within single
+// quotes every character stands for itself. Within double quotes a backslash escapes only $, `, ",
+// \ and newline; outside quotes it escapes any character. An escaped newline is removed. Nothing is
+// expanded. False if a quote is unterminated.
 bool splitCommandLine(const char* text, std::vector<std::string>& words);
 
 } // namespace tarnix_platform

@@ -1,4 +1,4 @@
-// Work on file descriptors.
+// Operations on file descriptors.
 #include "descriptors.h"
 
 #include "retry.h"

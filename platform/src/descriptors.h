@@ -1,6 +1,6 @@
-// Work on file descriptors that no signal interrupts and no child inherits.
+// Operations on file descriptors, which no signal interrupts. No child inherits the descriptors.
 //
-// All of these report failure by their result, with the reason in errno.
+// All report failure by their result, with the reason in errno.
 #ifndef TARNIX_PLATFORM_DESCRIPTORS_H
 #define TARNIX_PLATFORM_DESCRIPTORS_H
 
@@ -19,17 +19,19 @@ UniqueFd openFile(const char* path, int flags, mode_t mode = 0);
 // The number of bytes read, 0 at the end of the file; -1 on failure.
 ssize_t readSome(int fd, void* buffer, std::size_t size);
 
-// One system call, unless that is interrupted or the disk is full.
+// Makes one system call, unless that is interrupted or the disk is full.
 bool writeAll(int fd, const void* bytes, std::size_t size);
 
-// Waits for the exclusive lock of the open file.
+// Takes the exclusive lock of the open file; waits while another holds it.
 bool lockFile(int fd);
 
-// Moves the descriptor above that number, unless it is there already. On failure it stays.
+// Duplicates the descriptor to one above that number and closes it, unless it is above already. On
+// failure it is unchanged.
 bool moveAbove(UniqueFd& fd, int number);
 
-// Descriptors of the layer stay clear of 0, 1 and 2: a process that has closed one of these would
-// otherwise get a pipe there, and a child's start could not put its standard handles in place.
+// Descriptors of the layer are never 0, 1 or 2: in a process that has closed one of these, a pipe
+// would otherwise get its number, and the start of a child would overwrite it when it sets the
+// child's standard descriptors.
 inline bool moveAboveStandard(UniqueFd& fd)
 {
     return moveAbove(fd, STDERR_FILENO);

@@ -12,7 +12,7 @@ namespace tarnix_platform
 namespace
 {
 
-// Plain storage: nothing has to run when a thread ends.
+// Trivial types only: no destructor has to run when a thread ends.
 struct LastError {
     DWORD code;
     char about[256];
@@ -32,8 +32,8 @@ const char* systemText(DWORD error)
     }
 }
 
-// Names of programs and directories are bytes of any kind, and an error text must come out all the
-// same: what the locale cannot read becomes a question mark.
+// An error text may contain names of programs and directories, which can be any bytes: a byte that
+// is not valid in the locale becomes a question mark.
 std::wstring widen(const std::string& text)
 {
     std::wstring wide;

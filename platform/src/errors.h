@@ -1,4 +1,4 @@
-// How the layer's operations leave an error behind.
+// How the layer's operations report an error.
 #ifndef TARNIX_PLATFORM_ERRORS_H
 #define TARNIX_PLATFORM_ERRORS_H
 
@@ -9,8 +9,8 @@
 namespace tarnix_platform
 {
 
-// Sets the thread's last error and returns false, for `return fail(EBADF);`. `about` names what the
-// error is about; FormatMessageW puts it in front of the system's text.
+// Sets the thread's last error and returns false, for `return fail(EBADF);`. `about` says what was
+// attempted; FormatMessageW puts it in front of the system's text.
 bool fail(int error);
 bool fail(int error, const std::string& about);
 bool fail(DWORD error);

@@ -1,4 +1,4 @@
-// A new file that takes the place of another.
+// A temporary file that replaces another.
 #include "filereplacement.h"
 
 #include "descriptors.h"
@@ -29,9 +29,9 @@ bool FileReplacement::create(std::string path, mode_t mode)
 
 bool FileReplacement::setMode(mode_t mode)
 {
-    const bool isBare = ::fremovexattr(fd(), "system.posix_acl_access") == 0 || errno == ENODATA ||
-                        errno == ENOTSUP;
-    return isBare && ::fchmod(fd(), mode) == 0;
+    const bool hasNoAcl = ::fremovexattr(fd(), "system.posix_acl_access") == 0 ||
+                          errno == ENODATA || errno == ENOTSUP;
+    return hasNoAcl && ::fchmod(fd(), mode) == 0;
 }
 
 bool FileReplacement::commit(const std::string& target)

@@ -1,4 +1,4 @@
-// A new file that takes the place of another.
+// A temporary file that replaces another.
 #ifndef TARNIX_PLATFORM_FILEREPLACEMENT_H
 #define TARNIX_PLATFORM_FILEREPLACEMENT_H
 
@@ -11,9 +11,9 @@
 namespace tarnix_platform
 {
 
-// The temporary file, which the destructor removes unless it was put in place. At any moment the
-// name leads to the whole old file or the whole new one. All report failure by false, with the
-// reason in errno.
+// The destructor removes the temporary file unless it has replaced the other. At any moment the
+// name leads to the complete old file or the complete new one. All report failure by false, with
+// the reason in errno.
 class FileReplacement
 {
 public:
@@ -22,28 +22,29 @@ public:
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
-    // Makes the file, in the directory of the one that it is to replace. A name that exists is
-    // refused with EEXIST, so that it is nobody else's file and no link that somebody put there.
+    // Creates the file; its path must be in the directory of the file that it replaces. Fails with
+    // EEXIST if the path exists, so that the file is never one of somebody else, nor a link that
+    // somebody has put there.
     bool create(std::string path, mode_t mode);
 
     explicit operator bool() const { return static_cast<bool>(m_File); }
     int fd() const { return m_File.get(); }
     const std::string& path() const { return m_Path; }
 
-    // Gives the file the mode of one without an ACL. It must not keep the ACL that its directory
-    // gives to new files: the change of the mode would open that.
+    // Sets the mode, after removing the ACL that the file may have inherited from its directory:
+    // with one, the group bits of the mode would be the mask of the ACL and extend its entries.
     bool setMode(mode_t mode);
 
-    // Puts the file in the place of `target`. After a failure it can still be used.
+    // Renames the file over `target`. After a failure it can still be used.
     bool commit(const std::string& target);
 
-    // The same after the bytes have reached the disk, and the name too: a crash leaves the old file
-    // or the new one.
+    // The same, with the bytes written to the disk before the name, and the name too: a crash
+    // leaves the old file or the new one.
     bool commitToDisk(const std::string& target);
 
 private:
     std::string m_Path;
-    UniqueFd m_File; // empty: none was made, or it is in place
+    UniqueFd m_File; // empty: not created, or already renamed
 };
 
 } // namespace tarnix_platform

@@ -1,4 +1,4 @@
-// Files that no child inherits, and the one that takes another's place.
+// Files that no child inherits, and the replacement of a file by a new one.
 #include "descriptors.h"
 #include "filereplacement.h"
 #include "platform_file.h"
@@ -17,16 +17,16 @@ namespace tarnix_platform
 namespace
 {
 
-// Like a stream it is made with all rights that the process's mask leaves.
-constexpr mode_t kUsualRights = 0666;
+// As of fopen: all permissions that the process's umask leaves.
+constexpr mode_t kDefaultMode = 0666;
 
-// The file that a chain of links ends at, which need not be there: to rename over a link would
-// replace the link.
-std::string behindLinks(std::string path)
+// The path at the end of a chain of links, which need not exist. Without this a rename would
+// replace the first link instead of the file.
+std::string resolveLinks(std::string path)
 {
-    constexpr int mostLinks = 40; // as many as the system follows
+    constexpr int maxLinks = 40; // the system's limit
     char link[4096];
-    for (int i = 0; i < mostLinks; ++i) {
+    for (int i = 0; i < maxLinks; ++i) {
         const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
         if (length <= 0) {
             break;
@@ -37,8 +37,8 @@ std::string behindLinks(std::string path)
     return path;
 }
 
-// Errors after which the file itself may still be written as it is.
-bool isOfDirectory(int error)
+// Errors that come from the directory or the path: the file may still be written in place.
+bool isDirectoryError(int error)
 {
     switch (error) {
     case EACCES:
@@ -56,7 +56,7 @@ bool isOfDirectory(int error)
     }
 }
 
-bool hasAccessList(const char* path)
+bool hasAcl(const char* path)
 {
     return ::getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
 }
@@ -71,7 +71,7 @@ TxFile TxOpenFile(const char* path, const char* mode)
 
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
 {
-    const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, kUsualRights);
+    const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, kDefaultMode);
     if (file) {
         writeAll(file.get(), bytes, size);
     }
@@ -81,13 +81,13 @@ bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
 struct TxReplacement::State {
     explicit State(const char* path)
     {
-        constexpr int attempts = 20; // others replace the file at the same time
+        constexpr int attempts = 20; // one fails if the file is replaced at the same time
         for (int i = 0; i < attempts; ++i) {
             if (!mayReplace(path)) {
                 return;
             }
-            m_Path = behindLinks(path);
-            if (isStill(m_Path.c_str())) {
+            m_Path = resolveLinks(path);
+            if (isUnchanged(m_Path.c_str())) {
                 create();
                 return;
             }
@@ -95,34 +95,34 @@ struct TxReplacement::State {
         m_MustKeepOld = true;
     }
 
-    // What must not be written is not to be replaced by a file that may. The rights of a file with
-    // an access list could not be kept.
+    // A file that the user may not write must not be replaced by one that he may write. The new
+    // file could not keep an ACL.
     bool mayReplace(const char* path)
     {
-        // The path as it was given, links and all: the system may refuse to follow one of them.
+        // The path as it was passed, with its links: the system may refuse to follow one of them.
         m_IsNew = ::stat(path, &m_Old) != 0;
         return m_IsNew ? errno == ENOENT && *path != '\0'
-                       : S_ISREG(m_Old.st_mode) && ::euidaccess(path, W_OK) == 0 &&
-                             !hasAccessList(path);
+                       : S_ISREG(m_Old.st_mode) && ::euidaccess(path, W_OK) == 0 && !hasAcl(path);
     }
 
-    // Whether the path behind the links leads to what was looked at by the path with them.
-    bool isStill(const char* path) const
+    // Whether the resolved path leads to the file that mayReplace has checked: a link or the file
+    // may have been exchanged meanwhile.
+    bool isUnchanged(const char* path) const
     {
         struct stat found {
         };
-        const bool isThere = ::lstat(path, &found) == 0;
-        return m_IsNew ? !isThere
-                       : isThere && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
+        const bool exists = ::lstat(path, &found) == 0;
+        return m_IsNew ? !exists
+                       : exists && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
     }
 
     void create()
     {
-        constexpr int mostNames = 100; // those of runs that were killed are still there
+        constexpr int maxNames = 100; // killed processes leave their temporary files
         const std::string stem =
             m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
-        const mode_t mode = m_IsNew ? kUsualRights : S_IRUSR | S_IWUSR;
-        for (int i = 0; i < mostNames; ++i) {
+        const mode_t mode = m_IsNew ? kDefaultMode : S_IRUSR | S_IWUSR;
+        for (int i = 0; i < maxNames; ++i) {
             if (m_New.create(stem + std::to_string(i), mode)) {
                 return;
             }
@@ -130,11 +130,11 @@ struct TxReplacement::State {
                 break;
             }
         }
-        m_MustKeepOld = !isOfDirectory(errno);
+        m_MustKeepOld = !isDirectoryError(errno);
     }
 
-    // A user who may not give a file away becomes its owner. If the group cannot be kept either,
-    // the new group's rights are those that it had before, among all others.
+    // A user who may not change owners becomes the owner. If the group cannot be kept either, the
+    // new group gets the permissions of others, which it had for the old file.
     bool keepAccess()
     {
         mode_t mode = m_Old.st_mode & 07777;
@@ -176,7 +176,7 @@ bool TxReplacement::take()
         return false;
     }
     if (!state.m_New.commit(state.m_Path)) {
-        state.m_MustKeepOld = !isOfDirectory(errno);
+        state.m_MustKeepOld = !isDirectoryError(errno);
         return false;
     }
     return true;

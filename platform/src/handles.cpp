@@ -1,4 +1,4 @@
-// Handles: closing, duplicating, and the table behind them.
+// Handles: their table, closing and duplicating.
 #include "handles.h"
 
 #include "neverdestroyed.h"
@@ -16,9 +16,9 @@ FastSlot g_fastSlots[kMaxHandles];
 namespace
 {
 
-// A handle is its slot in the table and the generation of that slot, so that a handle that was
-// closed does not name the next object of the same slot. The low two bits are free, and neither
-// null nor INVALID_HANDLE_VALUE comes up.
+// A handle consists of a slot of the table and the generation of that slot, so that a closed handle
+// does not name the next object in the slot. The low two bits are 0, and no handle is null or
+// INVALID_HANDLE_VALUE.
 class HandleTable
 {
 public:
@@ -31,7 +31,7 @@ public:
             m_Free.pop_back();
         } else if (m_Entries.size() < kMaxHandles) {
             slot = m_Entries.size();
-            if (m_Free.capacity() <= slot) { // close must not allocate, nor a slot be lost
+            if (m_Free.capacity() <= slot) { // so that close cannot fail and lose a slot
                 m_Free.reserve(2 * slot + 1);
             }
             m_Entries.emplace_back();
@@ -160,7 +160,7 @@ std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
 
 BOOL CloseHandle(HANDLE handle)
 {
-    // The object's own end, which may wait for a child, comes outside the table's lock.
+    // Destroyed outside the table's lock: the destructor may wait for a child.
     std::shared_ptr<Object> object = table().close(handle);
     if (!object) {
         return fail(EBADF);

@@ -1,4 +1,4 @@
-// The table that turns handles into objects. It knows no kind of object.
+// The table that maps handles to objects. It does not depend on the kinds of objects.
 #ifndef TARNIX_PLATFORM_HANDLES_H
 #define TARNIX_PLATFORM_HANDLES_H
 
@@ -21,17 +21,17 @@ public:
     virtual ~Object() = default;
 };
 
-// A new handle of the object; null with the last error set when none is left.
+// A new handle of the object; null with the last error set if no slot is left.
 HANDLE openHandle(std::shared_ptr<Object> object);
 
-// What the fast path of reads finds by the handle, if that is still open at that moment.
+// Set what the fast path of reads finds by the handle. No effect if the handle is not open.
 void setAhead(HANDLE handle, ReadAhead* ahead);
 void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer);
 
 // The object of an open handle, or null.
 std::shared_ptr<Object> objectOf(HANDLE handle);
 
-// The same for one kind of object; null and EBADF for any other.
+// The same for one kind of object; null with the last error EBADF for any other.
 template <class T>
 std::shared_ptr<T> find(HANDLE handle)
 {
@@ -42,7 +42,7 @@ std::shared_ptr<T> find(HANDLE handle)
     return found;
 }
 
-// The first object held by an open handle for which the test holds, or null.
+// The first object of an open handle that passes the test, or null.
 std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test);
 
 } // namespace tarnix_platform

@@ -1,4 +1,4 @@
-// Whom a child runs as.
+// The user that a child runs as.
 #ifndef TARNIX_PLATFORM_IDENTITY_H
 #define TARNIX_PLATFORM_IDENTITY_H
 

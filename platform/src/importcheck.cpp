@@ -1,4 +1,4 @@
-// What ACE_Registry_ImpExp may not be given.
+// Which files ACE_Registry_ImpExp cannot import without harm.
 #include "descriptors.h"
 #include "platform_registry.h"
 
@@ -14,12 +14,12 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr long kMostLevels = 128;
-constexpr long kMostOfAll = 50000;
-constexpr long kMostZeros = 8; // some stand in good files that something damaged
-constexpr long kLongestLine = 16L * 1024 * 1024;
+constexpr long kMaxLevels = 128;
+constexpr long kMaxTotalLevels = 50000;
+constexpr long kMaxZeros = 8; // a slightly damaged file is still imported
+constexpr long kMaxLineLength = 16L * 1024 * 1024;
 
-// Takes a file piece by piece, and counts the levels of its sections.
+// Checks a file piece by piece.
 class ImportCheck
 {
 public:
@@ -34,7 +34,7 @@ public:
                 m_InSection = *piece == '[';
                 m_Levels = 0;
             }
-            const char* const next = m_InSection ? behindLine(piece, end) : nextSection(piece, end);
+            const char* const next = m_InSection ? nextLine(piece, end) : nextSection(piece, end);
             if (m_InSection && !countLevels(piece, next)) {
                 return false;
             }
@@ -47,40 +47,41 @@ public:
 private:
     static const char* find(char wanted, const char* from, const char* end)
     {
-        const void* place = std::memchr(from, wanted, static_cast<std::size_t>(end - from));
-        return place != nullptr ? static_cast<const char*>(place) : end;
+        const void* found = std::memchr(from, wanted, static_cast<std::size_t>(end - from));
+        return found != nullptr ? static_cast<const char*>(found) : end;
     }
 
-    static const char* behindLine(const char* line, const char* end)
+    static const char* nextLine(const char* line, const char* end)
     {
         const char* const newline = find('\n', line, end);
         return newline == end ? end : newline + 1;
     }
 
-    // Most lines are values: they are passed over without a look for their ends.
+    // Most lines are values. It is faster to search for the next '[' at the start of a line than
+    // for the end of each line.
     static const char* nextSection(const char* line, const char* end)
     {
-        const char* place = find('[', line + 1, end);
-        while (place != end && place[-1] != '\n') {
-            place = find('[', place + 1, end);
+        const char* found = find('[', line + 1, end);
+        while (found != end && found[-1] != '\n') {
+            found = find('[', found + 1, end);
         }
-        return place;
+        return found;
     }
 
     bool countZeros(const char* piece, const char* end)
     {
-        for (piece = find('\0', piece, end); piece != end && m_Zeros <= kMostZeros;
+        for (piece = find('\0', piece, end); piece != end && m_Zeros <= kMaxZeros;
              piece = find('\0', piece + 1, end)) {
             ++m_Zeros;
         }
-        return m_Zeros <= kMostZeros;
+        return m_Zeros <= kMaxZeros;
     }
 
     bool measureLines(const char* piece, const char* end)
     {
         const char* const newline = find('\n', piece, end);
         m_Length += newline - piece;
-        if (m_Length > kLongestLine) {
+        if (m_Length > kMaxLineLength) {
             return false;
         }
         if (newline != end) {
@@ -96,14 +97,14 @@ private:
             (m_AtStart ? 1 : 0) + std::count(line, end, '\\') + std::count(line, end, '/');
         m_Levels += opened;
         m_AllLevels += opened;
-        return m_Levels <= kMostLevels && m_AllLevels <= kMostOfAll;
+        return m_Levels <= kMaxLevels && m_AllLevels <= kMaxTotalLevels;
     }
 
     bool m_AtStart = true;
     bool m_InSection = false;
     long m_Levels = 0;
     long m_AllLevels = 0;
-    long m_Length = 0; // of the line that is not at its end
+    long m_Length = 0; // of the current line so far
     long m_Zeros = 0;
 };
 
@@ -111,10 +112,10 @@ private:
 
 bool TxMayImport(const char* path)
 {
-    // Without O_NONBLOCK a pipe without a writer would be waited for.
+    // Without O_NONBLOCK the open of a named pipe would wait for a writer.
     const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file) {
-        return true; // the import will tell
+        return true; // the import reports it
     }
     struct stat info {
     };

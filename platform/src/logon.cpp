@@ -23,7 +23,7 @@ namespace tarnix_platform
 namespace
 {
 
-// Plain storage: nothing has to run when a thread ends.
+// Trivial types only: no destructor has to run when a thread ends.
 struct Refusal {
     int error;
     char about[200];
@@ -36,10 +36,10 @@ bool refuse(int error, const std::string& user, const std::string& why)
     const std::size_t length = about.copy(t_refusal.about, sizeof t_refusal.about - 1);
     t_refusal.about[length] = '\0';
     t_refusal.error = error;
-    return failAsLogonDid();
+    return failWithLastRefusal();
 }
 
-// Answers every question for something secret with the password. PAM wipes and frees the answers.
+// Answers every question for a secret with the password. PAM wipes and frees the answers.
 int answer(int count, const pam_message** questions, pam_response** answers, void* password)
 {
     if (count <= 0 || count > PAM_MAX_NUM_MSG) {
@@ -57,7 +57,7 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
             replies[i].resp = ::strdup(static_cast<const char*>(password));
             result = replies[i].resp != nullptr ? PAM_SUCCESS : PAM_BUF_ERR;
         } else if (style == PAM_PROMPT_ECHO_ON) {
-            result = PAM_CONV_ERR; // nobody is there to answer it
+            result = PAM_CONV_ERR; // only a person could answer
         }
     }
     if (result != PAM_SUCCESS) {
@@ -86,7 +86,7 @@ public:
     PamSession(const PamSession&) = delete;
     PamSession& operator=(const PamSession&) = delete;
 
-    bool admits()
+    bool authenticate()
     {
         if (m_Result == PAM_SUCCESS) {
             m_Result = pam_authenticate(m_Handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
@@ -97,8 +97,8 @@ public:
         return m_Result == PAM_SUCCESS;
     }
 
-    // A module may have exchanged the account.
-    bool isStill(const std::string& user)
+    // A PAM module may have changed the account.
+    bool accountIs(const std::string& user)
     {
         const void* now = nullptr;
         return pam_get_item(m_Handle, PAM_USER, &now) == PAM_SUCCESS && now != nullptr &&
@@ -148,10 +148,10 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
         return false;
     }
     PamSession session(user.c_str(), password);
-    if (!session.admits()) {
+    if (!session.authenticate()) {
         return refuse(EACCES, user, session.reason());
     }
-    if (!session.isStill(user)) {
+    if (!session.accountIs(user)) {
         return refuse(EACCES, user, "PAM changed the account");
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
@@ -162,7 +162,7 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
 
 } // namespace
 
-bool failAsLogonDid()
+bool failWithLastRefusal()
 {
     return t_refusal.error != 0 ? fail(t_refusal.error, t_refusal.about)
                                 : fail(EACCES, "no logon token");

@@ -1,4 +1,4 @@
-// Tokens: who a child may run as.
+// Tokens: the users that a child may run as.
 #ifndef TARNIX_PLATFORM_LOGON_H
 #define TARNIX_PLATFORM_LOGON_H
 
@@ -26,8 +26,8 @@ private:
     const Identity m_Identity;
 };
 
-// Fails as the thread's last refused logon did. Returns false.
-bool failAsLogonDid();
+// Fails with the error of the thread's last refused logon. Returns false.
+bool failWithLastRefusal();
 
 } // namespace tarnix_platform
 

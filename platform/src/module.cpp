@@ -1,5 +1,5 @@
-// Module loading: tells the library that it has been loaded, as the loader of the system that the
-// library was designed on does.
+// Calls the library's DllMain when it is loaded, as the loader does on the system that the library
+// was designed on.
 #include "platform.h"
 
 #include <dlfcn.h>

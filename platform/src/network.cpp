@@ -1,4 +1,4 @@
-// Host names and addresses over the re-entrant calls of the resolver.
+// Host names and addresses, by the re-entrant functions of the resolver.
 #include "platform.h"
 #include "platform_network.h"
 
@@ -18,22 +18,22 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr std::size_t kFirstRoom = 1024;
-constexpr std::size_t kMostRoom = std::size_t{1} << 20; // an answer beyond this counts as none
+constexpr std::size_t kInitialSize = 1024;
+constexpr std::size_t kMaxSize = std::size_t{1} << 20; // a larger answer counts as none
 
-// Where an answer lies: the record points into the room.
+// The record points into the buffer.
 struct Answer {
     hostent record{};
-    std::vector<char> room;
+    std::vector<char> buffer;
 };
 
-// `call` is one of the gethostby*_r calls on an answer. It is repeated with more room for as long
-// as it asks for more. True if there is an answer.
+// `call` is one of the gethostby*_r functions. It is repeated with a larger buffer as long as it
+// fails with ERANGE. True if there is an answer.
 template <class Call>
 bool lookUp(Answer& answer, Call call)
 {
-    for (std::size_t room = kFirstRoom; room <= kMostRoom; room *= 2) {
-        answer.room.resize(room);
+    for (std::size_t size = kInitialSize; size <= kMaxSize; size *= 2) {
+        answer.buffer.resize(size);
         hostent* found = nullptr;
         const int code = call(answer, &found);
         if (code != ERANGE) {
@@ -62,7 +62,8 @@ std::optional<std::string> TxHostName(const TxIPv4& address)
     const bool isFound = lookUp(answer, [&address](Answer& into, hostent** found) {
         int reason = 0;
         return ::gethostbyaddr_r(address.data(), static_cast<socklen_t>(address.size()), AF_INET,
-                                 &into.record, into.room.data(), into.room.size(), found, &reason);
+                                 &into.record, into.buffer.data(), into.buffer.size(), found,
+                                 &reason);
     });
     if (!isFound || answer.record.h_name == nullptr) {
         return std::nullopt;
@@ -78,8 +79,8 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
     Answer answer;
     const bool isFound = lookUp(answer, [name](Answer& into, hostent** found) {
         int reason = 0;
-        return ::gethostbyname2_r(name, AF_INET, &into.record, into.room.data(), into.room.size(),
-                                  found, &reason);
+        return ::gethostbyname2_r(name, AF_INET, &into.record, into.buffer.data(),
+                                  into.buffer.size(), found, &reason);
     });
     const hostent& record = answer.record;
     TxIPv4 address;

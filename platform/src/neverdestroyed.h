@@ -1,4 +1,4 @@
-// Objects of the whole process that outlive every destructor.
+// Objects of the whole process that are never destroyed.
 #ifndef TARNIX_PLATFORM_NEVERDESTROYED_H
 #define TARNIX_PLATFORM_NEVERDESTROYED_H
 
@@ -7,8 +7,8 @@
 namespace tarnix_platform
 {
 
-// The one object of its type, made at the first call and never destroyed: destructors that run
-// while the process ends may still close handles.
+// The one object of its type, created by the first call and never destroyed: destructors that run
+// at the end of the process may still close handles.
 template <class T>
 T& neverDestroyed()
 {

@@ -1,4 +1,4 @@
-// The path of a file that the process may name, instead of the one that was built in.
+// A file path that is built in and that the process can change.
 #ifndef TARNIX_PLATFORM_PATHSETTING_H
 #define TARNIX_PLATFORM_PATHSETTING_H
 
@@ -11,16 +11,16 @@
 namespace tarnix_platform
 {
 
-// For objects of the whole process: constant initialised, and nothing runs at unloading, so it can
-// be used at any moment of the process. Any thread may call.
+// For global objects: constant initialised and trivially destructible, so it can be used at any
+// moment of the process. Any thread may call.
 class PathSetting
 {
 public:
     constexpr PathSetting() = default;
 
-    // The text is copied; null or an empty text names none. A path that is too long for the system
-    // keeps one byte too many, and so stays a path that cannot be opened: cut to what the system
-    // takes it would name another file.
+    // The text is copied; null or "" restores the built-in path. A path that is too long for the
+    // system is stored with one byte more than the limit, so that it still cannot be opened: cut to
+    // the limit it could name another file.
     void set(const char* path)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);

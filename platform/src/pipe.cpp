@@ -1,4 +1,4 @@
-// The kernel's pipe, what was read ahead of it, and the pending read.
+// The kernel's pipe, its read-ahead block, and the pending read.
 #include "pipe.h"
 
 #include "aheadpool.h"
@@ -17,7 +17,8 @@ namespace tarnix_platform
 namespace
 {
 
-// Number of the last read that pended, of all pipes: a state may come from another one.
+// Number of the last read that became pending, counted over all pipes: a state that was used for
+// another pipe must not match a read of this one.
 std::atomic<ULONG_PTR> g_lastRead{0};
 
 } // namespace
@@ -102,17 +103,17 @@ void Pipe::markEndOfOutput()
         return;
     }
     m_OutputEnded = true;
-    m_Left = static_cast<std::size_t>(std::max(waiting, 0));
+    m_BytesLeft = static_cast<std::size_t>(std::max(waiting, 0));
 }
 
-// Brings bytes into the read-ahead, which is empty.
+// Reads into the block, which is empty.
 ReadState Pipe::fill(int& error)
 {
-    if (m_OutputEnded && m_Left == 0) {
-        return ReadState::ended;
+    if (m_OutputEnded && m_BytesLeft == 0) {
+        return ReadState::endOfFile;
     }
     if (!m_NonBlocking) {
-        // Only an end that is read here: one that a child gets as its input must block.
+        // Not before the first read here: an end that a child gets as its input must block.
         const int flags = ::fcntl(m_ReadFd.get(), F_GETFL);
         if (flags < 0 || ::fcntl(m_ReadFd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
             error = errno;
@@ -121,17 +122,17 @@ ReadState Pipe::fill(int& error)
         m_NonBlocking = true;
     }
     const std::size_t wanted =
-        m_OutputEnded ? std::min(m_Left, ReadAhead::kCapacity) : ReadAhead::kCapacity;
+        m_OutputEnded ? std::min(m_BytesLeft, ReadAhead::kCapacity) : ReadAhead::kCapacity;
     const ssize_t got = readSome(m_ReadFd.get(), m_Ahead->bytes, wanted);
     if (got < 0) {
         error = errno;
         return error == EAGAIN ? ReadState::empty : ReadState::failed;
     }
     if (got == 0) {
-        return ReadState::ended;
+        return ReadState::endOfFile;
     }
     if (m_OutputEnded) {
-        m_Left -= static_cast<std::size_t>(got);
+        m_BytesLeft -= static_cast<std::size_t>(got);
     }
     m_Ahead->at.store(0, std::memory_order_relaxed);
     m_Ahead->end.store(static_cast<std::uint32_t>(got), std::memory_order_relaxed);
@@ -164,7 +165,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
         overlapped->Internal = 0;
         overlapped->InternalHigh = *count;
         return true;
-    case ReadState::ended:
+    case ReadState::endOfFile:
         overlapped->Internal = ERROR_BROKEN_PIPE;
         return fail(ERROR_BROKEN_PIPE);
     case ReadState::failed:
@@ -195,7 +196,7 @@ void Pipe::finish(ULONG_PTR status, DWORD count)
     m_Pending = PendingRead{};
 }
 
-ReadState Pipe::complete(bool alsoEnd)
+ReadState Pipe::complete(bool completeAtEnd)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Pending.buffer == nullptr) {
@@ -205,7 +206,7 @@ ReadState Pipe::complete(bool alsoEnd)
     const ReadState state = m_Ahead->empty() ? fill(error) : ReadState::data;
     if (state == ReadState::data) {
         finish(0, take(m_Pending.buffer, m_Pending.size));
-    } else if (state == ReadState::ended && alsoEnd) {
+    } else if (state == ReadState::endOfFile && completeAtEnd) {
         finish(ERROR_BROKEN_PIPE, 0);
     } else if (state == ReadState::failed) {
         finish(static_cast<ULONG_PTR>(error), 0);

@@ -1,4 +1,4 @@
-// The kernel's pipe, what was read ahead of it, the pending read, and the event that it signals.
+// The kernel's pipe, its read-ahead block, the pending read, and the event that the read signals.
 #ifndef TARNIX_PLATFORM_PIPE_H
 #define TARNIX_PLATFORM_PIPE_H
 
@@ -13,15 +13,15 @@ namespace tarnix_platform
 
 class PipeEnd;
 
-// Auto-reset. Only a pending read signals it.
+// Auto-reset. Only the end of a pending read signals it.
 class Event : public Object
 {
 public:
     void signal();
     bool consume();
-    // A read on this end will signal the event. Clears what an earlier read left.
+    // A read on this end will signal the event. Clears the signal of an earlier read.
     void attach(const std::shared_ptr<PipeEnd>& end);
-    // Whoever waits for the read holds the end meanwhile, and with it the descriptor.
+    // A shared pointer, so that the descriptor stays open while somebody waits for the read.
     std::shared_ptr<PipeEnd> source() const;
 
 private:
@@ -30,7 +30,7 @@ private:
     bool m_Signalled = false;
 };
 
-enum class ReadState { data, empty, ended, failed };
+enum class ReadState { data, empty, endOfFile, failed };
 
 class Pipe
 {
@@ -46,29 +46,31 @@ public:
     int writeFd() const { return m_WriteFd.get(); }
     ReadAhead* ahead() const { return m_Ahead; }
 
-    // Under the lock of the pipe names.
+    // Guarded by the lock of the pipe names.
     bool connected() const { return m_Connected; }
     void connect() { m_Connected = true; }
 
     void closeServer();
     void closeClient();
 
-    // The child that writes here, and where its handle finds out what is unread.
+    // Sets the child that writes to the pipe. Its handle gets a link to the block, so that waits
+    // see whether bytes are unread.
     void setWriter(HANDLE process);
 
-    // The child that writes here has ended: what stands in the pipe now is the rest of its output.
+    // The child that writes to the pipe has ended: the bytes that are in the pipe now are the rest
+    // of its output. A grandchild may hold the pipe open and write more.
     void markEndOfOutput();
 
     BOOL read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, DWORD* count,
               OVERLAPPED* overlapped);
     void cancel();
 
-    // Ends the pending read if it can be ended now. `data`: a byte came, or no read is pending any
-    // more. With `alsoEnd` false a pipe at its end leaves the read pending.
-    ReadState complete(bool alsoEnd);
+    // Completes the pending read if that is possible now. `data`: there was a byte, or no read is
+    // pending. With `completeAtEnd` false the read stays pending at the end of file.
+    ReadState complete(bool completeAtEnd);
     bool pending() const;
 
-    // How the pending read of this state ended.
+    // Stores the result of the pending read of this state.
     void outcome(OVERLAPPED& state) const;
 
 private:
@@ -78,7 +80,7 @@ private:
         std::shared_ptr<Event> event;
     };
 
-    // Of the last pending read.
+    // The result of the last pending read.
     struct Outcome {
         ULONG_PTR number = 0;
         ULONG_PTR status = 0;
@@ -94,15 +96,15 @@ private:
     UniqueFd m_ReadFd;
     UniqueFd m_WriteFd;
     ReadAhead* m_Ahead = nullptr;
-    PendingRead m_Pending; // none without a buffer
+    PendingRead m_Pending; // buffer null: no read is pending
     Outcome m_Outcome;
-    std::size_t m_Left = 0; // bytes that may still be read once the output has ended
+    std::size_t m_BytesLeft = 0; // if the output has ended: the rest of it
     bool m_OutputEnded = false;
     bool m_NonBlocking = false;
     bool m_Connected = false;
 };
 
-// Fails with the error. A refused read leaves the state of one that pends as it is.
+// Fails with the error. If a read of this state is pending, it stays so.
 bool refuseRead(OVERLAPPED& state, int error);
 
 } // namespace tarnix_platform

@@ -16,7 +16,8 @@ HANDLE openEnd(const std::shared_ptr<PipeEnd>& end)
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
-// Ends the pending read of the pipe, if there is one; false if it goes on and `wait` is false.
+// Completes the pending read of the pipe, if there is one. False if it stays pending and `wait` is
+// false.
 bool awaitRead(Pipe& pipe, bool wait)
 {
     while (pipe.complete(true) == ReadState::empty) {
@@ -86,7 +87,7 @@ BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wa
     if (overlapped->Internal == ERROR_IO_PENDING) {
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
         if (!end) {
-            overlapped->Internal = ECANCELED; // by the closing
+            overlapped->Internal = ECANCELED; // CloseHandle has cancelled it
             overlapped->Pending = 0;
             return fail(ECANCELED);
         }

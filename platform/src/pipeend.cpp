@@ -1,4 +1,4 @@
-// The two ends of a pipe, and their names.
+// The two ends of a pipe, and the names of pipes.
 #include "pipeend.h"
 
 #include "neverdestroyed.h"
@@ -91,7 +91,7 @@ PipeEnd::~PipeEnd()
 std::shared_ptr<PipeEnd> createPipe(const char* name, DWORD maxInstances)
 {
     const auto pipe = std::make_shared<Pipe>(name);
-    // The end comes before the name, which it removes whatever happens.
+    // The end comes before the name: its destructor removes the name after a failure.
     auto end = std::make_shared<PipeEnd>(pipe, Side::server);
     return pipe->create() && names().add(pipe, maxInstances) ? end : nullptr;
 }

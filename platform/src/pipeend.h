@@ -1,4 +1,4 @@
-// The two ends of a pipe, and the names by which they find each other.
+// The two ends of a pipe, and the names by which a client finds its server end.
 #ifndef TARNIX_PLATFORM_PIPEEND_H
 #define TARNIX_PLATFORM_PIPEEND_H
 
@@ -27,11 +27,12 @@ private:
     const Side m_Side;
 };
 
-// The server end of a new pipe of that name. Null with the last error set, if there are
-// `maxInstances` of the name already among others.
+// The server end of a new pipe of that name. Null with the last error set, for example if
+// `maxInstances` pipes have the name already.
 std::shared_ptr<PipeEnd> createPipe(const char* name, DWORD maxInstances);
 
-// The client end of the oldest pipe of that name that has none yet. Null with the last error set.
+// The client end of the oldest pipe of that name that is not connected. Null with the last error
+// set if there is none.
 std::shared_ptr<PipeEnd> connectPipe(const char* name);
 
 } // namespace tarnix_platform

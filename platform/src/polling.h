@@ -9,14 +9,14 @@
 namespace tarnix_platform
 {
 
-// The end of a wait of so many milliseconds; INFINITE has none.
+// The end of a wait that starts now; INFINITE has none.
 class Deadline
 {
 public:
     explicit Deadline(DWORD milliseconds);
 
-    // For poll: -1 without a limit; rounded up, so that a wait never ends early, and cut to what an
-    // int holds.
+    // The timeout for poll in milliseconds: -1 without a limit; rounded up, so that a wait never
+    // ends early, and limited to the range of int.
     int left() const;
 
     bool passed() const { return left() == 0; }
@@ -29,7 +29,7 @@ private:
     bool m_Immediate;
 };
 
-// Waits until the descriptor is readable; false when the time was up first.
+// Waits until the descriptor is readable. False if the time is up before.
 bool awaitDescriptor(int fd, DWORD milliseconds);
 
 } // namespace tarnix_platform

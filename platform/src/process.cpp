@@ -1,4 +1,4 @@
-// A child that a handle holds: signalling, killing, and how it ended.
+// A child with a handle: signalling, killing, and its exit status.
 #include "process.h"
 
 #include "polling.h"
@@ -16,8 +16,9 @@ namespace tarnix_platform
 namespace
 {
 
-// SIGKILL takes effect at once unless the child sits in the kernel, on a dead disk for example.
-constexpr DWORD kKillPatience = 2000;
+// SIGKILL takes effect at once unless the child is blocked in the kernel, by a dead disk for
+// example.
+constexpr DWORD kKillTimeout = 2000;
 
 } // namespace
 
@@ -36,14 +37,14 @@ void Process::adopt(Child child)
 Process::~Process()
 {
     if (!m_Ended && m_Killed) {
-        awaitDescriptor(m_Child.pidfd.get(), kKillPatience);
+        awaitDescriptor(m_Child.pidfd.get(), kKillTimeout);
     }
     try {
         if (!ended()) {
             addOrphan(std::move(m_Child.pidfd));
         }
     } catch (const std::bad_alloc&) {
-        // The child stays with the system until this process ends.
+        // Then nobody reaps the child: once it has ended, it is a zombie until this process ends.
     }
 }
 
@@ -51,7 +52,7 @@ bool Process::ended()
 {
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        if (m_Ended || !look()) {
+        if (m_Ended || !tryReap()) {
             return m_Ended;
         }
     }
@@ -63,13 +64,13 @@ bool Process::ended()
     return true;
 }
 
-bool Process::look()
+bool Process::tryReap()
 {
     siginfo_t info;
     switch (reap(m_Child.pidfd.get(), info)) {
     case Reaped::no:
         return false;
-    case Reaped::elsewhere: // by the calling process, or it ignores SIGCHLD
+    case Reaped::elsewhere:
         break;
     case Reaped::yes:
         m_StatusKnown = true;
@@ -99,13 +100,14 @@ bool Process::send(int signal)
     const auto sendToChild = [this](int number) {
         return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
     };
-    // A calling process that has reaped the child itself has given away its id, and the group's.
+    // If the calling process has reaped the child itself, another process or group may have its id.
     if (!sendToChild(0) && errno == ESRCH) {
         return fail(ESRCH);
     }
     const bool group = ::kill(-m_Child.pid, signal) == 0;
-    // Once only: a second Ctrl-C means something else to many programs. A child that has moved to
-    // another group is not reached by that of its own.
+    // A child must get the signal only once: a second Ctrl-C means something else to many programs.
+    // So it is signalled by its own id only if the signal to its group has not reached it; it may
+    // have moved to another group.
     const bool moved = ::getpgid(m_Child.pid) != m_Child.pid;
     const bool child = (group && !moved) || sendToChild(signal);
     return group || child ? true : fail(errno);

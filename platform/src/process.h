@@ -1,4 +1,4 @@
-// A child that a handle holds, and how it ended.
+// A child with a handle, and its exit status.
 #ifndef TARNIX_PLATFORM_PROCESS_H
 #define TARNIX_PLATFORM_PROCESS_H
 
@@ -17,17 +17,17 @@ public:
     Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
     ~Process() override;
 
-    // The child, once it has been started. Until then the process counts as ended.
+    // Sets the child after its start. Until then the process counts as ended.
     void adopt(Child child);
 
     int pidfd() const { return m_Child.pidfd.get(); }
 
-    // Looks whether the child has ended. The first look that finds it so reaps it and marks
-    // the end of its output.
+    // Whether the child has ended. The first call after its end reaps it and marks the end of its
+    // output.
     bool ended();
 
-    // Only while the child has not been seen to end, so that its id, and that of its group, cannot
-    // name anything else.
+    // These use the ids of the child and its group only until the child has been reaped: after that
+    // another process may have them.
     bool isRunning(DWORD pid) const;
     bool signalGroup(int signal);
     bool kill(UINT status);
@@ -35,7 +35,7 @@ public:
     BOOL exitStatus(DWORD* status);
 
 private:
-    bool look();
+    bool tryReap();
     bool send(int signal);
 
     mutable std::mutex m_Mutex;

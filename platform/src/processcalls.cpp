@@ -1,4 +1,4 @@
-// The operations on processes: start, status, signal, end.
+// The operations on processes: start, status, signal, kill.
 #include "commandline.h"
 #include "logon.h"
 #include "pipeend.h"
@@ -17,7 +17,7 @@ namespace tarnix_platform
 namespace
 {
 
-// Only closed: the child's first thread has no life of its own here.
+// The object of hThread. It can only be closed.
 class Thread : public Object
 {
 };
@@ -38,7 +38,7 @@ bool findEnds(const STARTUPINFOA& startup, StandardEnds& found)
     return true;
 }
 
-// The output that the runner reads: the server end that the child writes to.
+// The pipe whose output the runner reads, if the child gets its server end.
 std::weak_ptr<Pipe> writtenPipe(const PipeEnd& end)
 {
     return end.side() == Side::server ? std::weak_ptr<Pipe>(end.pipe()) : std::weak_ptr<Pipe>();
@@ -96,8 +96,8 @@ bool planChild(const char* command, const char* directory, const StandardEnds& s
     return true;
 }
 
-// The ends that the child gets must be its user's: it may open them again by name (/dev/stdout).
-bool giveEnds(const StandardEnds& standard, const Identity& identity)
+// The child may open its standard handles again by name (/dev/stdout), so its user must own them.
+bool changeOwner(const StandardEnds& standard, const Identity& identity)
 {
     for (const std::shared_ptr<PipeEnd>& end : standard.ends) {
         if (::fchown(end->fd(), identity.uid, identity.gid) != 0) {
@@ -107,7 +107,7 @@ bool giveEnds(const StandardEnds& standard, const Identity& identity)
     return true;
 }
 
-// Nothing that can fail comes after the start: a child must not be lost.
+// Nothing that can fail comes after the start: otherwise a running child could be lost.
 BOOL startProcess(const Identity* identity, const char* command, const char* directory,
                   const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
 {
@@ -118,7 +118,7 @@ BOOL startProcess(const Identity* identity, const char* command, const char* dir
     StandardEnds standard;
     ChildPlan plan;
     if (!findEnds(startup, standard) || !planChild(command, directory, standard, plan) ||
-        (identity != nullptr && !giveEnds(standard, *identity))) {
+        (identity != nullptr && !changeOwner(standard, *identity))) {
         return false;
     }
     const PipeEnd& output = *standard.ends[1];
@@ -161,7 +161,7 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           PROCESS_INFORMATION* information)
 {
     if (token == nullptr) {
-        return failAsLogonDid();
+        return failWithLastRefusal();
     }
     const auto identity = find<Token>(token);
     if (!identity) {
@@ -185,12 +185,13 @@ BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
         return fail(EINVAL);
     }
-    const auto runs = [processId](const Object& object) {
+    const auto matches = [processId](const Object& object) {
         const auto* process = dynamic_cast<const Process*>(&object);
         return process != nullptr && process->isRunning(processId);
     };
-    // A child that has ended unnoticed may stand in front of another that got its id.
-    for (auto found = findIf(runs); found; found = findIf(runs)) {
+    // Ended children are skipped: one that nobody has waited for may come before a new child that
+    // has got the same id.
+    for (auto found = findIf(matches); found; found = findIf(matches)) {
         auto& process = static_cast<Process&>(*found);
         if (!process.ended()) {
             return process.signalGroup(event == CTRL_C_EVENT ? SIGINT : SIGTERM);

@@ -1,4 +1,4 @@
-// The ends of children.
+// Reaping of children.
 #include "reaping.h"
 
 #include "neverdestroyed.h"

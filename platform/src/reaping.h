@@ -1,4 +1,4 @@
-// The ends of children: their status is fetched, so that no zombie stays.
+// Reaping of children, so that no zombie is left.
 #ifndef TARNIX_PLATFORM_REAPING_H
 #define TARNIX_PLATFORM_REAPING_H
 
@@ -9,20 +9,21 @@
 namespace tarnix_platform
 {
 
-// elsewhere: the calling process has reaped the child itself, or ignores SIGCHLD.
+// elsewhere: the calling process has reaped the child itself, or ignores SIGCHLD; there is no
+// status.
 enum class Reaped { no, yes, elsewhere };
 
-// Fetches the child's status if it has ended. `info` is zeroed first.
+// Reaps the child if it has ended; `info` is its status.
 Reaped reap(int pidfd, siginfo_t& info);
 
-// Waits for the child's end.
+// Waits for the child's end and reaps it.
 void reapAtEnd(int pidfd);
 
-// Takes over a child that runs and that nobody waits for any more.
+// Adds a running child that has no handle any more.
 void addOrphan(UniqueFd pidfd);
 
-// Reaps the orphans that have ended. Called by each start, wait and closing; costs one load without
-// orphans.
+// Reaps the orphans that have ended. Every start, wait and close calls this; without orphans it
+// costs one atomic load.
 void reapOrphans();
 
 } // namespace tarnix_platform

@@ -1,4 +1,4 @@
-// The registry over a text file.
+// The registry, kept in a text file.
 #include "pathsetting.h"
 #include "platform_registry.h"
 
@@ -19,7 +19,7 @@ constexpr int kFailed = -1;
 
 PathSetting g_registryFile;
 
-// This layer stands below the library's own conversions.
+// Converted here, because the layer must not use the library's conversions.
 std::string toUtf8(const wchar_t* wide)
 {
     icu::UnicodeString text;
@@ -30,7 +30,7 @@ std::string toUtf8(const wchar_t* wide)
     return text.toUTF8String(utf8);
 }
 
-// What is not UTF-8 comes out with U+FFFD in it.
+// Bytes that are not UTF-8 become U+FFFD.
 std::wstring fromUtf8(const char* utf8)
 {
     const icu::UnicodeString text = icu::UnicodeString::fromUTF8(utf8);
@@ -95,7 +95,7 @@ int ACE_Configuration_Win32Registry::get_string_value(const ACE_Configuration_Se
     const std::wstring text = fromUtf8(stored.c_str());
     value = ACE_String_Base<wchar_t>(text.c_str());
     if (value.length() != text.size()) {
-        throw std::bad_alloc(); // the string itself does not tell
+        throw std::bad_alloc(); // the string of ACE does not report it
     }
     return 0;
 }

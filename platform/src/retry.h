@@ -1,4 +1,4 @@
-// System calls that a signal interrupts.
+// System calls that a signal may interrupt.
 #ifndef TARNIX_PLATFORM_RETRY_H
 #define TARNIX_PLATFORM_RETRY_H
 
@@ -8,9 +8,9 @@
 namespace tarnix_platform
 {
 
-// Calls again for as long as the call fails with EINTR. `call` returns -1, or a null pointer, on
-// failure. Not for close, which has closed even then, and not for a wait with a timeout, which
-// would begin again.
+// Repeats the call as long as it fails with EINTR. `call` returns -1, or a null pointer, on
+// failure. Not for close, which closes the descriptor even then, and not for a wait with a timeout,
+// which would start again.
 template <class Call>
 auto retryInterrupted(Call call)
 {

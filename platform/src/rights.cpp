@@ -22,7 +22,7 @@ NTSTATUS toStatus(bool good)
     return good ? 0 : static_cast<NTSTATUS>(0xC0000000U | GetLastError());
 }
 
-// Rights have ASCII names without white space; anything else is no right.
+// Names of rights are ASCII without white space, so that they fit in a line of the file.
 bool readRight(const LSA_UNICODE_STRING& text, std::string& right)
 {
     right.clear();
@@ -36,16 +36,16 @@ bool readRight(const LSA_UNICODE_STRING& text, std::string& right)
     return !right.empty() || fail(EINVAL);
 }
 
-// Account names with white space or a newline could forge another account's line.
+// White space or a newline in the name of an account could forge a line of another account.
 bool checkAccount(LSA_HANDLE policy, PSID account, std::string& name)
 {
     if (!find<Policy>(policy)) {
         return false;
     }
     name = accountOf(account);
-    const bool plain =
+    const bool valid =
         std::none_of(name.begin(), name.end(), [](char c) { return c >= '\0' && c <= ' '; });
-    return (plain && !name.empty()) || fail(EINVAL);
+    return (valid && !name.empty()) || fail(EINVAL);
 }
 
 bool readRights(const LSA_UNICODE_STRING* rights, DWORD count, std::vector<std::string>& names)
@@ -106,10 +106,10 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
     if (!checkAccount(policy, account, name) || !rightsOf(name, found)) {
         return toStatus(false);
     }
-    // A longer one would wrap in the 16 bits of its length, and might then read as another right.
-    constexpr std::size_t longest = UINT16_MAX / sizeof(wchar_t) - 1;
+    // The length of a longer one would overflow its 16 bits, and the text could be another right.
+    constexpr std::size_t maxLength = UINT16_MAX / sizeof(wchar_t) - 1;
     found.erase(std::remove_if(found.begin(), found.end(),
-                               [](const std::string& right) { return right.size() > longest; }),
+                               [](const std::string& right) { return right.size() > maxLength; }),
                 found.end());
     if (found.empty()) {
         return toStatus(fail(ENOENT));

@@ -74,7 +74,9 @@ bool replaceFile(const std::string& path, const Lines& lines)
         text.append(line).push_back('\n');
     }
     const std::string temporary = path + ".new";
-    ::unlink(temporary.c_str()); // of a change that was broken off; never somebody else's open file
+    // A change that was interrupted may have left one. It is not reused: somebody could hold it
+    // open.
+    ::unlink(temporary.c_str());
     FileReplacement file;
     if (!file.create(temporary, kOwnerOnly)) {
         return fail(errno, temporary);
@@ -84,13 +86,14 @@ bool replaceFile(const std::string& path, const Lines& lines)
     return good || fail(errno, path);
 }
 
-// The exclusive right to change the file. A file of its own is locked: the rights are another file
-// after each change.
+// The exclusive lock for a change. It is held on a separate file, because each change replaces the
+// rights file itself.
 class ChangeLock
 {
 public:
     ChangeLock() = default;
-    // Not left to the closing: a process that was forked meanwhile has the file open too.
+    // Closing does not release the lock if a process that was forked meanwhile has the file open
+    // too.
     ~ChangeLock()
     {
         if (m_File) {
@@ -131,10 +134,10 @@ bool startsWith(const std::string& line, const std::string& start)
     return line.compare(0, start.size(), start) == 0;
 }
 
-bool removeLines(const std::function<bool(const std::string&)>& goes)
+bool removeLines(const std::function<bool(const std::string&)>& matches)
 {
     return change([&](Lines& lines) {
-        const auto end = std::remove_if(lines.begin(), lines.end(), goes);
+        const auto end = std::remove_if(lines.begin(), lines.end(), matches);
         const bool changed = end != lines.end();
         lines.erase(end, lines.end());
         return changed;

@@ -1,7 +1,7 @@
-// The accounts' rights: a text file with a line "account right" for each.
+// The accounts' rights: a text file with one line "account right" for each.
 //
-// Lines of another form stay as they are. A change happens under a lock and replaces the file
-// whole. All fail with the last error set; a file that does not exist holds nothing.
+// Lines of another form are kept unchanged. A change holds a lock and replaces the whole file. All
+// return false on failure, with the last error set. A missing file counts as empty.
 #ifndef TARNIX_PLATFORM_RIGHTSFILE_H
 #define TARNIX_PLATFORM_RIGHTSFILE_H
 
@@ -13,7 +13,7 @@ namespace tarnix_platform
 
 bool holdsRight(const std::string& account, const std::string& right);
 
-// In the file's order; empty without any.
+// In the order of the file; empty if the account has none.
 bool rightsOf(const std::string& account, std::vector<std::string>& rights);
 
 bool addRights(const std::string& account, const std::vector<std::string>& rights);

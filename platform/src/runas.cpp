@@ -1,12 +1,12 @@
-// The program that stands between a start as another user and the command.
+// The program that switches user and then becomes the command.
 //
-// A child that changes its identity while it borrows the caller's memory could be stopped and read
-// by the very user that it has become. So the child first becomes this program, as the caller; here
-// it takes the user's identity, enters the directory as that user, and becomes the command.
+// If a child switched user while it shares the caller's memory, that user could stop the child and
+// read the memory. So the child first executes this program, still as the caller. The program
+// switches to the user, enters the directory as that user, and executes the command.
 //
 // Arguments: user id, group id, groups ("1,2", may be empty), directory (may be empty), number of
-// candidates, the candidates (paths to try in turn), then the command's own arguments. A failure
-// goes to descriptor 3 as two ints, step and error; the command's start closes it.
+// candidates, the candidates (paths to try in turn), then the command's own arguments. A failure is
+// written to descriptor 3 as two ints, step and error; the start of the command closes it.
 #include "runas.h"
 
 #include <fcntl.h>
@@ -27,7 +27,7 @@ namespace tarnix_platform
 namespace
 {
 
-[[noreturn]] void giveUp(RunAsStep step, int error)
+[[noreturn]] void reportAndExit(RunAsStep step, int error)
 {
     const RunAsFailure failure{step, error};
     const ssize_t written = ::write(kRunAsStatus, &failure, sizeof failure);
@@ -50,8 +50,8 @@ std::vector<gid_t> groupsOf(const char* text)
     return groups;
 }
 
-// What the change of the user id leaves alone.
-bool dropTheRest()
+// A change of the user id leaves the ambient and inheritable capabilities and the session keyring.
+bool dropCapabilitiesAndKeyring()
 {
     ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -64,13 +64,13 @@ bool dropTheRest()
         return false;
     }
     constexpr int joinSessionKeyring = 1;
-    ::syscall(SYS_keyctl, joinSessionKeyring, nullptr); // a system without keys has none to leave
+    ::syscall(SYS_keyctl, joinSessionKeyring, nullptr); // fails only without a keyring to leave
     return true;
 }
 
 bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
 {
-    if (!dropTheRest() || ::setgroups(groups.size(), groups.data()) != 0 ||
+    if (!dropCapabilitiesAndKeyring() || ::setgroups(groups.size(), groups.data()) != 0 ||
         ::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
         return false;
     }
@@ -80,12 +80,12 @@ bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
         ::getresgid(&gids[0], &gids[1], &gids[2]) != 0) {
         return false;
     }
-    bool same = uid == 0 || ::setresuid(0, 0, 0) != 0; // there is no way back
+    bool switched = uid == 0 || ::setresuid(0, 0, 0) != 0; // it must not be possible to switch back
     for (int i = 0; i < 3; ++i) {
-        same = same && uids[i] == uid && gids[i] == gid;
+        switched = switched && uids[i] == uid && gids[i] == gid;
     }
     errno = EPERM;
-    return same;
+    return switched;
 }
 
 int becomeCommand(int argc, char** argv)
@@ -96,13 +96,13 @@ int becomeCommand(int argc, char** argv)
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[5])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
-        giveUp(RunAsStep::identity, EINVAL);
+        reportAndExit(RunAsStep::identity, EINVAL);
     }
     if (!becomeUser(number(argv[1]), number(argv[2]), groupsOf(argv[3]))) {
-        giveUp(RunAsStep::identity, errno);
+        reportAndExit(RunAsStep::identity, errno);
     }
     if (argv[4][0] != '\0' && ::chdir(argv[4]) != 0) {
-        giveUp(RunAsStep::directory, errno);
+        reportAndExit(RunAsStep::directory, errno);
     }
     char** const command = argv + fixedArguments + candidates;
     int error = ENOENT;
@@ -110,13 +110,13 @@ int becomeCommand(int argc, char** argv)
         const char* path = argv[fixedArguments + i];
         ::execve(path, command, environ);
         if (candidates == 1 || !searchGoesOn(errno)) {
-            giveUp(RunAsStep::program, errno);
+            reportAndExit(RunAsStep::program, errno);
         }
         if (errno == EACCES && ::access(path, F_OK) == 0) {
             error = EACCES;
         }
     }
-    giveUp(RunAsStep::program, error);
+    reportAndExit(RunAsStep::program, error);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What the layer and the program that switches user agree on.
+// The interface between the layer and the program that switches user.
 #ifndef TARNIX_PLATFORM_RUNAS_H
 #define TARNIX_PLATFORM_RUNAS_H
 
@@ -8,8 +8,8 @@ namespace tarnix_platform
 {
 
 // Descriptors of that program.
-constexpr int kRunAsStatus = 3;
-constexpr int kRunAsProgram = kRunAsStatus + 1; // itself
+constexpr int kRunAsStatus = 3;                 // where it reports a failure
+constexpr int kRunAsProgram = kRunAsStatus + 1; // its own file, until it has started
 
 enum class RunAsStep : int { identity, directory, program };
 
@@ -18,8 +18,7 @@ struct RunAsFailure {
     int error;
 };
 
-// As execvp goes on: a directory of the search that lacks the program, or may not be looked into,
-// is no reason to stop.
+// As execvp: the search continues after a directory that lacks the program or may not be searched.
 constexpr bool searchGoesOn(int error)
 {
     return error == EACCES || error == ENOENT || error == ENOTDIR || error == ESTALE ||

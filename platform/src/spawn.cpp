@@ -36,7 +36,7 @@ std::vector<std::string> candidatesOf(const std::string& program)
     const std::string path = searchPath();
     for (std::size_t begin = 0; begin <= path.size();) {
         const std::size_t end = std::min(path.find(':', begin), path.size());
-        // An empty piece is the current directory.
+        // An empty entry is the current directory.
         const std::string directory = end == begin ? "." : path.substr(begin, end - begin);
         candidates.push_back(directory + '/' + program);
         begin = end + 1;

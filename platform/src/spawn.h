@@ -1,4 +1,4 @@
-// The start of a command as the calling user. Everything is prepared before the child exists.
+// The start of a command as the calling user. All allocations are made before the child exists.
 #ifndef TARNIX_PLATFORM_SPAWN_H
 #define TARNIX_PLATFORM_SPAWN_H
 
@@ -16,16 +16,18 @@ struct ChildPlan {
     int standard[3];       // all above 2
 };
 
-// False with the last error set, and no child left, when any step up to the program's start failed.
+// False with the last error set if any step up to the start of the program failed; then no child is
+// left.
 bool spawn(const ChildPlan& plan, Child& child);
 
-// The paths of the program to try in turn: itself, or what the search path makes of it.
+// The paths of the program to try in turn: the name itself if it has a slash, otherwise one for
+// each directory of the search path.
 std::vector<std::string> candidatesOf(const std::string& program);
 
-// What the system takes for a list of texts, which must outlive it.
+// The texts as the null-terminated array that exec needs. They must outlive it.
 std::vector<char*> pointersTo(const std::vector<std::string>& texts);
 
-// Sets the last error of a step that failed and returns false.
+// Sets the last error for a failed step and returns false.
 bool failStep(const ChildPlan& plan, ChildStep step, int error);
 
 } // namespace tarnix_platform

@@ -32,14 +32,14 @@ asm(".pushsection .rodata\n"
     "tarnix_runas_end:\n"
     ".popsection\n");
 
-// The program lies in the library and is started from memory: there is no file of it that could be
+// The program is embedded in the library and started from memory: there is no file that could be
 // missing or exchanged.
 bool openRunAs(UniqueFd& program)
 {
-    // Without it such a file is no program on systems that are set up so. Older systems do not know
-    // the flag.
-    constexpr unsigned int isProgram = 0x0010U; // MFD_EXEC
-    program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC | isProgram));
+    // Some systems are configured to create memory files that are not executable without this flag.
+    // Older systems do not know the flag.
+    constexpr unsigned int executable = 0x0010U; // MFD_EXEC
+    program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC | executable));
     if (!program && errno == EINVAL) {
         program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC));
     }
@@ -64,57 +64,58 @@ std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& i
     return arguments;
 }
 
-// The user can stop the child from the moment that it is his; a start must not wait for him.
-constexpr DWORD kUserPatience = 10000;
+// From the moment that the child has switched user, that user can stop it. The start must not wait
+// for that without a limit.
+constexpr DWORD kStartTimeout = 10000;
 
-// Killed first: it is the user's by now, and who stops it would stop this too.
-void discardOfUser(Child& child)
+// Killed first: the user can stop the child, and waiting for its end would then never return.
+void killAndDiscard(Child& child)
 {
     ::syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
     discardChild(child);
 }
 
-// Whether the child has ended or runs another program than the one that takes the identity.
-bool hasGoneOn(const Child& child, int program)
+// Whether the child has ended, or runs another program than the one that switches user.
+bool hasLeftRunAs(const Child& child, int program)
 {
-    struct stat now {
+    struct stat current {
     };
-    struct stat former {
+    struct stat runAs {
     };
     const std::string link = "/proc/" + std::to_string(child.pid) + "/exe";
-    if (::stat(link.c_str(), &now) == 0 && ::fstat(program, &former) == 0) {
-        return now.st_ino != former.st_ino || now.st_dev != former.st_dev;
+    if (::stat(link.c_str(), &current) == 0 && ::fstat(program, &runAs) == 0) {
+        return current.st_ino != runAs.st_ino || current.st_dev != runAs.st_dev;
     }
     return awaitDescriptor(child.pidfd.get(), 0);
 }
 
-enum class Start { reported, silent, stalled };
+enum class StartStatus { reported, unreported, stalled };
 
-// The failure is reported, or the pipe ends with the start of the command. That end does not come
-// while a process that was forked meanwhile holds the pipe too: then the child is looked at.
-Start awaitStatus(int status, int program, const Child& child)
+// The status pipe gets a failure, or is closed by the start of the command. A process that was
+// forked meanwhile may hold the pipe open: so the program that the child runs is checked too.
+StartStatus awaitStatus(int status, int program, const Child& child)
 {
-    constexpr DWORD look = 100;
-    for (DWORD waited = 0; waited < kUserPatience; waited += look) {
-        if (awaitDescriptor(status, look)) {
-            return Start::reported;
+    constexpr DWORD interval = 100;
+    for (DWORD waited = 0; waited < kStartTimeout; waited += interval) {
+        if (awaitDescriptor(status, interval)) {
+            return StartStatus::reported;
         }
-        if (hasGoneOn(child, program)) {
-            return awaitDescriptor(status, 0) ? Start::reported : Start::silent;
+        if (hasLeftRunAs(child, program)) {
+            return awaitDescriptor(status, 0) ? StartStatus::reported : StartStatus::unreported;
         }
     }
-    return Start::stalled;
+    return StartStatus::stalled;
 }
 
 bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
 {
     switch (awaitStatus(status, program, child)) {
-    case Start::silent:
+    case StartStatus::unreported:
         return true;
-    case Start::stalled:
-        discardOfUser(child);
+    case StartStatus::stalled:
+        killAndDiscard(child);
         return fail(ETIMEDOUT, "timed out starting the command as the user");
-    case Start::reported:
+    case StartStatus::reported:
         break;
     }
     RunAsFailure failure{};
@@ -122,7 +123,7 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
     if (got == 0) {
         return true; // closed by the start of the command
     }
-    discardOfUser(child);
+    killAndDiscard(child);
     switch (got == static_cast<ssize_t>(sizeof failure) ? failure.step : RunAsStep::identity) {
     case RunAsStep::directory:
         return failStep(plan, ChildStep::enterDirectory, failure.error);

@@ -8,8 +8,8 @@
 namespace tarnix_platform
 {
 
-// As spawn; the child takes the identity before it enters the directory. A user who stalls his
-// child's start for too long has it killed (ETIMEDOUT).
+// As spawn, but the child switches user before it enters the directory. If the user stalls the
+// start for too long, the child is killed and the start fails with ETIMEDOUT.
 bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child);
 
 } // namespace tarnix_platform

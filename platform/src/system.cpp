@@ -1,4 +1,4 @@
-// The system's version and clock, and giving up the processor.
+// The system's version and clock, and sleeping.
 #include "errors.h"
 
 #include <sched.h>

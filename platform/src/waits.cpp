@@ -1,4 +1,4 @@
-// The operations that wait, for processes and for the reads that events stand for.
+// The operations that wait for processes and events.
 #include "pipeend.h"
 #include "polling.h"
 #include "process.h"
@@ -28,13 +28,13 @@ public:
 
     DWORD wait(const Deadline& deadline)
     {
-        DWORD index = look(); // an event may be signalled already
+        DWORD index = findReady(); // an event may be signalled already
         if (index != WAIT_TIMEOUT) {
             return index;
         }
         for (;;) {
             const bool timeLeft = pollAll(deadline);
-            index = look();
+            index = findReady();
             if (index != WAIT_TIMEOUT || !timeLeft) {
                 return index;
             }
@@ -47,29 +47,30 @@ private:
         std::shared_ptr<Event> event;
         std::shared_ptr<PipeEnd> source; // of the read that the event waits for
         bool ready = false;
-        bool heldBack = false; // ended, but whoever traces the process has not let it go
+        bool heldByTracer = false; // the child has ended, but a tracer delays its reaping
     };
 
-    // Marks what has something to look at. False when the time is up. Being interrupted counts as
-    // time left: the caller looks and polls again.
+    // Marks the entries that may be ready. False if the time is up. After an interruption the
+    // caller polls again.
     bool pollAll(const Deadline& deadline)
     {
-        constexpr int rest = 10; // between two looks at a process that is held back
+        constexpr int retryInterval = 10; // of reaping a child that a tracer holds
         pollfd fds[MAXIMUM_WAIT_OBJECTS];
         int left = deadline.left();
         for (DWORD i = 0; i < m_Count; ++i) {
-            const bool heldBack = m_Entries[i].heldBack; // its descriptor would always be ready
-            fds[i] = pollfd{heldBack ? -1 : descriptorBehind(m_Entries[i]), POLLIN, 0};
-            left = heldBack && (left < 0 || left > rest) ? rest : left;
+            // The descriptor of a child that a tracer holds is always ready: poll would not wait.
+            const bool heldByTracer = m_Entries[i].heldByTracer;
+            fds[i] = pollfd{heldByTracer ? -1 : descriptorOf(m_Entries[i]), POLLIN, 0};
+            left = heldByTracer && (left < 0 || left > retryInterval) ? retryInterval : left;
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
         for (DWORD i = 0; i < m_Count; ++i) {
-            m_Entries[i].ready = m_Entries[i].heldBack || (count > 0 && fds[i].revents != 0);
+            m_Entries[i].ready = m_Entries[i].heldByTracer || (count > 0 && fds[i].revents != 0);
         }
         return !deadline.passed();
     }
 
-    static int descriptorBehind(Entry& entry)
+    static int descriptorOf(Entry& entry)
     {
         if (entry.process) {
             return entry.process->pidfd();
@@ -78,23 +79,23 @@ private:
         return entry.source && entry.source->pipe()->pending() ? entry.source->fd() : -1;
     }
 
-    // What has happened, in its order: the ends of children are taken note of first, which marks
-    // the end of their output; a read that still gets a byte came before them; a read that finds
-    // nothing any more comes after them.
-    DWORD look()
+    // Returns what happened first. Children are reaped before the reads are checked, which marks
+    // the end of their output. A read that then still gets a byte ended before them; a read at the
+    // end of file ends after them.
+    DWORD findReady()
     {
         bool anyEnded = false;
         for (DWORD i = 0; i < m_Count; ++i) {
             Entry& entry = m_Entries[i];
             if (entry.process && entry.ready) {
                 entry.ready = entry.process->ended();
-                entry.heldBack = !entry.ready;
+                entry.heldByTracer = !entry.ready;
             }
             anyEnded = anyEnded || (entry.process && entry.ready);
         }
         for (DWORD i = 0; i < m_Count; ++i) {
             const Entry& entry = m_Entries[i];
-            if (entry.event && readEnded(*entry.event, entry.ready || anyEnded, !anyEnded)) {
+            if (entry.event && tryComplete(*entry.event, entry.ready || anyEnded, !anyEnded)) {
                 return WAIT_OBJECT_0 + i;
             }
         }
@@ -106,11 +107,11 @@ private:
         return WAIT_TIMEOUT;
     }
 
-    static bool readEnded(Event& event, bool worthTrying, bool alsoEnd)
+    static bool tryComplete(Event& event, bool mayHaveEnded, bool completeAtEnd)
     {
-        if (worthTrying) {
+        if (mayHaveEnded) {
             if (const std::shared_ptr<PipeEnd> source = event.source()) {
-                source->pipe()->complete(alsoEnd);
+                source->pipe()->complete(completeAtEnd);
             }
         }
         return event.consume();
@@ -120,8 +121,8 @@ private:
     DWORD m_Count = 0;
 };
 
-// What stands in the read-ahead was written before the child's end, which has not come yet for
-// whoever reads it.
+// Whether bytes are left in the block of the child's output. The child wrote them before it ended,
+// so for the reader it has not ended yet.
 bool outputUnread(HANDLE process)
 {
     const FastSlot& fast = fastSlot(process);
