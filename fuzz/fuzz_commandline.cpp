@@ -11,11 +11,11 @@ static bool split(const std::string& text, Words& words)
     return tarnix_platform::splitCommandLine(terminated(text).data(), words);
 }
 
-// The word in single quotes, and then one word that contains it twice: in double quotes and with
+// The word as the library quotes it, and then one word that contains it twice: in double quotes and with
 // backslashes. A newline after a backslash is dropped.
 static std::string quoted(const std::string& word)
 {
-    std::string text = "'" + Tool::searchreplace(word, "'", "'\\''") + "' \"\\\n", escaped;
+    std::string text = Tool::quote(word) + " \"\\\n", escaped;
     for (const char c : word) {
         text += std::string("$`\"\\").find(c) != std::string::npos ? "\\" : "";
         text += c;

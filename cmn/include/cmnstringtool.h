@@ -231,9 +231,9 @@ public:
 
     /// The text as one word of a command line, for CCmnExecPipeBase::Exec or a POSIX shell: when
     /// the command line is split into words, this word is exactly the text. A zero byte cannot be
-    /// passed, because the command line ends there. A text of only letters, digits and
-    /// _-+=/.,:%@ is returned unchanged. Any other text, and the empty one, is put in single
-    /// quotes.
+    /// passed, because the command line ends there. A text of only letters, digits and _-+/.,:%@ is
+    /// returned unchanged; as the first word of a shell's command, such a text can be a word of the
+    /// shell itself (if, while). Any other text, and the empty one, is put in single quotes.
     static std::string quote(const std::string& text);
 
     /// True for four groups of digits with dots between them. Range and length are not checked, and

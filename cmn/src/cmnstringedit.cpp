@@ -218,7 +218,7 @@ std::vector<std::string> CCmnStringTool::tokenize(const std::string& text,
 std::string CCmnStringTool::quote(const std::string& text)
 {
     static constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                                    "_-+=/.,:%@";
+                                    "_-+/.,:%@";
     if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) {
         return text;
     }
