@@ -42,10 +42,10 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnixcmn.pc
 
 install(FILES platform/pam.d/tarnix DESTINATION ${sysconf_dir}/pam.d COMPONENT runtime)
 install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT runtime)
-file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md)
+file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
-install(FILES ${guides} docs/performance.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         COMPONENT development)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 

@@ -80,7 +80,8 @@ TEST_F(Identity, RefusedRuns)
         std::wstring text;
         uid_t caller = 0;
     } cases[] = {
-        {"holder", "id", "wrong", "/", L"cannot log on 'holder': Authentication failure: Permission"},
+        {"holder", "id", "wrong", "/",
+         L"cannot log on 'holder': Authentication failure: Permission"},
         {"nobody-here", "id", password, "/", L"cannot log on 'nobody-here': no such account"},
         {"expired", "id", password, "/", L"'expired': User account has expired"},
         {"holder", "id", password, scratch.path(), L"Permission denied"},

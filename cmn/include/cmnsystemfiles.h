@@ -11,10 +11,11 @@ namespace tarnix_cmn_4_4
 /// Sets the file from which the calling process reads the two registry values: the install
 /// directory and the program files directory. `path` is in the encoding of the file system; it is
 /// copied. Null or an empty text means the file that was set when the library was built
-/// (/etc/tarnix/registry.conf). May be called from any thread. The file is not opened here but when
-/// a value is read.
+/// (/etc/tarnix/registry.conf). A path of 4096 bytes or more cannot be opened. May be called from
+/// any thread. The file is not opened here but when a value is read.
 ///
-/// The format is that of the configuration files:
+/// The format is that of the configuration files; nothing after a line that cannot be parsed is
+/// read:
 /// @verbatim
 ///   [SOFTWARE\Brenholt\Tarnix]
 ///   "InstallDir64"="/opt/tarnix/"
@@ -24,9 +25,14 @@ namespace tarnix_cmn_4_4
 TARNIX_CMN_API void setRegistryFile(const char* path);
 
 /// Sets the file in which the calling process reads and changes the rights of accounts. The file
-/// has a line "account right" for each right. `path` is copied. Null or an empty text means the
-/// file that was set when the library was built (/var/lib/tarnix/rights). May be called from any
+/// has a line "account right" for each right; lines of another form are kept. `path` is copied. Null
+/// or an empty text means the file that was set when the library was built
+/// (/var/lib/tarnix/rights). A path of 4096 bytes or more cannot be opened. May be called from any
 /// thread. Runs in progress are affected: set the file before the first run as another user.
+///
+/// A change locks the file PATH.lock, so several processes can use one file, and replaces the file
+/// as a whole, so that a crash or a full disk loses no line; a symbolic link at the path becomes a
+/// file. A process that dies before it has removed a right that it added leaves it in the file.
 TARNIX_CMN_API void setRightsFile(const char* path);
 
 } // namespace tarnix_cmn_4_4
