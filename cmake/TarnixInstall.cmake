@@ -45,6 +45,8 @@ install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT
 file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
+# The packages have it in their copyright file.
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)
 install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         COMPONENT development)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
