@@ -6,9 +6,9 @@
 #include "cmnsaxparser.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
-#include "fixture.h"
 #include "support/allocationfault.h"
 #include "support/command.h"
+#include "support/fixture.h"
 #include "support/scratchinstallation.h"
 
 #include <xercesc/util/OutOfMemoryException.hpp>

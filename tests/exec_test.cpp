@@ -1,6 +1,6 @@
 // Real commands from end to end: lines, status and error record, without any leak.
-#include "fixture.h"
 #include "support/command.h"
+#include "support/fixture.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 

@@ -1,8 +1,8 @@
 // Real runs as other accounts. They need root, and a mount namespace in which /etc is a directory
 // of the test: the machine's own accounts are not touched.
 #include "cmnsystemfiles.h"
-#include "fixture.h"
 #include "support/command.h"
+#include "support/fixture.h"
 #include "support/scratchdirectory.h"
 
 #include <fcntl.h>

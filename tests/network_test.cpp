@@ -1,9 +1,9 @@
 // Host names and addresses. The lookups run in their own namespaces: with a hosts file of the test
 // as the only source, and without a network.
 #include "cmnnetwork.h"
-#include "fixture.h"
 #include "platform.h"
 #include "platform_network.h"
+#include "support/fixture.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 

@@ -1,8 +1,8 @@
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
-#include "fixture.h"
 #include "platform.h"
 #include "rightsfile.h"
+#include "support/fixture.h"
 #include "support/scratchdirectory.h"
 
 #include <sys/ptrace.h>

@@ -2,8 +2,8 @@
 // back, and another process on the same files.
 #include "cmnconfiguration.h"
 #include "cmntracelog.h"
-#include "fixture.h"
 #include "support/command.h"
+#include "support/fixture.h"
 #include "support/scratchinstallation.h"
 
 #include <grp.h>

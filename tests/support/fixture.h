@@ -1,8 +1,8 @@
 // What several tests of real runs have in common.
-#ifndef TARNIX_TESTS_FIXTURE_H
-#define TARNIX_TESTS_FIXTURE_H
+#ifndef TARNIX_SUPPORT_FIXTURE_H
+#define TARNIX_SUPPORT_FIXTURE_H
 
-#include "support/process.h"
+#include "process.h"
 
 #include <gtest/gtest.h>
 
