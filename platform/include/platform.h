@@ -2,8 +2,11 @@
 /// The operations of the platform that the command runner is written against, on POSIX.
 ///
 /// Names, sizes and results are those of the system that the runner's logic was designed on; the
-/// comments document what each operation does on POSIX. Every operation may be called from any
-/// thread, but only one thread at a time may read from a pipe end: reads are not serialised.
+/// comments document what each operation does on POSIX. On that system itself, the header of the
+/// same name in platform/windows/include takes the place of this one.
+///
+/// Every operation may be called from any thread, but only one thread at a time may read from a
+/// pipe end: reads are not serialised.
 #ifndef TARNIX_PLATFORM_H
 #define TARNIX_PLATFORM_H
 

@@ -10,7 +10,8 @@
 ///
 /// That is the format of ACE_Registry_ImpExp, in UTF-8. A last line without a newline is not read.
 /// Nothing is read after a line that cannot be parsed. The path of the file is set when the library
-/// is built, or by the process with setRegistryFile.
+/// is built, or by the process with setRegistryFile. On Windows, the header of the same name in
+/// platform/windows/include takes the place of this one.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
 #define TARNIX_PLATFORM_REGISTRY_H
 

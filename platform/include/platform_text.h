@@ -1,5 +1,6 @@
 /// @file
-/// Functions on text that the standard library lacks. Any thread may call.
+/// Functions on text that the standard library lacks. Any thread may call. On Windows, the header
+/// of the same name in platform/windows/include takes the place of this one.
 #ifndef TARNIX_PLATFORM_TEXT_H
 #define TARNIX_PLATFORM_TEXT_H
 

@@ -3,7 +3,8 @@
 ///
 /// Names and sizes are those of the system that the logic of the runner was designed on. The types
 /// are not in the global namespace, which belongs to the user's program: qualify their names, or
-/// write `using namespace tarnix_cmn_4_4`.
+/// write `using namespace tarnix_cmn_4_4`. On that system itself, the header
+/// of the same name in platform/windows/include takes the place of this one.
 #ifndef TARNIX_PLATFORM_TYPES_H
 #define TARNIX_PLATFORM_TYPES_H
 

@@ -1,6 +1,7 @@
 /// @file
 /// The operations that the command runner is written against, on the system that provides them
 /// itself.
+/// In the include path it comes before the header of the same name in platform/include.
 #ifndef TARNIX_PLATFORM_H
 #define TARNIX_PLATFORM_H
 

@@ -1,5 +1,6 @@
 /// @file
 /// The machine's registry, read through ACE's class.
+/// In the include path it comes before the header of the same name in platform/include.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
 #define TARNIX_PLATFORM_REGISTRY_H
 

@@ -1,5 +1,6 @@
 /// @file
 /// Functions on text that the standard library lacks.
+/// In the include path it comes before the header of the same name in platform/include.
 #ifndef TARNIX_PLATFORM_TEXT_H
 #define TARNIX_PLATFORM_TEXT_H
 

@@ -1,6 +1,7 @@
 /// @file
 /// The types of the platform layer that public classes name, on the system that provides them
 /// itself.
+/// In the include path it comes before the header of the same name in platform/include.
 #ifndef TARNIX_PLATFORM_TYPES_H
 #define TARNIX_PLATFORM_TYPES_H
 
