@@ -5,19 +5,20 @@
 /// #include "cmnmsgcatalogmgr.h"
 /// #include "cmnstringtool.h"
 /// #include <iostream>
+/// #include <memory>
 ///
 /// using namespace tarnix_cmn_4_4;
 /// struct Factory : CCmnMessageCatalogFactory {
 ///     CatalogPtr createCatalog(const char* language) override
 ///     {
-///         CatalogPtr catalog;
-///         catalog.assign(new CCmnIcuMessageCatalog(L"volume", language)); // Messages/libvolume
+///         CatalogPtr catalog; // its bundle is Messages/libvolume
+///         catalog.assign(std::make_unique<CCmnIcuMessageCatalog>(L"volume", language).release());
 ///         return catalog;
 ///     }
 ///     MessagePtr createMessage(SCmnMessageInfo* info) override
 ///     {
 ///         MessagePtr message;
-///         message.assign(new CCmnIcuMessage(info));
+///         message.assign(std::make_unique<CCmnIcuMessage>(info).release());
 ///         return message;
 ///     }
 ///     std::string getDefaultLanguage() override { return "root"; }
