@@ -78,9 +78,9 @@ public:
     /// Replaces the whole file with the whole store; creates the file if it is missing. The export
     /// writes a temporary file in the same directory, whose name begins with ".tarnix-", and
     /// renames it. If the process is stopped, the disk is full or the export fails for another
-    /// reason, the old file is unchanged. Only a killed process leaves its temporary file. A
-    /// symbolic link to the file stays a link. Permissions are kept, and also owner and group if
-    /// the process may set them. Other hard links still lead to the old file.
+    /// reason, the old file is unchanged. Only if the process is killed does the temporary file
+    /// stay. A symbolic link to the file stays a link. Permissions are kept, and also owner and
+    /// group if the process may set them. Other hard links still lead to the old file.
     ///
     /// The export writes to the file itself if no file can be created or renamed in the directory,
     /// for example because it is not writable, or if the file is a mount point, has an ACL or is
@@ -118,7 +118,7 @@ public:
     /// @}
 
     /// @{
-    /// These first open the section, below the root, and create it if it is missing.
+    /// These first open the section, below the root. Note: the get creates a missing section.
     int getStringValue(const wchar_t* section, const wchar_t* name, tstr& value);
     int getIntegerValue(const wchar_t* section, const wchar_t* name, unsigned int& value);
     /// @}

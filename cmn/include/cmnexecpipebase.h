@@ -33,8 +33,8 @@ public:
     /// @}
 
     /// @{
-    /// Copies the parameters, the record, the abort flag and the log. What a run holds is left to
-    /// the derived class.
+    /// Copies the parameters, the record, the abort flag and the log. The handles of a running
+    /// command belong to the derived class and are not copied here.
     CCmnExecPipeBase(const CCmnExecPipeBase& other);
     CCmnExecPipeBase& operator=(const CCmnExecPipeBase& other);
     /// @}
@@ -83,24 +83,24 @@ public:
     /// @param output  Receives the lines.
     /// @param extra  Stored in the object; nothing reads it.
     /// @param seconds  Longest wait for the next byte of output, not a limit for the whole run. 0
-    ///     never waits: what has arrived is read, then the run is ended. Values above 4294967
-    ///     overflow and wait for a shorter time.
+    ///     never waits: what has arrived is read, then the run is ended. At most 4294967; a larger
+    ///     value overflows and waits for less.
     /// @param workingDirectory  Of the command; empty for that of the calling process.
     /// @param user  Local user as whom the command runs; empty for that of the calling process.
     /// @param password  Of that user.
     ///
     /// | Result | What happened to the command | `output` |
     /// |---|---|---|
-    /// | 0 | it ended with status 0, or before the last line was read | the lines |
+    /// | 0 | it ended with status 0, or with any status before its last line was read | the lines |
     /// | 1 to 3 | it was not started; for 3, getLastError has the reason | unchanged |
     /// | 5 | no output within `seconds`; the child still runs | the lines so far |
     /// | 8 | unexpected failure | the lines so far, or unchanged |
     /// | 11 | it ended with a status other than 0 | the lines |
     ///
-    /// In the second case of result 0 the status can be other than 0; getExitStatus of the derived
-    /// class returns it. After result 5 the child is stopped when the object is destroyed or used
-    /// again, which can take 30 seconds. An abort has no result of its own. getLastError returns
-    /// the details of a failure.
+    /// After result 0, getExitStatus of the derived class returns the status, which need not be 0.
+    /// After result 5 the child is stopped when the object is destroyed or used again, which can
+    /// take 30 seconds. An abort has no result of its own. getLastError returns the details of a
+    /// failure.
     ///
     /// Call Init between two runs of one object, otherwise the second run reads nothing. Throws
     /// only when an allocation fails.

@@ -58,11 +58,15 @@ public:
     CCmnIcuMessageCatalog(const tstr& name, const char* language);
     ~CCmnIcuMessageCatalog() override;
 
-    /// Opens the bundle; creates the directory Messages if it is missing. Returns 0 if the language
-    /// has a bundle of its own, or if neither the language nor a parent of it has one and ICU falls
-    /// back to its default locale or to the root. Returns 3 otherwise:
+    /// Opens the bundle; creates the directory Messages if it is missing. Returns 0 in two cases:
+    /// - The language has a bundle of its own.
+    /// - Neither the language nor a parent of it has one, and ICU falls back to its default locale
+    ///   or to the root.
+    ///
+    /// Returns 3 otherwise:
     /// - There is no bundle at all, or none that ICU can read.
-    /// - Only a parent has a bundle, such as "de" for "de_CH": request the parent instead.
+    /// - Only a parent has a bundle, such as "de" for "de_CH": request the parent instead. This
+    ///   object still uses the bundle of the parent.
     /// - The name of the language, without its "@key=value" part, contains a '/' or a '\\'. ICU
     ///   would use it as a path and could read any bundle on the disk.
     ///
@@ -74,8 +78,7 @@ public:
 
     /// If the bundle has the key: returns the name of the catalog, ": " and the pattern. Otherwise
     /// returns `defaultText` unchanged or, if that is null, the name, ": " and the key in angle
-    /// brackets. Before init no key is found. After an init that returned 3, a bundle that ICU
-    /// could open is still used.
+    /// brackets. Before init no key is found.
     tstr getMessage(const std::string& key, const wchar_t* defaultText) const override;
 
 private:

@@ -12,8 +12,8 @@ namespace tarnix_cmn_4_4
 {
 
 /// A lock without an owner: any code may unlock it, on any thread. What a thread wrote before it
-/// unlocked is visible to the thread that locks next. A static instance is constant initialised and
-/// trivially destructible, so it can be used during the start and the end of the program too.
+/// unlocked is visible to the thread that locks next. A static instance can be used during the
+/// start and the end of the program too: it is constant initialised and trivially destructible.
 class TARNIX_CMN_API CCmnLock
 {
 public:

@@ -1,6 +1,6 @@
 /// @file
 /// Messages: an id with typed arguments, which becomes text in a language only when it is shown.
-/// For the way to another component or process, a message is serialised.
+/// To send a message to another component or process, serialise it.
 ///
 /// @code
 /// #include "cmnmessage.h"
@@ -137,7 +137,7 @@ public:
     /// - a header without an id or a severity: that field stays, the arguments are replaced
     /// - an opening tag without a readable TYPE: adds no argument
     /// - an opening tag without ">": the text ends there
-    /// - a value ends at the next "<"; the 11 bytes from there count as the closing tag
+    /// - a value ends at the next "<", where "</ARGVALUE>" is assumed: 11 bytes are skipped unread
     void deserialize(const SCmnMessageInfo* info) override;
 
     /// The pattern follows the rules of MessageFormat even if there are no arguments: apostrophes

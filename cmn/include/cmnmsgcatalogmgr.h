@@ -119,11 +119,15 @@ public:
     /// brackets, after the name of the catalog if there is one.
     tstr getMessage(const std::string& key, const wchar_t* defaultText, std::string language);
 
-    // The overloads with the output `text`: a null `language` means the default language. "native"
-    // means the native language or, if that is empty, the default language. `*text` belongs to the
-    // manager and is released with deleteLocalizedMessage. It is valid until its entry in the
-    // manager's store is deleted or written again, which the next call with the same key or the
-    // same serialised text does, in any language. No other pointer may be null.
+    /// @name Texts in the manager's store
+    /// A null `language` means the default language. "native" means the native language or, if that
+    /// is empty, the default language. No other pointer may be null.
+    ///
+    /// `*text` belongs to the manager; release it with deleteLocalizedMessage. It is valid until
+    /// its entry in the store is deleted, or until a call with the same key or the same serialised
+    /// text writes the entry again. The language is not part of the entry's key: a call for another
+    /// language writes the same entry.
+    /// @{
 
     /// Sets `*text` to the pattern for a key, not formatted.
     void getLocalizedMessage(const char* key, const char* language, wchar_t** text);
@@ -131,6 +135,7 @@ public:
     /// Sets `*text` to the formatted message of a record. Without a registered factory the process
     /// crashes.
     void getLocalizedMessage(SCmnMessageInfo* info, const char* language, wchar_t** text);
+    /// @}
 
     /// Returns the formatted message as a text of the caller's own. Here "native" has no special
     /// meaning; an empty language means the default language. Neither argument may be null.

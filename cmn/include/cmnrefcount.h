@@ -19,8 +19,8 @@ public:
     CCmnRefCount() = default;
 
     /// @{
-    /// A copy starts with the count of its source and not with 0. The smart pointers to such a copy
-    /// do not destroy it unless the surplus is released first.
+    /// A copy starts with the count of its source and not with 0. Smart pointers to such a copy
+    /// would never destroy it: call release until its count is 0 before the first pointer takes it.
     CCmnRefCount(const CCmnRefCount&) = default;
     CCmnRefCount& operator=(const CCmnRefCount&) = default;
     /// @}

@@ -38,10 +38,13 @@ namespace tarnix_cmn_4_4
 /// - The parser never reads a file or connects to a host. An external DTD is ignored. A reference
 ///   to an external entity is a fatal error.
 /// - The expansion of entities, parameter entities and default attributes is limited, in content as
-///   in attributes and declarations. The limit is a million characters plus eight for each byte of
-///   the document, where each replacement of an entity counts as 200 more characters, and a nesting
-///   of 32 entities. If the declarations of a document could exceed it, even if the document does
-///   not use them, the result is a fatal error without a line number before anything is expanded.
+///   in attributes and declarations:
+///   - to a million characters plus eight for each byte of the document, where each replacement of
+///     an entity counts as 200 more characters
+///   - to a nesting of 32 entities
+/// - Each declaration is checked before anything that it declares is expanded, and counts at least
+///   once, even if the document does not use it. For a document that could exceed a limit, the
+///   result is a fatal error without a line number.
 /// - A document in UCS-4 or EBCDIC cannot be checked in advance, so the worst case is assumed: it
 ///   exceeds the limit if it has an entity declaration and more than about 10 KB.
 ///

@@ -88,10 +88,13 @@ public:
         return *this;
     }
 
-    /// Releases the current object, then takes `object`, which may be null. Returns the count of
-    /// the new object; if that is null, the remaining count of the old one; -1 if there was none
-    /// either. To assign the object that the pointer already holds, the caller needs another
-    /// reference to it, because the release may destroy it.
+    /// Releases the current object, then takes `object`, which may be null. Returns
+    /// - the count of `object`, if it is not null;
+    /// - the remaining count of the old object, if only `object` is null;
+    /// - -1 if `object` is null and the pointer was empty.
+    ///
+    /// To assign the object that the pointer already holds, the caller needs another reference to
+    /// it, because the release may destroy it.
     int assign(T* object)
     {
         const int left = release();

@@ -90,7 +90,7 @@ public:
     /// @}
 
     /// @{
-    /// Return a copy, with embedded zeros.
+    /// For callers that already have the target type: return a copy, embedded zeros included.
     static std::wstring str2wstr(const std::wstring& text);
     static std::string wstr2str(const std::string& text);
     /// @}

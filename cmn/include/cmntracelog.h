@@ -34,7 +34,7 @@ namespace tarnix_cmn_4_4
 /// | TRACEDIR | text | directory of the trace file |
 /// | TRACEFILE | text | file name of the trace file |
 /// | TRACELEVEL | integer | active level, from the first call of trace on |
-/// | TRACESTDOUT | integer | 1 turns the copy to standard output on; no value turns it off |
+/// | TRACESTDOUT | integer | 1 turns the copy to standard output on; a setting cannot turn it off |
 ///
 /// Create a log with CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>>; the last such
 /// pointer destroys it. A log takes no lock: only one thread at a time may use it. Several objects
@@ -80,9 +80,11 @@ public:
     int updateConfigFile(const tstr& dir, const tstr& file, const int& level);
 
     /// Reads the settings, and adds the missing ones to the configuration file; a missing
-    /// TRACELEVEL with the value of `level`. Whatever was passed, `dir` and `file` are then set to
-    /// the configured or the default trace file, and `level` to 0 or 1, or to the level of the
-    /// sibling product if that is greater.
+    /// TRACELEVEL with the value of `level`. The arguments are then set, whatever was passed:
+    /// - `dir` and `file` to the configured or the default trace file; the default is below the
+    ///   `dir` that was passed if the install directory is not known
+    /// - `level` to 0 if TRACELEVEL was 0 or missing, otherwise to 1; to the level of the sibling
+    ///   product if that is greater
     void loadFromConfigFile(tstr& dir, tstr& file, int& level);
 
     /// Calls updateConfigFile if both `dir` and `file` are given, then loadFromConfigFile.
