@@ -11,8 +11,8 @@ static bool split(const std::string& text, Words& words)
     return tarnix_platform::splitCommandLine(terminated(text).data(), words);
 }
 
-// The word as the library quotes it, and then one word that contains it twice: in double quotes and with
-// backslashes. A newline after a backslash is dropped.
+// The word as the library quotes it, and then one word that contains it twice: in double quotes and
+// with backslashes. A newline after a backslash is dropped.
 static std::string quoted(const std::string& word)
 {
     std::string text = Tool::quote(word) + " \"\\\n", escaped;

@@ -25,8 +25,8 @@ namespace tarnix_cmn_4_4
 TARNIX_CMN_API void setRegistryFile(const char* path);
 
 /// Sets the file in which the calling process reads and changes the rights of accounts. The file
-/// has a line "account right" for each right; lines of another form are kept. `path` is copied. Null
-/// or an empty text means the file that was set when the library was built
+/// has a line "account right" for each right; lines of another form are kept. `path` is copied.
+/// Null or an empty text means the file that was set when the library was built
 /// (/var/lib/tarnix/rights). A path of 4096 bytes or more cannot be opened. May be called from any
 /// thread. Runs in progress are affected: set the file before the first run as another user.
 ///
