@@ -97,9 +97,12 @@ struct OVERLAPPED {
 /// a closed handle never matches, even when its slot is used again.
 struct FastSlot {
     std::atomic<HANDLE> owner{nullptr};
-    AheadLink ahead;                         ///< of a client end: its block
-    std::atomic<ReadAhead*> output{nullptr}; ///< of a process: the block of its output,
-    std::atomic<HANDLE> writer{nullptr};     ///< as long as this is the block's writer
+    AheadLink ahead; ///< of a client end: its block
+
+    /// Of a process: the block of its output. The block may be used again for another pipe: it is
+    /// the block of this process only as long as the block's `writer` equals the one here.
+    std::atomic<ReadAhead*> output{nullptr};
+    std::atomic<HANDLE> writer{nullptr};
 };
 
 constexpr std::size_t kMaxHandles = std::size_t{1} << 16;

@@ -139,7 +139,7 @@ ReadState Pipe::fill(int& error)
     return ReadState::data;
 }
 
-DWORD Pipe::take(void* buffer, DWORD size)
+DWORD Pipe::takeBytes(void* buffer, DWORD size)
 {
     const std::uint32_t end = m_Ahead->end.load(std::memory_order_relaxed);
     const std::uint32_t at = std::min(m_Ahead->at.load(std::memory_order_relaxed), end);
@@ -161,7 +161,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     int error = 0;
     switch (m_Ahead->empty() ? fill(error) : ReadState::data) {
     case ReadState::data:
-        *count = take(buffer, size);
+        *count = takeBytes(buffer, size);
         overlapped->Internal = 0;
         overlapped->InternalHigh = *count;
         return true;
@@ -172,6 +172,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
         overlapped->Internal = static_cast<ULONG_PTR>(error);
         return fail(error);
     case ReadState::empty:
+    case ReadState::notPending: // never returned by fill
         break;
     }
     m_Pending.event = std::dynamic_pointer_cast<Event>(objectOf(overlapped->hEvent));
@@ -200,12 +201,12 @@ ReadState Pipe::complete(bool completeAtEnd)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Pending.buffer == nullptr) {
-        return ReadState::data;
+        return ReadState::notPending;
     }
     int error = 0;
     const ReadState state = m_Ahead->empty() ? fill(error) : ReadState::data;
     if (state == ReadState::data) {
-        finish(0, take(m_Pending.buffer, m_Pending.size));
+        finish(0, takeBytes(m_Pending.buffer, m_Pending.size));
     } else if (state == ReadState::endOfFile && completeAtEnd) {
         finish(ERROR_BROKEN_PIPE, 0);
     } else if (state == ReadState::failed) {

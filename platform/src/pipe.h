@@ -30,7 +30,14 @@ private:
     bool m_Signalled = false;
 };
 
-enum class ReadState { data, empty, endOfFile, failed };
+// What a try to read has found.
+enum class ReadState {
+    data,
+    empty, // no byte yet
+    endOfFile,
+    failed,
+    notPending, // of complete only: there was no read to try
+};
 
 class Pipe
 {
@@ -65,8 +72,8 @@ public:
               OVERLAPPED* overlapped);
     void cancel();
 
-    // Completes the pending read if that is possible now. `data`: there was a byte, or no read is
-    // pending. With `completeAtEnd` false the read stays pending at the end of file.
+    // Tries the pending read, and completes it unless there is no byte yet. With `completeAtEnd`
+    // false it stays pending at end of file too.
     ReadState complete(bool completeAtEnd);
     bool pending() const;
 
@@ -88,7 +95,7 @@ private:
     };
 
     ReadState fill(int& error);
-    DWORD take(void* buffer, DWORD size);
+    DWORD takeBytes(void* buffer, DWORD size);
     void finish(ULONG_PTR status, DWORD count);
 
     const std::string m_Name;

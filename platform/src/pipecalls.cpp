@@ -16,8 +16,8 @@ HANDLE openEnd(const std::shared_ptr<PipeEnd>& end)
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
-// Completes the pending read of the pipe, if there is one. False if it stays pending and `wait` is
-// false.
+// Completes the pending read of the pipe, if there is one. With `wait` false it may stay pending:
+// then the result is false.
 bool awaitRead(Pipe& pipe, bool wait)
 {
     while (pipe.complete(true) == ReadState::empty) {

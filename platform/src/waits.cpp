@@ -46,12 +46,14 @@ private:
         std::shared_ptr<Process> process;
         std::shared_ptr<Event> event;
         std::shared_ptr<PipeEnd> source; // of the read that the event waits for
-        bool ready = false;
+
+        bool polledReady = false;  // the descriptor was ready: the child or the read may have ended
+        bool ended = false;        // the child has been reaped
         bool heldByTracer = false; // the child has ended, but a tracer delays its reaping
     };
 
-    // Marks the entries that may be ready. False if the time is up. After an interruption the
-    // caller polls again.
+    // Sets `polledReady` of each entry. False if the time is up. After an interruption the caller
+    // polls again.
     bool pollAll(const Deadline& deadline)
     {
         constexpr int retryInterval = 10; // of reaping a child that a tracer holds
@@ -65,7 +67,8 @@ private:
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
         for (DWORD i = 0; i < m_Count; ++i) {
-            m_Entries[i].ready = m_Entries[i].heldByTracer || (count > 0 && fds[i].revents != 0);
+            m_Entries[i].polledReady =
+                m_Entries[i].heldByTracer || (count > 0 && fds[i].revents != 0);
         }
         return !deadline.passed();
     }
@@ -79,37 +82,39 @@ private:
         return entry.source && entry.source->pipe()->pending() ? entry.source->fd() : -1;
     }
 
-    // Returns what happened first. Children are reaped before the reads are checked, which marks
-    // the end of their output. A read that then still gets a byte ended before them; a read at the
-    // end of file ends after them.
+    // Returns what happened first. Children are reaped first, which marks the end of their output.
+    // If one has ended, all reads are tried, because it may have written after its pipe was polled.
+    // If such a read still gets a byte, the read is reported first; at end of file, the child is.
     DWORD findReady()
     {
         bool anyEnded = false;
         for (DWORD i = 0; i < m_Count; ++i) {
             Entry& entry = m_Entries[i];
-            if (entry.process && entry.ready) {
-                entry.ready = entry.process->ended();
-                entry.heldByTracer = !entry.ready;
+            if (entry.process && entry.polledReady) {
+                entry.ended = entry.process->ended();
+                entry.heldByTracer = !entry.ended;
             }
-            anyEnded = anyEnded || (entry.process && entry.ready);
+            anyEnded = anyEnded || entry.ended;
         }
         for (DWORD i = 0; i < m_Count; ++i) {
             const Entry& entry = m_Entries[i];
-            if (entry.event && tryComplete(*entry.event, entry.ready || anyEnded, !anyEnded)) {
+            const bool tryRead = entry.polledReady || anyEnded;
+            if (entry.event && consumeEvent(*entry.event, tryRead, !anyEnded)) {
                 return WAIT_OBJECT_0 + i;
             }
         }
         for (DWORD i = 0; i < m_Count; ++i) {
-            if (m_Entries[i].process && m_Entries[i].ready) {
+            if (m_Entries[i].ended) {
                 return WAIT_OBJECT_0 + i;
             }
         }
         return WAIT_TIMEOUT;
     }
 
-    static bool tryComplete(Event& event, bool mayHaveEnded, bool completeAtEnd)
+    // Whether the event was signalled. With `tryRead`, its pending read is tried before.
+    static bool consumeEvent(Event& event, bool tryRead, bool completeAtEnd)
     {
-        if (mayHaveEnded) {
+        if (tryRead) {
             if (const std::shared_ptr<PipeEnd> source = event.source()) {
                 source->pipe()->complete(completeAtEnd);
             }
