@@ -145,7 +145,7 @@ int CCmnConfiguration::exportConfig()
         if (!TxMayImport(replacement.path().c_str())) {
             return kFailed; // importConfig would reject the file
         }
-        if (replacement.take()) {
+        if (replacement.commit()) {
             return 0;
         }
     }

@@ -30,9 +30,12 @@ bool TxAppendToFile(const char* path, const char* bytes, std::size_t size);
 /// complete old file or the complete new one, however many read and replace it at that time.
 ///
 /// The new file gets the mode of the old one and, where the user may change owners, its owner. A
-/// symbolic link is kept: the file that it leads to is replaced. There is no temporary file if the
-/// replacement would lose something: for an old file that is not a regular file, that the user may
-/// not write, or that has an ACL.
+/// symbolic link is kept: the file that it leads to is replaced.
+///
+/// There is no temporary file if the replacement would lose something (the old file is not a
+/// regular file, the user may not write it, or it has an ACL), or if none can be created. Without
+/// one, and after a failed commit, the caller writes the old file in place, unless mustKeepOld is
+/// true.
 class TxReplacement
 {
 public:
@@ -50,10 +53,11 @@ public:
 
     /// Replaces the old file. False on failure, for example if the name is a mount point, or if the
     /// sticky bit of the directory lets only the file's owner replace it.
-    bool take();
+    bool commit();
 
-    /// Whether the replacement failed for another reason than the directory. Then the old file must
-    /// not be written in place either: that would empty it first.
+    /// False: the caller may write the old file in place, for example if only the directory
+    /// prevented the replacement. True: it must not. The disk may be full, for example: writing in
+    /// place would empty the file first, and then fail in the same way.
     bool mustKeepOld() const;
 
 private:

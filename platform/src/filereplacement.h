@@ -38,8 +38,8 @@ public:
     // Renames the file over `target`. After a failure it can still be used.
     bool commit(const std::string& target);
 
-    // The same, with the bytes written to the disk before the name, and the name too: a crash
-    // leaves the old file or the new one.
+    // The same for a file that must survive a crash of the system: syncs the file, renames it, and
+    // syncs the directory. A failure of the last step is ignored: the file is replaced by then.
     bool commitToDisk(const std::string& target);
 
 private:

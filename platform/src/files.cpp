@@ -37,7 +37,7 @@ std::string resolveLinks(std::string path)
     return path;
 }
 
-// Errors that come from the directory or the path: the file may still be written in place.
+// Errors that come from the directory or the path: the old file may still be written in place.
 bool isDirectoryError(int error)
 {
     switch (error) {
@@ -133,8 +133,9 @@ struct TxReplacement::State {
         m_MustKeepOld = !isDirectoryError(errno);
     }
 
-    // A user who may not change owners becomes the owner. If the group cannot be kept either, the
-    // new group gets the permissions of others, which it had for the old file.
+    // Keeps what the system lets the user keep. A user who may not change owners becomes the owner.
+    // If the group cannot be kept either, the new group gets the permissions of others, which it
+    // had for the old file.
     bool keepAccess()
     {
         mode_t mode = m_Old.st_mode & 07777;
@@ -169,7 +170,7 @@ const std::string& TxReplacement::path() const
     return m_State->m_New.path();
 }
 
-bool TxReplacement::take()
+bool TxReplacement::commit()
 {
     State& state = *m_State;
     if (!state.m_IsNew && !state.keepAccess()) {

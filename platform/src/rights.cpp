@@ -1,4 +1,4 @@
-// The operations on the accounts' rights.
+// The operations on the accounts' rights, which rightsfile.cpp stores.
 #include "accountid.h"
 #include "errors.h"
 #include "handles.h"

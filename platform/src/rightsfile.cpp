@@ -20,11 +20,11 @@ namespace tarnix_platform
 namespace
 {
 
-PathSetting g_rightsFile;
+PathSetting g_pathSetting;
 
-std::string rightsFile()
+std::string currentPath()
 {
-    return g_rightsFile.pathOr(TARNIX_RIGHTS_FILE);
+    return g_pathSetting.pathOr(TARNIX_RIGHTS_FILE);
 }
 
 using Lines = std::vector<std::string>;
@@ -58,8 +58,9 @@ bool readLines(const std::string& path, Lines& lines)
     return true;
 }
 
-// The new file gets the owner and the mode of the old one.
-bool keepAccess(const std::string& path, FileReplacement& file)
+// The new file gets the owner and the mode of the old one. False if one of them cannot be set:
+// they decide who may grant rights, so the old file then stays.
+bool copyAccess(const std::string& path, FileReplacement& file)
 {
     struct stat old {
     };
@@ -81,7 +82,7 @@ bool replaceFile(const std::string& path, const Lines& lines)
     if (!file.create(temporary, kOwnerOnly)) {
         return fail(errno, temporary);
     }
-    const bool good = keepAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
+    const bool good = copyAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
                       file.commitToDisk(path);
     return good || fail(errno, path);
 }
@@ -116,7 +117,7 @@ private:
 // `edit` returns whether it has changed the lines.
 bool change(const std::function<bool(Lines&)>& edit)
 {
-    const std::string path = rightsFile();
+    const std::string path = currentPath();
     ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
     ChangeLock lock;
     Lines lines;
@@ -148,13 +149,13 @@ bool removeLines(const std::function<bool(const std::string&)>& matches)
 
 void setRightsFile(const char* path)
 {
-    g_rightsFile.set(path);
+    g_pathSetting.set(path);
 }
 
 bool holdsRight(const std::string& account, const std::string& right)
 {
     Lines lines;
-    return readLines(rightsFile(), lines) &&
+    return readLines(currentPath(), lines) &&
            std::find(lines.begin(), lines.end(), lineOf(account, right)) != lines.end();
 }
 
@@ -162,7 +163,7 @@ bool rightsOf(const std::string& account, std::vector<std::string>& rights)
 {
     rights.clear();
     Lines lines;
-    if (!readLines(rightsFile(), lines)) {
+    if (!readLines(currentPath(), lines)) {
         return false;
     }
     const std::string start = account + " ";
