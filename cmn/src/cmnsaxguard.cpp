@@ -12,15 +12,25 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// The unit of cost is a character of the expanded text. To replace an entity takes the reader as
-// long as about 400 characters in content, and about 30 in an attribute. A default attribute takes
-// as long as a few characters. A small document within the limit takes about 20 ms. For each level
-// of nesting the reader allocates 160 KiB.
+// The unit of cost is a character of the expanded text.
+
+// The limit of every document, and what each of its bytes adds to it. A small document within the
+// limit takes about 20 ms.
 constexpr double kBaseLimit = 1e6;
 constexpr double kLimitPerByte = 8;
+
+// To replace an entity takes the reader as long as about 400 characters in content, and about 30 in
+// an attribute. The guard does not know where an entity is used. A value in between serves for
+// both: the worst case, in content, takes about twice the time that its cost stands for.
 constexpr double kReplacementCost = 200;
+
+// To add a default attribute to an element takes as long as a few characters.
 constexpr double kDefaultCost = 8;
-constexpr double kAttributeCost = 0.25; // for each element, the reader checks each declared one
+
+// At each use of an element, the reader checks each attribute that is declared for it.
+constexpr double kAttributeCost = 0.25;
+
+// For each level of nesting the reader allocates 160 KiB.
 constexpr int kMaxNesting = 32;
 
 } // namespace
@@ -50,7 +60,7 @@ ExpansionGuard::~ExpansionGuard()
 void ExpansionGuard::internalEntityDecl(const XMLCh* const name, const XMLCh* const value)
 {
     const bool isParameter = name[0] == u'%';
-    declare(useOf(isParameter ? u'%' : u'&', name + (isParameter ? 1 : 0)), kReplacementCost,
+    declare(useKeyOf(isParameter ? u'%' : u'&', name + (isParameter ? 1 : 0)), kReplacementCost,
             value);
 }
 
@@ -58,19 +68,19 @@ void ExpansionGuard::attributeDecl(const XMLCh* const element, const XMLCh* cons
                                    const XMLCh* const /*type*/, const XMLCh* const /*mode*/,
                                    const XMLCh* const value)
 {
-    declare(useOf(u'<', element), value != nullptr ? kDefaultCost : kAttributeCost, value);
+    declare(useKeyOf(u'<', element), value != nullptr ? kDefaultCost : kAttributeCost, value);
 }
 
 // A null value counts as empty.
-void ExpansionGuard::declare(Use use, double ownCost, const XMLCh* value)
+void ExpansionGuard::declare(UseKey key, double ownCost, const XMLCh* value)
 {
     if (!m_Counts) {
         m_Counts = std::make_unique<UseCounts>(m_Text);
     }
-    Declared& declared = m_Declared[use];
+    Declared& declared = m_Declared[key];
     const std::size_t length = xercesc::XMLString::stringLen(value);
     declared.ownCost += ownCost + static_cast<double>(length);
-    UseScanner().scan(value, length, [this, &declared](Use other) {
+    UseScanner().scan(value, length, [this, &declared](UseKey other) {
         Declared& used = m_Declared[other];
         used.isUsed = true;
         declared.uses.push_back(&used);
@@ -78,19 +88,19 @@ void ExpansionGuard::declare(Use use, double ownCost, const XMLCh* value)
     if (declared.isUsed) {
         assessAll();
     } else {
-        assessOne(use, declared);
+        assessOne(key, declared);
     }
     if (m_Total > m_Limit) {
         throw ExpansionLimitExceeded();
     }
 }
 
-void ExpansionGuard::assessOne(Use use, Declared& declared)
+void ExpansionGuard::assessOne(UseKey key, Declared& declared)
 {
-    m_Total -= m_Counts->of(use) * declared.cost;
+    m_Total -= m_Counts->of(key) * declared.cost;
     declared.round = 0;
     assess(declared, 1);
-    m_Total += m_Counts->of(use) * declared.cost;
+    m_Total += m_Counts->of(key) * declared.cost;
 }
 
 // Declarations that came earlier and use the new one now have a different cost.
@@ -98,9 +108,9 @@ void ExpansionGuard::assessAll()
 {
     ++m_Round;
     m_Total = 0;
-    for (auto& [use, declared] : m_Declared) {
+    for (auto& [key, declared] : m_Declared) {
         assess(declared, 1);
-        m_Total += m_Counts->of(use) * declared.cost;
+        m_Total += m_Counts->of(key) * declared.cost;
     }
 }
 

@@ -52,18 +52,19 @@ public:
 
 private:
     struct Declared {
-        double ownCost = 0;
+        double ownCost = 0;          // without what its value uses
         std::vector<Declared*> uses; // declarations that the value of this one uses
         bool isUsed = false;         // by the value of another declaration
-        // The cost of one use, nested uses included. Cost and depth were computed in that round.
-        double cost = 0;
-        int depth = 0;
-        unsigned int round = 0;
+        // Computed by assess.
+        double cost = 0;        // of one use, nested uses included
+        int depth = 0;          // of nesting: 1 if the value uses nothing
+        unsigned int round = 0; // in which cost and depth were computed, or 0: outdated
     };
 
-    void declare(Use use, double ownCost, const XMLCh* value);
-    void assessOne(Use use, Declared& declared);
+    void declare(UseKey key, double ownCost, const XMLCh* value);
+    void assessOne(UseKey key, Declared& declared);
     void assessAll();
+    // `level` counts the declarations on the way to this one: 1 for the first.
     void assess(Declared& declared, int level);
 
     xercesc::SAX2XMLReader* m_Reader;
@@ -71,10 +72,11 @@ private:
     const double m_Limit;
     xercesc::SecurityManager m_Security;
     std::unique_ptr<UseCounts> m_Counts; // null before the first declaration
-    std::unordered_map<Use, Declared> m_Declared;
-    double m_Total = 0;
-    double m_Work = 0;
-    unsigned int m_Round = 1;
+    // Contains also what a value uses before it is declared, or without being declared.
+    std::unordered_map<UseKey, Declared> m_Declared;
+    double m_Total = 0;       // the possible cost of all uses
+    double m_Work = 0;        // steps of assess, limited too
+    unsigned int m_Round = 1; // a new one makes every cost outdated
 };
 
 } // namespace tarnix_cmn_4_4

@@ -163,7 +163,7 @@ bool UseCounts::count(const std::string& text)
         return false;
     }
     UseScanner scanner;
-    const auto found = [this](Use use) { ++m_Counts[counterOf(use)]; };
+    const auto found = [this](UseKey key) { ++m_Counts[counterOf(key)]; };
     std::array<XMLCh, kPiece> piece;
     std::array<unsigned char, kPiece> sizes;
     XMLSize_t consumed = 1;

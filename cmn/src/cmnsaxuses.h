@@ -14,16 +14,16 @@
 namespace tarnix_cmn_4_4
 {
 
-// "&name" and "%name" use an entity, "<name" uses the default attributes of an element. A use is
-// identified by a hash of these characters. Two uses with the same hash count as one use, which can
-// only make a document look more expensive than it is.
-using Use = std::uint64_t;
+// "&name" and "%name" use an entity, "<name" uses the default attributes of an element. What is
+// used is identified by a key, a hash of these characters. The uses of two names with the same key
+// are counted together, which can only make a document look more expensive than it is.
+using UseKey = std::uint64_t;
 
-constexpr Use kUseSeed = 0xCBF29CE484222325;
+constexpr UseKey kKeySeed = 0xCBF29CE484222325;
 
-constexpr Use extended(Use use, XMLCh unit)
+constexpr UseKey extended(UseKey key, XMLCh unit)
 {
-    return (use ^ unit) * 0x100000001B3;
+    return (key ^ unit) * 0x100000001B3;
 }
 
 inline bool isSigil(XMLCh unit)
@@ -51,13 +51,13 @@ inline bool isNameUnit(XMLCh unit)
     return unit < ascii.size() ? ascii[unit] : unit != 0x85 && unit != 0x2028;
 }
 
-inline Use useOf(XMLCh sigil, const XMLCh* name)
+inline UseKey useKeyOf(XMLCh sigil, const XMLCh* name)
 {
-    Use use = extended(kUseSeed, sigil);
+    UseKey key = extended(kKeySeed, sigil);
     for (; *name != 0; ++name) {
-        use = extended(use, *name);
+        key = extended(key, *name);
     }
-    return use;
+    return key;
 }
 
 // Finds the uses in a text that arrives in pieces. It ignores the context: a use in a comment
@@ -77,41 +77,41 @@ public:
                 }
                 m_Inside = true;
                 m_HasName = false;
-                m_Use = extended(kUseSeed, *text++);
+                m_Key = extended(kKeySeed, *text++);
             }
             for (; text != end && isNameUnit(*text); ++text) {
-                m_Use = extended(m_Use, *text);
+                m_Key = extended(m_Key, *text);
                 m_HasName = true;
             }
             if (text == end) {
                 return;
             }
             if (m_HasName) {
-                found(m_Use);
+                found(m_Key);
             }
             m_Inside = false;
         }
     }
 
 private:
-    Use m_Use = kUseSeed;
+    UseKey m_Key = kKeySeed;
     bool m_Inside = false;
     bool m_HasName = false;
 };
 
-// How often each use occurs in a document. Uses may share a counter, so that a count may be too
+// How many uses of each key a document has. Keys may share a counter, so that a count may be too
 // high, but never too low.
 class UseCounts
 {
 public:
     // Reads the whole text in the encoding that the reader will use. If that encoding is not
-    // certain, each use is assumed to occur as often as the length of the text allows.
+    // certain, each key is assumed to occur as often as the length of the text allows.
     explicit UseCounts(const std::string& text);
 
     // At least 1, because a declaration costs something even if it is never used.
-    double of(Use use) const
+    double of(UseKey key) const
     {
-        return m_IsKnown ? std::max(1.0, static_cast<double>(m_Counts[counterOf(use)]))
+        return m_IsKnown ? std::max(1.0, static_cast<double>(m_Counts[counterOf(key)]))
                          : m_MaxCount;
     }
 
@@ -120,9 +120,9 @@ private:
 
     // Uses the high bits of a product: names that differ only in their last character differ only
     // in the low bits of the hash.
-    static std::size_t counterOf(Use use)
+    static std::size_t counterOf(UseKey key)
     {
-        return static_cast<std::size_t>(use * 0x9E3779B97F4A7C15 >> (64 - kCounterBits));
+        return static_cast<std::size_t>(key * 0x9E3779B97F4A7C15 >> (64 - kCounterBits));
     }
 
     bool count(const std::string& text);
