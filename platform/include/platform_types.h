@@ -19,7 +19,7 @@ using HANDLE = void*;        ///< an object of the layer, unless null or INVALID
 using LSA_HANDLE = void*;    ///< access to the rights of accounts
 using PSID = void*;          ///< an account's security identifier
 
-/// The handle of no object.
+/// The handle of no object. As the result of GetCurrentProcess, it stands for the calling process.
 static const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
 
 /// A text with its length.

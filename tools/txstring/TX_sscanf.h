@@ -6,8 +6,9 @@
 // for %c, %n and numbers. A directive with `*` takes no arguments.
 //
 // Differences from sscanf:
-// - A text field that is too long for its target is cut. It counts as assigned, and %n counts only
-//   the bytes that were stored. %[ fails if its target has no room for a byte.
+// - A text field that is too long for its target is cut and its rest skipped. It counts as
+//   assigned, and %n counts only the bytes that were stored. %[ fails if its target has no room for
+//   a byte.
 // - %c stores one byte, whatever the width; the width has an effect only with `*`. %ls is %s, and
 //   %lc is %c.
 // - "%%" skips no white space.
