@@ -81,19 +81,15 @@ std::vector<fs::path> filesIn(const fs::path& directory, const std::string& endi
     return files;
 }
 
-std::string quoted(const std::string& word)
-{
-    return " '" + CCmnStringTool::searchreplace(word, "'", R"('\'')") + "'";
-}
-
 // A source that does not compile is reported as a finding.
 void compile(const fs::path& source, const fs::path& target)
 {
     CCmnExecPipeWindows runner;
     std::vector<std::string> lines;
-    runner.Exec("genrb --quiet --encoding UTF-8 --sourcedir" +
-                    quoted(source.parent_path().string()) + " --destdir" + quoted(target.string()) +
-                    quoted(source.filename().string()),
+    runner.Exec("genrb --quiet --encoding UTF-8 --sourcedir " +
+                    CCmnStringTool::quote(source.parent_path().string()) + " --destdir " +
+                    CCmnStringTool::quote(target.string()) + " " +
+                    CCmnStringTool::quote(source.filename().string()),
                 lines, "", 60, "", "", "");
     int status = 0;
     if (!runner.getExitStatus(status)) {
