@@ -1,7 +1,9 @@
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
+#include "descriptors.h"
 #include "platform.h"
 #include "rightsfile.h"
+#include "spawn.h"
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
 
@@ -177,6 +179,32 @@ TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
     if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user cannot trace processes"))
         GTEST_SKIP();
     EXPECT_EQ(woken, WAIT_TIMEOUT);
+}
+
+// A killed child may take long to end. Here a tracer delays its reaping; the child of another user
+// can also be blocked in a file system of that user.
+TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
+{
+    UniqueFd reader, writer;
+    ASSERT_TRUE(openPipe(reader, writer));
+    Child child;
+    ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
+    const pid_t traced = child.pid,
+                tracer = forkChild([&] {
+                    const char seized =
+                        ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 ? 's' : '-';
+                    return writeAll(writer.get(), &seized, 1) && sleep(60) == 0;
+                });
+    char seized = 0;
+    EXPECT_EQ(readSome(reader.get(), &seized, 1), 1);
+    EXPECT_EQ(kill(traced, SIGKILL), 0);
+    discardChild(child);
+    EXPECT_EQ(waitpid(tracer, nullptr, WNOHANG), 0); // the tracer still holds the child
+    EXPECT_EQ(kill(tracer, SIGKILL), 0);
+    EXPECT_EQ(waitForChild(tracer), SIGKILL);
+    EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
+    if (mustSkip(seized == 's' ? "" : "this user cannot trace processes"))
+        GTEST_SKIP();
 }
 
 TEST_F(Platform, OnlyOwnRunningChildrenAreTouched)

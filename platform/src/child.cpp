@@ -173,9 +173,9 @@ bool startChild(ChildSide& side, Child& child)
     return true;
 }
 
-void discardChild(Child& child)
+void discardChild(Child& child) noexcept
 {
-    reapAtEnd(child.pidfd.get());
+    reapSoon(std::move(child.pidfd));
     child = Child{};
 }
 

@@ -34,8 +34,9 @@ struct ChildSide {
 // and no child is left.
 bool startChild(ChildSide& side, Child& child);
 
-// Waits for the end of a child that is about to end or was killed, and reaps it.
-void discardChild(Child& child);
+// Reaps a child that is about to end or was killed. If it does not end soon, for example because
+// its user stalls it in a file system, a later operation reaps it.
+void discardChild(Child& child) noexcept;
 
 } // namespace tarnix_platform
 

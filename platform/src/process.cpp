@@ -13,15 +13,6 @@
 namespace tarnix_platform
 {
 
-namespace
-{
-
-// SIGKILL takes effect at once unless the child is blocked in the kernel, by a dead disk for
-// example.
-constexpr DWORD kKillTimeout = 2000;
-
-} // namespace
-
 Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
     : m_Outputs{std::move(output), std::move(error)}
 {

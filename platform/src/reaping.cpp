@@ -2,6 +2,7 @@
 #include "reaping.h"
 
 #include "neverdestroyed.h"
+#include "polling.h"
 #include "retry.h"
 
 #include <sys/wait.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace tarnix_platform
@@ -16,15 +18,6 @@ namespace tarnix_platform
 
 namespace
 {
-
-int waitFor(int pidfd, siginfo_t& info, int options)
-{
-    info = siginfo_t{};
-    return retryInterrupted([&] {
-        return ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
-                        WEXITED | options);
-    });
-}
 
 // Children whose last handle was closed while they ran.
 class Orphans
@@ -61,16 +54,28 @@ private:
 
 Reaped reap(int pidfd, siginfo_t& info)
 {
-    if (waitFor(pidfd, info, WNOHANG) != 0) {
+    info = siginfo_t{};
+    const int result = retryInterrupted([&] {
+        return ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
+                        WEXITED | WNOHANG);
+    });
+    if (result != 0) {
         return Reaped::elsewhere;
     }
     return info.si_pid == 0 ? Reaped::no : Reaped::yes;
 }
 
-void reapAtEnd(int pidfd)
+void reapSoon(UniqueFd pidfd) noexcept
 {
-    siginfo_t info;
-    waitFor(pidfd, info, 0);
+    awaitDescriptor(pidfd.get(), kKillTimeout);
+    try {
+        siginfo_t info;
+        if (reap(pidfd.get(), info) == Reaped::no) {
+            addOrphan(std::move(pidfd));
+        }
+    } catch (const std::bad_alloc&) {
+        // Then nobody reaps the child: once it has ended, it is a zombie until this process ends.
+    }
 }
 
 void addOrphan(UniqueFd pidfd)

@@ -16,8 +16,14 @@ enum class Reaped { no, yes, elsewhere };
 // Reaps the child if it has ended; `info` is its status.
 Reaped reap(int pidfd, siginfo_t& info);
 
-// Waits for the child's end and reaps it.
-void reapAtEnd(int pidfd);
+// How long to wait for the end of a child that was killed, in milliseconds. SIGKILL takes effect at
+// once unless the child is blocked in the kernel: by a dead disk for example, or in a file system
+// of its user that does not answer.
+constexpr unsigned int kKillTimeout = 2000;
+
+// Waits for the end of a child that is about to end or was killed, but no longer than kKillTimeout,
+// and reaps it. A child that has not ended by then becomes an orphan.
+void reapSoon(UniqueFd pidfd) noexcept;
 
 // Adds a running child that has no handle any more.
 void addOrphan(UniqueFd pidfd);
