@@ -10,6 +10,7 @@
 #include <sys/ptrace.h>
 
 #include <climits>
+#include <optional>
 
 using namespace tarnix_platform;
 
@@ -188,6 +189,7 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     UniqueFd reader, writer;
     ASSERT_TRUE(openPipe(reader, writer));
     Child child;
+    std::optional<ChildGuard> guard(child);
     ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
     const pid_t traced = child.pid,
                 tracer = forkChild([&] {
@@ -197,8 +199,7 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
                 });
     char seized = 0;
     EXPECT_EQ(readSome(reader.get(), &seized, 1), 1);
-    EXPECT_EQ(kill(traced, SIGKILL), 0);
-    discardChild(child);
+    guard.reset();
     EXPECT_EQ(waitpid(tracer, nullptr, WNOHANG), 0); // the tracer still holds the child
     EXPECT_EQ(kill(tracer, SIGKILL), 0);
     EXPECT_EQ(waitForChild(tracer), SIGKILL);

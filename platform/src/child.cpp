@@ -179,4 +179,12 @@ void discardChild(Child& child) noexcept
     child = Child{};
 }
 
+ChildGuard::~ChildGuard()
+{
+    if (m_Child.pidfd) {
+        ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), SIGKILL, nullptr, 0);
+        discardChild(m_Child);
+    }
+}
+
 } // namespace tarnix_platform

@@ -38,6 +38,21 @@ bool startChild(ChildSide& side, Child& child);
 // its user stalls it in a file system, a later operation reaps it.
 void discardChild(Child& child) noexcept;
 
+// Kills and discards the child at the end of the scope, unless that has been moved from or
+// discarded by then. It protects a started child from an exception: one that is lost would run on
+// without anybody who waits for it.
+class ChildGuard
+{
+public:
+    explicit ChildGuard(Child& child) : m_Child(child) {}
+    ~ChildGuard();
+    ChildGuard(const ChildGuard&) = delete;
+    ChildGuard& operator=(const ChildGuard&) = delete;
+
+private:
+    Child& m_Child;
+};
+
 } // namespace tarnix_platform
 
 #endif

@@ -107,7 +107,6 @@ bool changeOwner(const StandardEnds& standard, const Identity& identity)
     return true;
 }
 
-// Nothing that can fail comes after the start: otherwise a running child could be lost.
 BOOL startProcess(const Identity* identity, const char* command, const char* directory,
                   const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
 {
@@ -126,6 +125,7 @@ BOOL startProcess(const Identity* identity, const char* command, const char* dir
         std::make_shared<Process>(writtenPipe(output), writtenPipe(*standard.ends[2]));
     StartedHandles handles;
     Child child;
+    const ChildGuard guard(child); // an allocation may fail while the start is still being watched
     if (!handles.open(process) ||
         !(identity == nullptr ? spawn(plan, child) : spawnAsUser(plan, *identity, child))) {
         return false;
