@@ -202,7 +202,7 @@ constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
 /// Waits for the end of a process or for an event, on the monotonic clock. With a timeout of 0 the
 /// end of a child is reported only after the caller has taken all bytes that were read ahead of the
 /// child's output: the child wrote them before it ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT or
-/// WAIT_FAILED.
+/// WAIT_FAILED; the latter also if the system refuses the wait, for lack of memory for example.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
 /// Waits for the first of several processes and events; waiting for all of them, and alertable

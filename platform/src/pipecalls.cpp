@@ -16,17 +16,22 @@ HANDLE openEnd(const std::shared_ptr<PipeEnd>& end)
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
-// Completes the pending read of the pipe, if there is one. With `wait` false it may stay pending:
-// then the result is false.
-bool awaitRead(Pipe& pipe, bool wait)
+// Completes the pending read of the pipe, if there is one, and returns 0. With `wait` false it may
+// stay pending: then the result is ERROR_IO_PENDING. If the system refuses the wait, the read is
+// cancelled, because the caller then gives up its buffer; the result is the error.
+DWORD awaitRead(Pipe& pipe, bool wait)
 {
     while (pipe.complete(true) == ReadState::empty) {
         if (!wait) {
-            return false;
+            return ERROR_IO_PENDING;
         }
-        awaitDescriptor(pipe.readFd(), INFINITE);
+        if (!awaitDescriptor(pipe.readFd(), INFINITE)) {
+            const int error = errno;
+            pipe.cancel();
+            return static_cast<DWORD>(error);
+        }
     }
-    return true;
+    return 0;
 }
 
 } // namespace
@@ -91,10 +96,12 @@ BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wa
             overlapped->Pending = 0;
             return fail(ECANCELED);
         }
-        if (!awaitRead(*end->pipe(), wait != 0)) {
-            return fail(ERROR_IO_PENDING);
+        const DWORD error = awaitRead(*end->pipe(), wait != 0);
+        if (error == ERROR_IO_PENDING) {
+            return fail(error);
         }
         end->pipe()->outcome(*overlapped);
+        overlapped->Internal = error != 0 ? error : overlapped->Internal;
     }
     *count = static_cast<DWORD>(overlapped->InternalHigh);
     return overlapped->Internal == 0 ? true : fail(static_cast<DWORD>(overlapped->Internal));

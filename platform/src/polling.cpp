@@ -4,6 +4,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 
 namespace tarnix_platform
@@ -34,10 +35,15 @@ bool awaitDescriptor(int fd, DWORD milliseconds)
     const Deadline deadline(milliseconds);
     for (;;) {
         pollfd one{fd, POLLIN, 0};
-        if (::poll(&one, 1, deadline.left()) > 0) {
+        const int count = ::poll(&one, 1, deadline.left());
+        if (count > 0) {
             return true;
         }
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
         if (deadline.passed()) {
+            errno = ETIMEDOUT;
             return false;
         }
     }

@@ -29,7 +29,8 @@ private:
     bool m_Immediate;
 };
 
-// Waits until the descriptor is readable. False if the time is up before.
+// Waits until the descriptor is readable. False if the time is up before (errno is ETIMEDOUT), or
+// if the system refuses the wait.
 bool awaitDescriptor(int fd, DWORD milliseconds);
 
 } // namespace tarnix_platform

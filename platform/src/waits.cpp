@@ -33,7 +33,10 @@ public:
             return index;
         }
         for (;;) {
-            const bool timeLeft = pollAll(deadline);
+            if (!pollAll(deadline)) {
+                return WAIT_FAILED;
+            }
+            const bool timeLeft = !deadline.passed();
             index = findReady();
             if (index != WAIT_TIMEOUT || !timeLeft) {
                 return index;
@@ -52,8 +55,8 @@ private:
         bool heldByTracer = false; // the child has ended, but a tracer delays its reaping
     };
 
-    // Sets `polledReady` of each entry. False if the time is up. After an interruption the caller
-    // polls again.
+    // Sets `polledReady` of each entry. False with the last error set if the system refuses the
+    // wait, which it would do again. After an interruption the caller polls again.
     bool pollAll(const Deadline& deadline)
     {
         constexpr int retryInterval = 10; // of reaping a child that a tracer holds
@@ -66,11 +69,14 @@ private:
             left = heldByTracer && (left < 0 || left > retryInterval) ? retryInterval : left;
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
+        if (count < 0 && errno != EINTR) {
+            return fail(errno, "cannot wait for process or output");
+        }
         for (DWORD i = 0; i < m_Count; ++i) {
             m_Entries[i].polledReady =
                 m_Entries[i].heldByTracer || (count > 0 && fds[i].revents != 0);
         }
-        return !deadline.passed();
+        return true;
     }
 
     static int descriptorOf(Entry& entry)
