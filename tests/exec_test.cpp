@@ -45,15 +45,21 @@ TEST_F(Exec, StatusesWhileSignalsInterruptEveryWait)
     action.sa_handler = [](int) {}; // without SA_RESTART
     sigaction(SIGALRM, &action, nullptr);
     ualarm(1000, 1000);
-    const std::pair<const char*, int> cases[] = {
-        {"echo a; sleep 0.5; echo b; sleep 0.5; exit 255", 255},
-        {"echo a; sleep 0.1; echo b; kill -9 $$", 137},
-        {"sleep 9 & echo a; echo b; exit 4", 4}, // the background process does not delay the end
+    const struct {
+        const char* text;
+        int status, signal;
+    } cases[] = {
+        {"echo a; sleep 0.5; echo b; sleep 0.5; exit 255", 255, 0},
+        {"echo a; sleep 0.1; echo b; kill -9 $$", 137, 9},
+        {"echo a; sleep 0.1; echo b; exit 137", 137, 0},
+        {"sleep 9 & echo a; echo b; exit 4", 4, 0}, // the background process does not delay the end
     };
-    for (const auto& [text, status] : cases) {
+    for (const auto& [text, status, signal] : cases) {
         const Outcome outcome = run(shell(text), 3);
         EXPECT_EQ(outcome.lines, (Lines{"a", "b"})) << text;
         EXPECT_EQ(outcome.status, status);
+        EXPECT_EQ(outcome.signal, signal);
+        EXPECT_FALSE(outcome.coreDumped);
     }
     ualarm(0, 0);
 }

@@ -147,6 +147,7 @@ BOOL GetExitCodeProcess(HANDLE, DWORD* status)
     *status = script.exitStatus;
     return works(__func__);
 }
+bool endingSignal(HANDLE, int&, bool&) { return false; }
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD id) { return id == child && works("Stop", event); }
 BOOL TerminateProcess(HANDLE, UINT status)
 {

@@ -70,6 +70,14 @@ public:
     /// calling process ignores SIGCHLD.
     bool getExitStatus(int& status) const;
 
+    /// Returns true if a signal ended the last run's child, and sets `signal` to its number and
+    /// `coreDumped` to whether the system wrote a core. So it tells a child that signal 9 ended
+    /// from one that exited with 137.
+    ///
+    /// Returns false and changes nothing if the child exited, if the runner killed it (its status
+    /// is 1067), and whenever getExitStatus returns false.
+    bool getEndingSignal(int& signal, bool& coreDumped) const;
+
 protected:
     int ExecPipe(std::string command, std::string workingDirectory) override;
     int WaitPid(long seconds) override;
@@ -140,6 +148,8 @@ private:
 
     std::shared_ptr<Account> m_Account; ///< holds what m_AccountSid points to
     std::optional<int> m_ExitStatus;
+    int m_EndingSignal = 0; ///< 0: none
+    bool m_CoreDumped = false;
 };
 
 } // namespace tarnix_cmn_4_4

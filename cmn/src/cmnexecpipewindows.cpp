@@ -141,6 +141,7 @@ void CCmnExecPipeWindows::Init()
     m_PolicyHandle = INVALID_HANDLE_VALUE;
     m_UserToken = INVALID_HANDLE_VALUE;
     m_ExitStatus.reset();
+    m_EndingSignal = 0;
 }
 
 bool CCmnExecPipeWindows::getExitStatus(int& status) const
@@ -149,6 +150,16 @@ bool CCmnExecPipeWindows::getExitStatus(int& status) const
         return false;
     }
     status = *m_ExitStatus;
+    return true;
+}
+
+bool CCmnExecPipeWindows::getEndingSignal(int& signal, bool& coreDumped) const
+{
+    if (m_EndingSignal == 0) {
+        return false;
+    }
+    signal = m_EndingSignal;
+    coreDumped = m_CoreDumped;
     return true;
 }
 
@@ -162,6 +173,7 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
     EndChild();
     m_Command = command;
     m_ExitStatus.reset();
+    m_EndingSignal = 0;
     StartHandles handles(*this);
     try {
         const int failed = MakePipes(handles);
@@ -444,6 +456,7 @@ int CCmnExecPipeWindows::ReadExitStatus()
         return -1;
     }
     m_ExitStatus = static_cast<int>(status);
+    tarnix_platform::endingSignal(m_ProcessHandle, m_EndingSignal, m_CoreDumped);
     return *m_ExitStatus;
 }
 

@@ -184,6 +184,12 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
 /// the child itself.
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status);
 
+/// An operation of the layer's own. Returns true and sets both values if a signal ended the child:
+/// GetExitCodeProcess reports 128 + n for it, which a child can also exit with. Returns false and
+/// changes nothing for any other child, one that TerminateProcess killed included. The last error
+/// stays.
+bool endingSignal(HANDLE process, int& signal, bool& coreDumped);
+
 /// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the process group of a child that
 /// was started by this layer, has an open handle and has not been seen to end. Any other id fails
 /// with ESRCH, and nothing is sent.

@@ -67,7 +67,13 @@ bool Process::tryReap()
         m_StatusKnown = true;
         m_Status = static_cast<DWORD>(info.si_status);
         if (info.si_code != CLD_EXITED) {
-            m_Status = m_Killed && info.si_status == SIGKILL ? m_KillStatus : m_Status + 128;
+            if (m_Killed && info.si_status == SIGKILL) {
+                m_Status = m_KillStatus;
+            } else {
+                m_Status += 128;
+                m_Signal = info.si_status;
+                m_CoreDumped = info.si_code == CLD_DUMPED;
+            }
         }
     }
     m_Ended = true;
@@ -131,6 +137,17 @@ BOOL Process::exitStatus(DWORD* status)
         return fail(ECHILD);
     }
     *status = m_Status;
+    return true;
+}
+
+bool Process::endingSignal(int& signal, bool& coreDumped) const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Signal == 0) {
+        return false;
+    }
+    signal = m_Signal;
+    coreDumped = m_CoreDumped;
     return true;
 }
 

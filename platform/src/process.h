@@ -34,6 +34,9 @@ public:
 
     BOOL exitStatus(DWORD* status);
 
+    // False if no signal ended the child, or the one of `kill` did.
+    bool endingSignal(int& signal, bool& coreDumped) const;
+
 private:
     bool tryReap();
     bool send(int signal);
@@ -46,6 +49,8 @@ private:
     bool m_Killed = false;
     UINT m_KillStatus = 0;
     DWORD m_Status = 0;
+    int m_Signal = 0; // that ended the child; 0 if none did, or that of `kill`
+    bool m_CoreDumped = false;
 };
 
 } // namespace tarnix_platform

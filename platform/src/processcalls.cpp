@@ -180,6 +180,12 @@ BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
     return found ? found->exitStatus(status) : false;
 }
 
+bool endingSignal(HANDLE process, int& signal, bool& coreDumped)
+{
+    const auto found = std::dynamic_pointer_cast<const Process>(objectOf(process));
+    return found && found->endingSignal(signal, coreDumped);
+}
+
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
 {
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {

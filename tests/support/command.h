@@ -11,7 +11,9 @@ using Lines = std::vector<std::string>;
 
 struct Outcome {
     int result = -1, status = -1; // status -1: not known
-    Lines lines{"former"};        // stays if the command does not start
+    int signal = 0;
+    bool coreDumped = false;
+    Lines lines{"former"}; // stays if the command does not start
     tarnix_cmn_4_4::ECmnExecPipe record;
 };
 
@@ -23,6 +25,7 @@ inline Outcome exec(tarnix_cmn_4_4::CCmnExecPipeWindows& runner, const std::stri
     outcome.result = runner.Exec(command, outcome.lines, "", seconds, directory, user, password);
     outcome.record = runner.getLastError();
     runner.getExitStatus(outcome.status);
+    runner.getEndingSignal(outcome.signal, outcome.coreDumped);
     return outcome;
 }
 

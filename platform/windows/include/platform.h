@@ -13,6 +13,12 @@ namespace tarnix_platform
 /// Has no effect: the system keeps the accounts' rights itself.
 inline void setRightsFile(const char* /*path*/) {}
 
+/// Always false: no signal ends a process of this system.
+inline bool endingSignal(HANDLE /*process*/, int& /*signal*/, bool& /*coreDumped*/)
+{
+    return false;
+}
+
 } // namespace tarnix_platform
 
 #endif
