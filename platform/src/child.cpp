@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 
 // The C library's internal name of clone. The thread sanitizer treats clone itself as a fork, and
 // would not let this process create threads from then on.
@@ -82,6 +83,23 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     return ::syscall(SYS_close_range, first, ~0U, 0U) == 0;
 }
 
+// A program that has just been written cannot be started (ETXTBSY) as long as a child that another
+// thread is starting holds a copy of the writing descriptor. That child closes it soon.
+TARNIX_CHILD_SIDE void executeFile(const char* path, const ChildSide& child)
+{
+    constexpr long firstPause = 1000000; // nanoseconds
+    constexpr long lastPause = 128 * firstPause;
+    for (long pause = firstPause; pause <= lastPause; pause *= 2) {
+        ::syscall(SYS_execve, path, child.arguments, child.environment);
+        if (errno != ETXTBSY) {
+            return;
+        }
+        const timespec interval{0, pause};
+        ::syscall(SYS_nanosleep, &interval, nullptr);
+    }
+    ::syscall(SYS_execve, path, child.arguments, child.environment);
+}
+
 // As execvp: if a directory of the search has the program but it may not be executed, the error is
 // EACCES. A directory that may not be searched is skipped.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
@@ -94,7 +112,7 @@ TARNIX_CHILD_SIDE void execute(const ChildSide& child)
     const bool search = child.candidates[1] != nullptr;
     int error = ENOENT;
     for (const char* const* path = child.candidates; *path != nullptr; ++path) {
-        ::syscall(SYS_execve, *path, child.arguments, child.environment);
+        executeFile(*path, child);
         if (!search || !searchGoesOn(errno)) {
             return;
         }
