@@ -73,6 +73,15 @@ TEST_F(Identity, TheChildIsTheUserPermanently)
               (Lines{"second own friends", "0", "0 1 2 3", "session", "0", "again"}));
 }
 
+TEST_F(Identity, AnAccountInManyGroups)
+{
+    std::string groups = scratch.read("etc/group");
+    for (int group = 2000000000; group < 2000012500; ++group)
+        groups += "g" + std::to_string(group) + ":x:" + std::to_string(group) + ":second\n";
+    scratch.write("etc/group", groups);
+    EXPECT_EQ(as("second", "sh -c 'id -G | wc -w'").lines, Lines{"12502"});
+}
+
 TEST_F(Identity, RefusedRuns)
 {
     const struct {

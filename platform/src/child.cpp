@@ -129,6 +129,11 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     if (!prepare(child)) {
         return failAt(child, ChildStep::prepare);
     }
+    // An account may be in more groups than the arguments of a program can list. Unlike the ids,
+    // groups do not let the user read a process, so they may change while memory is shared.
+    if (child.runAs >= 0 && ::syscall(SYS_setgroups, child.groupCount, child.groups) != 0) {
+        return failAt(child, ChildStep::setGroups);
+    }
     if (child.directory != nullptr && ::syscall(SYS_chdir, child.directory) != 0) {
         return failAt(child, ChildStep::enterDirectory);
     }

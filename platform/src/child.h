@@ -6,6 +6,8 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+
 namespace tarnix_platform
 {
 
@@ -14,7 +16,7 @@ struct Child {
     UniqueFd pidfd;
 };
 
-enum class ChildStep { create, prepare, enterDirectory, execute };
+enum class ChildStep { create, prepare, setGroups, enterDirectory, execute };
 
 // The child's input and its result: plain pointers to memory of the caller, because the child must
 // not allocate.
@@ -26,6 +28,8 @@ struct ChildSide {
     const int* standard = nullptr;   // three descriptors, all above 2
     int runAs = -1;                  // if set: the program that switches user, started instead
     int status = -1;                 // where that program reports what failed
+    const gid_t* groups = nullptr;   // the supplementary groups that it gets
+    std::size_t groupCount = 0;
     ChildStep failedStep = ChildStep::prepare;
     int error = 0; // 0: the program has started
 };

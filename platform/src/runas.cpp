@@ -4,13 +4,13 @@
 // read the memory. So the child first executes this program, still as the caller. The program
 // switches to the user, enters the directory as that user, and executes the command.
 //
-// Arguments: user id, group id, groups ("1,2", may be empty), directory (may be empty), number of
-// candidates, the candidates (paths to try in turn), then the command's own arguments. A failure is
-// written to descriptor 3 as two ints, step and error; the start of the command closes it.
+// It is started with the user's supplementary groups. Arguments: user id, group id, directory (may
+// be empty), number of candidates, the candidates (paths to try in turn), then the command's own
+// arguments. A failure is written to descriptor 3 as two ints, step and error; the start of the
+// command closes it.
 #include "runas.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -19,7 +19,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <vector>
 
 namespace tarnix_platform
 {
@@ -37,17 +36,6 @@ namespace
 std::uint32_t number(const char* text)
 {
     return static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
-}
-
-std::vector<gid_t> groupsOf(const char* text)
-{
-    std::vector<gid_t> groups;
-    while (*text != '\0') {
-        char* end = nullptr;
-        groups.push_back(static_cast<gid_t>(std::strtoul(text, &end, 10)));
-        text = *end == ',' ? end + 1 : end;
-    }
-    return groups;
 }
 
 // A change of the user id leaves the ambient and inheritable capabilities and the session keyring.
@@ -68,10 +56,10 @@ bool dropCapabilitiesAndKeyring()
     return true;
 }
 
-bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
+bool becomeUser(uid_t uid, gid_t gid)
 {
-    if (!dropCapabilitiesAndKeyring() || ::setgroups(groups.size(), groups.data()) != 0 ||
-        ::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
+    if (!dropCapabilitiesAndKeyring() || ::setresgid(gid, gid, gid) != 0 ||
+        ::setresuid(uid, uid, uid) != 0) {
         return false;
     }
     uid_t uids[3] = {};
@@ -90,18 +78,18 @@ bool becomeUser(uid_t uid, gid_t gid, const std::vector<gid_t>& groups)
 
 int becomeCommand(int argc, char** argv)
 {
-    constexpr int fixedArguments = 6;
+    constexpr int fixedArguments = 5;
     if (::fcntl(kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
         return 126;
     }
-    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[5])) : 0;
+    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[4])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
         reportAndExit(RunAsStep::identity, EINVAL);
     }
-    if (!becomeUser(number(argv[1]), number(argv[2]), groupsOf(argv[3]))) {
+    if (!becomeUser(number(argv[1]), number(argv[2]))) {
         reportAndExit(RunAsStep::identity, errno);
     }
-    if (argv[4][0] != '\0' && ::chdir(argv[4]) != 0) {
+    if (argv[3][0] != '\0' && ::chdir(argv[3]) != 0) {
         reportAndExit(RunAsStep::directory, errno);
     }
     char** const command = argv + fixedArguments + candidates;

@@ -60,6 +60,8 @@ bool failStep(const ChildPlan& plan, ChildStep step, int error)
     switch (step) {
     case ChildStep::create:
         return fail(error, "cannot create process");
+    case ChildStep::setGroups:
+        return fail(error, "cannot set groups of user");
     case ChildStep::enterDirectory:
         return fail(error, "cannot enter directory '" + plan.directory + "'");
     case ChildStep::execute:

@@ -52,13 +52,9 @@ bool openRunAs(UniqueFd& program)
 std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& identity,
                                         const std::vector<std::string>& paths)
 {
-    std::string groups;
-    for (const gid_t group : identity.groups) {
-        groups += (groups.empty() ? "" : ",") + std::to_string(group);
-    }
-    std::vector<std::string> arguments{
-        "tarnix-runas", std::to_string(identity.uid), std::to_string(identity.gid), groups,
-        plan.directory, std::to_string(paths.size())};
+    std::vector<std::string> arguments{"tarnix-runas", std::to_string(identity.uid),
+                                       std::to_string(identity.gid), plan.directory,
+                                       std::to_string(paths.size())};
     arguments.insert(arguments.end(), paths.begin(), paths.end());
     arguments.insert(arguments.end(), plan.words.begin(), plan.words.end());
     return arguments;
@@ -156,6 +152,8 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     side.standard = plan.standard;
     side.runAs = program.get();
     side.status = writer.get();
+    side.groups = identity.groups.data();
+    side.groupCount = identity.groups.size();
     if (!startChild(side, child)) {
         return failStep(plan, side.failedStep, side.error);
     }
