@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# hardening.sh LIBRARY HELPER: fails if a shipped file lacks a protection that the build asks for.
+# hardening.sh LIBRARY HELPER OBJECT: fails if a shipped file lacks a protection that the build asks for.
+# The helper is static and has no symbols, so its stack protector is looked for in its object.
 set -euo pipefail
 
 failed=0
@@ -11,14 +12,18 @@ has() { # has FILE WHAT REGEX COMMAND...
         failed=1
     fi
 }
-for file in "$@"; do
+for file in "$1" "$2"; do
     has "$file" "read-only relocations" GNU_RELRO readelf -lW
     has "$file" "binding at load time" '\(FLAGS(_1)?\).*NOW' readelf -dW
     has "$file" "stack that cannot be executed" 'GNU_STACK.* RW +0x' readelf -lW
     has "$file" "position independence" 'DYN' readelf -hW
 done
 library=$1
-has "$2" "stack protector" __stack_chk_fail nm -D
+has "$3" "stack protector" __stack_chk_fail nm
+if readelf -lW "$2" | grep -w INTERP >/dev/null; then
+    echo "${2##*/}: started by the dynamic loader"
+    failed=1
+fi
 has "$library" "stack protector" __stack_chk_fail nm -D
 has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
 case $(uname -m) in

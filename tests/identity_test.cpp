@@ -82,6 +82,17 @@ TEST_F(Identity, AnAccountInManyGroups)
     EXPECT_EQ(as("second", "sh -c 'id -G | wc -w'").lines, Lines{"12502"});
 }
 
+// The loader reports each program in which it cannot load the library: that must be the command
+// only.
+TEST_F(Identity, TheEnvironmentTakesEffectInTheCommandOnly)
+{
+    setenv("LD_PRELOAD", "/no/such.so", 1);
+    const Lines lines = as("second", "printenv LD_PRELOAD").lines;
+    unsetenv("LD_PRELOAD");
+    EXPECT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines.back(), "/no/such.so");
+}
+
 TEST_F(Identity, RefusedRuns)
 {
     const struct {

@@ -6,8 +6,11 @@
 //
 // It is started with the user's supplementary groups. Arguments: user id, group id, directory (may
 // be empty), number of candidates, the candidates (paths to try in turn), then the command's own
-// arguments. A failure is written to descriptor 3 as two ints, step and error; the start of the
-// command closes it.
+// arguments. The environment is that of the command, with a mark in front of each variable. A
+// failure is written to descriptor 3 as two ints, step and error; the start of the command closes
+// it.
+//
+// It is linked statically and uses nothing of the C++ library, so that it starts fast.
 #include "runas.h"
 
 #include <fcntl.h>
@@ -76,6 +79,13 @@ bool becomeUser(uid_t uid, gid_t gid)
     return switched;
 }
 
+void unmarkEnvironment()
+{
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        ++*variable;
+    }
+}
+
 int becomeCommand(int argc, char** argv)
 {
     constexpr int fixedArguments = 5;
@@ -92,6 +102,7 @@ int becomeCommand(int argc, char** argv)
     if (argv[3][0] != '\0' && ::chdir(argv[3]) != 0) {
         reportAndExit(RunAsStep::directory, errno);
     }
+    unmarkEnvironment();
     char** const command = argv + fixedArguments + candidates;
     int error = ENOENT;
     for (int i = 0; i < candidates; ++i) {

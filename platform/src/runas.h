@@ -11,6 +11,10 @@ namespace tarnix_platform
 constexpr int kRunAsStatus = 3;                 // where it reports a failure
 constexpr int kRunAsProgram = kRunAsStatus + 1; // its own file, until it has started
 
+// In front of each variable of its environment, which is that of the command. The variables must
+// not take effect in this program, which starts as root, and no name begins with this character.
+constexpr char kRunAsMark = '=';
+
 enum class RunAsStep : int { identity, directory, program };
 
 struct RunAsFailure {

@@ -60,6 +60,15 @@ std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& i
     return arguments;
 }
 
+std::vector<std::string> markedEnvironment()
+{
+    std::vector<std::string> marked;
+    for (char* const* variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        marked.push_back(kRunAsMark + std::string(*variable));
+    }
+    return marked;
+}
+
 // From the moment that the child has switched user, that user can stop it. The start must not wait
 // for that without a limit.
 constexpr DWORD kStartTimeout = 10000;
@@ -146,9 +155,11 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     const std::vector<std::string> texts =
         runAsArguments(plan, identity, candidatesOf(plan.words.front()));
     const std::vector<char*> arguments = pointersTo(texts);
+    const std::vector<std::string> variables = markedEnvironment();
+    const std::vector<char*> environment = pointersTo(variables);
     ChildSide side;
     side.arguments = arguments.data();
-    side.environment = environ;
+    side.environment = environment.data();
     side.standard = plan.standard;
     side.runAs = program.get();
     side.status = writer.get();
