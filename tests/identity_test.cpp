@@ -6,7 +6,11 @@
 #include "support/scratchdirectory.h"
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <csignal>
 #include <thread>
@@ -91,6 +95,34 @@ TEST_F(Identity, TheEnvironmentTakesEffectInTheCommandOnly)
     unsetenv("LD_PRELOAD");
     EXPECT_EQ(lines.size(), 2U);
     EXPECT_EQ(lines.back(), "/no/such.so");
+}
+
+// A filter of system calls, which the child inherits, fails the named one.
+TEST_F(Identity, FailingSystemCallsOfTheStart)
+{
+    const struct {
+        unsigned int call, action;
+        std::wstring text; // empty: the command runs
+    } cases[] = {
+        {SYS_keyctl, SECCOMP_RET_ERRNO | EDQUOT,
+         L"cannot create session keyring of user: Disk quota exceeded"},
+        {SYS_keyctl, SECCOMP_RET_ERRNO | ENOSYS, L""},
+        {SYS_keyctl, SECCOMP_RET_ERRNO | EPERM, L""},
+    };
+    for (const auto& test : cases) {
+        const pid_t caller = forkChild([&test] {
+            sock_filter steps[] = {
+                BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, test.call, 0, 1),
+                BPF_STMT(BPF_RET | BPF_K, test.action),
+                BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+            };
+            const sock_fprog filter = {std::size(steps), steps};
+            return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+                   as("second", "id").record.getDescription() == test.text;
+        });
+        EXPECT_EQ(waitForChild(caller), 0) << test.text;
+    }
 }
 
 TEST_F(Identity, RefusedRuns)

@@ -41,8 +41,8 @@ std::uint32_t number(const char* text)
     return static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
 }
 
-// A change of the user id leaves the ambient and inheritable capabilities and the session keyring.
-bool dropCapabilitiesAndKeyring()
+// A change of the user id leaves the ambient and inheritable capabilities.
+bool dropCapabilities()
 {
     ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -51,18 +51,22 @@ bool dropCapabilitiesAndKeyring()
         return false;
     }
     sets[0].inheritable = sets[1].inheritable = 0;
-    if (::syscall(SYS_capset, &header, sets) != 0) {
-        return false;
-    }
+    return ::syscall(SYS_capset, &header, sets) == 0;
+}
+
+// A change of the user id also leaves the session keyring. Called after it, so that the new keyring
+// belongs to the user. No keyring is left where the system has none (ENOSYS), or a filter of system
+// calls keeps the child from using any (EPERM).
+bool leaveSessionKeyring()
+{
     constexpr int joinSessionKeyring = 1;
-    ::syscall(SYS_keyctl, joinSessionKeyring, nullptr); // fails only without a keyring to leave
-    return true;
+    return ::syscall(SYS_keyctl, joinSessionKeyring, nullptr) > 0 || errno == ENOSYS ||
+           errno == EPERM;
 }
 
 bool becomeUser(uid_t uid, gid_t gid)
 {
-    if (!dropCapabilitiesAndKeyring() || ::setresgid(gid, gid, gid) != 0 ||
-        ::setresuid(uid, uid, uid) != 0) {
+    if (!dropCapabilities() || ::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
         return false;
     }
     uid_t uids[3] = {};
@@ -98,6 +102,9 @@ int becomeCommand(int argc, char** argv)
     }
     if (!becomeUser(number(argv[1]), number(argv[2]))) {
         reportAndExit(RunAsStep::identity, errno);
+    }
+    if (!leaveSessionKeyring()) {
+        reportAndExit(RunAsStep::keyring, errno);
     }
     if (argv[3][0] != '\0' && ::chdir(argv[3]) != 0) {
         reportAndExit(RunAsStep::directory, errno);

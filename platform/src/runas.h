@@ -15,7 +15,7 @@ constexpr int kRunAsProgram = kRunAsStatus + 1; // its own file, until it has st
 // not take effect in this program, which starts as root, and no name begins with this character.
 constexpr char kRunAsMark = '=';
 
-enum class RunAsStep : int { identity, directory, program };
+enum class RunAsStep : int { identity, keyring, directory, program };
 
 struct RunAsFailure {
     RunAsStep step;

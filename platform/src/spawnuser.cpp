@@ -130,6 +130,8 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
     }
     killAndDiscard(child);
     switch (got == static_cast<ssize_t>(sizeof failure) ? failure.step : RunAsStep::identity) {
+    case RunAsStep::keyring:
+        return fail(failure.error, "cannot create session keyring of user");
     case RunAsStep::directory:
         return failStep(plan, ChildStep::enterDirectory, failure.error);
     case RunAsStep::program:
