@@ -71,10 +71,13 @@ TEST_F(Identity, TheChildIsTheUserPermanently)
         "echo $(ls /proc/self/fd);" // the last one is the listed directory
         // A new session: the child cannot reach the caller's terminal.
         "test $(cut -d\" \" -f6 /proc/self/stat) = $$ && echo session;"
+        "umask;"
         "cat /proc/$$/environ /proc/$$/cmdline | grep -ac \"right[ ]word\";" // the password
         "echo again > /dev/stdout";
+    const mode_t former = umask(0);
     EXPECT_EQ(as("second", "sh -c '" + commands + "'").lines,
-              (Lines{"second own friends", "0", "0 1 2 3", "session", "0", "again"}));
+              (Lines{"second own friends", "0", "0 1 2 3", "session", "0022", "0", "again"}));
+    umask(former);
 }
 
 TEST_F(Identity, AnAccountInManyGroups)

@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -106,6 +107,7 @@ int becomeCommand(int argc, char** argv)
     if (!leaveSessionKeyring()) {
         reportAndExit(RunAsStep::keyring, errno);
     }
+    ::umask(S_IWGRP | S_IWOTH); // a daemon's is often 0: the user's files would be writable for all
     if (argv[3][0] != '\0' && ::chdir(argv[3]) != 0) {
         reportAndExit(RunAsStep::directory, errno);
     }
