@@ -6,9 +6,9 @@
 //
 // It is started with the user's supplementary groups. Arguments: user id, group id, directory (may
 // be empty), number of candidates, the candidates (paths to try in turn), then the command's own
-// arguments. The environment is that of the command, with a mark in front of each variable. A
-// failure is written to descriptor 3 as two ints, step and error; the start of the command closes
-// it.
+// arguments. The environment is that of the command, with a mark in front of each variable. It
+// writes reports to descriptor 3: one when it begins, and one if a step fails. The start of the
+// command closes that descriptor.
 //
 // It is linked statically and uses nothing of the C++ library, so that it starts fast.
 #include "runas.h"
@@ -30,11 +30,15 @@ namespace tarnix_platform
 namespace
 {
 
+bool report(RunAsStep step, int error = 0)
+{
+    const RunAsReport written{step, error};
+    return ::write(kRunAsStatus, &written, sizeof written) == static_cast<ssize_t>(sizeof written);
+}
+
 [[noreturn]] void reportAndExit(RunAsStep step, int error)
 {
-    const RunAsFailure failure{step, error};
-    const ssize_t written = ::write(kRunAsStatus, &failure, sizeof failure);
-    ::_exit(written == static_cast<ssize_t>(sizeof failure) ? 127 : 126);
+    ::_exit(report(step, error) ? 127 : 126);
 }
 
 std::uint32_t number(const char* text)
@@ -94,7 +98,7 @@ void unmarkEnvironment()
 int becomeCommand(int argc, char** argv)
 {
     constexpr int fixedArguments = 5;
-    if (::fcntl(kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
+    if (::fcntl(kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0 || !report(RunAsStep::begin)) {
         return 126;
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[4])) : 0;

@@ -8,16 +8,17 @@ namespace tarnix_platform
 {
 
 // Descriptors of that program.
-constexpr int kRunAsStatus = 3;                 // where it reports a failure
+constexpr int kRunAsStatus = 3;                 // where it writes its reports
 constexpr int kRunAsProgram = kRunAsStatus + 1; // its own file, until it has started
 
 // In front of each variable of its environment, which is that of the command. The variables must
 // not take effect in this program, which starts as root, and no name begins with this character.
 constexpr char kRunAsMark = '=';
 
-enum class RunAsStep : int { identity, keyring, directory, program };
+// A step that has failed; or `begin`, the first report: the program runs.
+enum class RunAsStep : int { begin, identity, keyring, directory, program };
 
-struct RunAsFailure {
+struct RunAsReport {
     RunAsStep step;
     int error;
 };

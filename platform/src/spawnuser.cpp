@@ -94,51 +94,74 @@ bool hasLeftRunAs(const Child& child, int program)
     return awaitDescriptor(child.pidfd.get(), 0);
 }
 
-enum class StartStatus { reported, unreported, stalled };
+enum class StartStatus { notBegun, begun, failed, stalled };
 
-// The status pipe gets a failure, or is closed by the start of the command. A process that was
-// forked meanwhile may hold the pipe open: so the program that the child runs is checked too.
-StartStatus awaitStatus(int status, int program, const Child& child)
+// Reads the reports until one is a failure, or the start of the command closes the pipe. A process
+// that was forked meanwhile may hold the pipe open: so the program that the child runs is checked
+// too.
+StartStatus awaitStart(int status, int program, const Child& child, RunAsReport& report)
 {
     constexpr DWORD interval = 100;
+    StartStatus current = StartStatus::notBegun;
     for (DWORD waited = 0; waited < kStartTimeout; waited += interval) {
-        if (awaitDescriptor(status, interval)) {
-            return StartStatus::reported;
+        if (!awaitDescriptor(status, interval)) {
+            if (!hasLeftRunAs(child, program)) {
+                continue;
+            }
+            if (!awaitDescriptor(status, 0)) {
+                return current;
+            }
         }
-        if (hasLeftRunAs(child, program)) {
-            return awaitDescriptor(status, 0) ? StartStatus::reported : StartStatus::unreported;
+        if (readSome(status, &report, sizeof report) != static_cast<ssize_t>(sizeof report)) {
+            return current;
         }
+        if (report.step != RunAsStep::begin) {
+            return StartStatus::failed;
+        }
+        current = StartStatus::begun;
     }
     return StartStatus::stalled;
 }
 
+bool failReported(const ChildPlan& plan, const RunAsReport& report)
+{
+    switch (report.step) {
+    case RunAsStep::keyring:
+        return fail(report.error, "cannot create session keyring of user");
+    case RunAsStep::directory:
+        return failStep(plan, ChildStep::enterDirectory, report.error);
+    case RunAsStep::program:
+        return failStep(plan, ChildStep::execute, report.error);
+    default:
+        return fail(report.error, "cannot switch user");
+    }
+}
+
 bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
 {
-    switch (awaitStatus(status, program, child)) {
-    case StartStatus::unreported:
+    RunAsReport report{};
+    const StartStatus started = awaitStart(status, program, child, report);
+    if (started == StartStatus::begun) {
         return true;
-    case StartStatus::stalled:
-        killAndDiscard(child);
-        return fail(ETIMEDOUT, "timed out starting the command as the user");
-    case StartStatus::reported:
-        break;
-    }
-    RunAsFailure failure{};
-    const ssize_t got = readSome(status, &failure, sizeof failure);
-    if (got == 0) {
-        return true; // closed by the start of the command
     }
     killAndDiscard(child);
-    switch (got == static_cast<ssize_t>(sizeof failure) ? failure.step : RunAsStep::identity) {
-    case RunAsStep::keyring:
-        return fail(failure.error, "cannot create session keyring of user");
-    case RunAsStep::directory:
-        return failStep(plan, ChildStep::enterDirectory, failure.error);
-    case RunAsStep::program:
-        return failStep(plan, ChildStep::execute, failure.error);
+    switch (started) {
+    case StartStatus::stalled:
+        return fail(ETIMEDOUT, "timed out starting the command as the user");
+    case StartStatus::failed:
+        return failReported(plan, report);
     default:
-        return fail(failure.error, "cannot switch user");
+        return fail(ENOEXEC, "program that switches user ended at its start");
     }
+}
+
+bool failStart(const ChildPlan& plan, const ChildSide& side)
+{
+    // The program of ours gets the command's words and variables: too many are not its failure.
+    if (side.failedStep == ChildStep::execute && side.error != E2BIG) {
+        return fail(side.error, "cannot start the program that switches user");
+    }
+    return failStep(plan, side.failedStep, side.error);
 }
 
 } // namespace
@@ -168,7 +191,7 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     side.groups = identity.groups.data();
     side.groupCount = identity.groups.size();
     if (!startChild(side, child)) {
-        return failStep(plan, side.failedStep, side.error);
+        return failStart(plan, side);
     }
     writer.reset();
     return awaitCommand(plan, reader.get(), program.get(), child);
