@@ -140,9 +140,11 @@ TEST_F(Identity, RefusedRuns)
         uid_t caller = 0;
     } cases[] = {
         {"holder", "id", "wrong", "/",
-         L"cannot log on 'holder': Authentication failure: Permission"},
-        {"nobody-here", "id", password, "/", L"cannot log on 'nobody-here': no such account"},
-        {"expired", "id", password, "/", L"'expired': User account has expired"},
+         L"cannot log on (Authentication failure) as 'holder': Permission"},
+        {"nobody-here", "id", password, "/",
+         L"cannot log on (Authentication failure) as 'nobody-here': Permission"},
+        {std::string(300, 'n'), "id", password, "/", L"(Authentication failure) as 'nnn"},
+        {"expired", "id", password, "/", L"(User account has expired) as 'expired'"},
         {"holder", "id", password, scratch.path(), L"Permission denied"},
         {"second", "id", password, "/", L"must be root to switch user", 61001},
         {"second", "/no/such", password, "/", L"cannot start program '/no/such'"},

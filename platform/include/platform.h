@@ -277,12 +277,13 @@ struct FILETIME {
 /// build that supports batch logons.
 BOOL GetVersionExW(OSVERSIONINFOW* information);
 
-/// Authenticates a local account (domain ".") and checks that it may be used, through PAM under the
-/// service name "tarnix". A batch logon also needs the right SeBatchLogonRight in the rights file.
-/// The token holds the account's name, user id, group id and groups. On failure the token is null,
-/// so that no start can mistake the refusal for "no change of identity"; CreateProcessAsUserA with
-/// that token fails with the same reason. EPERM: this process may not switch user. The layer's
-/// copies of the password are wiped.
+/// Authenticates an account that the system's name service knows (domain ".") and checks that it
+/// may be used, through PAM under the service name "tarnix". A batch logon also needs the right
+/// SeBatchLogonRight in the rights file. The token holds the account's name, user id, group id and
+/// groups. On failure the token is null, so that no start can mistake the refusal for "no change of
+/// identity"; CreateProcessAsUserA with that token fails with the same reason, which for an unknown
+/// account is that of a wrong password. EPERM: this process may not switch user. The layer's copies
+/// of the password are wiped.
 BOOL LogonUserA(const char* user, const char* domain, const char* password, DWORD logonType,
                 DWORD provider, HANDLE* token);
 

@@ -32,7 +32,8 @@ thread_local Refusal t_refusal;
 
 bool refuse(int error, const std::string& user, const std::string& why)
 {
-    const std::string about = "cannot log on '" + user + "': " + why;
+    // The reason first: the text is limited, and the name may have any length.
+    const std::string about = "cannot log on (" + why + ") as '" + user + "'";
     const std::size_t length = about.copy(t_refusal.about, sizeof t_refusal.about - 1);
     t_refusal.about[length] = '\0';
     t_refusal.error = error;
@@ -105,7 +106,12 @@ public:
                user == static_cast<const char*>(now);
     }
 
-    std::string reason() { return pam_strerror(m_Handle, m_Result); }
+    // An unknown account has the same reason as a wrong password: a caller must not be able to
+    // find out which accounts exist.
+    std::string reason()
+    {
+        return pam_strerror(m_Handle, m_Result == PAM_USER_UNKNOWN ? PAM_AUTH_ERR : m_Result);
+    }
 
 private:
     const pam_conv m_Conversation;
@@ -144,15 +150,16 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
     if (::geteuid() != 0) {
         return refuse(EPERM, user, "must be root to switch user");
     }
-    if (!findAccount(user, identity)) {
-        return false;
-    }
+    // PAM also delays the refusal of an unknown account, so it comes before the lookup.
     PamSession session(user.c_str(), password);
     if (!session.authenticate()) {
         return refuse(EACCES, user, session.reason());
     }
     if (!session.accountIs(user)) {
         return refuse(EACCES, user, "PAM changed the account");
+    }
+    if (!findAccount(user, identity)) {
+        return false;
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
         return refuse(EACCES, user, "account lacks SeBatchLogonRight");
