@@ -67,11 +67,13 @@ TEST_F(Exec, StatusesWhileSignalsInterruptEveryWait)
 TEST_F(Exec, RefusedStarts)
 {
     const std::wstring missing = L"No such file or directory", denied = L"Permission denied";
-    const std::tuple<const char*, const char*, std::wstring> cases[] = {
+    const std::tuple<std::string, std::string, std::wstring> cases[] = {
         {"no-such-program x", "", L"cannot start program 'no-such-program': " + missing},
         {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
         {"./\xFF", "/", L"cannot start program './?': " + missing}, // not text in any locale
         {"true", "/no/such/dir", L"cannot enter directory '/no/such/dir': " + missing},
+        {std::string("true\0x", 6), "", L"command contains a 0 byte"},
+        {"true", std::string("/\0x", 3), L"working directory contains a 0 byte"},
         {" \t", "", L"command is empty: Invalid argument"},
         {"echo 'a", "", L"unterminated quote in command: Invalid argument"},
     };

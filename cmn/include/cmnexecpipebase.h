@@ -87,7 +87,8 @@ public:
     ///     value overflows and waits for less.
     /// @param workingDirectory  Of the command; empty for that of the calling process.
     /// @param user  Local user as whom the command runs; empty for that of the calling process.
-    /// @param password  Of that user.
+    /// @param password  Of that user. User and password end at their first 0 byte; a command or
+    ///     directory that contains one is refused.
     ///
     /// | Result | What happened to the command | `output` |
     /// |---|---|---|

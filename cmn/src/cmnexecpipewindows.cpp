@@ -62,6 +62,14 @@ std::string objectName(const char* stem, const void* runner, std::time_t now)
     return name;
 }
 
+// The system would end the text there, and start another command or start it elsewhere.
+void refuseZeroByte(const std::string& command, const std::string& text, const wchar_t* refusal)
+{
+    if (text.find('\0') != std::string::npos) {
+        throw ECmnExecPipe(command, ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED, refusal);
+    }
+}
+
 } // namespace
 
 // Pipe ends that are needed only for the start. They are closed however it ends.
@@ -285,6 +293,8 @@ int CCmnExecPipeWindows::CreateChildProcess(std::string& command, HANDLE standar
                                             HANDLE standardOutput, HANDLE standardError,
                                             std::string workingDirectory)
 {
+    refuseZeroByte(command, command, L"command contains a 0 byte");
+    refuseZeroByte(command, workingDirectory, L"working directory contains a 0 byte");
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
