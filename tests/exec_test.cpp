@@ -84,7 +84,12 @@ TEST_F(Exec, RefusedStarts)
     const ScratchDirectory scratch;
     const std::string program = scratch.path("program"); // it is removed between two runs
     std::filesystem::copy_file("/bin/echo", program);
+    // Another process still holds it open for writing, for a moment.
+    const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
+    const pid_t holder = forkChild([] { return usleep(20000) == 0; });
+    close(writer);
     EXPECT_EQ(run(program + " found").lines, Lines{"found"});
+    EXPECT_EQ(waitForChild(holder), 0);
     std::filesystem::remove(program);
     EXPECT_EQ(run(program).record.getCode(), ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED);
 }
@@ -152,17 +157,14 @@ TEST_F(Exec, AnUnusualCaller)
 }
 
 // Each run gets all of its own output and no other, and leaks no descriptor into other children.
-// The program is written just before: a child of another thread may still hold it open for writing.
 TEST_F(Exec, EightThreads)
 {
-    const ScratchDirectory scratch;
-    runOnThreads(8, [&scratch](int thread) {
+    runOnThreads(8, [](int thread) {
         for (int i = 0; i < 200; ++i) {
             const std::string word = std::to_string(1000 * thread + i);
-            scratch.write(word, "#!/bin/sh\necho $1; echo $1 >&2; ls /proc/self/fd\n");
-            std::filesystem::permissions(scratch.path(word), std::filesystem::perms(0755));
-            EXPECT_EQ(run(scratch.path(word) + " " + word).lines,
-                      (Lines{word, word, "0", "1", "2", "3"}));
+            EXPECT_EQ(
+                run(shell("echo " + word + "; echo " + word + " >&2; ls /proc/self/fd")).lines,
+                (Lines{word, word, "0", "1", "2", "3"}));
         }
     });
 }
