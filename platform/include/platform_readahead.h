@@ -200,8 +200,8 @@ inline BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLA
 }
 
 /// The result of a read. If the read is pending, the call waits for its end without a limit; or, if
-/// `wait` is false, returns false with ERROR_IO_PENDING. If the system refuses the wait, the read is
-/// cancelled and fails with the error.
+/// `wait` is false, returns false with ERROR_IO_PENDING. If the system refuses the wait, the read
+/// is cancelled and fails with the error.
 inline BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
     if (likely(overlapped->Internal == 0)) {
