@@ -26,6 +26,7 @@ add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 # Hardening of the shipped files. It does not work together with the sanitizers, which check more.
 if(NOT TARNIX_SANITIZE)
   include(CheckCXXCompilerFlag)
+  # Not -ftrivial-auto-var-init: it clears the buffers of a lookup, which then takes 40 % more.
   foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
     string(MAKE_C_IDENTIFIER "TARNIX_HAS${flag}" known)
     check_cxx_compiler_flag(${flag} ${known})
@@ -35,6 +36,8 @@ if(NOT TARNIX_SANITIZE)
   endforeach()
   # The C library treats 3 as 2 if the compiler does not support it. Needs an optimised build.
   add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
+  # Checks the bounds and preconditions of the C++ library's containers and pointers.
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
 

@@ -25,6 +25,7 @@ if readelf -lW "$2" | grep -w INTERP >/dev/null; then
     failed=1
 fi
 has "$library" "stack protector" __stack_chk_fail nm -D
+has "$library" "checked containers" __glibcxx_assert_fail nm -D
 has "$library" "fortified functions" '__(memcpy|vsnprintf)_chk' nm -D
 case $(uname -m) in
 x86_64)
