@@ -129,7 +129,14 @@ struct Faults : testing::Test {
         // Without the system's version no user is switched.
         EXPECT_TRUE(script.calls["CreateProcessA"].empty() || scenario.user.empty() ||
                     operation == "GetVersionExW");
-        EXPECT_EQ(m_Scratch.read("Logs/runner.log").find(password), std::string::npos);
+        const std::string log = m_Scratch.read("Logs/runner.log");
+        EXPECT_EQ(log.find(password), std::string::npos);
+        // The record of code 10 has no text, and that of a right that is not removed does not
+        // exist.
+        const bool ofRight =
+            operation == "LsaAddAccountRights" || operation == "LsaRemoveAccountRights";
+        EXPECT_TRUE(!ofRight || log.find(operation + " failed") != std::string::npos);
+        EXPECT_TRUE(code != 10 || log.find("LogonUserA failed") != std::string::npos);
         // Removing the right may itself fail.
         EXPECT_TRUE(script.entitled == scenario.script.entitled ||
                     (!operation.empty() && !script.calls["LsaRemoveAccountRights"].empty()));

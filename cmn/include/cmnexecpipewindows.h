@@ -37,7 +37,8 @@ namespace tarnix_cmn_4_4
 /// and never delivers a byte.
 ///
 /// Create an object, give it a log with setTraceLog if you want one, and call Exec. Call Init
-/// before the next Exec. Failures of pipes and reads are traced at level 1.
+/// before the next Exec. Failures of pipes and reads are traced at level 1, and so are failures of
+/// the batch logon and of adding and removing its right.
 class TARNIX_CMN_API CCmnExecPipeWindows : public CCmnExecPipeBase
 {
 public:

@@ -98,6 +98,11 @@ HANDLE CCmnExecPipeWindows::Impersonate()
     }
     const BOOL loggedOn = LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(),
                                      LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, owner.out());
+    if (!loggedOn) {
+        TraceSystemError("CCmnExecPipeWindows::Impersonate ERROR: LogonUserA failed, "
+                         "Error Code: %d, Reason: %S",
+                         GetLastError());
+    }
     if (m_RightAdded == 0) {
         ForgetAccount();
     }
@@ -131,7 +136,13 @@ void CCmnExecPipeWindows::AddRight()
     // Set even if granting fails: the batch logon shows whether it worked, and Close revokes the
     // right.
     m_RightAdded = 1;
-    LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
+    const DWORD error =
+        LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
+    if (error != 0) {
+        TraceSystemError("CCmnExecPipeWindows::AddRight ERROR: LsaAddAccountRights failed, "
+                         "Error Code: %d, Reason: %S",
+                         error);
+    }
 }
 
 void CCmnExecPipeWindows::RevokeRight()
@@ -147,8 +158,13 @@ void CCmnExecPipeWindows::RevokeRight()
         m_Lock.unlock();
     }
     try {
-        LsaNtStatusToWinError(
+        const DWORD error = LsaNtStatusToWinError(
             LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
+        if (error != 0) {
+            TraceSystemError("CCmnExecPipeWindows::RevokeRight ERROR: LsaRemoveAccountRights "
+                             "failed, Error Code: %d, Reason: %S",
+                             error);
+        }
     } catch (const std::bad_alloc&) {
         // Ignored like any other failure to revoke: the rest of the run must still be closed.
     }
