@@ -176,7 +176,7 @@ TEST_F(Identity, TheDiskIsFullWhenTheRightIsAdded)
 {
     const std::string full = scratch.path("full");
     scratch.makeDirectory("full");
-    ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k"), 0);
+    ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k,mode=700"), 0);
     scratch.write("full/rights", standing);
     std::ofstream(full + "/filler") << std::string(65536, 'f'); // not all of it
     setRightsFile((full + "/rights").c_str());

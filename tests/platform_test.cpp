@@ -78,6 +78,34 @@ TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
     setRightsFile(nullptr);
 }
 
+TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
+{
+    const ScratchDirectory scratch;
+    scratch.write("rights", "holder SeBatchLogonRight\n");
+    setRightsFile(scratch.path("rights").c_str());
+    const struct {
+        mode_t file, directory;
+        bool trusted;
+        uid_t owner = geteuid();
+    } cases[] = {
+        {0644, 0755, true},   {0664, 0755, false},
+        {0602, 0755, false},  {0644, 0775, false},
+        {0644, 01777, false}, {0644, 0755, geteuid() != 0, 61001}, // only root can give a file away
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(&test - cases);
+        chmod(scratch.path("rights").c_str(), test.file);
+        chmod(scratch.path().c_str(), test.directory);
+        const int given = chown(scratch.path("rights").c_str(), test.owner, getegid());
+        EXPECT_EQ(given == 0, geteuid() == 0 || test.owner == geteuid());
+        EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.trusted);
+        SetLastError(0);
+        EXPECT_EQ(addRights("second", {"SeOther"}), test.trusted);
+        EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
+    }
+    setRightsFile(nullptr);
+}
+
 TEST_F(Platform, HandlesPipeNamesAndErrorTexts)
 {
     for (HANDLE wrong : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(0x1234)})

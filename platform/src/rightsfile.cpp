@@ -31,19 +31,64 @@ using Lines = std::vector<std::string>;
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
+std::string quoted(const std::string& path)
+{
+    return "'" + path + "'";
+}
+
+std::string directoryOf(const std::string& path)
+{
+    return path.substr(0, path.find_last_of('/') + 1) + ".";
+}
+
+// Whoever may write the file could grant rights, and whoever may write its directory could put
+// another file there. A sticky directory is refused too: it lets anybody create the missing file.
+bool isTrusted(int fd, const std::string& path)
+{
+    struct stat info {
+    };
+    if (::fstat(fd, &info) != 0) {
+        return fail(errno, "cannot check " + quoted(path));
+    }
+    if (info.st_uid != 0 && info.st_uid != ::geteuid()) {
+        return fail(EPERM, "cannot trust rights of another owner, in " + quoted(path));
+    }
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return fail(EPERM,
+                    "cannot trust rights that group or others may write, in " + quoted(path));
+    }
+    return true;
+}
+
+bool isTrustedDirectory(const std::string& path)
+{
+    const UniqueFd directory = openFile(path.c_str(), O_PATH | O_DIRECTORY);
+    if (!directory) {
+        return errno == ENOENT || fail(errno, "cannot open directory " + quoted(path));
+    }
+    return isTrusted(directory.get(), path);
+}
+
+// A missing file has no lines. It is opened without waiting: at its path may be a named pipe.
 bool readLines(const std::string& path, Lines& lines)
 {
     lines.clear();
-    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+    if (!isTrustedDirectory(directoryOf(path))) {
+        return false;
+    }
+    const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
     if (!file) {
-        return errno == ENOENT ? true : fail(errno, path);
+        return errno == ENOENT || fail(errno, "cannot read " + quoted(path));
+    }
+    if (!isTrusted(file.get(), path)) {
+        return false;
     }
     std::string text;
     char piece[4096];
     for (;;) {
         const ssize_t got = readSome(file.get(), piece, sizeof piece);
         if (got < 0) {
-            return fail(errno, path);
+            return fail(errno, "cannot read " + quoted(path));
         }
         if (got == 0) {
             break;
@@ -80,11 +125,11 @@ bool replaceFile(const std::string& path, const Lines& lines)
     ::unlink(temporary.c_str());
     FileReplacement file;
     if (!file.create(temporary, kOwnerOnly)) {
-        return fail(errno, temporary);
+        return fail(errno, "cannot create " + quoted(temporary));
     }
     const bool good = copyAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
                       file.commitToDisk(path);
-    return good || fail(errno, path);
+    return good || fail(errno, "cannot replace " + quoted(path));
 }
 
 // The exclusive lock for a change. It is held on a separate file, because each change replaces the
@@ -107,7 +152,7 @@ public:
     bool acquire(const std::string& path)
     {
         m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
-        return (m_File && lockFile(m_File.get())) || fail(errno, path);
+        return (m_File && lockFile(m_File.get())) || fail(errno, "cannot lock " + quoted(path));
     }
 
 private:
@@ -121,8 +166,9 @@ bool change(const std::function<bool(Lines&)>& edit)
     ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
     ChangeLock lock;
     Lines lines;
-    return lock.acquire(path + ".lock") && readLines(path, lines) &&
-           (!edit(lines) || replaceFile(path, lines));
+    // The directory first: nothing is created in one that is refused.
+    return isTrustedDirectory(directoryOf(path)) && lock.acquire(path + ".lock") &&
+           readLines(path, lines) && (!edit(lines) || replaceFile(path, lines));
 }
 
 std::string lineOf(const std::string& account, const std::string& right)
