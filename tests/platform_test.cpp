@@ -7,6 +7,8 @@
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 
@@ -103,6 +105,11 @@ TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
         EXPECT_EQ(addRights("second", {"SeOther"}), test.trusted);
         EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
     }
+    const int held = open(scratch.path("rights.lock").c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(flock(held, LOCK_EX), 0);
+    EXPECT_EQ(chown(scratch.path("rights").c_str(), geteuid(), getegid()), 0);
+    expectFailure(addRights("second", {"SeOther"}), ETIMEDOUT);
+    close(held);
     setRightsFile(nullptr);
 }
 

@@ -4,7 +4,6 @@
 #include "retry.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 namespace tarnix_platform
 {
@@ -31,11 +30,6 @@ bool writeAll(int fd, const void* bytes, std::size_t size)
         size -= static_cast<std::size_t>(written);
     }
     return true;
-}
-
-bool lockFile(int fd)
-{
-    return retryInterrupted([fd] { return ::flock(fd, LOCK_EX); }) == 0;
 }
 
 bool moveAbove(UniqueFd& fd, int number)

@@ -22,9 +22,6 @@ ssize_t readSome(int fd, void* buffer, std::size_t size);
 // Makes one system call, unless that is interrupted or the disk is full.
 bool writeAll(int fd, const void* bytes, std::size_t size);
 
-// Takes the exclusive lock of the open file; waits while another holds it.
-bool lockFile(int fd);
-
 // Duplicates the descriptor to one above that number and closes it, unless it is above already. On
 // failure it is unchanged.
 bool moveAbove(UniqueFd& fd, int number);

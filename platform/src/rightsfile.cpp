@@ -12,7 +12,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <functional>
+#include <thread>
 
 namespace tarnix_platform
 {
@@ -30,6 +32,8 @@ std::string currentPath()
 using Lines = std::vector<std::string>;
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+constexpr std::chrono::seconds kLockTimeout{10};
+constexpr std::chrono::milliseconds kLockInterval{1};
 
 std::string quoted(const std::string& path)
 {
@@ -152,10 +156,27 @@ public:
     bool acquire(const std::string& path)
     {
         m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
-        return (m_File && lockFile(m_File.get())) || fail(errno, "cannot lock " + quoted(path));
+        return m_File ? wait(path) : fail(errno, "cannot open lock file " + quoted(path));
     }
 
 private:
+    // Polls, because a wait of the system has no timeout. A process that is stopped while it holds
+    // the lock would otherwise stop every other one.
+    bool wait(const std::string& path)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
+        while (::flock(m_File.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK && errno != EINTR) {
+                return fail(errno, "cannot lock " + quoted(path));
+            }
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return fail(ETIMEDOUT, "timed out locking " + quoted(path));
+            }
+            std::this_thread::sleep_for(kLockInterval);
+        }
+        return true;
+    }
+
     UniqueFd m_File;
 };
 

@@ -1,9 +1,9 @@
 // The accounts' rights: a text file with one line "account right" for each.
 //
-// Lines of another form are kept unchanged. A change holds a lock and replaces the whole file. All
-// return false on failure, with the last error set. A missing file counts as empty. A file or a
+// Lines of another form are kept unchanged. A change holds a lock, for which it waits 10 seconds at
+// most (ETIMEDOUT), and replaces the whole file. A missing file counts as empty. A file or a
 // directory that group or others may write, or that belongs to neither root nor the effective user,
-// is refused with EPERM.
+// is refused with EPERM. All return false on failure, with the last error set.
 #ifndef TARNIX_PLATFORM_RIGHTSFILE_H
 #define TARNIX_PLATFORM_RIGHTSFILE_H
 
