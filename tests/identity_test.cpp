@@ -1,6 +1,7 @@
 // Real runs as other accounts. They need root, and a mount namespace in which /etc is a directory
 // of the test: the machine's own accounts are not touched.
 #include "cmnsystemfiles.h"
+#include "rightsfile.h"
 #include "support/command.h"
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
@@ -163,13 +164,29 @@ TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
     CCmnExecPipeWindows first;
     // After a timeout the runner keeps the right until its next run or its end.
     EXPECT_EQ(exec(first, "sh -c 'echo in; exec sleep 600'", 1, "/", "second", password).result, 5);
-    EXPECT_EQ(scratch.read("rights"), standing + "second SeBatchLogonRight\n");
+    const std::string added = "second SeBatchLogonRight #added " + std::to_string(getpid()) + ' ';
+    EXPECT_EQ(scratch.read("rights").find(standing + added), 0U);
     EXPECT_EQ(as("holder", "id -un").lines, Lines{"holder"}); // needs no added right
     EXPECT_EQ(as("third", "id -un").record.getCode(), 9);     // needs the lock
     // A run as another account first revokes the right of the former account.
     EXPECT_EQ(exec(first, "id -un", 60, "/", "holder", password).lines, Lines{"holder"});
     EXPECT_EQ(scratch.read("rights"), standing);
     EXPECT_EQ(as("third", "id -un").lines, Lines{"third"});
+}
+
+// It ends with the process, and the next run, of any account, removes its line.
+TEST_F(Identity, TheRightOfAKilledProcessIsGone)
+{
+    const pid_t killed = forkChild([] {
+        CCmnExecPipeWindows runner;
+        exec(runner, "sleep 5", 1, "/", "second", password);
+        return kill(getpid(), SIGKILL) == 0;
+    });
+    EXPECT_EQ(waitForChild(killed), SIGKILL);
+    EXPECT_NE(scratch.read("rights"), standing);
+    EXPECT_FALSE(tarnix_platform::holdsRight("second", "SeBatchLogonRight"));
+    EXPECT_EQ(as("third", "id -un").lines, Lines{"third"});
+    EXPECT_EQ(scratch.read("rights"), standing);
 }
 
 TEST_F(Identity, TheDiskIsFullWhenTheRightIsAdded)
@@ -186,7 +203,7 @@ TEST_F(Identity, TheDiskIsFullWhenTheRightIsAdded)
     EXPECT_EQ(umount(full.c_str()), 0);
 }
 
-// Another process adds and removes another account's right at the same time. This process forks
+// Other processes add and remove the right of the same and of another account. This process forks
 // meanwhile: a forked child keeps a descriptor open, and its lock, when the library closes it.
 TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
 {
@@ -196,6 +213,7 @@ TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
             good += as(user, "id -un").lines == Lines{user} ? 1 : 0;
         return good;
     };
+    const pid_t same = forkChild([&] { return runsAs("second") == 100; });
     const pid_t other = forkChild([&] { return runsAs("third") == 100; });
     struct sigaction action = {};
     action.sa_handler = [](int) {}; // without SA_RESTART
@@ -208,6 +226,7 @@ TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
     ualarm(1000, 1000); // interrupts the waits for the lock
     EXPECT_EQ(runsAs("second"), 100);
     ualarm(0, 0);
+    EXPECT_EQ(waitForChild(same), 0);
     EXPECT_EQ(waitForChild(other), 0);
     forking.join();
     for (const pid_t worker : workers)

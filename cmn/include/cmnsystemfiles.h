@@ -32,7 +32,8 @@ TARNIX_CMN_API void setRegistryFile(const char* path);
 ///
 /// A change locks the file PATH.lock, so several processes can use one file, and replaces the file
 /// as a whole, so that a crash or a full disk loses no line; a symbolic link at the path becomes a
-/// file. A process that dies before it has removed a right that it added leaves it in the file.
+/// file. A right that a process adds has the mark "#added PID START" at the end of its line, and
+/// ends with that process. A file or a directory that others may write is refused.
 TARNIX_CMN_API void setRightsFile(const char* path);
 
 } // namespace tarnix_cmn_4_4

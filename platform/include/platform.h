@@ -309,16 +309,18 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
 /// The rights of accounts are kept in a text file, one line "account right" for each. Lines of
 /// another form are kept unchanged. A change holds a file lock and replaces the whole file, so
 /// neither a crash nor a full disk loses a line, and several processes may change it at once; a
-/// symbolic link at its path is replaced by a file. If a process dies before it removes a right
-/// that it has added, the account keeps the right. All return a status, which LsaNtStatusToWinError
-/// turns into 0 or an error.
+/// symbolic link at its path is replaced by a file. An added right is a line that is marked with
+/// this process, and grants the right as long as the process runs. All return a status, which
+/// LsaNtStatusToWinError turns into 0 or an error. EPERM: others could have written the file.
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
                        DWORD access, LSA_HANDLE* policy);
-/// ENOENT: the account has no rights. LsaFreeMemory frees the array.
+/// The rights of lines without a mark, and those that this process has added. ENOENT: the account
+/// has none. LsaFreeMemory frees the array.
 NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
                              DWORD count);
+/// Removes rights that this process has added; with `allRights` all lines of the account.
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
                                 LSA_UNICODE_STRING* rights, DWORD count);
 NTSTATUS LsaFreeMemory(void* memory);

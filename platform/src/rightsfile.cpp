@@ -12,8 +12,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <string_view>
+#include <system_error>
 #include <thread>
 
 namespace tarnix_platform
@@ -107,6 +111,98 @@ bool readLines(const std::string& path, Lines& lines)
     return true;
 }
 
+// A process. Its number alone is used again after its end.
+struct Owner {
+    std::uint64_t pid = 0;
+    std::uint64_t startTime = 0;
+
+    bool operator==(const Owner& other) const
+    {
+        return pid == other.pid && startTime == other.startTime;
+    }
+};
+
+constexpr std::string_view kMark = " #added ";
+constexpr char kOwnStatus[] = "/proc/self/stat";
+
+bool readNumber(std::string_view& text, std::uint64_t& number)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return error == std::errc();
+}
+
+// The owner in the text "PID START" of a line.
+bool parseOwner(std::string_view text, Owner& owner)
+{
+    if (!readNumber(text, owner.pid) || text.empty() || text.front() != ' ') {
+        return false;
+    }
+    text.remove_prefix(1);
+    return readNumber(text, owner.startTime) && text.empty();
+}
+
+// A line of the file: whole, what it grants ("account right"), and, if a process has added it, who.
+struct Grant {
+    explicit Grant(std::string_view line) : text(line)
+    {
+        const std::size_t mark = line.rfind(kMark);
+        isAdded =
+            mark != std::string_view::npos && parseOwner(line.substr(mark + kMark.size()), owner);
+        if (isAdded) {
+            text = line.substr(0, mark);
+        }
+    }
+
+    std::string_view text;
+    bool isAdded = false;
+    Owner owner;
+};
+
+// Reads the status file of a process. Returns 0 or an errno.
+int readOwner(const std::string& path, Owner& owner)
+{
+    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+    char status[1024]; // the fields that count are within the first 500 bytes
+    const ssize_t got = file ? readSome(file.get(), status, sizeof status) : -1;
+    if (got < 0) {
+        return errno;
+    }
+    std::string_view text(status, static_cast<std::size_t>(got));
+    const bool good = readNumber(text, owner.pid);
+    // The name of the program comes second, in parentheses, and may hold any character.
+    text.remove_prefix(std::min(text.rfind(')'), text.size()));
+    constexpr int fieldsBeforeStart = 20;
+    for (int i = 0; i < fieldsBeforeStart; ++i) {
+        text.remove_prefix(std::min(text.find(' '), text.size()));
+        text.remove_prefix(std::min<std::size_t>(1, text.size()));
+    }
+    return good && readNumber(text, owner.startTime) ? 0 : EINVAL;
+}
+
+bool readThisProcess(Owner& owner)
+{
+    const int error = readOwner(kOwnStatus, owner);
+    return error == 0 || fail(error, std::string("cannot read '") + kOwnStatus + "'");
+}
+
+// When in doubt, as without a /proc, the owner counts as running.
+bool isGone(const Owner& owner)
+{
+    Owner now;
+    const int error = readOwner("/proc/" + std::to_string(owner.pid) + "/stat", now);
+    if (error == ENOENT || error == ESRCH) {
+        return ::access(kOwnStatus, F_OK) == 0;
+    }
+    return error == 0 && !(now == owner);
+}
+
+bool isLeftover(const std::string& line)
+{
+    const Grant grant(line);
+    return grant.isAdded && isGone(grant.owner);
+}
+
 // The new file gets the owner and the mode of the old one. False if one of them cannot be set:
 // they decide who may grant rights, so the old file then stays.
 bool copyAccess(const std::string& path, FileReplacement& file)
@@ -180,7 +276,16 @@ private:
     UniqueFd m_File;
 };
 
-// `edit` returns whether it has changed the lines.
+bool removeLines(Lines& lines, const std::function<bool(const std::string&)>& matches)
+{
+    const auto end = std::remove_if(lines.begin(), lines.end(), matches);
+    const bool changed = end != lines.end();
+    lines.erase(end, lines.end());
+    return changed;
+}
+
+// `edit` returns whether it has changed the lines. Each change also removes what processes that
+// have ended have left.
 bool change(const std::function<bool(Lines&)>& edit)
 {
     const std::string path = currentPath();
@@ -188,8 +293,13 @@ bool change(const std::function<bool(Lines&)>& edit)
     ChangeLock lock;
     Lines lines;
     // The directory first: nothing is created in one that is refused.
-    return isTrustedDirectory(directoryOf(path)) && lock.acquire(path + ".lock") &&
-           readLines(path, lines) && (!edit(lines) || replaceFile(path, lines));
+    if (!isTrustedDirectory(directoryOf(path)) || !lock.acquire(path + ".lock") ||
+        !readLines(path, lines)) {
+        return false;
+    }
+    const bool hadLeftovers = removeLines(lines, isLeftover);
+    const bool isEdited = edit(lines);
+    return (!hadLeftovers && !isEdited) || replaceFile(path, lines);
 }
 
 std::string lineOf(const std::string& account, const std::string& right)
@@ -197,19 +307,16 @@ std::string lineOf(const std::string& account, const std::string& right)
     return account + " " + right;
 }
 
-bool startsWith(const std::string& line, const std::string& start)
+bool startsWith(std::string_view line, std::string_view start)
 {
-    return line.compare(0, start.size(), start) == 0;
+    return line.substr(0, start.size()) == start;
 }
 
-bool removeLines(const std::function<bool(const std::string&)>& matches)
+std::string markedLine(const std::string& account, const std::string& right, const Owner& owner)
 {
-    return change([&](Lines& lines) {
-        const auto end = std::remove_if(lines.begin(), lines.end(), matches);
-        const bool changed = end != lines.end();
-        lines.erase(end, lines.end());
-        return changed;
-    });
+    return lineOf(account, right)
+        .append(kMark)
+        .append(std::to_string(owner.pid) + " " + std::to_string(owner.startTime));
 }
 
 } // namespace
@@ -222,8 +329,11 @@ void setRightsFile(const char* path)
 bool holdsRight(const std::string& account, const std::string& right)
 {
     Lines lines;
+    const std::string wanted = lineOf(account, right);
     return readLines(currentPath(), lines) &&
-           std::find(lines.begin(), lines.end(), lineOf(account, right)) != lines.end();
+           std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+               return Grant(line).text == wanted && !isLeftover(line);
+           });
 }
 
 bool rightsOf(const std::string& account, std::vector<std::string>& rights)
@@ -233,10 +343,14 @@ bool rightsOf(const std::string& account, std::vector<std::string>& rights)
     if (!readLines(currentPath(), lines)) {
         return false;
     }
+    Owner self;
+    const bool isKnown = readOwner(kOwnStatus, self) == 0;
     const std::string start = account + " ";
     for (const std::string& line : lines) {
-        if (line.size() > start.size() && startsWith(line, start)) {
-            rights.push_back(line.substr(start.size()));
+        const Grant grant(line);
+        if (grant.text.size() > start.size() && startsWith(grant.text, start) &&
+            (!grant.isAdded || (isKnown && grant.owner == self))) {
+            rights.emplace_back(grant.text.substr(start.size()));
         }
     }
     return true;
@@ -244,31 +358,38 @@ bool rightsOf(const std::string& account, std::vector<std::string>& rights)
 
 bool addRights(const std::string& account, const std::vector<std::string>& rights)
 {
-    return change([&](Lines& lines) {
-        bool changed = false;
-        for (const std::string& right : rights) {
-            const std::string line = lineOf(account, right);
-            if (std::find(lines.begin(), lines.end(), line) == lines.end()) {
-                lines.push_back(line);
-                changed = true;
-            }
-        }
-        return changed;
-    });
+    Owner self;
+    return readThisProcess(self) && change([&](Lines& lines) {
+               for (const std::string& right : rights) {
+                   lines.push_back(markedLine(account, right, self));
+               }
+               return !rights.empty();
+           });
 }
 
 bool removeRights(const std::string& account, const std::vector<std::string>& rights)
 {
-    return removeLines([&](const std::string& line) {
-        return std::any_of(rights.begin(), rights.end(), [&](const std::string& right) {
-            return line == lineOf(account, right);
-        });
-    });
+    Owner self;
+    return readThisProcess(self) && change([&](Lines& lines) {
+               bool changed = false;
+               for (const std::string& right : rights) {
+                   const auto found =
+                       std::find(lines.begin(), lines.end(), markedLine(account, right, self));
+                   if (found != lines.end()) {
+                       lines.erase(found);
+                       changed = true;
+                   }
+               }
+               return changed;
+           });
 }
 
 bool removeAllRights(const std::string& account)
 {
-    return removeLines([&](const std::string& line) { return startsWith(line, account + " "); });
+    return change([&](Lines& lines) {
+        return removeLines(
+            lines, [&](const std::string& line) { return startsWith(line, account + " "); });
+    });
 }
 
 } // namespace tarnix_platform

@@ -1,5 +1,11 @@
 // The accounts' rights: a text file with one line "account right" for each.
 //
+// A line that a process has added is "account right #added PID START": the process and its start
+// time, field 22 of /proc/PID/stat. Such a line grants the right as long as that process runs;
+// after that the next change removes it. Each adder has a line of its own, so the right stays until
+// the last one has removed its line. To a reader that does not know the mark it is a line for
+// another right. Lines without a mark are written by hand, and stay.
+//
 // Lines of another form are kept unchanged. A change holds a lock, for which it waits 10 seconds at
 // most (ETIMEDOUT), and replaces the whole file. A missing file counts as empty. A file or a
 // directory that group or others may write, or that belongs to neither root nor the effective user,
@@ -13,13 +19,18 @@
 namespace tarnix_platform
 {
 
+// Whether any line grants the right, whoever has added it.
 bool holdsRight(const std::string& account, const std::string& right);
 
-// In the order of the file; empty if the account has none.
+// In the order of the file; empty if the account has none. Lines that other processes have added
+// do not count: they can go at any moment, so this process must add its own.
 bool rightsOf(const std::string& account, std::vector<std::string>& rights);
 
+// Adds a line for each right even if there is one.
 bool addRights(const std::string& account, const std::vector<std::string>& rights);
+// Removes one line for each right that this process has added.
 bool removeRights(const std::string& account, const std::vector<std::string>& rights);
+// Removes lines written by hand too.
 bool removeAllRights(const std::string& account);
 
 } // namespace tarnix_platform
