@@ -10,6 +10,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -189,14 +190,55 @@ TEST_F(Identity, TheRightOfAKilledProcessIsGone)
     EXPECT_EQ(scratch.read("rights"), standing);
 }
 
-TEST_F(Identity, TheDiskIsFullWhenTheRightIsAdded)
+// The trouble starts before the right is added, or after that, so that it must still be revoked.
+TEST_F(Identity, TheRightIsRevokedInTrouble)
 {
     const std::string full = scratch.path("full");
     scratch.makeDirectory("full");
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k,mode=700"), 0);
     scratch.write("full/rights", standing);
-    std::ofstream(full + "/filler") << std::string(65536, 'f'); // not all of it
     setRightsFile((full + "/rights").c_str());
+    const auto fill = [&] { std::ofstream(full + "/filler") << std::string(65536, 'f'); };
+    std::vector<int> taken;
+    rlimit former{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    const struct {
+        const char* name;
+        std::function<void()> begin, end;
+        bool changed; // another process has replaced the file meanwhile
+    } troubles[] = {
+        {"full disk", fill, [&] { std::filesystem::remove(full + "/filler"); }, false},
+        {"full disk, changed", fill, [&] { std::filesystem::remove(full + "/filler"); }, true},
+        {"no descriptor",
+         [&] {
+             const rlimit few = {256, former.rlim_max};
+             EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+             for (int fd = 0; (fd = dup(0)) >= 0;)
+                 taken.push_back(fd);
+         },
+         [&] {
+             for (const int fd : taken)
+                 close(fd);
+             setrlimit(RLIMIT_NOFILE, &former);
+         },
+         true},
+        {"no longer root", [] { EXPECT_EQ(seteuid(61001), 0); }, [] { EXPECT_EQ(seteuid(0), 0); },
+         false},
+    };
+    for (const auto& trouble : troubles) {
+        SCOPED_TRACE(trouble.name);
+        tarnix_platform::AddedRights added, others;
+        EXPECT_TRUE(tarnix_platform::addRights("second", {"SeBatchLogonRight"}, added));
+        EXPECT_TRUE(!trouble.changed || tarnix_platform::addRights("third", {"SeOther"}, others));
+        trouble.begin();
+        EXPECT_TRUE(tarnix_platform::removeRights("second", {"SeBatchLogonRight"}, added));
+        trouble.end();
+        EXPECT_FALSE(tarnix_platform::holdsRight("second", "SeBatchLogonRight"));
+        EXPECT_TRUE(tarnix_platform::removeRights("third", {"SeOther"}, others));
+        EXPECT_EQ(as("third", "id -un").lines, Lines{"third"});
+        EXPECT_EQ(scratch.read("full/rights"), standing);
+    }
+    fill();
     EXPECT_EQ(as("second", "id").record.getCode(), 10);
     EXPECT_EQ(scratch.read("full/rights"), standing);
     EXPECT_EQ(scratch.entries("full"), 3); // and the lock

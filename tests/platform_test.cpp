@@ -102,13 +102,15 @@ TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
         EXPECT_EQ(given == 0, geteuid() == 0 || test.owner == geteuid());
         EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.trusted);
         SetLastError(0);
-        EXPECT_EQ(addRights("second", {"SeOther"}), test.trusted);
+        AddedRights added;
+        EXPECT_EQ(addRights("second", {"SeOther"}, added), test.trusted);
         EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
     }
     const int held = open(scratch.path("rights.lock").c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(flock(held, LOCK_EX), 0);
     EXPECT_EQ(chown(scratch.path("rights").c_str(), geteuid(), getegid()), 0);
-    expectFailure(addRights("second", {"SeOther"}), ETIMEDOUT);
+    AddedRights added;
+    expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
     close(held);
     setRightsFile(nullptr);
 }

@@ -19,6 +19,7 @@ namespace
 
 constexpr DWORD kLowestBuild = 1057;       // of a system that supports batch logons
 constexpr std::uint64_t kLockBudget = 600; // ticks of 100 nanoseconds
+constexpr int kRevocations = 2;            // attempts to revoke an added right
 constexpr char kLocalAccounts[] = ".";
 
 constexpr wchar_t kBatchLogonRight[] = L"SeBatchLogonRight";
@@ -61,6 +62,7 @@ bool holdsRight(LSA_HANDLE policy, PSID account)
 struct CCmnExecPipeWindows::Account {
     alignas(TOKEN_USER) unsigned char bytes[512];
     const std::wstring right = kBatchLogonRight;
+    int revocations = 0; // how often the right is still to be revoked, if that fails
 };
 
 void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_STRING& target)
@@ -136,6 +138,7 @@ void CCmnExecPipeWindows::AddRight()
     // Set even if granting fails: the batch logon shows whether it worked, and Close revokes the
     // right.
     m_RightAdded = 1;
+    m_Account->revocations = kRevocations;
     const DWORD error =
         LsaNtStatusToWinError(LsaAddAccountRights(m_PolicyHandle, m_AccountSid, &right, 1));
     if (error != 0) {
@@ -145,18 +148,24 @@ void CCmnExecPipeWindows::AddRight()
     }
 }
 
+// After a failure the next call tries again: by then the child has ended, and what the run held is
+// free.
 void CCmnExecPipeWindows::RevokeRight()
 {
-    if (m_RightAdded == 0) {
+    if (m_RightAdded != 0) {
+        m_RightAdded = 0; // unlock only once: after this, another runner may hold the lock
+        if (m_Lock.isLocked()) {
+            m_Lock.unlock();
+        }
+    }
+    if (!m_Account || m_Account->revocations == 0) {
         ForgetAccount();
         return;
     }
+    --m_Account->revocations;
     LSA_UNICODE_STRING right{};
     InitLsaString(m_Account->right, right);
-    m_RightAdded = 0; // revoke only once: after this, another runner may hold the lock
-    if (m_Lock.isLocked()) {
-        m_Lock.unlock();
-    }
+    bool isRevoked = false;
     try {
         const DWORD error = LsaNtStatusToWinError(
             LsaRemoveAccountRights(m_PolicyHandle, m_AccountSid, false, &right, 1));
@@ -165,10 +174,13 @@ void CCmnExecPipeWindows::RevokeRight()
                              "failed, Error Code: %d, Reason: %S",
                              error);
         }
+        isRevoked = error == 0;
     } catch (const std::bad_alloc&) {
-        // Ignored like any other failure to revoke: the rest of the run must still be closed.
+        // Like any other failure: the rest of the run must still be closed.
     }
-    ForgetAccount();
+    if (isRevoked || m_Account->revocations == 0) {
+        ForgetAccount();
+    }
 }
 
 void CCmnExecPipeWindows::ForgetAccount()

@@ -127,13 +127,14 @@ CCmnExecPipeWindows::~CCmnExecPipeWindows()
     } catch (...) {
         // Close throws only if it cannot allocate the error record, and nobody could read that now.
     }
+    RevokeRight();               // if Close could not: the child has ended by now
     closeAndForget(m_ReadEvent); // Close does not reach this when it throws
 }
 
 void CCmnExecPipeWindows::Init()
 {
     if (isValid(m_ProcessHandle) || isValid(m_OutputHandle) || isValid(m_InputHandle) ||
-        m_RightAdded != 0) {
+        m_RightAdded != 0 || m_Account) {
         Close(kCloseSeconds);
     }
     closeAndForget(m_ReadEvent);

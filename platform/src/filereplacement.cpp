@@ -23,7 +23,7 @@ FileReplacement::~FileReplacement()
 bool FileReplacement::create(std::string path, mode_t mode)
 {
     m_Path = std::move(path);
-    m_File = openFile(m_Path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+    m_File = openFile(m_Path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
     return static_cast<bool>(m_File);
 }
 

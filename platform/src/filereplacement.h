@@ -22,9 +22,9 @@ public:
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
-    // Creates the file; its path must be in the directory of the file that it replaces. Fails with
-    // EEXIST if the path exists, so that the file is never one of somebody else, nor a link that
-    // somebody has put there.
+    // Creates the file for reading and writing; its path must be in the directory of the file that
+    // it replaces. Fails with EEXIST if the path exists, so that the file is never one of somebody
+    // else, nor a link that somebody has put there.
     bool create(std::string path, mode_t mode);
 
     explicit operator bool() const { return static_cast<bool>(m_File); }

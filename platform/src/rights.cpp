@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 namespace tarnix_platform
 {
@@ -13,8 +14,8 @@ namespace tarnix_platform
 namespace
 {
 
-class Policy : public Object
-{
+struct Policy : Object {
+    AddedRights added;
 };
 
 NTSTATUS toStatus(bool good)
@@ -37,9 +38,9 @@ bool readRight(const LSA_UNICODE_STRING& text, std::string& right)
 }
 
 // White space or a newline in the name of an account could forge a line of another account.
-bool checkAccount(LSA_HANDLE policy, PSID account, std::string& name)
+bool checkAccount(const std::shared_ptr<Policy>& policy, PSID account, std::string& name)
 {
-    if (!find<Policy>(policy)) {
+    if (!policy) {
         return false;
     }
     name = accountOf(account);
@@ -103,7 +104,7 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
 {
     std::string name;
     std::vector<std::string> found;
-    if (!checkAccount(policy, account, name) || !rightsOf(name, found)) {
+    if (!checkAccount(find<Policy>(policy), account, name) || !rightsOf(name, found)) {
         return toStatus(false);
     }
     // The length of a longer one would overflow its 16 bits, and the text could be another right.
@@ -124,8 +125,9 @@ NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING
 {
     std::string name;
     std::vector<std::string> names;
-    return toStatus(checkAccount(policy, account, name) && readRights(rights, count, names) &&
-                    addRights(name, names));
+    const std::shared_ptr<Policy> found = find<Policy>(policy);
+    return toStatus(checkAccount(found, account, name) && readRights(rights, count, names) &&
+                    addRights(name, names, found->added));
 }
 
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
@@ -133,8 +135,10 @@ NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRigh
 {
     std::string name;
     std::vector<std::string> names;
-    return toStatus(checkAccount(policy, account, name) && readRights(rights, count, names) &&
-                    (allRights != 0 ? removeAllRights(name) : removeRights(name, names)));
+    const std::shared_ptr<Policy> found = find<Policy>(policy);
+    return toStatus(
+        checkAccount(found, account, name) && readRights(rights, count, names) &&
+        (allRights != 0 ? removeAllRights(name) : removeRights(name, names, found->added)));
 }
 
 NTSTATUS LsaFreeMemory(void* memory)

@@ -14,11 +14,13 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <climits>
 #include <cstdint>
 #include <functional>
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace tarnix_platform
 {
@@ -77,6 +79,16 @@ bool isTrustedDirectory(const std::string& path)
     return isTrusted(directory.get(), path);
 }
 
+bool readText(int fd, std::string& text)
+{
+    char piece[4096];
+    ssize_t got = 0;
+    while ((got = readSome(fd, piece, sizeof piece)) > 0) {
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    return got == 0;
+}
+
 // A missing file has no lines. It is opened without waiting: at its path may be a named pipe.
 bool readLines(const std::string& path, Lines& lines)
 {
@@ -92,16 +104,8 @@ bool readLines(const std::string& path, Lines& lines)
         return false;
     }
     std::string text;
-    char piece[4096];
-    for (;;) {
-        const ssize_t got = readSome(file.get(), piece, sizeof piece);
-        if (got < 0) {
-            return fail(errno, "cannot read " + quoted(path));
-        }
-        if (got == 0) {
-            break;
-        }
-        text.append(piece, static_cast<std::size_t>(got));
+    if (!readText(file.get(), text)) {
+        return fail(errno, "cannot read " + quoted(path));
     }
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
@@ -213,7 +217,23 @@ bool copyAccess(const std::string& path, FileReplacement& file)
            (::fchown(file.fd(), old.st_uid, old.st_gid) == 0 && file.setMode(old.st_mode & 07777));
 }
 
-bool replaceFile(const std::string& path, const Lines& lines)
+// A second descriptor of the open file, which is closed in children as the first is.
+UniqueFd duplicate(int fd)
+{
+    return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+// The current path of the open file; other text if it has none any more. Needs no permission.
+std::string pathOf(const UniqueFd& file)
+{
+    char path[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(file.get());
+    const ssize_t size = ::readlink(link.c_str(), path, sizeof path);
+    return std::string(path, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
+
+// `copy` receives a descriptor of the new file, if it is not null.
+bool replaceFile(const std::string& path, const Lines& lines, UniqueFd* copy = nullptr)
 {
     std::string text;
     for (const std::string& line : lines) {
@@ -226,6 +246,12 @@ bool replaceFile(const std::string& path, const Lines& lines)
     FileReplacement file;
     if (!file.create(temporary, kOwnerOnly)) {
         return fail(errno, "cannot create " + quoted(temporary));
+    }
+    if (copy != nullptr) {
+        *copy = duplicate(file.fd());
+        if (!*copy) {
+            return fail(errno, "cannot keep open " + quoted(temporary));
+        }
     }
     const bool good = copyAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
                       file.commitToDisk(path);
@@ -242,18 +268,29 @@ public:
     // too.
     ~ChangeLock()
     {
-        if (m_File) {
-            ::flock(m_File.get(), LOCK_UN);
+        if (m_Fd >= 0) {
+            ::flock(m_Fd, LOCK_UN);
         }
     }
     ChangeLock(const ChangeLock&) = delete;
     ChangeLock& operator=(const ChangeLock&) = delete;
 
-    bool acquire(const std::string& path)
+    // `held` is a descriptor of the lock file, or -1. It saves opening the file, unless the file
+    // has been deleted since: then other processes lock a new one.
+    bool acquire(const std::string& path, int held = -1)
     {
-        m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
-        return m_File ? wait(path) : fail(errno, "cannot open lock file " + quoted(path));
+        struct stat info {
+        };
+        if (held >= 0 && ::fstat(held, &info) == 0 && info.st_nlink > 0) {
+            m_Fd = held;
+        } else {
+            m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
+            m_Fd = m_File.get();
+        }
+        return m_Fd >= 0 ? wait(path) : fail(errno, "cannot open lock file " + quoted(path));
     }
+
+    int fd() const { return m_Fd; }
 
 private:
     // Polls, because a wait of the system has no timeout. A process that is stopped while it holds
@@ -261,7 +298,7 @@ private:
     bool wait(const std::string& path)
     {
         const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
-        while (::flock(m_File.get(), LOCK_EX | LOCK_NB) != 0) {
+        while (::flock(m_Fd, LOCK_EX | LOCK_NB) != 0) {
             if (errno != EWOULDBLOCK && errno != EINTR) {
                 return fail(errno, "cannot lock " + quoted(path));
             }
@@ -274,6 +311,7 @@ private:
     }
 
     UniqueFd m_File;
+    int m_Fd = -1;
 };
 
 bool removeLines(Lines& lines, const std::function<bool(const std::string&)>& matches)
@@ -284,22 +322,22 @@ bool removeLines(Lines& lines, const std::function<bool(const std::string&)>& ma
     return changed;
 }
 
-// `edit` returns whether it has changed the lines. Each change also removes what processes that
-// have ended have left.
-bool change(const std::function<bool(Lines&)>& edit)
+// Reads the lines for a change, which also removes what processes that have ended have left.
+// `hadLeftovers` is whether there was any.
+bool readForChange(const std::string& path, Lines& lines, bool& hadLeftovers)
 {
-    const std::string path = currentPath();
-    ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
-    ChangeLock lock;
-    Lines lines;
-    // The directory first: nothing is created in one that is refused.
-    if (!isTrustedDirectory(directoryOf(path)) || !lock.acquire(path + ".lock") ||
-        !readLines(path, lines)) {
+    if (!readLines(path, lines)) {
         return false;
     }
-    const bool hadLeftovers = removeLines(lines, isLeftover);
-    const bool isEdited = edit(lines);
-    return (!hadLeftovers && !isEdited) || replaceFile(path, lines);
+    hadLeftovers = removeLines(lines, isLeftover);
+    return true;
+}
+
+// Nothing is created in a directory that is refused.
+bool beginChange(const std::string& path, ChangeLock& lock)
+{
+    ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
+    return isTrustedDirectory(directoryOf(path)) && lock.acquire(path + ".lock");
 }
 
 std::string lineOf(const std::string& account, const std::string& right)
@@ -312,11 +350,72 @@ bool startsWith(std::string_view line, std::string_view start)
     return line.substr(0, start.size()) == start;
 }
 
-std::string markedLine(const std::string& account, const std::string& right, const Owner& owner)
+std::string markOf(const Owner& owner)
 {
-    return lineOf(account, right)
-        .append(kMark)
-        .append(std::to_string(owner.pid) + " " + std::to_string(owner.startTime));
+    return std::string(kMark).append(std::to_string(owner.pid) + " " +
+                                     std::to_string(owner.startTime));
+}
+
+bool removeByReplacing(const std::vector<std::string>& added, const std::string& path)
+{
+    Lines lines;
+    bool changed = false;
+    if (!readForChange(path, lines, changed)) {
+        return false;
+    }
+    for (const std::string& line : added) {
+        const auto found = std::find(lines.begin(), lines.end(), line);
+        if (found != lines.end()) {
+            lines.erase(found);
+            changed = true;
+        }
+    }
+    return !changed || replaceFile(path, lines);
+}
+
+// Where the text has this line, or npos.
+std::size_t findLine(const std::string& text, const std::string& line)
+{
+    std::size_t at = text.find(line);
+    while (at != std::string::npos) {
+        const std::size_t end = at + line.size();
+        if ((at == 0 || text[at - 1] == '\n') && (end == text.size() || text[end] == '\n')) {
+            break;
+        }
+        at = text.find(line, at + 1);
+    }
+    return at;
+}
+
+// Overwrites the owners of the lines by zeros, which no process has for its number: the lines grant
+// nothing from then on, and the next change removes them. This needs no space on the disk. The last
+// error stays as it was.
+bool disown(const std::vector<std::string>& added, const AddedRights& rights)
+{
+    const UniqueFd opened = openFile(rights.path.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW);
+    const bool isCurrent = !rights.fileName.empty() && pathOf(rights.file) == rights.fileName;
+    const int file = opened ? opened.get() : isCurrent ? rights.file.get() : -1;
+    std::string text;
+    if (::lseek(file, 0, SEEK_SET) != 0 || !readText(file, text)) {
+        return false;
+    }
+    for (const std::string& line : added) {
+        const std::size_t at = findLine(text, line);
+        if (at == std::string::npos) {
+            continue;
+        }
+        const std::size_t begin = at + line.rfind(kMark) + kMark.size();
+        const std::size_t size = at + line.size() - begin;
+        std::replace_if(
+            text.begin() + static_cast<std::ptrdiff_t>(begin),
+            text.begin() + static_cast<std::ptrdiff_t>(begin + size),
+            [](char c) { return c != ' '; }, '0');
+        if (::pwrite(file, text.data() + begin, size, static_cast<off_t>(begin)) !=
+            static_cast<ssize_t>(size)) {
+            return false;
+        }
+    }
+    return ::fsync(file) == 0;
 }
 
 } // namespace
@@ -356,40 +455,73 @@ bool rightsOf(const std::string& account, std::vector<std::string>& rights)
     return true;
 }
 
-bool addRights(const std::string& account, const std::vector<std::string>& rights)
+bool addRights(const std::string& account, const std::vector<std::string>& names,
+               AddedRights& rights)
 {
+    AddedRights added;
+    added.path = currentPath();
+    added.process = ::getpid();
+    ChangeLock lock;
+    Lines lines;
     Owner self;
-    return readThisProcess(self) && change([&](Lines& lines) {
-               for (const std::string& right : rights) {
-                   lines.push_back(markedLine(account, right, self));
-               }
-               return !rights.empty();
-           });
+    bool hadLeftovers = false;
+    if (!readThisProcess(self) || !beginChange(added.path, lock) ||
+        !readForChange(added.path, lines, hadLeftovers)) {
+        return false;
+    }
+    added.mark = markOf(self);
+    added.lock = duplicate(lock.fd());
+    added.spare = duplicate(lock.fd());
+    if (!added.lock || !added.spare) {
+        return fail(errno, "cannot keep open the lock of " + quoted(added.path));
+    }
+    for (const std::string& name : names) {
+        lines.push_back(lineOf(account, name) + added.mark);
+    }
+    rights = std::move(added); // before the change: if memory runs out after it, it can be undone
+    if (!replaceFile(rights.path, lines, &rights.file)) {
+        rights = AddedRights();
+        return false;
+    }
+    rights.fileName = pathOf(rights.file);
+    return true;
 }
 
-bool removeRights(const std::string& account, const std::vector<std::string>& rights)
+bool removeRights(const std::string& account, const std::vector<std::string>& names,
+                  AddedRights& rights)
 {
-    Owner self;
-    return readThisProcess(self) && change([&](Lines& lines) {
-               bool changed = false;
-               for (const std::string& right : rights) {
-                   const auto found =
-                       std::find(lines.begin(), lines.end(), markedLine(account, right, self));
-                   if (found != lines.end()) {
-                       lines.erase(found);
-                       changed = true;
-                   }
-               }
-               return changed;
-           });
+    if (rights.process != ::getpid()) {
+        return true; // nothing was added, or by the process that this one is a copy of
+    }
+    std::vector<std::string> lines;
+    lines.reserve(names.size());
+    for (const std::string& name : names) {
+        lines.push_back(lineOf(account, name) + rights.mark);
+    }
+    rights.spare.reset();
+    {
+        ChangeLock lock; // released before `rights` closes the file
+        if (!lock.acquire(rights.path + ".lock", rights.lock.get()) ||
+            (!removeByReplacing(lines, rights.path) && !disown(lines, rights))) {
+            return false;
+        }
+    }
+    rights = AddedRights();
+    return true;
 }
 
 bool removeAllRights(const std::string& account)
 {
-    return change([&](Lines& lines) {
-        return removeLines(
-            lines, [&](const std::string& line) { return startsWith(line, account + " "); });
-    });
+    const std::string path = currentPath();
+    ChangeLock lock;
+    Lines lines;
+    bool hadLeftovers = false;
+    if (!beginChange(path, lock) || !readForChange(path, lines, hadLeftovers)) {
+        return false;
+    }
+    const bool changed = removeLines(
+        lines, [&](const std::string& line) { return startsWith(line, account + " "); });
+    return (!changed && !hadLeftovers) || replaceFile(path, lines);
 }
 
 } // namespace tarnix_platform

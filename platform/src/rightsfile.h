@@ -13,6 +13,10 @@
 #ifndef TARNIX_PLATFORM_RIGHTSFILE_H
 #define TARNIX_PLATFORM_RIGHTSFILE_H
 
+#include "uniquefd.h"
+
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -26,10 +30,26 @@ bool holdsRight(const std::string& account, const std::string& right);
 // do not count: they can go at any moment, so this process must add its own.
 bool rightsOf(const std::string& account, std::vector<std::string>& rights);
 
+// What removing added rights needs. It is acquired when they are added, because at the end of a run
+// this process may have no descriptor left, or no permission.
+struct AddedRights {
+    std::string path;
+    std::string mark;
+    pid_t process = -1; // a forked copy of it removes nothing
+    UniqueFd lock;
+    UniqueFd file;        // the rights file, unless another change has replaced it
+    std::string fileName; // its path as the system sees it
+    UniqueFd spare;       // closed to make the descriptor free that a replacement needs
+};
+
 // Adds a line for each right even if there is one.
-bool addRights(const std::string& account, const std::vector<std::string>& rights);
-// Removes one line for each right that this process has added.
-bool removeRights(const std::string& account, const std::vector<std::string>& rights);
+bool addRights(const std::string& account, const std::vector<std::string>& names,
+               AddedRights& rights);
+// Removes the lines that addRights has added. If the file cannot be replaced, as on a full disk,
+// overwrites their marks in place, so that they grant nothing. After a failure they grant the
+// rights until this process ends.
+bool removeRights(const std::string& account, const std::vector<std::string>& names,
+                  AddedRights& rights);
 // Removes lines written by hand too.
 bool removeAllRights(const std::string& account);
 
