@@ -102,8 +102,9 @@ TEST_F(Trouble, TheDiskIsFull)
 {
     const std::string full = m_Scratch.path("full");
     m_Scratch.makeDirectory("full");
-    if (mustSkip(enterNamespaces({})))
-        GTEST_SKIP();
+    const std::string missing = enterNamespaces({});
+    if (mustSkip(missing))
+        GTEST_SKIP() << missing;
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k"), 0);
     m_Log.get()->initialize(L"t", m_Scratch.widePath("full").c_str(), L"t.log", 1, false);
     EXPECT_TRUE(save(L"full/t", L"old"));

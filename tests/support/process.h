@@ -47,8 +47,8 @@ inline int waitForChild(pid_t child)
 }
 
 // Permanently gives this process a mount namespace in which these files replace the system's, and
-// the other namespaces that are named. Returns the empty text, or the error: root often lacks the
-// right in a container.
+// the other namespaces that are named. Returns the empty text, or the error: in a container root
+// often lacks the right, and below a root that is no mount point (chroot) mounts stay shared.
 inline std::string enterNamespaces(const std::vector<std::pair<std::string, const char*>>& files,
                                    int others = 0)
 {
@@ -56,7 +56,7 @@ inline std::string enterNamespaces(const std::vector<std::pair<std::string, cons
                 ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     for (const auto& [file, target] : files)
         good = good && ::mount(file.c_str(), target, nullptr, MS_BIND, nullptr) == 0;
-    return good ? "" : std::strerror(errno);
+    return good ? "" : std::string("cannot enter private namespaces: ") + std::strerror(errno);
 }
 
 #endif
