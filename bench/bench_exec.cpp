@@ -1,7 +1,8 @@
 // Compares the command runner with a raw loop of system calls and with the runners of other
-// libraries: the start and end of a command, from several kinds of callers, and the output of a
-// child that prints lines of 40 bytes.
+// libraries: the start and end of a command, from several kinds of callers and as another user, and
+// the output of a child that prints lines of 40 bytes.
 #include "cmnexecpipewindows.h"
+#include "cmnsystemfiles.h"
 
 #include <Poco/Pipe.h>
 #include <Poco/PipeStream.h>
@@ -15,8 +16,10 @@
 #include <fcntl.h>
 #include <gnu/libc-version.h>
 #include <poll.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -26,6 +29,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -270,6 +275,119 @@ private:
     rlimit m_Now{};
 };
 
+// ---- Another user ------------------------------------------------------------------------------
+
+constexpr char kPassword[] = "right word";
+
+// Account files and PAM rules with three more accounts, mounted over those of the machine in a
+// namespace of this process. Only root can do that, and not in every container.
+class Accounts
+{
+public:
+    // Permanently, for the whole process. Returns whether that was possible.
+    static bool enter()
+    {
+        static const Accounts accounts;
+        return accounts.m_Entered;
+    }
+    ~Accounts()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_Folder, ignored);
+    }
+    Accounts(const Accounts&) = delete;
+    Accounts& operator=(const Accounts&) = delete;
+
+private:
+    Accounts()
+    {
+        if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0 ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            return;
+        }
+        char folder[] = "/tmp/bench_exec_XXXXXX";
+        require(::mkdtemp(folder) != nullptr, "mkdtemp");
+        m_Folder = folder;
+        const std::string hash =
+            ":$5$tarnix$cQImmrpkcGIAYlwjZgLFvo8sX1wbcmWRDjd4Vil0crB:19000::::::\n";
+        std::filesystem::copy("/etc/pam.d", m_Folder / "pam.d");
+        std::ofstream(m_Folder / "pam.d/tarnix")
+            << "auth sufficient pam_succeed_if.so quiet user in trusted:added\n"
+               "auth required pam_unix.so nodelay\naccount required pam_unix.so\n";
+        extend("passwd", "checked:x:61971:61971::/:/bin/sh\ntrusted:x:61972:61972::/:/bin/sh\n"
+                         "added:x:61973:61973::/:/bin/sh\n");
+        extend("shadow", "checked" + hash + "trusted" + hash + "added" + hash);
+        m_Entered = replace("pam.d") && replace("passwd") && replace("shadow");
+        std::ofstream(m_Folder / "rights")
+            << "checked SeBatchLogonRight\ntrusted SeBatchLogonRight\n";
+        tarnix_cmn_4_4::setRightsFile((m_Folder / "rights").c_str());
+    }
+
+    void extend(const char* name, const std::string& lines) const
+    {
+        std::filesystem::copy(std::filesystem::path("/etc") / name, m_Folder / name);
+        std::ofstream(m_Folder / name, std::ios::app) << lines;
+    }
+
+    bool replace(const char* name) const
+    {
+        return ::mount((m_Folder / name).c_str(), (std::filesystem::path("/etc") / name).c_str(),
+                       nullptr, MS_BIND, nullptr) == 0;
+    }
+
+    std::filesystem::path m_Folder;
+    bool m_Entered = false;
+};
+
+void runTarnixAs(const char* user, const Words& words, Lines& lines)
+{
+    tarnix_cmn_4_4::CCmnExecPipeWindows runner;
+    if (runner.Exec(commandText(words), lines, "", 60, "/", user, kPassword) != 0) {
+        const std::wstring why = runner.getLastError().getDescription();
+        throw std::runtime_error(std::string(why.begin(), why.end())); // ASCII
+    }
+}
+
+void runBy(Words switcher, const Words& words, Lines& lines)
+{
+    switcher.insert(switcher.end(), words.begin(), words.end());
+    runRaw(switcher, lines);
+}
+
+// The programs ask root for no password. The library always has one checked, twice: "tarnix" by its
+// hash (SHA-256), "tarnix_trusted" by a rule that lets the account in. "tarnix_added" also adds and
+// revokes the right, which syncs the rights file twice.
+const struct Switcher {
+    const char* name;
+    const char* program; // null: none is needed
+    Runner run;
+} kSwitchers[] = {
+    {"tarnix", nullptr,
+     [](const Words& words, Lines& lines) { runTarnixAs("checked", words, lines); }},
+    {"tarnix_trusted", nullptr,
+     [](const Words& words, Lines& lines) { runTarnixAs("trusted", words, lines); }},
+    {"tarnix_added", nullptr,
+     [](const Words& words, Lines& lines) { runTarnixAs("added", words, lines); }},
+    {"plain", nullptr, runTarnix}, // as the caller
+    {"setpriv", "/usr/bin/setpriv",
+     [](const Words& words, Lines& lines) {
+         runBy({"/usr/bin/setpriv", "--reuid=61972", "--regid=61972", "--init-groups"}, words,
+               lines);
+     }},
+    {"runuser", "/usr/sbin/runuser",
+     [](const Words& words, Lines& lines) {
+         runBy({"/usr/sbin/runuser", "-u", "trusted", "--"}, words, lines);
+     }},
+    {"su", "/usr/bin/su",
+     [](const Words& words, Lines& lines) {
+         runRaw({"/usr/bin/su", "-c", commandText(words), "trusted"}, lines);
+     }},
+    {"sudo", "/usr/bin/sudo",
+     [](const Words& words, Lines& lines) {
+         runBy({"/usr/bin/sudo", "-n", "-u", "trusted"}, words, lines);
+     }},
+};
+
 // ---- Rows --------------------------------------------------------------------------------------
 
 const Words kShortCommand = {"/bin/true"};
@@ -388,6 +506,22 @@ void registerRows()
     }
 }
 
+void registerSwitchers()
+{
+    if (!Accounts::enter()) {
+        std::fputs("start_user is left out: it needs root and a private mount namespace\n", stderr);
+        return;
+    }
+    for (const Switcher& switcher : kSwitchers) {
+        if (switcher.program == nullptr || ::access(switcher.program, X_OK) == 0) {
+            const std::string name = std::string("start_user:") + switcher.name;
+            benchmark::RegisterBenchmark(name.c_str(), start, switcher.run)
+                ->UseRealTime()
+                ->Unit(benchmark::kMicrosecond);
+        }
+    }
+}
+
 void stateVersions()
 {
     const auto number = [](int version, int minor, int patch) {
@@ -404,7 +538,7 @@ void stateVersions()
                                                     POCO_VERSION >> 8 & 0xFF));
 }
 
-const bool kRegistered = (registerRows(), stateVersions(), true);
+const bool kRegistered = (registerRows(), registerSwitchers(), stateVersions(), true);
 
 } // namespace
 
