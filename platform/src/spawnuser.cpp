@@ -7,6 +7,7 @@
 #include "runas.h"
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -36,6 +37,12 @@ asm(".pushsection .rodata\n"
 // missing or exchanged.
 bool openRunAs(UniqueFd& program)
 {
+    const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
+    // Checked before: a write beyond the limit would end this process by SIGXFSZ.
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
+        return fail(EFBIG, "cannot prepare switch of user");
+    }
     // Some systems are configured to create memory files that are not executable without this flag.
     // Older systems do not know the flag.
     constexpr unsigned int executable = 0x0010U; // MFD_EXEC
@@ -43,7 +50,6 @@ bool openRunAs(UniqueFd& program)
     if (!program && errno == EINVAL) {
         program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC));
     }
-    const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
     return (program && writeAll(program.get(), tarnix_runas_begin, size) &&
             moveAbove(program, kRunAsProgram)) ||
            fail(errno, "cannot prepare switch of user");
