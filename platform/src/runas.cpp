@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 
 namespace tarnix_platform
 {
@@ -95,6 +96,23 @@ void unmarkEnvironment()
     }
 }
 
+// As executeFile in child.cpp: a program that has just been written may still be open for writing
+// in a child that the caller is starting.
+void executeFile(const char* path, char** arguments)
+{
+    constexpr long firstPause = 1000000; // nanoseconds
+    constexpr long lastPause = 128 * firstPause;
+    for (long pause = firstPause; pause <= lastPause; pause *= 2) {
+        ::execve(path, arguments, environ);
+        if (errno != ETXTBSY) {
+            return;
+        }
+        const timespec interval{0, pause};
+        ::nanosleep(&interval, nullptr);
+    }
+    ::execve(path, arguments, environ);
+}
+
 int becomeCommand(int argc, char** argv)
 {
     constexpr int fixedArguments = 5;
@@ -120,7 +138,7 @@ int becomeCommand(int argc, char** argv)
     int error = ENOENT;
     for (int i = 0; i < candidates; ++i) {
         const char* path = argv[fixedArguments + i];
-        ::execve(path, command, environ);
+        executeFile(path, command);
         if (candidates == 1 || !searchGoesOn(errno)) {
             reportAndExit(RunAsStep::program, errno);
         }
