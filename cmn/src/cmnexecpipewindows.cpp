@@ -134,9 +134,10 @@ CCmnExecPipeWindows::~CCmnExecPipeWindows()
 void CCmnExecPipeWindows::Init()
 {
     if (isValid(m_ProcessHandle) || isValid(m_OutputHandle) || isValid(m_InputHandle) ||
-        m_RightAdded != 0 || m_Account) {
+        m_RightAdded != 0) {
         Close(kCloseSeconds);
     }
+    RevokeRight(); // if Close could not: the child has ended by now
     closeAndForget(m_ReadEvent);
     const std::string name = objectName(kReadEventStem, this, std::time(nullptr));
     m_ReadEvent = CreateEventA(nullptr, false, false, name.c_str());
@@ -180,6 +181,7 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
     RevokeRight();
     ClosePipes();
     EndChild();
+    RevokeRight(); // if the first attempt failed
     m_Command = command;
     m_ExitStatus.reset();
     m_EndingSignal = 0;
