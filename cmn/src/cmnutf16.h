@@ -37,13 +37,13 @@ inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* 
 // The next wide unit: a code point, or a UTF-16 unit where wchar_t has 16 bits.
 inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t length)
 {
-    UChar32 character = units[at];
     if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
-        ++at;
+        return static_cast<wchar_t>(units[at++]);
     } else {
+        UChar32 character = 0;
         U16_NEXT(units, at, length, character);
+        return static_cast<wchar_t>(character);
     }
-    return static_cast<wchar_t>(character);
 }
 
 // Converts the text from unit `at` on, until a zero or until `room` units are written, and returns
