@@ -72,8 +72,8 @@ public:
     bool getExitStatus(int& status) const;
 
     /// Returns true if a signal ended the last run's child, and sets `signal` to its number and
-    /// `coreDumped` to whether the system wrote a core. So it tells a child that signal 9 ended
-    /// from one that exited with 137.
+    /// `coreDumped` to whether the system wrote a core. So it distinguishes a child that signal 9
+    /// ended from one that exited with 137.
     ///
     /// Returns false and changes nothing if the child exited, if the runner killed it (its status
     /// is 1067), and whenever getExitStatus returns false.
