@@ -354,18 +354,19 @@ void runBy(Words switcher, const Words& words, Lines& lines)
     runRaw(switcher, lines);
 }
 
-// The programs ask root for no password. The library always has one checked, twice: "tarnix" by its
-// hash (SHA-256), "tarnix_trusted" by a rule that lets the account in. "tarnix_added" also adds and
-// revokes the right, which syncs the rights file twice.
+// The programs ask root for no password. The library always has one checked, twice: "tarnix" by a
+// rule that lets the account in, so that it does the same work as they do; "tarnix_hash" by the
+// hash (SHA-256). "tarnix_added" is as "tarnix", and adds and revokes the right, which syncs the
+// rights file twice.
 const struct Switcher {
     const char* name;
     const char* program; // null: none is needed
     Runner run;
 } kSwitchers[] = {
     {"tarnix", nullptr,
-     [](const Words& words, Lines& lines) { runTarnixAs("checked", words, lines); }},
-    {"tarnix_trusted", nullptr,
      [](const Words& words, Lines& lines) { runTarnixAs("trusted", words, lines); }},
+    {"tarnix_hash", nullptr,
+     [](const Words& words, Lines& lines) { runTarnixAs("checked", words, lines); }},
     {"tarnix_added", nullptr,
      [](const Words& words, Lines& lines) { runTarnixAs("added", words, lines); }},
     {"plain", nullptr, runTarnix}, // as the caller

@@ -35,8 +35,8 @@ ROWS = [
         ("start", "raw", 0.95, "start and end of /bin/true"),
         ("start_1gib", "raw", 0.95, "the same, caller with 1 GiB resident"),
         ("start_fds", "raw", 0.95, "the same, descriptor limit up to 100,000"),
-        ("start_user", "plain", None, "/bin/true as another user, against a plain start"),
-        ("start_user", "su", None, "/bin/true as another user"),
+        ("start_user", "plain", 0.40, "/bin/true as another user, against a plain start"),
+        ("start_user", "setpriv", 1.0, "/bin/true as another user"),
         ("lines", "raw", 0.80, "a million lines of 40 bytes"),
     ]),
     ("Digest and hex text", [

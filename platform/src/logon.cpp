@@ -11,6 +11,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -75,12 +76,14 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
     return PAM_SUCCESS;
 }
 
+constexpr char kService[] = "tarnix";
+
 class PamSession
 {
 public:
     PamSession(const char* user, const char* password)
         : m_Conversation{answer, const_cast<char*>(password)},
-          m_Result(pam_start("tarnix", user, &m_Conversation, &m_Handle))
+          m_Result(pam_start(kService, user, &m_Conversation, &m_Handle))
     {
     }
     ~PamSession() { pam_end(m_Handle, m_Result); }
@@ -119,7 +122,28 @@ private:
     int m_Result;
 };
 
-bool findAccount(const std::string& user, Identity& identity)
+// A session without a user, which is never ended: PAM unloads a module with the last session that
+// uses it. Without this one each logon loads all of them, which takes most of its time. Each logon
+// still reads the rules; a module that they add later is loaded by each logon.
+std::atomic<pam_handle_t*> g_modules{nullptr};
+
+void keepModulesLoaded()
+{
+    if (g_modules.load(std::memory_order_relaxed) != nullptr) {
+        return;
+    }
+    const pam_conv conversation{answer, nullptr};
+    pam_handle_t* session = nullptr;
+    if (pam_start(kService, nullptr, &conversation, &session) != PAM_SUCCESS) {
+        return;
+    }
+    pam_handle_t* other = nullptr;
+    if (!g_modules.compare_exchange_strong(other, session)) {
+        pam_end(session, PAM_SUCCESS);
+    }
+}
+
+bool findAccount(const std::string& user, Account& account)
 {
     std::vector<char> buffer(16 * 1024);
     passwd entry{};
@@ -132,20 +156,11 @@ bool findAccount(const std::string& user, Identity& identity)
     if (found == nullptr) {
         return refuse(error == 0 ? EACCES : error, user, "no such account");
     }
-    identity.uid = entry.pw_uid;
-    identity.gid = entry.pw_gid;
-    int count = 64;
-    identity.groups.resize(static_cast<std::size_t>(count));
-    while (::getgrouplist(user.c_str(), entry.pw_gid, identity.groups.data(), &count) < 0) {
-        identity.groups.resize(
-            std::max(static_cast<std::size_t>(count), identity.groups.size() * 2));
-        count = static_cast<int>(identity.groups.size());
-    }
-    identity.groups.resize(static_cast<std::size_t>(count));
+    account = {user, entry.pw_uid, entry.pw_gid};
     return true;
 }
 
-bool logOn(const std::string& user, const char* password, DWORD type, Identity& identity)
+bool logOn(const std::string& user, const char* password, DWORD type, Account& account)
 {
     if (::geteuid() != 0) {
         return refuse(EPERM, user, "must be root to switch user");
@@ -158,7 +173,8 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
     if (!session.accountIs(user)) {
         return refuse(EACCES, user, "PAM changed the account");
     }
-    if (!findAccount(user, identity)) {
+    keepModulesLoaded();
+    if (!findAccount(user, account)) {
         return false;
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
@@ -168,6 +184,19 @@ bool logOn(const std::string& user, const char* password, DWORD type, Identity& 
 }
 
 } // namespace
+
+Identity identityOf(const Account& account)
+{
+    Identity identity{account.uid, account.gid, std::vector<gid_t>(64)};
+    int count = static_cast<int>(identity.groups.size());
+    while (::getgrouplist(account.name.c_str(), account.gid, identity.groups.data(), &count) < 0) {
+        identity.groups.resize(
+            std::max(static_cast<std::size_t>(count), identity.groups.size() * 2));
+        count = static_cast<int>(identity.groups.size());
+    }
+    identity.groups.resize(static_cast<std::size_t>(count));
+    return identity;
+}
 
 bool failWithLastRefusal()
 {
@@ -187,11 +216,11 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
         (logonType != LOGON32_LOGON_NETWORK && logonType != LOGON32_LOGON_BATCH)) {
         return refuse(EINVAL, user == nullptr ? "" : user, "only local accounts can log on");
     }
-    Identity identity{};
-    if (!logOn(user, password, logonType, identity)) {
+    Account account{};
+    if (!logOn(user, password, logonType, account)) {
         return false;
     }
-    *token = openHandle(std::make_shared<Token>(user, std::move(identity)));
+    *token = openHandle(std::make_shared<Token>(std::move(account)));
     return *token != nullptr ? true : refuse(EMFILE, user, "no handle left");
 }
 
@@ -205,17 +234,18 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
     if (kind != TokenUser || buffer == nullptr || length == nullptr) {
         return fail(EINVAL);
     }
-    const std::size_t sidSize = offsetof(Sid, name) + found->name().size() + 1;
+    const Account& account = found->account();
+    const std::size_t sidSize = offsetof(Sid, name) + account.name.size() + 1;
     *length = static_cast<DWORD>(sizeof(TOKEN_USER) + sidSize);
     if (size < *length) {
         return fail(ERANGE);
     }
     unsigned char* at = static_cast<unsigned char*>(buffer) + sizeof(TOKEN_USER);
     const TOKEN_USER user{{at, 0}};
-    const Sid head{static_cast<std::uint32_t>(sidSize), found->identity().uid, {}};
+    const Sid head{static_cast<std::uint32_t>(sidSize), account.uid, {}};
     std::memcpy(buffer, &user, sizeof user);
     std::memcpy(at, &head, offsetof(Sid, name));
-    std::memcpy(at + offsetof(Sid, name), found->name().c_str(), found->name().size() + 1);
+    std::memcpy(at + offsetof(Sid, name), account.name.c_str(), account.name.size() + 1);
     return true;
 }
 

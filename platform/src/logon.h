@@ -10,21 +10,26 @@
 namespace tarnix_platform
 {
 
+struct Account {
+    std::string name;
+    uid_t uid;
+    gid_t gid;
+};
+
 class Token : public Object
 {
 public:
-    Token(std::string name, Identity identity)
-        : m_Name(std::move(name)), m_Identity(std::move(identity))
-    {
-    }
+    explicit Token(Account account) : m_Account(std::move(account)) {}
 
-    const std::string& name() const { return m_Name; }
-    const Identity& identity() const { return m_Identity; }
+    const Account& account() const { return m_Account; }
 
 private:
-    const std::string m_Name;
-    const Identity m_Identity;
+    const Account m_Account;
 };
+
+// Looks up the groups of the account. Only a start needs them: of the two logons of a run, one
+// token starts nothing, and the lookup reads many files.
+Identity identityOf(const Account& account);
 
 // Fails with the error of the thread's last refused logon. Returns false.
 bool failWithLastRefusal();

@@ -163,15 +163,16 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
     if (token == nullptr) {
         return failWithLastRefusal();
     }
-    const auto identity = find<Token>(token);
-    if (!identity) {
+    const auto found = find<Token>(token);
+    if (!found) {
         return false;
     }
     if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
         environment != nullptr || startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return startProcess(&identity->identity(), command, directory, *startup, *information);
+    const Identity identity = identityOf(found->account());
+    return startProcess(&identity, command, directory, *startup, *information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)

@@ -10,19 +10,19 @@
 // writes reports to descriptor 3: one when it begins, and one if a step fails. The start of the
 // command closes that descriptor.
 //
-// It is linked statically and uses nothing of the C++ library, so that it starts fast.
+// It uses neither the C library nor the C++ library: runasstart.cpp says why.
 #include "runas.h"
+
+#include "systemcall.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 
 namespace tarnix_platform
@@ -34,126 +34,146 @@ namespace
 bool report(RunAsStep step, int error = 0)
 {
     const RunAsReport written{step, error};
-    return ::write(kRunAsStatus, &written, sizeof written) == static_cast<ssize_t>(sizeof written);
+    return call(SYS_write, kRunAsStatus, &written, sizeof written) ==
+           static_cast<long>(sizeof written);
 }
 
-[[noreturn]] void reportAndExit(RunAsStep step, int error)
+// Returns the exit status.
+int reportFailure(RunAsStep step, int error)
 {
-    ::_exit(report(step, error) ? 127 : 126);
+    return report(step, error) ? 127 : 126;
 }
 
 std::uint32_t number(const char* text)
 {
-    return static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
+    std::uint32_t value = 0;
+    for (; *text >= '0' && *text <= '9'; ++text) {
+        value = value * 10 + static_cast<std::uint32_t>(*text - '0');
+    }
+    return value;
 }
 
-// A change of the user id leaves the ambient and inheritable capabilities.
-bool dropCapabilities()
+// The next three return 0 or an errno. A change of the user id leaves the ambient and inheritable
+// capabilities.
+int dropCapabilities()
 {
-    ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+    call(SYS_prctl, PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2] = {};
-    if (::syscall(SYS_capget, &header, sets) != 0) {
-        return false;
+    const long error = -call(SYS_capget, &header, sets);
+    if (error != 0) {
+        return static_cast<int>(error);
     }
     sets[0].inheritable = sets[1].inheritable = 0;
-    return ::syscall(SYS_capset, &header, sets) == 0;
+    return static_cast<int>(-call(SYS_capset, &header, sets));
 }
 
 // A change of the user id also leaves the session keyring. Called after it, so that the new keyring
 // belongs to the user. No keyring is left where the system has none (ENOSYS), or a filter of system
 // calls keeps the child from using any (EPERM).
-bool leaveSessionKeyring()
+int leaveSessionKeyring()
 {
     constexpr int joinSessionKeyring = 1;
-    return ::syscall(SYS_keyctl, joinSessionKeyring, nullptr) > 0 || errno == ENOSYS ||
-           errno == EPERM;
+    const long keyring = call(SYS_keyctl, joinSessionKeyring, 0);
+    return keyring > 0 || keyring == -ENOSYS || keyring == -EPERM ? 0 : static_cast<int>(-keyring);
 }
 
-bool becomeUser(uid_t uid, gid_t gid)
+int becomeUser(uid_t uid, gid_t gid)
 {
-    if (!dropCapabilities() || ::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
-        return false;
+    int error = dropCapabilities();
+    if (error == 0) {
+        error = static_cast<int>(-call(SYS_setresgid, gid, gid, gid));
+    }
+    if (error == 0) {
+        error = static_cast<int>(-call(SYS_setresuid, uid, uid, uid));
     }
     uid_t uids[3] = {};
     gid_t gids[3] = {};
-    if (::getresuid(&uids[0], &uids[1], &uids[2]) != 0 ||
-        ::getresgid(&gids[0], &gids[1], &gids[2]) != 0) {
-        return false;
+    if (error == 0 && (call(SYS_getresuid, &uids[0], &uids[1], &uids[2]) != 0 ||
+                       call(SYS_getresgid, &gids[0], &gids[1], &gids[2]) != 0)) {
+        error = EPERM;
     }
-    bool switched = uid == 0 || ::setresuid(0, 0, 0) != 0; // it must not be possible to switch back
+    if (error != 0) {
+        return error;
+    }
+    bool switched =
+        uid == 0 || call(SYS_setresuid, 0, 0, 0) != 0; // it must not be possible to switch back
     for (int i = 0; i < 3; ++i) {
         switched = switched && uids[i] == uid && gids[i] == gid;
     }
-    errno = EPERM;
-    return switched;
+    return switched ? 0 : EPERM;
 }
 
-void unmarkEnvironment()
+void unmarkEnvironment(char** environment)
 {
-    for (char** variable = environ; *variable != nullptr; ++variable) {
+    for (char** variable = environment; *variable != nullptr; ++variable) {
         ++*variable;
     }
 }
 
 // As executeFile in child.cpp: a program that has just been written may still be open for writing
-// in a child that the caller is starting.
-void executeFile(const char* path, char** arguments)
+// in a child that the caller is starting. Returns the errno.
+int executeFile(const char* path, char** arguments, char** environment)
 {
     constexpr long firstPause = 1000000; // nanoseconds
     constexpr long lastPause = 128 * firstPause;
     for (long pause = firstPause; pause <= lastPause; pause *= 2) {
-        ::execve(path, arguments, environ);
-        if (errno != ETXTBSY) {
-            return;
+        const int error = replaceProgram(path, arguments, environment);
+        if (error != ETXTBSY) {
+            return error;
         }
         const timespec interval{0, pause};
-        ::nanosleep(&interval, nullptr);
+        call(SYS_nanosleep, &interval, 0);
     }
-    ::execve(path, arguments, environ);
+    return replaceProgram(path, arguments, environment);
 }
 
-int becomeCommand(int argc, char** argv)
+// Executes the first of the candidates that can be. Returns the errno.
+int executeCandidate(char** candidates, int count, char** command, char** environment)
 {
-    constexpr int fixedArguments = 5;
-    if (::fcntl(kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0 || !report(RunAsStep::begin)) {
-        return 126;
-    }
-    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[4])) : 0;
-    if (candidates < 1 || argc <= fixedArguments + candidates) {
-        reportAndExit(RunAsStep::identity, EINVAL);
-    }
-    if (!becomeUser(number(argv[1]), number(argv[2]))) {
-        reportAndExit(RunAsStep::identity, errno);
-    }
-    if (!leaveSessionKeyring()) {
-        reportAndExit(RunAsStep::keyring, errno);
-    }
-    ::umask(S_IWGRP | S_IWOTH); // a daemon's is often 0: the user's files would be writable for all
-    if (argv[3][0] != '\0' && ::chdir(argv[3]) != 0) {
-        reportAndExit(RunAsStep::directory, errno);
-    }
-    unmarkEnvironment();
-    char** const command = argv + fixedArguments + candidates;
     int error = ENOENT;
-    for (int i = 0; i < candidates; ++i) {
-        const char* path = argv[fixedArguments + i];
-        executeFile(path, command);
-        if (candidates == 1 || !searchGoesOn(errno)) {
-            reportAndExit(RunAsStep::program, errno);
+    for (int i = 0; i < count; ++i) {
+        const int refusal = executeFile(candidates[i], command, environment);
+        if (count == 1 || !searchGoesOn(refusal)) {
+            return refusal;
         }
-        if (errno == EACCES && ::access(path, F_OK) == 0) {
+        if (refusal == EACCES && call(SYS_faccessat, AT_FDCWD, candidates[i], F_OK) == 0) {
             error = EACCES;
         }
     }
-    reportAndExit(RunAsStep::program, error);
+    return error;
 }
 
 } // namespace
 
-} // namespace tarnix_platform
-
-int main(int argc, char** argv)
+int runAs(int argc, char** argv, char** environment)
 {
-    return tarnix_platform::becomeCommand(argc, argv);
+    constexpr int fixedArguments = 5;
+    if (call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0 || !report(RunAsStep::begin)) {
+        return 126;
+    }
+    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[4])) : 0;
+    if (candidates < 1 || argc <= fixedArguments + candidates) {
+        return reportFailure(RunAsStep::identity, EINVAL);
+    }
+    int error = becomeUser(number(argv[1]), number(argv[2]));
+    if (error != 0) {
+        return reportFailure(RunAsStep::identity, error);
+    }
+    error = leaveSessionKeyring();
+    if (error != 0) {
+        return reportFailure(RunAsStep::keyring, error);
+    }
+    // A daemon's is often 0: the user's files would be writable for all.
+    call(SYS_umask, S_IWGRP | S_IWOTH);
+    error = argv[3][0] != '\0' ? static_cast<int>(-call(SYS_chdir, argv[3])) : 0;
+    if (error != 0) {
+        return reportFailure(RunAsStep::directory, error);
+    }
+    unmarkEnvironment(environment);
+    char** const paths = argv + fixedArguments;
+    error = executeCandidate(paths, candidates, paths + candidates, environment);
+    return reportFailure(RunAsStep::program, error);
 }
+
+} // namespace tarnix_platform

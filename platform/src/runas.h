@@ -23,6 +23,9 @@ struct RunAsReport {
     int error;
 };
 
+// What the program does. Returns its exit status; not at all if the command has started.
+int runAs(int argc, char** argv, char** environment);
+
 // As execvp: the search continues after a directory that lacks the program or may not be searched.
 constexpr bool searchGoesOn(int error)
 {
