@@ -218,6 +218,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME*, FILETIME* ticks)
     return true;
 }
 void setRightsFile(const char*) {}
+void setUserStartLimit(DWORD) {}
 void Sleep(DWORD) { works(__func__); }
 
 } // namespace tarnix_platform

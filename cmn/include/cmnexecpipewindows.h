@@ -79,6 +79,15 @@ public:
     /// is 1067), and whenever getExitStatus returns false.
     bool getEndingSignal(int& signal, bool& coreDumped) const;
 
+    /// Sets how many seconds a start as another user may take, for all runners of the process: 1 to
+    /// 4294967; 0 means the default of 10, and more means 4294967. The time begins after the logon
+    /// and ends when the command starts, so a slow file system of the program or of the working
+    /// directory counts. After it the child is killed, and the start fails with code 4 ("timed out
+    /// starting the command as the user").
+    ///
+    /// May be called from any thread. It counts for the starts that begin after it.
+    static void setUserStartLimit(unsigned int seconds);
+
 protected:
     int ExecPipe(std::string command, std::string workingDirectory) override;
     int WaitPid(long seconds) override;

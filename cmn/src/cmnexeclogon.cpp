@@ -22,6 +22,9 @@ constexpr std::uint64_t kLockBudget = 600; // ticks of 100 nanoseconds
 constexpr int kRevocations = 2;            // attempts to revoke an added right
 constexpr char kLocalAccounts[] = ".";
 
+constexpr unsigned int kDefaultStartLimit = 10;      // seconds
+constexpr unsigned int kLongestStartLimit = 4294967; // as many milliseconds as a DWORD can hold
+
 constexpr wchar_t kBatchLogonRight[] = L"SeBatchLogonRight";
 
 std::uint64_t clockTicks()
@@ -71,6 +74,13 @@ void CCmnExecPipeWindows::InitLsaString(const std::wstring& text, LSA_UNICODE_ST
     target.Length = static_cast<std::uint16_t>(bytes);
     target.MaximumLength = static_cast<std::uint16_t>(bytes + sizeof(wchar_t));
     target.Buffer = const_cast<wchar_t*>(text.c_str());
+}
+
+void CCmnExecPipeWindows::setUserStartLimit(unsigned int seconds)
+{
+    const unsigned int limit =
+        seconds == 0 ? kDefaultStartLimit : std::min(seconds, kLongestStartLimit);
+    tarnix_platform::setUserStartLimit(limit * 1000);
 }
 
 HANDLE CCmnExecPipeWindows::Impersonate()

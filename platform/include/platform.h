@@ -330,6 +330,10 @@ DWORD LsaNtStatusToWinError(NTSTATUS status);
 /// Sets the path of the rights file for this process; null or "" restores the default path.
 void setRightsFile(const char* path);
 
+/// Sets how many milliseconds a start as another user may take from the moment that its child runs;
+/// at first 10,000. Any thread may call; it counts for the starts that begin after it.
+void setUserStartLimit(DWORD milliseconds);
+
 /// The wall clock in UTC, to the millisecond; and the same as 100-nanosecond ticks since 1601.
 void GetSystemTime(SYSTEMTIME* time);
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks);

@@ -12,6 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 
@@ -78,6 +79,7 @@ std::vector<std::string> markedEnvironment()
 // From the moment that the child has switched user, that user can stop it. The start must not wait
 // for that without a limit.
 constexpr DWORD kStartTimeout = 10000;
+std::atomic<DWORD> g_startTimeout{kStartTimeout};
 
 // Killed first: the user can stop the child, and waiting for its end would then never return.
 void killAndDiscard(Child& child)
@@ -109,7 +111,8 @@ StartStatus awaitStart(int status, int program, const Child& child, RunAsReport&
 {
     constexpr DWORD interval = 100;
     StartStatus current = StartStatus::notBegun;
-    for (DWORD waited = 0; waited < kStartTimeout; waited += interval) {
+    const Deadline deadline(g_startTimeout.load(std::memory_order_relaxed));
+    while (!deadline.passed()) {
         if (!awaitDescriptor(status, interval)) {
             if (!hasLeftRunAs(child, program)) {
                 continue;
@@ -171,6 +174,11 @@ bool failStart(const ChildPlan& plan, const ChildSide& side)
 }
 
 } // namespace
+
+void setUserStartLimit(DWORD milliseconds)
+{
+    g_startTimeout.store(milliseconds, std::memory_order_relaxed);
+}
 
 bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
 {

@@ -13,6 +13,9 @@ namespace tarnix_platform
 /// Has no effect: the system keeps the accounts' rights itself.
 inline void setRightsFile(const char* /*path*/) {}
 
+/// Has no effect: the system starts the child itself.
+inline void setUserStartLimit(DWORD /*milliseconds*/) {}
+
 /// Always false: no signal ends a process of this system.
 inline bool endingSignal(HANDLE /*process*/, int& /*signal*/, bool& /*coreDumped*/)
 {
