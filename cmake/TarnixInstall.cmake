@@ -20,6 +20,10 @@ install(TARGETS tarnixcmn EXPORT tarnixcmnTargets
 install(EXPORT tarnixcmnTargets NAMESPACE tarnix:: DESTINATION ${package_dir}
         COMPONENT development)
 install(TARGETS catalogcheck RUNTIME COMPONENT tools)
+# A copy of the program that the library has in itself. Not as a target, which the packages strip:
+# the library compares the bytes.
+install(PROGRAMS $<TARGET_FILE:tarnix_runas> RENAME tarnix-runas
+        DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/tarnixcmn-4.4 COMPONENT runtime)
 
 set(TARNIX_ICU_VERSION 67)
 configure_package_config_file(cmake/tarnixcmnConfig.cmake.in tarnixcmnConfig.cmake

@@ -102,35 +102,71 @@ TEST_F(Identity, TheEnvironmentTakesEffectInTheCommandOnly)
     EXPECT_EQ(lines.back(), "/no/such.so");
 }
 
-// A filter of system calls, which the child inherits, fails the named one.
+// Puts the program that switches user where it is installed, in a mount namespace of its own and a
+// file system that covers the first directory of the path that exists.
+bool installProgram(mode_t mode, uid_t owner, const std::string& addition)
+{
+    const std::filesystem::path file = TARNIX_RUNAS_FILE, copy = scratch.path("etc/program");
+    copy_file(TARNIX_BUILT_RUNAS, copy, std::filesystem::copy_options::overwrite_existing);
+    std::ofstream(copy, std::ios::app) << addition;
+    std::filesystem::path top = file.parent_path();
+    while (!exists(top))
+        top = top.parent_path();
+    return top != "/" && unshare(CLONE_NEWNS) == 0 &&
+           mount("none", top.c_str(), "tmpfs", 0, "mode=755") == 0 &&
+           create_directories(file.parent_path()) && copy_file(copy, file) &&
+           chown(file.c_str(), owner, 0) == 0 && chmod(file.c_str(), mode) == 0;
+}
+
+// A filter of system calls, which the child inherits, fails the named ones.
 TEST_F(Identity, FailingSystemCallsOfTheStart)
 {
     const struct {
-        unsigned int call, action;
-        std::wstring text; // empty: the command runs
+        std::vector<unsigned int> calls;
+        unsigned int error; // 0: the call kills
+        std::wstring text;  // empty: the command runs
+        mode_t mode = 0;    // 0: the program is not installed
+        std::string addition = {};
+        uid_t owner = 0;
     } cases[] = {
-        {SYS_setgroups, SECCOMP_RET_ERRNO | EPERM, L"cannot set groups of user"},
-        {SYS_execveat, SECCOMP_RET_ERRNO | EACCES, L"cannot start the program that switches user"},
-        {SYS_arch_prctl, SECCOMP_RET_KILL, L"program that switches user ended at its start"},
-        {SYS_keyctl, SECCOMP_RET_ERRNO | EDQUOT, L"cannot create session keyring of user"},
-        {SYS_keyctl, SECCOMP_RET_ERRNO | ENOSYS, L""},
-        {SYS_keyctl, SECCOMP_RET_ERRNO | EPERM, L""},
+        {{SYS_setgroups}, EPERM, L"cannot set groups of user"},
+        {{SYS_execveat}, EPERM, L""},
+        {{SYS_execveat}, ENOSYS, L""},
+        {{SYS_execveat}, EACCES, L"cannot start the program that switches user (execveat; /"},
+        {{SYS_memfd_create}, EPERM, L"cannot start the program that switches user (memfd_create; "},
+        {{SYS_memfd_create}, EACCES, L"", 0755},
+        {{SYS_memfd_create, SYS_execveat}, EPERM, L"", 0755},
+        {{SYS_memfd_create}, EPERM, L"cannot start", 0775},
+        {{SYS_memfd_create}, EPERM, L"cannot start", 0755, "of another version"},
+        {{SYS_memfd_create}, EPERM, L"cannot start", 0755, "", 61001},
+        {{SYS_close_range}, EPERM, L""},
+        {{SYS_close_range, SYS_getdents64}, EPERM, L"cannot close inherited descriptors"},
+        {{SYS_arch_prctl}, 0, L"program that switches user ended at its start"},
+        {{SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
+        {{SYS_keyctl}, ENOSYS, L""},
+        {{SYS_keyctl}, EPERM, L""},
     };
     for (const auto& test : cases) {
         const pid_t caller = forkChild([&test] {
+            const unsigned int action =
+                test.error == 0 ? SECCOMP_RET_KILL : SECCOMP_RET_ERRNO | test.error;
             sock_filter steps[] = {
                 BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, test.call, 0, 1),
-                BPF_STMT(BPF_RET | BPF_K, test.action),
+                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, test.calls.front(), 1, 0),
+                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, test.calls.back(), 0, 1),
+                BPF_STMT(BPF_RET | BPF_K, action),
                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
             };
             const sock_fprog filter = {std::size(steps), steps};
+            if (test.mode != 0 && !installProgram(test.mode, test.owner, test.addition))
+                return false;
             if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
                 return false;
-            const std::wstring text = as("second", "id").record.getDescription();
-            return test.text.empty() ? text.empty() : text.rfind(test.text, 0) == 0;
+            const Outcome outcome = as("second", "ls /proc/self/fd");
+            return test.text.empty() ? outcome.lines == Lines{"0", "1", "2", "3"}
+                                     : outcome.record.getDescription().rfind(test.text, 0) == 0;
         });
-        EXPECT_EQ(waitForChild(caller), 0) << test.text;
+        EXPECT_EQ(waitForChild(caller), 0) << "case " << &test - cases << ": " << test.text;
     }
 }
 

@@ -10,6 +10,7 @@
 #include "reaping.h"
 #include "runas.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -54,6 +55,51 @@ TARNIX_CHILD_SIDE int failAt(ChildSide& child, ChildStep step)
     return 127;
 }
 
+// The number that the text is, or -1.
+TARNIX_CHILD_SIDE int descriptorIn(const char* text)
+{
+    int number = 0;
+    const char* at = text;
+    for (; *at >= '0' && *at <= '9'; ++at) {
+        number = number * 10 + (*at - '0');
+    }
+    return at != text && *at == '\0' ? number : -1;
+}
+
+// For systems without close_range, and for filters of system calls that do not know it.
+TARNIX_CHILD_SIDE bool closeListed(int first)
+{
+    const auto directory = static_cast<int>(
+        ::syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory < 0) {
+        return false;
+    }
+    alignas(dirent64) char entries[1024];
+    long size = 0;
+    while ((size = ::syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0) {
+        for (long at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
+            const int fd = descriptorIn(entry->d_name);
+            if (fd >= first && fd != directory) {
+                ::syscall(SYS_close, fd);
+            }
+            at += entry->d_reclen;
+        }
+    }
+    return size == 0; // the program's start closes the directory
+}
+
+TARNIX_CHILD_SIDE bool closeFrom(int first)
+{
+    return ::syscall(SYS_close_range, first, ~0U, 0U) == 0 || closeListed(first);
+}
+
+// The descriptors that the program keeps: the standard ones, and those of the program of ours.
+TARNIX_CHILD_SIDE int keptDescriptors(const ChildSide& child)
+{
+    return (child.runAs >= 0 ? kRunAsProgram : STDERR_FILENO) + 1;
+}
+
 TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
     // A child of another user gets a session of its own too: through the caller's terminal it could
@@ -72,15 +118,8 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
             return false;
         }
     }
-    unsigned int first = STDERR_FILENO + 1;
-    if (child.runAs >= 0) {
-        if (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) < 0 ||
-            ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) < 0) {
-            return false;
-        }
-        first = kRunAsProgram + 1;
-    }
-    return ::syscall(SYS_close_range, first, ~0U, 0U) == 0;
+    return child.runAs < 0 || (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) >= 0 &&
+                               ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) >= 0);
 }
 
 // A program that has just been written cannot be started (ETXTBSY) as long as a child that another
@@ -107,6 +146,9 @@ TARNIX_CHILD_SIDE void execute(const ChildSide& child)
     if (child.runAs >= 0) {
         ::syscall(SYS_execveat, kRunAsProgram, "", child.arguments, child.environment,
                   AT_EMPTY_PATH);
+        if (errno == ENOSYS || errno == EPERM) { // a filter of system calls may not know it
+            ::syscall(SYS_execve, kRunAsProgramLink, child.arguments, child.environment);
+        }
         return;
     }
     const bool search = child.candidates[1] != nullptr;
@@ -128,6 +170,9 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     ChildSide& child = *static_cast<ChildSide*>(argument);
     if (!prepare(child)) {
         return failAt(child, ChildStep::prepare);
+    }
+    if (!closeFrom(keptDescriptors(child))) {
+        return failAt(child, ChildStep::closeDescriptors);
     }
     // An account may be in more groups than the arguments of a program can list. Unlike the ids,
     // groups do not let the user read a process, so they may change while memory is shared.

@@ -16,7 +16,7 @@ struct Child {
     UniqueFd pidfd;
 };
 
-enum class ChildStep { create, prepare, setGroups, enterDirectory, execute };
+enum class ChildStep { create, prepare, closeDescriptors, setGroups, enterDirectory, execute };
 
 // The child's input and its result: plain pointers to memory of the caller, because the child must
 // not allocate.

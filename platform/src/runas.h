@@ -10,6 +10,7 @@ namespace tarnix_platform
 // Descriptors of that program.
 constexpr int kRunAsStatus = 3;                 // where it writes its reports
 constexpr int kRunAsProgram = kRunAsStatus + 1; // its own file, until it has started
+constexpr char kRunAsProgramLink[] = "/proc/self/fd/4";
 
 // In front of each variable of its environment, which is that of the command. The variables must
 // not take effect in this program, which starts as root, and no name begins with this character.

@@ -60,6 +60,8 @@ bool failStep(const ChildPlan& plan, ChildStep step, int error)
     switch (step) {
     case ChildStep::create:
         return fail(error, "cannot create process");
+    case ChildStep::closeDescriptors:
+        return fail(error, "cannot close inherited descriptors (close_range; /proc/self/fd)");
     case ChildStep::setGroups:
         return fail(error, "cannot set groups of user");
     case ChildStep::enterDirectory:

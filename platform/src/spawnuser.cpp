@@ -6,15 +6,19 @@
 #include "polling.h"
 #include "runas.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <system_error>
+#include <utility>
 
 namespace tarnix_platform
 {
@@ -34,15 +38,19 @@ asm(".pushsection .rodata\n"
     "tarnix_runas_end:\n"
     ".popsection\n");
 
-// The program is embedded in the library and started from memory: there is no file that could be
-// missing or exchanged.
-bool openRunAs(UniqueFd& program)
+std::size_t programSize()
 {
-    const auto size = static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
+    return static_cast<std::size_t>(tarnix_runas_end - tarnix_runas_begin);
+}
+
+// The program is embedded in the library and started from memory: there is no file that could be
+// missing or exchanged. Returns 0 or an errno.
+int openInMemory(UniqueFd& program)
+{
     // Checked before: a write beyond the limit would end this process by SIGXFSZ.
     rlimit limit{};
-    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
-        return fail(EFBIG, "cannot prepare switch of user");
+    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < programSize()) {
+        return EFBIG;
     }
     // Some systems are configured to create memory files that are not executable without this flag.
     // Older systems do not know the flag.
@@ -51,9 +59,41 @@ bool openRunAs(UniqueFd& program)
     if (!program && errno == EINVAL) {
         program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC));
     }
-    return (program && writeAll(program.get(), tarnix_runas_begin, size) &&
-            moveAbove(program, kRunAsProgram)) ||
-           fail(errno, "cannot prepare switch of user");
+    const bool good = program && writeAll(program.get(), tarnix_runas_begin, programSize()) &&
+                      moveAbove(program, kRunAsProgram);
+    return good ? 0 : errno;
+}
+
+bool isEmbeddedProgram(int file)
+{
+    std::vector<unsigned char> bytes(programSize() + 1);
+    std::size_t size = 0;
+    ssize_t got = 0;
+    while (size < bytes.size() &&
+           (got = readSome(file, bytes.data() + size, bytes.size() - size)) > 0) {
+        size += static_cast<std::size_t>(got);
+    }
+    return size == programSize() && std::equal(tarnix_runas_begin, tarnix_runas_end, bytes.begin());
+}
+
+// The same program as a file, for systems that refuse programs in memory. It starts as root, so
+// nobody else may be able to change it, and it must be that of this version of the library. Returns
+// 0 or an errno.
+int openInstalled(UniqueFd& program)
+{
+    program = openFile(TARNIX_RUNAS_FILE, O_RDONLY | O_NONBLOCK);
+    struct stat info {
+    };
+    if (!program || ::fstat(program.get(), &info) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(info.st_mode) || info.st_uid != 0 || (info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return EPERM;
+    }
+    if (!isEmbeddedProgram(program.get())) {
+        return ENOEXEC;
+    }
+    return moveAbove(program, kRunAsProgram) ? 0 : errno;
 }
 
 std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& identity,
@@ -164,13 +204,44 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
     }
 }
 
-bool failStart(const ChildPlan& plan, const ChildSide& side)
+// Whether the program of ours could not be executed. It gets the command's words and variables: too
+// many are not its failure.
+bool isRunAsRefused(const ChildSide& side)
 {
-    // The program of ours gets the command's words and variables: too many are not its failure.
-    if (side.failedStep == ChildStep::execute && side.error != E2BIG) {
-        return fail(side.error, "cannot start the program that switches user");
+    return side.failedStep == ChildStep::execute && side.error != E2BIG;
+}
+
+bool failRunAs(int error, const char* need, int fileError)
+{
+    return fail(error, std::string("cannot start the program that switches user (") + need +
+                           "; " TARNIX_RUNAS_FILE ": " +
+                           std::generic_category().message(fileError) + ")");
+}
+
+// From memory or, if that is refused, from the installed file.
+bool startRunAs(const ChildPlan& plan, ChildSide& side, UniqueFd& program, Child& child)
+{
+    int error = openInMemory(program);
+    const char* need = "memfd_create";
+    if (error == 0) {
+        side.runAs = program.get();
+        if (startChild(side, child)) {
+            return true;
+        }
+        if (!isRunAsRefused(side)) {
+            return failStep(plan, side.failedStep, side.error);
+        }
+        error = std::exchange(side.error, 0);
+        need = "execveat";
     }
-    return failStep(plan, side.failedStep, side.error);
+    const int fileError = openInstalled(program);
+    if (fileError != 0) {
+        return failRunAs(error, need, fileError);
+    }
+    side.runAs = program.get();
+    return startChild(side, child) ||
+           (isRunAsRefused(side) ? failRunAs(error, need, side.error)
+                                 : failStep(plan, side.failedStep, side.error));
 }
 
 } // namespace
@@ -183,9 +254,6 @@ void setUserStartLimit(DWORD milliseconds)
 bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
 {
     UniqueFd program;
-    if (!openRunAs(program)) {
-        return false;
-    }
     UniqueFd reader;
     UniqueFd writer;
     if (!openPipe(reader, writer) || !moveAbove(writer, kRunAsProgram)) {
@@ -200,12 +268,11 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     side.arguments = arguments.data();
     side.environment = environment.data();
     side.standard = plan.standard;
-    side.runAs = program.get();
     side.status = writer.get();
     side.groups = identity.groups.data();
     side.groupCount = identity.groups.size();
-    if (!startChild(side, child)) {
-        return failStart(plan, side);
+    if (!startRunAs(plan, side, program, child)) {
+        return false;
     }
     writer.reset();
     return awaitCommand(plan, reader.get(), program.get(), child);
