@@ -189,6 +189,16 @@ TEST_F(Faults, EveryCallAndEveryAllocationOfEveryScenario)
     EXPECT_EQ(ECmnExecPipe::keyOf(-1), nullptr);
 }
 
+TEST_F(Faults, NobodyIsLoggedOnForACommandThatCannotStart)
+{
+    script = {};
+    CCmnExecPipeWindows runner;
+    for (const auto& [text, directory] : {std::pair(std::string("a\0b", 3), std::string()),
+                                          std::pair(std::string("a"), std::string("/\0", 2))})
+        EXPECT_EQ(exec(runner, text, 7, directory, user, password).record.getCode(), 4);
+    EXPECT_TRUE(script.calls["LogonUserA"].empty());
+}
+
 TEST_F(Faults, CopiesAreIdleAndOwnNothing)
 {
     script = {{pending}, {late}};

@@ -187,6 +187,8 @@ int CCmnExecPipeWindows::ExecPipe(std::string command, std::string workingDirect
     m_EndingSignal = 0;
     StartHandles handles(*this);
     try {
+        refuseZeroByte(command, command, L"command contains a 0 byte");
+        refuseZeroByte(command, workingDirectory, L"working directory contains a 0 byte");
         const int failed = MakePipes(handles);
         if (failed != ECmnExecPipe::SUCCESS) {
             m_LastError = ECmnExecPipe(command, failed);
@@ -296,8 +298,6 @@ int CCmnExecPipeWindows::CreateChildProcess(std::string& command, HANDLE standar
                                             HANDLE standardOutput, HANDLE standardError,
                                             std::string workingDirectory)
 {
-    refuseZeroByte(command, command, L"command contains a 0 byte");
-    refuseZeroByte(command, workingDirectory, L"working directory contains a 0 byte");
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
