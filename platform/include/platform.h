@@ -320,7 +320,8 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
                              DWORD count);
-/// Removes rights that this process has added; with `allRights` all lines of the account.
+/// Removes rights that LsaAddAccountRights has added with this handle. ENOTSUP: `allRights` is not
+/// 0.
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
                                 LSA_UNICODE_STRING* rights, DWORD count);
 NTSTATUS LsaFreeMemory(void* memory);

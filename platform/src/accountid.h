@@ -4,22 +4,15 @@
 
 #include "platform_types.h"
 
-#include <cstdint>
 #include <string>
 
 namespace tarnix_platform
 {
 
-struct Sid {
-    std::uint32_t size; // of the structure and the whole name
-    std::uint32_t uid;
-    char name[1]; // terminated; longer than declared, in memory that the creator allocates
-};
-
-// Empty for null.
+// The account's name, terminated. Empty for null.
 inline std::string accountOf(PSID sid)
 {
-    return sid == nullptr ? std::string() : static_cast<const Sid*>(sid)->name;
+    return sid == nullptr ? std::string() : static_cast<const char*>(sid);
 }
 
 } // namespace tarnix_platform

@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -234,18 +233,16 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
     if (kind != TokenUser || buffer == nullptr || length == nullptr) {
         return fail(EINVAL);
     }
-    const Account& account = found->account();
-    const std::size_t sidSize = offsetof(Sid, name) + account.name.size() + 1;
+    const std::string& name = found->account().name;
+    const std::size_t sidSize = name.size() + 1;
     *length = static_cast<DWORD>(sizeof(TOKEN_USER) + sidSize);
     if (size < *length) {
         return fail(ERANGE);
     }
     unsigned char* at = static_cast<unsigned char*>(buffer) + sizeof(TOKEN_USER);
     const TOKEN_USER user{{at, 0}};
-    const Sid head{static_cast<std::uint32_t>(sidSize), account.uid, {}};
     std::memcpy(buffer, &user, sizeof user);
-    std::memcpy(at, &head, offsetof(Sid, name));
-    std::memcpy(at + offsetof(Sid, name), account.name.c_str(), account.name.size() + 1);
+    std::memcpy(at, name.c_str(), sidSize);
     return true;
 }
 

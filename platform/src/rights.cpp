@@ -136,9 +136,8 @@ NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRigh
     std::string name;
     std::vector<std::string> names;
     const std::shared_ptr<Policy> found = find<Policy>(policy);
-    return toStatus(
-        checkAccount(found, account, name) && readRights(rights, count, names) &&
-        (allRights != 0 ? removeAllRights(name) : removeRights(name, names, found->added)));
+    return toStatus(checkAccount(found, account, name) && readRights(rights, count, names) &&
+                    (allRights != 0 ? fail(ENOTSUP) : removeRights(name, names, found->added)));
 }
 
 NTSTATUS LsaFreeMemory(void* memory)

@@ -510,18 +510,4 @@ bool removeRights(const std::string& account, const std::vector<std::string>& na
     return true;
 }
 
-bool removeAllRights(const std::string& account)
-{
-    const std::string path = currentPath();
-    ChangeLock lock;
-    Lines lines;
-    bool hadLeftovers = false;
-    if (!beginChange(path, lock) || !readForChange(path, lines, hadLeftovers)) {
-        return false;
-    }
-    const bool changed = removeLines(
-        lines, [&](const std::string& line) { return startsWith(line, account + " "); });
-    return (!changed && !hadLeftovers) || replaceFile(path, lines);
-}
-
 } // namespace tarnix_platform

@@ -50,8 +50,6 @@ bool addRights(const std::string& account, const std::vector<std::string>& names
 // rights until this process ends.
 bool removeRights(const std::string& account, const std::vector<std::string>& names,
                   AddedRights& rights);
-// Removes lines written by hand too.
-bool removeAllRights(const std::string& account);
 
 } // namespace tarnix_platform
 
