@@ -11,10 +11,13 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace tarnix_platform
@@ -57,7 +60,7 @@ int answer(int count, const pam_message** questions, pam_response** answers, voi
         if (style == PAM_PROMPT_ECHO_OFF) {
             replies[i].resp = ::strdup(static_cast<const char*>(password));
             result = replies[i].resp != nullptr ? PAM_SUCCESS : PAM_BUF_ERR;
-        } else if (style == PAM_PROMPT_ECHO_ON) {
+        } else if (style != PAM_TEXT_INFO && style != PAM_ERROR_MSG) {
             result = PAM_CONV_ERR; // only a person could answer
         }
     }
@@ -153,7 +156,8 @@ bool findAccount(const std::string& user, Account& account)
         buffer.resize(buffer.size() * 2);
     }
     if (found == nullptr) {
-        return refuse(error == 0 ? EACCES : error, user, "no such account");
+        return error == 0 ? refuse(EACCES, user, "no such account")
+                          : refuse(error, user, "cannot look up account");
     }
     account = {user, entry.pw_uid, entry.pw_gid};
     return true;
