@@ -4,13 +4,22 @@
 #include "retry.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
+
+#include <cerrno>
 
 namespace tarnix_platform
 {
 
 UniqueFd openFile(const char* path, int flags, mode_t mode)
 {
-    return UniqueFd(retryInterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
+    return openFileAt(AT_FDCWD, path, flags, mode);
+}
+
+UniqueFd openFileAt(int directory, const char* path, int flags, mode_t mode)
+{
+    return UniqueFd(
+        retryInterrupted([&] { return ::openat(directory, path, flags | O_CLOEXEC, mode); }));
 }
 
 ssize_t readSome(int fd, void* buffer, std::size_t size)
@@ -28,6 +37,16 @@ bool writeAll(int fd, const void* bytes, std::size_t size)
         }
         at += written;
         size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool isWithinFileSizeLimit(std::size_t size)
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
+        errno = EFBIG;
+        return false;
     }
     return true;
 }

@@ -15,12 +15,17 @@ namespace tarnix_platform
 
 // Empty if the file cannot be opened.
 UniqueFd openFile(const char* path, int flags, mode_t mode = 0);
+UniqueFd openFileAt(int directory, const char* path, int flags, mode_t mode = 0);
 
 // The number of bytes read, 0 at the end of the file; -1 on failure.
 ssize_t readSome(int fd, void* buffer, std::size_t size);
 
 // Makes one system call, unless that is interrupted or the disk is full.
 bool writeAll(int fd, const void* bytes, std::size_t size);
+
+// Whether a file of this size may be written. Checked before: a write beyond the limit ends the
+// process by SIGXFSZ.
+bool isWithinFileSizeLimit(std::size_t size);
 
 // Duplicates the descriptor to one above that number and closes it, unless it is above already. On
 // failure it is unchanged.

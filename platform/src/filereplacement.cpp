@@ -3,12 +3,11 @@
 
 #include "descriptors.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <utility>
 
 namespace tarnix_platform
 {
@@ -16,14 +15,15 @@ namespace tarnix_platform
 FileReplacement::~FileReplacement()
 {
     if (m_File) {
-        ::unlink(m_Path.c_str());
+        ::unlinkat(m_Directory, m_Path.c_str(), 0);
     }
 }
 
-bool FileReplacement::create(std::string path, mode_t mode)
+bool FileReplacement::create(std::string path, mode_t mode, int directory)
 {
     m_Path = std::move(path);
-    m_File = openFile(m_Path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+    m_Directory = directory;
+    m_File = openFileAt(m_Directory, m_Path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
     return static_cast<bool>(m_File);
 }
 
@@ -36,7 +36,7 @@ bool FileReplacement::setMode(mode_t mode)
 
 bool FileReplacement::commit(const std::string& target)
 {
-    if (std::rename(m_Path.c_str(), target.c_str()) != 0) {
+    if (::renameat(m_Directory, m_Path.c_str(), m_Directory, target.c_str()) != 0) {
         return false;
     }
     m_File.reset();
@@ -48,9 +48,10 @@ bool FileReplacement::commitToDisk(const std::string& target)
     if (::fsync(fd()) != 0 || !commit(target)) {
         return false;
     }
-    const std::string directory = target.substr(0, target.find_last_of('/') + 1) + ".";
-    if (const UniqueFd opened = openFile(directory.c_str(), O_RDONLY | O_DIRECTORY)) {
-        ::fsync(opened.get());
+    const std::string name = target.substr(0, target.find_last_of('/') + 1) + ".";
+    const UniqueFd directory = openFileAt(m_Directory, name.c_str(), O_RDONLY | O_DIRECTORY);
+    if (directory) {
+        ::fsync(directory.get());
     }
     return true;
 }

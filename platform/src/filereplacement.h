@@ -4,6 +4,7 @@
 
 #include "uniquefd.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <string>
@@ -24,8 +25,9 @@ public:
 
     // Creates the file for reading and writing; its path must be in the directory of the file that
     // it replaces. Fails with EEXIST if the path exists, so that the file is never one of somebody
-    // else, nor a link that somebody has put there.
-    bool create(std::string path, mode_t mode);
+    // else, nor a link that somebody has put there. Relative paths, also the target's, start at
+    // `directory`, a descriptor that stays open until the file has replaced the other.
+    bool create(std::string path, mode_t mode, int directory = AT_FDCWD);
 
     explicit operator bool() const { return static_cast<bool>(m_File); }
     int fd() const { return m_File.get(); }
@@ -44,6 +46,7 @@ public:
 
 private:
     std::string m_Path;
+    int m_Directory = AT_FDCWD;
     UniqueFd m_File; // empty: not created, or already renamed
 };
 
