@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -114,7 +115,7 @@ bool readOptions(int argc, char** argv, Options& options)
         } else if (name == "--password-file") {
             options.passwordFile = value;
         } else if (name == "--rights") {
-            setRightsFile(value);
+            setRightsFile(std::filesystem::absolute(value).c_str());
         } else if (name == "--lang") {
             options.language = value;
         } else if (name == "--registry") {

@@ -11,9 +11,14 @@
 #include <sys/file.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 
+#include <algorithm>
 #include <climits>
+#include <csignal>
 #include <optional>
+#include <thread>
 
 using namespace tarnix_platform;
 
@@ -106,12 +111,163 @@ TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
         EXPECT_EQ(addRights("second", {"SeOther"}, added), test.trusted);
         EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
     }
-    const int held = open(scratch.path("rights.lock").c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(flock(held, LOCK_EX), 0);
     EXPECT_EQ(chown(scratch.path("rights").c_str(), geteuid(), getegid()), 0);
+    std::filesystem::create_symlink("rights", scratch.path("link"));
+    const struct {
+        std::string path;
+        DWORD error;
+    } refused[] = {
+        {scratch.path("link"), ELOOP},
+        {std::filesystem::relative(scratch.path("rights")), EINVAL},
+    };
+    for (const auto& test : refused) {
+        SCOPED_TRACE(test.path);
+        setRightsFile(test.path.c_str());
+        AddedRights added;
+        expectFailure(holdsRight("holder", "SeBatchLogonRight"), test.error);
+        expectFailure(addRights("second", {"SeOther"}, added), test.error);
+    }
+    setRightsFile(nullptr);
+}
+
+// Whoever can open the lock file can hold the lock.
+TEST_F(Platform, TheLockOfRightsIsTheOwnersAlone)
+{
+    const ScratchDirectory scratch;
+    const std::string lock = scratch.path("rights.lock");
+    scratch.write("rights.lock", "");
+    chmod(lock.c_str(), 0644);
+    setRightsFile(scratch.path("rights").c_str());
+    {
+        AddedRights added;
+        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+        EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    }
+    const int held = open(lock.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(flock(held, LOCK_EX), 0);
     AddedRights added;
     expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
     close(held);
+    if (chown(lock.c_str(), 61001, getegid()) == 0)
+        expectFailure(addRights("second", {"SeOther"}, added), EPERM);
+    setRightsFile(nullptr);
+}
+
+// A process adds a right, and removes it when the file is somewhere else, or cannot be written.
+TEST_F(Platform, AddedRightsAreRemovedWhereverTheFileIs)
+{
+    const ScratchDirectory scratch;
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const rlimit small = {10, former.rlim_max};
+    const auto move = [&](const char* from, const char* to) {
+        std::filesystem::rename(scratch.path(from), scratch.path(to));
+    };
+    const struct {
+        const char* name;
+        std::function<void()> trouble;
+        bool isRemoved;
+        const char* file;
+    } cases[] = {
+        {"directory moved", [&] { move("d", "e"); }, true, "e/rights"},
+        {"file moved", [&] { move("d/rights", "d/old"); }, true, "d/old"},
+        {"other file", [&] { setRightsFile(scratch.path("other").c_str()); }, true, "d/rights"},
+        {"limit of the file size", [&] { setrlimit(RLIMIT_FSIZE, &small); }, false, "d/rights"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        scratch.makeDirectory("d");
+        scratch.write("d/rights", "holder SeBatchLogonRight\n");
+        setRightsFile(scratch.path("d/rights").c_str());
+        AddedRights added;
+        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+        test.trouble();
+        SetLastError(0);
+        const bool isRemoved = removeRights("second", {"SeOther"}, added);
+        setrlimit(RLIMIT_FSIZE, &former); // a failure is written to a file
+        EXPECT_EQ(isRemoved, test.isRemoved);
+        EXPECT_EQ(GetLastError(), test.isRemoved ? 0U : static_cast<DWORD>(EFBIG));
+        setRightsFile(scratch.path(test.file).c_str());
+        EXPECT_EQ(holdsRight("second", "SeOther"), !test.isRemoved);
+        EXPECT_TRUE(removeRights("second", {"SeOther"}, added)); // the second attempt
+        expectFailure(holdsRight("second", "SeOther"), EACCES);
+    }
+    setRightsFile(nullptr);
+}
+
+// The rights of lines that processes have added end with the process, and with the program that it
+// runs.
+TEST_F(Platform, MarksOfRights)
+{
+    const ScratchDirectory scratch;
+    setRightsFile(scratch.path("rights").c_str());
+    // A child that adds a right and then does something else.
+    const auto addedBy = [&](void (*then)()) {
+        std::filesystem::remove(scratch.path("rights"));
+        const pid_t child = forkChild([then] {
+            AddedRights added;
+            const bool good = addRights("second", {"SeOther"}, added);
+            then();
+            return good;
+        });
+        while (scratch.read("rights").empty())
+            Sleep(0);
+        return child;
+    };
+    // A line with only some of its fields, one of which is another.
+    const auto edited = [](const std::string& line, std::size_t fields, std::size_t changed) {
+        std::istringstream from(line);
+        std::string text, field;
+        for (std::size_t i = 0; i < fields && from >> field; ++i) {
+            if (i == changed)
+                field.back() = field.back() == '0' ? '1' : '0';
+            text += (i == 0 ? "" : " ") + field;
+        }
+        return text;
+    };
+    const auto holds = [&](const std::string& line) {
+        scratch.write("rights", line + '\n');
+        return holdsRight("second", "SeOther");
+    };
+    AddedRights added;
+    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+    const std::string own = scratch.read("rights");
+    constexpr std::size_t start = 4, image = 5, boot = 6, all = 7, none = all;
+    const struct {
+        const char* name;
+        std::size_t fields, changed;
+        bool own, other; // whether a line of this process grants, and one of another process
+    } cases[] = {
+        {"unchanged", all, none, true, true},     {"other start", all, start, false, false},
+        {"other image", all, image, false, true}, {"other boot", all, boot, false, false},
+        {"older form", image, none, false, true}, {"cut", boot, none, false, false},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        EXPECT_EQ(holds(edited(own, test.fields, test.changed)), test.own);
+        const pid_t child = addedBy([] { pause(); });
+        const std::string line = edited(scratch.read("rights"), test.fields, test.changed);
+        EXPECT_EQ(holds(line), test.other);
+        kill(child, SIGKILL);
+        waitid(P_PID, static_cast<id_t>(child), nullptr, WEXITED | WNOWAIT);
+        EXPECT_FALSE(holds(line)); // it is a zombie
+        waitForChild(child);
+    }
+    // It goes on after its first thread has ended.
+    const pid_t child = addedBy([] {
+        std::thread([] { pause(); }).detach();
+        syscall(SYS_exit, 0);
+    });
+    const auto isZombie = [&] {
+        std::ifstream file("/proc/" + std::to_string(child) + "/stat");
+        return std::string(std::istreambuf_iterator<char>(file), {}).find(") Z ") !=
+               std::string::npos;
+    };
+    while (!isZombie())
+        Sleep(0);
+    EXPECT_TRUE(holdsRight("second", "SeOther"));
+    kill(child, SIGKILL);
+    waitForChild(child);
     setRightsFile(nullptr);
 }
 

@@ -308,10 +308,10 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
 
 /// The rights of accounts are kept in a text file, one line "account right" for each. Lines of
 /// another form are kept unchanged. A change holds a file lock and replaces the whole file, so
-/// neither a crash nor a full disk loses a line, and several processes may change it at once; a
-/// symbolic link at its path is replaced by a file. An added right is a line that is marked with
-/// this process, and grants the right as long as the process runs. All return a status, which
-/// LsaNtStatusToWinError turns into 0 or an error. EPERM: others could have written the file.
+/// neither a crash nor a full disk loses a line, and several processes may change it at once. An
+/// added right is a line that is marked with this process, and grants the right as long as the
+/// process runs. All return a status, which LsaNtStatusToWinError turns into 0 or an error. EPERM:
+/// others could have written the file. ELOOP: it is a symbolic link. EINVAL: its path is relative.
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* attributes,
                        DWORD access, LSA_HANDLE* policy);
 /// The rights of lines without a mark, and those that this process has added. ENOENT: the account
@@ -320,15 +320,16 @@ NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_
                                    DWORD* count);
 NTSTATUS LsaAddAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING* rights,
                              DWORD count);
-/// Removes rights that LsaAddAccountRights has added with this handle. ENOTSUP: `allRights` is not
-/// 0.
+/// Removes rights that LsaAddAccountRights has added with this handle, from the file that it has
+/// added them to. ENOTSUP: `allRights` is not 0.
 NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN allRights,
                                 LSA_UNICODE_STRING* rights, DWORD count);
 NTSTATUS LsaFreeMemory(void* memory);
 NTSTATUS LsaClose(LSA_HANDLE policy);
 DWORD LsaNtStatusToWinError(NTSTATUS status);
 
-/// Sets the path of the rights file for this process; null or "" restores the default path.
+/// Sets the absolute path of the rights file for this process; null or "" restores the default
+/// path.
 void setRightsFile(const char* path);
 
 /// Sets how many milliseconds a start as another user may take from the moment that its child runs;

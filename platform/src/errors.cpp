@@ -77,6 +77,11 @@ bool fail(int error, const std::string& about)
     return false;
 }
 
+const char* lastErrorAbout()
+{
+    return t_lastError.about;
+}
+
 DWORD GetLastError()
 {
     return t_lastError.code;

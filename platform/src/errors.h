@@ -15,6 +15,9 @@ bool fail(int error);
 bool fail(int error, const std::string& about);
 bool fail(DWORD error);
 
+// What was attempted when the thread's last error was set; may be empty. Valid until the next one.
+const char* lastErrorAbout();
+
 } // namespace tarnix_platform
 
 #endif

@@ -181,7 +181,7 @@ bool logOn(const std::string& user, const char* password, DWORD type, Account& a
         return false;
     }
     if (type == LOGON32_LOGON_BATCH && !holdsRight(user, "SeBatchLogonRight")) {
-        return refuse(EACCES, user, "account lacks SeBatchLogonRight");
+        return refuse(static_cast<int>(GetLastError()), user, lastErrorAbout());
     }
     return true;
 }

@@ -3,23 +3,18 @@
 
 #include "descriptors.h"
 #include "errors.h"
+#include "filelock.h"
 #include "filereplacement.h"
 #include "pathsetting.h"
+#include "rightsline.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <chrono>
 #include <climits>
-#include <cstdint>
-#include <functional>
 #include <string_view>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 namespace tarnix_platform
@@ -30,53 +25,58 @@ namespace
 
 PathSetting g_pathSetting;
 
-std::string currentPath()
-{
-    return g_pathSetting.pathOr(TARNIX_RIGHTS_FILE);
-}
-
 using Lines = std::vector<std::string>;
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-constexpr std::chrono::seconds kLockTimeout{10};
-constexpr std::chrono::milliseconds kLockInterval{1};
 
 std::string quoted(const std::string& path)
 {
     return "'" + path + "'";
 }
 
-std::string directoryOf(const std::string& path)
+bool hasTrustedOwner(const struct stat& info)
 {
-    return path.substr(0, path.find_last_of('/') + 1) + ".";
+    return info.st_uid == 0 || info.st_uid == ::geteuid();
 }
 
 // Whoever may write the file could grant rights, and whoever may write its directory could put
 // another file there. A sticky directory is refused too: it lets anybody create the missing file.
-bool isTrusted(int fd, const std::string& path)
+// Returns null, or the reason.
+const char* distrust(const struct stat& info)
+{
+    if (!hasTrustedOwner(info)) {
+        return "cannot trust rights of another owner, in ";
+    }
+    return (info.st_mode & (S_IWGRP | S_IWOTH)) == 0
+               ? nullptr
+               : "cannot trust rights that group or others may write, in ";
+}
+
+bool isTrusted(const UniqueFd& fd, const std::string& path)
 {
     struct stat info {
     };
-    if (::fstat(fd, &info) != 0) {
+    if (::fstat(fd.get(), &info) != 0) {
         return fail(errno, "cannot check " + quoted(path));
     }
-    if (info.st_uid != 0 && info.st_uid != ::geteuid()) {
-        return fail(EPERM, "cannot trust rights of another owner, in " + quoted(path));
-    }
-    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return fail(EPERM,
-                    "cannot trust rights that group or others may write, in " + quoted(path));
-    }
-    return true;
+    const char* reason = distrust(info);
+    return reason == nullptr || fail(EPERM, reason + quoted(path));
 }
 
-bool isTrustedDirectory(const std::string& path)
+// The place that is set now. A missing directory is no failure.
+bool openPlace(RightsPlace& place)
 {
-    const UniqueFd directory = openFile(path.c_str(), O_PATH | O_DIRECTORY);
-    if (!directory) {
-        return errno == ENOENT || fail(errno, "cannot open directory " + quoted(path));
+    place.path = g_pathSetting.pathOr(TARNIX_RIGHTS_FILE);
+    if (place.path.front() != '/') {
+        return fail(EINVAL, "cannot use relative path of rights " + quoted(place.path));
     }
-    return isTrusted(directory.get(), path);
+    if (place.path.size() >= PATH_MAX) {
+        return fail(ENAMETOOLONG, "cannot open rights");
+    }
+    const std::string directory = place.directoryPath();
+    place.directory = openFile(directory.c_str(), O_PATH | O_DIRECTORY);
+    return (place.directory && moveAboveStandard(place.directory)) || errno == ENOENT ||
+           fail(errno, "cannot open directory " + quoted(directory));
 }
 
 bool readText(int fd, std::string& text)
@@ -90,22 +90,27 @@ bool readText(int fd, std::string& text)
 }
 
 // A missing file has no lines. It is opened without waiting: at its path may be a named pipe.
-bool readLines(const std::string& path, Lines& lines)
+bool readLines(const RightsPlace& place, Lines& lines)
 {
     lines.clear();
-    if (!isTrustedDirectory(directoryOf(path))) {
+    if (!place.directory) {
+        return true;
+    }
+    if (!isTrusted(place.directory, place.directoryPath())) {
         return false;
     }
-    const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
+    const UniqueFd file = place.open(O_RDONLY | O_NONBLOCK);
     if (!file) {
-        return errno == ENOENT || fail(errno, "cannot read " + quoted(path));
+        return errno == ENOENT ||
+               fail(errno, (errno == ELOOP ? "cannot trust symbolic link " : "cannot read ") +
+                               quoted(place.path));
     }
-    if (!isTrusted(file.get(), path)) {
+    if (!isTrusted(file, place.path)) {
         return false;
     }
     std::string text;
     if (!readText(file.get(), text)) {
-        return fail(errno, "cannot read " + quoted(path));
+        return fail(errno, "cannot read " + quoted(place.path));
     }
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
@@ -115,105 +120,13 @@ bool readLines(const std::string& path, Lines& lines)
     return true;
 }
 
-// A process. Its number alone is used again after its end.
-struct Owner {
-    std::uint64_t pid = 0;
-    std::uint64_t startTime = 0;
-
-    bool operator==(const Owner& other) const
-    {
-        return pid == other.pid && startTime == other.startTime;
-    }
-};
-
-constexpr std::string_view kMark = " #added ";
-constexpr char kOwnStatus[] = "/proc/self/stat";
-
-bool readNumber(std::string_view& text, std::uint64_t& number)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-    return error == std::errc();
-}
-
-// The owner in the text "PID START" of a line.
-bool parseOwner(std::string_view text, Owner& owner)
-{
-    if (!readNumber(text, owner.pid) || text.empty() || text.front() != ' ') {
-        return false;
-    }
-    text.remove_prefix(1);
-    return readNumber(text, owner.startTime) && text.empty();
-}
-
-// A line of the file: whole, what it grants ("account right"), and, if a process has added it, who.
-struct Grant {
-    explicit Grant(std::string_view line) : text(line)
-    {
-        const std::size_t mark = line.rfind(kMark);
-        isAdded =
-            mark != std::string_view::npos && parseOwner(line.substr(mark + kMark.size()), owner);
-        if (isAdded) {
-            text = line.substr(0, mark);
-        }
-    }
-
-    std::string_view text;
-    bool isAdded = false;
-    Owner owner;
-};
-
-// Reads the status file of a process. Returns 0 or an errno.
-int readOwner(const std::string& path, Owner& owner)
-{
-    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
-    char status[1024]; // the fields that count are within the first 500 bytes
-    const ssize_t got = file ? readSome(file.get(), status, sizeof status) : -1;
-    if (got < 0) {
-        return errno;
-    }
-    std::string_view text(status, static_cast<std::size_t>(got));
-    const bool good = readNumber(text, owner.pid);
-    // The name of the program comes second, in parentheses, and may hold any character.
-    text.remove_prefix(std::min(text.rfind(')'), text.size()));
-    constexpr int fieldsBeforeStart = 20;
-    for (int i = 0; i < fieldsBeforeStart; ++i) {
-        text.remove_prefix(std::min(text.find(' '), text.size()));
-        text.remove_prefix(std::min<std::size_t>(1, text.size()));
-    }
-    return good && readNumber(text, owner.startTime) ? 0 : EINVAL;
-}
-
-bool readThisProcess(Owner& owner)
-{
-    const int error = readOwner(kOwnStatus, owner);
-    return error == 0 || fail(error, std::string("cannot read '") + kOwnStatus + "'");
-}
-
-// When in doubt, as without a /proc, the owner counts as running.
-bool isGone(const Owner& owner)
-{
-    Owner now;
-    const int error = readOwner("/proc/" + std::to_string(owner.pid) + "/stat", now);
-    if (error == ENOENT || error == ESRCH) {
-        return ::access(kOwnStatus, F_OK) == 0;
-    }
-    return error == 0 && !(now == owner);
-}
-
-bool isLeftover(const std::string& line)
-{
-    const Grant grant(line);
-    return grant.isAdded && isGone(grant.owner);
-}
-
 // The new file gets the owner and the mode of the old one. False if one of them cannot be set:
 // they decide who may grant rights, so the old file then stays.
-bool copyAccess(const std::string& path, FileReplacement& file)
+bool copyAccess(const RightsPlace& place, FileReplacement& file)
 {
     struct stat old {
     };
-    return ::stat(path.c_str(), &old) != 0 ||
+    return ::fstatat(place.directory.get(), place.name(), &old, AT_SYMLINK_NOFOLLOW) != 0 ||
            (::fchown(file.fd(), old.st_uid, old.st_gid) == 0 && file.setMode(old.st_mode & 07777));
 }
 
@@ -223,121 +136,64 @@ UniqueFd duplicate(int fd)
     return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-// The current path of the open file; other text if it has none any more. Needs no permission.
-std::string pathOf(const UniqueFd& file)
-{
-    char path[PATH_MAX];
-    const std::string link = "/proc/self/fd/" + std::to_string(file.get());
-    const ssize_t size = ::readlink(link.c_str(), path, sizeof path);
-    return std::string(path, size > 0 ? static_cast<std::size_t>(size) : 0);
-}
-
 // `copy` receives a descriptor of the new file, if it is not null.
-bool replaceFile(const std::string& path, const Lines& lines, UniqueFd* copy = nullptr)
+bool replaceFile(const RightsPlace& place, const Lines& lines, UniqueFd* copy = nullptr)
 {
     std::string text;
     for (const std::string& line : lines) {
         text.append(line).push_back('\n');
     }
-    const std::string temporary = path + ".new";
+    const std::string temporary = std::string(place.name()) + ".new";
     // A change that was interrupted may have left one. It is not reused: somebody could hold it
     // open.
-    ::unlink(temporary.c_str());
+    ::unlinkat(place.directory.get(), temporary.c_str(), 0);
     FileReplacement file;
-    if (!file.create(temporary, kOwnerOnly)) {
-        return fail(errno, "cannot create " + quoted(temporary));
+    if (!isWithinFileSizeLimit(text.size()) ||
+        !file.create(temporary, kOwnerOnly, place.directory.get())) {
+        return fail(errno, "cannot create " + quoted(place.path + ".new"));
     }
     if (copy != nullptr) {
         *copy = duplicate(file.fd());
         if (!*copy) {
-            return fail(errno, "cannot keep open " + quoted(temporary));
+            return fail(errno, "cannot keep open " + quoted(place.path + ".new"));
         }
     }
-    const bool good = copyAccess(path, file) && writeAll(file.fd(), text.data(), text.size()) &&
-                      file.commitToDisk(path);
-    return good || fail(errno, "cannot replace " + quoted(path));
+    const bool good = copyAccess(place, file) && writeAll(file.fd(), text.data(), text.size()) &&
+                      file.commitToDisk(place.name());
+    return good || fail(errno, "cannot replace " + quoted(place.path));
 }
 
-// The exclusive lock for a change. It is held on a separate file, because each change replaces the
-// rights file itself.
-class ChangeLock
+// Changes are locked on a separate file, because each of them replaces the rights file itself. Who
+// can open the lock file can lock it, and stop every change.
+bool openLock(const RightsPlace& place, UniqueFd& lock)
 {
-public:
-    ChangeLock() = default;
-    // Closing does not release the lock if a process that was forked meanwhile has the file open
-    // too.
-    ~ChangeLock()
-    {
-        if (m_Fd >= 0) {
-            ::flock(m_Fd, LOCK_UN);
-        }
+    const std::string name = std::string(place.name()) + ".lock";
+    lock =
+        openFileAt(place.directory.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
+    struct stat info {
+    };
+    if (!lock || !moveAboveStandard(lock) || ::fstat(lock.get(), &info) != 0) {
+        return fail(errno, "cannot open lock file " + quoted(place.path + ".lock"));
     }
-    ChangeLock(const ChangeLock&) = delete;
-    ChangeLock& operator=(const ChangeLock&) = delete;
-
-    // `held` is a descriptor of the lock file, or -1. It saves opening the file, unless the file
-    // has been deleted since: then other processes lock a new one.
-    bool acquire(const std::string& path, int held = -1)
-    {
-        struct stat info {
-        };
-        if (held >= 0 && ::fstat(held, &info) == 0 && info.st_nlink > 0) {
-            m_Fd = held;
-        } else {
-            m_File = openFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kOwnerOnly);
-            m_Fd = m_File.get();
-        }
-        return m_Fd >= 0 ? wait(path) : fail(errno, "cannot open lock file " + quoted(path));
+    if (!hasTrustedOwner(info)) {
+        return fail(EPERM,
+                    "cannot trust lock file of another owner, " + quoted(place.path + ".lock"));
     }
-
-    int fd() const { return m_Fd; }
-
-private:
-    // Polls, because a wait of the system has no timeout. A process that is stopped while it holds
-    // the lock would otherwise stop every other one.
-    bool wait(const std::string& path)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
-        while (::flock(m_Fd, LOCK_EX | LOCK_NB) != 0) {
-            if (errno != EWOULDBLOCK && errno != EINTR) {
-                return fail(errno, "cannot lock " + quoted(path));
-            }
-            if (std::chrono::steady_clock::now() >= deadline) {
-                return fail(ETIMEDOUT, "timed out locking " + quoted(path));
-            }
-            std::this_thread::sleep_for(kLockInterval);
-        }
-        return true;
-    }
-
-    UniqueFd m_File;
-    int m_Fd = -1;
-};
-
-bool removeLines(Lines& lines, const std::function<bool(const std::string&)>& matches)
-{
-    const auto end = std::remove_if(lines.begin(), lines.end(), matches);
-    const bool changed = end != lines.end();
-    lines.erase(end, lines.end());
-    return changed;
+    return (info.st_mode & 07777) == kOwnerOnly || ::fchmod(lock.get(), kOwnerOnly) == 0 ||
+           fail(errno, "cannot set mode of lock file " + quoted(place.path + ".lock"));
 }
 
-// Reads the lines for a change, which also removes what processes that have ended have left.
+// Reads the lines for a change, which also removes what processes that run no longer have left.
 // `hadLeftovers` is whether there was any.
-bool readForChange(const std::string& path, Lines& lines, bool& hadLeftovers)
+bool readForChange(const RightsPlace& place, Lines& lines, bool& hadLeftovers)
 {
-    if (!readLines(path, lines)) {
+    if (!readLines(place, lines)) {
         return false;
     }
-    hadLeftovers = removeLines(lines, isLeftover);
+    const auto end = std::remove_if(lines.begin(), lines.end(), isLeftover);
+    hadLeftovers = end != lines.end();
+    lines.erase(end, lines.end());
     return true;
-}
-
-// Nothing is created in a directory that is refused.
-bool beginChange(const std::string& path, ChangeLock& lock)
-{
-    ::mkdir(path.substr(0, path.find_last_of('/') + 1).c_str(), S_IRWXU);
-    return isTrustedDirectory(directoryOf(path)) && lock.acquire(path + ".lock");
 }
 
 std::string lineOf(const std::string& account, const std::string& right)
@@ -345,32 +201,73 @@ std::string lineOf(const std::string& account, const std::string& right)
     return account + " " + right;
 }
 
-bool startsWith(std::string_view line, std::string_view start)
+// Opens what a change needs, and what the removal of added rights will need.
+bool prepare(AddedRights& added)
 {
-    return line.substr(0, start.size()) == start;
+    if (!markThisProcess(added.mark) || !openPlace(added.place)) {
+        return false;
+    }
+    const std::string directory = added.place.directoryPath();
+    if (!added.place.directory) {
+        if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+            return fail(errno, "cannot create directory " + quoted(directory));
+        }
+        if (!openPlace(added.place)) {
+            return false;
+        }
+    }
+    // Nothing is created in a directory that is refused.
+    if (!isTrusted(added.place.directory, directory) || !openLock(added.place, added.lock)) {
+        return false;
+    }
+    added.spare = duplicate(added.lock.get());
+    added.process = ::getpid();
+    return added.spare || fail(errno, "cannot keep open the lock of " + quoted(added.place.path));
 }
 
-std::string markOf(const Owner& owner)
+bool addLines(const Lines& added, AddedRights& rights)
 {
-    return std::string(kMark).append(std::to_string(owner.pid) + " " +
-                                     std::to_string(owner.startTime));
+    FileLock lock;
+    Lines lines;
+    bool hadLeftovers = false;
+    if (!lock.acquire(rights.lock.get(), rights.place.path + ".lock") ||
+        !readForChange(rights.place, lines, hadLeftovers)) {
+        return false;
+    }
+    lines.insert(lines.end(), added.begin(), added.end());
+    return replaceFile(rights.place, lines, &rights.file);
 }
 
-bool removeByReplacing(const std::vector<std::string>& added, const std::string& path)
+// Whether the open file still has a name. Its status is stored in `info`.
+bool isLinked(const UniqueFd& file, struct stat& info)
+{
+    return ::fstat(file.get(), &info) == 0 && info.st_nlink > 0;
+}
+
+// True only if the lines are in no file any more.
+bool removeByReplacing(const Lines& added, const AddedRights& rights)
 {
     Lines lines;
     bool changed = false;
-    if (!readForChange(path, lines, changed)) {
+    if (!readForChange(rights.place, lines, changed)) {
         return false;
     }
+    bool foundAll = true;
     for (const std::string& line : added) {
         const auto found = std::find(lines.begin(), lines.end(), line);
         if (found != lines.end()) {
             lines.erase(found);
             changed = true;
+        } else {
+            foundAll = false;
         }
     }
-    return !changed || replaceFile(path, lines);
+    if (changed && !replaceFile(rights.place, lines)) {
+        return false;
+    }
+    struct stat info {
+    };
+    return foundAll || !isLinked(rights.file, info);
 }
 
 // Where the text has this line, or npos.
@@ -387,16 +284,11 @@ std::size_t findLine(const std::string& text, const std::string& line)
     return at;
 }
 
-// Overwrites the owners of the lines by zeros, which no process has for its number: the lines grant
-// nothing from then on, and the next change removes them. This needs no space on the disk. The last
-// error stays as it was.
-bool disown(const std::vector<std::string>& added, const AddedRights& rights)
+// Overwrites the marks of the lines that the file has.
+bool disownLines(const UniqueFd& file, const Lines& added)
 {
-    const UniqueFd opened = openFile(rights.path.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW);
-    const bool isCurrent = !rights.fileName.empty() && pathOf(rights.file) == rights.fileName;
-    const int file = opened ? opened.get() : isCurrent ? rights.file.get() : -1;
     std::string text;
-    if (::lseek(file, 0, SEEK_SET) != 0 || !readText(file, text)) {
+    if (::lseek(file.get(), 0, SEEK_SET) != 0 || !readText(file.get(), text)) {
         return false;
     }
     for (const std::string& line : added) {
@@ -404,18 +296,51 @@ bool disown(const std::vector<std::string>& added, const AddedRights& rights)
         if (at == std::string::npos) {
             continue;
         }
-        const std::size_t begin = at + line.rfind(kMark) + kMark.size();
-        const std::size_t size = at + line.size() - begin;
-        std::replace_if(
-            text.begin() + static_cast<std::ptrdiff_t>(begin),
-            text.begin() + static_cast<std::ptrdiff_t>(begin + size),
-            [](char c) { return c != ' '; }, '0');
-        if (::pwrite(file, text.data() + begin, size, static_cast<off_t>(begin)) !=
-            static_cast<ssize_t>(size)) {
+        const std::string mark = disowned(RightsLine(line).mark);
+        const std::size_t begin = at + line.size() - mark.size();
+        text.replace(begin, mark.size(), mark);
+        if (!isWithinFileSizeLimit(begin + mark.size()) ||
+            ::pwrite(file.get(), mark.data(), mark.size(), static_cast<off_t>(begin)) !=
+                static_cast<ssize_t>(mark.size())) {
             return false;
         }
     }
-    return ::fsync(file) == 0;
+    return ::fsync(file.get()) == 0;
+}
+
+// Makes the lines leftovers, which grant nothing and which the next change removes. This needs no
+// space on the disk. Besides the present file it changes the one that the lines were added to, if
+// that still has a name: it may have been moved, or this process may no longer open the present
+// file. The last error stays as it was.
+bool disown(const Lines& added, const AddedRights& rights)
+{
+    const UniqueFd present = rights.place.open(O_RDWR | O_NONBLOCK);
+    const bool isMissing = !present && errno == ENOENT;
+    struct stat presentInfo {
+    };
+    struct stat ownInfo {
+    };
+    const bool isUsable =
+        present && ::fstat(present.get(), &presentInfo) == 0 && distrust(presentInfo) == nullptr;
+    const bool isOwnLinked = isLinked(rights.file, ownInfo);
+    const bool isSame = isUsable && isOwnLinked && presentInfo.st_ino == ownInfo.st_ino &&
+                        presentInfo.st_dev == ownInfo.st_dev;
+    return (isUsable || isMissing || isOwnLinked) &&
+           (!isOwnLinked || disownLines(rights.file, added)) &&
+           (!isUsable || isSame || disownLines(present, added));
+}
+
+bool removeLines(const Lines& added, AddedRights& rights)
+{
+    struct stat info {
+    };
+    // If the lock file has been deleted, other processes lock a new one.
+    if (!isLinked(rights.lock, info) && !openLock(rights.place, rights.lock)) {
+        return false;
+    }
+    FileLock lock;
+    return lock.acquire(rights.lock.get(), rights.place.path + ".lock") &&
+           (removeByReplacing(added, rights) || disown(added, rights));
 }
 
 } // namespace
@@ -425,31 +350,52 @@ void setRightsFile(const char* path)
     g_pathSetting.set(path);
 }
 
+std::string RightsPlace::directoryPath() const
+{
+    return path.substr(0, path.find_last_of('/') + 1);
+}
+
+const char* RightsPlace::name() const
+{
+    return path.c_str() + path.find_last_of('/') + 1;
+}
+
+UniqueFd RightsPlace::open(int flags) const
+{
+    return openFileAt(directory.get(), name(), flags | O_NOFOLLOW);
+}
+
 bool holdsRight(const std::string& account, const std::string& right)
 {
+    RightsPlace place;
     Lines lines;
+    if (!openPlace(place) || !readLines(place, lines)) {
+        return false;
+    }
     const std::string wanted = lineOf(account, right);
-    return readLines(currentPath(), lines) &&
-           std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-               return Grant(line).text == wanted && !isLeftover(line);
-           });
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& line) {
+                           return RightsLine(line).granted == wanted && !isLeftover(line);
+                       }) ||
+           fail(EACCES, "account lacks " + right);
 }
 
 bool rightsOf(const std::string& account, std::vector<std::string>& rights)
 {
     rights.clear();
+    RightsPlace place;
     Lines lines;
-    if (!readLines(currentPath(), lines)) {
+    if (!openPlace(place) || !readLines(place, lines)) {
         return false;
     }
-    Owner self;
-    const bool isKnown = readOwner(kOwnStatus, self) == 0;
+    std::string ownMark;
+    markThisProcess(ownMark);
     const std::string start = account + " ";
     for (const std::string& line : lines) {
-        const Grant grant(line);
-        if (grant.text.size() > start.size() && startsWith(grant.text, start) &&
-            (!grant.isAdded || (isKnown && grant.owner == self))) {
-            rights.emplace_back(grant.text.substr(start.size()));
+        const RightsLine parts(line);
+        if (parts.granted.size() > start.size() && parts.granted.substr(0, start.size()) == start &&
+            (parts.mark.empty() || parts.mark == ownMark)) {
+            rights.emplace_back(parts.granted.substr(start.size()));
         }
     }
     return true;
@@ -459,31 +405,18 @@ bool addRights(const std::string& account, const std::vector<std::string>& names
                AddedRights& rights)
 {
     AddedRights added;
-    added.path = currentPath();
-    added.process = ::getpid();
-    ChangeLock lock;
-    Lines lines;
-    Owner self;
-    bool hadLeftovers = false;
-    if (!readThisProcess(self) || !beginChange(added.path, lock) ||
-        !readForChange(added.path, lines, hadLeftovers)) {
+    if (!prepare(added)) {
         return false;
     }
-    added.mark = markOf(self);
-    added.lock = duplicate(lock.fd());
-    added.spare = duplicate(lock.fd());
-    if (!added.lock || !added.spare) {
-        return fail(errno, "cannot keep open the lock of " + quoted(added.path));
-    }
+    Lines lines;
     for (const std::string& name : names) {
         lines.push_back(lineOf(account, name) + added.mark);
     }
     rights = std::move(added); // before the change: if memory runs out after it, it can be undone
-    if (!replaceFile(rights.path, lines, &rights.file)) {
+    if (!addLines(lines, rights)) {
         rights = AddedRights();
         return false;
     }
-    rights.fileName = pathOf(rights.file);
     return true;
 }
 
@@ -493,18 +426,14 @@ bool removeRights(const std::string& account, const std::vector<std::string>& na
     if (rights.process != ::getpid()) {
         return true; // nothing was added, or by the process that this one is a copy of
     }
-    std::vector<std::string> lines;
+    Lines lines;
     lines.reserve(names.size());
     for (const std::string& name : names) {
         lines.push_back(lineOf(account, name) + rights.mark);
     }
     rights.spare.reset();
-    {
-        ChangeLock lock; // released before `rights` closes the file
-        if (!lock.acquire(rights.path + ".lock", rights.lock.get()) ||
-            (!removeByReplacing(lines, rights.path) && !disown(lines, rights))) {
-            return false;
-        }
+    if (!removeLines(lines, rights)) {
+        return false;
     }
     rights = AddedRights();
     return true;

@@ -1,0 +1,43 @@
+// An exclusive lock between processes.
+#include "filelock.h"
+
+#include "errors.h"
+
+#include <sys/file.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace tarnix_platform
+{
+
+// Closing the file would not release the lock if a process that was forked meanwhile has it open
+// too.
+FileLock::~FileLock()
+{
+    if (m_Fd >= 0) {
+        ::flock(m_Fd, LOCK_UN);
+    }
+}
+
+// Polls, because a wait of the system has no timeout.
+bool FileLock::acquire(int fd, const std::string& path)
+{
+    constexpr std::chrono::seconds timeout{10};
+    constexpr std::chrono::milliseconds interval{1};
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return fail(errno, "cannot lock '" + path + "'");
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return fail(ETIMEDOUT, "timed out locking '" + path + "'");
+        }
+        std::this_thread::sleep_for(interval);
+    }
+    m_Fd = fd;
+    return true;
+}
+
+} // namespace tarnix_platform

@@ -1,0 +1,191 @@
+// A line of the rights file, and the process that has added it.
+#include "rightsline.h"
+
+#include "descriptors.h"
+#include "errors.h"
+#include "neverdestroyed.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <system_error>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+constexpr std::string_view kMark = " #added ";
+constexpr char kOwnStatus[] = "/proc/self/stat";
+constexpr char kBootId[] = "/proc/sys/kernel/random/boot_id";
+constexpr std::string_view kUnknownBoot = "-";
+
+std::string readBootId()
+{
+    const UniqueFd file = openFile(kBootId, O_RDONLY);
+    char text[64];
+    const ssize_t got = file ? readSome(file.get(), text, sizeof text) : -1;
+    const std::string_view id(text, got > 0 ? static_cast<std::size_t>(got) : 0);
+    return std::string(id.empty() ? kUnknownBoot : id.substr(0, id.find('\n')));
+}
+
+// No two programs that one process executes have read the clock at the same nanosecond.
+struct ThisImage {
+    const std::uint64_t number =
+        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    const std::string boot = readBootId();
+};
+
+const ThisImage& thisImage()
+{
+    return neverDestroyed<ThisImage>();
+}
+
+struct Owner {
+    std::uint64_t pid = 0;
+    std::uint64_t startTime = 0;
+    std::uint64_t image = 0;
+    std::string_view boot = kUnknownBoot;
+};
+
+bool readNumber(std::string_view& text, std::uint64_t& number)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return error == std::errc();
+}
+
+bool skipBlank(std::string_view& text)
+{
+    const bool good = !text.empty() && text.front() == ' ';
+    text.remove_prefix(good ? 1 : 0);
+    return good;
+}
+
+bool parseMark(std::string_view mark, Owner& owner)
+{
+    mark.remove_prefix(kMark.size());
+    if (!readNumber(mark, owner.pid) || !skipBlank(mark) || !readNumber(mark, owner.startTime)) {
+        return false;
+    }
+    if (mark.empty()) {
+        return true; // the older form
+    }
+    if (!skipBlank(mark) || !readNumber(mark, owner.image) || !skipBlank(mark)) {
+        return false;
+    }
+    owner.boot = mark;
+    return !mark.empty() && mark.find(' ') == std::string_view::npos;
+}
+
+struct Status {
+    std::uint64_t pid = 0;
+    std::uint64_t startTime = 0;
+    bool hasEnded = false; // but has not been reaped
+};
+
+// Returns 0 or an errno.
+int readStatus(const std::string& path, Status& status)
+{
+    const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+    char bytes[1024]; // the fields that count are within the first 500 bytes
+    const ssize_t got = file ? readSome(file.get(), bytes, sizeof bytes) : -1;
+    if (got < 0) {
+        return errno;
+    }
+    std::string_view text(bytes, static_cast<std::size_t>(got));
+    const bool good = readNumber(text, status.pid);
+    // The name of the program comes second, in parentheses, and may hold any character.
+    text.remove_prefix(std::min(text.rfind(')'), text.size()));
+    const auto skipFields = [&text](int count) {
+        for (int i = 0; i < count; ++i) {
+            text.remove_prefix(std::min(text.find(' '), text.size()));
+            text.remove_prefix(std::min<std::size_t>(1, text.size()));
+        }
+    };
+    skipFields(1);
+    const char state = text.empty() ? '\0' : text.front();
+    skipFields(17);
+    std::uint64_t threads = 0;
+    if (!good || !readNumber(text, threads)) {
+        return EINVAL;
+    }
+    skipFields(2);
+    // The state is that of the first thread, which can end before others.
+    status.hasEnded = (state == 'Z' || state == 'X') && threads <= 1;
+    return readNumber(text, status.startTime) ? 0 : EINVAL;
+}
+
+bool isThisProcess(const Owner& owner)
+{
+    Status self;
+    return readStatus(kOwnStatus, self) == 0 && self.pid == owner.pid &&
+           self.startTime == owner.startTime;
+}
+
+bool isGone(const Owner& owner)
+{
+    const std::string& boot = thisImage().boot;
+    if (owner.pid == 0 ||
+        (owner.boot != boot && owner.boot != kUnknownBoot && boot != kUnknownBoot)) {
+        return true;
+    }
+    Status now;
+    const int error = readStatus("/proc/" + std::to_string(owner.pid) + "/stat", now);
+    if (error == ENOENT || error == ESRCH) {
+        return ::access(kOwnStatus, F_OK) == 0;
+    }
+    return error == 0 && (now.hasEnded || now.startTime != owner.startTime ||
+                          (owner.image != thisImage().number && isThisProcess(owner)));
+}
+
+} // namespace
+
+RightsLine::RightsLine(std::string_view line) : granted(line)
+{
+    Owner owner;
+    const std::size_t at = line.rfind(kMark);
+    if (at != std::string_view::npos && parseMark(line.substr(at), owner)) {
+        granted = line.substr(0, at);
+        mark = line.substr(at);
+    }
+}
+
+bool markThisProcess(std::string& mark)
+{
+    Status self;
+    const int error = readStatus(kOwnStatus, self);
+    if (error != 0) {
+        return fail(error, std::string("cannot read '") + kOwnStatus + "'");
+    }
+    mark = kMark;
+    for (const std::uint64_t number : {self.pid, self.startTime, thisImage().number}) {
+        mark.append(std::to_string(number)).push_back(' ');
+    }
+    mark.append(thisImage().boot);
+    return true;
+}
+
+bool isLeftover(std::string_view line)
+{
+    const RightsLine parts(line);
+    Owner owner;
+    return !parts.mark.empty() && parseMark(parts.mark, owner) && isGone(owner);
+}
+
+std::string disowned(std::string_view mark)
+{
+    std::string zeros(kMark);
+    for (const char c : mark.substr(kMark.size())) {
+        zeros.push_back(c == ' ' ? ' ' : '0');
+    }
+    return zeros;
+}
+
+} // namespace tarnix_platform
