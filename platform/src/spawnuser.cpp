@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -47,10 +46,8 @@ std::size_t programSize()
 // missing or exchanged. Returns 0 or an errno.
 int openInMemory(UniqueFd& program)
 {
-    // Checked before: a write beyond the limit would end this process by SIGXFSZ.
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < programSize()) {
-        return EFBIG;
+    if (!isWithinFileSizeLimit(programSize())) {
+        return errno;
     }
     // Some systems are configured to create memory files that are not executable without this flag.
     // Older systems do not know the flag.
