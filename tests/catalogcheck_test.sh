@@ -5,4 +5,4 @@ set -euo pipefail
 status=0
 found=$("$1" "$2") || status=$?
 [ "$status" -eq 1 ] || { echo "exit status $status"; exit 1; }
-diff <(sed 's/\(does not compile\).*/\1/' <<<"$found" | sort) "$2/findings"
+sed 's/\(does not compile\).*/\1/' <<<"$found" | sort | diff - "$2/findings"

@@ -14,8 +14,8 @@ shown=$(nm -D --defined-only --without-symbol-versions "$library" | awk '$2 !~ /
 if [ "${3:-}" = --update ]; then
     printf '%s\n' "$shown" >"$list"
 fi
-if ! diff <(printf '%s\n' "$shown") "$list" >/dev/null; then
-    diff <(printf '%s\n' "$shown") "$list" |
+if [ "$shown" != "$(cat "$list")" ]; then
+    printf '%s\n' "$shown" | diff - "$list" |
         sed -n 's/^> /no longer exported: /p; s/^< /exported, but not in the list: /p'
     exit 1
 fi

@@ -58,8 +58,9 @@ struct Identity : LeakCheck {
         scratch.write("rights.new", "of an interrupted change");
         setRightsFile(scratch.path("rights").c_str());
         chmod(scratch.path().c_str(), 0711); // the accounts can reach what is open to them
-        if (mustSkip(geteuid() == 0 ? "" : "needs root"))
-            GTEST_SKIP() << "needs root";
+        const std::string needed = geteuid() == 0 ? withoutProc() : "needs root";
+        if (mustSkip(needed))
+            GTEST_SKIP() << needed;
         static const bool entered =
             (missing = enterNamespaces({{scratch.path("etc"), "/etc"}})).empty();
         if (!entered)

@@ -87,6 +87,8 @@ TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
 
 TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
 {
+    if (mustSkip(withoutProc()))
+        GTEST_SKIP() << withoutProc();
     const ScratchDirectory scratch;
     scratch.write("rights", "holder SeBatchLogonRight\n");
     setRightsFile(scratch.path("rights").c_str());

@@ -55,7 +55,7 @@ TEST_F(Trouble, OutOfDescriptors)
 #endif
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    rlimit low{static_cast<rlim_t>(m_Before.first) - 1, limit.rlim_max};
+    rlimit low{static_cast<rlim_t>(m_Before.first), limit.rlim_max};
     std::set<int> results;
     for (; results.count(0) == 0; ++low.rlim_cur) {
         setrlimit(RLIMIT_NOFILE, &low);

@@ -23,4 +23,10 @@ inline bool mustSkip(const std::string& missing)
     return !missing.empty();
 }
 
+// The reason to skip a test that reads /proc, or adds rights; empty where there is a /proc.
+inline std::string withoutProc()
+{
+    return ::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc";
+}
+
 #endif
