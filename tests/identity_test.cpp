@@ -58,7 +58,7 @@ struct Identity : LeakCheck {
         scratch.write("rights.new", "of an interrupted change");
         setRightsFile(scratch.path("rights").c_str());
         chmod(scratch.path().c_str(), 0711); // the accounts can reach what is open to them
-        const std::string needed = geteuid() == 0 ? withoutProc() : "needs root";
+        const std::string needed = withoutUsers().empty() ? withoutProc() : withoutUsers();
         if (mustSkip(needed))
             GTEST_SKIP() << needed;
         static const bool entered =

@@ -5,7 +5,10 @@
 set -euo pipefail
 export LC_ALL=C.UTF-8
 # Skips where a product is installed: the programs would write to its directories.
-! grep -qsvE '^[[:space:]]*([;#]|$)' /etc/tarnix/registry.conf || exit 77
+! grep -qsvE '^[[:space:]]*([;#]|$)' /etc/tarnix/registry.conf || {
+    printf '%s: Skipped\na product is installed\n' "$1"
+    exit 77
+}
 normalised() {
     sed -E 's/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:.]{15}/TIME/; s/(last words.*result) 11/\1 0/
             s/^(hello, result) 11/\1 0/; s/^[0-9]{1,5}$/CALLER/' "$1"

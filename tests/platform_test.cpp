@@ -374,7 +374,7 @@ TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
     EXPECT_FALSE(child.readFrom(child.client));
     const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 2000, false);
     if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user cannot trace processes"))
-        GTEST_SKIP();
+        GTEST_SKIP() << "this user cannot trace processes";
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }
 
@@ -401,7 +401,7 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     EXPECT_EQ(waitForChild(tracer), SIGKILL);
     EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
     if (mustSkip(seized == 's' ? "" : "this user cannot trace processes"))
-        GTEST_SKIP();
+        GTEST_SKIP() << "this user cannot trace processes";
 }
 
 // With this limit the system refuses to wait for any descriptor.

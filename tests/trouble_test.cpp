@@ -73,8 +73,8 @@ TEST_F(Trouble, OutOfDescriptors)
 // limit of processes.
 TEST_F(Trouble, AnUnprivilegedUser)
 {
-    if (mustSkip(geteuid() == 0 ? "" : "needs root"))
-        GTEST_SKIP();
+    if (mustSkip(withoutUsers()))
+        GTEST_SKIP() << withoutUsers();
     m_Scratch.makeDirectory("open");
     m_Scratch.write("open/fixed", "");
     for (const char* file : {"t", "open/t"}) {

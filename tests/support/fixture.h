@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 
 // Each test must end with as many descriptors, and with as few children, as it began with.
@@ -27,6 +29,18 @@ inline bool mustSkip(const std::string& missing)
 inline std::string withoutProc()
 {
     return ::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc";
+}
+
+// The reason to skip a test that acts as other users. A chroot is often a directory of mode 0700.
+inline std::string withoutUsers()
+{
+    if (::geteuid() != 0)
+        return "needs root";
+    struct stat top {
+    };
+    return ::stat("/", &top) == 0 && (top.st_mode & S_IXOTH) != 0
+               ? ""
+               : "needs a root directory that all users may enter";
 }
 
 #endif
