@@ -129,8 +129,7 @@ TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)
 // system keeps no exit status; and it has no PATH.
 TEST_F(Exec, AnUnusualCaller)
 {
-    if (mustSkip(withoutProc()))
-        GTEST_SKIP() << withoutProc();
+    SKIP_WITHOUT_PROC();
     const std::string path = std::getenv("PATH");
     unsetenv("PATH");
     sigset_t blocked, former;
@@ -161,8 +160,7 @@ TEST_F(Exec, AnUnusualCaller)
 // Each run gets all of its own output and no other, and leaks no descriptor into other children.
 TEST_F(Exec, EightThreads)
 {
-    if (mustSkip(withoutProc()))
-        GTEST_SKIP() << withoutProc();
+    SKIP_WITHOUT_PROC();
     runOnThreads(8, [](int thread) {
         for (int i = 0; i < 200; ++i) {
             const std::string word = std::to_string(1000 * thread + i);

@@ -87,8 +87,7 @@ TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
 
 TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
 {
-    if (mustSkip(withoutProc()))
-        GTEST_SKIP() << withoutProc();
+    SKIP_WITHOUT_PROC();
     const ScratchDirectory scratch;
     scratch.write("rights", "holder SeBatchLogonRight\n");
     setRightsFile(scratch.path("rights").c_str());

@@ -91,8 +91,7 @@ const std::vector<std::string> batch{"SeBatchLogonRight"};
 struct Torture : LeakCheck {
     void SetUp() override
     {
-        if (mustSkip(withoutProc()))
-            GTEST_SKIP() << withoutProc();
+        SKIP_WITHOUT_PROC();
         m_Scratch.write("rights", standing);
         chmod(m_Scratch.path().c_str(), 0711);
         tarnix_cmn_4_4::setRightsFile(m_Scratch.path("rights").c_str());

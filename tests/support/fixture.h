@@ -25,11 +25,10 @@ inline bool mustSkip(const std::string& missing)
     return !missing.empty();
 }
 
-// The reason to skip a test that reads /proc, or adds rights; empty where there is a /proc.
-inline std::string withoutProc()
-{
-    return ::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc";
-}
+// For tests that read /proc, or add rights.
+#define SKIP_WITHOUT_PROC()                                                                        \
+    if (mustSkip(::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc"))                     \
+    GTEST_SKIP() << "needs /proc"
 
 // The reason to skip a test that acts as other users. A chroot is often a directory of mode 0700.
 inline std::string withoutUsers()
