@@ -109,17 +109,6 @@ TEST_F(Identity, AnAccountInManyGroups)
     EXPECT_EQ(as("holder", "sh -c 'id -G | wc -w'").lines, Lines{"12501"});
 }
 
-// The loader reports each program in which it cannot load the library: that must be the command
-// only.
-TEST_F(Identity, TheEnvironmentTakesEffectInTheCommandOnly)
-{
-    setenv("LD_PRELOAD", "/no/such.so", 1);
-    const Lines lines = as("holder", "printenv LD_PRELOAD").lines;
-    unsetenv("LD_PRELOAD");
-    EXPECT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines.back(), "/no/such.so");
-}
-
 // Puts the program that switches user where it is installed, in a mount namespace of its own and a
 // file system that covers the first directory of the path that exists.
 bool installProgram(mode_t mode, uid_t owner, const std::string& addition)
