@@ -17,6 +17,7 @@
 #undef FILE_FLAG_OVERLAPPED
 #undef FILE_SHARE_READ
 #undef GENERIC_READ
+#undef GENERIC_WRITE
 #undef MAXIMUM_WAIT_OBJECTS
 #undef OPEN_EXISTING
 #undef PIPE_READMODE_BYTE
@@ -94,11 +95,17 @@ BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, 
 /// The pseudo handle of this process, for DuplicateHandle. It is never closed.
 HANDLE GetCurrentProcess();
 
-/// A new event, not signalled. Only auto-reset events that start unsignalled exist; for anything
-/// else the call fails with ENOTSUP. Only the end of an overlapped read signals an event. The name
-/// has no effect: every call creates a separate event. Returns null on failure.
+/// A new event, not signalled. One that starts signalled does not exist (ENOTSUP). Only the end of
+/// an overlapped read or write signals an auto-reset event, and only SetEvent a manual-reset event.
+/// The name has no effect: every call creates a separate event. Returns null on failure.
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
                     const char* name);
+
+/// Signals a manual-reset event until ResetEvent. SetEvent may be called in a signal handler: it
+/// makes one system call, takes no lock and leaves errno and the last error unchanged. The caller
+/// makes sure that the event is not being closed meanwhile. False for any other handle.
+BOOL SetEvent(HANDLE event);
+BOOL ResetEvent(HANDLE event);
 
 // ---- Pipes and reads ---------------------------------------------------------------------------
 
@@ -110,6 +117,7 @@ constexpr DWORD PIPE_TYPE_BYTE = 0;
 constexpr DWORD PIPE_READMODE_BYTE = 0;
 constexpr DWORD PIPE_WAIT = 0;
 constexpr DWORD GENERIC_READ = 0x80000000;
+constexpr DWORD GENERIC_WRITE = 0x40000000;
 constexpr DWORD FILE_SHARE_READ = 1;
 constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
@@ -126,12 +134,25 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD 
 
 /// Returns the client end of the oldest instance of that pipe that is not connected yet, without
 /// waiting. Only GENERIC_READ and OPEN_EXISTING are possible. ENOENT: no pipe of that name; EBUSY:
-/// all its instances are connected. Returns INVALID_HANDLE_VALUE on failure.
+/// all its instances are connected. The name "NUL" opens the null device instead, also with
+/// GENERIC_WRITE, as a standard handle of a child. Returns INVALID_HANDLE_VALUE on failure.
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
 
-/// Cancels the pending read of a client end. Once this has returned, nothing writes to the read's
-/// buffer and the read's result is ECANCELED; its event is not signalled.
+/// An operation of the layer's own. A handle of a duplicate of the descriptor, as a standard handle
+/// of a child. Returns INVALID_HANDLE_VALUE on failure.
+HANDLE openDescriptor(int fd);
+
+/// Writes to a server end without waiting. `overlapped` is required.
+///
+/// True: all bytes are in the pipe. False with ERROR_IO_PENDING: the pipe is full; the write is
+/// pending, and waits for its event write more bytes as the reader makes room. Until it has ended
+/// the caller keeps the buffer. GetOverlappedResult with `wait` false has the result.
+/// False with ERROR_BROKEN_PIPE: no reader is left. The calling process gets no SIGPIPE.
+BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
+
+/// Cancels the pending read of a client end, or the pending write of a server end. Once this has
+/// returned, nothing uses the buffer and the result is ECANCELED; its event is not signalled.
 BOOL CancelIo(HANDLE file);
 
 // ---- Processes ---------------------------------------------------------------------------------
@@ -143,6 +164,8 @@ constexpr DWORD CREATE_NO_WINDOW = 0x8000000;
 constexpr DWORD CTRL_C_EVENT = 0;
 constexpr DWORD CTRL_BREAK_EVENT = 1;
 
+constexpr DWORD EXTENDED_STARTUPINFO_PRESENT = 0x00080000;
+
 struct STARTUPINFOA {
     DWORD cb;
     DWORD dwFlags;
@@ -150,6 +173,23 @@ struct STARTUPINFOA {
     HANDLE hStdOutput;
     HANDLE hStdError;
 };
+
+/// What this layer can set in a child besides; with EXTENDED_STARTUPINFO_PRESENT only.
+struct TxStartAttributes {
+    int Umask;           ///< -1: the calling process's, or 022 for another user
+    bool EndsWithCaller; ///< the child is killed when the calling thread ends
+};
+
+struct STARTUPINFOEXA {
+    STARTUPINFOA StartupInfo;
+    const TxStartAttributes* lpAttributeList;
+};
+
+/// An operation of the layer's own: has the start use the attributes, which must outlive it.
+inline void setStartAttributes(STARTUPINFOEXA& startup, const TxStartAttributes& attributes)
+{
+    startup.lpAttributeList = &attributes;
+}
 
 struct PROCESS_INFORMATION {
     HANDLE hProcess;
@@ -162,12 +202,13 @@ struct PROCESS_INFORMATION {
 /// single and double quotes, backslash); nothing is expanded and no shell runs. The first word is
 /// the program: a path if it contains a slash, relative to the child's directory; otherwise it is
 /// searched in PATH. The child gets a process group of its own, the three handles as its standard
-/// handles and no other descriptor, default signal dispositions, an empty signal mask, and this
-/// process's environment.
+/// handles and no other descriptor, default signal dispositions and an empty signal mask. Its
+/// environment, in which PATH is looked up too, is the block: texts "NAME=value", each with its
+/// terminator, and an empty text; without a block it is this process's.
 ///
-/// Required: no application name, no attributes, no environment block, STARTF_USESTDHANDLES. The
-/// caller closes both handles of `information`. The environment, PATH included, is read without a
-/// lock: no other thread may change it meanwhile.
+/// Required: no application name, no attributes, STARTF_USESTDHANDLES. The caller closes both
+/// handles of `information`. The environment of this process is read without a lock: no other
+/// thread may change it meanwhile.
 ///
 /// Returns false for: an empty command or an unterminated quote (EINVAL), a program or directory
 /// that is missing, not executable or not permitted, a file that is no program and lacks "#!"
@@ -177,6 +218,11 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
                     SECURITY_ATTRIBUTES* thread, BOOL inheritHandles, DWORD flags,
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information);
+
+struct FILETIME {
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
 
 /// The status of a child that has ended: its exit status (0 to 255), 128 + n if signal n ended it,
 /// or the status passed to TerminateProcess if that killed it. False with EBUSY while the child
@@ -189,6 +235,29 @@ BOOL GetExitCodeProcess(HANDLE process, DWORD* status);
 /// changes nothing for any other child, one that TerminateProcess killed included. The last error
 /// stays.
 bool endingSignal(HANDLE process, int& signal, bool& coreDumped);
+
+/// The processor time of a child that has ended and of its own children that it has waited for;
+/// `creation` and `exit` are set to 0. False with ECHILD if it is not known.
+BOOL GetProcessTimes(HANDLE process, FILETIME* creation, FILETIME* exit, FILETIME* kernel,
+                     FILETIME* user);
+
+struct PROCESS_MEMORY_COUNTERS {
+    DWORD cb;
+    DWORD PageFaultCount;
+    std::size_t PeakWorkingSetSize; ///< bytes
+};
+
+/// The largest resident memory of a child that has ended; 0 if the calling process had as much at
+/// the start, which the kernel then counts instead.
+BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, DWORD size);
+
+/// An operation of the layer's own. Sends the signal to the child and its process group. ESRCH: the
+/// child has ended. EINVAL: the system has no such signal.
+BOOL sendSignal(HANDLE process, int signal);
+
+/// An operation of the layer's own: from now on the end of the child also kills what is left of its
+/// process group.
+void killGroupAtEnd(HANDLE process);
 
 /// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the process group of a child that
 /// was started by this layer, has an open handle and has not been seen to end. Any other id fails
@@ -268,11 +337,6 @@ struct SYSTEMTIME {
     WORD wMilliseconds;
 };
 
-struct FILETIME {
-    DWORD dwLowDateTime;
-    DWORD dwHighDateTime;
-};
-
 /// Reports the kernel's version, the platform id of a system with logon rights, and the lowest
 /// build that supports batch logons.
 BOOL GetVersionExW(OSVERSIONINFOW* information);
@@ -295,7 +359,8 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
 
 /// CreateProcessA as the token's user. The child gets a session of its own, and switches
 /// permanently to the user's groups, group and id before it enters the directory and starts the
-/// program; the user becomes the owner of the pipe ends. The child's umask is 022; its niceness and
+/// program; the user becomes the owner of the pipe ends. The child's umask is 022, or that of the
+/// attributes; its niceness and
 /// resource limits are those of this process. The child never shares memory with this process under
 /// that identity. If the user stalls the start for 10 seconds, the child is killed and the start
 /// fails (ETIMEDOUT). A null token stands for a refused logon: false, with the reason of the
@@ -305,6 +370,14 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           BOOL inheritHandles, DWORD flags, void* environment,
                           const char* directory, STARTUPINFOA* startup,
                           PROCESS_INFORMATION* information);
+
+/// An operation of the layer's own: HOME, USER, LOGNAME, SHELL and PATH of the token's account as
+/// an environment block, which LocalFree frees. Null on failure.
+char* accountEnvironment(HANDLE token);
+
+/// A copy of this process's environment, as a block. Null without memory.
+char* GetEnvironmentStringsA();
+BOOL FreeEnvironmentStringsA(char* block);
 
 /// The rights of accounts are kept in a text file, one line "account right" for each. Lines of
 /// another form are kept unchanged. A change holds a file lock and replaces the whole file, so
@@ -360,7 +433,6 @@ BOOL DisableThreadLibraryCalls(HMODULE module);
 
 namespace tarnix_cmn_4_4
 {
-
 using tarnix_platform::BOOLEAN;
 using tarnix_platform::CancelIo;
 using tarnix_platform::CloseHandle;
@@ -379,6 +451,7 @@ using tarnix_platform::DUPLICATE_SAME_ACCESS;
 using tarnix_platform::DuplicateHandle;
 using tarnix_platform::ERROR_BROKEN_PIPE;
 using tarnix_platform::ERROR_IO_PENDING;
+using tarnix_platform::EXTENDED_STARTUPINFO_PRESENT;
 using tarnix_platform::FILE_ATTRIBUTE_NORMAL;
 using tarnix_platform::FILE_ATTRIBUTE_READONLY;
 using tarnix_platform::FILE_FLAG_OVERLAPPED;
@@ -388,18 +461,23 @@ using tarnix_platform::FORMAT_MESSAGE_ALLOCATE_BUFFER;
 using tarnix_platform::FORMAT_MESSAGE_FROM_SYSTEM;
 using tarnix_platform::FORMAT_MESSAGE_IGNORE_INSERTS;
 using tarnix_platform::FormatMessageW;
+using tarnix_platform::FreeEnvironmentStringsA;
 using tarnix_platform::GenerateConsoleCtrlEvent;
 using tarnix_platform::GENERIC_READ;
+using tarnix_platform::GENERIC_WRITE;
 using tarnix_platform::GetComputerNameW;
 using tarnix_platform::GetCurrentProcess;
+using tarnix_platform::GetEnvironmentStringsA;
 using tarnix_platform::GetExitCodeProcess;
 using tarnix_platform::GetLastError;
+using tarnix_platform::GetProcessTimes;
 using tarnix_platform::GetSystemTime;
 using tarnix_platform::GetTokenInformation;
 using tarnix_platform::GetVersionExW;
 using tarnix_platform::HLOCAL;
 using tarnix_platform::HMODULE;
 using tarnix_platform::INFINITE;
+using tarnix_platform::K32GetProcessMemoryInfo;
 using tarnix_platform::LANG_NEUTRAL;
 using tarnix_platform::LocalFree;
 using tarnix_platform::LOGON32_LOGON_BATCH;
@@ -427,11 +505,15 @@ using tarnix_platform::PIPE_WAIT;
 using tarnix_platform::POLICY_CREATE_ACCOUNT;
 using tarnix_platform::POLICY_LOOKUP_NAMES;
 using tarnix_platform::PROCESS_INFORMATION;
+using tarnix_platform::PROCESS_MEMORY_COUNTERS;
+using tarnix_platform::ResetEvent;
+using tarnix_platform::SetEvent;
 using tarnix_platform::SetLastError;
 using tarnix_platform::SID_AND_ATTRIBUTES;
 using tarnix_platform::Sleep;
 using tarnix_platform::STARTF_USESTDHANDLES;
 using tarnix_platform::STARTUPINFOA;
+using tarnix_platform::STARTUPINFOEXA;
 using tarnix_platform::SUBLANG_DEFAULT;
 using tarnix_platform::SYSTEMTIME;
 using tarnix_platform::SystemTimeToFileTime;
@@ -449,7 +531,7 @@ using tarnix_platform::WaitForSingleObject;
 using tarnix_platform::WORD;
 using tarnix_platform::WRITE_DAC;
 using tarnix_platform::WRITE_OWNER;
-
+using tarnix_platform::WriteFile;
 } // namespace tarnix_cmn_4_4
 
 #endif

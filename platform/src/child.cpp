@@ -13,6 +13,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
@@ -100,6 +101,15 @@ TARNIX_CHILD_SIDE int keptDescriptors(const ChildSide& child)
     return (child.runAs >= 0 ? kRunAsProgram : STDERR_FILENO) + 1;
 }
 
+TARNIX_CHILD_SIDE bool endWithCaller(pid_t caller)
+{
+    if (::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) {
+        return false;
+    }
+    errno = ESRCH; // the caller has ended already
+    return ::syscall(SYS_getppid) == caller;
+}
+
 TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
     // A child of another user gets a session of its own too: through the caller's terminal it could
@@ -117,6 +127,12 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
         if (::syscall(SYS_dup3, child.standard[target], target, 0) < 0) {
             return false;
         }
+    }
+    if (child.mask >= 0) {
+        ::syscall(SYS_umask, child.mask);
+    }
+    if (child.caller != 0 && !endWithCaller(child.caller)) {
+        return false;
     }
     return child.runAs < 0 || (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) >= 0 &&
                                ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) >= 0);

@@ -29,6 +29,8 @@ struct ChildSide {
     int runAs = -1;                  // if set: the program that switches user, started instead
     int status = -1;                 // where that program reports what failed
     const gid_t* groups = nullptr;   // the supplementary groups that it gets
+    int mask = -1;                   // umask; -1: the caller's
+    pid_t caller = 0;                // if set: the child is killed when this process's thread ends
     std::size_t groupCount = 0;
     ChildStep failedStep = ChildStep::prepare;
     int error = 0; // 0: the program has started

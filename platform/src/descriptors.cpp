@@ -7,6 +7,8 @@
 #include <sys/resource.h>
 
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 
 namespace tarnix_platform
 {
@@ -49,6 +51,31 @@ bool isWithinFileSizeLimit(std::size_t size)
         return false;
     }
     return true;
+}
+
+ssize_t writeSome(int fd, const void* bytes, std::size_t size)
+{
+    sigset_t pipeSignal;
+    sigset_t former;
+    ::sigemptyset(&pipeSignal);
+    ::sigaddset(&pipeSignal, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &former);
+    const ssize_t written = retryInterrupted([&] { return ::write(fd, bytes, size); });
+    const int error = errno;
+    if (written < 0 && error == EPIPE && ::sigismember(&former, SIGPIPE) == 0) {
+        // The write has sent the signal to this thread. Taken here, it is not delivered below.
+        const timespec none{0, 0};
+        retryInterrupted([&] { return ::sigtimedwait(&pipeSignal, nullptr, &none); });
+    }
+    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    errno = error;
+    return written;
+}
+
+bool makeNonBlocking(int fd)
+{
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
 bool moveAbove(UniqueFd& fd, int number)

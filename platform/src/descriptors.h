@@ -27,6 +27,10 @@ bool writeAll(int fd, const void* bytes, std::size_t size);
 // process by SIGXFSZ.
 bool isWithinFileSizeLimit(std::size_t size);
 
+// The number of bytes written; -1 on failure. A pipe without a reader is the error EPIPE and no
+// signal to this process.
+ssize_t writeSome(int fd, const void* bytes, std::size_t size);
+
 // Duplicates the descriptor to one above that number and closes it, unless it is above already. On
 // failure it is unchanged.
 bool moveAbove(UniqueFd& fd, int number);
@@ -38,6 +42,9 @@ inline bool moveAboveStandard(UniqueFd& fd)
 {
     return moveAbove(fd, STDERR_FILENO);
 }
+
+// The descriptor returns instead of waiting. False on failure.
+bool makeNonBlocking(int fd);
 
 // A kernel pipe, both ends above the standard descriptors.
 bool openPipe(UniqueFd& reader, UniqueFd& writer);

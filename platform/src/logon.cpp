@@ -2,6 +2,7 @@
 #include "logon.h"
 
 #include "accountid.h"
+#include "environment.h"
 #include "errors.h"
 #include "rightsfile.h"
 
@@ -159,7 +160,7 @@ bool findAccount(const std::string& user, Account& account)
         return error == 0 ? refuse(EACCES, user, "no such account")
                           : refuse(error, user, "cannot look up account");
     }
-    account = {user, entry.pw_uid, entry.pw_gid};
+    account = {user, entry.pw_uid, entry.pw_gid, entry.pw_dir, entry.pw_shell};
     return true;
 }
 
@@ -225,6 +226,25 @@ BOOL LogonUserA(const char* user, const char* domain, const char* password, DWOR
     }
     *token = openHandle(std::make_shared<Token>(std::move(account)));
     return *token != nullptr ? true : refuse(EMFILE, user, "no handle left");
+}
+
+char* accountEnvironment(HANDLE token)
+{
+    if (token == nullptr) {
+        failWithLastRefusal();
+        return nullptr;
+    }
+    const std::shared_ptr<Token> found = find<Token>(token);
+    if (!found) {
+        return nullptr;
+    }
+    const Account& account = found->account();
+    const char* const path = account.uid == 0
+                                 ? "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+                                 : "/usr/local/bin:/usr/bin:/bin";
+    return newBlock({"HOME=" + account.home, "USER=" + account.name, "LOGNAME=" + account.name,
+                     "SHELL=" + (account.shell.empty() ? "/bin/sh" : account.shell),
+                     std::string("PATH=") + path});
 }
 
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,

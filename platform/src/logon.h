@@ -14,6 +14,8 @@ struct Account {
     std::string name;
     uid_t uid;
     gid_t gid;
+    std::string home;
+    std::string shell;
 };
 
 class Token : public Object

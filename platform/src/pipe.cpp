@@ -1,10 +1,9 @@
-// The kernel's pipe, its read-ahead block, and the pending read.
+// The kernel's pipe, its read-ahead block, and the pending read and write.
 #include "pipe.h"
 
 #include "aheadpool.h"
 #include "descriptors.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
@@ -17,9 +16,9 @@ namespace tarnix_platform
 namespace
 {
 
-// Number of the last read that became pending, counted over all pipes: a state that was used for
-// another pipe must not match a read of this one.
-std::atomic<ULONG_PTR> g_lastRead{0};
+// Number of the last read or write that became pending, counted over all pipes: a state that was
+// used for another pipe must not match one of this pipe.
+std::atomic<ULONG_PTR> g_lastPending{0};
 
 } // namespace
 
@@ -71,6 +70,9 @@ bool Pipe::create()
 void Pipe::closeServer()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Write.bytes != nullptr) {
+        finishWrite(ECANCELED);
+    }
     m_WriteFd.reset();
 }
 
@@ -114,8 +116,7 @@ ReadState Pipe::fill(int& error)
     }
     if (!m_NonBlocking) {
         // Not before the first read here: an end that a child gets as its input must block.
-        const int flags = ::fcntl(m_ReadFd.get(), F_GETFL);
-        if (flags < 0 || ::fcntl(m_ReadFd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
+        if (!makeNonBlocking(m_ReadFd.get())) {
             error = errno;
             return ReadState::failed;
         }
@@ -183,7 +184,8 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     m_Pending.size = size;
     overlapped->Internal = ERROR_IO_PENDING;
     overlapped->InternalHigh = 0;
-    overlapped->Pending = m_Outcome.number = g_lastRead.fetch_add(1, std::memory_order_relaxed) + 1;
+    overlapped->Pending = m_Outcome.number =
+        g_lastPending.fetch_add(1, std::memory_order_relaxed) + 1;
     return fail(ERROR_IO_PENDING);
 }
 
@@ -231,13 +233,103 @@ void Pipe::cancel()
     }
 }
 
+// Writes as much as the pipe has room for. Returns 0 if all bytes are written, EAGAIN if not yet,
+// or the error.
+int Pipe::writeMore()
+{
+    while (m_Write.written < m_Write.size) {
+        const ssize_t got = writeSome(m_WriteFd.get(), m_Write.bytes + m_Write.written,
+                                      m_Write.size - m_Write.written);
+        if (got < 0) {
+            return errno == EPIPE ? static_cast<int>(ERROR_BROKEN_PIPE) : errno;
+        }
+        m_Write.written += static_cast<DWORD>(got);
+    }
+    return 0;
+}
+
+BOOL Pipe::write(const std::shared_ptr<PipeEnd>& self, const void* buffer, DWORD size, DWORD* count,
+                 OVERLAPPED* overlapped)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Write.bytes != nullptr) {
+        return refuseRead(*overlapped, EBUSY);
+    }
+    overlapped->Pending = 0;
+    // Nobody else uses this end: a child gets the other one as its input.
+    m_Write = PendingWrite{static_cast<const char*>(buffer), size, 0, nullptr};
+    const int error = makeNonBlocking(m_WriteFd.get()) ? writeMore() : errno;
+    *count = m_Write.written;
+    overlapped->Internal = error == EAGAIN ? ERROR_IO_PENDING : static_cast<ULONG_PTR>(error);
+    overlapped->InternalHigh = m_Write.written;
+    if (error != EAGAIN) {
+        m_Write = PendingWrite{};
+        return error == 0 ? true : fail(error);
+    }
+    m_Write.event = std::dynamic_pointer_cast<Event>(objectOf(overlapped->hEvent));
+    if (m_Write.event) {
+        m_Write.event->attach(self);
+    }
+    overlapped->Pending = m_WriteOutcome.number =
+        g_lastPending.fetch_add(1, std::memory_order_relaxed) + 1;
+    return fail(ERROR_IO_PENDING);
+}
+
+void Pipe::finishWrite(int error)
+{
+    m_WriteOutcome.status = static_cast<ULONG_PTR>(error);
+    m_WriteOutcome.count = m_Write.written;
+    if (m_Write.event) {
+        m_Write.event->signal();
+    }
+    m_Write = PendingWrite{};
+}
+
+void Pipe::completeWrite()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Write.bytes == nullptr) {
+        return;
+    }
+    const int error = writeMore();
+    if (error != EAGAIN) {
+        finishWrite(error);
+    }
+}
+
+void Pipe::cancelWrite()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_Write.bytes != nullptr) {
+        m_Write.event.reset(); // it is not signalled
+        finishWrite(ECANCELED);
+    }
+}
+
+bool Pipe::writePending() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Write.bytes != nullptr;
+}
+
+void Pipe::store(const Outcome& outcome, OVERLAPPED& state)
+{
+    const bool known = state.Pending == outcome.number;
+    state.Internal = known ? outcome.status : ECANCELED;
+    state.InternalHigh = known ? outcome.count : 0;
+    state.Pending = 0;
+}
+
+void Pipe::writeOutcome(OVERLAPPED& state) const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    store(m_WriteOutcome, state);
+}
+
 void Pipe::outcome(OVERLAPPED& state) const
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    const bool known = state.Pending == m_Outcome.number;
-    state.Internal = known ? m_Outcome.status : ECANCELED;
-    state.InternalHigh = known ? m_Outcome.count : 0;
-    state.Pending = 0;
+    store(m_Outcome, state);
 }
 
 } // namespace tarnix_platform

@@ -1,4 +1,5 @@
-// The kernel's pipe, its read-ahead block, the pending read, and the event that the read signals.
+// The kernel's pipe, its read-ahead block, the pending read and write, and the event that they
+// signal.
 #ifndef TARNIX_PLATFORM_PIPE_H
 #define TARNIX_PLATFORM_PIPE_H
 
@@ -13,15 +14,15 @@ namespace tarnix_platform
 
 class PipeEnd;
 
-// Auto-reset. Only the end of a pending read signals it.
+// Auto-reset. Only the end of a pending read or write signals it.
 class Event : public Object
 {
 public:
     void signal();
     bool consume();
-    // A read on this end will signal the event. Clears the signal of an earlier read.
+    // A read or write on this end will signal the event. Clears the signal of an earlier one.
     void attach(const std::shared_ptr<PipeEnd>& end);
-    // A shared pointer, so that the descriptor stays open while somebody waits for the read.
+    // A shared pointer, so that the descriptor stays open while somebody waits for its end.
     std::shared_ptr<PipeEnd> source() const;
 
 private:
@@ -80,6 +81,14 @@ public:
     // Stores the result of the pending read of this state.
     void outcome(OVERLAPPED& state) const;
 
+    // The same for writes.
+    BOOL write(const std::shared_ptr<PipeEnd>& self, const void* buffer, DWORD size, DWORD* count,
+               OVERLAPPED* overlapped);
+    void cancelWrite();
+    void completeWrite();
+    bool writePending() const;
+    void writeOutcome(OVERLAPPED& state) const;
+
 private:
     struct PendingRead {
         void* buffer = nullptr;
@@ -87,7 +96,14 @@ private:
         std::shared_ptr<Event> event;
     };
 
-    // The result of the last pending read.
+    struct PendingWrite {
+        const char* bytes = nullptr;
+        DWORD size = 0;
+        DWORD written = 0;
+        std::shared_ptr<Event> event;
+    };
+
+    // The result of the last pending read or write.
     struct Outcome {
         ULONG_PTR number = 0;
         ULONG_PTR status = 0;
@@ -97,6 +113,9 @@ private:
     ReadState fill(int& error);
     DWORD takeBytes(void* buffer, DWORD size);
     void finish(ULONG_PTR status, DWORD count);
+    static void store(const Outcome& outcome, OVERLAPPED& state);
+    int writeMore();
+    void finishWrite(int error);
 
     const std::string m_Name;
     mutable std::mutex m_Mutex;
@@ -105,6 +124,8 @@ private:
     ReadAhead* m_Ahead = nullptr;
     PendingRead m_Pending; // buffer null: no read is pending
     Outcome m_Outcome;
+    PendingWrite m_Write; // bytes null: no write is pending
+    Outcome m_WriteOutcome;
     std::size_t m_BytesLeft = 0; // if the output has ended: the rest of it
     bool m_OutputEnded = false;
     bool m_NonBlocking = false;

@@ -1,6 +1,8 @@
 // The operations on pipes, reads and events.
+#include "openfile.h"
 #include "pipeend.h"
 #include "polling.h"
+#include "wakeup.h"
 
 #include <cstring>
 
@@ -34,16 +36,26 @@ DWORD awaitRead(Pipe& pipe, bool wait)
     return 0;
 }
 
+// The same for a write. Only waits continue a write, so that this does not have to wait itself.
+DWORD awaitWrite(Pipe& pipe, bool wait)
+{
+    pipe.completeWrite();
+    if (!pipe.writePending()) {
+        return 0;
+    }
+    return wait ? ENOTSUP : ERROR_IO_PENDING;
+}
+
 } // namespace
 
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
                     const char* /*name*/)
 {
-    if (manualReset || initialState) {
+    if (initialState) {
         fail(ENOTSUP);
         return nullptr;
     }
-    return openHandle(std::make_shared<Event>());
+    return manualReset ? openWakeup() : openHandle(std::make_shared<Event>());
 }
 
 HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DWORD maxInstances,
@@ -63,11 +75,13 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
                    SECURITY_ATTRIBUTES* /*attributes*/, DWORD disposition, DWORD /*flags*/,
                    HANDLE /*templateFile*/)
 {
-    if (name == nullptr || access != GENERIC_READ || disposition != OPEN_EXISTING) {
+    const bool isNull = name != nullptr && std::strcmp(name, "NUL") == 0;
+    if (name == nullptr || disposition != OPEN_EXISTING ||
+        (access != GENERIC_READ && !(isNull && access == GENERIC_WRITE))) {
         fail(EINVAL);
         return INVALID_HANDLE_VALUE;
     }
-    return openEnd(connectPipe(name));
+    return isNull ? openNullDevice() : openEnd(connectPipe(name));
 }
 
 BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
@@ -87,6 +101,21 @@ BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* o
     return result;
 }
 
+BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
+{
+    if (overlapped == nullptr) {
+        return fail(EINVAL);
+    }
+    if (buffer == nullptr || size == 0 || count == nullptr) {
+        return refuseRead(*overlapped, EINVAL);
+    }
+    const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
+    if (!end || end->side() != Side::server) {
+        return refuseRead(*overlapped, EBADF);
+    }
+    return end->pipe()->write(end, buffer, size, count, overlapped);
+}
+
 BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
     if (overlapped->Internal == ERROR_IO_PENDING) {
@@ -96,11 +125,13 @@ BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wa
             overlapped->Pending = 0;
             return fail(ECANCELED);
         }
-        const DWORD error = awaitRead(*end->pipe(), wait != 0);
+        const bool isWrite = end->side() == Side::server;
+        const DWORD error =
+            isWrite ? awaitWrite(*end->pipe(), wait != 0) : awaitRead(*end->pipe(), wait != 0);
         if (error == ERROR_IO_PENDING) {
             return fail(error);
         }
-        end->pipe()->outcome(*overlapped);
+        isWrite ? end->pipe()->writeOutcome(*overlapped) : end->pipe()->outcome(*overlapped);
         overlapped->Internal = error != 0 ? error : overlapped->Internal;
     }
     *count = static_cast<DWORD>(overlapped->InternalHigh);
@@ -113,7 +144,7 @@ BOOL CancelIo(HANDLE file)
     if (!end) {
         return false;
     }
-    end->pipe()->cancel();
+    end->side() == Side::server ? end->pipe()->cancelWrite() : end->pipe()->cancel();
     return true;
 }
 

@@ -20,7 +20,10 @@ Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
 
 void Process::adopt(Child child)
 {
+    rusage caller{};
+    ::getrusage(RUSAGE_SELF, &caller);
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_CallerPeak = caller.ru_maxrss;
     m_Child = std::move(child);
     m_Ended = false;
 }
@@ -57,8 +60,12 @@ bool Process::ended()
 
 bool Process::tryReap()
 {
+    // Before the child is reaped, no other process or group can have its id.
+    if (m_KillsGroupAtEnd && awaitDescriptor(m_Child.pidfd.get(), 0)) {
+        ::kill(-m_Child.pid, SIGKILL);
+    }
     siginfo_t info;
-    switch (reap(m_Child.pidfd.get(), info)) {
+    switch (reap(m_Child.pidfd.get(), info, &m_Used)) {
     case Reaped::no:
         return false;
     case Reaped::elsewhere:
@@ -138,6 +145,24 @@ BOOL Process::exitStatus(DWORD* status)
     }
     *status = m_Status;
     return true;
+}
+
+bool Process::used(rusage& usage) const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (!m_StatusKnown) {
+        return fail(ECHILD);
+    }
+    usage = m_Used;
+    // The kernel counts from the clone, when the child had the caller's memory.
+    usage.ru_maxrss = m_Used.ru_maxrss > m_CallerPeak ? m_Used.ru_maxrss : 0;
+    return true;
+}
+
+void Process::killGroupAtEnd()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_KillsGroupAtEnd = true;
 }
 
 bool Process::endingSignal(int& signal, bool& coreDumped) const

@@ -5,6 +5,8 @@
 #include "child.h"
 #include "pipe.h"
 
+#include <sys/resource.h>
+
 #include <memory>
 #include <mutex>
 
@@ -17,7 +19,7 @@ public:
     Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
     ~Process() override;
 
-    // Sets the child after its start. Until then the process counts as ended.
+    // Sets the child after its start, at once. Until then the process counts as ended.
     void adopt(Child child);
 
     int pidfd() const { return m_Child.pidfd.get(); }
@@ -33,6 +35,11 @@ public:
     bool kill(UINT status);
 
     BOOL exitStatus(DWORD* status);
+
+    // The child's processor time and memory. False as long as they are not known.
+    bool used(rusage& usage) const;
+
+    void killGroupAtEnd();
 
     // False if no signal ended the child, or the one of `kill` did.
     bool endingSignal(int& signal, bool& coreDumped) const;
@@ -51,6 +58,9 @@ private:
     DWORD m_Status = 0;
     int m_Signal = 0; // that ended the child; 0 if none did, or that of `kill`
     bool m_CoreDumped = false;
+    bool m_KillsGroupAtEnd = false;
+    rusage m_Used{};
+    long m_CallerPeak = 0; // the calling process's largest resident memory at the start
 };
 
 } // namespace tarnix_platform

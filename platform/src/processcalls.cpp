@@ -1,6 +1,8 @@
 // The operations on processes: start, status, signal, kill.
 #include "commandline.h"
+#include "environment.h"
 #include "logon.h"
+#include "openfile.h"
 #include "pipeend.h"
 #include "process.h"
 #include "reaping.h"
@@ -22,26 +24,39 @@ class Thread : public Object
 {
 };
 
-struct StandardEnds {
-    std::shared_ptr<PipeEnd> ends[3];
+// Each is a pipe end or another file.
+struct StandardHandle {
+    std::shared_ptr<PipeEnd> end;
+    std::shared_ptr<OpenFile> file;
+
+    int fd() const { return end ? end->fd() : file->fd(); }
 };
 
-bool findEnds(const STARTUPINFOA& startup, StandardEnds& found)
+struct StandardHandles {
+    StandardHandle input;
+    StandardHandle output;
+    StandardHandle error;
+};
+
+bool findHandle(HANDLE handle, StandardHandle& found)
 {
-    const HANDLE handles[3] = {startup.hStdInput, startup.hStdOutput, startup.hStdError};
-    for (int i = 0; i < 3; ++i) {
-        found.ends[i] = find<PipeEnd>(handles[i]);
-        if (!found.ends[i]) {
-            return fail(EBADF, "standard handle is not a pipe");
-        }
-    }
-    return true;
+    const std::shared_ptr<Object> object = objectOf(handle);
+    found.end = std::dynamic_pointer_cast<PipeEnd>(object);
+    found.file = std::dynamic_pointer_cast<OpenFile>(object);
+    return found.end || found.file ? true : fail(EBADF, "standard handle is no pipe or file");
 }
 
-// The pipe whose output the runner reads, if the child gets its server end.
-std::weak_ptr<Pipe> writtenPipe(const PipeEnd& end)
+bool findHandles(const STARTUPINFOA& startup, StandardHandles& found)
 {
-    return end.side() == Side::server ? std::weak_ptr<Pipe>(end.pipe()) : std::weak_ptr<Pipe>();
+    return findHandle(startup.hStdInput, found.input) &&
+           findHandle(startup.hStdOutput, found.output) &&
+           findHandle(startup.hStdError, found.error);
+}
+
+// The pipe whose output the runner reads, if the child gets its server end; otherwise null.
+std::shared_ptr<Pipe> writtenPipe(const StandardHandle& handle)
+{
+    return handle.end && handle.end->side() == Side::server ? handle.end->pipe() : nullptr;
 }
 
 // The handles of a start, closed again unless it succeeds.
@@ -80,49 +95,74 @@ private:
     HANDLE m_Thread = nullptr;
 };
 
-bool planChild(const char* command, const char* directory, const StandardEnds& standard,
-               ChildPlan& plan)
+// The arguments of a start that both operations check and pass on.
+struct StartRequest {
+    const char* command;
+    const char* environment;
+    const char* directory;
+    DWORD flags;
+    const STARTUPINFOA* startup;
+};
+
+bool planChild(const StartRequest& request, const StandardHandles& standard, ChildPlan& plan)
 {
-    if (!splitCommandLine(command, plan.words)) {
+    if (!splitCommandLine(request.command, plan.words)) {
         return fail(EINVAL, "unterminated quote in command");
     }
     if (plan.words.empty()) {
         return fail(EINVAL, "command is empty");
     }
-    plan.directory = directory == nullptr ? "" : directory;
-    for (int i = 0; i < 3; ++i) {
-        plan.standard[i] = standard.ends[i]->fd();
+    plan.directory = request.directory == nullptr ? "" : request.directory;
+    plan.standard[0] = standard.input.fd();
+    plan.standard[1] = standard.output.fd();
+    plan.standard[2] = standard.error.fd();
+    plan.inheritsEnvironment = request.environment == nullptr;
+    if (request.environment != nullptr) {
+        plan.environment = variablesOf(request.environment);
+    }
+    if ((request.flags & EXTENDED_STARTUPINFO_PRESENT) != 0) {
+        const auto* extended = reinterpret_cast<const STARTUPINFOEXA*>(request.startup);
+        if (const TxStartAttributes* attributes = extended->lpAttributeList) {
+            plan.mask = attributes->Umask;
+            plan.endsWithCaller = attributes->EndsWithCaller;
+        }
     }
     return true;
 }
 
-// The child may open its standard handles again by name (/dev/stdout), so its user must own them.
-bool changeOwner(const StandardEnds& standard, const Identity& identity)
+// The child may open its pipes again by name (/dev/stdout), so its user must own them.
+bool changeOwner(const StandardHandles& standard, const Identity& identity)
 {
-    for (const std::shared_ptr<PipeEnd>& end : standard.ends) {
-        if (::fchown(end->fd(), identity.uid, identity.gid) != 0) {
+    for (const StandardHandle* handle : {&standard.input, &standard.output, &standard.error}) {
+        if (handle->end && ::fchown(handle->fd(), identity.uid, identity.gid) != 0) {
             return fail(errno, "cannot change owner of pipe");
         }
     }
     return true;
 }
 
-BOOL startProcess(const Identity* identity, const char* command, const char* directory,
-                  const STARTUPINFOA& startup, PROCESS_INFORMATION& information)
+FILETIME ticksOf(const timeval& time)
 {
-    if ((startup.dwFlags & STARTF_USESTDHANDLES) == 0) {
+    const std::uint64_t ticks = static_cast<std::uint64_t>(time.tv_sec) * 10000000 +
+                                static_cast<std::uint64_t>(time.tv_usec) * 10;
+    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+BOOL startProcess(const Identity* identity, const StartRequest& request,
+                  PROCESS_INFORMATION& information)
+{
+    if ((request.startup->dwFlags & STARTF_USESTDHANDLES) == 0) {
         return fail(EINVAL);
     }
     reapOrphans();
-    StandardEnds standard;
+    StandardHandles standard;
     ChildPlan plan;
-    if (!findEnds(startup, standard) || !planChild(command, directory, standard, plan) ||
+    if (!findHandles(*request.startup, standard) || !planChild(request, standard, plan) ||
         (identity != nullptr && !changeOwner(standard, *identity))) {
         return false;
     }
-    const PipeEnd& output = *standard.ends[1];
-    const auto process =
-        std::make_shared<Process>(writtenPipe(output), writtenPipe(*standard.ends[2]));
+    const std::shared_ptr<Pipe> output = writtenPipe(standard.output);
+    const auto process = std::make_shared<Process>(output, writtenPipe(standard.error));
     StartedHandles handles;
     Child child;
     const ChildGuard guard(child); // an allocation may fail while the start is still being watched
@@ -133,8 +173,8 @@ BOOL startProcess(const Identity* identity, const char* command, const char* dir
     information.dwProcessId = static_cast<DWORD>(child.pid);
     information.dwThreadId = information.dwProcessId;
     process->adopt(std::move(child));
-    if (output.side() == Side::server) {
-        output.pipe()->setWriter(handles.process());
+    if (output) {
+        output->setWriter(handles.process());
     }
     handles.release(information);
     return true;
@@ -143,20 +183,22 @@ BOOL startProcess(const Identity* identity, const char* command, const char* dir
 } // namespace
 
 BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES* process,
-                    SECURITY_ATTRIBUTES* thread, BOOL /*inheritHandles*/, DWORD /*flags*/,
+                    SECURITY_ATTRIBUTES* thread, BOOL /*inheritHandles*/, DWORD flags,
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information)
 {
     if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
-        environment != nullptr || startup == nullptr || information == nullptr) {
+        startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
-    return startProcess(nullptr, command, directory, *startup, *information);
+    return startProcess(nullptr,
+                        {command, static_cast<const char*>(environment), directory, flags, startup},
+                        *information);
 }
 
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
-                          BOOL /*inheritHandles*/, DWORD /*flags*/, void* environment,
+                          BOOL /*inheritHandles*/, DWORD flags, void* environment,
                           const char* directory, STARTUPINFOA* startup,
                           PROCESS_INFORMATION* information)
 {
@@ -168,11 +210,13 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
         return false;
     }
     if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
-        environment != nullptr || startup == nullptr || information == nullptr) {
+        startup == nullptr || information == nullptr) {
         return fail(EINVAL);
     }
     const Identity identity = identityOf(found->account());
-    return startProcess(&identity, command, directory, *startup, *information);
+    return startProcess(&identity,
+                        {command, static_cast<const char*>(environment), directory, flags, startup},
+                        *information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
@@ -185,6 +229,49 @@ bool endingSignal(HANDLE process, int& signal, bool& coreDumped)
 {
     const auto found = std::dynamic_pointer_cast<const Process>(objectOf(process));
     return found && found->endingSignal(signal, coreDumped);
+}
+
+BOOL GetProcessTimes(HANDLE process, FILETIME* creation, FILETIME* exit, FILETIME* kernel,
+                     FILETIME* user)
+{
+    const std::shared_ptr<Process> found = find<Process>(process);
+    rusage usage{};
+    if (!found || !found->used(usage)) {
+        return false;
+    }
+    *creation = *exit = FILETIME{};
+    *kernel = ticksOf(usage.ru_stime);
+    *user = ticksOf(usage.ru_utime);
+    return true;
+}
+
+BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, DWORD size)
+{
+    const std::shared_ptr<Process> found = find<Process>(process);
+    rusage usage{};
+    if (counters == nullptr || size < sizeof *counters) {
+        return fail(EINVAL);
+    }
+    if (!found || !found->used(usage)) {
+        return false;
+    }
+    constexpr std::size_t kibibyte = 1024;
+    counters->PageFaultCount = static_cast<DWORD>(usage.ru_minflt + usage.ru_majflt);
+    counters->PeakWorkingSetSize = static_cast<std::size_t>(usage.ru_maxrss) * kibibyte;
+    return true;
+}
+
+BOOL sendSignal(HANDLE process, int signal)
+{
+    const std::shared_ptr<Process> found = find<Process>(process);
+    return found ? (!found->ended() ? found->signalGroup(signal) : fail(ESRCH)) : false;
+}
+
+void killGroupAtEnd(HANDLE process)
+{
+    if (const std::shared_ptr<Process> found = find<Process>(process)) {
+        found->killGroupAtEnd();
+    }
 }
 
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)

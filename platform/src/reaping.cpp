@@ -5,7 +5,9 @@
 #include "polling.h"
 #include "retry.h"
 
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -52,13 +54,12 @@ private:
 
 } // namespace
 
-Reaped reap(int pidfd, siginfo_t& info)
+Reaped reap(int pidfd, siginfo_t& info, rusage* used)
 {
     info = siginfo_t{};
-    const int result = retryInterrupted([&] {
-        return ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(pidfd), &info,
-                        WEXITED | WNOHANG);
-    });
+    // The C library's waitid does not pass on what the child has used.
+    const auto result = retryInterrupted(
+        [&] { return ::syscall(SYS_waitid, P_PIDFD, pidfd, &info, WEXITED | WNOHANG, used); });
     if (result != 0) {
         return Reaped::elsewhere;
     }

@@ -4,6 +4,8 @@
 
 #include "uniquefd.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 namespace tarnix_platform
@@ -13,8 +15,8 @@ namespace tarnix_platform
 // status.
 enum class Reaped { no, yes, elsewhere };
 
-// Reaps the child if it has ended; `info` is its status.
-Reaped reap(int pidfd, siginfo_t& info);
+// Reaps the child if it has ended; `info` is its status, and `used` what it has used.
+Reaped reap(int pidfd, siginfo_t& info, rusage* used = nullptr);
 
 // How long to wait for the end of a child that was killed, in milliseconds. SIGKILL takes effect at
 // once unless the child is blocked in the kernel: by a dead disk for example, or in a file system

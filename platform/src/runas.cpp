@@ -4,11 +4,12 @@
 // read the memory. So the child first executes this program, still as the caller. The program
 // switches to the user, enters the directory as that user, and executes the command.
 //
-// It is started with the user's supplementary groups. Arguments: user id, group id, directory (may
-// be empty), number of candidates, the candidates (paths to try in turn), then the command's own
-// arguments. The environment is that of the command, with a mark in front of each variable. It
-// writes reports to descriptor 3: one when it begins, and one if a step fails. The start of the
-// command closes that descriptor.
+// It is started with the user's supplementary groups. Arguments: user id, group id, umask, id of
+// the calling process if the command ends with it or 0, directory (may be empty), number of
+// candidates, the candidates (paths to try in turn), then the command's own arguments. The
+// environment is that of the command, with a mark in front of each variable. It writes reports to
+// descriptor 3: one when it begins, and one if a step fails. The start of the command closes that
+// descriptor.
 //
 // It uses neither the C library nor the C++ library: runasstart.cpp says why.
 #include "runas.h"
@@ -22,6 +23,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <ctime>
 
@@ -104,6 +106,19 @@ int becomeUser(uid_t uid, gid_t gid)
     return switched ? 0 : EPERM;
 }
 
+// Called after the change of the user id, which cancels the request. Returns 0 or an errno.
+int endWithCaller(std::uint32_t caller)
+{
+    if (caller == 0) {
+        return 0;
+    }
+    const long error = -call(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+    if (error != 0) {
+        return static_cast<int>(error);
+    }
+    return call(SYS_getppid) == static_cast<long>(caller) ? 0 : ESRCH; // it has ended already
+}
+
 void unmarkEnvironment(char** environment)
 {
     for (char** variable = environment; *variable != nullptr; ++variable) {
@@ -148,11 +163,11 @@ int executeCandidate(char** candidates, int count, char** command, char** enviro
 
 int runAs(int argc, char** argv, char** environment)
 {
-    constexpr int fixedArguments = 5;
+    constexpr int fixedArguments = 7;
     if (call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0 || !report(RunAsStep::begin)) {
         return 126;
     }
-    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[4])) : 0;
+    const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[6])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
         return reportFailure(RunAsStep::identity, EINVAL);
     }
@@ -165,8 +180,12 @@ int runAs(int argc, char** argv, char** environment)
         return reportFailure(RunAsStep::keyring, error);
     }
     // A daemon's is often 0: the user's files would be writable for all.
-    call(SYS_umask, S_IWGRP | S_IWOTH);
-    error = argv[3][0] != '\0' ? static_cast<int>(-call(SYS_chdir, argv[3])) : 0;
+    call(SYS_umask, number(argv[3]));
+    error = endWithCaller(number(argv[4]));
+    if (error != 0) {
+        return reportFailure(RunAsStep::identity, error);
+    }
+    error = argv[5][0] != '\0' ? static_cast<int>(-call(SYS_chdir, argv[5])) : 0;
     if (error != 0) {
         return reportFailure(RunAsStep::directory, error);
     }

@@ -14,9 +14,23 @@ namespace tarnix_platform
 namespace
 {
 
-std::string searchPath()
+const char* pathOf(const ChildPlan& plan)
 {
-    if (const char* path = std::getenv("PATH")) {
+    static constexpr char name[] = "PATH=";
+    if (plan.inheritsEnvironment) {
+        return std::getenv("PATH");
+    }
+    for (const std::string& variable : plan.environment) {
+        if (variable.compare(0, sizeof name - 1, name) == 0) {
+            return variable.c_str() + sizeof name - 1;
+        }
+    }
+    return nullptr;
+}
+
+std::string searchPath(const ChildPlan& plan)
+{
+    if (const char* path = pathOf(plan)) {
         return path;
     }
     std::string path(::confstr(_CS_PATH, nullptr, 0), '\0');
@@ -27,13 +41,14 @@ std::string searchPath()
 
 } // namespace
 
-std::vector<std::string> candidatesOf(const std::string& program)
+std::vector<std::string> candidatesOf(const ChildPlan& plan)
 {
+    const std::string& program = plan.words.front();
     if (program.empty() || program.find('/') != std::string::npos) {
         return {program};
     }
     std::vector<std::string> candidates;
-    const std::string path = searchPath();
+    const std::string path = searchPath(plan);
     for (std::size_t begin = 0; begin <= path.size();) {
         const std::size_t end = std::min(path.find(':', begin), path.size());
         // An empty entry is the current directory.
@@ -75,13 +90,16 @@ bool failStep(const ChildPlan& plan, ChildStep step, int error)
 
 bool spawn(const ChildPlan& plan, Child& child)
 {
-    const std::vector<std::string> paths = candidatesOf(plan.words.front());
+    const std::vector<std::string> paths = candidatesOf(plan);
     const std::vector<char*> candidates = pointersTo(paths);
     const std::vector<char*> arguments = pointersTo(plan.words);
+    const std::vector<char*> environment = pointersTo(plan.environment);
     ChildSide side;
     side.candidates = candidates.data();
     side.arguments = arguments.data();
-    side.environment = environ;
+    side.environment = plan.inheritsEnvironment ? environ : environment.data();
+    side.mask = plan.mask;
+    side.caller = plan.endsWithCaller ? ::getpid() : 0;
     side.directory = plan.directory.empty() ? nullptr : plan.directory.c_str();
     side.standard = plan.standard;
     return startChild(side, child) || failStep(plan, side.failedStep, side.error);

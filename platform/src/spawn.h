@@ -14,6 +14,10 @@ struct ChildPlan {
     std::vector<std::string> words;
     std::string directory; // empty: the caller's
     int standard[3];       // all above 2
+    bool inheritsEnvironment = true;
+    std::vector<std::string> environment; // if it does not inherit the caller's
+    int mask = -1;                        // umask; -1: the caller's, or 022 for another user
+    bool endsWithCaller = false;
 };
 
 // False with the last error set if any step up to the start of the program failed; then no child is
@@ -21,8 +25,8 @@ struct ChildPlan {
 bool spawn(const ChildPlan& plan, Child& child);
 
 // The paths of the program to try in turn: the name itself if it has a slash, otherwise one for
-// each directory of the search path.
-std::vector<std::string> candidatesOf(const std::string& program);
+// each directory of the search path, which is the child's PATH.
+std::vector<std::string> candidatesOf(const ChildPlan& plan);
 
 // The texts as the null-terminated array that exec needs. They must outlive it.
 std::vector<char*> pointersTo(const std::vector<std::string>& texts);

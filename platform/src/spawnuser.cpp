@@ -96,17 +96,28 @@ int openInstalled(UniqueFd& program)
 std::vector<std::string> runAsArguments(const ChildPlan& plan, const Identity& identity,
                                         const std::vector<std::string>& paths)
 {
-    std::vector<std::string> arguments{"tarnix-runas", std::to_string(identity.uid),
-                                       std::to_string(identity.gid), plan.directory,
+    constexpr int usualMask = S_IWGRP | S_IWOTH;
+    std::vector<std::string> arguments{"tarnix-runas",
+                                       std::to_string(identity.uid),
+                                       std::to_string(identity.gid),
+                                       std::to_string(plan.mask < 0 ? usualMask : plan.mask),
+                                       std::to_string(plan.endsWithCaller ? ::getpid() : 0),
+                                       plan.directory,
                                        std::to_string(paths.size())};
     arguments.insert(arguments.end(), paths.begin(), paths.end());
     arguments.insert(arguments.end(), plan.words.begin(), plan.words.end());
     return arguments;
 }
 
-std::vector<std::string> markedEnvironment()
+std::vector<std::string> markedEnvironment(const ChildPlan& plan)
 {
     std::vector<std::string> marked;
+    for (const std::string& variable : plan.environment) {
+        marked.push_back(kRunAsMark + variable);
+    }
+    if (!plan.inheritsEnvironment) {
+        return marked;
+    }
     for (char* const* variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
         marked.push_back(kRunAsMark + std::string(*variable));
     }
@@ -256,10 +267,9 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     if (!openPipe(reader, writer) || !moveAbove(writer, kRunAsProgram)) {
         return fail(errno);
     }
-    const std::vector<std::string> texts =
-        runAsArguments(plan, identity, candidatesOf(plan.words.front()));
+    const std::vector<std::string> texts = runAsArguments(plan, identity, candidatesOf(plan));
     const std::vector<char*> arguments = pointersTo(texts);
-    const std::vector<std::string> variables = markedEnvironment();
+    const std::vector<std::string> variables = markedEnvironment(plan);
     const std::vector<char*> environment = pointersTo(variables);
     ChildSide side;
     side.arguments = arguments.data();

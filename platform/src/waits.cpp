@@ -3,6 +3,7 @@
 #include "polling.h"
 #include "process.h"
 #include "reaping.h"
+#include "wakeup.h"
 
 #include <poll.h>
 
@@ -22,8 +23,9 @@ public:
         Entry& entry = m_Entries[m_Count];
         entry.process = std::dynamic_pointer_cast<Process>(object);
         entry.event = std::dynamic_pointer_cast<Event>(object);
+        entry.wakeup = std::dynamic_pointer_cast<Wakeup>(object);
         ++m_Count;
-        return entry.process || entry.event ? true : fail(EBADF);
+        return entry.process || entry.event || entry.wakeup ? true : fail(EBADF);
     }
 
     DWORD wait(const Deadline& deadline)
@@ -48,7 +50,8 @@ private:
     struct Entry {
         std::shared_ptr<Process> process;
         std::shared_ptr<Event> event;
-        std::shared_ptr<PipeEnd> source; // of the read that the event waits for
+        std::shared_ptr<Wakeup> wakeup;
+        std::shared_ptr<PipeEnd> source; // of the read or write that the event waits for
 
         bool polledReady = false;  // the descriptor was ready: the child or the read may have ended
         bool ended = false;        // the child has been reaped
@@ -65,7 +68,7 @@ private:
         for (DWORD i = 0; i < m_Count; ++i) {
             // The descriptor of a child that a tracer holds is always ready: poll would not wait.
             const bool heldByTracer = m_Entries[i].heldByTracer;
-            fds[i] = pollfd{heldByTracer ? -1 : descriptorOf(m_Entries[i]), POLLIN, 0};
+            fds[i] = heldByTracer ? pollfd{-1, 0, 0} : pollOf(m_Entries[i]);
             left = heldByTracer && (left < 0 || left > retryInterval) ? retryInterval : left;
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
@@ -79,13 +82,23 @@ private:
         return true;
     }
 
-    static int descriptorOf(Entry& entry)
+    static pollfd pollOf(Entry& entry)
     {
         if (entry.process) {
-            return entry.process->pidfd();
+            return {entry.process->pidfd(), POLLIN, 0};
+        }
+        if (entry.wakeup) {
+            return {entry.wakeup->fd(), POLLIN, 0};
         }
         entry.source = entry.event->source();
-        return entry.source && entry.source->pipe()->pending() ? entry.source->fd() : -1;
+        if (!entry.source) {
+            return {-1, 0, 0};
+        }
+        const bool writes = entry.source->side() == Side::server;
+        const Pipe& pipe = *entry.source->pipe();
+        const bool isPending = writes ? pipe.writePending() : pipe.pending();
+        return {isPending ? entry.source->fd() : -1, static_cast<short>(writes ? POLLOUT : POLLIN),
+                0};
     }
 
     // Returns what happened first. Children are reaped first, which marks the end of their output.
@@ -105,7 +118,8 @@ private:
         for (DWORD i = 0; i < m_Count; ++i) {
             const Entry& entry = m_Entries[i];
             const bool tryRead = entry.polledReady || anyEnded;
-            if (entry.event && consumeEvent(*entry.event, tryRead, !anyEnded)) {
+            if ((entry.wakeup && entry.polledReady) ||
+                (entry.event && consumeEvent(*entry.event, tryRead, !anyEnded))) {
                 return WAIT_OBJECT_0 + i;
             }
         }
@@ -117,12 +131,16 @@ private:
         return WAIT_TIMEOUT;
     }
 
-    // Whether the event was signalled. With `tryRead`, its pending read is tried before.
+    // Whether the event was signalled. With `tryRead`, its pending read or write is tried before.
     static bool consumeEvent(Event& event, bool tryRead, bool completeAtEnd)
     {
         if (tryRead) {
             if (const std::shared_ptr<PipeEnd> source = event.source()) {
-                source->pipe()->complete(completeAtEnd);
+                if (source->side() == Side::server) {
+                    source->pipe()->completeWrite();
+                } else {
+                    source->pipe()->complete(completeAtEnd);
+                }
             }
         }
         return event.consume();

@@ -7,6 +7,8 @@
 
 #include "platform_types.h"
 
+#include <psapi.h>
+
 namespace tarnix_platform
 {
 
@@ -20,6 +22,38 @@ inline void setUserStartLimit(DWORD /*milliseconds*/) {}
 inline bool endingSignal(HANDLE /*process*/, int& /*signal*/, bool& /*coreDumped*/)
 {
     return false;
+}
+
+/// Always invalid: descriptors of the C library are not passed on.
+inline HANDLE openDescriptor(int /*fd*/)
+{
+    return INVALID_HANDLE_VALUE;
+}
+
+/// They have no effect: this system has no umask, and no parent that a process could end with.
+struct TxStartAttributes {
+    int Umask;
+    bool EndsWithCaller;
+};
+inline void setStartAttributes(STARTUPINFOEXA& /*startup*/, const TxStartAttributes& /*attributes*/)
+{
+}
+
+/// SIGINT is Ctrl-C; every other signal is Ctrl-Break.
+inline BOOL sendSignal(HANDLE process, int signal)
+{
+    constexpr int interrupt = 2;
+    return GenerateConsoleCtrlEvent(signal == interrupt ? CTRL_C_EVENT : CTRL_BREAK_EVENT,
+                                    GetProcessId(process));
+}
+
+/// Has no effect.
+inline void killGroupAtEnd(HANDLE /*process*/) {}
+
+/// Always null: the blocks of accounts are wide.
+inline char* accountEnvironment(HANDLE /*token*/)
+{
+    return nullptr;
 }
 
 } // namespace tarnix_platform
