@@ -2,7 +2,7 @@
 # of its test with .cpp, and its expected output to the same name with .out. Prints the names.
 #
 # In a page, a program is a block that begins with "// name.cpp"; the text block after it is its
-# expected output. In a header, it is the @code block at the head: the lines after the includes
+# expected output. In a header, it is each @code block that begins a line: the lines after the includes
 # become the body of main, and a comment "// prints TEXT" gives a line of the expected output.
 function start(test) {
     name = test
@@ -17,7 +17,8 @@ FILENAME ~ /\.h$/ {
     if (/^\/\/\/ @code/) {
         header = FILENAME
         gsub(/.*\/|\.h$/, "", header)
-        start("header_" header)
+        count[header]++
+        start("header_" header (count[header] > 1 ? "_" count[header] : ""))
         example = 1
         body = 0
     } else if (/^\/\/\/ @endcode/) {

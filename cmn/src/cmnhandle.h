@@ -51,6 +51,29 @@ private:
     HANDLE& m_Handle;
 };
 
+// Owns a handle.
+class OwnedHandle
+{
+public:
+    OwnedHandle() = default;
+    ~OwnedHandle() { closeAndForget(m_Handle); }
+    OwnedHandle(const OwnedHandle&) = delete;
+    OwnedHandle& operator=(const OwnedHandle&) = delete;
+
+    HANDLE get() const { return m_Handle; }
+    // Null is what some operations return on failure.
+    explicit operator bool() const { return isValid(m_Handle) && m_Handle != nullptr; }
+
+    void reset(HANDLE handle = INVALID_HANDLE_VALUE)
+    {
+        closeAndForget(m_Handle);
+        m_Handle = handle;
+    }
+
+private:
+    HANDLE m_Handle = INVALID_HANDLE_VALUE;
+};
+
 } // namespace tarnix_cmn_4_4
 
 #endif

@@ -1,0 +1,113 @@
+// What a run does with the output of its command.
+#include "cmncommandoutput.h"
+
+#include "cmncommandsettings.h"
+
+#include <algorithm>
+
+namespace tarnix_cmn_4_4
+{
+
+namespace
+{
+
+using Stream = CCmnCommand::Stream;
+using Reason = SCmnCommandOutcome::Reason;
+using Delivery = CommandSettings::Delivery;
+
+} // namespace
+
+CommandOutput::CommandOutput(const CommandSettings& settings, SCmnCommandOutcome& outcome)
+    : m_Settings(settings), m_Outcome(outcome)
+{
+}
+
+Reason CommandOutput::take(Stream stream, std::string_view piece)
+{
+    const std::string_view taken = withinLimits(piece);
+    if (!deliver(stream, taken)) {
+        return Reason::caller;
+    }
+    return taken.size() < piece.size() ? Reason::outputLimit : Reason::none;
+}
+
+Reason CommandOutput::finish(Stream stream)
+{
+    std::string line;
+    line.swap(begunLine(stream));
+    return line.empty() || passLine(stream, line) ? Reason::none : Reason::caller;
+}
+
+// The part of the piece up to the limit that it reaches.
+std::string_view CommandOutput::withinLimits(std::string_view piece)
+{
+    if (m_Settings.byteLimit != 0) {
+        piece = piece.substr(0, m_Settings.byteLimit - m_Bytes);
+    }
+    if (m_Settings.lineLimit != 0) {
+        std::size_t end = 0;
+        while (m_Lines < m_Settings.lineLimit && end < piece.size()) {
+            const std::size_t newline = piece.find('\n', end);
+            m_Lines += newline != std::string_view::npos ? 1 : 0;
+            end = std::min(newline, piece.size() - 1) + 1;
+        }
+        piece = piece.substr(0, end);
+    }
+    m_Bytes += piece.size();
+    return piece;
+}
+
+// False if the callback does not want more.
+bool CommandOutput::deliver(Stream stream, std::string_view piece)
+{
+    switch (m_Settings.delivery) {
+    case Delivery::byteCallback:
+        return piece.empty() || m_Settings.callback(piece, stream);
+    case Delivery::keptBytes:
+        (stream == Stream::output ? m_Outcome.bytes : m_Outcome.errorBytes) += piece;
+        return true;
+    default:
+        return deliverLines(stream, piece);
+    }
+}
+
+bool CommandOutput::deliverLines(Stream stream, std::string_view piece)
+{
+    std::string& begun = begunLine(stream);
+    for (;;) {
+        const std::size_t newline = piece.find('\n');
+        if (newline == std::string_view::npos) {
+            begun += piece;
+            return true;
+        }
+        std::string_view line = piece.substr(0, newline);
+        if (!begun.empty()) {
+            begun += line;
+            line = begun;
+        }
+        if (!line.empty() && line.back() == '\r') {
+            line.remove_suffix(1);
+        }
+        if (!passLine(stream, line)) {
+            return false;
+        }
+        begun.clear();
+        piece.remove_prefix(newline + 1);
+    }
+}
+
+bool CommandOutput::passLine(Stream stream, std::string_view line)
+{
+    if (m_Settings.delivery == Delivery::lineCallback) {
+        return m_Settings.callback(line, stream);
+    }
+    (stream == Stream::output ? m_Outcome.lines : m_Outcome.errorLines).emplace_back(line);
+    return true;
+}
+
+std::string& CommandOutput::begunLine(Stream stream)
+{
+    return m_BegunLines[stream == Stream::output ? 0 : 1];
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,357 @@
+// One run of a command: its output, its stop and its outcome. cmncommandstart.cpp has its start.
+#include "cmncommandrun.h"
+
+#include "cmnstringtool.h"
+#include "cmnsystemerror.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <utility>
+
+namespace tarnix_cmn_4_4
+{
+
+namespace
+{
+
+using Stream = CCmnCommand::Stream;
+using End = SCmnCommandOutcome::End;
+
+constexpr DWORD kLargestWrite = 1U << 30; // bytes passed to the platform at a time
+constexpr UINT kKilledStatus = 1067;      // the system's ERROR_PROCESS_ABORTED
+constexpr int kKillSignal = 9;
+constexpr std::chrono::milliseconds kKillTimeout{2000}; // a child may be blocked in the kernel
+constexpr std::chrono::milliseconds kShortestPatience{1};
+
+constexpr Stream kStreams[] = {Stream::output, Stream::error};
+
+std::chrono::nanoseconds durationOf(const FILETIME& ticks)
+{
+    const auto count =
+        (static_cast<std::uint64_t>(ticks.dwHighDateTime) << 32) | ticks.dwLowDateTime;
+    constexpr int nanosecondsOfTick = 100;
+    return std::chrono::nanoseconds(static_cast<std::int64_t>(count) * nanosecondsOfTick);
+}
+
+// 0 is no limit.
+std::chrono::steady_clock::time_point after(std::chrono::steady_clock::time_point start,
+                                            CCmnCommand::Duration limit)
+{
+    using Point = std::chrono::steady_clock::time_point;
+    return limit.count() <= 0 || limit > Point::max() - start ? Point::max() : start + limit;
+}
+
+} // namespace
+
+CommandRun::CommandRun(const CommandSettings& settings, const StopRequest& stop,
+                       const CommandLog& log)
+    : m_Settings(settings), m_Stop(stop), m_Log(log)
+{
+}
+
+CommandRun::~CommandRun()
+{
+    if (m_ChildRuns) {
+        tarnix_platform::killGroupAtEnd(m_Process.get());
+        TerminateProcess(m_Process.get(), kKilledStatus);
+    }
+}
+
+SCmnCommandOutcome CommandRun::run()
+{
+    if (start()) {
+        while (m_Phase != Phase::lost && (m_ChildRuns || anyReaderOpen())) {
+            goOn();
+        }
+        conclude();
+    }
+    m_Outcome.elapsed = Clock::now() - m_Start;
+    return std::move(m_Outcome);
+}
+
+// ---- Output and input --------------------------------------------------------------------------
+
+// Takes what can be had without waiting. If that is nothing, waits.
+void CommandRun::goOn()
+{
+    bool isBusy = false;
+    for (const Stream stream : kStreams) {
+        isBusy = readSome(stream) || isBusy;
+    }
+    writeSome();
+    if (m_ChildRuns) {
+        checkTime();
+    }
+    if (m_ChildRuns && !isBusy) {
+        wait();
+    }
+}
+
+CommandRun::Reader& CommandRun::readerOf(Stream stream)
+{
+    return m_Readers[stream == Stream::output ? 0 : 1];
+}
+
+bool CommandRun::anyReaderOpen() const
+{
+    return m_Readers[0].end || m_Readers[1].end;
+}
+
+// True if there were bytes.
+bool CommandRun::readSome(Stream stream)
+{
+    Reader& reader = readerOf(stream);
+    if (!reader.end || reader.isPending) {
+        return false;
+    }
+    DWORD got = 0;
+    if (ReadFile(reader.end.get(), reader.buffer.get(), kPieceSize, &got, &reader.state)) {
+        take(stream, got);
+        return true;
+    }
+    // Once the child has ended, the rest of its output is there: nothing is awaited.
+    reader.isPending = GetLastError() == ERROR_IO_PENDING && m_ChildRuns;
+    if (!reader.isPending) {
+        closeReader(stream);
+    }
+    return false;
+}
+
+void CommandRun::take(Stream stream, DWORD size)
+{
+    m_LastOutput = Clock::now();
+    const Reason reason =
+        m_Output.take(stream, std::string_view(readerOf(stream).buffer.get(), size));
+    if (reason != Reason::none) {
+        closeReaders(); // so that a command that goes on printing ends
+        beginStop(reason);
+    }
+}
+
+void CommandRun::closeReader(Stream stream)
+{
+    Reader& reader = readerOf(stream);
+    reader.end.reset();
+    reader.isPending = false;
+    const Reason reason = m_Output.finish(stream);
+    if (reason != Reason::none) {
+        beginStop(reason);
+    }
+}
+
+void CommandRun::closeReaders()
+{
+    for (Reader& reader : m_Readers) {
+        reader.end.reset();
+        reader.isPending = false;
+    }
+}
+
+// Writes as much of the input as there is room for. The end is closed after the last byte, and if
+// the command does not read any more, which is not a failure.
+void CommandRun::writeSome()
+{
+    Writer& writer = m_Writer;
+    while (writer.end && writer.piece == 0) {
+        const std::string& text = m_Settings.inputText;
+        const std::size_t left = text.size() - writer.written;
+        if (left == 0) {
+            writer.end.reset();
+            return;
+        }
+        const auto piece = static_cast<DWORD>(std::min<std::size_t>(left, kLargestWrite));
+        DWORD got = 0;
+        if (WriteFile(writer.end.get(), text.data() + writer.written, piece, &got, &writer.state)) {
+            writer.written += piece;
+        } else if (GetLastError() == ERROR_IO_PENDING) {
+            writer.piece = piece;
+        } else {
+            writer.end.reset();
+        }
+    }
+}
+
+// The read that was pending has ended; or the child has, and then there is nothing to wait for.
+void CommandRun::finishRead(Stream stream)
+{
+    Reader& reader = readerOf(stream);
+    DWORD got = 0;
+    if (GetOverlappedResult(reader.end.get(), &reader.state, &got, false)) {
+        reader.isPending = false;
+        take(stream, got);
+    } else if (GetLastError() != ERROR_IO_PENDING || !m_ChildRuns) {
+        closeReader(stream);
+    }
+}
+
+void CommandRun::finishWrite()
+{
+    DWORD got = 0;
+    if (GetOverlappedResult(m_Writer.end.get(), &m_Writer.state, &got, false)) {
+        m_Writer.written += m_Writer.piece;
+        m_Writer.piece = 0;
+    } else if (GetLastError() != ERROR_IO_PENDING) {
+        m_Writer.piece = 0;
+        m_Writer.end.reset();
+    }
+}
+
+void CommandRun::childEnded()
+{
+    m_ChildRuns = false;
+    m_Writer.end.reset();
+    for (const Stream stream : kStreams) {
+        if (readerOf(stream).isPending) {
+            finishRead(stream);
+        }
+    }
+}
+
+void CommandRun::wait()
+{
+    HANDLE awaited[5];
+    std::function<void()> actions[5];
+    DWORD count = 0;
+    const auto add = [&](const OwnedHandle& handle, std::function<void()> action) {
+        awaited[count] = handle.get();
+        actions[count++] = std::move(action);
+    };
+    if (m_Phase == Phase::running) { // the request stays: later it would end every wait at once
+        add(m_Stop.event(), [this] { beginStop(Reason::caller); });
+    }
+    for (const Stream stream : kStreams) {
+        if (readerOf(stream).isPending) {
+            add(readerOf(stream).event, [this, stream] { finishRead(stream); });
+        }
+    }
+    if (m_Writer.piece != 0) {
+        add(m_Writer.event, [this] { finishWrite(); });
+    }
+    add(m_Process, [this] { childEnded(); });
+    const DWORD woken = WaitForMultipleObjectsEx(count, awaited, false, untilDeadline(), false);
+    if (woken < count) {
+        actions[woken]();
+    } else if (woken == WAIT_FAILED) {
+        refuseBySystem();
+        m_Phase = Phase::lost; // the destructor kills the child
+    }
+}
+
+// ---- Time and stop -----------------------------------------------------------------------------
+
+void CommandRun::checkTime()
+{
+    if (m_Phase == Phase::running && m_Stop.requested()) {
+        beginStop(Reason::caller);
+    }
+    const Clock::time_point now = Clock::now();
+    if (m_Phase != Phase::running) {
+        if (now >= m_StageEnd) {
+            nextStage();
+        }
+    } else if (now >= timeLimit()) {
+        beginStop(Reason::timeLimit);
+    } else if (now >= silenceLimit()) {
+        beginStop(Reason::silence);
+    }
+}
+
+CommandRun::Clock::time_point CommandRun::timeLimit() const
+{
+    return after(m_Start, m_Settings.timeLimit);
+}
+
+// A command that has closed its output is not silent: it can print nothing.
+CommandRun::Clock::time_point CommandRun::silenceLimit() const
+{
+    return anyReaderOpen() ? after(m_LastOutput, m_Settings.silenceLimit)
+                           : Clock::time_point::max();
+}
+
+// In milliseconds, rounded up, so that a wait does not end just before its time.
+DWORD CommandRun::untilDeadline() const
+{
+    const Clock::time_point deadline =
+        m_Phase == Phase::running ? std::min(timeLimit(), silenceLimit()) : m_StageEnd;
+    if (deadline == Clock::time_point::max()) {
+        return INFINITE;
+    }
+    constexpr std::int64_t longest = 1000000000;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    return static_cast<DWORD>(std::clamp<std::int64_t>(left.count(), 0, longest));
+}
+
+void CommandRun::beginStop(Reason reason)
+{
+    if (m_Phase != Phase::running || !m_ChildRuns) {
+        return;
+    }
+    m_Phase = Phase::stopping;
+    m_Outcome.reason = reason;
+    tarnix_platform::killGroupAtEnd(m_Process.get());
+    nextStage();
+}
+
+void CommandRun::nextStage()
+{
+    if (m_Phase == Phase::killed) {
+        m_Outcome.errorText = "the killed command does not end";
+        m_Phase = Phase::lost;
+        return;
+    }
+    if (m_Stage < m_Settings.stages.size()) {
+        const SCmnStopStage& stage = m_Settings.stages[m_Stage++];
+        tarnix_platform::sendSignal(m_Process.get(),
+                                    stage.signal); // if it has ended, the wait sees that
+        m_StageEnd = after(Clock::now(), std::max(stage.patience, kShortestPatience));
+        return;
+    }
+    TerminateProcess(m_Process.get(), kKilledStatus);
+    m_StageEnd = after(Clock::now(), kKillTimeout);
+    m_Phase = Phase::killed;
+}
+
+// ---- Outcome -----------------------------------------------------------------------------------
+
+void CommandRun::conclude()
+{
+    m_Outcome.end = End::unknown;
+    if (m_Phase == Phase::lost) {
+        return;
+    }
+    DWORD status = 0;
+    if (!GetExitCodeProcess(m_Process.get(), &status)) {
+        refuseBySystem();
+        return;
+    }
+    if (m_Phase == Phase::killed && status == kKilledStatus) {
+        m_Outcome.signal = kKillSignal;
+    } else if (!tarnix_platform::endingSignal(m_Process.get(), m_Outcome.signal,
+                                              m_Outcome.coreDumped)) {
+        m_Outcome.status = static_cast<int>(status);
+    }
+    m_Outcome.end = m_Phase != Phase::running ? End::stopped
+                    : m_Outcome.signal != 0   ? End::signalled
+                                              : End::exited;
+    readUsage();
+}
+
+void CommandRun::readUsage()
+{
+    FILETIME creation{};
+    FILETIME exit{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (GetProcessTimes(m_Process.get(), &creation, &exit, &kernel, &user)) {
+        m_Outcome.userTime = durationOf(user);
+        m_Outcome.systemTime = durationOf(kernel);
+    }
+    PROCESS_MEMORY_COUNTERS counters{};
+    counters.cb = sizeof counters;
+    if (K32GetProcessMemoryInfo(m_Process.get(), &counters, sizeof counters)) {
+        m_Outcome.peakMemory = counters.PeakWorkingSetSize;
+    }
+}
+
+} // namespace tarnix_cmn_4_4

@@ -1,0 +1,280 @@
+// The start of a run: its streams, its environment, its user.
+#include "TX_strings.h"
+#include "cmncommandrun.h"
+#include "cmnexecpipewindows.h"
+#include "cmnstringtool.h"
+#include "cmnsystemerror.h"
+#include "cmntracelog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+
+namespace tarnix_cmn_4_4
+{
+
+namespace
+{
+
+using Streams = CCmnCommand::Streams;
+using Environment = CCmnCommand::Environment;
+
+constexpr DWORD kInvalidArgument = 22; // the system's EINVAL
+
+// Gets the token of a user as every runner does. At the end of the object the right that this may
+// have added is revoked.
+class BatchLogon : public CCmnExecPipeWindows
+{
+public:
+    // Throws ECmnExecPipe if the logon is refused.
+    HANDLE logOn(const CommandSettings& settings)
+    {
+        m_User = settings.user;
+        m_Password = settings.password;
+        return Impersonate();
+    }
+};
+
+bool hasZeroByte(const std::string& text)
+{
+    return text.find('\0') != std::string::npos;
+}
+
+std::string newPipeName()
+{
+    static std::atomic<unsigned long> last{0};
+    char name[100];
+    TX_snprintf(name, sizeof name, R"(\\.\pipe\CCmnCommand_%p_%lu)", static_cast<void*>(&last),
+                last.fetch_add(1, std::memory_order_relaxed));
+    return name;
+}
+
+bool isOf(std::string_view variable, std::string_view name)
+{
+    return variable.size() > name.size() && variable.substr(0, name.size()) == name &&
+           variable[name.size()] == '=';
+}
+
+std::vector<std::string> variablesOf(const char* block)
+{
+    std::vector<std::string> variables;
+    for (const char* at = block; *at != '\0'; at += variables.back().size() + 1) {
+        variables.emplace_back(at);
+    }
+    return variables;
+}
+
+// False with the last error set if the system cannot provide what the environment starts with.
+bool initialVariables(Environment environment, HANDLE token, std::vector<std::string>& variables)
+{
+    if (environment == Environment::empty) {
+        return true;
+    }
+    if (environment == Environment::account) {
+        const std::unique_ptr<char, HLOCAL (*)(HLOCAL)> block(
+            tarnix_platform::accountEnvironment(token), LocalFree);
+        variables = block ? variablesOf(block.get()) : variables;
+        return block != nullptr;
+    }
+    const std::unique_ptr<char, BOOL (*)(char*)> block(GetEnvironmentStringsA(),
+                                                       FreeEnvironmentStringsA);
+    variables = block ? variablesOf(block.get()) : variables;
+    return block != nullptr;
+}
+
+std::string blockOf(std::vector<std::string> variables, const CommandSettings& settings)
+{
+    for (const auto& [name, value] : settings.variables) {
+        const auto hasName = [&name = name](const std::string& variable) {
+            return isOf(variable, name);
+        };
+        variables.erase(std::remove_if(variables.begin(), variables.end(), hasName),
+                        variables.end());
+        if (value) {
+            variables.push_back(name + '=' + *value);
+        }
+    }
+    std::string block;
+    for (const std::string& variable : variables) {
+        block.append(variable.c_str(), variable.size() + 1);
+    }
+    return block + '\0';
+}
+
+} // namespace
+
+bool CommandRun::start()
+{
+    ChildEnds ends;
+    return checkSettings() && openStreams(ends) && startChild(ends);
+}
+
+bool CommandRun::refuse(DWORD error, const char* text)
+{
+    m_Outcome.error = error;
+    m_Outcome.errorText = text;
+    return false;
+}
+
+bool CommandRun::refuseBySystem()
+{
+    const DWORD error = GetLastError();
+    return refuse(error, CCmnStringTool::wstr2str(systemErrorText(error)).c_str());
+}
+
+bool CommandRun::checkSettings()
+{
+    if (m_Stop.requested()) {
+        m_Outcome.reason = Reason::caller;
+        return refuse(0, "a stop was requested before the start");
+    }
+    if (!m_Stop.event()) {
+        return refuse(0, "the system could not create the event of the stop");
+    }
+    if (hasZeroByte(m_Settings.text)) {
+        return refuse(kInvalidArgument, "an argument contains a 0 byte");
+    }
+    if (hasZeroByte(m_Settings.directory)) {
+        return refuse(kInvalidArgument, "the working directory contains a 0 byte");
+    }
+    if (hasZeroByte(m_Settings.user) || hasZeroByte(m_Settings.password)) {
+        return refuse(kInvalidArgument, "the user or the password contains a 0 byte");
+    }
+    if (m_Settings.environment == Environment::account && m_Settings.user.empty()) {
+        return refuse(kInvalidArgument, "the environment of an account needs a user");
+    }
+    for (const auto& [name, value] : m_Settings.variables) {
+        if (name.empty() || name.find('=') != std::string::npos || hasZeroByte(name) ||
+            (value && hasZeroByte(*value))) {
+            return refuse(kInvalidArgument, "a variable has no name, or '=' or a 0 byte in it");
+        }
+    }
+    return true;
+}
+
+// ---- Streams -----------------------------------------------------------------------------------
+
+bool CommandRun::openStreams(ChildEnds& ends)
+{
+    const Streams streams = m_Settings.streams;
+    const auto openNull = [this](OwnedHandle& end) {
+        end.reset(CreateFileA("NUL", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        return end ? true : refuseBySystem();
+    };
+    if (!openInput(ends.input) ||
+        !(streams == Streams::errorOnly ? openNull(ends.output)
+                                        : openReader(m_Readers[0], ends.output))) {
+        return false;
+    }
+    switch (streams) {
+    case Streams::together:
+        return true;
+    case Streams::outputOnly:
+        return openNull(ends.error);
+    default:
+        return openReader(m_Readers[1], ends.error);
+    }
+}
+
+bool CommandRun::openInput(OwnedHandle& childEnd)
+{
+    switch (m_Settings.input) {
+    case CommandSettings::Input::text:
+        m_Writer.event.reset(CreateEventA(nullptr, false, false, nullptr));
+        m_Writer.state.hEvent = m_Writer.event.get();
+        return (m_Writer.event || refuseBySystem()) && openPipe(childEnd, m_Writer.end);
+    case CommandSettings::Input::descriptor:
+        childEnd.reset(tarnix_platform::openDescriptor(m_Settings.inputDescriptor));
+        break;
+    default:
+        childEnd.reset(CreateFileA("NUL", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    }
+    return childEnd ? true : refuseBySystem();
+}
+
+bool CommandRun::openReader(Reader& reader, OwnedHandle& childEnd)
+{
+    reader.buffer.reset(new char[kPieceSize]);
+    reader.event.reset(CreateEventA(nullptr, false, false, nullptr));
+    reader.state.hEvent = reader.event.get();
+    return (reader.event || refuseBySystem()) && openPipe(reader.end, childEnd);
+}
+
+bool CommandRun::openPipe(OwnedHandle& reader, OwnedHandle& writer)
+{
+    SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, true};
+    constexpr DWORD timeout = 3000; // milliseconds; has no effect
+    const std::string name = newPipeName();
+    writer.reset(CreateNamedPipeA(name.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                  PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 0, 0, timeout,
+                                  &attributes));
+    if (!writer) {
+        return refuseBySystem();
+    }
+    reader.reset(CreateFileA(name.c_str(), GENERIC_READ, FILE_SHARE_READ, &attributes,
+                             OPEN_EXISTING, FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr));
+    return reader ? true : refuseBySystem();
+}
+
+// ---- Process -----------------------------------------------------------------------------------
+
+bool CommandRun::startChild(const ChildEnds& ends)
+{
+    if (m_Settings.user.empty()) {
+        return createProcess(ends, INVALID_HANDLE_VALUE);
+    }
+    BatchLogon logon;
+    logon.setTraceLog(m_Log);
+    HANDLE token = INVALID_HANDLE_VALUE;
+    const HandleOwner owner(token);
+    try {
+        token = logon.logOn(m_Settings);
+    } catch (const ECmnExecPipe& failure) {
+        return failure.getCode() == ECmnExecPipe::IMPERSONATION_TIMEOUT
+                   ? refuse(0, "another run of this process holds the lock of added logon rights")
+                   : refuseBySystem();
+    }
+    // Without a token the command would run as the calling user.
+    return isValid(token) ? createProcess(ends, token)
+                          : refuse(0, "the system does not support batch logons");
+}
+
+bool CommandRun::createProcess(const ChildEnds& ends, HANDLE token)
+{
+    const tarnix_platform::TxStartAttributes attributes{m_Settings.mask, m_Settings.endsWithCaller};
+    STARTUPINFOEXA startup{};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdInput = ends.input.get();
+    startup.StartupInfo.hStdOutput = ends.output.get();
+    startup.StartupInfo.hStdError = ends.error ? ends.error.get() : ends.output.get();
+    tarnix_platform::setStartAttributes(startup, attributes);
+    std::vector<std::string> variables;
+    const bool inherits =
+        m_Settings.environment == Environment::inherited && m_Settings.variables.empty();
+    if (!inherits && !initialVariables(m_Settings.environment, token, variables)) {
+        return refuseBySystem();
+    }
+    std::string block = blockOf(std::move(variables), m_Settings);
+    void* const environment = inherits ? nullptr : block.data();
+    std::string command = m_Settings.text;
+    const char* directory = m_Settings.directory.empty() ? nullptr : m_Settings.directory.c_str();
+    constexpr DWORD flags = CREATE_NO_WINDOW | CREATE_NEW_PROCESS_GROUP | NORMAL_PRIORITY_CLASS |
+                            EXTENDED_STARTUPINFO_PRESENT;
+    PROCESS_INFORMATION child{};
+    const BOOL started =
+        isValid(token)
+            ? CreateProcessAsUserA(token, nullptr, command.data(), nullptr, nullptr, true, flags,
+                                   environment, directory, &startup.StartupInfo, &child)
+            : CreateProcessA(nullptr, command.data(), nullptr, nullptr, true, flags, environment,
+                             directory, &startup.StartupInfo, &child);
+    if (!started) {
+        return refuseBySystem();
+    }
+    m_Process.reset(child.hProcess);
+    m_ChildRuns = true;
+    CloseHandle(child.hThread);
+    return true;
+}
+
+} // namespace tarnix_cmn_4_4
