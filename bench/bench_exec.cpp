@@ -1,6 +1,7 @@
 // Compares the command runner with a raw loop of system calls and with the runners of other
 // libraries: the start and end of a command, from several kinds of callers and as another user, and
 // the output of a child that prints lines of 40 bytes.
+#include "cmncommand.h"
 #include "cmnexecpipewindows.h"
 #include "cmnsystemfiles.h"
 
@@ -116,6 +117,31 @@ void runTarnix(const Words& words, Lines& lines)
     require(runner.Exec(commandText(words), lines, "", 60, "", "", "") == 0, "Exec");
 }
 
+void runCommand(const Words& words, Lines& lines)
+{
+    tarnix_cmn_4_4::SCmnCommandOutcome outcome = tarnix_cmn_4_4::CCmnCommand(words).run();
+    require(outcome.ok(), "CCmnCommand");
+    lines = std::move(outcome.lines);
+}
+
+// Keeps the first and the last line only; the others are counted.
+void runCallback(const Words& words, Lines& lines)
+{
+    std::size_t count = 0;
+    std::string last;
+    tarnix_cmn_4_4::CCmnCommand command(words);
+    command.setLineCallback([&](std::string_view line, tarnix_cmn_4_4::CCmnCommand::Stream) {
+        if (count++ == 0) {
+            lines.emplace_back(line);
+        }
+        last = line;
+        return true;
+    });
+    require(command.run().ok(), "CCmnCommand");
+    lines.resize(count);
+    lines.back() = last;
+}
+
 // What a careful programmer writes by hand: one pipe, reads of 64 KiB, a pidfd for the end.
 void runRaw(const Words& words, Lines& lines)
 {
@@ -203,11 +229,13 @@ void runPoco(const Words& words, Lines& lines)
     require(child.wait() == 0, "Poco::Process::launch");
 }
 
+// "tarnix" is the runner, "command" CCmnCommand, and "callback" the same with a callback for lines.
 const struct Peer {
     const char* name;
     Runner run;
-} kPeers[] = {{"tarnix", runTarnix}, {"raw", runRaw},     {"popen", runPopen},
-              {"glib", runGlib},     {"boost", runBoost}, {"poco", runPoco}};
+} kPeers[] = {{"tarnix", runTarnix}, {"raw", runRaw},          {"command", runCommand},
+              {"popen", runPopen},   {"glib", runGlib},        {"boost", runBoost},
+              {"poco", runPoco},     {"callback", runCallback}};
 
 constexpr std::size_t kOwnAndRaw = 2; // the first two
 

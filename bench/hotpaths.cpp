@@ -3,6 +3,7 @@
 // ran. scripts/instructions divides the count by that number.
 #include "TX_sscanf.h"
 #include "catalogfactory.h"
+#include "cmncommand.h"
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmsgdgst5.h"
@@ -83,6 +84,17 @@ int outputLine()
     return lines;
 }
 
+int commandLine()
+{
+    constexpr int lines = 50000;
+    const CCmnCommand command({TARNIX_LINE_PRINTER, std::to_string(lines)});
+    mark();
+    const SCmnCommandOutcome outcome = command.run();
+    mark();
+    require(outcome.ok() && outcome.lines.size() == lines, "wrong output");
+    return lines;
+}
+
 int lookUp()
 {
     const ScratchInstallation installation;
@@ -131,9 +143,13 @@ int digest()
 }
 
 const std::map<std::string, std::function<int()>> kPaths = {
-    {"trace_dropped", traceDropped},   {"trace_written", traceWritten},
-    {"output_line", outputLine},       {"lookup", lookUp},
-    {"format_message", formatMessage}, {"scan_header", scanHeader},
+    {"trace_dropped", traceDropped},
+    {"trace_written", traceWritten},
+    {"output_line", outputLine},
+    {"command_line", commandLine},
+    {"lookup", lookUp},
+    {"format_message", formatMessage},
+    {"scan_header", scanHeader},
     {"digest_1024", digest},
 };
 
