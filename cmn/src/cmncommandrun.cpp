@@ -110,11 +110,7 @@ bool CommandRun::readSome(Stream stream)
         take(stream, got);
         return true;
     }
-    // Once the child has ended, the rest of its output is there: nothing is awaited.
-    reader.isPending = GetLastError() == ERROR_IO_PENDING && m_ChildRuns;
-    if (!reader.isPending) {
-        closeReader(stream);
-    }
+    readStopped(stream);
     return false;
 }
 
@@ -127,6 +123,27 @@ void CommandRun::take(Stream stream, DWORD size)
         closeReaders(); // so that a command that goes on printing ends
         beginStop(reason);
     }
+}
+
+// After a read without a byte. Once the child has ended, the rest of its output is there: nothing
+// more is awaited.
+void CommandRun::readStopped(Stream stream)
+{
+    const DWORD error = GetLastError();
+    if (error == ERROR_IO_PENDING && m_ChildRuns) {
+        readerOf(stream).isPending = true;
+    } else if (error == ERROR_IO_PENDING || error == ERROR_BROKEN_PIPE) {
+        closeReader(stream);
+    } else {
+        abandon();
+    }
+}
+
+// The system refuses what the run needs. The destructor kills the child.
+void CommandRun::abandon()
+{
+    refuseBySystem();
+    m_Phase = Phase::lost;
 }
 
 void CommandRun::closeReader(Stream stream)
@@ -180,8 +197,8 @@ void CommandRun::finishRead(Stream stream)
     if (GetOverlappedResult(reader.end.get(), &reader.state, &got, false)) {
         reader.isPending = false;
         take(stream, got);
-    } else if (GetLastError() != ERROR_IO_PENDING || !m_ChildRuns) {
-        closeReader(stream);
+    } else {
+        readStopped(stream);
     }
 }
 
@@ -233,8 +250,7 @@ void CommandRun::wait()
     if (woken < count) {
         actions[woken]();
     } else if (woken == WAIT_FAILED) {
-        refuseBySystem();
-        m_Phase = Phase::lost; // the destructor kills the child
+        abandon();
     }
 }
 
@@ -284,11 +300,14 @@ DWORD CommandRun::untilDeadline() const
 
 void CommandRun::beginStop(Reason reason)
 {
-    if (m_Phase != Phase::running || !m_ChildRuns) {
+    if (m_Outcome.reason != Reason::none) {
         return;
     }
-    m_Phase = Phase::stopping;
     m_Outcome.reason = reason;
+    if (!m_ChildRuns) {
+        return; // only its output is not wanted
+    }
+    m_Phase = Phase::stopping;
     tarnix_platform::killGroupAtEnd(m_Process.get());
     nextStage();
 }
@@ -331,9 +350,9 @@ void CommandRun::conclude()
                                               m_Outcome.coreDumped)) {
         m_Outcome.status = static_cast<int>(status);
     }
-    m_Outcome.end = m_Phase != Phase::running ? End::stopped
-                    : m_Outcome.signal != 0   ? End::signalled
-                                              : End::exited;
+    m_Outcome.end = m_Outcome.reason != Reason::none ? End::stopped
+                    : m_Outcome.signal != 0          ? End::signalled
+                                                     : End::exited;
     readUsage();
 }
 

@@ -72,6 +72,8 @@ private:
     void finishRead(CCmnCommand::Stream stream);
     void finishWrite();
     void take(CCmnCommand::Stream stream, DWORD size);
+    void readStopped(CCmnCommand::Stream stream);
+    void abandon();
     void closeReader(CCmnCommand::Stream stream);
     void closeReaders();
     bool anyReaderOpen() const;
