@@ -28,9 +28,11 @@ struct TARNIX_CMN_API SCmnCommandOutcome {
         notStarted, ///< `error` and `errorText` say why
         exited,     ///< by itself, with `status`
         signalled,  ///< ended by `signal`, which the run did not send
-        stopped,    ///< by the run, for `reason`; `status` or `signal` is how it then ended
-        unknown, ///< the system has no status: the calling process ignores SIGCHLD, or has reaped
-                 ///< the child itself; or a killed child does not end, see `errorText`
+        stopped,    ///< by the run, or only its output was, for `reason`; `status` or `signal` is
+                    ///< how it then ended
+        unknown,    ///< `errorText` says why: the calling process ignores SIGCHLD or has reaped the
+                    ///< child itself; the system refused a wait or a read, and then the command was
+                    ///< killed; or a killed command does not end
     };
     enum class Reason {
         none,
