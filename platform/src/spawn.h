@@ -15,8 +15,8 @@ struct ChildPlan {
     std::string directory; // empty: the caller's
     int standard[3];       // all above 2
     bool inheritsEnvironment = true;
-    std::vector<std::string> environment; // if it does not inherit the caller's
-    int mask = -1;                        // umask; -1: the caller's, or 022 for another user
+    std::vector<std::string> environment{}; // if it does not inherit the caller's
+    int mask = -1;                          // umask; -1: the caller's, or 022 for another user
     bool endsWithCaller = false;
 };
 
