@@ -92,11 +92,15 @@ TEST_F(Identity, TheChildIsTheUserPermanently)
         // A new session: the child cannot reach the caller's terminal.
         "test $(cut -d\" \" -f6 /proc/self/stat) = $$ && echo session;"
         "umask;"
+        "cut -d\" \" -f41 /proc/self/stat;" // the scheduling policy
         "cat /proc/$$/environ /proc/$$/cmdline | grep -ac \"right[ ]word\";" // the password
         "echo again > /dev/stdout";
     const mode_t former = umask(0);
+    sched_param realTime{1}, ordinary{0};
+    sched_setscheduler(0, SCHED_FIFO, &realTime); // needs a capability that not every root has
     EXPECT_EQ(as("second", "sh -c '" + commands + "'").lines,
-              (Lines{"61002 61102 61900", "0", "0 1 2 3", "session", "0022", "0", "again"}));
+              (Lines{"61002 61102 61900", "0", "0 1 2 3", "session", "0022", "0", "0", "again"}));
+    sched_setscheduler(0, SCHED_OTHER, &ordinary);
     umask(former);
 }
 
@@ -149,7 +153,9 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         {{SYS_memfd_create}, EPERM, L"cannot start", 0755, "", 61001},
         {{SYS_close_range}, EPERM, L""},
         {{SYS_close_range, SYS_getdents64}, EPERM, L"cannot close inherited descriptors"},
-        {{SYS_arch_prctl}, 0, L"program that switches user ended at its start"},
+        {{SYS_arch_prctl}, 0, L"program that switches user ended before"},
+        {{SYS_setresuid}, 0, L"program that switches user ended before"},
+        {{SYS_keyctl}, 0, L"program that switches user ended before"},
         {{SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
         {{SYS_keyctl}, ENOSYS, L""},
         {{SYS_keyctl}, EPERM, L""},

@@ -360,9 +360,8 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
 /// CreateProcessA as the token's user. The child gets a session of its own, and switches
 /// permanently to the user's groups, group and id before it enters the directory and starts the
 /// program; the user becomes the owner of the pipe ends. The child's umask is 022, or that of the
-/// attributes; its niceness and
-/// resource limits are those of this process. The child never shares memory with this process under
-/// that identity. If the user stalls the start for 10 seconds, the child is killed and the start
+/// attributes; its niceness and resource limits are those of this process, but never its real-time
+/// scheduling. The child never shares memory with this process under that identity. If the user stalls the start for 10 seconds, the child is killed and the start
 /// fails (ETIMEDOUT). A null token stands for a refused logon: false, with the reason of the
 /// thread's last refusal.
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,

@@ -8,8 +8,8 @@
 // the calling process if the command ends with it or 0, directory (may be empty), number of
 // candidates, the candidates (paths to try in turn), then the command's own arguments. The
 // environment is that of the command, with a mark in front of each variable. It writes reports to
-// descriptor 3: one when it begins, and one if a step fails. The start of the command closes that
-// descriptor.
+// descriptor 3: one before it executes the command, and one if a step fails. The start of the
+// command closes that descriptor.
 //
 // It uses neither the C library nor the C++ library: runasstart.cpp says why.
 #include "runas.h"
@@ -33,7 +33,7 @@ namespace tarnix_platform
 namespace
 {
 
-bool report(RunAsStep step, int error = 0)
+bool report(RunAsStep step, int error)
 {
     const RunAsReport written{step, error};
     return call(SYS_write, kRunAsStatus, &written, sizeof written) ==
@@ -53,6 +53,23 @@ std::uint32_t number(const char* text)
         value = value * 10 + static_cast<std::uint32_t>(*text - '0');
     }
     return value;
+}
+
+// A command of another user must not be able to take the processor from everybody else. Returns 0
+// or an errno.
+int leaveRealTimeScheduling()
+{
+    constexpr int ordinary = 0;
+    constexpr long firstInFirstOut = 1;
+    constexpr long roundRobin = 2;
+    constexpr long deadline = 6;
+    constexpr long resetOnFork = 0x40000000;
+    const long policy = call(SYS_sched_getscheduler, 0) & ~resetOnFork;
+    if (policy != firstInFirstOut && policy != roundRobin && policy != deadline) {
+        return 0;
+    }
+    const int priority = 0;
+    return static_cast<int>(-call(SYS_sched_setscheduler, 0, ordinary, &priority));
 }
 
 // The next three return 0 or an errno. A change of the user id leaves the ambient and inheritable
@@ -164,14 +181,18 @@ int executeCandidate(char** candidates, int count, char** command, char** enviro
 int runAs(int argc, char** argv, char** environment)
 {
     constexpr int fixedArguments = 7;
-    if (call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0 || !report(RunAsStep::begin)) {
+    if (call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
         return 126;
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[6])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
         return reportFailure(RunAsStep::identity, EINVAL);
     }
-    int error = becomeUser(number(argv[1]), number(argv[2]));
+    int error = leaveRealTimeScheduling();
+    if (error != 0) {
+        return reportFailure(RunAsStep::scheduling, error);
+    }
+    error = becomeUser(number(argv[1]), number(argv[2]));
     if (error != 0) {
         return reportFailure(RunAsStep::identity, error);
     }
@@ -190,6 +211,9 @@ int runAs(int argc, char** argv, char** environment)
         return reportFailure(RunAsStep::directory, error);
     }
     unmarkEnvironment(environment);
+    if (!report(RunAsStep::command, 0)) {
+        return 126;
+    }
     char** const paths = argv + fixedArguments;
     error = executeCandidate(paths, candidates, paths + candidates, environment);
     return reportFailure(RunAsStep::program, error);

@@ -16,8 +16,9 @@ constexpr char kRunAsProgramLink[] = "/proc/self/fd/4";
 // not take effect in this program, which starts as root, and no name begins with this character.
 constexpr char kRunAsMark = '=';
 
-// A step that has failed; or `begin`, the first report: the program runs.
-enum class RunAsStep : int { begin, identity, keyring, directory, program };
+// A step that has failed; or `command`, the only other report: the user is switched, and the
+// command is executed next.
+enum class RunAsStep : int { command, scheduling, identity, keyring, directory, program };
 
 struct RunAsReport {
     RunAsStep step;

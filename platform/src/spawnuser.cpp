@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <system_error>
 #include <utility>
@@ -136,32 +137,40 @@ void killAndDiscard(Child& child)
     discardChild(child);
 }
 
-// Whether the child has ended, or runs another program than the one that switches user.
-bool hasLeftRunAs(const Child& child, int program)
+// What a link of the system leads to; empty if it cannot be read.
+std::string targetOf(const std::string& link)
 {
-    struct stat current {
-    };
-    struct stat runAs {
-    };
-    const std::string link = "/proc/" + std::to_string(child.pid) + "/exe";
-    if (::stat(link.c_str(), &current) == 0 && ::fstat(program, &runAs) == 0) {
-        return current.st_ino != runAs.st_ino || current.st_dev != runAs.st_dev;
-    }
-    return awaitDescriptor(child.pidfd.get(), 0);
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+    return std::string(target, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
 }
 
-enum class StartStatus { notBegun, begun, failed, stalled };
+// Whether the child has ended, or runs another program than the one that switches user. Compares
+// names: to look at the file could block in a file system of the user.
+bool hasLeftRunAs(const Child& child, int program)
+{
+    const std::string current = targetOf("/proc/" + std::to_string(child.pid) + "/exe");
+    const std::string runAs = targetOf("/proc/self/fd/" + std::to_string(program));
+    return !current.empty() && !runAs.empty() ? current != runAs
+                                              : awaitDescriptor(child.pidfd.get(), 0);
+}
 
-// Reads the reports until one is a failure, or the start of the command closes the pipe. A process
-// that was forked meanwhile may hold the pipe open: so the program that the child runs is checked
-// too.
+enum class StartStatus { ended, started, failed, unwatched, stalled };
+
+// Reads the reports until one is a failure, or the start of the command closes the pipe. Without a
+// report before that end, the command is not what has closed it. A process that was forked
+// meanwhile may hold the pipe open: so the program that the child runs is checked too.
 StartStatus awaitStart(int status, int program, const Child& child, RunAsReport& report)
 {
     constexpr DWORD interval = 100;
-    StartStatus current = StartStatus::notBegun;
+    StartStatus current = StartStatus::ended;
     const Deadline deadline(g_startTimeout.load(std::memory_order_relaxed));
     while (!deadline.passed()) {
         if (!awaitDescriptor(status, interval)) {
+            if (errno != ETIMEDOUT) {
+                report.error = errno;
+                return StartStatus::unwatched;
+            }
             if (!hasLeftRunAs(child, program)) {
                 continue;
             }
@@ -172,10 +181,10 @@ StartStatus awaitStart(int status, int program, const Child& child, RunAsReport&
         if (readSome(status, &report, sizeof report) != static_cast<ssize_t>(sizeof report)) {
             return current;
         }
-        if (report.step != RunAsStep::begin) {
+        if (report.step != RunAsStep::command) {
             return StartStatus::failed;
         }
-        current = StartStatus::begun;
+        current = StartStatus::started;
     }
     return StartStatus::stalled;
 }
@@ -183,6 +192,8 @@ StartStatus awaitStart(int status, int program, const Child& child, RunAsReport&
 bool failReported(const ChildPlan& plan, const RunAsReport& report)
 {
     switch (report.step) {
+    case RunAsStep::scheduling:
+        return fail(report.error, "cannot leave real-time scheduling");
     case RunAsStep::keyring:
         return fail(report.error, "cannot create session keyring of user");
     case RunAsStep::directory:
@@ -198,7 +209,7 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
 {
     RunAsReport report{};
     const StartStatus started = awaitStart(status, program, child, report);
-    if (started == StartStatus::begun) {
+    if (started == StartStatus::started) {
         return true;
     }
     killAndDiscard(child);
@@ -207,8 +218,10 @@ bool awaitCommand(const ChildPlan& plan, int status, int program, Child& child)
         return fail(ETIMEDOUT, "timed out starting the command as the user");
     case StartStatus::failed:
         return failReported(plan, report);
+    case StartStatus::unwatched:
+        return fail(report.error, "cannot wait for the start of the command");
     default:
-        return fail(ENOEXEC, "program that switches user ended at its start");
+        return fail(ENOEXEC, "program that switches user ended before the command's start");
     }
 }
 
