@@ -100,8 +100,9 @@ public:
     ///
     /// After result 0, getExitStatus of the derived class returns the status, which need not be 0.
     /// After result 5 the child is stopped when the object is destroyed or used again, which can
-    /// take 30 seconds. An abort has no result of its own. getLastError returns the details of a
-    /// failure.
+    /// take 32 seconds. With an added right the lock of the rights file can take 20 seconds more,
+    /// or 30 in Exec, which may add another. An abort has no result of its own. getLastError
+    /// returns the details of a failure.
     ///
     /// Call Init between two runs of one object, otherwise the second run reads nothing. Throws
     /// only when an allocation fails.

@@ -55,7 +55,8 @@ public:
     /// @}
 
     /// Ends a run that is still open: gives the child up to 30 seconds to end, then kills it and
-    /// its process group.
+    /// its process group, and waits up to 2 seconds for its end. Removing an added right can wait
+    /// 20 seconds more for the lock of the rights file.
     ~CCmnExecPipeWindows() override;
 
     /// Prepares the object for another run. A run that is still open is ended first, as by the
@@ -67,8 +68,9 @@ public:
     /// when Exec returned 0 because the child ended before the last line was read.
     ///
     /// Returns false and does not change `status` before the first run, after a failed start, after
-    /// a timeout until the child has been stopped, and when the system gave no status because the
-    /// calling process ignores SIGCHLD.
+    /// a timeout, after Init, and when the system gave no status because the calling process
+    /// ignores SIGCHLD. Once Init has stopped a child after a timeout, the record has its status,
+    /// unless that is 0.
     bool getExitStatus(int& status) const;
 
     /// Returns true if a signal ended the last run's child, and sets `signal` to its number and
