@@ -1,4 +1,5 @@
 // The text functions where the fuzzers do not reach, or have nothing to compare with.
+#include "cmnasciirun.h"
 #include "cmnstringtool.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
@@ -53,6 +54,45 @@ TEST(StringTool, ConvertsLongTextsWithoutSplittingCharacters)
         EXPECT_TRUE(Tool::str2ustr(text + "\xFF").isEmpty());
         EXPECT_TRUE(Tool::ustr2str(units + icu::UnicodeString(char16_t(0xD800))).empty());
     }
+}
+
+// A run that ends at each place, in texts that are not aligned. What follows it is not written.
+template <class From, class To>
+static void copiesRunsBefore(const std::basic_string<From>& others)
+{
+    for (std::size_t length = 0; length < 600; length += length < 40 ? 1 : 73)
+        for (std::size_t end = 0; end <= length; ++end)
+            for (const From other : others) {
+                std::basic_string<From> text(length + 2, From('a'));
+                text[end + 1] = other;
+                std::basic_string<To> copy(length + 1, To('#')), expected = copy;
+                const std::size_t run = copyAsciiRun(text.data() + 1, length, copy.data() + 1);
+                ASSERT_TRUE(run <= end && end - run < 16) << run << " of " << end;
+                ASSERT_TRUE(copy == expected.replace(1, run, run, To('a'))) << run << " of " << end;
+            }
+}
+
+TEST(StringTool, CopiesAsciiUpToAnotherCharacter)
+{
+    copiesRunsBefore<char, char16_t>("\0\x80\xFF"s);
+    copiesRunsBefore<char16_t, char>(u"\0\u0080\u0100\u0161\x8061\uFFFF"s);
+    copiesRunsBefore<char, wchar_t>("\0\x80\xFF"s);
+    copiesRunsBefore<wchar_t, char>({0, 0x80, 0x161, 0x10000, 0x10061, -1, WCHAR_MIN});
+
+    for (const std::string one : {"\u00E4", "\u20AC", "\U0001F600"}) // two, three, four bytes
+        for (std::size_t before = 0; before < 300; before += before < 40 ? 1 : 37)
+            for (std::size_t after = 0; after < 300; after += after < 40 ? 1 : 37) {
+                const std::string start(before, 'a'), end(after, 'b'), text = start + one + end;
+                const auto units = icu::UnicodeString::fromUTF8(text);
+                ASSERT_TRUE(Tool::str2ustr(text) == units && Tool::ustr2str(units) == text);
+                ASSERT_TRUE(Tool::str2ustr(start + one.substr(1) + end).isEmpty());
+                ASSERT_TRUE(Tool::str2ustr(start + one.substr(0, one.size() - 1) + end).isEmpty());
+                for (const char16_t lone : u"\xD83D\xDE00"s) {
+                    auto broken = icu::UnicodeString::fromUTF8(start + "?" + end);
+                    broken.setCharAt(static_cast<std::int32_t>(before), lone);
+                    ASSERT_EQ(Tool::ustr2str(broken), "");
+                }
+            }
 }
 
 // Encodings with one to three bytes per character, and one in which one character becomes two. The

@@ -35,10 +35,9 @@ constexpr std::size_t kUtf8PerUnit = 3;
 // A little less than a UnicodeString can hold; the exact limit differs between versions of ICU.
 constexpr std::size_t kMaxUstr = 0x7FFFFF00;
 
-// ICU counts bytes in 32 bits, so longer text is converted in pieces. The pieces are small, so that
-// a gigabyte of text does not need a buffer of the same size.
-constexpr std::size_t kMaxUtf8Piece = 0x1000000;
-constexpr std::size_t kMaxUtf16Piece = kMaxUtf8Piece / kUtf8PerUnit;
+// Longer text is converted in pieces, so that a gigabyte of text does not need a buffer for the
+// worst case.
+constexpr std::size_t kMaxUtf16Piece = kLongestPiece / kUtf8PerUnit;
 
 // A buffer for the worst case of a conversion, from which the result is copied. A string would
 // first be filled with zeros, and would keep the unused memory. Short text stays on the stack.
@@ -106,26 +105,32 @@ std::size_t terminatedLength(const tstr& text)
     return ::wcsnlen(text.c_str(), text.length());
 }
 
-// Converts a piece of UTF-8 (length -1: up to its terminator) and returns the units written, -1 if
-// it is not valid or does not fit.
-std::int32_t convertUtf8(const char* text, std::int32_t length, char16_t* units,
-                         std::size_t capacity)
+// As convertUnicode, but up to a zero, and 0 for a text that is not valid. ICU is faster if it
+// finds the terminator itself.
+std::size_t convertUpToZero(const char* text, std::size_t size, char16_t* units)
 {
-    std::int32_t written = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8(units, static_cast<std::int32_t>(capacity), &written, text, length, &status);
-    return U_SUCCESS(status) ? written : -1;
+    const std::size_t run = copyAsciiRun(text, size, units);
+    text += run;
+    size -= run;
+    units += run;
+    std::size_t rest = 0;
+    if (size <= kShortText) {
+        rest = convertShort(text, size, units);
+    } else if (run > 0 || hasLongRuns(text, size)) {
+        rest = convertPieces(text, std::strlen(text), units, size);
+    } else {
+        rest = convertLong(text, kUpToTerminator, units, size);
+    }
+    return rest == kNotConverted ? 0 : run + rest;
 }
 
-// One pass, because a text has no more units than bytes. For short text, ICU finds the terminator
-// itself; for longer text, its loop for a known length has a steadier speed.
+// In one pass, because a text has no more units than bytes.
 icu::UnicodeString fromShortUtf8(const std::string& text)
 {
     icu::UnicodeString result;
     char16_t* const units = openBuffer(result, text.size());
-    const std::int32_t length =
-        text.size() <= kShort ? -1 : static_cast<std::int32_t>(std::strlen(text.c_str()));
-    result.releaseBuffer(std::max(convertUtf8(text.c_str(), length, units, text.size()), 0));
+    const std::size_t written = convertUpToZero(text.c_str(), text.size(), units);
+    result.releaseBuffer(static_cast<std::int32_t>(written));
     return result;
 }
 
@@ -139,18 +144,6 @@ std::size_t countUtf16(const char* text)
     return units;
 }
 
-// The size of the next piece: up to the terminator, but only whole characters.
-std::size_t utf8Piece(const char* text)
-{
-    std::size_t piece = ::strnlen(text, kMaxUtf8Piece);
-    if (piece == kMaxUtf8Piece) {
-        while (piece > kMaxUtf8Piece - U8_MAX_LENGTH && U8_IS_TRAIL(text[piece])) {
-            --piece;
-        }
-    }
-    return piece;
-}
-
 // Not inlined: the registers that it needs would be saved for short text too.
 [[gnu::noinline]] icu::UnicodeString fromLongUtf8(const char* text)
 {
@@ -160,38 +153,9 @@ std::size_t utf8Piece(const char* text)
         return result;
     }
     char16_t* const units = openBuffer(result, capacity);
-    std::size_t filled = 0;
-    for (std::size_t piece = utf8Piece(text); piece > 0; piece = utf8Piece(text)) {
-        const std::int32_t written =
-            convertUtf8(text, static_cast<std::int32_t>(piece), units + filled, capacity - filled);
-        if (written < 0) {
-            filled = 0;
-            break;
-        }
-        filled += static_cast<std::size_t>(written);
-        text += piece;
-    }
-    result.releaseBuffer(static_cast<std::int32_t>(filled));
+    const std::size_t written = convertUnicode(text, std::strlen(text), units, capacity);
+    result.releaseBuffer(written == kNotConverted ? 0 : static_cast<std::int32_t>(written));
     return result;
-}
-
-// Converts a piece of UTF-16 to UTF-8 and returns the bytes written, -1 if it is not valid.
-std::int32_t convertUtf16(const char16_t* text, std::size_t length, Room<char>& room)
-{
-    std::int32_t written = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8(room.data(), static_cast<std::int32_t>(room.size()), &written, text,
-                static_cast<std::int32_t>(length), &status);
-    return U_SUCCESS(status) ? written : -1;
-}
-
-// The length of the next piece, which must not end within a surrogate pair.
-std::size_t utf16Piece(const char16_t* text, std::size_t length)
-{
-    if (length <= kMaxUtf16Piece) {
-        return length;
-    }
-    return U16_IS_LEAD(text[kMaxUtf16Piece - 1]) ? kMaxUtf16Piece - 1 : kMaxUtf16Piece;
 }
 
 [[gnu::noinline]] std::string fromLongUtf16(const char16_t* text, std::size_t length)
@@ -199,12 +163,12 @@ std::size_t utf16Piece(const char16_t* text, std::size_t length)
     std::string result;
     Room<char> room(kMaxUtf16Piece * kUtf8PerUnit);
     while (length > 0) {
-        const std::size_t piece = utf16Piece(text, length);
-        const std::int32_t written = convertUtf16(text, piece, room);
-        if (written < 0) {
+        const std::size_t piece = pieceLength(text, length, kMaxUtf16Piece);
+        const std::size_t written = convertUnicode(text, piece, room.data(), room.size());
+        if (written == kNotConverted) {
             return {};
         }
-        result.append(room.data(), static_cast<std::size_t>(written));
+        result.append(room.data(), written);
         text += piece;
         length -= piece;
     }
@@ -327,7 +291,7 @@ std::wstring toLongWide(const std::string& text)
 
 icu::UnicodeString CCmnStringTool::str2ustr(const std::string& text)
 {
-    return text.size() <= kMaxUtf8Piece ? fromShortUtf8(text) : fromLongUtf8(text.c_str());
+    return text.size() <= kLongestPiece ? fromShortUtf8(text) : fromLongUtf8(text.c_str());
 }
 
 std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
@@ -337,10 +301,12 @@ std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
         return fromLongUtf16(text.getBuffer(), length);
     }
     Room<char> room(length * kUtf8PerUnit + 1);
-    if (length == 0 || convertUtf16(text.getBuffer(), length, room) < 0) {
+    const std::size_t written = convertUnicode(text.getBuffer(), length, room.data(), room.size());
+    if (written == kNotConverted) {
         return {};
     }
-    return room.data(); // terminated: there is room for it after the longest result
+    room.data()[written] = '\0';
+    return room.data();
 }
 
 icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)

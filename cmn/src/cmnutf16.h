@@ -2,14 +2,17 @@
 #ifndef TARNIX_CMNUTF16_H
 #define TARNIX_CMNUTF16_H
 
+#include "cmnasciirun.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 
 #include <unicode/unistr.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
@@ -67,6 +70,169 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
     return filled;
 }
 
+// ---- UTF-8 -------------------------------------------------------------------------------------
+
+// What the conversions return for a text that is not valid, or does not fit.
+constexpr auto kNotConverted = static_cast<std::size_t>(-1);
+
+// Texts of so many units are converted by ICU's macros, because a call of ICU takes as long as some
+// 20 characters. Both decide in the same way what is valid.
+constexpr std::size_t kShortText = 40;
+
+// Up to a zero. Not inlined: the registers that it needs would be saved for ASCII too.
+[[gnu::noinline]] inline std::size_t convertShort(const char* text, std::size_t length,
+                                                  char16_t* units)
+{
+    char16_t* end = units;
+    for (std::size_t at = 0; at < length && text[at];) {
+        UChar32 character = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion" // within the macro
+        U8_NEXT(text, at, length, character);
+#pragma GCC diagnostic pop
+        if (character < 0) {
+            return kNotConverted;
+        }
+        if (character <= 0xFFFF) {
+            *end++ = static_cast<char16_t>(character);
+        } else {
+            *end++ = U16_LEAD(character);
+            *end++ = U16_TRAIL(character);
+        }
+    }
+    return static_cast<std::size_t>(end - units);
+}
+
+[[gnu::noinline]] inline std::size_t convertShort(const char16_t* text, std::size_t length,
+                                                  char* utf8)
+{
+    char* end = utf8;
+    for (std::size_t at = 0; at < length;) {
+        UChar32 character = text[at++];
+        if (character <= 0x7F) {
+            *end++ = static_cast<char>(character);
+            continue;
+        }
+        if (U16_IS_SURROGATE(character)) {
+            if (!U16_IS_SURROGATE_LEAD(character) || at == length || !U16_IS_TRAIL(text[at])) {
+                return kNotConverted;
+            }
+            character = U16_GET_SUPPLEMENTARY(character, text[at++]);
+        }
+        std::size_t size = 0;
+        U8_APPEND_UNSAFE(end, size, character);
+        end += size;
+    }
+    return static_cast<std::size_t>(end - utf8);
+}
+
+// ICU counts in 32 bits.
+constexpr std::size_t kLongestPiece = 0x1000000;
+
+// The length of a text that ends at its terminator, for ICU.
+constexpr auto kUpToTerminator = static_cast<std::size_t>(-1);
+
+inline std::size_t convertLong(const char* text, std::size_t length, char16_t* units,
+                               std::size_t room)
+{
+    std::int32_t written = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8(units, static_cast<std::int32_t>(room), &written, text,
+                  static_cast<std::int32_t>(length), &status);
+    return U_SUCCESS(status) ? static_cast<std::size_t>(written) : kNotConverted;
+}
+
+inline std::size_t convertLong(const char16_t* text, std::size_t length, char* utf8,
+                               std::size_t room)
+{
+    std::int32_t written = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8(utf8, static_cast<std::int32_t>(room), &written, text,
+                static_cast<std::int32_t>(length), &status);
+    return U_SUCCESS(status) ? static_cast<std::size_t>(written) : kNotConverted;
+}
+
+// Whether a text can be cut before this unit without splitting a character.
+inline bool startsCharacter(const char* unit)
+{
+    return !U8_IS_TRAIL(*unit);
+}
+
+inline bool startsCharacter(const char16_t* unit)
+{
+    return !U16_IS_LEAD(unit[-1]);
+}
+
+// The length of a piece of at most `most` units. A text that is not valid may be cut anywhere.
+template <class From>
+std::size_t pieceLength(const From* text, std::size_t length, std::size_t most)
+{
+    if (length <= most) {
+        return length;
+    }
+    std::size_t piece = most;
+    while (piece > most - U8_MAX_LENGTH && !startsCharacter(text + piece)) {
+        --piece;
+    }
+    return piece;
+}
+
+// A guess whether the text has long runs of ASCII: whether there is one in the middle.
+template <class From>
+bool hasLongRuns(const From* text, std::size_t length)
+{
+    return length >= 64 && isAsciiBlock<32>(text + length / 2);
+}
+
+// Converts a text in pieces, and copies the ASCII between them. The shortest piece reaches past the
+// first character that is not ASCII after a run. While the runs are short, the pieces grow.
+template <class From, class To>
+[[gnu::noinline]] std::size_t convertPieces(const From* text, std::size_t length, To* target,
+                                            std::size_t room)
+{
+    constexpr std::size_t shortest = kAsciiBlock + U8_MAX_LENGTH;
+    std::size_t most = shortest;
+    std::size_t filled = 0;
+    while (length > 0) {
+        const std::size_t piece = pieceLength(text, length, most);
+        const std::size_t written = piece <= kShortText
+                                        ? convertShort(text, piece, target + filled)
+                                        : convertLong(text, piece, target + filled, room - filled);
+        if (written == kNotConverted) {
+            return kNotConverted;
+        }
+        filled += written;
+        const std::size_t run = copyAsciiRun(text + piece, length - piece, target + filled);
+        filled += run;
+        text += piece + run;
+        length -= piece + run;
+        most = run < 2 * kAsciiBlock ? std::min(16 * most, kLongestPiece) : shortest;
+    }
+    return filled;
+}
+
+// Converts UTF-8 without a zero, or any UTF-16 text, and returns the units written. ASCII is only
+// copied; ICU converts the rest and decides what is valid. The target must have room for the result
+// of a valid text.
+template <class From, class To>
+std::size_t convertUnicode(const From* text, std::size_t length, To* target, std::size_t room)
+{
+    const std::size_t run = copyAsciiRun(text, length, target);
+    text += run;
+    length -= run;
+    target += run;
+    room -= run;
+    std::size_t rest = 0;
+    if (length <= kShortText) {
+        rest = convertShort(text, length, target);
+    } else if (run > 0 || length > kLongestPiece || hasLongRuns(text, length)) {
+        rest = convertPieces(text, length, target, room);
+    } else {
+        rest = convertLong(text, length, target, room);
+    }
+    return rest == kNotConverted ? kNotConverted : run + rest;
+}
+
 // As CCmnStringTool::ustr2tstr, but appends to the target. Allocates nothing if the target has room
 // for as many units as the text has.
 inline void appendWide(tstr& target, const icu::UnicodeString& text)
@@ -85,20 +251,17 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
     const std::size_t start = target.size();
     const char16_t* rest = text.getBuffer();
     char utf8[3 * kUtf16Piece];
-    for (std::int32_t length = text.length(), piece = 0; length > 0; length -= piece) {
-        piece = std::min(kUtf16Piece, length);
-        if (piece < length && U16_IS_LEAD(rest[piece - 1])) {
-            --piece; // do not split a surrogate pair
-        }
-        std::int32_t written = 0;
-        UErrorCode status = U_ZERO_ERROR;
-        u_strToUTF8(utf8, sizeof utf8, &written, rest, piece, &status);
-        if (U_FAILURE(status)) {
+    auto length = static_cast<std::size_t>(text.length());
+    while (length > 0) {
+        const std::size_t piece = pieceLength(rest, length, kUtf16Piece);
+        const std::size_t written = convertUnicode(rest, piece, utf8, sizeof utf8);
+        if (written == kNotConverted) {
             target.resize(start);
             return;
         }
-        target.append(utf8, static_cast<std::size_t>(written));
+        target.append(utf8, written);
         rest += piece;
+        length -= piece;
     }
     target.resize(std::min(target.find('\0', start), target.size()));
 }
@@ -108,18 +271,15 @@ inline icu::UnicodeString fromUtf8(std::string_view text)
 {
     constexpr std::size_t maxSize = 0x40000000;
     if (text.size() > maxSize) {
-        return CCmnStringTool::str2ustr(std::string(text)); // too long for one call of ICU
+        return CCmnStringTool::str2ustr(std::string(text)); // it saves memory
     }
     icu::UnicodeString result;
-    const auto length = static_cast<std::int32_t>(text.size());
-    char16_t* const units = result.getBuffer(length);
+    char16_t* const units = result.getBuffer(static_cast<std::int32_t>(text.size()));
     if (units == nullptr) {
         throw std::bad_alloc();
     }
-    std::int32_t written = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8(units, length, &written, text.data(), length, &status);
-    result.releaseBuffer(U_SUCCESS(status) ? written : 0);
+    const std::size_t written = convertUnicode(text.data(), text.size(), units, text.size());
+    result.releaseBuffer(written == kNotConverted ? 0 : static_cast<std::int32_t>(written));
     return result;
 }
 
