@@ -70,14 +70,19 @@ template <class From, class To>
     return last < done && copyAsciiBlock<kAsciiBlock>(from + last, to + last) ? length : done;
 }
 
+// Whether a text starts with 16 bytes or more of ASCII.
+template <class Unit>
+inline bool startsWithAscii(const Unit* units, std::size_t length)
+{
+    return length >= kAsciiBlock && isAsciiBlock<kAsciiBlock / sizeof *units>(units);
+}
+
 // Copies the ASCII at the start of a text, up to a zero, and returns how many units it copied: all,
 // or up to 15 less than there are. The target must have room for as many.
 template <class From, class To>
 inline std::size_t copyAsciiRun(const From* from, std::size_t length, To* to)
 {
-    return length >= kAsciiBlock && isAsciiBlock<sizeof(std::uint64_t) * 2 / sizeof *from>(from)
-               ? copyLongAsciiRun(from, length, to)
-               : 0;
+    return startsWithAscii(from, length) ? copyLongAsciiRun(from, length, to) : 0;
 }
 
 } // namespace tarnix_cmn_4_4

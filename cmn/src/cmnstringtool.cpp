@@ -2,6 +2,7 @@
 #include "cmnstringtool.h"
 
 #include "cmnutf16.h"
+#include "platform_text.h"
 
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
@@ -227,20 +228,34 @@ Char* duplicate(const Char* text, std::size_t length, CCmnStringTool::Allocator 
     return copy;
 }
 
+// As copyAsciiRun, where the locale's encoding has ASCII too. The others are left to the C library.
+template <class From, class To>
+std::size_t copyLocaleAscii(const From* text, std::size_t length, To* target)
+{
+    return startsWithAscii(text, length) && isLocaleAsciiBased()
+               ? copyLongAsciiRun(text, length, target)
+               : 0;
+}
+
 // Converts a text by convert(target, &rest, room, &state): mbsrtowcs or wcsrtombs, which set `rest`
 // to null at the end of the text. To measure first would convert the text twice. `size` is a first
 // guess, which is enough in nearly all encodings.
 template <class Result, class To, class From, class Convert>
-Result convertByLocale(const From* text, std::size_t size, Convert convert)
+Result convertByLocale(const From* text, std::size_t length, std::size_t size, Convert convert)
 {
     for (;; size *= 2) {
         Room<To> room(size);
-        const From* rest = text;
+        const std::size_t run = copyLocaleAscii(text, length, room.data());
+        const From* rest = text + run;
+        if (!*rest) {
+            return makeText<Result>(room.data(), run);
+        }
         std::mbstate_t state{};
-        const std::size_t written = convert(room.data(), &rest, room.size(), &state);
+        std::size_t written = convert(room.data() + run, &rest, room.size() - run, &state);
         if (written == kConversionFailed) {
             return {};
         }
+        written += run;
         if (rest == nullptr) {
             return makeText<Result>(room.data(), written);
         }
@@ -256,14 +271,16 @@ Result convertByLocale(const From* text, std::size_t size, Convert convert)
 // converts to no byte at all.
 std::string toNarrow(const wchar_t* text, std::size_t length)
 {
-    return convertByLocale<std::string, char>(text, length * MB_CUR_MAX + 1, std::wcsrtombs);
+    return convertByLocale<std::string, char>(text, length, length * MB_CUR_MAX + 1,
+                                              std::wcsrtombs);
 }
 
 // A character takes at least one byte.
 template <class Result>
 Result toWide(const std::string& text)
 {
-    return convertByLocale<Result, wchar_t>(text.c_str(), text.size() + 1, std::mbsrtowcs);
+    return convertByLocale<Result, wchar_t>(text.c_str(), text.size(), text.size() + 1,
+                                            std::mbsrtowcs);
 }
 
 // Converts directly into the result. With a second buffer of this size, the C library would return
@@ -271,12 +288,14 @@ Result toWide(const std::string& text)
 std::wstring toLongWide(const std::string& text)
 {
     std::wstring result(text.size() + 1, L'\0');
-    const char* rest = text.c_str();
+    const std::size_t run = copyLocaleAscii(text.c_str(), text.size(), result.data());
+    const char* rest = text.c_str() + run;
     std::mbstate_t state{};
-    const std::size_t written = std::mbsrtowcs(result.data(), &rest, result.size(), &state);
+    std::size_t written = std::mbsrtowcs(result.data() + run, &rest, result.size() - run, &state);
     if (written == kConversionFailed) {
         return {};
     }
+    written += run;
     if (rest != nullptr) {
         return toWide<std::wstring>(text);
     }

@@ -17,6 +17,15 @@ inline bool isPointDecimal()
     return std::strcmp(::nl_langinfo(RADIXCHAR), ".") == 0;
 }
 
+/// Whether ASCII has its own codes in the encoding of the calling thread's locale, and conversions
+/// keep no state. False means that this is not known.
+inline bool isLocaleAsciiBased()
+{
+    const char* const encoding = ::nl_langinfo(CODESET);
+    return std::strcmp(encoding, "UTF-8") == 0 || std::strcmp(encoding, "ANSI_X3.4-1968") == 0 ||
+           std::strncmp(encoding, "ISO-8859-", 9) == 0;
+}
+
 /// The first such character of the text, or its terminator if there is none.
 inline const char* findOrEnd(const char* text, char character)
 {
@@ -29,6 +38,7 @@ namespace tarnix_cmn_4_4
 {
 
 using tarnix_platform::findOrEnd;
+using tarnix_platform::isLocaleAsciiBased;
 using tarnix_platform::isPointDecimal;
 
 } // namespace tarnix_cmn_4_4

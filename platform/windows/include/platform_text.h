@@ -16,6 +16,13 @@ inline bool isPointDecimal()
     return std::strcmp(std::localeconv()->decimal_point, ".") == 0;
 }
 
+/// Whether ASCII has its own codes in the encoding of the calling thread's locale, and conversions
+/// keep no state. False means that this is not known.
+inline bool isLocaleAsciiBased()
+{
+    return false;
+}
+
 /// The first such character of the text, or its terminator if there is none.
 inline const char* findOrEnd(const char* text, char character)
 {
@@ -29,6 +36,7 @@ namespace tarnix_cmn_4_4
 {
 
 using tarnix_platform::findOrEnd;
+using tarnix_platform::isLocaleAsciiBased;
 using tarnix_platform::isPointDecimal;
 
 } // namespace tarnix_cmn_4_4
