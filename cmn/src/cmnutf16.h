@@ -37,6 +37,16 @@ inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* 
     return found == 0;
 }
 
+// The number of units before the first that copyPlainUtf16 does not accept. There must be one.
+inline std::int32_t plainLength(const char16_t* units)
+{
+    std::int32_t length = 0;
+    while (units[length] != 0 && !U16_IS_SURROGATE(units[length])) {
+        ++length;
+    }
+    return length;
+}
+
 // The next wide unit: a code point, or a UTF-16 unit where wchar_t has 16 bits.
 inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t length)
 {
@@ -55,19 +65,28 @@ inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t le
 inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::int32_t length,
                                 wchar_t* wide, std::int32_t room)
 {
-    const std::int32_t piece = std::min(room, length - at);
+    std::int32_t piece = std::min(room, length - at);
     if (copyPlainUtf16(units + at, piece, wide)) {
         at += piece;
         return piece;
     }
-    std::int32_t filled = 0;
-    for (; filled < room && at < length && units[at] != 0; ++filled) {
+    constexpr std::int32_t block = 64; // copied again only up to the next other unit
+    for (std::int32_t filled = 0;; ++filled) {
+        piece = std::min({block, room - filled, length - at});
+        if (!copyPlainUtf16(units + at, piece, wide + filled)) {
+            piece = plainLength(units + at);
+        }
+        at += piece;
+        filled += piece;
+        if (filled == room || at == length) {
+            return filled;
+        }
+        if (units[at] == 0) {
+            at = length;
+            return filled;
+        }
         wide[filled] = nextWide(units, at, length);
     }
-    if (at < length && units[at] == 0) {
-        at = length;
-    }
-    return filled;
 }
 
 // ---- UTF-8 -------------------------------------------------------------------------------------
