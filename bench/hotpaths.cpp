@@ -7,6 +7,7 @@
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmsgdgst5.h"
+#include "cmnstringtool.h"
 #include "cmntracelog.h"
 #include "support/scratchinstallation.h"
 
@@ -133,6 +134,14 @@ int scanHeader()
     return counted(10000, scan);
 }
 
+// To UTF-16 and back.
+int convertAscii()
+{
+    const std::string text(1024, 'a');
+    require(CCmnStringTool::ustr2str(CCmnStringTool::str2ustr(text)) == text, "the text differs");
+    return counted(1000, [&] { CCmnStringTool::ustr2str(CCmnStringTool::str2ustr(text)); });
+}
+
 int digest()
 {
     std::vector<unsigned char> message(1024, 'm');
@@ -151,6 +160,7 @@ const std::map<std::string, std::function<int()>> kPaths = {
     {"format_message", formatMessage},
     {"scan_header", scanHeader},
     {"digest_1024", digest},
+    {"ascii_1024", convertAscii},
 };
 
 } // namespace

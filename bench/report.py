@@ -62,7 +62,11 @@ ROWS = [
         ("snprintf", "glibc", 0.95, "TX_snprintf"),
     ]),
     ("Text", [
+        ("str2ustr_ascii/20", "icu", 1.0, "short ASCII to UTF-16"),
+        ("str2ustr_ascii/65536", "icu", 3.0, "ASCII to UTF-16"),
         ("str2ustr", "icu", 1.0, "UTF-8 to UTF-16"),
+        ("ustr2str_ascii/20", "icu", 1.0, "UTF-16 to short ASCII"),
+        ("ustr2str_ascii/65536", "icu", 3.0, "UTF-16 to ASCII"),
         ("ustr2str", "icu", 1.0, "UTF-16 to UTF-8"),
         ("str2wstr", "glibc", 0.90, "locale's encoding to wide"),
         ("wstr2str", "glibc", 0.90, "wide to locale's encoding"),
@@ -96,7 +100,8 @@ HEADLINES = [
     ("start", ""), ("start_user", ""), ("lines", ""),
     ("md5", "1,024"), ("hex", "1,024"), ("trace_line", ""),
     ("trace_dropped", ""), ("config_import/10000", "10,000"), ("config_export/10000", "10,000"),
-    ("sscanf_header", ""), ("str2ustr", "mixed, 65,536"), ("searchreplace", "few, 65,536"),
+    ("sscanf_header", ""), ("str2ustr_ascii/65536", "65,536"),
+    ("str2ustr", "mixed, 65,536"), ("searchreplace", "few, 65,536"),
     ("format_placeholders", ""), ("lookup", ""), ("serialize", "1,000"), ("deserialize", "1,000"),
     ("sax", "66,000"),
 ]
