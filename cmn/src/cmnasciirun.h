@@ -23,7 +23,8 @@ constexpr std::uint64_t inEachUnit(UnitNumber<Unit> number)
 }
 
 // Whether each unit of a block is ASCII and not zero. Tests whole words: a unit that is not ASCII
-// has a bit above the seventh, and so has a zero less 1. Only a zero borrows from the next unit.
+// has a bit above the seventh, and so has a zero from which 1 is subtracted. Only a zero borrows
+// from the next unit.
 template <std::size_t size, class Unit>
 inline bool isAsciiBlock(const Unit* units)
 {

@@ -70,7 +70,7 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
         at += piece;
         return piece;
     }
-    constexpr std::int32_t block = 64; // copied again only up to the next other unit
+    constexpr std::int32_t block = 64; // what is copied past the next other unit is copied again
     for (std::int32_t filled = 0;; ++filled) {
         piece = std::min({block, room - filled, length - at});
         if (!copyPlainUtf16(units + at, piece, wide + filled)) {
@@ -290,7 +290,7 @@ inline icu::UnicodeString fromUtf8(std::string_view text)
 {
     constexpr std::size_t maxSize = 0x40000000;
     if (text.size() > maxSize) {
-        return CCmnStringTool::str2ustr(std::string(text)); // it saves memory
+        return CCmnStringTool::str2ustr(std::string(text)); // takes less memory
     }
     icu::UnicodeString result;
     char16_t* const units = result.getBuffer(static_cast<std::int32_t>(text.size()));
