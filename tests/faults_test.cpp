@@ -23,6 +23,13 @@ constexpr long pending = Script::pending, failed = Script::failed;
 const Details both{CTRL_C_EVENT, CTRL_BREAK_EVENT}, all{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
 const std::wstring exited = L"Command exited with status ";
 
+// A line across two reads, each of which fetches several bytes.
+const Script readAhead = [] {
+    Script made{{'a', '\n', 'b', pending, 'c', 'd', 'e', '\n', 'f', failed}};
+    made.ahead = true;
+    return made;
+}();
+
 // What happens during a run, and its expected outcome.
 const struct Scenario {
     Script script;
@@ -45,6 +52,7 @@ const struct Scenario {
     {{{'a', pending, Script::broken}}, "", 0, 0, {"a"}},
     {{{'a', pending, Script::empty}}, "", 0, 0, {"a"}},
     {{{'a', pending}}, "", 0, 0, {"a"}, L"", {}, "", "", 0},
+    {readAhead, "", 0, 0, {"a", "bcde", "f"}, L"", {}, "", "ReadFile"},
     // An unknown result of a wait: the read itself decides.
     {{{'a', pending, failed}, {odd}}, "", 0, 0, {"a"}, L"", {}, "", "GetOverlappedResult"},
     // The child pauses within a line, or ends before its first line or after a complete one.

@@ -1,6 +1,7 @@
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
 #include "descriptors.h"
+#include "pipeend.h"
 #include "platform.h"
 #include "rightsfile.h"
 #include "spawn.h"
@@ -18,6 +19,7 @@
 #include <climits>
 #include <csignal>
 #include <optional>
+#include <random>
 #include <thread>
 
 using namespace tarnix_platform;
@@ -338,6 +340,55 @@ TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
     CloseHandle(second);
     CloseHandle(sameChild);
     expectFailure(child.readFrom(second), EBADF);
+}
+
+// Takes the next line from a stream, or what is there of it.
+std::string lineOf(std::string& stream)
+{
+    constexpr std::size_t longest = 8191;
+    std::string line = stream.substr(0, std::min(stream.find('\n'), longest));
+    const bool ended = line.size() < std::min(stream.size(), longest);
+    stream.erase(0, line.size() + (ended ? 1 : 0));
+    if (ended && !line.empty() && line.back() == '\r')
+        line.pop_back();
+    return line;
+}
+
+// Random bytes arrive in random pieces, between reads of a random number of lines.
+TEST_F(Platform, LinesOfARandomStream)
+{
+    struct Reader : tarnix_cmn_4_4::CCmnExecPipeWindows {
+        explicit Reader(HANDLE client) { m_OutputHandle = client; }
+        int read(char* buffer, int* timedOut) { return ReadLine(buffer, 8191, timedOut, 60); }
+    };
+    std::mt19937 random(17);
+    const auto below = [&random](std::size_t limit) { return random() % limit; };
+    const HANDLE server = makeServer();
+    Reader reader(makeClient()); // without a child it does not wait
+    std::string stream;
+    for (int piece = 0; piece < 3000; ++piece) {
+        std::string bytes;
+        while (bytes.empty() || below(8) != 0)
+            bytes.append(below(3) != 0   ? below(30)
+                         : below(9) == 0 ? 8185 + below(12)
+                                         : 0,
+                         'x')
+                .append(1 + below(2), "\n\r\n\0\ny"[below(6)]);
+        bytes.resize(std::min<std::size_t>(bytes.size(), 16384)); // so that the pipe holds it
+        ASSERT_TRUE(writeAll(find<PipeEnd>(server)->fd(), bytes.data(), bytes.size()));
+        stream += bytes;
+        for (std::size_t left = below(40); left > 0 || stream.size() > 16384; left -= left > 0) {
+            char buffer[8193] = "unset";
+            int timedOut = 1;
+            buffer[8192] = 'g';
+            const bool more = !stream.empty();
+            const std::string line = lineOf(stream);
+            ASSERT_EQ(reader.read(buffer, &timedOut), more);
+            ASSERT_EQ(std::string(buffer), line.c_str());
+            ASSERT_TRUE(timedOut == 0 && buffer[8192] == 'g');
+        }
+    }
+    CloseHandle(server);
 }
 
 TEST_F(Platform, OutputComesBeforeTheEnd)

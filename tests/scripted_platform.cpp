@@ -52,6 +52,17 @@ long next(Details& values, long otherwise)
     return value;
 }
 
+// Puts the bytes that follow in the script where takeLine finds them.
+void readAhead(HANDLE file)
+{
+    static ReadAhead block;
+    block.at = block.end = 0;
+    while (script.ahead && !script.reads.empty() && script.reads.front() >= 0)
+        block.bytes[block.end++] = static_cast<unsigned char>(next(script.reads, 0));
+    fastSlot(file).owner = file;
+    fastSlot(file).ahead = &block;
+}
+
 BOOL start(const char* how, PROCESS_INFORMATION* information)
 {
     const HANDLE process = give(how);
@@ -111,19 +122,21 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD
 {
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-BOOL readFile(HANDLE, void* buffer, DWORD, DWORD*, OVERLAPPED* overlapped)
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD*, OVERLAPPED*)
 {
-    script.outcome = works("ReadFile") ? next(script.reads, Script::broken) : Script::failed;
+    EXPECT_EQ(size, 1U);
+    script.outcome = works(__func__) ? next(script.reads, Script::broken) : Script::failed;
     script.target = static_cast<char*>(buffer);
     script.lastError = static_cast<DWORD>(-script.outcome);
-    overlapped->Internal = ERROR_IO_PENDING; // so that the caller asks for the outcome
+    if (script.outcome >= 0)
+        readAhead(file);
     return script.outcome >= 0;
 }
-BOOL overlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
+BOOL GetOverlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
 {
     if (script.outcome == Script::pending)
         script.outcome = next(script.reads, Script::broken);
-    if (!works("GetOverlappedResult"))
+    if (!works(__func__))
         script.outcome = Script::failed;
     script.lastError = static_cast<DWORD>(-script.outcome);
     *script.target = static_cast<char>(script.outcome);

@@ -25,6 +25,7 @@ struct Script {
     tarnix_platform::DWORD exitStatus = 0;
     bool entitled = false; // the account has the right to log on as a batch job
     bool busy = false;     // another runner holds the lock of added rights
+    bool ahead = false; // a read also fetches the bytes that follow, up to the next other outcome
 
     // The call, counted from 1, of an operation that fails with error 13; with `laterToo` all later
     // calls fail too.

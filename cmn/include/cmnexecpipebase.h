@@ -140,6 +140,9 @@ protected:
     std::string m_Password; ///< overwritten when it is replaced and by the destructor
     std::string m_Extra;
     /// @}
+
+private:
+    bool ReadLines(char* buffer, std::vector<std::string>& output, long seconds);
 };
 
 } // namespace tarnix_cmn_4_4

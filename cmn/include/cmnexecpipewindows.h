@@ -23,6 +23,7 @@
 #include "cmnlock.h"
 #include "platform_types.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -147,12 +148,13 @@ private:
     DWORD PipeFailed(const char* format);
     void TraceSystemError(const char* format, DWORD error);
     bool ChildHasEnded();
-    /// Marked cold so that the compiler leaves the registers to the loop that calls them.
-    [[gnu::cold]] void TraceReadFailure(const char* format, DWORD error);
-    [[gnu::cold]] Awaited AwaitByte(long seconds);
+    void TraceReadFailure(const char* format, DWORD error);
+    /// Marked cold so that the compiler does not put it into the loop over the lines.
+    [[gnu::cold]] std::size_t ReadByte(char* target, int* timedOut, long seconds);
+    Awaited AwaitByte(long seconds);
     void ClosePipes();
     int EndChild();
-    int ReadExitStatus();
+    [[gnu::cold]] int ReadExitStatus();
     void OpenPolicy();
     void AddRight();
     void RevokeRight();

@@ -3,6 +3,8 @@
 
 #include "cmnwipe.h"
 
+#include <cstring>
+
 namespace tarnix_cmn_4_4
 {
 
@@ -90,23 +92,33 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
         return started;
     }
     output.clear();
-    int timedOut = 0;
-    for (int more = 1; more != 0;) {
-        buffer[0] = '\0';
-        if (IsAbortRequested() != 0) {
-            break;
-        }
-        more = ReadLine(buffer.data(), kLineBufferSize - 1, &timedOut, static_cast<long>(seconds));
-        if (timedOut == 1) {
-            // The child is not stopped here, but by Close, which the destructor calls.
-            m_LastError = ECmnExecPipe(command, ECmnExecPipe::READ_TIMEOUT);
-            return ECmnExecPipe::READ_TIMEOUT;
-        }
-        if (more == 1) {
-            output.emplace_back(buffer.data());
-        }
+    if (!ReadLines(buffer.data(), output, static_cast<long>(seconds))) {
+        // The child is not stopped here, but by Close, which the destructor calls.
+        m_LastError = ECmnExecPipe(command, ECmnExecPipe::READ_TIMEOUT);
+        return ECmnExecPipe::READ_TIMEOUT;
     }
     return Close(kCloseSeconds);
+}
+
+// Appends the lines up to the end of the output, or up to an abort. False after a timeout.
+bool CCmnExecPipeBase::ReadLines(char* buffer, std::vector<std::string>& output, long seconds)
+{
+    for (;;) {
+        buffer[0] = '\0';
+        if (IsAbortRequested() != 0) {
+            return true;
+        }
+        int timedOut = 0;
+        const int more = ReadLine(buffer, kLineBufferSize - 1, &timedOut, seconds);
+        if (timedOut == 1) {
+            return false;
+        }
+        if (more == 1) {
+            output.emplace_back(buffer, std::strlen(buffer));
+        } else if (more == 0) {
+            return true;
+        }
+    }
 }
 
 void CCmnExecPipeBase::Abort()

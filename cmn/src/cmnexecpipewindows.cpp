@@ -62,6 +62,15 @@ std::string objectName(const char* stem, const void* runner, std::time_t now)
     return name;
 }
 
+// Removes the newline, and a carriage return before it.
+void terminateLine(const char* line, char* newline)
+{
+    *newline = '\0';
+    if (newline > line && newline[-1] == '\r') {
+        newline[-1] = '\0';
+    }
+}
+
 // The system would end the text there, and start another command or start it elsewhere.
 void refuseZeroByte(const std::string& command, const std::string& text, const wchar_t* refusal)
 {
@@ -343,44 +352,20 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
     if (ChildHasEnded()) {
         seconds = 0; // read only what is already in the pipe
     }
-    OVERLAPPED read{};
-    read.hEvent = m_ReadEvent;
-    // Local, because the compiler must assume that a write to `buffer` changes the member.
-    const HANDLE output = m_OutputHandle;
     char* end = buffer;
     char* const limit = buffer + size;
     while (end < limit) {
-        DWORD got = 0;
-        if (!ReadFile(output, end, 1, &got, &read)) {
-            const Awaited awaited = AwaitByte(seconds);
-            if (awaited == Awaited::timeout || awaited == Awaited::cancelled) {
-                // The system writes to `read` and to the buffer until the read has ended.
-                CancelIo(output);
-                GetOverlappedResult(output, &read, &got, true);
-                *timedOut = awaited == Awaited::timeout ? 1 : 0;
-            }
-            if (awaited != Awaited::byte) {
-                break;
-            }
-        }
-        if (!GetOverlappedResult(output, &read, &got, true)) {
-            TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: GetOverlappedResult failed, "
-                             "Error Code: %d, Reason: %S",
-                             GetLastError());
-            break;
-        }
-        const char byte = *end; // read here, while it is still in a register
+        const std::size_t taken =
+            tarnix_platform::takeLine(m_OutputHandle, end, static_cast<std::size_t>(limit - end));
+        const std::size_t got = taken > 0 ? taken : ReadByte(end, timedOut, seconds);
         if (got == 0) {
             break;
         }
-        if (byte == '\n') {
-            *end = '\0';
-            if (end > buffer && end[-1] == '\r') {
-                end[-1] = '\0';
-            }
+        end += got;
+        if (end[-1] == '\n') {
+            terminateLine(buffer, end - 1);
             return 1;
         }
-        ++end;
     }
     *end = '\0';
     return end > buffer ? 1 : 0;
@@ -399,6 +384,34 @@ bool CCmnExecPipeWindows::ChildHasEnded()
     ReadExitStatus();
     closeAndForget(m_ProcessHandle);
     return true;
+}
+
+// Reads a byte that was not read ahead, and waits for it if need be. Returns the number of bytes
+// read: 0 if the output, the time or the child has ended.
+std::size_t CCmnExecPipeWindows::ReadByte(char* target, int* timedOut, long seconds)
+{
+    OVERLAPPED read{};
+    read.hEvent = m_ReadEvent;
+    DWORD got = 0;
+    if (!ReadFile(m_OutputHandle, target, 1, &got, &read)) {
+        const Awaited awaited = AwaitByte(seconds);
+        if (awaited == Awaited::timeout || awaited == Awaited::cancelled) {
+            // The system writes to `read` and to the target until the read has ended.
+            CancelIo(m_OutputHandle);
+            GetOverlappedResult(m_OutputHandle, &read, &got, true);
+            *timedOut = awaited == Awaited::timeout ? 1 : 0;
+        }
+        if (awaited != Awaited::byte) {
+            return 0;
+        }
+    }
+    if (!GetOverlappedResult(m_OutputHandle, &read, &got, true)) {
+        TraceReadFailure("CCmnExecPipeWindows::ReadLine ERROR: GetOverlappedResult failed, "
+                         "Error Code: %d, Reason: %S",
+                         GetLastError());
+        return 0;
+    }
+    return got;
 }
 
 // Call after ReadFile returned false: waits for the byte.

@@ -16,8 +16,7 @@ inline bool isValid(HANDLE handle)
     return handle != INVALID_HANDLE_VALUE;
 }
 
-// Not inlined: it would take registers from the loop that reads a line byte by byte.
-[[gnu::noinline]] inline void closeAndForget(HANDLE& handle)
+inline void closeAndForget(HANDLE& handle)
 {
     if (isValid(handle) && handle != nullptr) {
         CloseHandle(handle);

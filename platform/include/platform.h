@@ -39,6 +39,7 @@ using UINT = unsigned int;
 using BOOLEAN = unsigned char;
 using HMODULE = void*;
 using HLOCAL = void*;
+using ULONG_PTR = std::uintptr_t;
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
@@ -143,6 +144,28 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
 /// of a child. Returns INVALID_HANDLE_VALUE on failure.
 HANDLE openDescriptor(int fd);
 
+/// The state of one read or write. The caller zeroes it and sets hEvent. It keeps the state and the
+/// buffer of the read until the read has ended or was cancelled. The layer keeps no pointer to the
+/// state. It keeps the result of a pending read until another read of that end becomes pending. Do
+/// not copy a state that has been used for a read: zero another one.
+struct OVERLAPPED {
+    ULONG_PTR Internal;     ///< 0: success; otherwise the error, or ERROR_IO_PENDING
+    ULONG_PTR InternalHigh; ///< bytes read
+    DWORD Offset;           ///< not used
+    DWORD OffsetHigh;       ///< not used
+    HANDLE hEvent;          ///< signalled when a pending read ends
+    ULONG_PTR Pending;      ///< for the layer only: number of the pending read, or 0
+};
+
+/// Reads from a client end without waiting. `overlapped` is required.
+///
+/// True: `*count` bytes (at least one) are in the buffer, and InternalHigh is the same number.
+/// False with ERROR_IO_PENDING: there are no bytes yet; the read is pending until a wait for its
+/// event, GetOverlappedResult or CancelIo ends it, and only those calls fill the buffer. False with
+/// ERROR_BROKEN_PIPE: no writer is left; or the child that wrote to the pipe has ended, and all
+/// bytes that were in the pipe at that moment have been read.
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
+
 /// Writes to a server end without waiting. `overlapped` is required.
 ///
 /// True: all bytes are in the pipe. False with ERROR_IO_PENDING: the pipe is full; the write is
@@ -150,6 +173,12 @@ HANDLE openDescriptor(int fd);
 /// the caller keeps the buffer. GetOverlappedResult with `wait` false has the result.
 /// False with ERROR_BROKEN_PIPE: no reader is left. The calling process gets no SIGPIPE.
 BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
+
+/// The result of a read or a write. If a read is pending, the call waits for its end without a
+/// limit; or, if `wait` is false, returns false with ERROR_IO_PENDING. For a pending write it must
+/// be false (ENOTSUP). If the system refuses the wait, the read is cancelled and fails with the
+/// error.
+BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 /// Cancels the pending read of a client end, or the pending write of a server end. Once this has
 /// returned, nothing uses the buffer and the result is ECANCELED; its event is not signalled.
@@ -361,9 +390,9 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
 /// permanently to the user's groups, group and id before it enters the directory and starts the
 /// program; the user becomes the owner of the pipe ends. The child's umask is 022, or that of the
 /// attributes; its niceness and resource limits are those of this process, but never its real-time
-/// scheduling. The child never shares memory with this process under that identity. If the user stalls the start for 10 seconds, the child is killed and the start
-/// fails (ETIMEDOUT). A null token stands for a refused logon: false, with the reason of the
-/// thread's last refusal.
+/// scheduling. The child never shares memory with this process under that identity. If the user
+/// stalls the start for 10 seconds, the child is killed and the start fails (ETIMEDOUT). A null
+/// token stands for a refused logon: false, with the reason of the thread's last refusal.
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
                           BOOL inheritHandles, DWORD flags, void* environment,
@@ -469,6 +498,7 @@ using tarnix_platform::GetCurrentProcess;
 using tarnix_platform::GetEnvironmentStringsA;
 using tarnix_platform::GetExitCodeProcess;
 using tarnix_platform::GetLastError;
+using tarnix_platform::GetOverlappedResult;
 using tarnix_platform::GetProcessTimes;
 using tarnix_platform::GetSystemTime;
 using tarnix_platform::GetTokenInformation;
@@ -497,6 +527,7 @@ using tarnix_platform::NORMAL_PRIORITY_CLASS;
 using tarnix_platform::NTSTATUS;
 using tarnix_platform::OPEN_EXISTING;
 using tarnix_platform::OSVERSIONINFOW;
+using tarnix_platform::OVERLAPPED;
 using tarnix_platform::PIPE_ACCESS_DUPLEX;
 using tarnix_platform::PIPE_READMODE_BYTE;
 using tarnix_platform::PIPE_TYPE_BYTE;
@@ -505,6 +536,7 @@ using tarnix_platform::POLICY_CREATE_ACCOUNT;
 using tarnix_platform::POLICY_LOOKUP_NAMES;
 using tarnix_platform::PROCESS_INFORMATION;
 using tarnix_platform::PROCESS_MEMORY_COUNTERS;
+using tarnix_platform::ReadFile;
 using tarnix_platform::ResetEvent;
 using tarnix_platform::SetEvent;
 using tarnix_platform::SetLastError;
@@ -521,6 +553,7 @@ using tarnix_platform::TOKEN_INFORMATION_CLASS;
 using tarnix_platform::TOKEN_USER;
 using tarnix_platform::TokenUser;
 using tarnix_platform::UINT;
+using tarnix_platform::ULONG_PTR;
 using tarnix_platform::VER_PLATFORM_WIN32_NT;
 using tarnix_platform::WAIT_FAILED;
 using tarnix_platform::WAIT_OBJECT_0;

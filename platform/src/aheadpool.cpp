@@ -33,7 +33,6 @@ public:
     void give(ReadAhead* block)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        block->renewLease();
         block->writer.store(nullptr, std::memory_order_relaxed);
         block->end.store(0, std::memory_order_relaxed);
         block->at.store(0, std::memory_order_relaxed);

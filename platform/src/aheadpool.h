@@ -10,7 +10,7 @@ namespace tarnix_platform
 // An empty block, which belongs to the caller until giveAhead. Blocks are never freed.
 ReadAhead* takeAhead();
 
-// Returns the block to the pool. No lease on it is valid any more.
+// Returns the block to the pool.
 void giveAhead(ReadAhead* block);
 
 } // namespace tarnix_platform

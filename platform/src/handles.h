@@ -24,7 +24,7 @@ public:
 // A new handle of the object; null with the last error set if no slot is left.
 HANDLE openHandle(std::shared_ptr<Object> object);
 
-// Set what the fast path of reads finds by the handle. No effect if the handle is not open.
+// Set what is found by the handle without a lock. No effect if the handle is not open.
 void setAhead(HANDLE handle, ReadAhead* ahead);
 void setOutput(HANDLE handle, ReadAhead* output, HANDLE writer);
 

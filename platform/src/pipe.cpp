@@ -145,7 +145,6 @@ DWORD Pipe::takeBytes(void* buffer, DWORD size)
     const std::uint32_t end = m_Ahead->end.load(std::memory_order_relaxed);
     const std::uint32_t at = std::min(m_Ahead->at.load(std::memory_order_relaxed), end);
     const DWORD count = std::min(size, end - at);
-    m_Ahead->renewLease();
     std::memcpy(buffer, m_Ahead->bytes + at, count);
     m_Ahead->at.store(at + count, std::memory_order_relaxed);
     return count;

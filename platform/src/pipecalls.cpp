@@ -84,7 +84,7 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/,
     return isNull ? openNullDevice() : openEnd(connectPipe(name));
 }
 
-BOOL readFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped)
 {
     if (overlapped == nullptr) {
         return fail(EINVAL);
@@ -116,7 +116,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* count, OVERLA
     return end->pipe()->write(end, buffer, size, count, overlapped);
 }
 
-BOOL overlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
+BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait)
 {
     if (overlapped->Internal == ERROR_IO_PENDING) {
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);

@@ -9,6 +9,8 @@
 
 #include <psapi.h>
 
+#include <cstddef>
+
 namespace tarnix_platform
 {
 
@@ -17,6 +19,12 @@ inline void setRightsFile(const char* /*path*/) {}
 
 /// Has no effect: the system starts the child itself.
 inline void setUserStartLimit(DWORD /*milliseconds*/) {}
+
+/// Always 0: the system reads nothing ahead.
+inline std::size_t takeLine(HANDLE /*file*/, char* /*buffer*/, std::size_t /*size*/)
+{
+    return 0;
+}
 
 /// Always false: no signal ends a process of this system.
 inline bool endingSignal(HANDLE /*process*/, int& /*signal*/, bool& /*coreDumped*/)
