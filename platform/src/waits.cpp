@@ -162,6 +162,12 @@ bool outputUnread(HANDLE process)
            !ahead->empty();
 }
 
+// Not inlined: the address of the handle would keep it out of a register for every line of output.
+[[gnu::noinline]] DWORD waitForOne(HANDLE handle, DWORD milliseconds)
+{
+    return WaitForMultipleObjectsEx(1, &handle, false, milliseconds, false);
+}
+
 } // namespace
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
@@ -169,7 +175,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
     if (milliseconds == 0 && outputUnread(handle)) {
         return WAIT_TIMEOUT;
     }
-    return WaitForMultipleObjectsEx(1, &handle, false, milliseconds, false);
+    return waitForOne(handle, milliseconds);
 }
 
 DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
