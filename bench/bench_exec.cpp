@@ -1,6 +1,6 @@
 // Compares the command runner with a raw loop of system calls and with the runners of other
 // libraries: the start and end of a command, from several kinds of callers and as another user, and
-// the output of a child that prints lines of 40 bytes.
+// the output of a child that prints lines.
 #include "cmncommand.h"
 #include "cmnexecpipewindows.h"
 #include "cmnsystemfiles.h"
@@ -237,7 +237,8 @@ const struct Peer {
               {"popen", runPopen},   {"glib", runGlib},        {"boost", runBoost},
               {"poco", runPoco},     {"callback", runCallback}};
 
-constexpr std::size_t kOwnAndRaw = 2; // the first two
+constexpr std::size_t kOwnAndRaw = 2;    // the first two
+constexpr std::size_t kWithBestPeer = 3; // the first three
 
 // ---- Callers -----------------------------------------------------------------------------------
 
@@ -476,12 +477,12 @@ void startInThreads(benchmark::State& state, Runner run)
     state.SetItemsProcessed(state.iterations() * state.range(0) * startsOfThread);
 }
 
-void measureLines(benchmark::State& state, Runner run, std::int64_t count)
+// The size includes the newline.
+void measureLines(benchmark::State& state, Runner run, std::int64_t count, std::int64_t lineSize)
 {
-    constexpr std::size_t lineSize = 40; // with the newline
     Ballast::resize(kSmallCaller);
-    const Words command = {TARNIX_LINE_PRINTER, std::to_string(count)};
-    const std::string line(lineSize - 1, 'l');
+    const Words command = {TARNIX_LINE_PRINTER, std::to_string(count), std::to_string(lineSize)};
+    const std::string line(static_cast<std::size_t>(lineSize) - 1, 'l');
     for (auto _ : state) {
         Lines lines;
         run(command, lines);
@@ -492,17 +493,33 @@ void measureLines(benchmark::State& state, Runner run, std::int64_t count)
         }
     }
     state.SetItemsProcessed(state.iterations() * count);
-    state.SetBytesProcessed(state.iterations() * count * static_cast<std::int64_t>(lineSize));
+    state.SetBytesProcessed(state.iterations() * count * lineSize);
 }
+
+constexpr std::int64_t kMillion = 1000000;
+constexpr std::int64_t kUsualLine = 40; // bytes
 
 void aMillionLines(benchmark::State& state, Runner run)
 {
-    measureLines(state, run, 1000000);
+    measureLines(state, run, kMillion, kUsualLine);
 }
 
 void someLines(benchmark::State& state, Runner run)
 {
-    measureLines(state, run, state.range(0));
+    measureLines(state, run, state.range(0), kUsualLine);
+}
+
+// At most a million lines, and at most as many bytes as a million usual lines.
+void linesOfSize(benchmark::State& state, Runner run)
+{
+    const std::int64_t size = state.range(0);
+    measureLines(state, run, std::min(kMillion, kMillion * kUsualLine / size), size);
+}
+
+void linesOf1GiB(benchmark::State& state, Runner run)
+{
+    constexpr std::int64_t size = 200;
+    measureLines(state, run, (std::int64_t{1} << 30) / size, size);
 }
 
 const struct Row {
@@ -517,6 +534,8 @@ const struct Row {
     {"start_caller", startFromCaller, kOwnAndRaw, {10, 1024, 4096}},
     {"threads", startInThreads, kOwnAndRaw, {1, 10, 100}},
     {"lines", aMillionLines, std::size(kPeers), {}},
+    {"lines_size", linesOfSize, kWithBestPeer, {1, 10, 200, 8000}},
+    {"lines_1gib", linesOf1GiB, kWithBestPeer, {}},
     {"lines_growth", someLines, kOwnAndRaw, {10, 1000, 100000}},
 };
 

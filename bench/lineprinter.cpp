@@ -1,4 +1,4 @@
-// Prints a number of lines of 40 bytes as fast as a pipe takes them.
+// Prints a number of lines of a size, 40 bytes if none is given, as fast as a pipe takes them.
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,24 +7,24 @@
 
 int main(int argc, char** argv)
 {
-    long lines = argc > 1 ? std::atol(argv[1]) : 0;
-    const std::string line(39, 'l');
+    const std::size_t lines = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 0;
+    const std::size_t size = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 40;
+    const std::string line = std::string(size - 1, 'l') + '\n';
     std::string block;
-    while (block.size() < 64 * 1024 - 40) {
-        block += line + '\n';
+    while (block.size() + size <= 64 * 1024) {
+        block += line;
     }
-    while (lines > 0) {
-        const long now = std::min<long>(lines, static_cast<long>(block.size() / 40));
+    for (std::size_t left = lines * size; left > 0;) {
+        const std::size_t now = std::min(left, block.size());
         std::size_t done = 0;
-        while (done < static_cast<std::size_t>(now) * 40) {
-            const ssize_t written =
-                ::write(1, block.data() + done, static_cast<std::size_t>(now) * 40 - done);
+        while (done < now) {
+            const ssize_t written = ::write(1, block.data() + done, now - done);
             if (written <= 0) {
                 return 1;
             }
             done += static_cast<std::size_t>(written);
         }
-        lines -= now;
+        left -= now;
     }
     return 0;
 }

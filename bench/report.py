@@ -37,7 +37,10 @@ ROWS = [
         ("start_fds", "raw", 0.95, "the same, descriptor limit up to 100,000"),
         ("start_user", "plain", 0.40, "/bin/true as another user, against a plain start"),
         ("start_user", "setpriv", 1.0, "/bin/true as another user"),
-        ("lines", "raw", 0.80, "a million lines of 40 bytes"),
+        ("lines", "popen", 1.4, "a million lines of 40 bytes, against the best peer"),
+        ("lines", "raw", 0.90, "a million lines of 40 bytes"),
+        ("lines_size", "raw", None, "up to a million lines or 40 MB, bytes a line"),
+        ("lines_1gib", "raw", None, "1 GiB in lines of 200 bytes"),
     ]),
     ("Digest and hex text", [
         ("md5", "openssl", 1.0, "MD5: object, digest and text"),

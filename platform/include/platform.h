@@ -145,16 +145,16 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
 HANDLE openDescriptor(int fd);
 
 /// The state of one read or write. The caller zeroes it and sets hEvent. It keeps the state and the
-/// buffer of the read until the read has ended or was cancelled. The layer keeps no pointer to the
-/// state. It keeps the result of a pending read until another read of that end becomes pending. Do
-/// not copy a state that has been used for a read: zero another one.
+/// buffer until the read or write has ended or was cancelled. The layer keeps no pointer to the
+/// state. It keeps the result of a pending one until another of that end becomes pending. Do not
+/// copy a state that has been used: zero another one.
 struct OVERLAPPED {
     ULONG_PTR Internal;     ///< 0: success; otherwise the error, or ERROR_IO_PENDING
-    ULONG_PTR InternalHigh; ///< bytes read
+    ULONG_PTR InternalHigh; ///< bytes read or written
     DWORD Offset;           ///< not used
     DWORD OffsetHigh;       ///< not used
-    HANDLE hEvent;          ///< signalled when a pending read ends
-    ULONG_PTR Pending;      ///< for the layer only: number of the pending read, or 0
+    HANDLE hEvent;          ///< signalled when a pending one ends
+    ULONG_PTR Pending;      ///< for the layer only: number of the pending one, or 0
 };
 
 /// Reads from a client end without waiting. `overlapped` is required.
@@ -174,10 +174,9 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED* o
 /// False with ERROR_BROKEN_PIPE: no reader is left. The calling process gets no SIGPIPE.
 BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped);
 
-/// The result of a read or a write. If a read is pending, the call waits for its end without a
-/// limit; or, if `wait` is false, returns false with ERROR_IO_PENDING. For a pending write it must
-/// be false (ENOTSUP). If the system refuses the wait, the read is cancelled and fails with the
-/// error.
+/// The result of a read or write. If a read is pending, the call waits for its end without a limit;
+/// or, if `wait` is false, returns false with ERROR_IO_PENDING. For a pending write `wait` must be
+/// false (ENOTSUP). If the system refuses the wait, the read is cancelled and fails with the error.
 BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 
 /// Cancels the pending read of a client end, or the pending write of a server end. Once this has
