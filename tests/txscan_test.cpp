@@ -56,6 +56,8 @@ TEST(TxScan, DiffersFromTheStandard)
         EXPECT_EQ(shown, outcome) << text << " by " << format;
     }
     EXPECT_EQ(TX_sscanf(nullptr, "x"), -1);
+    char own[] = "  overlapping";
+    EXPECT_TRUE(TX_sscanf(own, "%s", own, 10) == 1 && own == std::string("overlappi"));
 }
 
 TEST(TxScan, LeavesASourceAfterTheCharactersThatWereRead)

@@ -72,8 +72,11 @@ TEST(TxString, MeasuresPrintsAndReallocates)
     char text[] = "####";
     EXPECT_TRUE(TX_snprintf(nullptr, 5, "x") == -1 && TX_snwprintf(nullptr, 5, L"x") == -1);
     EXPECT_TRUE(TX_snprintf(text, 0, "x") == -1 && text[0] == '#');
-    EXPECT_TRUE(TX_snprintf(text, 5, "%ls", L"\x7FFFFFFF") == 4 && text[0] == '\0');
+    EXPECT_EQ(TX_snprintf(text, 5, "a%ls", L"\x7FFFFFFF"), 4); // the formatter fails
+    EXPECT_EQ(std::string(text, 5), std::string("a\0\0\0\0", 5));
     EXPECT_TRUE(TX_snwprintf(wide, 0, L"x") == -1 && wide[0] != L'\0');
+    EXPECT_TRUE(TX_wcscpy(wide, L"%c", 5) == 2 && TX_snwprintf(wide, 5, wide, L'7') == 1);
+    EXPECT_TRUE(TX_snwprintf(wide, 5, L"%ls%ls", wide, wide) == 2 && wide == std::wstring(L"77"));
     EXPECT_TRUE(TX_snwprintf(wide, SIZE_MAX, L"x") == -1 && wide[0] == L'\0'); // an impossible size
 
     void* block = nullptr; // a failure frees it

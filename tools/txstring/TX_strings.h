@@ -39,19 +39,20 @@ std::size_t TX_wcsncat(wchar_t* target, const wchar_t* source, std::size_t count
 int TX_strnlen(const char* text, std::size_t limit, std::size_t* length);
 int TX_wcsnlen(const wchar_t* text, std::size_t limit, std::size_t* length);
 
-// Prints directly into the target. Returns the number of characters written. A text that does not
-// fit is cut and gives size - 1 (or INT_MAX, if that is less); so does an error of the formatter,
-// whatever it has printed. -1 for a null target or a size of 0, and for a null format, which leaves
-// an empty text.
+// Prints directly into the target, which must not be an argument or the format. Returns the number
+// of characters written. A text that does not fit is cut and gives size - 1 (or INT_MAX, if that is
+// less); so does an error of the formatter, and zeros then follow what it has printed. -1 for a
+// null target or a size of 0, and for a null format, which leaves an empty text.
 [[gnu::format(printf, 3, 4)]] int TX_snprintf(char* target, std::size_t size, const char* format,
                                               ...);
 [[gnu::format(printf, 3, 0)]] int TX_vsnprintf(char* target, std::size_t size, const char* format,
                                                std::va_list arguments);
 
-// Prints into a temporary buffer first. Returns the length of the text. A text of exactly `size`
-// units gives `size`, although the terminator replaces its last unit; a longer one is cut and gives
-// -1. Also -1 for an error of the formatter, for a null target or a size of 0, and for a null
-// format or a failed allocation, which leave an empty text.
+// Prints into a temporary buffer first, so that the target may be an argument or the format.
+// Returns the length of the text. A text of exactly `size` units gives `size`, although the
+// terminator replaces its last unit; a longer one is cut and gives -1. Also -1 for an error of the
+// formatter, for a null target or a size of 0, and for a null format or a failed allocation, which
+// leave an empty text.
 int TX_snwprintf(wchar_t* target, std::size_t size, const wchar_t* format, ...);
 int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std::va_list arguments);
 

@@ -500,7 +500,7 @@ void Scanner::storeText(const Directive& directive, std::size_t length)
     const std::size_t stored = std::min(length, room);
     if (directive.size > 0) {
         char* const target = static_cast<char*>(directive.target);
-        std::memcpy(target, m_Next, stored);
+        std::memmove(target, m_Next, stored); // the target may be in the text
         target[stored] = '\0';
     }
     m_Next += length;
