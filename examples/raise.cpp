@@ -15,9 +15,9 @@ namespace
 {
 
 constexpr char kUsage[] =
-    "usage: raise [--severity N] ID [TYPE=VALUE]...\n"
+    "usage: raise [--severity N] ID TYPE=VALUE...\n"
     "  TYPE is text (UTF-8), int (32 bits), double, or date (milliseconds since 1970)\n"
-    "A message without arguments serialises to the empty text.\n";
+    "At least one argument: a message without any serialises to the empty text.\n";
 
 template <class Number>
 bool readNumber(const std::string& text, Number (*read)(const char*, char**), Number& number)
@@ -49,6 +49,10 @@ bool addArgument(const std::string& argument, std::vector<icu::Formattable>& arg
     double number = 0;
     if (type == "text") {
         arguments.emplace_back(CCmnStringTool::str2ustr(value));
+        if (arguments.back().getString().isEmpty() && !value.empty()) {
+            std::cerr << "raise: argument " << arguments.size() << " is not UTF-8\n";
+            return false;
+        }
     } else if (type == "int" && readNumber(value, readLong, integer)) {
         arguments.emplace_back(static_cast<std::int32_t>(integer));
     } else if (type == "double" && readNumber(value, std::strtod, number)) {
@@ -79,6 +83,10 @@ int main(int argc, char** argv)
     }
     if (!good || *id == '\0' || std::strpbrk(id, " \t\n\r\v\f") != nullptr) {
         std::cerr << kUsage;
+        return 2;
+    }
+    if (arguments.empty()) {
+        std::cerr << "raise: a message without arguments serialises to the empty text\n";
         return 2;
     }
     CCmnIcuMessage message(id, arguments.data(), static_cast<int>(arguments.size()),

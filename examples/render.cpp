@@ -57,11 +57,12 @@ std::string nextText(const std::string& input, std::size_t& at)
         return {};
     }
     at = std::min(input.find(header, begin + header.size()), input.size());
-    const std::size_t end = input.find(trailer, begin);
-    if (end < at) {
-        at = end + trailer.size();
+    std::string text = input.substr(begin, at - begin); // a trailer after it is of another text
+    const std::size_t end = text.find(trailer);
+    if (end != std::string::npos) {
+        text.resize(end + trailer.size());
     }
-    return input.substr(begin, at - begin);
+    return text;
 }
 
 } // namespace
