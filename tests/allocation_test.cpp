@@ -13,6 +13,7 @@
 
 #include <xercesc/util/OutOfMemoryException.hpp>
 
+#include <optional>
 #include <set>
 
 using namespace tarnix_cmn_4_4;
@@ -84,6 +85,22 @@ TEST_F(Allocation, Messages)
         return CCmnStringTool::tstr2str(byDefault + shown + holder.getError().getMessage()) +
                message.serialize()->text + read.serialize()->text;
     });
+    // A change that fails leaves the whole old message.
+    CCmnIcuMessage next("another.id.on.the.heap", inner, 2, {}, "its.own.file.cpp", 1);
+    const SCmnMessageInfo* const record = next.serialize();
+    const std::string old = message.getFile() + message.serialize()->text;
+    for (const bool assigns : {true, false})
+        failEach({old}, [&] {
+            std::optional<AllocationFaultPause> pause(std::in_place);
+            CCmnIcuMessage changed(message);
+            pause.reset();
+            try {
+                assigns ? void(changed = next) : changed.deserialize(record);
+            } catch (const std::bad_alloc&) {
+            }
+            pause.emplace();
+            return changed.getFile() + changed.serialize()->text;
+        });
     // Without a number: ICU's number formatter does not check its allocations.
     failEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
         const tstr text = message.formatMessage(pattern);

@@ -99,6 +99,12 @@ TEST(Message, Deserializes)
     const std::pair<std::string, const char*> cases[] = {
         {five, "old 7 1 {1}"},
         {"<SERIALIZED_MESSAGE>" + five, "old 7 5 {1}"},
+        // A number has at most 512 characters.
+        {"<SERIALIZED_MESSAGE><ARGVALUE INDEX=" + std::string(513, '0') + " TYPE=2>5<",
+         "old 7 {0} {1}"},
+        {"<SERIALIZED_MESSAGE>" + five +
+             "/ARGVALUE><ARGVALUE INDEX=1 TYPE=" + std::string(512, '0') + "2>5.5<",
+         "old 7 5 5.5"},
         {"<SERIALIZED_MESSAGE MSGID=a b SEVERITY=5>", "a 7 {0} {1}"},
         {"<SERIALIZED_MESSAGE>" + repeated(five + "/ARGVALUE>", 1'000'000), "old 7 5 5"},
         {"<SERIALIZED_MESSAGE>" + repeated("<ARGVALUE INDEX=0 TYPE=2", 1'000'000), "old 7 {0} {1}"},
@@ -108,6 +114,18 @@ TEST(Message, Deserializes)
         const SCmnMessageInfo info{text.c_str(), 0};
         message.deserialize(&info);
         EXPECT_EQ(contentOf(message), content) << text.substr(0, 50);
+    }
+}
+
+// The result never refers to the caller's text, also where it is the pattern.
+TEST(Message, FormatsToATextOfItsOwn)
+{
+    CCmnIcuMessage message = makeMessage({1});
+    for (const char* pattern : {"plain", "bad {0"}) {
+        tstr borrowed = CCmnStringTool::str2tstr(pattern);
+        const tstr result = message.formatMessage(tstr(&borrowed[0], nullptr, false));
+        borrowed[0] = '\0';
+        EXPECT_EQ(CCmnStringTool::tstr2str(result), pattern);
     }
 }
 

@@ -138,6 +138,8 @@ public:
     /// - an opening tag without a readable TYPE: adds no argument
     /// - an opening tag without ">": the text ends there
     /// - a value ends at the next "<", where "</ARGVALUE>" is assumed: 11 bytes are skipped unread
+    ///
+    /// If allocation fails, the message is unchanged; so it is after a failed assignment.
     void deserialize(const SCmnMessageInfo* info) override;
 
     /// The pattern follows the rules of MessageFormat even if there are no arguments: apostrophes

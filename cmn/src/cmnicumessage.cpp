@@ -3,6 +3,7 @@
 #include "TX_strings.h"
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
+#include "cmntstr.h"
 #include "cmnutf16.h"
 #include "platform_text.h"
 
@@ -175,14 +176,25 @@ bool readNumber(std::string_view& text, std::int32_t& number)
     return true;
 }
 
+// As readNumber, but like the scanner reads no more characters than a number of it has.
+bool readTagNumber(std::string_view& text, std::int32_t& number)
+{
+    constexpr std::size_t maxLength = 512;
+    std::string_view digits = text.substr(0, maxLength);
+    const std::size_t length = digits.size();
+    const bool isRead = readNumber(digits, number);
+    text.remove_prefix(length - digits.size());
+    return isRead;
+}
+
 // kNoType if the tag has no readable type. First tries the format that serialize writes; the
 // scanner also accepts other white space and signs.
 std::int32_t readType(std::string_view tag)
 {
     std::string_view rest = tag;
     std::int32_t number = 0;
-    if (skip(rest, "<ARGVALUE INDEX=") && readNumber(rest, number) && skip(rest, " TYPE=") &&
-        readNumber(rest, number)) {
+    if (skip(rest, "<ARGVALUE INDEX=") && readTagNumber(rest, number) && skip(rest, " TYPE=") &&
+        readTagNumber(rest, number)) {
         return number;
     }
     std::int32_t index = 0;
@@ -270,24 +282,36 @@ void readValue(Formattable& argument, const ValueText& value)
     }
 }
 
-// The array is made here and adopted: if Formattable copied an array, each string would be copied
-// once more.
-void readValues(Formattable& array, const std::vector<ValueText>& values)
+// An array that is complete before a Formattable adopts it, which cannot fail: a message changes
+// after the last allocation. If Formattable copied an array, each string would be copied once more.
+struct OwnedArguments {
+    explicit OwnedArguments(std::size_t size)
+        : first(std::make_unique<Formattable[]>(size)), count(static_cast<std::int32_t>(size))
+    {
+        if (!first) {
+            throw std::bad_alloc(); // ICU's operator new returns null
+        }
+    }
+
+    void moveTo(Formattable& array) { array.adoptArray(first.release(), count); }
+
+    std::unique_ptr<Formattable[]> first;
+    std::int32_t count;
+};
+
+OwnedArguments readValues(const std::vector<ValueText>& values)
 {
-    auto arguments = std::make_unique<Formattable[]>(values.size());
-    if (!arguments) {
-        throw std::bad_alloc(); // ICU's operator new returns null
-    }
+    OwnedArguments arguments(values.size());
     for (std::size_t i = 0; i < values.size(); ++i) {
-        readValue(arguments[i], values[i]);
+        readValue(arguments.first[i], values[i]);
     }
-    array.adoptArray(arguments.release(), static_cast<std::int32_t>(values.size()));
+    return arguments;
 }
 
 // ---- Copying -----------------------------------------------------------------------------------
 
-// As assignment of Formattable, which does not check whether allocation failed.
-void copyArguments(Formattable& array, const ArgumentList& list);
+// As the copies of Formattable, which do not check whether allocation failed.
+OwnedArguments copyOf(const ArgumentList& list);
 
 void copyText(Formattable& argument, const icu::UnicodeString& text)
 {
@@ -303,22 +327,19 @@ void copyValue(Formattable& argument, const Formattable& source)
     if (source.getType() == Formattable::kString) {
         copyText(argument, source.getString());
     } else if (source.getType() == Formattable::kArray) {
-        copyArguments(argument, argumentsOf(source));
+        copyOf(argumentsOf(source)).moveTo(argument);
     } else {
         argument = source;
     }
 }
 
-void copyArguments(Formattable& array, const ArgumentList& list)
+OwnedArguments copyOf(const ArgumentList& list)
 {
-    auto arguments = std::make_unique<Formattable[]>(static_cast<std::size_t>(list.count));
-    if (!arguments) {
-        throw std::bad_alloc();
-    }
+    OwnedArguments arguments(static_cast<std::size_t>(list.count));
     for (std::int32_t i = 0; i < list.count; ++i) {
-        copyValue(arguments.get()[i], list.first[i]);
+        copyValue(arguments.first.get()[i], list.first[i]);
     }
-    array.adoptArray(arguments.release(), list.count);
+    return arguments;
 }
 
 // ---- Formatting --------------------------------------------------------------------------------
@@ -346,13 +367,6 @@ bool formatsToItself(const tstr& pattern)
     return found == 0;
 }
 
-tstr toWide(const icu::UnicodeString& text)
-{
-    tstr result;
-    appendWide(result, text);
-    return result;
-}
-
 } // namespace
 
 CCmnMessage::CCmnMessage(const char* msgId, tarnix_eseverity severity, const char* file, int line)
@@ -364,7 +378,7 @@ CCmnIcuMessage::CCmnIcuMessage(const char* msgId, const Formattable* args, int c
                                tarnix_eseverity severity, const char* file, int line)
     : CCmnMessage(msgId, severity, file, line)
 {
-    copyArguments(m_Arguments, {args, std::max(count, 0)});
+    copyOf({args, std::max(count, 0)}).moveTo(m_Arguments);
 }
 
 CCmnIcuMessage::CCmnIcuMessage(const SCmnMessageInfo* info)
@@ -375,16 +389,25 @@ CCmnIcuMessage::CCmnIcuMessage(const SCmnMessageInfo* info)
 CCmnIcuMessage::CCmnIcuMessage(const CCmnIcuMessage& other)
     : CCmnMessage(other), m_Info(other.m_Info), m_Serialized(other.m_Serialized)
 {
-    copyArguments(m_Arguments, argumentsOf(other.m_Arguments));
+    copyOf(argumentsOf(other.m_Arguments)).moveTo(m_Arguments);
     ownRecord();
 }
 
 CCmnIcuMessage& CCmnIcuMessage::operator=(const CCmnIcuMessage& other)
 {
-    CCmnMessage::operator=(other);
-    copyArguments(m_Arguments, argumentsOf(other.m_Arguments));
+    OwnedArguments arguments = copyOf(argumentsOf(other.m_Arguments));
+    std::string id = other.m_MessageId;
+    std::string file = other.m_File;
+    std::string serialized = other.m_Serialized;
+    // From here on nothing fails.
+    CCmnRefCount::operator=(other);
+    m_MessageId.swap(id);
+    m_Severity = other.m_Severity;
+    m_File.swap(file);
+    m_Line = other.m_Line;
+    arguments.moveTo(m_Arguments);
     m_Info = other.m_Info;
-    m_Serialized = other.m_Serialized;
+    m_Serialized.swap(serialized);
     ownRecord();
     return *this;
 }
@@ -429,33 +452,36 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
     }
     rest.remove_prefix(header);
 
-    char id[kIdSize];
+    char token[kIdSize];
     std::int32_t severity = m_Severity;
-    if (scan(rest, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", id, kIdSize, &severity,
-             static_cast<int>(sizeof severity)) > 0) {
-        m_MessageId = id;
-    }
-    m_Severity = static_cast<tarnix_eseverity>(severity);
-
+    const bool hasId = scan(rest, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>", token, kIdSize,
+                            &severity, static_cast<int>(sizeof severity)) > 0;
+    std::string id = hasId ? token : m_MessageId;
     rest.remove_prefix(std::min(rest.find('>'), rest.size()));
-    readValues(m_Arguments, findValues(rest));
+    OwnedArguments arguments = readValues(findValues(rest));
+    // From here on nothing fails.
+    m_MessageId.swap(id);
+    m_Severity = static_cast<tarnix_eseverity>(severity);
+    arguments.moveTo(m_Arguments);
 }
 
 tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
-    tstr result; // swapped: a copy of a tstr does not report a failed allocation
-    result.swap(pattern);
-    if (formatsToItself(result)) {
+    tstr result;
+    if (formatsToItself(pattern)) {
+        assign(result, pattern); // a copy, because a tstr can refer to a text of the caller
         return result;
     }
     const ArgumentList arguments = argumentsOf(m_Arguments);
     char16_t room[kFormatRoom];
     icu::UnicodeString output(room, 0, kFormatRoom); // in `room` as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
-    icu::MessageFormat::format(CCmnStringTool::tstr2ustr(result), arguments.first, arguments.count,
+    icu::MessageFormat::format(CCmnStringTool::tstr2ustr(pattern), arguments.first, arguments.count,
                                output, status);
     if (U_SUCCESS(status) || !output.isEmpty()) {
-        toWide(output).swap(result);
+        appendWide(result, output);
+    } else {
+        assign(result, pattern);
     }
     return result;
 }
