@@ -1,9 +1,11 @@
 // Fuzzer of patterns and arguments. The first line of the input is a pattern, each further line an
 // argument: a letter for its type (i, l, d, t, s; anything else makes an array) and its value.
 #include "cmnmessage.h"
+#include "cmnpattern.h"
 #include "cmnstringtool.h"
 #include "fuzzinput.h"
 
+#include <unicode/messagepattern.h>
 #include <unicode/msgfmt.h>
 
 using namespace tarnix_cmn_4_4;
@@ -22,11 +24,42 @@ static Formattable makeArgument(char type, const std::string& value)
     return type == 's' ? Formattable(CCmnStringTool::str2ustr(value)) : Formattable(nullptr, 0);
 }
 
+// Whether the library finds the same levels of braces as ICU.
+static void checkNesting(const tstr& text)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::MessagePattern pattern(CCmnStringTool::tstr2ustr(text), nullptr, status);
+    if (U_FAILURE(status))
+        return;
+    std::vector<std::size_t>
+        open; // for each part: whether it has a brace; texts of a choice do not
+    std::size_t deepest = 0, depth = 0, inStyles = 0; // the library counts braces in styles too
+    for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
+        const icu::MessagePattern::Part& part = pattern.getPart(i);
+        const UMessagePatternPartType type = part.getType();
+        if (type == UMSGPAT_PART_TYPE_ARG_START || type == UMSGPAT_PART_TYPE_MSG_START) {
+            open.push_back(part.getLength() > 0);
+            depth += open.back();
+            deepest = std::max(deepest, depth);
+        } else if (type == UMSGPAT_PART_TYPE_ARG_LIMIT || type == UMSGPAT_PART_TYPE_MSG_LIMIT) {
+            depth -= open.back();
+            open.pop_back();
+        } else if (type == UMSGPAT_PART_TYPE_ARG_STYLE) {
+            const icu::UnicodeString style = pattern.getSubstring(part);
+            for (std::int32_t at = 0; at < style.length(); ++at)
+                inStyles += style[at] == u'{';
+        }
+    }
+    require(deepest == 0 || nestsDeeper(text, deepest - 1), "finds each level of braces");
+    require(!nestsDeeper(text, deepest + inStyles), "finds no more levels than there are");
+}
+
 void fuzz(FuzzInput input)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status);
     const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(input.until('\n')));
+    checkNesting(pattern);
     std::vector<Formattable> arguments;
     while (input.hasMore()) {
         const std::string line = input.until('\n');
@@ -45,6 +78,7 @@ void fuzz(FuzzInput input)
     if (U_SUCCESS(status))
         format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output,
                       position, status);
-    const bool nothing = U_FAILURE(status) && output.isEmpty();
+    const bool tooDeep = nestsDeeper(pattern, kMaxNesting);
+    const bool nothing = tooDeep || (U_FAILURE(status) && output.isEmpty());
     require(text == (nothing ? pattern : CCmnStringTool::ustr2tstr(output)), "the text of ICU");
 }

@@ -122,6 +122,15 @@ TEST_F(Catalogs, StoredTexts)
     MessagePtr message;
     message.assign(new CCmnIcuMessage("disk", arguments, 2, tarnix_eseverity{}, "f", 1));
     EXPECT_EQ(manager.get()->getLocalizedMessage(message, "native"), tstr(L"app: <disk>"));
+    // An id that no catalog has is no place for arguments.
+    const std::pair<const char*, const wchar_t*> ids[] = {{"{0}", L"app: <{0}>"},
+                                                          {"it''s_'{0}'", L"app: <it's_{0}>"},
+                                                          {"it''s_{0", L"app: <it''s_{0>"}};
+    for (const auto& [id, shown] : ids) {
+        message.assign(new CCmnIcuMessage(id, arguments, 2, tarnix_eseverity{}, "f", 1));
+        EXPECT_STREQ(manager.get()->getLocalizedMessage(message, "ja_JP").c_str(), shown);
+    }
+    message.assign(new CCmnIcuMessage("disk", arguments, 2, tarnix_eseverity{}, "f", 1));
     SCmnMessageInfo record = *message.get()->serialize();
     const wchar_t* const text = stored(&record, "native");
     EXPECT_STREQ(stored("disk", nullptr), L"app: <disk>"); // under its id

@@ -139,6 +139,10 @@ public:
 
     /// Returns the formatted message as a text of the caller's own. Here "native" has no special
     /// meaning; an empty language means the default language. Neither argument may be null.
+    ///
+    /// A message whose id no catalog has is shown as its id in angle brackets, without its
+    /// arguments: an id such as "{0}" is returned as it is. Other ids are formatted as patterns, so
+    /// that apostrophes follow the rules of MessageFormat.
     tstr getLocalizedMessage(MessagePtr& message, const char* language);
 
     /// Deletes the first entry of the store, in the order of the keys, whose text equals `*text`.

@@ -2,6 +2,7 @@
 #include "TX_sscanf.h"
 #include "TX_strings.h"
 #include "cmnmessage.h"
+#include "cmnpattern.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 #include "cmnutf16.h"
@@ -468,7 +469,7 @@ void CCmnIcuMessage::deserialize(const SCmnMessageInfo* info)
 tstr CCmnIcuMessage::formatMessage(tstr pattern)
 {
     tstr result;
-    if (formatsToItself(pattern)) {
+    if (formatsToItself(pattern) || nestsDeeper(pattern, kMaxNesting)) {
         assign(result, pattern); // a copy, because a tstr can refer to a text of the caller
         return result;
     }

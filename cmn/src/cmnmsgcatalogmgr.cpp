@@ -1,10 +1,12 @@
 // CCmnMessageCatalogManager: selects the catalog, and keeps the texts that it returns.
 #include "cmnmsgcatalogmgr.h"
 
+#include "cmnpattern.h"
 #include "cmntstr.h"
 
 #include <algorithm>
 #include <cstring>
+#include <cwchar>
 
 namespace tarnix_cmn_4_4
 {
@@ -16,6 +18,27 @@ tstr copyOf(const wchar_t* text)
     tstr copy;
     append(copy, text);
     return copy;
+}
+
+// A copy of a tstr, as of an argument by value, does not report a failed allocation.
+tstr taken(tstr& text)
+{
+    tstr result;
+    result.swap(text);
+    return result;
+}
+
+// Whether the text is an id that no catalog has, and would be a pattern with arguments. The sender
+// of a message chooses its id, but not how its arguments are formatted.
+bool isUnknownPattern(const tstr& text, const std::string& id)
+{
+    if (id.find('{') == std::string::npos) {
+        return false;
+    }
+    const tstr key = CCmnMessageCatalog::keyInBrackets(id);
+    return text.length() >= key.length() &&
+           std::wcscmp(text.c_str() + text.length() - key.length(), key.c_str()) == 0 &&
+           nestsDeeper(text, 0);
 }
 
 } // namespace
@@ -72,7 +95,12 @@ void CCmnMessageCatalogManager::getLocalizedMessage(SCmnMessageInfo* info, const
 tstr CCmnMessageCatalogManager::getLocalizedMessage(MessagePtr& message, const char* language)
 {
     CCmnMessage* const object = message.get();
-    return object->formatMessage(getMessage(object->getMessageId(), nullptr, language));
+    const std::string id = object->getMessageId();
+    tstr text = getMessage(id, nullptr, language);
+    if (isUnknownPattern(text, id)) {
+        return text;
+    }
+    return object->formatMessage(taken(text));
 }
 
 void CCmnMessageCatalogManager::deleteLocalizedMessage(wchar_t** text)
