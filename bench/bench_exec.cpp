@@ -138,8 +138,7 @@ void runCallback(const Words& words, Lines& lines)
         return true;
     });
     require(command.run().ok(), "CCmnCommand");
-    lines.resize(count);
-    lines.back() = last;
+    lines.resize(count, last);
 }
 
 // What a careful programmer writes by hand: one pipe, reads of 64 KiB, a pidfd for the end.
