@@ -116,9 +116,9 @@ bool CommandRun::readSome(Stream stream)
 
 void CommandRun::take(Stream stream, DWORD size)
 {
-    m_LastOutput = Clock::now();
     const Reason reason =
         m_Output.take(stream, std::string_view(readerOf(stream).buffer.get(), size));
+    m_LastOutput = Clock::now(); // without the time of the callback, which is not silence
     if (reason != Reason::none) {
         closeReaders(); // so that a command that goes on printing ends
         beginStop(reason);
