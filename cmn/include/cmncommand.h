@@ -63,7 +63,7 @@ namespace tarnix_cmn_4_4
 {
 
 struct CommandSettings;
-class StopRequest;
+struct StopRequest;
 
 /// One stage of a stop: the command gets the signal, and then has that time to end.
 struct SCmnStopStage {
@@ -170,9 +170,13 @@ public:
     /// what the callback throws: then the command is killed, and nothing is left either.
     SCmnCommandOutcome run() const;
 
-    /// Stops all runs of this object, also in a silent wait, and lets no new one start until
-    /// resetStop. May be called from any thread and in a signal handler.
+    /// @{
+    /// Ends all runs of this object, also in a silent wait, and lets no new one start until
+    /// resetStop: stop by the stages, kill by SIGKILL at once, also during a stop. May be called
+    /// from any thread and in a signal handler.
     void stop() const noexcept;
+    void kill() const noexcept;
+    /// @}
     void resetStop();
 
 private:

@@ -66,7 +66,7 @@ CCmnCommand& CCmnCommand::operator=(const CCmnCommand& other)
         auto settings = std::make_unique<CommandSettings>(*other.m_Settings);
         CCmnTraceable::operator=(other);
         m_Settings = std::move(settings);
-        m_Stop->reset();
+        resetStop();
     }
     return *this;
 }
@@ -206,12 +206,19 @@ SCmnCommandOutcome CCmnCommand::run() const
 
 void CCmnCommand::stop() const noexcept
 {
-    m_Stop->set();
+    m_Stop->stop.set();
+}
+
+void CCmnCommand::kill() const noexcept
+{
+    m_Stop->kill.set();
+    m_Stop->stop.set();
 }
 
 void CCmnCommand::resetStop()
 {
-    m_Stop->reset();
+    m_Stop->stop.reset();
+    m_Stop->kill.reset();
 }
 
 } // namespace tarnix_cmn_4_4

@@ -234,8 +234,11 @@ void CommandRun::wait()
         awaited[count] = handle.get();
         actions[count++] = std::move(action);
     };
-    if (m_Phase == Phase::running) { // the request stays: later it would end every wait at once
-        add(m_Stop.event(), [this] { beginStop(Reason::caller); });
+    // A request stays: once it has taken effect, its event would end every wait at once.
+    if (m_Phase == Phase::running) {
+        add(m_Stop.stop.event(), [this] { beginStop(Reason::caller); });
+    } else if (m_Phase == Phase::stopping) {
+        add(m_Stop.kill.event(), [this] { kill(); });
     }
     for (const Stream stream : kStreams) {
         if (readerOf(stream).isPending) {
@@ -258,8 +261,11 @@ void CommandRun::wait()
 
 void CommandRun::checkTime()
 {
-    if (m_Phase == Phase::running && m_Stop.requested()) {
+    if (m_Phase == Phase::running && m_Stop.stop.isSet()) {
         beginStop(Reason::caller);
+    }
+    if (m_Phase == Phase::stopping && m_Stop.kill.isSet()) {
+        kill();
     }
     const Clock::time_point now = Clock::now();
     if (m_Phase != Phase::running) {
@@ -326,6 +332,11 @@ void CommandRun::nextStage()
         m_StageEnd = after(Clock::now(), std::max(stage.patience, kShortestPatience));
         return;
     }
+    kill();
+}
+
+void CommandRun::kill()
+{
     TerminateProcess(m_Process.get(), kKilledStatus);
     m_StageEnd = after(Clock::now(), kKillTimeout);
     m_Phase = Phase::killed;

@@ -88,6 +88,7 @@ private:
     DWORD untilDeadline() const;
     void beginStop(Reason reason);
     void nextStage();
+    void kill();
 
     void conclude();
     void readUsage();

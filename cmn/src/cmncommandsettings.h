@@ -46,31 +46,38 @@ struct CommandSettings {
     std::vector<SCmnStopStage> stages;
 };
 
-class StopRequest
+// One request, signalled until it is reset.
+class Request
 {
 public:
-    StopRequest() { m_Event.reset(CreateEventA(nullptr, true, false, nullptr)); }
+    Request() { m_Event.reset(CreateEventA(nullptr, true, false, nullptr)); }
 
     // A signal handler may call this.
     void set() noexcept
     {
-        m_Requested.store(true, std::memory_order_release);
+        m_IsSet.store(true, std::memory_order_release);
         SetEvent(m_Event.get());
     }
 
     void reset()
     {
-        m_Requested.store(false, std::memory_order_release);
+        m_IsSet.store(false, std::memory_order_release);
         ResetEvent(m_Event.get());
     }
 
-    bool requested() const { return m_Requested.load(std::memory_order_acquire); }
-    // Signalled as long as a stop is requested. Null or invalid if the system could not create it.
+    bool isSet() const { return m_IsSet.load(std::memory_order_acquire); }
+    // Null or invalid if the system could not create it.
     const OwnedHandle& event() const { return m_Event; }
 
 private:
-    std::atomic<bool> m_Requested{false};
+    std::atomic<bool> m_IsSet{false};
     OwnedHandle m_Event;
+};
+
+// A kill is also a stop.
+struct StopRequest {
+    Request stop;
+    Request kill;
 };
 
 } // namespace tarnix_cmn_4_4

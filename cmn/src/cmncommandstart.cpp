@@ -124,11 +124,11 @@ bool CommandRun::refuseBySystem()
 
 bool CommandRun::checkSettings()
 {
-    if (m_Stop.requested()) {
+    if (m_Stop.stop.isSet()) {
         m_Outcome.reason = Reason::caller;
         return refuse(0, "a stop was requested before the start");
     }
-    if (!m_Stop.event()) {
+    if (!m_Stop.stop.event() || !m_Stop.kill.event()) {
         return refuse(0, "the system could not create the event of the stop");
     }
     if (hasZeroByte(m_Settings.text)) {
