@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# runcmd_test.sh RUNCMD: the exit statuses of the example, and how signals end it.
+# runcmd_test.sh RUNCMD: the options and exit statuses of the example, and how signals end it.
 set -u
 runcmd=$(realpath "$1")
 folder=$(mktemp -d)
@@ -7,7 +7,7 @@ trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 printf x >data && chmod -x data
 printf x >format && chmod +x format
-mkfifo pid
+mkfifo pid release
 failed=0
 
 # expect STATUS ARGUMENT...
@@ -21,7 +21,9 @@ expect 0 --exit-status -- true
 expect 1 -- sh -c 'exit 77'
 expect 77 --exit-status -- sh -c 'exit 77'
 expect 143 --exit-status -- sh -c 'kill $$'
-expect 124 --exit-status --timeout 1 -- sh -c 'echo; sleep 1.5'
+expect 124 --exit-status --timeout 1 -- sh -c 'echo; exec sleep 600'
+expect 124 --exit-status --limit 1 -- sh -c 'while :; do echo; sleep 0.2; done'
+expect 125 --exit-status --max-output 10 -- yes
 expect 125 --exit-status --dir /no/such -- true
 expect 126 --exit-status -- ./data
 expect 126 --exit-status -- ./format
@@ -29,8 +31,45 @@ expect 127 --exit-status -- no-such-program
 expect 125 --exit-status --user root --password-file no-such -- true
 expect 2 --exit-status --user root -- true
 expect 2 --password-file data -- true
-expect 0 --timeout 4294967 -- true
-expect 2 --timeout 4294968 -- true
+expect 0 --timeout 4294967295 -- true
+expect 2 --timeout 4294967296 -- true
+expect 2 --max-output -1 -- true
+expect 2 --env A -- true
+expect 125 --exit-status --user-env -- true
+
+# prints OUTPUT ARGUMENT...: the output of runcmd, whose own input is "mine".
+prints() {
+    local expected=$1 printed
+    shift
+    printed=$("$runcmd" "$@" 2>err <<<mine)
+    [ "$printed" = "$expected" ] || { echo "runcmd $*: $printed"; failed=1; }
+}
+prints $'B=2\nC=' --env A=1 --env B=2 --clear-env --unset A --env C= -- env
+prints '' -- cat
+prints x --stdin data -- cat
+prints mine --stdin - -- cat
+prints 'a b' --input 'a b' -- cat
+prints $'y\ny' --max-output 4 -- yes
+prints $'1\n2' -- sh -c 'echo 1; echo 2 >&2'
+prints 1 --stderr discard -- sh -c 'echo 1; echo 2 >&2'
+prints 1 --stderr apart -- sh -c 'echo 1; echo 2 >&2'
+grep -qx 2 err || { echo "standard error is not apart"; failed=1; }
+
+# The output arrives while the command runs.
+"$runcmd" -- sh -c 'echo ready; read -r _ <release; echo "$0"' done 2>err |
+    { read -r line; echo >release; echo "$line"; cat; } >out
+[ "$(tr '\n' ' ' <out)" = 'ready done ' ] || { echo "not streamed: $(cat out)"; failed=1; }
+
+# A terminal shows that the command is silent; the next line of output removes that.
+script -qfec "'$runcmd' -- sh -c 'read -r _ <release; echo done'" terminal >/dev/null 2>&1 &
+until grep -q 'running, 3 s without output' terminal 2>/dev/null; do sleep 0.1; done
+echo >release
+wait "$!"
+grep -q $'output\e\\[K\r\e\\[Kdone' terminal || { cat -v terminal; failed=1; }
+
+"$runcmd" -- seq 9 >/dev/full 2>err && { echo 'a full disk is a success'; failed=1; }
+env --default-signal=PIPE "$runcmd" -- yes 2>err | head -1 >out
+[ "${PIPESTATUS[0]}" -eq 141 ] || { echo "closed output: ${PIPESTATUS[0]}"; failed=1; }
 
 # stopped SETUP SIGNAL...: the signals end the command, and runcmd as a signal ends a program.
 stopped() {
