@@ -264,8 +264,8 @@ bool setInput(const Options& options, CCmnCommand& command, File& file)
 
 // ---- Signals -----------------------------------------------------------------------------------
 
-// They give the command time to end: without a handler it would be killed with this program. SIGPIPE
-// comes when nobody reads the output any more.
+// They give the command time to end: without a handler it would be killed with this program.
+// SIGPIPE comes when nobody reads the output any more.
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 
 std::atomic<const CCmnCommand*> g_command{nullptr};

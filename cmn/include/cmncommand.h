@@ -72,14 +72,15 @@ struct SCmnStopStage {
 };
 
 /// A command and how to run it. Each call of run is a run of its own. Only one thread at a time may
-/// change an object; any number of threads may run it while none does. The setters return the
-/// object. They do not check their arguments: run refuses a wrong one, and the outcome says why.
+/// change an object; any number of threads may run it while none does, or one if it has a log. The
+/// setters return the object. They do not check their arguments: run refuses a wrong one, and the
+/// outcome says why. The log gets the failures of logons and rights.
 ///
 /// The child gets a process group of its own, default signal dispositions, an empty signal mask and
 /// no descriptor but the standard three. Its standard input is the null device unless one is set.
 ///
 /// CCmnExecPipeWindows is the runner for programs that need its interface, its result codes and its
-/// records; docs/commands.md compares the two.
+/// records; docs/command-class.md compares the two.
 class TARNIX_CMN_API CCmnCommand : public CCmnTraceable
 {
 public:

@@ -71,7 +71,7 @@ struct TARNIX_CMN_API SCmnCommandOutcome {
     std::string describe() const;
 
     /// A message for a catalog: the key, such as "TARNIX_COMMAND_EXITED", and its arguments, in
-    /// the order of the pattern. docs/commands.md lists them.
+    /// the order of the pattern. docs/command-class.md lists them.
     const char* messageKey() const;
     std::vector<std::string> messageArguments() const;
 };
