@@ -67,7 +67,7 @@ struct TARNIX_CMN_API SCmnCommandOutcome {
     bool ok() const;
 
     /// What happened, in English, as the end of a sentence that begins with the command: "exited
-    /// with status 3", "was stopped after its time limit (signal 15)".
+    /// with status 3", "stopped after its time limit (signal 15)".
     std::string describe() const;
 
     /// A message for a catalog: the key, such as "TARNIX_COMMAND_EXITED", and its arguments, in
