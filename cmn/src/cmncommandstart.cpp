@@ -55,13 +55,12 @@ bool isOf(std::string_view variable, std::string_view name)
            variable[name.size()] == '=';
 }
 
-std::vector<std::string> variablesOf(const char* block)
+bool readBlock(const char* block, std::vector<std::string>& variables)
 {
-    std::vector<std::string> variables;
-    for (const char* at = block; *at != '\0'; at += variables.back().size() + 1) {
+    for (const char* at = block; at != nullptr && *at != '\0'; at += variables.back().size() + 1) {
         variables.emplace_back(at);
     }
-    return variables;
+    return block != nullptr;
 }
 
 // False with the last error set if the system cannot provide what the environment starts with.
@@ -73,13 +72,11 @@ bool initialVariables(Environment environment, HANDLE token, std::vector<std::st
     if (environment == Environment::account) {
         const std::unique_ptr<char, HLOCAL (*)(HLOCAL)> block(
             tarnix_platform::accountEnvironment(token), LocalFree);
-        variables = block ? variablesOf(block.get()) : variables;
-        return block != nullptr;
+        return readBlock(block.get(), variables);
     }
     const std::unique_ptr<char, BOOL (*)(char*)> block(GetEnvironmentStringsA(),
                                                        FreeEnvironmentStringsA);
-    variables = block ? variablesOf(block.get()) : variables;
-    return block != nullptr;
+    return readBlock(block.get(), variables);
 }
 
 std::string blockOf(std::vector<std::string> variables, const CommandSettings& settings)
