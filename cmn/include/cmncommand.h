@@ -67,8 +67,8 @@ struct StopRequest;
 
 /// One stage of a stop: the command gets the signal, and then has that time to end.
 struct SCmnStopStage {
-    int signal;
-    std::chrono::milliseconds patience;
+    int signal;                         ///< such as SIGINT
+    std::chrono::milliseconds patience; ///< the time until the next stage
 };
 
 /// A command and how to run it. Each call of run is a run of its own. Only one thread at a time may
@@ -84,8 +84,9 @@ struct SCmnStopStage {
 class TARNIX_CMN_API CCmnCommand : public CCmnTraceable
 {
 public:
-    using Duration = std::chrono::milliseconds;
+    using Duration = std::chrono::milliseconds; ///< of the limits
 
+    /// Where a piece of output comes from.
     enum class Stream { output, error };
 
     /// Which streams are read: both in one sequence (the default), both separately, or one of them;
@@ -97,7 +98,8 @@ public:
     enum class Environment { inherited, empty, account };
 
     /// Gets a piece of output, which is valid during the call only. Return false to stop the
-    /// command. An exception kills the command and leaves run.
+    /// command. An exception kills the command and leaves run. While it works, no limit and no stop
+    /// takes effect.
     using Callback = std::function<bool(std::string_view, Stream)>;
 
     /// The program and its arguments. The program is a path if it has a slash; otherwise it is
@@ -118,9 +120,10 @@ public:
     /// What the command gets.
     CCmnCommand& setDirectory(std::string directory); ///< empty: that of the calling process
     CCmnCommand& setEnvironment(Environment environment);
+    /// Takes effect in the order of the calls, on the environment that setEnvironment chooses.
     CCmnCommand& setVariable(std::string name, std::string value);
-    CCmnCommand& unsetVariable(std::string name);
-    CCmnCommand& setInput(std::string text); ///< its standard input, and then the end of file
+    CCmnCommand& unsetVariable(std::string name); ///< in the same order
+    CCmnCommand& setInput(std::string text);      ///< its standard input, and then the end of file
     /// Its standard input is a duplicate of this descriptor, which remains the caller's and must be
     /// open during each start.
     CCmnCommand& setInputDescriptor(int fd);
@@ -137,7 +140,7 @@ public:
     /// @{
     /// What becomes of the output.
     CCmnCommand& setStreams(Streams streams);
-    /// Keeps it as bytes, not as lines.
+    /// Keeps it as bytes, not as lines. Of this and the next two the last call holds.
     CCmnCommand& setKeepBytes(bool keepBytes);
     /// Passes each line on, without its newline and one carriage return before that, and keeps
     /// nothing. A last line without a newline is passed on at the end. A line has no limit but
@@ -156,7 +159,7 @@ public:
     /// @{
     /// How long the command may take. 0, the default: without limit. Times are measured by the
     /// monotonic clock.
-    CCmnCommand& setSilenceLimit(Duration limit); ///< since the start or its last output
+    CCmnCommand& setSilenceLimit(Duration limit); ///< since the call of run or its last output
     CCmnCommand& setTimeLimit(Duration limit);    ///< of the whole run; then the stop begins
     /// The stages of a stop, each for the whole process group. Default: SIGINT and SIGTERM, 2
     /// seconds each. After the last one SIGKILL follows.
@@ -178,7 +181,7 @@ public:
     void stop() const noexcept;
     void kill() const noexcept;
     /// @}
-    void resetStop();
+    void resetStop(); ///< takes both back. No run may be in progress.
 
 private:
     explicit CCmnCommand(std::unique_ptr<CommandSettings> settings);
