@@ -129,8 +129,9 @@ public:
     CCmnCommand& setInputDescriptor(int fd);
     CCmnCommand& setUmask(unsigned int mask); ///< default: the caller's, or 022 for another user
     /// Runs as that user, as CCmnExecPipeBase::Exec does: by PAM, for root only, with the right
-    /// SeBatchLogonRight, which an account without it gets for the duration of the start. Copies of
-    /// the password that this class makes are wiped.
+    /// SeBatchLogonRight, which an account without it gets for the duration of the start. Only one
+    /// start or runner of the process can hold such a right at a time: others wait up to 10
+    /// seconds. Copies of the password that this class makes are wiped.
     CCmnCommand& setUser(std::string user, std::string password);
     /// Whether the system kills the command when the thread that runs it ends, with the process for
     /// example. Default: no. A set-user-id program cancels it.

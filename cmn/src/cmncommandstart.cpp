@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 namespace tarnix_cmn_4_4
 {
@@ -26,12 +28,38 @@ constexpr DWORD kInvalidArgument = 22; // the system's EINVAL
 class BatchLogon : public CCmnExecPipeWindows
 {
 public:
-    // Throws ECmnExecPipe if the logon is refused.
-    HANDLE logOn(const CommandSettings& settings)
+    // Throws ECmnExecPipe if the logon is refused. Another run of the process may hold the lock of
+    // added rights, usually for the moment of its own start: waits for that.
+    HANDLE logOn(const CommandSettings& settings, const StopRequest& stop)
     {
         m_User = settings.user;
         m_Password = settings.password;
-        return Impersonate();
+        const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
+        for (;;) {
+            try {
+                return Impersonate();
+            } catch (const ECmnExecPipe& failure) {
+                if (failure.getCode() != ECmnExecPipe::IMPERSONATION_TIMEOUT ||
+                    !awaitUnlock(deadline, stop)) {
+                    throw;
+                }
+            }
+        }
+    }
+
+private:
+    static constexpr std::chrono::seconds kLockTimeout{10};
+
+    static bool awaitUnlock(std::chrono::steady_clock::time_point deadline, const StopRequest& stop)
+    {
+        constexpr std::chrono::milliseconds interval{1};
+        while (std::chrono::steady_clock::now() < deadline && !stop.stop.isSet()) {
+            std::this_thread::sleep_for(interval);
+            if (!m_Lock.isLocked()) {
+                return true;
+            }
+        }
+        return false;
     }
 };
 
@@ -225,7 +253,7 @@ bool CommandRun::startChild(const ChildEnds& ends)
     HANDLE token = INVALID_HANDLE_VALUE;
     const HandleOwner owner(token);
     try {
-        token = logon.logOn(m_Settings);
+        token = logon.logOn(m_Settings, m_Stop);
     } catch (const ECmnExecPipe& failure) {
         return failure.getCode() == ECmnExecPipe::IMPERSONATION_TIMEOUT
                    ? refuse(0, "another run of this process holds the lock of added logon rights")
