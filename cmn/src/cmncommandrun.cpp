@@ -39,7 +39,9 @@ std::chrono::steady_clock::time_point after(std::chrono::steady_clock::time_poin
                                             CCmnCommand::Duration limit)
 {
     using Point = std::chrono::steady_clock::time_point;
-    return limit.count() <= 0 || limit > Point::max() - start ? Point::max() : start + limit;
+    // In the unit of the limit: in that of the clock, a long one would overflow.
+    const auto longest = std::chrono::duration_cast<CCmnCommand::Duration>(Point::max() - start);
+    return limit.count() <= 0 || limit > longest ? Point::max() : start + limit;
 }
 
 } // namespace
