@@ -151,7 +151,7 @@ public:
     CCmnCommand& setByteCallback(Callback callback);
     /// @{
     /// The command is stopped when it prints more than that, over both streams; what was printed up
-    /// to the limit is there. 0, the default: no limit.
+    /// to the limit is there, also the start of a line. 0, the default: no limit.
     CCmnCommand& setByteLimit(std::uint64_t bytes);
     CCmnCommand& setLineLimit(std::uint64_t lines);
     /// @}

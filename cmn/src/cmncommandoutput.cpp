@@ -35,7 +35,14 @@ Reason CommandOutput::finish(Stream stream)
 {
     std::string line;
     line.swap(begunLine(stream));
-    return line.empty() || passLine(stream, line) ? Reason::none : Reason::caller;
+    if (line.empty()) {
+        return Reason::none;
+    }
+    // Until now only lines with a newline were counted.
+    if (m_Settings.lineLimit != 0 && m_Lines++ >= m_Settings.lineLimit) {
+        return Reason::outputLimit;
+    }
+    return passLine(stream, line) ? Reason::none : Reason::caller;
 }
 
 // The part of the piece up to the limit that it reaches.

@@ -19,7 +19,7 @@ public:
     // Takes what came from a stream. Returns why the command must be stopped, or Reason::none.
     SCmnCommandOutcome::Reason take(CCmnCommand::Stream stream, std::string_view piece);
 
-    // The stream has ended: its last line may have no newline.
+    // The stream has ended, or is read no more: its last line may have no newline.
     SCmnCommandOutcome::Reason finish(CCmnCommand::Stream stream);
 
 private:

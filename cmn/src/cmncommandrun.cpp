@@ -121,6 +121,11 @@ void CommandRun::take(Stream stream, DWORD size)
     const Reason reason =
         m_Output.take(stream, std::string_view(readerOf(stream).buffer.get(), size));
     m_LastOutput = Clock::now(); // without the time of the callback, which is not silence
+    if (reason == Reason::outputLimit) {
+        for (const Stream each : kStreams) {
+            m_Output.finish(each); // up to the limit; it is stopped in any case
+        }
+    }
     if (reason != Reason::none) {
         closeReaders(); // so that a command that goes on printing ends
         beginStop(reason);
