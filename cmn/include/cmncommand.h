@@ -169,7 +169,7 @@ public:
 
     /// Runs the command to its end. The run ends when the command has ended; what is still in its
     /// pipes then is read, and nobody waits for processes that it left running. A stopped command
-    /// leaves none: its group is killed after it.
+    /// leaves none: its group is killed after it, unless the calling process ignores SIGCHLD.
     ///
     /// Everything that happens to the command is in the outcome. Throws only std::bad_alloc and
     /// what the callback throws: then the command is killed, and nothing is left either.

@@ -317,11 +317,11 @@ void CommandRun::beginStop(Reason reason)
         return;
     }
     m_Outcome.reason = reason;
+    tarnix_platform::killGroupAtEnd(m_Process.get());
     if (!m_ChildRuns) {
         return; // only its output is not wanted
     }
     m_Phase = Phase::stopping;
-    tarnix_platform::killGroupAtEnd(m_Process.get());
     nextStage();
 }
 

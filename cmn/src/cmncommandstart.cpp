@@ -266,7 +266,8 @@ bool CommandRun::startChild(const ChildEnds& ends)
 
 bool CommandRun::createProcess(const ChildEnds& ends, HANDLE token)
 {
-    const tarnix_platform::TxStartAttributes attributes{m_Settings.mask, m_Settings.endsWithCaller};
+    const tarnix_platform::TxStartAttributes attributes{m_Settings.mask, m_Settings.endsWithCaller,
+                                                        true};
     STARTUPINFOEXA startup{};
     startup.StartupInfo.cb = sizeof startup;
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;

@@ -206,6 +206,9 @@ struct STARTUPINFOA {
 struct TxStartAttributes {
     int Umask;           ///< -1: the calling process's, or 022 for another user
     bool EndsWithCaller; ///< the child is killed when the calling thread ends
+    /// The child is not reaped when its end is noticed, but by GetExitCodeProcess or when its last
+    /// handle is closed. Until then its process group can be killed.
+    bool KeepsGroup;
 };
 
 struct STARTUPINFOEXA {
@@ -283,8 +286,9 @@ BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, 
 /// child has ended. EINVAL: the system has no such signal.
 BOOL sendSignal(HANDLE process, int signal);
 
-/// An operation of the layer's own: from now on the end of the child also kills what is left of its
-/// process group.
+/// An operation of the layer's own: the end of a child that keeps its group also kills what is left
+/// of the group, now if the child has ended already. Without effect if the calling process ignores
+/// SIGCHLD or reaps the child itself: then another group may have the number.
 void killGroupAtEnd(HANDLE process);
 
 /// Sends SIGINT (CTRL_C_EVENT) or SIGTERM (CTRL_BREAK_EVENT) to the process group of a child that

@@ -5,10 +5,12 @@
 #include "reaping.h"
 
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <new>
+#include <utility>
 
 namespace tarnix_platform
 {
@@ -18,13 +20,14 @@ Process::Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error)
 {
 }
 
-void Process::adopt(Child child)
+void Process::adopt(Child child, bool keepsGroup)
 {
     rusage caller{};
     ::getrusage(RUSAGE_SELF, &caller);
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_CallerPeak = caller.ru_maxrss;
     m_Child = std::move(child);
+    m_KeepsGroup = keepsGroup;
     m_Ended = false;
 }
 
@@ -37,6 +40,7 @@ Process::~Process()
         if (!ended()) {
             addOrphan(std::move(m_Child.pidfd));
         }
+        reapKept();
     } catch (const std::bad_alloc&) {
         // Then nobody reaps the child: once it has ended, it is a zombie until this process ends.
     }
@@ -60,18 +64,15 @@ bool Process::ended()
 
 bool Process::tryReap()
 {
-    // Before the child is reaped, no other process or group can have its id.
-    if (m_KillsGroupAtEnd && awaitDescriptor(m_Child.pidfd.get(), 0)) {
-        ::kill(-m_Child.pid, SIGKILL);
-    }
     siginfo_t info;
-    switch (reap(m_Child.pidfd.get(), info, &m_Used)) {
+    switch (reap(m_Child.pidfd.get(), info, &m_Used, m_KeepsGroup ? WNOWAIT : 0)) {
     case Reaped::no:
         return false;
     case Reaped::elsewhere:
         break;
     case Reaped::yes:
         m_StatusKnown = true;
+        m_IsZombie = m_KeepsGroup;
         m_Status = static_cast<DWORD>(info.si_status);
         if (info.si_code != CLD_EXITED) {
             if (m_Killed && info.si_status == SIGKILL) {
@@ -84,7 +85,24 @@ bool Process::tryReap()
         }
     }
     m_Ended = true;
+    killGroup();
     return true;
+}
+
+void Process::reapKept()
+{
+    if (std::exchange(m_IsZombie, false)) {
+        siginfo_t info;
+        reap(m_Child.pidfd.get(), info);
+    }
+}
+
+// Only before the child is reaped: no other process or group can have its id.
+void Process::killGroup()
+{
+    if (m_KillsGroupAtEnd && m_IsZombie) {
+        ::kill(-m_Child.pid, SIGKILL);
+    }
 }
 
 bool Process::isRunning(DWORD pid) const
@@ -140,6 +158,7 @@ BOOL Process::exitStatus(DWORD* status)
         return fail(EBUSY);
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    reapKept();
     if (!m_StatusKnown) {
         return fail(ECHILD);
     }
@@ -163,6 +182,7 @@ void Process::killGroupAtEnd()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_KillsGroupAtEnd = true;
+    killGroup();
 }
 
 bool Process::endingSignal(int& signal, bool& coreDumped) const

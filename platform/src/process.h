@@ -19,13 +19,14 @@ public:
     Process(std::weak_ptr<Pipe> output, std::weak_ptr<Pipe> error);
     ~Process() override;
 
-    // Sets the child after its start, at once. Until then the process counts as ended.
-    void adopt(Child child);
+    // Sets the child after its start, at once. Until then the process counts as ended. A child that
+    // keeps its group is reaped by exitStatus or the destructor only, and not by `ended`.
+    void adopt(Child child, bool keepsGroup);
 
     int pidfd() const { return m_Child.pidfd.get(); }
 
-    // Whether the child has ended. The first call after its end reaps it and marks the end of its
-    // output.
+    // Whether the child has ended. The first call after its end marks the end of its output, and
+    // reaps the child unless that keeps its group.
     bool ended();
 
     // These use the ids of the child and its group only until the child has been reaped: after that
@@ -46,6 +47,8 @@ public:
 
 private:
     bool tryReap();
+    void reapKept();
+    void killGroup();
     bool send(int signal);
 
     mutable std::mutex m_Mutex;
@@ -58,7 +61,9 @@ private:
     DWORD m_Status = 0;
     int m_Signal = 0; // that ended the child; 0 if none did, or that of `kill`
     bool m_CoreDumped = false;
+    bool m_KeepsGroup = false;
     bool m_KillsGroupAtEnd = false;
+    bool m_IsZombie = false; // has ended, and is not reaped: its ids are still its own
     rusage m_Used{};
     long m_CallerPeak = 0; // the calling process's largest resident memory at the start
 };

@@ -125,6 +125,7 @@ bool planChild(const StartRequest& request, const StandardHandles& standard, Chi
         if (const TxStartAttributes* attributes = extended->lpAttributeList) {
             plan.mask = attributes->Umask;
             plan.endsWithCaller = attributes->EndsWithCaller;
+            plan.keepsGroup = attributes->KeepsGroup;
         }
     }
     return true;
@@ -172,7 +173,7 @@ BOOL startProcess(const Identity* identity, const StartRequest& request,
     }
     information.dwProcessId = static_cast<DWORD>(child.pid);
     information.dwThreadId = information.dwProcessId;
-    process->adopt(std::move(child));
+    process->adopt(std::move(child), plan.keepsGroup);
     if (output) {
         output->setWriter(handles.process());
     }

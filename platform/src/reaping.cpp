@@ -54,12 +54,13 @@ private:
 
 } // namespace
 
-Reaped reap(int pidfd, siginfo_t& info, rusage* used)
+Reaped reap(int pidfd, siginfo_t& info, rusage* used, int options)
 {
     info = siginfo_t{};
     // The C library's waitid does not pass on what the child has used.
-    const auto result = retryInterrupted(
-        [&] { return ::syscall(SYS_waitid, P_PIDFD, pidfd, &info, WEXITED | WNOHANG, used); });
+    const auto result = retryInterrupted([&] {
+        return ::syscall(SYS_waitid, P_PIDFD, pidfd, &info, WEXITED | WNOHANG | options, used);
+    });
     if (result != 0) {
         return Reaped::elsewhere;
     }

@@ -15,8 +15,9 @@ namespace tarnix_platform
 // status.
 enum class Reaped { no, yes, elsewhere };
 
-// Reaps the child if it has ended; `info` is its status, and `used` what it has used.
-Reaped reap(int pidfd, siginfo_t& info, rusage* used = nullptr);
+// Reaps the child if it has ended; `info` is its status, and `used` what it has used. With the
+// option WNOWAIT the child stays to be reaped.
+Reaped reap(int pidfd, siginfo_t& info, rusage* used = nullptr, int options = 0);
 
 // How long to wait for the end of a child that was killed, in milliseconds. SIGKILL takes effect at
 // once unless the child is blocked in the kernel: by a dead disk for example, or in a file system

@@ -18,6 +18,7 @@ struct ChildPlan {
     std::vector<std::string> environment{}; // if it does not inherit the caller's
     int mask = -1;                          // umask; -1: the caller's, or 022 for another user
     bool endsWithCaller = false;
+    bool keepsGroup = false; // see Process::adopt
 };
 
 // False with the last error set if any step up to the start of the program failed; then no child is

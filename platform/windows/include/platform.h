@@ -42,6 +42,7 @@ inline HANDLE openDescriptor(int /*fd*/)
 struct TxStartAttributes {
     int Umask;
     bool EndsWithCaller;
+    bool KeepsGroup;
 };
 inline void setStartAttributes(STARTUPINFOEXA& /*startup*/, const TxStartAttributes& /*attributes*/)
 {
