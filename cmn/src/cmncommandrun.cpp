@@ -188,10 +188,9 @@ void CommandRun::writeSome()
         DWORD got = 0;
         if (WriteFile(writer.end.get(), text.data() + writer.written, piece, &got, &writer.state)) {
             writer.written += piece;
-        } else if (GetLastError() == ERROR_IO_PENDING) {
-            writer.piece = piece;
         } else {
-            writer.end.reset();
+            writer.piece = piece;
+            writeStopped();
         }
     }
 }
@@ -215,9 +214,20 @@ void CommandRun::finishWrite()
     if (GetOverlappedResult(m_Writer.end.get(), &m_Writer.state, &got, false)) {
         m_Writer.written += m_Writer.piece;
         m_Writer.piece = 0;
-    } else if (GetLastError() != ERROR_IO_PENDING) {
+    } else {
+        writeStopped();
+    }
+}
+
+// After a write that has not ended well. It may be pending, which it stays.
+void CommandRun::writeStopped()
+{
+    const DWORD error = GetLastError();
+    if (error == ERROR_BROKEN_PIPE) {
         m_Writer.piece = 0;
         m_Writer.end.reset();
+    } else if (error != ERROR_IO_PENDING) {
+        abandon();
     }
 }
 

@@ -73,6 +73,7 @@ private:
     void finishWrite();
     void take(CCmnCommand::Stream stream, DWORD size);
     void readStopped(CCmnCommand::Stream stream);
+    void writeStopped();
     void abandon();
     void closeReader(CCmnCommand::Stream stream);
     void closeReaders();
