@@ -82,10 +82,11 @@ void CommandRun::goOn()
         isBusy = readSome(stream) || isBusy;
     }
     writeSome();
-    if (m_ChildRuns) {
+    const auto goesOn = [this] { return m_ChildRuns && m_Phase != Phase::lost; };
+    if (goesOn()) {
         checkTime();
     }
-    if (m_ChildRuns && !isBusy) {
+    if (goesOn() && !isBusy) {
         wait();
     }
 }
