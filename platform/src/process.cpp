@@ -100,9 +100,20 @@ void Process::reapKept()
 // Only before the child is reaped: no other process or group can have its id.
 void Process::killGroup()
 {
-    if (m_KillsGroupAtEnd && m_IsZombie) {
+    if (m_KillsGroupAtEnd && m_IsZombie && !reapedElsewhere()) {
         ::kill(-m_Child.pid, SIGKILL);
     }
+}
+
+bool Process::sendToChild(int signal) const
+{
+    return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), signal, nullptr, 0) == 0;
+}
+
+// By the calling process: then another process or group may have the child's id.
+bool Process::reapedElsewhere() const
+{
+    return !sendToChild(0) && errno == ESRCH;
 }
 
 bool Process::isRunning(DWORD pid) const
@@ -119,11 +130,7 @@ bool Process::signalGroup(int signal)
 
 bool Process::send(int signal)
 {
-    const auto sendToChild = [this](int number) {
-        return ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), number, nullptr, 0) == 0;
-    };
-    // If the calling process has reaped the child itself, another process or group may have its id.
-    if (!sendToChild(0) && errno == ESRCH) {
+    if (reapedElsewhere()) {
         return fail(ESRCH);
     }
     const bool group = ::kill(-m_Child.pid, signal) == 0;

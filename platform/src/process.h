@@ -50,6 +50,8 @@ private:
     void reapKept();
     void killGroup();
     bool send(int signal);
+    bool sendToChild(int signal) const;
+    bool reapedElsewhere() const;
 
     mutable std::mutex m_Mutex;
     Child m_Child;
