@@ -1,6 +1,7 @@
 // Real runs as other accounts. They need root. The accounts are files of the test: they are mounted
 // over /etc in a private mount namespace. Where that is not permitted, the program finds them by
 // support/accounts.h. The machine's own accounts are not touched.
+#include "cmncommand.h"
 #include "cmnsystemfiles.h"
 #include "rightsfile.h"
 #include "support/accounts.h"
@@ -48,10 +49,11 @@ struct Identity : LeakCheck {
     {
         scratch.makeDirectory("etc/pam.d");
         scratch.write("etc/passwd", "holder:x:61001:61101:::\nsecond:x:61002:61102:::\n"
-                                    "third:x:61003:61103:::\nexpired:x:61004:61104:::\n");
+                                    "third:x:61003:61103:::\nexpired:x:61004:61104:::\n"
+                                    "home:x:61005:61105::/home/of:/bin/bash\n");
         scratch.write("etc/group", "own:x:61102:\nfriends:x:61900:second\n");
         scratch.write("etc/shadow", "holder" + hash + ":\nsecond" + hash + ":\nthird" + hash +
-                                        ":\nexpired" + hash + "1:\n");
+                                        ":\nexpired" + hash + "1:\nhome" + hash + ":\n");
         scratch.write("etc/pam.d/tarnix",
                       "auth required pam_unix.so nodelay\naccount required pam_unix.so\n");
         scratch.write("rights", standing);
@@ -230,6 +232,51 @@ TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
     EXPECT_EQ(exec(first, "id -u", 60, "/", "holder", password).lines, idOfHolder);
     EXPECT_EQ(scratch.read("rights"), standing);
     EXPECT_EQ(as("third", "id -u").lines, idOfThird);
+}
+
+TEST_F(Identity, CommandsWithOptions)
+{
+    const auto shell = [](const std::string& script, const std::string& user = "second",
+                          const std::string& word = password) {
+        CCmnCommand command({"sh", "-c", script});
+        command.setUser(user, word).setDirectory("/");
+        return command;
+    };
+    const auto account = [&](CCmnCommand command) {
+        command.setEnvironment(CCmnCommand::Environment::account).setVariable("A", "b");
+        return command;
+    };
+    const struct {
+        const char* name;
+        CCmnCommand command;
+        std::string outcome;
+    } rows[] = {
+        {"input", shell("id -u; cat >&2").setInput("in").setStreams(CCmnCommand::Streams::apart),
+         "|61002|error: in"},
+        {"umask", shell("umask").setUmask(027), "|0027"},
+        {"account",
+         account(shell("echo $HOME $USER $LOGNAME $SHELL $PATH $A; env | wc -l", "home")),
+         "|/home/of home home /bin/bash /usr/local/bin:/usr/bin:/bin b|7"}, // the shell adds PWD
+        {"stop", shell("exec sleep 99").setTimeLimit(std::chrono::milliseconds(20)),
+         "stopped after its time limit (signal 2)"},
+        {"wrong password", shell("id", "second", "wrong"),
+         "not started: cannot log on (Authentication failure) as 'second': Permission denied"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(textOf(row.command.run()), row.outcome) << row.name;
+        EXPECT_EQ(scratch.read("rights"), standing); // the right is needed by the start only
+    }
+    struct Holder : CCmnExecPipeWindows {
+        Holder() { m_Lock.tryLock(); }
+        ~Holder() { m_Lock.unlock(); }
+    };
+    const Holder holder;
+    EXPECT_EQ(textOf(shell("id").run()),
+              "not started: another run of this process holds the lock of added logon rights");
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    CCmnCommand command = shell("echo $$; exec sleep 99", "holder");
+    EXPECT_EQ(waitForChild(leftByKilledCaller(command.setEndsWithCaller(true))), SIGKILL);
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 // It ends with the process, and the next run, of any account, removes its line.
@@ -418,6 +465,15 @@ TEST_F(Identity, ThePasswordIsWiped)
     second.Exec("true", lines, "", 60, "/", "", "another");
     third = CCmnExecPipeWindows();
     expectCopiesOfSecret(0);
+    auto command = std::make_unique<CCmnCommand>(Lines{"id"});
+    command->setUser("holder", "a former one").setUser("holder", secret());
+    const CCmnCommand copy(*command);
+    EXPECT_EQ(command->run().end, SCmnCommandOutcome::End::notStarted);
+    expectCopiesOfSecret(2);
+    command->setUser("holder", "another");
+    *command = CCmnCommand(copy);
+    command.reset();
+    expectCopiesOfSecret(1);
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 Script script;
 
 namespace tarnix_platform
@@ -71,16 +73,37 @@ BOOL start(const char* how, PROCESS_INFORMATION* information)
     const AllocationFaultPause pause;
     // Any unique number serves as the thread's handle.
     *information = {process, *script.open.insert(information).first, child, child};
+    script.process = process;
     script.childRuns = true;
     return true;
 }
 
-DWORD waited(const char* how, long woken)
+DWORD waited(const char* how, const HANDLE* handles, DWORD count, long woken)
 {
     if (!works(how))
         return WAIT_FAILED;
-    script.childRuns = script.childRuns && woken != WAIT_OBJECT_0;
+    const bool ended = woken >= 0 && woken < count && handles[woken] == script.process;
+    script.childRuns = script.childRuns && !ended;
     return static_cast<DWORD>(woken);
+}
+
+// Passes on the result of a read or write, and the byte of a read.
+BOOL passOn(long result, char* target, DWORD* count)
+{
+    script.lastError = static_cast<DWORD>(-result);
+    *count = result >= 0 ? 1 : 0;
+    if (result >= 0 && target != nullptr)
+        *target = static_cast<char>(result);
+    return result >= Script::empty;
+}
+
+char* newBlock(const char* how)
+{
+    static char block[] = "HOME=/a/directory/of/an/account\0";
+    if (!works(how))
+        return nullptr;
+    const AllocationFaultPause pause;
+    return static_cast<char*>(*script.open.insert(block).first);
 }
 
 NTSTATUS changeRight(const char* how, LSA_HANDLE policy, LSA_UNICODE_STRING right, bool added)
@@ -122,26 +145,32 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD
 {
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD*, OVERLAPPED*)
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED*)
 {
-    EXPECT_EQ(size, 1U);
-    script.outcome = works(__func__) ? next(script.reads, Script::broken) : Script::failed;
-    script.target = static_cast<char*>(buffer);
-    script.lastError = static_cast<DWORD>(-script.outcome);
-    if (script.outcome >= 0)
+    const bool good = works(__func__);
+    const AllocationFaultPause pause;
+    const long result = good ? next(script.reads, Script::broken) : Script::failed;
+    script.begun[file] = {static_cast<char*>(buffer), result};
+    if (result >= 0 && size == 1)
         readAhead(file);
-    return script.outcome >= 0;
+    return passOn(result, static_cast<char*>(buffer), count);
 }
-BOOL GetOverlappedResult(HANDLE, OVERLAPPED*, DWORD* count, BOOL)
+BOOL WriteFile(HANDLE file, const void*, DWORD, DWORD* count, OVERLAPPED*)
 {
-    if (script.outcome == Script::pending)
-        script.outcome = next(script.reads, Script::broken);
+    const bool good = works(__func__);
+    const AllocationFaultPause pause;
+    const long result = good ? next(script.writes, 1) : Script::failed;
+    script.begun[file] = {nullptr, result};
+    return passOn(result, nullptr, count);
+}
+BOOL GetOverlappedResult(HANDLE file, OVERLAPPED*, DWORD* count, BOOL)
+{
+    auto& [target, result] = script.begun[file];
+    if (result == Script::pending)
+        result = target != nullptr ? next(script.reads, Script::broken) : next(script.writes, 1);
     if (!works(__func__))
-        script.outcome = Script::failed;
-    script.lastError = static_cast<DWORD>(-script.outcome);
-    *script.target = static_cast<char>(script.outcome);
-    *count = script.outcome >= 0 ? 1 : 0;
-    return script.outcome >= Script::empty;
+        result = Script::failed;
+    return passOn(result, target, count);
 }
 BOOL CancelIo(HANDLE) { return works(__func__); }
 BOOL CreateProcessA(const char*, char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD,
@@ -161,21 +190,49 @@ BOOL GetExitCodeProcess(HANDLE, DWORD* status)
     return works(__func__);
 }
 bool endingSignal(HANDLE, int&, bool&) { return false; }
+BOOL GetProcessTimes(HANDLE, FILETIME*, FILETIME*, FILETIME*, FILETIME* user)
+{
+    *user = {7, 0};
+    return works(__func__);
+}
+BOOL K32GetProcessMemoryInfo(HANDLE, PROCESS_MEMORY_COUNTERS* counters, DWORD)
+{
+    counters->PeakWorkingSetSize = 4096;
+    return works(__func__);
+}
+BOOL sendSignal(HANDLE process, int signal)
+{
+    EXPECT_EQ(process, script.process);
+    return works("Stop", signal);
+}
+void killGroupAtEnd(HANDLE) { script.killsGroup = true; }
+HANDLE openDescriptor(int) { return give(__func__, INVALID_HANDLE_VALUE); }
+BOOL SetEvent(HANDLE) { return true; }
+BOOL ResetEvent(HANDLE) { return true; }
+char* GetEnvironmentStringsA() { return newBlock(__func__); }
+char* accountEnvironment(HANDLE) { return newBlock(__func__); }
+BOOL FreeEnvironmentStringsA(char* block) { return LocalFree(block) == nullptr; }
 BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD id) { return id == child && works("Stop", event); }
 BOOL TerminateProcess(HANDLE, UINT status)
 {
     script.childRuns = false; // to the runner it has ended
     return works("Stop", status);
 }
-DWORD WaitForSingleObject(HANDLE, DWORD milliseconds)
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
     EXPECT_TRUE(milliseconds == 0 || milliseconds == 10000);
-    return waited(__func__, milliseconds == 0 ? script.test : next(script.endWaits, WAIT_OBJECT_0));
+    return waited(__func__, &handle, 1,
+                  milliseconds == 0 ? script.test : next(script.endWaits, WAIT_OBJECT_0));
 }
-DWORD WaitForMultipleObjectsEx(DWORD, const HANDLE*, BOOL, DWORD milliseconds, BOOL)
+DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL, DWORD milliseconds, BOOL)
 {
-    EXPECT_EQ(milliseconds, 7000U);
-    return waited(__func__, next(script.readWaits, WAIT_OBJECT_0 + 1));
+    EXPECT_TRUE(milliseconds == 7000 || script.anyTimeout);
+    const long woken = next(script.readWaits, count > 1 ? 1 : 0);
+    if (woken == WAIT_TIMEOUT && script.anyTimeout) {
+        EXPECT_LT(milliseconds, 100U) << "an unexpected wait";
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    }
+    return waited(__func__, handles, count, woken);
 }
 BOOL GetVersionExW(OSVERSIONINFOW* information)
 {

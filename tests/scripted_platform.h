@@ -13,19 +13,21 @@
 using Details = std::vector<long>;
 
 struct Script {
-    // The outcome of a read: a byte, or one of these negated error codes. A pending read takes the
-    // next outcome; only that one may be empty.
+    // The result of a read: a byte, or one of these negated error codes. A pending read takes the
+    // next result; only that one may be empty. The result of a write: these, or 1.
     static constexpr long empty = -1, failed = -13, broken = -109, pending = -997;
 
     // What happens during a run.
     Details reads{};     // after the last one: broken
-    Details readWaits{}; // for the child's end or a byte; after the last one: a byte
+    Details readWaits{}; // for several handles; after the last one: the second handle, if any
     Details endWaits{};  // for its end only; after the last one: ended
     long test = tarnix_platform::WAIT_TIMEOUT; // of a wait for its end with timeout 0
     tarnix_platform::DWORD exitStatus = 0;
     bool entitled = false; // the account has the right to log on as a batch job
     bool busy = false;     // another runner holds the lock of added rights
     bool ahead = false; // a read also fetches the bytes that follow, up to the next other outcome
+    Details writes{};   // after the last one: done
+    bool anyTimeout = false; // waits for several handles have any timeout, not 7 seconds
 
     // The call, counted from 1, of an operation that fails with error 13; with `laterToo` all later
     // calls fail too.
@@ -36,9 +38,10 @@ struct Script {
     // What the run did.
     std::map<std::string, Details> calls{}; // the signal or status of each, if it has one
     std::set<void*> open{};                 // handles and memory that are not released yet
-    bool childRuns = false;
-    char* target = nullptr; // of the last read
-    long outcome = 0;       // of the last read
+    bool childRuns = false, killsGroup = false;
+    tarnix_platform::HANDLE process = nullptr;
+    // The last read or write of each handle: its buffer, null for a write; its result.
+    std::map<tarnix_platform::HANDLE, std::pair<char*, long>> begun{};
     tarnix_platform::DWORD lastError = 0;
 };
 

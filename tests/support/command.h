@@ -1,9 +1,14 @@
-// A command that is run, and its outcome.
+// A command that is run, and its outcome, for both classes.
 #ifndef TARNIX_SUPPORT_COMMAND_H
 #define TARNIX_SUPPORT_COMMAND_H
 
+#include "cmncommand.h"
 #include "cmnexecpipewindows.h"
+#include "process.h"
 
+#include <fcntl.h>
+
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -33,6 +38,38 @@ inline Outcome run(const std::string& command, unsigned long seconds = 60)
 {
     tarnix_cmn_4_4::CCmnExecPipeWindows runner;
     return exec(runner, command, seconds);
+}
+
+// How the command ended, unless that is with status 0, and what it printed.
+inline std::string textOf(const tarnix_cmn_4_4::SCmnCommandOutcome& outcome)
+{
+    std::string text = outcome.describe() == "exited with status 0" ? "" : outcome.describe();
+    text += outcome.ok() == text.empty() ? "" : " (ok is wrong)";
+    for (const std::string& line : outcome.lines)
+        text += "|" + line;
+    for (const std::string& line : outcome.errorLines)
+        text += "|error: " + line;
+    text += outcome.bytes.empty() ? "" : " bytes: " + outcome.bytes;
+    return text + (outcome.errorBytes.empty() ? "" : " error bytes: " + outcome.errorBytes);
+}
+
+// Kills a process while it runs the command, which first prints the number of its own process, and
+// returns that number. This process must be the one that gets orphans.
+inline pid_t leftByKilledCaller(tarnix_cmn_4_4::CCmnCommand& command)
+{
+    int ends[2], number = 0;
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+        return -1;
+    const pid_t caller = forkChild([&] {
+        command.setLineCallback([&](std::string_view line, tarnix_cmn_4_4::CCmnCommand::Stream) {
+            number = std::stoi(std::string(line));
+            return ::write(ends[1], &number, sizeof number) == sizeof number;
+        });
+        return command.run().ok();
+    });
+    const bool good = ::read(ends[0], &number, sizeof number) == sizeof number &&
+                      ::kill(caller, SIGKILL) == 0 && waitForChild(caller) == SIGKILL;
+    return ::close(ends[0]) == 0 && ::close(ends[1]) == 0 && good ? number : -1;
 }
 
 #endif

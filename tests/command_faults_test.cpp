@@ -1,0 +1,151 @@
+// CCmnCommand on a scripted platform: the outcome of each scenario; then each scenario again with
+// each call of the platform and each allocation failing in turn.
+#include "scripted_platform.h"
+#include "support/allocationfault.h"
+#include "support/command.h"
+
+#include <gtest/gtest.h>
+
+using namespace tarnix_cmn_4_4;
+
+namespace
+{
+
+using End = SCmnCommandOutcome::End;
+using Environment = CCmnCommand::Environment;
+using Streams = CCmnCommand::Streams;
+
+constexpr char allocation[] = "allocation"; // counts as an operation
+constexpr long late = tarnix_platform::WAIT_TIMEOUT, pending = Script::pending;
+
+const struct Scenario {
+    const char* name;
+    Script script;
+    void (*configure)(CCmnCommand&);
+    std::string outcome; // see textOf
+    Details stops{};
+} scenarios[] = {
+    {"plain", {{'a', '\n', 'b'}, {}, {}, late, 3}, [](auto&) {}, "exited with status 3|a|b"},
+    {"apart, input, variables",
+     {{pending, 'a', 'e', '\n', pending, '\n', pending, '\n'}},
+     [](auto& command) {
+         command.setStreams(Streams::apart).setInput("a text that does not fit into the pipe");
+         command.setVariable("NAME", "a value that is stored on the heap").unsetVariable("HOME");
+         script.writes = {pending, 1};
+     },
+     "|||error: ae"},
+    {"descriptor, one stream",
+     {{'a', pending, '\n'}},
+     [](auto& command) {
+         command.setStreams(Streams::errorOnly).setInputDescriptor(7).setKeepBytes(false);
+         command.setEnvironment(Environment::empty).setDirectory("/a/directory/somewhere");
+     },
+     "|error: a"},
+    {"user",
+     {{'u'}},
+     [](auto& command) {
+         command.setUser("a user with quite a long name", "a password on the heap, as it is long");
+         command.setEnvironment(Environment::account).setStreams(Streams::outputOnly);
+     },
+     "|u"},
+    {"stubborn",
+     {{'s', '\n', 't'}, {late, late, 0}, {}, late, 1067},
+     [](auto& command) {
+         command.setLineLimit(1).setStopStages({{2, {}}, {15, {}}}).setInput("");
+     },
+     "stopped at its output limit (signal 9)|s",
+     {2, 15, 1067}},
+    {"silent",
+     {{'s', pending}, {late, 1}},
+     [](auto& command) {
+         command.setSilenceLimit(std::chrono::milliseconds(1)).setKeepBytes(true);
+     },
+     "stopped after its silence limit (status 0) bytes: s",
+     {2}},
+};
+
+// The ends of a run in which an operation fails: these, or (`same`) that without the failure. The
+// last row is for any other operation.
+const struct {
+    std::set<End> ends;
+    bool same;
+    std::set<std::string> operations;
+} endsOf[] = {
+    {{End::notStarted},
+     false,
+     {"CreateNamedPipeA", "CreateFileA", "openDescriptor", "GetEnvironmentStringsA",
+      "accountEnvironment", "CreateProcessA", "CreateProcessAsUserA", "LsaAddAccountRights",
+      "GetVersionExW", "LogonUserA", "DuplicateHandle"}},
+    {{End::notStarted}, true, {"CreateEventA", "GetTokenInformation", "LsaOpenPolicy"}},
+    {{End::unknown},
+     false,
+     {"WaitForMultipleObjectsEx", "GetExitCodeProcess", "ReadFile", "WriteFile",
+      "GetOverlappedResult"}},
+    {{}, true, {}},
+};
+
+// Runs a scenario in which an operation fails, and destroys the command.
+SCmnCommandOutcome runFaulty(const Scenario& scenario, const std::string& operation = "",
+                             std::size_t call = 1, bool laterToo = false)
+{
+    script = scenario.script;
+    script.operation = operation;
+    script.call = call;
+    script.laterToo = laterToo;
+    script.anyTimeout = true;
+    SCmnCommandOutcome got;
+    bool thrown = false;
+    try {
+        const AllocationFault fault(operation == allocation ? call : 0, laterToo);
+        CCmnCommand command({"a command", "with a word or two"});
+        scenario.configure(command);
+        got = command.run();
+    } catch (const std::bad_alloc&) {
+        thrown = true;
+    }
+    EXPECT_TRUE(script.open.empty() && !script.childRuns);
+    EXPECT_TRUE(!script.entitled || !script.calls["LsaRemoveAccountRights"].empty());
+    script.calls[allocation].resize(AllocationFault::requests);
+    const auto* row = std::begin(endsOf);
+    while (!row->operations.empty() && row->operations.count(operation) == 0)
+        ++row;
+    EXPECT_TRUE(thrown ? operation == allocation
+                       : row->ends.count(got.end) > 0 ||
+                             (row->same && textOf(got) == scenario.outcome))
+        << got.describe();
+    EXPECT_TRUE(got.error == 0 || got.errorText == "scripted error 13");
+    const bool hasText = !thrown && (got.end == End::notStarted || got.end == End::unknown);
+    EXPECT_EQ(got.errorText.empty(), !hasText);
+    return got;
+}
+
+void expectGood(const Scenario& scenario)
+{
+    const SCmnCommandOutcome got = runFaulty(scenario);
+    EXPECT_EQ(textOf(got), scenario.outcome);
+    EXPECT_EQ(script.calls["Stop"], scenario.stops);
+    EXPECT_EQ(script.killsGroup, !scenario.stops.empty());
+    EXPECT_EQ(got.userTime.count(), 700);
+    EXPECT_EQ(got.peakMemory, 4096U);
+}
+
+TEST(CommandFaults, EveryCallAndEveryAllocationOfEveryScenario)
+{
+    int injected = 0;
+    for (const Scenario& scenario : scenarios) {
+        SCOPED_TRACE(scenario.name);
+        expectGood(scenario);
+        const auto calls = script.calls;
+        for (const auto& [operation, details] : calls)
+            for (std::size_t i = 2; i < 2 * (details.size() + 1); ++i, ++injected) {
+                SCOPED_TRACE(operation + std::to_string(i / 2) + (i % 2 != 0 ? " and on" : ""));
+                const int blocks = AllocationFault::liveBlocks;
+                runFaulty(scenario, operation, i / 2, i % 2 != 0);
+                expectGood(scenario); // the next run
+                EXPECT_EQ(AllocationFault::liveBlocks, blocks);
+            }
+    }
+    std::printf("faults injected: %d\n", injected);
+}
+
+} // namespace

@@ -1,0 +1,358 @@
+// CCmnCommand from end to end: what each option does to the outcome, without any leak.
+#include "cmncommand.h"
+#include "cmnstringtool.h"
+#include "support/command.h"
+#include "support/fixture.h"
+#include "support/repeat.h"
+#include "support/scratchdirectory.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+
+#include <csignal>
+#include <random>
+
+using namespace tarnix_cmn_4_4;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+using Command = LeakCheck;
+using Environment = CCmnCommand::Environment;
+using End = SCmnCommandOutcome::End;
+using Reason = SCmnCommandOutcome::Reason;
+using Stream = CCmnCommand::Stream;
+using Streams = CCmnCommand::Streams;
+constexpr auto forever = CCmnCommand::Duration::max();
+
+CCmnCommand shell(const std::string& script) { return CCmnCommand({"sh", "-c", script}); }
+
+Lines passed; // what the callback got
+
+// Keeps what it gets, and stops the command at "enough".
+bool keep(std::string_view text, Stream stream)
+{
+    passed.push_back((stream == Stream::error ? "error: " : "") + std::string(text));
+    return text != "enough";
+}
+
+struct Row {
+    const char* name;
+    CCmnCommand command;
+    std::string outcome; // see textOf
+};
+
+template <std::size_t count>
+void check(const Row (&rows)[count])
+{
+    for (const Row& row : rows) {
+        const auto before = processState();
+        passed.clear();
+        SCmnCommandOutcome outcome = row.command.run();
+        outcome.lines.insert(outcome.lines.end(), passed.begin(), passed.end());
+        EXPECT_EQ(textOf(outcome), row.outcome) << row.name;
+        EXPECT_EQ(outcome.error != 0, outcome.end == End::notStarted) << row.name;
+        EXPECT_EQ(processState(), before) << row.name;
+    }
+}
+
+TEST_F(Command, EndsAndRefusedStarts)
+{
+    const std::string zero("a\0b", 3),
+        refused = "not started: ", invalid = ": Invalid argument",
+        missing = ": No such file or directory",
+        variable = refused + "a variable has no name, or '=' or a 0 byte in it";
+    const auto is = [] { return CCmnCommand({"true"}); };
+    check({
+        {"status", shell("exit 255"), "exited with status 255"},
+        {"signal", shell("kill -9 $$"), "ended by signal 9"},
+        {"text", CCmnCommand::fromText("printf '%s|' \"a  b\" c\\ d"), "|a  b|c d|"},
+        {"arguments", CCmnCommand({"printf", "%s|", "", "'\"\\\\\n$`\xff"}), "||'\"\\\\|$`\xff|"},
+        {"directory", CCmnCommand({"pwd"}).setDirectory("/"), "|/"},
+        {"umask", shell("umask").setUmask(027), "|0027"},
+        {"descriptors", CCmnCommand({"ls", "/proc/self/fd"}), "|0|1|2|3"},
+        {"program", CCmnCommand({"/no"}), refused + "cannot start program '/no'" + missing},
+        {"no arguments", CCmnCommand(Lines{}), refused + "command is empty" + invalid},
+        {"quote", CCmnCommand::fromText("'a"), refused + "unterminated quote in command" + invalid},
+        {"no directory", is().setDirectory("/no"),
+         refused + "cannot enter directory '/no'" + missing},
+        {"0", CCmnCommand({"a", zero}), refused + "an argument contains a 0 byte"},
+        {"0 in directory", is().setDirectory(zero),
+         refused + "the working directory contains a 0 byte"},
+        {"0 in password", is().setUser("a", zero),
+         refused + "the user or the password contains a 0 byte"},
+        {"variable", is().setVariable("a=b", ""), variable},
+        {"0 in variable", is().setVariable("a", zero), variable},
+        {"no name", is().unsetVariable(""), variable},
+        {"account", is().setEnvironment(Environment::account),
+         refused + "the environment of an account needs a user"},
+        {"descriptor", is().setInputDescriptor(-1),
+         refused + "cannot open standard handle: Bad file descriptor"},
+    });
+}
+
+TEST_F(Command, InputAndEnvironment)
+{
+    setenv("TARNIX_A", "1", 1);
+    setenv("TARNIX_B", "2", 1);
+    const int file = open("/proc/sys/kernel/ostype", O_RDONLY | O_CLOEXEC);
+    const std::string large(300000, 'x'), echo = "echo $TARNIX_A-$TARNIX_B-$C";
+    const auto cat = [] { return CCmnCommand({"cat"}); };
+    const auto env = [](const char* program) {
+        return CCmnCommand({program}).setEnvironment(Environment::empty);
+    };
+    check({
+        {"no input", cat(), ""},
+        {"empty input", cat().setInput(""), ""},
+        {"1 byte", cat().setInput("\n"), "|"},
+        {"larger than the pipe", CCmnCommand({"wc", "-c"}).setInput(large), "|300000"},
+        {"not read", CCmnCommand({"true"}).setInput(large), ""},
+        {"closed", shell("exec <&-; sleep 0.1; echo a").setInput(large), "|a"},
+        {"from a descriptor", cat().setInputDescriptor(file), "|Linux"},
+        {"inherited", shell(echo), "|1-2-"},
+        {"set", shell(echo).setVariable("TARNIX_B", "x=y").setVariable("C", "3"), "|1-x=y-3"},
+        {"unset", shell(echo).setVariable("C", "3").unsetVariable("TARNIX_A").unsetVariable("C"),
+         "|-2-"},
+        {"empty", env("/usr/bin/env"), ""},
+        {"path", env("env").setVariable("PATH", "/usr/bin").setVariable("A", ""),
+         "|PATH=/usr/bin|A="},
+        {"no path", env("env").setVariable("PATH", "/no"),
+         "not started: cannot start program 'env': No such file or directory"},
+    });
+    close(file);
+}
+
+TEST_F(Command, OutputAndItsLimits)
+{
+    const auto both = [] { return shell("printf 'o\\r\\n'; printf e >&2; echo l"); };
+    const auto three = [](const char* end = "") {
+        return shell(std::string("printf 'ab\\n\\ncd'") + end);
+    };
+    const char* const sleep = "; exec sleep 99";
+    const std::string stopped = "stopped at its output limit (signal 2)",
+                      caller = "stopped by its caller ";
+    check({
+        {"together", both(), "|o|el"},
+        {"apart", both().setStreams(Streams::apart), "|o|l|error: e"},
+        {"output", both().setStreams(Streams::outputOnly), "|o|l"},
+        {"error", both().setStreams(Streams::errorOnly), "|error: e"},
+        {"bytes", both().setKeepBytes(true), " bytes: o\r\nel\n"},
+        {"bytes apart", both().setKeepBytes(true).setStreams(Streams::apart),
+         " bytes: o\r\nl\n error bytes: e"},
+        {"line callback", both().setLineCallback(keep).setStreams(Streams::errorOnly), "|error: e"},
+        {"byte callback", three().setByteCallback(keep), "|ab\n\ncd"},
+        {"no callback", three().setByteCallback(keep).setLineCallback(nullptr), "|ab||cd"},
+        {"enough", shell("echo enough; echo b; exec sleep 99").setLineCallback(keep),
+         caller + "(signal 2)|enough"},
+        {"enough at the end", shell("printf enough").setLineCallback(keep),
+         caller + "(status 0)|enough"},
+        {"all bytes", three().setByteLimit(6), "|ab||cd"},
+        {"more bytes", three(sleep).setByteLimit(5), stopped + "|ab||c"},
+        {"more bytes, kept", three(sleep).setByteLimit(5).setKeepBytes(true),
+         stopped + " bytes: ab\n\nc"},
+        {"all lines", three().setLineLimit(3), "|ab||cd"},
+        {"more lines", three(sleep).setLineLimit(2), stopped + "|ab|"},
+    });
+    const SCmnCommandOutcome one =
+        shell("printf a; printf b >&2").setStreams(Streams::apart).setLineLimit(1).run();
+    EXPECT_EQ(one.lines.size() + one.errorLines.size(), 1U);
+    EXPECT_EQ(one.reason, Reason::outputLimit);
+}
+
+TEST_F(Command, Stops)
+{
+    const auto slow = [](std::string_view text, Stream stream) {
+        return usleep(600000) == 0 && keep(text, stream);
+    };
+    const auto ready = [](const std::string& trap) {
+        CCmnCommand command = shell(trap + "echo enough; while :; do sleep 0.01; done");
+        command.setStreams(Streams::outputOnly).setLineCallback(keep); // sh reports ends of sleep
+        return command;
+    };
+    const std::string time = "stopped after its time limit (signal 2)",
+                      silence = "stopped after its silence limit (signal 2)",
+                      caller = "stopped by its caller ", killed = caller + "(signal 9)|enough";
+    check({
+        {"silence", shell("exec sleep 99").setSilenceLimit(20ms), silence},
+        {"slow callback",
+         shell("echo a; sleep 0.6; echo b").setSilenceLimit(500ms).setLineCallback(slow), "|a|b"},
+        {"time", shell("exec sleep 99").setTimeLimit(20ms), time},
+        {"time while it prints",
+         shell("exec yes").setTimeLimit(20ms).setByteCallback([](auto, auto) { return true; }),
+         time},
+        {"no limit", shell("echo a").setTimeLimit(forever).setSilenceLimit(forever), "|a"},
+        {"ignored", ready("trap '' INT TERM; ").setStopStages({{SIGINT, 5ms}, {SIGTERM, 5ms}}),
+         killed},
+        {"second stage",
+         ready("trap '' INT; trap 'exit 5' USR1; ")
+             .setStopStages({{SIGINT, 5ms}, {SIGUSR1, forever}}),
+         caller + "(status 5)|enough"},
+        {"output after the stop", ready("trap 'echo b' USR1; ").setStopStages({{SIGUSR1, forever}}),
+         caller + "(signal 13)|enough"},
+        {"at once", ready("").setStopStages({}), killed},
+        {"no such signal", ready("").setStopStages({{999, 1ms}}), killed},
+    });
+}
+
+const CCmnCommand* stoppedByAlarm = nullptr;
+
+TEST_F(Command, StopFromAnywhere)
+{
+    CCmnCommand command({"sleep", "99"});
+    stoppedByAlarm = &command;
+    std::signal(SIGALRM, [](int) { stoppedByAlarm->stop(); });
+    const std::string stopped = "stopped by its caller (signal 2)";
+    runOnThreads(3, [&](int thread) {
+        if (thread > 0)
+            EXPECT_EQ(textOf(command.run()), stopped);
+        else if (usleep(50000) == 0) // their output is usually awaited by then
+            command.stop();
+    });
+    EXPECT_EQ(textOf(command.run()), "not started: a stop was requested before the start");
+    EXPECT_EQ(command.run().reason, Reason::caller);
+    CCmnCommand copy(command);
+    EXPECT_EQ(copy.setTimeLimit(20ms).run().reason, Reason::timeLimit);
+    command.resetStop();
+    ualarm(50000, 0);
+    EXPECT_EQ(textOf(command.run()), stopped);
+    // After a stop in its callback a command still may print.
+    command = shell("trap 'echo bye; exit 4' INT; echo a; while :; do sleep 0.01; done");
+    command.setLineCallback([&command](std::string_view text, Stream stream) {
+        command.stop();
+        return keep(text, stream);
+    });
+    passed.clear();
+    EXPECT_EQ(textOf(command.run()), "stopped by its caller (status 4)");
+    EXPECT_EQ(passed, (Lines{"a", "bye"}));
+}
+
+// What a command leaves running: orphans become children of this process.
+TEST_F(Command, Grandchildren)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    enum { goOn, stop, fail };
+    const std::pair<const char*, int> rows[] = {
+        {"", goOn}, {"; exec sleep 99", stop}, {"", stop}, {"; exec sleep 99", fail}};
+    // Again and again: with the second stop, the end of the command and its line come in any order.
+    for (int run = 0; run < 40; ++run) {
+        const auto& [end, action] = rows[run % 4];
+        pid_t orphan = 0;
+        CCmnCommand command = shell(std::string("sleep 99 & echo $!") + end);
+        command.setLineCallback([&orphan, act = action](std::string_view line, Stream) {
+            orphan = std::stoi(std::string(line));
+            return act != fail ? act == goOn : throw std::runtime_error("");
+        });
+        if (action == fail)
+            EXPECT_THROW(command.run(), std::runtime_error);
+        else
+            EXPECT_EQ(command.run().end, action == goOn ? End::exited : End::stopped);
+        EXPECT_TRUE(action != goOn || kill(orphan, SIGTERM) == 0);
+        const int status = waitForChild(orphan);
+        EXPECT_TRUE(action == goOn ? status == SIGTERM : WIFSIGNALED(status)) << end;
+    }
+    for (const bool endsWithCaller : {false, true}) {
+        CCmnCommand command = shell("echo $$; exec sleep 99");
+        const pid_t left = leftByKilledCaller(command.setEndsWithCaller(endsWithCaller));
+        EXPECT_TRUE(endsWithCaller || kill(left, SIGTERM) == 0);
+        EXPECT_EQ(waitForChild(left), endsWithCaller ? SIGKILL : SIGTERM);
+    }
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
+TEST_F(Command, UsageAndCore)
+{
+    const SCmnCommandOutcome used =
+        CCmnCommand({"dd", "if=/dev/zero", "of=/dev/null", "bs=300M", "count=1"}).run();
+    EXPECT_GE(used.peakMemory, 300U << 20);
+    EXPECT_GT(used.systemTime.count(), 0);
+    EXPECT_EQ(CCmnCommand({"true"}).run().peakMemory, 0U); // this process has more
+    const ScratchDirectory scratch;
+    const std::string script = "ulimit -c unlimited; kill -ABRT $$";
+    const pid_t child = forkChild([&] { // the same without the class
+        return chdir(scratch.path().c_str()) == 0 &&
+               execl("/bin/sh", "sh", "-c", script.c_str(), nullptr) == 0;
+    });
+    const bool dumps = WCOREDUMP(waitForChild(child)); // before the run, which uses the same file
+    const SCmnCommandOutcome outcome = shell(script).setDirectory(scratch.path()).run();
+    EXPECT_EQ(outcome.signal, SIGABRT);
+    EXPECT_EQ(outcome.coreDumped, dumps);
+    std::signal(SIGCHLD, SIG_IGN); // then the system keeps no status
+    EXPECT_EQ(textOf(shell("echo a").run()), "ended with unknown status: No child processes|a");
+    std::signal(SIGCHLD, SIG_DFL);
+}
+
+std::size_t peakOfThisProcess() // in KiB
+{
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (word != "VmHWM:" && status >> word)
+        continue;
+    std::size_t peak = 0;
+    status >> peak;
+    return peak;
+}
+
+TEST_F(Command, MuchOutput)
+{
+    std::ofstream("/proc/self/clear_refs") << 5 << std::flush; // the peak starts again
+    const std::size_t before = peakOfThisProcess();
+    CCmnCommand endless({"head", "-c", "10G", "/dev/zero"});
+    endless.setByteLimit(1 << 20).setKeepBytes(true);
+    const SCmnCommandOutcome outcome = endless.run();
+    EXPECT_EQ(outcome.end, End::stopped);
+    EXPECT_EQ(outcome.reason, Reason::outputLimit);
+    EXPECT_EQ(outcome.bytes, std::string(1 << 20, '\0'));
+    EXPECT_LT(peakOfThisProcess() - before, 32768U); // with room for a sanitizer's own memory
+
+    std::string input(100 << 20, '\0');
+    std::mt19937 random(1);
+    for (std::size_t at = 0; at < input.size(); at += 1000)
+        input[at] = static_cast<char>(random());
+    const SCmnCommandOutcome copied = CCmnCommand({"cat"}).setInput(input).setKeepBytes(true).run();
+    EXPECT_TRUE(copied.ok() && copied.bytes == input);
+}
+
+// Both classes get the same of random commands, in lines that Exec does not cut.
+TEST_F(Command, SameAsExec)
+{
+    const char* const wanted = std::getenv("TARNIX_RANDOM_COMMANDS");
+    std::mt19937 random(17);
+    const auto any = [&random](std::size_t count) { return random() % count; };
+    const std::string pieces[] = {"word",   "\\r",   "\\n",   "\\r\\n",
+                                  "\\n\\n", "\\001", "\\377", "x y"},
+                      ends[] = {"exit 1",     "exit 255",    "kill -1 $$",
+                                "kill -9 $$", "kill -15 $$", ":"};
+    for (int i = wanted != nullptr ? std::stoi(wanted) : 200; i > 0; --i) {
+        std::string script;
+        for (std::size_t commands = any(4); commands > 0; --commands) {
+            script += "printf \"" + std::string(any(2) * any(2500), 'x');
+            for (std::size_t count = any(7); count > 0; --count)
+                script += pieces[any(std::size(pieces))];
+            script += any(3) == 0 ? "\" >&2; " : "\"; ";
+        }
+        script += ends[any(std::size(ends))];
+        const std::string text = "sh -c " + CCmnStringTool::quote(script);
+        const Outcome expected = run(text);
+        const SCmnCommandOutcome got =
+            i % 2 == 0 ? CCmnCommand::fromText(text).run() : shell(script).run();
+        EXPECT_EQ(got.lines, expected.lines) << script;
+        EXPECT_EQ(got.signal, expected.signal) << script;
+        EXPECT_EQ(got.signal != 0 ? 128 + got.signal : got.status, expected.status) << script;
+    }
+}
+
+TEST_F(Command, ParallelRuns)
+{
+    const CCmnCommand shared({"ls", "/proc/self/fd"});
+    runOnThreads(16, [&shared](int thread) {
+        for (int i = 0; i < 32; ++i) {
+            EXPECT_EQ(shared.run().lines, (Lines{"0", "1", "2", "3"}));
+            const std::string word = std::to_string(100 * thread + i);
+            CCmnCommand own({"cat"});
+            EXPECT_EQ(own.setInput(word).setTimeLimit(forever).run().lines, Lines{word});
+        }
+    });
+}
+
+} // namespace
