@@ -225,6 +225,14 @@ TEST_F(Command, StopFromAnywhere)
     passed.clear();
     EXPECT_EQ(textOf(command.run()), "stopped by its caller (status 4)");
     EXPECT_EQ(passed, (Lines{"a", "bye"}));
+    // A kill ends a stop that the command ignores, in a silent wait.
+    std::signal(SIGALRM, [](int) { stoppedByAlarm->kill(); });
+    command = shell("trap '' INT; echo a; exec sleep 99");
+    command.setStopStages({{SIGINT, forever}}).setLineCallback([&command](auto, auto) {
+        command.stop();
+        return ualarm(50000, 0) == 0;
+    });
+    EXPECT_EQ(textOf(command.run()), "stopped by its caller (signal 9)");
 }
 
 // What a command leaves running: orphans become children of this process.

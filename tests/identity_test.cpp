@@ -7,6 +7,7 @@
 #include "support/accounts.h"
 #include "support/command.h"
 #include "support/fixture.h"
+#include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
 #include <fcntl.h>
@@ -266,13 +267,16 @@ TEST_F(Identity, CommandsWithOptions)
         EXPECT_EQ(textOf(row.command.run()), row.outcome) << row.name;
         EXPECT_EQ(scratch.read("rights"), standing); // the right is needed by the start only
     }
-    struct Holder : CCmnExecPipeWindows {
-        Holder() { m_Lock.tryLock(); }
-        ~Holder() { m_Lock.unlock(); }
+    struct Runner : CCmnExecPipeWindows {
+        using CCmnExecPipeWindows::m_Lock;
     };
-    const Holder holder;
-    EXPECT_EQ(textOf(shell("id").run()),
-              "not started: another run of this process holds the lock of added logon rights");
+    EXPECT_TRUE(Runner::m_Lock.tryLock()); // a start waits for it
+    runOnThreads(2, [&](int thread) {
+        if (thread == 0)
+            EXPECT_EQ(textOf(shell("id -u").run()), "|61002");
+        else if (usleep(20000) == 0)
+            Runner::m_Lock.unlock();
+    });
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     CCmnCommand command = shell("echo $$; exec sleep 99", "holder");
     EXPECT_EQ(waitForChild(leftByKilledCaller(command.setEndsWithCaller(true))), SIGKILL);

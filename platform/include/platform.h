@@ -206,8 +206,8 @@ struct STARTUPINFOA {
 struct TxStartAttributes {
     int Umask;           ///< -1: the calling process's, or 022 for another user
     bool EndsWithCaller; ///< the child is killed when the calling thread ends
-    /// The child is not reaped when its end is noticed, but by GetExitCodeProcess or when its last
-    /// handle is closed. Until then its process group can be killed.
+    /// The child is not reaped when its end is noticed, but when its last handle is closed. Until
+    /// then its process group can be killed.
     bool KeepsGroup;
 };
 

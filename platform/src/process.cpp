@@ -10,7 +10,6 @@
 
 #include <csignal>
 #include <new>
-#include <utility>
 
 namespace tarnix_platform
 {
@@ -40,7 +39,10 @@ Process::~Process()
         if (!ended()) {
             addOrphan(std::move(m_Child.pidfd));
         }
-        reapKept();
+        if (m_IsZombie) {
+            siginfo_t info;
+            reap(m_Child.pidfd.get(), info);
+        }
     } catch (const std::bad_alloc&) {
         // Then nobody reaps the child: once it has ended, it is a zombie until this process ends.
     }
@@ -87,14 +89,6 @@ bool Process::tryReap()
     m_Ended = true;
     killGroup();
     return true;
-}
-
-void Process::reapKept()
-{
-    if (std::exchange(m_IsZombie, false)) {
-        siginfo_t info;
-        reap(m_Child.pidfd.get(), info);
-    }
 }
 
 // Only before the child is reaped: no other process or group can have its id.
@@ -165,7 +159,6 @@ BOOL Process::exitStatus(DWORD* status)
         return fail(EBUSY);
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    reapKept();
     if (!m_StatusKnown) {
         return fail(ECHILD);
     }

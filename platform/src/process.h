@@ -20,7 +20,7 @@ public:
     ~Process() override;
 
     // Sets the child after its start, at once. Until then the process counts as ended. A child that
-    // keeps its group is reaped by exitStatus or the destructor only, and not by `ended`.
+    // keeps its group is reaped by the destructor.
     void adopt(Child child, bool keepsGroup);
 
     int pidfd() const { return m_Child.pidfd.get(); }
@@ -47,7 +47,6 @@ public:
 
 private:
     bool tryReap();
-    void reapKept();
     void killGroup();
     bool send(int signal);
     bool sendToChild(int signal) const;
