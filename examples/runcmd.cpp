@@ -185,6 +185,10 @@ bool configure(const Options& options, CCmnCommand& command)
     std::uint32_t timeout = 0;
     std::uint32_t limit = 0;
     std::uint64_t maxOutput = 0;
+    if ((options.clearEnvironment && options.userEnvironment) ||
+        (!options.inputFile.empty() && !options.inputText.empty())) {
+        return false; // one would silently win
+    }
     if (streams == std::end(choices) || !readNumber(options.timeout, timeout) ||
         !readNumber(options.limit, limit) || !readNumber(options.maxOutput, maxOutput)) {
         return false;

@@ -98,12 +98,14 @@ public:
     enum class Environment { inherited, empty, account };
 
     /// Gets a piece of output, which is valid during the call only. Return false to stop the
-    /// command. An exception kills the command and leaves run. While it works, no limit and no stop
-    /// takes effect.
+    /// command. An exception kills the command and leaves run. While one call works, no limit and
+    /// no stop takes effect. After it they do; what had been printed is still passed on, but not
+    /// after kill.
     using Callback = std::function<bool(std::string_view, Stream)>;
 
     /// The program and its arguments. The program is a path if it has a slash; otherwise it is
-    /// looked up in the PATH of the command's environment. No shell is involved.
+    /// looked up in the PATH of the command's environment. A relative path counts from the
+    /// command's directory. No shell is involved. An object holds two descriptors.
     explicit CCmnCommand(std::vector<std::string> arguments);
 
     /// A command from one text, which is split into words as CCmnExecPipeBase::Exec splits it.
@@ -113,6 +115,12 @@ public:
     /// A copy has the same settings and log, and is not stopped.
     CCmnCommand(const CCmnCommand& other);
     CCmnCommand& operator=(const CCmnCommand& other);
+    /// @}
+    /// @{
+    /// The other object may then only be assigned to or destroyed. Neither may have a run in
+    /// progress.
+    CCmnCommand(CCmnCommand&& other) noexcept;
+    CCmnCommand& operator=(CCmnCommand&& other) noexcept;
     /// @}
     ~CCmnCommand() override; ///< No run may be in progress. The password is wiped.
 
@@ -132,6 +140,7 @@ public:
     /// SeBatchLogonRight, which an account without it gets for the duration of the start. Only one
     /// start or runner of the process can hold such a right at a time: others wait up to 10
     /// seconds. Copies of the password that this class makes are wiped.
+    /// An empty name is refused.
     CCmnCommand& setUser(std::string user, std::string password);
     /// Whether the system kills the command when the thread that runs it ends, with the process for
     /// example. Default: no. A set-user-id program cancels it.

@@ -145,9 +145,9 @@ public:
     /// The pattern follows the rules of MessageFormat even if there are no arguments: apostrophes
     /// and braces always have their special meaning. Numbers and dates are formatted for ICU's
     /// default locale, not for the language of the pattern. After a failure the result is what has
-    /// been formatted so far, or the unchanged pattern if that is empty. The pattern also comes back
-    /// unchanged if its braces nest more than 32 levels deep, as in 17 plurals or selects inside
-    /// each other: they could take more stack than a thread has.
+    /// been formatted so far, or the unchanged pattern if that is empty. The pattern also comes
+    /// back unchanged if its braces nest more than 32 levels deep, as in 17 plurals or selects
+    /// inside each other: they could take more stack than a thread has.
     tstr formatMessage(tstr pattern) override;
 
 private:

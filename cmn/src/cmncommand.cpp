@@ -6,7 +6,9 @@
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
 
+#include <algorithm>
 #include <csignal>
+#include <limits>
 #include <utility>
 
 namespace tarnix_cmn_4_4
@@ -66,7 +68,26 @@ CCmnCommand& CCmnCommand::operator=(const CCmnCommand& other)
         auto settings = std::make_unique<CommandSettings>(*other.m_Settings);
         CCmnTraceable::operator=(other);
         m_Settings = std::move(settings);
-        resetStop();
+        if (m_Stop) {
+            resetStop();
+        } else { // moved from
+            m_Stop = std::make_unique<StopRequest>();
+        }
+    }
+    return *this;
+}
+
+CCmnCommand::CCmnCommand(CCmnCommand&& other) noexcept
+    : CCmnTraceable(other), m_Settings(std::move(other.m_Settings)), m_Stop(std::move(other.m_Stop))
+{
+}
+
+CCmnCommand& CCmnCommand::operator=(CCmnCommand&& other) noexcept
+{
+    if (this != &other) {
+        CCmnTraceable::operator=(other);
+        m_Settings = std::move(other.m_Settings);
+        m_Stop = std::move(other.m_Stop);
     }
     return *this;
 }
@@ -115,8 +136,8 @@ CCmnCommand& CCmnCommand::setInputDescriptor(int fd)
 
 CCmnCommand& CCmnCommand::setUmask(unsigned int mask)
 {
-    constexpr unsigned int allPermissions = 0777;
-    m_Settings->mask = static_cast<int>(mask & allPermissions);
+    constexpr unsigned int most = std::numeric_limits<int>::max();
+    m_Settings->mask = static_cast<int>(std::min(mask, most));
     return *this;
 }
 

@@ -50,7 +50,9 @@ std::string SCmnCommandOutcome::describe() const
     case End::stopped:
         return std::string("stopped ") + reasonText(reason) + " (" + howItEnded(*this) + ")";
     default:
-        return "ended with unknown status: " + errorText;
+        return "ended with unknown status" +
+               (reason != Reason::none ? std::string(", stopped ") + reasonText(reason) : "") +
+               ": " + errorText;
     }
 }
 

@@ -4,6 +4,7 @@
 #include "cmncommandsettings.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
@@ -17,8 +18,9 @@ using Delivery = CommandSettings::Delivery;
 
 } // namespace
 
-CommandOutput::CommandOutput(const CommandSettings& settings, SCmnCommandOutcome& outcome)
-    : m_Settings(settings), m_Outcome(outcome)
+CommandOutput::CommandOutput(const CommandSettings& settings, SCmnCommandOutcome& outcome,
+                             std::function<bool()> wantsMore)
+    : m_Settings(settings), m_Outcome(outcome), m_WantsMore(std::move(wantsMore))
 {
 }
 
@@ -106,7 +108,7 @@ bool CommandOutput::deliverLines(Stream stream, std::string_view piece)
 bool CommandOutput::passLine(Stream stream, std::string_view line)
 {
     if (m_Settings.delivery == Delivery::lineCallback) {
-        return m_Settings.callback(line, stream);
+        return m_Settings.callback(line, stream) && m_WantsMore();
     }
     (stream == Stream::output ? m_Outcome.lines : m_Outcome.errorLines).emplace_back(line);
     return true;

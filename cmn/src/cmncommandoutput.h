@@ -5,6 +5,7 @@
 #include "cmncommand.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -14,7 +15,10 @@ namespace tarnix_cmn_4_4
 class CommandOutput
 {
 public:
-    CommandOutput(const CommandSettings& settings, SCmnCommandOutcome& outcome);
+    // `wantsMore` is asked after each call of a callback for a line. If it is false, the rest is
+    // dropped, as if the callback did not want it.
+    CommandOutput(const CommandSettings& settings, SCmnCommandOutcome& outcome,
+                  std::function<bool()> wantsMore);
 
     // Takes what came from a stream. Returns why the command must be stopped, or Reason::none.
     SCmnCommandOutcome::Reason take(CCmnCommand::Stream stream, std::string_view piece);
@@ -31,6 +35,7 @@ private:
 
     const CommandSettings& m_Settings;
     SCmnCommandOutcome& m_Outcome;
+    const std::function<bool()> m_WantsMore;
     std::uint64_t m_Bytes = 0;
     std::uint64_t m_Lines = 0;
     std::string m_BegunLines[2]; // of each stream: the bytes since its last newline

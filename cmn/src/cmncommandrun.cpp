@@ -54,9 +54,9 @@ CommandRun::CommandRun(const CommandSettings& settings, const StopRequest& stop,
 
 CommandRun::~CommandRun()
 {
-    if (m_ChildRuns) {
+    if (m_Process && !m_IsConcluded) { // an exception ends the run, or it was abandoned
         tarnix_platform::killGroupAtEnd(m_Process.get());
-        TerminateProcess(m_Process.get(), kKilledStatus);
+        TerminateProcess(m_Process.get(), kKilledStatus); // fails if it has ended
     }
 }
 
@@ -74,7 +74,9 @@ SCmnCommandOutcome CommandRun::run()
 
 // ---- Output and input --------------------------------------------------------------------------
 
-// Takes what can be had without waiting. If that is nothing, waits.
+// Takes what can be had without waiting, and waits. If that was something, the wait takes no time.
+// It must not be left out: nothing else notices the end of the child, which a process of its group
+// that goes on printing would hide, or lets the other streams go on.
 void CommandRun::goOn()
 {
     bool isBusy = false;
@@ -84,10 +86,10 @@ void CommandRun::goOn()
     writeSome();
     const auto goesOn = [this] { return m_ChildRuns && m_Phase != Phase::lost; };
     if (goesOn()) {
-        checkTime();
+        wait(isBusy ? 0 : untilDeadline());
     }
-    if (goesOn() && !isBusy) {
-        wait();
+    if (goesOn()) {
+        checkTime();
     }
 }
 
@@ -128,8 +130,8 @@ void CommandRun::take(Stream stream, DWORD size)
         }
     }
     if (reason != Reason::none) {
-        closeReaders(); // so that a command that goes on printing ends
         beginStop(reason);
+        closeReaders(); // so that a command that goes on printing ends
     }
 }
 
@@ -243,7 +245,7 @@ void CommandRun::childEnded()
     }
 }
 
-void CommandRun::wait()
+void CommandRun::wait(DWORD milliseconds)
 {
     HANDLE awaited[5];
     std::function<void()> actions[5];
@@ -267,7 +269,7 @@ void CommandRun::wait()
         add(m_Writer.event, [this] { finishWrite(); });
     }
     add(m_Process, [this] { childEnded(); });
-    const DWORD woken = WaitForMultipleObjectsEx(count, awaited, false, untilDeadline(), false);
+    const DWORD woken = WaitForMultipleObjectsEx(count, awaited, false, milliseconds, false);
     if (woken < count) {
         actions[woken]();
     } else if (woken == WAIT_FAILED) {
@@ -278,6 +280,14 @@ void CommandRun::wait()
 // ---- Time and stop -----------------------------------------------------------------------------
 
 void CommandRun::checkTime()
+{
+    checkStop();
+    if (m_Phase == Phase::running && Clock::now() >= silenceLimit()) {
+        beginStop(Reason::silence);
+    }
+}
+
+void CommandRun::checkStop()
 {
     if (m_Phase == Phase::running && m_Stop.stop.isSet()) {
         beginStop(Reason::caller);
@@ -292,9 +302,17 @@ void CommandRun::checkTime()
         }
     } else if (now >= timeLimit()) {
         beginStop(Reason::timeLimit);
-    } else if (now >= silenceLimit()) {
-        beginStop(Reason::silence);
     }
+}
+
+// Between two calls of a callback: a stop does not wait until the rest of a piece is passed on.
+bool CommandRun::wantsMore()
+{
+    const bool hasStop = m_Stop.stop.isSet() || m_Phase != Phase::running;
+    if (m_ChildRuns && (hasStop || m_Settings.timeLimit.count() > 0)) {
+        checkStop();
+    }
+    return !m_Stop.kill.isSet();
 }
 
 CommandRun::Clock::time_point CommandRun::timeLimit() const
@@ -343,10 +361,10 @@ void CommandRun::nextStage()
         m_Phase = Phase::lost;
         return;
     }
-    if (m_Stage < m_Settings.stages.size()) {
+    if (m_Stage < m_Settings.stages.size() && !m_Stop.kill.isSet()) {
         const SCmnStopStage& stage = m_Settings.stages[m_Stage++];
-        tarnix_platform::sendSignal(m_Process.get(),
-                                    stage.signal); // if it has ended, the wait sees that
+        // If it has ended, the wait sees that.
+        tarnix_platform::sendSignal(m_Process.get(), stage.signal);
         m_StageEnd = after(Clock::now(), std::max(stage.patience, kShortestPatience));
         return;
     }
@@ -368,6 +386,7 @@ void CommandRun::conclude()
     if (m_Phase == Phase::lost) {
         return;
     }
+    m_IsConcluded = true;
     DWORD status = 0;
     if (!GetExitCodeProcess(m_Process.get(), &status)) {
         refuseBySystem();

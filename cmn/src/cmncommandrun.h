@@ -58,6 +58,7 @@ private:
 
     bool start();
     bool checkSettings();
+    bool checkTexts();
     bool openStreams(ChildEnds& ends);
     bool openInput(OwnedHandle& childEnd);
     bool openReader(Reader& reader, OwnedHandle& childEnd);
@@ -66,6 +67,7 @@ private:
     bool createProcess(const ChildEnds& ends, HANDLE token);
     bool refuse(DWORD error, const char* text);
     bool refuseBySystem();
+    bool refuseByStop();
 
     void goOn();
     bool readSome(CCmnCommand::Stream stream);
@@ -80,10 +82,12 @@ private:
     bool anyReaderOpen() const;
     Reader& readerOf(CCmnCommand::Stream stream);
     void writeSome();
-    void wait();
+    void wait(DWORD milliseconds);
     void childEnded();
 
     void checkTime();
+    void checkStop();
+    bool wantsMore();
     Clock::time_point timeLimit() const;
     Clock::time_point silenceLimit() const;
     DWORD untilDeadline() const;
@@ -98,11 +102,12 @@ private:
     const StopRequest& m_Stop;
     const CommandLog& m_Log;
     SCmnCommandOutcome m_Outcome;
-    CommandOutput m_Output{m_Settings, m_Outcome};
+    CommandOutput m_Output{m_Settings, m_Outcome, [this] { return wantsMore(); }};
     Reader m_Readers[2]; // of standard output and standard error
     Writer m_Writer;
     OwnedHandle m_Process;
     bool m_ChildRuns = false;
+    bool m_IsConcluded = false; // the outcome is known
 
     Phase m_Phase = Phase::running;
     std::size_t m_Stage = 0; // the next stage of the stop

@@ -32,8 +32,7 @@ struct CommandSettings {
     int inputDescriptor = -1;
     int mask = -1; // umask; -1: the platform's default
     bool endsWithCaller = false;
-    std::string user;
-    std::string password;
+    std::optional<std::string> user;
 
     CCmnCommand::Streams streams = CCmnCommand::Streams::together;
     Delivery delivery = Delivery::keptLines;
@@ -44,13 +43,18 @@ struct CommandSettings {
     CCmnCommand::Duration silenceLimit{0}; // 0: none
     CCmnCommand::Duration timeLimit{0};
     std::vector<SCmnStopStage> stages;
+    std::string password; // the last one: no copy of a later member can throw and leave it unwiped
 };
 
 // One request, signalled until it is reset.
 class Request
 {
 public:
-    Request() { m_Event.reset(CreateEventA(nullptr, true, false, nullptr)); }
+    Request()
+    {
+        m_Event.reset(CreateEventA(nullptr, true, false, nullptr));
+        m_Error = m_Event ? 0 : GetLastError();
+    }
 
     // A signal handler may call this.
     void set() noexcept
@@ -66,12 +70,14 @@ public:
     }
 
     bool isSet() const { return m_IsSet.load(std::memory_order_acquire); }
-    // Null or invalid if the system could not create it.
     const OwnedHandle& event() const { return m_Event; }
+    // Why there is no event, or 0.
+    DWORD error() const { return m_Error; }
 
 private:
     std::atomic<bool> m_IsSet{false};
     OwnedHandle m_Event;
+    DWORD m_Error = 0;
 };
 
 // A kill is also a stop.

@@ -22,6 +22,7 @@ using Streams = CCmnCommand::Streams;
 using Environment = CCmnCommand::Environment;
 
 constexpr DWORD kInvalidArgument = 22; // the system's EINVAL
+constexpr int kAllPermissions = 0777;
 
 // Gets the token of a user as every runner does. At the end of the object the right that this may
 // have added is revoked.
@@ -32,7 +33,7 @@ public:
     // added rights, usually for the moment of its own start: waits for that.
     HANDLE logOn(const CommandSettings& settings, const StopRequest& stop)
     {
-        m_User = settings.user;
+        m_User = *settings.user;
         m_Password = settings.password;
         const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
         for (;;) {
@@ -62,6 +63,12 @@ private:
         return false;
     }
 };
+
+bool isStage(const SCmnStopStage& stage)
+{
+    constexpr int lastSignal = 64;
+    return stage.signal > 0 && stage.signal <= lastSignal;
+}
 
 bool hasZeroByte(const std::string& text)
 {
@@ -147,25 +154,48 @@ bool CommandRun::refuseBySystem()
     return refuse(error, CCmnStringTool::wstr2str(systemErrorText(error)).c_str());
 }
 
+bool CommandRun::refuseByStop()
+{
+    m_Outcome.reason = Reason::caller;
+    return refuse(0, "a stop was requested before the start");
+}
+
 bool CommandRun::checkSettings()
 {
     if (m_Stop.stop.isSet()) {
-        m_Outcome.reason = Reason::caller;
-        return refuse(0, "a stop was requested before the start");
+        return refuseByStop();
     }
-    if (!m_Stop.stop.event() || !m_Stop.kill.event()) {
-        return refuse(0, "the system could not create the event of the stop");
+    if (m_Stop.stop.error() != 0 || m_Stop.kill.error() != 0) {
+        SetLastError(std::max(m_Stop.stop.error(), m_Stop.kill.error()));
+        return refuseBySystem();
     }
+    if (!std::all_of(m_Settings.stages.begin(), m_Settings.stages.end(), isStage)) {
+        return refuse(kInvalidArgument, "a stop stage has a signal that does not exist");
+    }
+    if (m_Settings.silenceLimit.count() < 0 || m_Settings.timeLimit.count() < 0) {
+        return refuse(kInvalidArgument, "a limit is negative");
+    }
+    if (m_Settings.mask > kAllPermissions) {
+        return refuse(kInvalidArgument, "the umask has more than permissions");
+    }
+    return checkTexts();
+}
+
+bool CommandRun::checkTexts()
+{
     if (hasZeroByte(m_Settings.text)) {
         return refuse(kInvalidArgument, "an argument contains a 0 byte");
     }
     if (hasZeroByte(m_Settings.directory)) {
         return refuse(kInvalidArgument, "the working directory contains a 0 byte");
     }
-    if (hasZeroByte(m_Settings.user) || hasZeroByte(m_Settings.password)) {
+    if (m_Settings.user && m_Settings.user->empty()) {
+        return refuse(kInvalidArgument, "the user has no name"); // never as the calling user
+    }
+    if (m_Settings.user && (hasZeroByte(*m_Settings.user) || hasZeroByte(m_Settings.password))) {
         return refuse(kInvalidArgument, "the user or the password contains a 0 byte");
     }
-    if (m_Settings.environment == Environment::account && m_Settings.user.empty()) {
+    if (m_Settings.environment == Environment::account && !m_Settings.user) {
         return refuse(kInvalidArgument, "the environment of an account needs a user");
     }
     for (const auto& [name, value] : m_Settings.variables) {
@@ -245,7 +275,7 @@ bool CommandRun::openPipe(OwnedHandle& reader, OwnedHandle& writer)
 
 bool CommandRun::startChild(const ChildEnds& ends)
 {
-    if (m_Settings.user.empty()) {
+    if (!m_Settings.user) {
         return createProcess(ends, INVALID_HANDLE_VALUE);
     }
     BatchLogon logon;
@@ -255,9 +285,15 @@ bool CommandRun::startChild(const ChildEnds& ends)
     try {
         token = logon.logOn(m_Settings, m_Stop);
     } catch (const ECmnExecPipe& failure) {
+        if (m_Stop.stop.isSet()) {
+            return refuseByStop();
+        }
         return failure.getCode() == ECmnExecPipe::IMPERSONATION_TIMEOUT
                    ? refuse(0, "another run of this process holds the lock of added logon rights")
                    : refuseBySystem();
+    }
+    if (m_Stop.stop.isSet()) { // a logon can take seconds
+        return refuseByStop();
     }
     // Without a token the command would run as the calling user.
     return isValid(token) ? createProcess(ends, token)

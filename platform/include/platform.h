@@ -104,7 +104,8 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL init
 
 /// Signals a manual-reset event until ResetEvent. SetEvent may be called in a signal handler: it
 /// makes one system call, takes no lock and leaves errno and the last error unchanged. The caller
-/// makes sure that the event is not being closed meanwhile. False for any other handle.
+/// makes sure that the event is not being closed meanwhile. False for any other handle, and in a
+/// process that was forked later.
 BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
 
@@ -282,8 +283,8 @@ struct PROCESS_MEMORY_COUNTERS {
 /// the start, which the kernel then counts instead.
 BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, DWORD size);
 
-/// An operation of the layer's own. Sends the signal to the child and its process group. ESRCH: the
-/// child has ended. EINVAL: the system has no such signal.
+/// An operation of the layer's own. Sends the signal to the child and its process group, and then
+/// SIGCONT, because a suspended child could not react. False if the child has ended.
 BOOL sendSignal(HANDLE process, int signal);
 
 /// An operation of the layer's own: the end of a child that keeps its group also kills what is left

@@ -57,13 +57,16 @@ ssize_t writeSome(int fd, const void* bytes, std::size_t size)
 {
     sigset_t pipeSignal;
     sigset_t former;
+    sigset_t pending;
     ::sigemptyset(&pipeSignal);
     ::sigaddset(&pipeSignal, SIGPIPE);
+    ::sigpending(&pending);
     ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &former);
     const ssize_t written = retryInterrupted([&] { return ::write(fd, bytes, size); });
     const int error = errno;
-    if (written < 0 && error == EPIPE && ::sigismember(&former, SIGPIPE) == 0) {
-        // The write has sent the signal to this thread. Taken here, it is not delivered below.
+    if (written < 0 && error == EPIPE && ::sigismember(&pending, SIGPIPE) == 0) {
+        // The write has sent the signal to this thread. Taken here, it is not delivered below, or
+        // later to a caller that blocks it itself. One that was pending before stays.
         const timespec none{0, 0};
         retryInterrupted([&] { return ::sigtimedwait(&pipeSignal, nullptr, &none); });
     }

@@ -40,7 +40,9 @@ char* GetEnvironmentStringsA()
 {
     std::vector<std::string> variables;
     for (char* const* variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
+        if (**variable != '\0') { // an empty text would end the block
+            variables.emplace_back(*variable);
+        }
     }
     return newBlock(variables);
 }

@@ -265,7 +265,14 @@ BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, 
 BOOL sendSignal(HANDLE process, int signal)
 {
     const std::shared_ptr<Process> found = find<Process>(process);
-    return found ? (!found->ended() ? found->signalGroup(signal) : fail(ESRCH)) : false;
+    if (!found) {
+        return false;
+    }
+    if (found->ended() || !found->signalGroup(signal)) {
+        return fail(ESRCH);
+    }
+    found->signalGroup(SIGCONT); // a suspended child could not react
+    return true;
 }
 
 void killGroupAtEnd(HANDLE process)

@@ -21,6 +21,7 @@ namespace
 struct WakeupSlot {
     std::atomic<HANDLE> event{nullptr};
     std::atomic<int> fd{0};
+    std::atomic<pid_t> process{0}; // a fork shares the descriptor, but must not wake this process
 };
 WakeupSlot g_wakeupSlots[kMaxHandles];
 
@@ -42,6 +43,7 @@ HANDLE openWakeup()
     const HANDLE handle = openHandle(std::make_shared<Wakeup>(std::move(fd)));
     if (handle != nullptr) {
         wakeupSlot(handle).fd.store(number, std::memory_order_relaxed);
+        wakeupSlot(handle).process.store(::getpid(), std::memory_order_relaxed);
         wakeupSlot(handle).event.store(handle, std::memory_order_release);
     }
     return handle;
@@ -52,7 +54,8 @@ BOOL SetEvent(HANDLE event)
 {
     const WakeupSlot& slot = wakeupSlot(event);
     if (event == nullptr || slot.event.load(std::memory_order_acquire) != event ||
-        fastSlot(event).owner.load(std::memory_order_relaxed) != event) {
+        fastSlot(event).owner.load(std::memory_order_relaxed) != event ||
+        slot.process.load(std::memory_order_relaxed) != ::getpid()) {
         return false;
     }
     const int error = errno;
