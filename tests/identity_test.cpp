@@ -3,7 +3,7 @@
 // support/accounts.h. The machine's own accounts are not touched.
 #include "cmncommand.h"
 #include "cmnsystemfiles.h"
-#include "rightsfile.h"
+#include "spawn.h"
 #include "support/accounts.h"
 #include "support/command.h"
 #include "support/fixture.h"
@@ -14,7 +14,6 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -78,18 +77,12 @@ struct Identity : LeakCheck {
     }
 };
 
-TEST_F(Identity, TheChildCannotGetBackTheIdsOfTheCaller)
-{
-    const std::string script = "$> = 0; $< = 0; $) = 0; $( = 0; print join q( ), $<, $>, $(, $)";
-    EXPECT_EQ(as("holder", "perl -e '" + script + "'").lines,
-              Lines{"61001 61001 61101 61101 61101 61101"});
-}
-
 TEST_F(Identity, TheChildIsTheUserPermanently)
 {
     SKIP_WITHOUT_PROC();
     const std::string commands =
         "echo $(id -u) $(id -G);"
+        // No id and no capability of root: the child cannot get them back.
         "grep -cE \"^([UG]id:.*[[:space:]]0|Cap[^B].*:.*[1-9a-f])\" /proc/self/status;"
         "echo $(ls /proc/self/fd);" // the last one is the listed directory
         // A new session: the child cannot reach the caller's terminal.
@@ -157,8 +150,6 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         {{SYS_close_range}, EPERM, L""},
         {{SYS_close_range, SYS_getdents64}, EPERM, L"cannot close inherited descriptors"},
         {{SYS_arch_prctl}, 0, L"program that switches user ended before"},
-        {{SYS_setresuid}, 0, L"program that switches user ended before"},
-        {{SYS_keyctl}, 0, L"program that switches user ended before"},
         {{SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
         {{SYS_keyctl}, ENOSYS, L""},
         {{SYS_keyctl}, EPERM, L""},
@@ -237,10 +228,9 @@ TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
 
 TEST_F(Identity, CommandsWithOptions)
 {
-    const auto shell = [](const std::string& script, const std::string& user = "second",
-                          const std::string& word = password) {
+    const auto shell = [](const std::string& script, const std::string& user = "second") {
         CCmnCommand command({"sh", "-c", script});
-        command.setUser(user, word).setDirectory("/");
+        command.setUser(user, password).setDirectory("/");
         return command;
     };
     const auto account = [&](CCmnCommand command) {
@@ -260,8 +250,6 @@ TEST_F(Identity, CommandsWithOptions)
          "|/home/of home home /bin/bash /usr/local/bin:/usr/bin:/bin b|7"}, // the shell adds PWD
         {"stop", shell("exec sleep 99").setTimeLimit(std::chrono::milliseconds(20)),
          "stopped after its time limit (signal 2)"},
-        {"wrong password", shell("id", "second", "wrong"),
-         "not started: cannot log on (Authentication failure) as 'second': Permission denied"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(textOf(row.command.run()), row.outcome) << row.name;
@@ -283,90 +271,7 @@ TEST_F(Identity, CommandsWithOptions)
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
-// It ends with the process, and the next run, of any account, removes its line.
-TEST_F(Identity, TheRightOfAKilledProcessIsGone)
-{
-    SKIP_WITHOUT_PROC();
-    const pid_t killed = forkChild([] {
-        CCmnExecPipeWindows runner;
-        exec(runner, "sleep 5", 1, "/", "second", password);
-        return kill(getpid(), SIGKILL) == 0;
-    });
-    EXPECT_EQ(waitForChild(killed), SIGKILL);
-    EXPECT_NE(scratch.read("rights"), standing);
-    EXPECT_FALSE(tarnix_platform::holdsRight("second", "SeBatchLogonRight"));
-    EXPECT_EQ(as("third", "id -u").lines, idOfThird);
-    EXPECT_EQ(scratch.read("rights"), standing);
-}
-
-// What happens between adding and removing a right.
-struct Trouble {
-    const char* name;
-    std::function<void()> begin, end;
-    bool changed; // another process has replaced the file meanwhile
-};
-
-void expectRevoked(const std::string& file, const std::vector<Trouble>& troubles)
-{
-    for (const auto& trouble : troubles) {
-        SCOPED_TRACE(trouble.name);
-        tarnix_platform::AddedRights added, others;
-        EXPECT_TRUE(tarnix_platform::addRights("second", {"SeBatchLogonRight"}, added));
-        EXPECT_TRUE(!trouble.changed || tarnix_platform::addRights("third", {"SeOther"}, others));
-        trouble.begin();
-        EXPECT_TRUE(tarnix_platform::removeRights("second", {"SeBatchLogonRight"}, added));
-        trouble.end();
-        EXPECT_FALSE(tarnix_platform::holdsRight("second", "SeBatchLogonRight"));
-        EXPECT_TRUE(tarnix_platform::removeRights("third", {"SeOther"}, others));
-        EXPECT_EQ(Identity::as("third", "id -u").lines, idOfThird);
-        EXPECT_EQ(scratch.read(file), standing);
-    }
-}
-
-TEST_F(Identity, TheRightIsRevokedInTrouble)
-{
-    SKIP_WITHOUT_PROC();
-    std::vector<int> taken;
-    rlimit former{};
-    getrlimit(RLIMIT_NOFILE, &former);
-    const auto takeAll = [&] {
-        const rlimit few = {256, former.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-        for (int fd = 0; (fd = dup(0)) >= 0;)
-            taken.push_back(fd);
-    };
-    const auto giveBack = [&] {
-        for (const int fd : taken)
-            close(fd);
-        setrlimit(RLIMIT_NOFILE, &former);
-    };
-    expectRevoked("rights", {{"no descriptor", takeAll, giveBack, true},
-                             {"no longer root", [] { EXPECT_EQ(seteuid(61001), 0); },
-                              [] { EXPECT_EQ(seteuid(0), 0); }, false}});
-}
-
-// The disk gets full before the right is added, or after that, so that it must still be revoked.
-TEST_F(Identity, TheRightIsRevokedOnAFullDisk)
-{
-    SKIP_WITHOUT_PROC();
-    if (mustSkip(missing))
-        GTEST_SKIP() << missing;
-    const std::string full = scratch.path("full");
-    scratch.makeDirectory("full");
-    ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=16k,mode=700"), 0);
-    scratch.write("full/rights", standing);
-    setRightsFile((full + "/rights").c_str());
-    const auto fill = [&] { std::ofstream(full + "/filler") << std::string(65536, 'f'); };
-    const auto empty = [&] { std::filesystem::remove(full + "/filler"); };
-    expectRevoked("full/rights", {{"full", fill, empty, false}, {"changed", fill, empty, true}});
-    fill();
-    EXPECT_EQ(as("second", "id").record.getCode(), 10);
-    EXPECT_EQ(scratch.read("full/rights"), standing);
-    EXPECT_EQ(scratch.entries("full"), 3); // and the lock
-    EXPECT_EQ(umount(full.c_str()), 0);
-}
-
-// Other processes add and remove the right of the same and of another account. This process forks
+// Another process adds and removes the right of another account. This process forks
 // meanwhile: a forked child keeps a descriptor open, and its lock, when the library closes it.
 TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
 {
@@ -377,7 +282,6 @@ TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
             good += as(user, "id -u").lines == id ? 1 : 0;
         return good;
     };
-    const pid_t same = forkChild([&] { return runsAs("second", idOfSecond) == 100; });
     const pid_t other = forkChild([&] { return runsAs("third", idOfThird) == 100; });
     struct sigaction action = {};
     action.sa_handler = [](int) {}; // without SA_RESTART
@@ -390,35 +294,43 @@ TEST_F(Identity, ConcurrentWritersKeepTheFileIntact)
     ualarm(1000, 1000); // interrupts the waits for the lock
     EXPECT_EQ(runsAs("second", idOfSecond), 100);
     ualarm(0, 0);
-    EXPECT_EQ(waitForChild(same), 0);
     EXPECT_EQ(waitForChild(other), 0);
     forking.join();
     for (const pid_t worker : workers)
         EXPECT_TRUE(kill(worker, SIGKILL) == 0 && waitpid(worker, nullptr, 0) == worker);
 }
 
-// Its user can stall the child, here by a lease on the program. The start must time out before the
-// user lets it go on, which the default limit would wait for.
-TEST_F(Identity, AStartThatTheUserStallsTimesOut)
+// Whatever the environment holds, it takes effect in the command only, which gets all of it.
+TEST_F(Identity, AHostileEnvironment)
 {
-    const std::string program = scratch.path("program");
-    scratch.write("program", "#!/bin/sh\n");
-    chmod(program.c_str(), 0755);
-    const int lease = open(program.c_str(), O_RDONLY | O_CLOEXEC);
-    std::signal(SIGIO, SIG_IGN); // the request to release the lease
-    const std::string refused = fcntl(lease, F_SETLEASE, F_WRLCK) == 0 ? "" : "cannot set a lease";
-    std::thread user([lease] {
-        sleep(4);
-        close(lease);
-    });
-    CCmnExecPipeWindows::setUserStartLimit(1);
-    const Outcome outcome = refused.empty() ? as("holder", program) : Outcome();
-    CCmnExecPipeWindows::setUserStartLimit(0);
-    user.join();
-    if (mustSkip(refused))
-        GTEST_SKIP() << refused;
-    EXPECT_EQ(outcome.record.getDescription(),
-              L"timed out starting the command as the user: Connection timed out");
+    SKIP_WITHOUT_PROC();
+    const std::string bad = scratch.path("bad");
+    scratch.makeDirectory("bad");
+    scratch.write("bad/libc.so.6", "not a library");
+    Lines variables{"", "=", "\x02\xfe=", std::string(131000, 'l')};
+    for (const char* name : {"LD_PRELOAD", "LD_AUDIT", "GCONV_PATH", "LOCPATH", "GLIBC_TUNABLES",
+                             "LC_ALL", "MALLOC_PERTURB_", "TMPDIR", "IFS", "PATH"})
+        variables.push_back(std::string(name) + '=' + bad);
+    const auto readEnvironment = [&] {
+        std::vector<char*> pointers = tarnix_platform::pointersTo(variables);
+        char** const former = std::exchange(environ, pointers.data());
+        Outcome outcome = as("second", "/bin/sed 's/\\x00/\\x01/g' /proc/self/environ");
+        environ = former;
+        return outcome;
+    };
+    int complaints = 0;
+    std::string got, expected;
+    for (const std::string& line : readEnvironment().lines)
+        if (line.rfind("ERROR: ld.so", 0) == 0)
+            ++complaints;
+        else
+            got += line;
+    for (const std::string& variable : variables)
+        expected += variable + '\x01';
+    EXPECT_EQ(complaints, 2); // of the command's own loader, about the first two
+    EXPECT_TRUE(got == expected) << got.size() << " of " << expected.size();
+    variables.push_back("LD_LIBRARY_PATH=" + bad);
+    EXPECT_EQ(readEnvironment().status, 127); // of the command, which has started
 }
 
 // Reversed, so that the test's own copy does not count.

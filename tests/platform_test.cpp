@@ -4,6 +4,7 @@
 #include "pipeend.h"
 #include "platform.h"
 #include "rightsfile.h"
+#include "rightsline.h"
 #include "spawn.h"
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
@@ -73,26 +74,21 @@ struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
     }
 };
 
-// Cut to what the system takes, a path that is too long would name another file.
-TEST_F(Platform, APathThatIsTooLongNamesNoRightsFile)
-{
-    const ScratchDirectory scratch;
-    scratch.write("rights", "holder SeBatchLogonRight\n");
-    std::string path = scratch.path("rights");
-    path.insert(path.rfind('/'), PATH_MAX - 1 - path.size(), '/');
-    setRightsFile(path.c_str());
-    EXPECT_TRUE(holdsRight("holder", "SeBatchLogonRight"));
-    setRightsFile((path + "x").c_str());
-    EXPECT_FALSE(holdsRight("holder", "SeBatchLogonRight"));
-    setRightsFile(nullptr);
-}
+struct Rights : LeakCheck {
+    void SetUp() override
+    {
+        SKIP_WITHOUT_PROC();
+        m_Scratch.write("rights", "holder SeBatchLogonRight\n");
+        setRightsFile(m_File.c_str());
+    }
+    ~Rights() override { setRightsFile(nullptr); }
 
-TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
+    const ScratchDirectory m_Scratch;
+    const std::string m_File = m_Scratch.path("rights");
+};
+
+TEST_F(Rights, ThatOthersMayWriteAreRefused)
 {
-    SKIP_WITHOUT_PROC();
-    const ScratchDirectory scratch;
-    scratch.write("rights", "holder SeBatchLogonRight\n");
-    setRightsFile(scratch.path("rights").c_str());
     const struct {
         mode_t file, directory;
         bool trusted;
@@ -104,9 +100,9 @@ TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(&test - cases);
-        chmod(scratch.path("rights").c_str(), test.file);
-        chmod(scratch.path().c_str(), test.directory);
-        const int given = chown(scratch.path("rights").c_str(), test.owner, getegid());
+        chmod(m_File.c_str(), test.file);
+        chmod(m_Scratch.path().c_str(), test.directory);
+        const int given = chown(m_File.c_str(), test.owner, getegid());
         EXPECT_EQ(given == 0, geteuid() == 0 || test.owner == geteuid());
         EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.trusted);
         SetLastError(0);
@@ -114,57 +110,64 @@ TEST_F(Platform, RightsThatOthersMayWriteAreRefused)
         EXPECT_EQ(addRights("second", {"SeOther"}, added), test.trusted);
         EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
     }
-    EXPECT_EQ(chown(scratch.path("rights").c_str(), geteuid(), getegid()), 0);
-    std::filesystem::create_symlink("rights", scratch.path("link"));
-    const struct {
-        std::string path;
-        DWORD error;
-    } refused[] = {
-        {scratch.path("link"), ELOOP},
-        {std::filesystem::relative(scratch.path("rights")), EINVAL},
+    EXPECT_EQ(chown(m_File.c_str(), geteuid(), getegid()), 0);
+    std::filesystem::create_symlink("rights", m_Scratch.path("link"));
+    // If it were cut to what the system takes, it would name the file.
+    std::string tooLong = m_File + 'x';
+    tooLong.insert(tooLong.rfind('/'), PATH_MAX - tooLong.size(), '/');
+    const std::pair<std::string, DWORD> refused[] = {
+        {m_Scratch.path("link"), ELOOP},
+        {std::filesystem::relative(m_File), EINVAL},
+        {tooLong, ENAMETOOLONG},
     };
-    for (const auto& test : refused) {
-        SCOPED_TRACE(test.path);
-        setRightsFile(test.path.c_str());
+    for (const auto& [path, error] : refused) {
+        SCOPED_TRACE(path);
+        setRightsFile(path.c_str());
         AddedRights added;
-        expectFailure(holdsRight("holder", "SeBatchLogonRight"), test.error);
-        expectFailure(addRights("second", {"SeOther"}, added), test.error);
+        expectFailure(holdsRight("holder", "SeBatchLogonRight"), error);
+        expectFailure(addRights("second", {"SeOther"}, added), error);
     }
-    setRightsFile(nullptr);
 }
 
 // Whoever can open the lock file can hold the lock.
-TEST_F(Platform, TheLockOfRightsIsTheOwnersAlone)
+TEST_F(Rights, TheLockIsTheOwnersAlone)
 {
-    const ScratchDirectory scratch;
-    const std::string lock = scratch.path("rights.lock");
-    scratch.write("rights.lock", "");
+    const std::string lock = m_Scratch.path("rights.lock");
+    m_Scratch.write("rights.lock", "");
     chmod(lock.c_str(), 0644);
-    setRightsFile(scratch.path("rights").c_str());
-    {
-        AddedRights added;
-        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-        EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
-    }
-    const int held = open(lock.c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(flock(held, LOCK_EX), 0);
     AddedRights added;
-    expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
-    close(held);
+    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    {
+        const UniqueFd held = openFile(lock.c_str(), O_RDWR);
+        EXPECT_EQ(flock(held.get(), LOCK_EX), 0);
+        expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
+    }
     if (chown(lock.c_str(), 61001, getegid()) == 0)
         expectFailure(addRights("second", {"SeOther"}, added), EPERM);
-    setRightsFile(nullptr);
 }
 
 // A process adds a right, and removes it when the file is somewhere else, or cannot be written.
-TEST_F(Platform, AddedRightsAreRemovedWhereverTheFileIs)
+TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
 {
-    const ScratchDirectory scratch;
-    rlimit former{};
-    getrlimit(RLIMIT_FSIZE, &former);
-    const rlimit small = {10, former.rlim_max};
+    const uid_t user = geteuid(), other = user == 0 ? 61001 : user;
+    rlimit formerSize{}, formerFiles{};
+    getrlimit(RLIMIT_FSIZE, &formerSize);
+    getrlimit(RLIMIT_NOFILE, &formerFiles);
     const auto move = [&](const char* from, const char* to) {
-        std::filesystem::rename(scratch.path(from), scratch.path(to));
+        std::filesystem::rename(m_Scratch.path(from), m_Scratch.path(to));
+    };
+    const auto limit = [](auto resource, rlim_t value, const rlimit& former) {
+        const rlimit low{value, former.rlim_max};
+        EXPECT_EQ(setrlimit(resource, &low), 0);
+    };
+    const auto takeDescriptors = [&] {
+        {
+            AddedRights others;
+            EXPECT_TRUE(addRights("third", {"SeOther"}, others)); // replaces the file
+        }
+        const int next = openFile("/", O_RDONLY).get();
+        limit(RLIMIT_NOFILE, static_cast<rlim_t>(next), formerFiles);
     };
     const struct {
         const char* name;
@@ -174,104 +177,88 @@ TEST_F(Platform, AddedRightsAreRemovedWhereverTheFileIs)
     } cases[] = {
         {"directory moved", [&] { move("d", "e"); }, true, "e/rights"},
         {"file moved", [&] { move("d/rights", "d/old"); }, true, "d/old"},
-        {"other file", [&] { setRightsFile(scratch.path("other").c_str()); }, true, "d/rights"},
-        {"limit of the file size", [&] { setrlimit(RLIMIT_FSIZE, &small); }, false, "d/rights"},
+        {"other file", [&] { setRightsFile(m_File.c_str()); }, true, "d/rights"},
+        {"file size", [&] { limit(RLIMIT_FSIZE, 10, formerSize); }, false, "d/rights"},
+        {"file replaced, no descriptor", takeDescriptors, true, "d/rights"},
+        {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, true, "d/rights"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
-        scratch.makeDirectory("d");
-        scratch.write("d/rights", "holder SeBatchLogonRight\n");
-        setRightsFile(scratch.path("d/rights").c_str());
+        m_Scratch.makeDirectory("d");
+        m_Scratch.write("d/rights", "holder SeBatchLogonRight\n");
+        setRightsFile(m_Scratch.path("d/rights").c_str());
         AddedRights added;
         EXPECT_TRUE(addRights("second", {"SeOther"}, added));
         test.trouble();
-        SetLastError(0);
         const bool isRemoved = removeRights("second", {"SeOther"}, added);
-        setrlimit(RLIMIT_FSIZE, &former); // a failure is written to a file
+        const DWORD error = GetLastError();
+        EXPECT_EQ(seteuid(user), 0);
+        setrlimit(RLIMIT_FSIZE, &formerSize); // a failure is written to a file
+        setrlimit(RLIMIT_NOFILE, &formerFiles);
         EXPECT_EQ(isRemoved, test.isRemoved);
-        EXPECT_EQ(GetLastError(), test.isRemoved ? 0U : static_cast<DWORD>(EFBIG));
-        setRightsFile(scratch.path(test.file).c_str());
+        EXPECT_TRUE(isRemoved || error == EFBIG) << error;
+        setRightsFile(m_Scratch.path(test.file).c_str());
         EXPECT_EQ(holdsRight("second", "SeOther"), !test.isRemoved);
         EXPECT_TRUE(removeRights("second", {"SeOther"}, added)); // the second attempt
         expectFailure(holdsRight("second", "SeOther"), EACCES);
     }
-    setRightsFile(nullptr);
+}
+
+// A field of a process's status, after its program's name, which has no blank.
+std::string statusField(pid_t process, int number)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string field;
+    for (int i = 0; i < number; ++i)
+        file >> field;
+    return field;
 }
 
 // The rights of lines that processes have added end with the process, and with the program that it
 // runs.
-TEST_F(Platform, MarksOfRights)
+TEST_F(Rights, Marks)
 {
-    const ScratchDirectory scratch;
-    setRightsFile(scratch.path("rights").c_str());
-    // A child that adds a right and then does something else.
-    const auto addedBy = [&](void (*then)()) {
-        std::filesystem::remove(scratch.path("rights"));
-        const pid_t child = forkChild([then] {
-            AddedRights added;
-            const bool good = addRights("second", {"SeOther"}, added);
-            then();
-            return good;
-        });
-        while (scratch.read("rights").empty())
-            Sleep(0);
-        return child;
-    };
-    // A line with only some of its fields, one of which is another.
-    const auto edited = [](const std::string& line, std::size_t fields, std::size_t changed) {
-        std::istringstream from(line);
-        std::string text, field;
-        for (std::size_t i = 0; i < fields && from >> field; ++i) {
-            if (i == changed)
-                field.back() = field.back() == '0' ? '1' : '0';
-            text += (i == 0 ? "" : " ") + field;
-        }
-        return text;
-    };
-    const auto holds = [&](const std::string& line) {
-        scratch.write("rights", line + '\n');
+    std::string own, word, process, start, image, boot;
+    EXPECT_TRUE(markThisProcess(own));
+    std::istringstream(own) >> word >> process >> start >> image >> boot;
+    const std::string rest = ' ' + image + ' ' + boot;
+    const auto holds = [&](pid_t adder, const std::string& end) {
+        m_Scratch.write("rights", "second SeOther #added " + std::to_string(adder) + ' ' +
+                                      statusField(adder, 22) + end + '\n');
         return holdsRight("second", "SeOther");
     };
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-    const std::string own = scratch.read("rights");
-    constexpr std::size_t start = 4, image = 5, boot = 6, all = 7, none = all;
     const struct {
         const char* name;
-        std::size_t fields, changed;
+        std::string end; // of the line, after the start time
         bool own, other; // whether a line of this process grants, and one of another process
     } cases[] = {
-        {"unchanged", all, none, true, true},     {"other start", all, start, false, false},
-        {"other image", all, image, false, true}, {"other boot", all, boot, false, false},
-        {"older form", image, none, false, true}, {"cut", boot, none, false, false},
+        {"unchanged", rest, true, true},
+        {"other start", '1' + rest, false, false},
+        {"other image", ' ' + image + "1 " + boot, false, true},
+        {"other boot", rest + '1', false, false},
+        {"older form", "", false, true},
+        {"cut", ' ' + image, false, false},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
-        EXPECT_EQ(holds(edited(own, test.fields, test.changed)), test.own);
-        const pid_t child = addedBy([] { pause(); });
-        const std::string line = edited(scratch.read("rights"), test.fields, test.changed);
-        EXPECT_EQ(holds(line), test.other);
+        EXPECT_EQ(holds(getpid(), test.end), test.own);
+        const pid_t child = forkChild([] { return pause() == 0; });
+        EXPECT_EQ(holds(child, test.end), test.other);
         kill(child, SIGKILL);
         waitid(P_PID, static_cast<id_t>(child), nullptr, WEXITED | WNOWAIT);
-        EXPECT_FALSE(holds(line)); // it is a zombie
+        EXPECT_FALSE(holds(child, test.end)); // it is a zombie
         waitForChild(child);
     }
     // It goes on after its first thread has ended.
-    const pid_t child = addedBy([] {
+    const pid_t child = forkChild([] {
         std::thread([] { pause(); }).detach();
-        syscall(SYS_exit, 0);
+        return syscall(SYS_exit, 0) == 0;
     });
-    const auto isZombie = [&] {
-        std::ifstream file("/proc/" + std::to_string(child) + "/stat");
-        return std::string(std::istreambuf_iterator<char>(file), {}).find(") Z ") !=
-               std::string::npos;
-    };
-    while (!isZombie())
+    while (statusField(child, 3) != "Z")
         Sleep(0);
-    EXPECT_TRUE(holdsRight("second", "SeOther"));
+    EXPECT_TRUE(holds(child, rest));
     kill(child, SIGKILL);
     waitForChild(child);
-    setRightsFile(nullptr);
 }
 
 TEST_F(Platform, HandlesPipeNamesAndErrorTexts)

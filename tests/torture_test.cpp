@@ -1,13 +1,12 @@
 // Rounds of random faults, for scripts/torture. TARNIX_TORTURE_SECONDS is the time for each test,
 // by default a second; TARNIX_TORTURE_SEED repeats the choices of a former run.
+#include "cmnexecpipewindows.h"
 #include "cmnsystemfiles.h"
 #include "descriptors.h"
 #include "platform.h"
 #include "reaping.h"
 #include "rightsfile.h"
 #include "spawnuser.h"
-#include "support/accounts.h"
-#include "support/command.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
@@ -17,12 +16,10 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <iterator>
 #include <random>
-#include <set>
 
 using namespace tarnix_platform;
 using Runner = tarnix_cmn_4_4::CCmnExecPipeWindows;
@@ -91,11 +88,6 @@ struct Torture : LeakCheck {
     }
     bool goesOn() const { return std::chrono::steady_clock::now() < m_End && !HasFailure(); }
     int below(int limit) { return static_cast<int>(m_Random() % static_cast<unsigned int>(limit)); }
-    template <typename Values>
-    const auto& oneOf(const Values& values)
-    {
-        return values[static_cast<std::size_t>(below(static_cast<int>(std::size(values))))];
-    }
 
     // Any change removes what ended processes have left.
     void expectCleanAfterAChange()
@@ -107,21 +99,22 @@ struct Torture : LeakCheck {
     }
 
     const ScratchDirectory m_Scratch;
-    const unsigned int m_Seconds = number("TARNIX_TORTURE_SECONDS", 1);
     const unsigned int m_Seed = number("TARNIX_TORTURE_SEED", std::random_device()());
     std::mt19937 m_Random{m_Seed};
     const std::chrono::steady_clock::time_point m_End =
-        std::chrono::steady_clock::now() + std::chrono::seconds(m_Seconds);
+        std::chrono::steady_clock::now() +
+        std::chrono::seconds(number("TARNIX_TORTURE_SECONDS", 1));
     int m_Runs = 0, m_Faults = 0;
 };
 
 // System calls of adding or of removing a right fail. Lines of others must stay. A right that
-// counts as removed must be; any other must go with the next attempt, or with the process.
+// counts as removed must be; any other must go with the next attempt.
 TEST_F(Torture, RemovalOfARight)
 {
     const int errors[] = {EIO, ENOSPC, EMFILE, EACCES, EPERM, EROFS, EDQUOT, ENOMEM, EINTR};
     const auto attempt = [&](const auto& work) {
-        g_fault = {1 + below(40), below(2) * below(60), oneOf(errors)};
+        g_fault = {1 + below(40), below(2) * below(60),
+                   errors[below(static_cast<int>(std::size(errors)))]};
         g_isArmed = true;
         SetLastError(0);
         const bool good = work();
@@ -139,17 +132,6 @@ TEST_F(Torture, RemovalOfARight)
                                  : attempt([&] { return addRights("second", batch, added); });
         EXPECT_EQ(holdsRight("second", batch[0]), isAdded);
         EXPECT_TRUE(when != 1 || addRights("third", {"SeOther"}, others));
-        if (below(20) == 0) { // the process ends after the failure
-            const pid_t child = forkChild([&] {
-                AddedRights own;
-                if (!addRights("fourth", batch, own))
-                    return false;
-                const bool isRemoved = attempt([&] { return removeRights("fourth", batch, own); });
-                return !isRemoved || !holdsRight("fourth", batch[0]);
-            });
-            EXPECT_EQ(waitForChild(child), 0);
-            EXPECT_FALSE(holdsRight("fourth", batch[0]));
-        }
         const bool isRemoved = attempt([&] { return removeRights("second", batch, added); });
         EXPECT_FALSE(isRemoved && holdsRight("second", batch[0]));
         EXPECT_TRUE(isRemoved || removeRights("second", batch, added));
@@ -163,35 +145,32 @@ TEST_F(Torture, RemovalOfARight)
 }
 
 // Processes add and remove rights. Meanwhile another process holds the lock, and they are stopped
-// and killed at any moment, also when they hold it themselves. At the end of a long test it is
-// held for longer than the library waits; what that leaves goes with the processes.
+// and killed at any moment, also when they hold it themselves.
 TEST_F(Torture, TheLockIsHeld)
 {
     expectCleanAfterAChange(); // creates the lock
-    for (bool isLast = false; !isLast; ++m_Runs) {
-        isLast = !goesOn();
-        const bool isLong = isLast && m_Seconds >= 10;
-        const auto work = [isLong] {
+    for (; goesOn(); ++m_Runs) {
+        const auto work = [] {
             const std::string account = "worker" + std::to_string(getpid() % 2);
             for (int cycle = 0; cycle < 50; ++cycle) {
                 AddedRights added;
                 if (!addRights(account, batch, added) || !holdsRight(account, batch[0]) ||
                     !removeRights(account, batch, added))
-                    return isLong && GetLastError() == ETIMEDOUT;
+                    return false;
             }
-            return !isLong;
+            return true;
         };
         struct {
             pid_t pid;
             bool isKilled = false;
         } workers[] = {{forkChild(work)}, {forkChild(work)}, {forkChild(work)}, {forkChild(work)}};
-        for (int i = isLong ? 0 : below(8); i >= 0; --i, ++m_Faults) {
+        for (int i = below(8); i >= 0; --i, ++m_Faults) {
             auto& worker = workers[below(4)];
             const UniqueFd lock = openFile(m_Scratch.path("rights.lock").c_str(), O_RDWR);
-            const int way = isLong ? 0 : below(3);
+            const int way = below(3);
             EXPECT_TRUE(way != 0 || flock(lock.get(), LOCK_EX) == 0);
             EXPECT_TRUE(way != 1 || kill(worker.pid, SIGSTOP) == 0);
-            usleep(isLong ? 11000000U : static_cast<useconds_t>(below(30000)));
+            usleep(static_cast<useconds_t>(below(30000)));
             EXPECT_EQ(kill(worker.pid, way == 2 ? SIGKILL : SIGCONT), 0);
             worker.isKilled = worker.isKilled || way == 2;
         }
@@ -213,6 +192,7 @@ pid_t startSilentFileSystem(const std::string& directory)
     if (mount("silent", directory.c_str(), "fuse", MS_NOSUID, options.c_str()) != 0)
         return -1;
     return forkChild([&] {
+        alarm(9); // before the limit of a start that is not set would end
         alignas(fuse_in_header) char request[FUSE_MIN_READ_BUFFER];
         while (readSome(device.get(), request, sizeof request) > 0) {
             const auto& head = reinterpret_cast<const fuse_in_header&>(request);
@@ -248,11 +228,10 @@ TEST_F(Torture, StuckChildren)
         EXPECT_TRUE(openPipe(input, output));
         const int threads = 1 + below(64), inDirectory = below(threads + 1);
         runOnThreads(threads, [&](int i) {
-            ChildPlan plan{{"true"}, silent, {input.get(), output.get(), output.get()}};
-            if (i >= inDirectory)
-                plan = {{silent + '/' + std::to_string(i)},
-                        "/",
-                        {input.get(), output.get(), output.get()}};
+            const bool enters = i < inDirectory;
+            const ChildPlan plan{{enters ? "true" : silent + '/' + std::to_string(i)},
+                                 enters ? silent : "/",
+                                 {input.get(), output.get(), output.get()}};
             Child child;
             EXPECT_FALSE(spawnAsUser(plan, {61002, 61002, {}}, child));
             EXPECT_EQ(GetLastError(), DWORD{ETIMEDOUT});
@@ -269,71 +248,6 @@ TEST_F(Torture, StuckChildren)
         m_Runs += threads, m_Faults += threads;
     } while (goesOn());
     Runner::setUserStartLimit(0);
-}
-
-// Whatever the environment holds, it takes effect in the command only, which gets all of it.
-TEST_F(Torture, HostileEnvironments)
-{
-    if (mustSkip(withoutUsers()))
-        GTEST_SKIP() << withoutUsers();
-    m_Scratch.makeDirectory("pam.d");
-    m_Scratch.write("pam.d/tarnix",
-                    "auth required pam_permit.so\naccount required pam_permit.so\n");
-    m_Scratch.write("passwd", "second:x:61002:61102:::\n");
-    m_Scratch.write("group", "");
-    m_Scratch.makeDirectory("bad");
-    m_Scratch.write("bad/libc.so.6", "not a library");
-    useAccountsIn(m_Scratch.path());
-    const std::string bad = m_Scratch.path("bad");
-    const char* const starts[] = {"LD_PRELOAD=",
-                                  "LD_AUDIT=",
-                                  "LD_LIBRARY_PATH=",
-                                  "GCONV_PATH=",
-                                  "LOCPATH=",
-                                  "GLIBC_TUNABLES=",
-                                  "LC_ALL=",
-                                  "MALLOC_PERTURB_=",
-                                  "TMPDIR=",
-                                  "IFS=",
-                                  "PATH=",
-                                  "=",
-                                  "",
-                                  "\x02\xfe="};
-    char** const former = environ;
-    for (; goesOn(); ++m_Runs) {
-        SCOPED_TRACE("seed " + std::to_string(m_Seed) + ", run " + std::to_string(m_Runs));
-        std::set<std::string> chosen; // the loader takes only one of several of the same name
-        while (below(4) != 0)
-            chosen.insert(oneOf(starts) + bad);
-        std::vector<std::string> variables(chosen.begin(), chosen.end());
-        for (int i = below(2) * below(100); i > 0; --i)
-            variables.push_back(std::string(static_cast<std::size_t>(below(1000)), 'v'));
-        variables.resize(variables.size() + static_cast<std::size_t>(below(3)),
-                         std::string(131000, 'l'));
-        std::shuffle(variables.begin(), variables.end(), m_Random);
-        std::vector<char*> pointers = pointersTo(variables);
-        environ = pointers.data();
-        Runner runner;
-        const Outcome outcome =
-            exec(runner, "/bin/sed 's/\\x00/\\x01/g' /proc/self/environ", 60, "/", "second", "any");
-        environ = former;
-        m_Faults += static_cast<int>(chosen.size());
-        if (chosen.count("LD_LIBRARY_PATH=" + bad) != 0) {
-            EXPECT_EQ(outcome.status, 127); // of the command, which has started
-            continue;
-        }
-        std::size_t complaints = 0;
-        std::string got, expected;
-        for (const std::string& line : outcome.lines)
-            if (line.rfind("ERROR: ld.so", 0) == 0)
-                ++complaints;
-            else
-                got += line;
-        for (const std::string& variable : variables)
-            expected += variable + '\x01';
-        EXPECT_EQ(complaints, chosen.count("LD_PRELOAD=" + bad) + chosen.count("LD_AUDIT=" + bad));
-        EXPECT_TRUE(got == expected) << got.size() << " of " << expected.size();
-    }
 }
 
 } // namespace

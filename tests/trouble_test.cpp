@@ -2,6 +2,7 @@
 // back, and another process on the same files.
 #include "cmnconfiguration.h"
 #include "cmntracelog.h"
+#include "rightsfile.h"
 #include "support/command.h"
 #include "support/fixture.h"
 #include "support/scratchinstallation.h"
@@ -97,21 +98,32 @@ TEST_F(Trouble, AnUnprivilegedUser)
 }
 
 // A trace line is lost while the disk is full, but no later one, even if the file is removed. The
-// old settings survive a failed export.
+// old settings and the old rights survive a failed change. An added right is revoked.
 TEST_F(Trouble, TheDiskIsFull)
 {
+    SKIP_WITHOUT_PROC();
     const std::string full = m_Scratch.path("full");
     m_Scratch.makeDirectory("full");
     const std::string missing = enterNamespaces({});
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
-    ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k"), 0);
+    ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k,mode=755"), 0);
     m_Log.get()->initialize(L"t", m_Scratch.widePath("full").c_str(), L"t.log", 1, false);
     EXPECT_TRUE(save(L"full/t", L"old"));
+    m_Scratch.write("full/rights", "second SeOther\n");
+    setRightsFile((full + "/rights").c_str());
+    tarnix_platform::AddedRights added, refused;
+    EXPECT_TRUE(tarnix_platform::addRights("holder", {"SeOther"}, added));
+    const std::string rights = m_Scratch.read("full/rights");
     std::ofstream(full + "/filler") << std::string(128 * 1024, 'f'); // not all of it
     EXPECT_FALSE(save(L"full/t", std::wstring(8000, L't')));
     EXPECT_EQ(m_Scratch.read("full/t"), "[s]\n\"a\"=\"old\"\n");
-    EXPECT_EQ(m_Scratch.entries("full"), 3); // the filler too
+    EXPECT_FALSE(tarnix_platform::addRights("third", {"SeOther"}, refused));
+    EXPECT_EQ(m_Scratch.read("full/rights"), rights);
+    EXPECT_TRUE(tarnix_platform::removeRights("holder", {"SeOther"}, added));
+    EXPECT_FALSE(tarnix_platform::holdsRight("holder", "SeOther"));
+    setRightsFile(nullptr);
+    EXPECT_EQ(m_Scratch.entries("full"), 5); // the filler and the lock too
     m_Log.get()->trace(1, "lost");
     for (const char* file : {"/filler", "/t.log"})
         std::filesystem::remove(full + file);
