@@ -1,7 +1,6 @@
 // CCmnCommand on a scripted platform: the outcome of each scenario; then each scenario again with
 // each call of the platform and each allocation failing in turn.
 #include "scripted_platform.h"
-#include "support/allocationfault.h"
 #include "support/command.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +14,6 @@ using End = SCmnCommandOutcome::End;
 using Environment = CCmnCommand::Environment;
 using Streams = CCmnCommand::Streams;
 
-constexpr char allocation[] = "allocation"; // counts as an operation
 constexpr long late = tarnix_platform::WAIT_TIMEOUT, pending = Script::pending;
 
 const struct Scenario {
@@ -85,28 +83,18 @@ const struct {
 };
 
 // Runs a scenario in which an operation fails, and destroys the command.
-SCmnCommandOutcome runFaulty(const Scenario& scenario, const std::string& operation = "",
-                             std::size_t call = 1, bool laterToo = false)
+SCmnCommandOutcome runFaulty(const Scenario& scenario, const Fault& fault = {})
 {
-    script = scenario.script;
-    script.operation = operation;
-    script.call = call;
-    script.laterToo = laterToo;
-    script.anyTimeout = true;
     SCmnCommandOutcome got;
-    bool thrown = false;
-    try {
-        const AllocationFault fault(operation == allocation ? call : 0, laterToo);
+    const bool thrown = endsWithoutMemory(scenario.script, fault, [&] {
+        script.anyTimeout = true;
         CCmnCommand command({"a command", "with a word or two"});
         scenario.configure(command);
         got = command.run();
-    } catch (const std::bad_alloc&) {
-        thrown = true;
-    }
-    EXPECT_TRUE(script.open.empty() && !script.childRuns);
+    });
     EXPECT_TRUE(!script.entitled || !script.calls["LsaRemoveAccountRights"].empty());
-    script.calls[allocation].resize(AllocationFault::requests);
     const auto* row = std::begin(endsOf);
+    const std::string operation(fault.operation);
     while (!row->operations.empty() && row->operations.count(operation) == 0)
         ++row;
     EXPECT_TRUE(thrown ? operation == allocation
@@ -131,21 +119,11 @@ void expectGood(const Scenario& scenario)
 
 TEST(CommandFaults, EveryCallAndEveryAllocationOfEveryScenario)
 {
-    int injected = 0;
     for (const Scenario& scenario : scenarios) {
         SCOPED_TRACE(scenario.name);
-        expectGood(scenario);
-        const auto calls = script.calls;
-        for (const auto& [operation, details] : calls)
-            for (std::size_t i = 2; i < 2 * (details.size() + 1); ++i, ++injected) {
-                SCOPED_TRACE(operation + std::to_string(i / 2) + (i % 2 != 0 ? " and on" : ""));
-                const int blocks = AllocationFault::liveBlocks;
-                runFaulty(scenario, operation, i / 2, i % 2 != 0);
-                expectGood(scenario); // the next run
-                EXPECT_EQ(AllocationFault::liveBlocks, blocks);
-            }
+        failEach([&] { expectGood(scenario); },
+                 [&](const Fault& fault) { runFaulty(scenario, fault); });
     }
-    std::printf("faults injected: %d\n", injected);
 }
 
 } // namespace

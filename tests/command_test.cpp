@@ -75,8 +75,6 @@ TEST_F(Command, EndsAndRefusedStarts)
         {"program", CCmnCommand({"/no"}), refused + "cannot start program '/no'" + missing},
         {"no arguments", CCmnCommand(Lines{}), refused + "command is empty" + invalid},
         {"quote", CCmnCommand::fromText("'a"), refused + "unterminated quote in command" + invalid},
-        {"no directory", is().setDirectory("/no"),
-         refused + "cannot enter directory '/no'" + missing},
         {"0", CCmnCommand({"a", zero}), refused + "an argument contains a 0 byte"},
         {"0 in directory", is().setDirectory(zero),
          refused + "the working directory contains a 0 byte"},
@@ -97,7 +95,7 @@ TEST_F(Command, InputAndEnvironment)
     setenv("TARNIX_A", "1", 1);
     setenv("TARNIX_B", "2", 1);
     const int file = open("/proc/sys/kernel/ostype", O_RDONLY | O_CLOEXEC);
-    const std::string large(300000, 'x'), echo = "echo $TARNIX_A-$TARNIX_B-$C";
+    const std::string large = repeated("abcdefg", 300000), echo = "echo $TARNIX_A-$TARNIX_B-$C";
     const auto cat = [] { return CCmnCommand({"cat"}); };
     const auto env = [](const char* program) {
         return CCmnCommand({program}).setEnvironment(Environment::empty);
@@ -106,7 +104,7 @@ TEST_F(Command, InputAndEnvironment)
         {"no input", cat(), ""},
         {"empty input", cat().setInput(""), ""},
         {"1 byte", cat().setInput("\n"), "|"},
-        {"larger than the pipe", CCmnCommand({"wc", "-c"}).setInput(large), "|300000"},
+        {"larger than the pipe", cat().setInput(large), "|" + large},
         {"not read", CCmnCommand({"true"}).setInput(large), ""},
         {"closed", shell("exec <&-; sleep 0.1; echo a").setInput(large), "|a"},
         {"from a descriptor", cat().setInputDescriptor(file), "|Linux"},
@@ -149,8 +147,6 @@ TEST_F(Command, OutputAndItsLimits)
          caller + "(status 0)|enough"},
         {"all bytes", three().setByteLimit(6), "|ab||cd"},
         {"more bytes", three(sleep).setByteLimit(5), stopped + "|ab||c"},
-        {"more bytes, kept", three(sleep).setByteLimit(5).setKeepBytes(true),
-         stopped + " bytes: ab\n\nc"},
         {"all lines", three().setLineLimit(3), "|ab||cd"},
         {"more lines", three(sleep).setLineLimit(2), stopped + "|ab|"},
     });
@@ -158,6 +154,10 @@ TEST_F(Command, OutputAndItsLimits)
         shell("printf a; printf b >&2").setStreams(Streams::apart).setLineLimit(1).run();
     EXPECT_EQ(one.lines.size() + one.errorLines.size(), 1U);
     EXPECT_EQ(one.reason, Reason::outputLimit);
+    const SCmnCommandOutcome endless =
+        shell("exec yes").setByteLimit(1 << 20).setKeepBytes(true).run();
+    EXPECT_EQ(endless.reason, Reason::outputLimit);
+    EXPECT_TRUE(endless.bytes == repeated("y\n", 1 << 19));
 }
 
 TEST_F(Command, Stops)
@@ -182,8 +182,6 @@ TEST_F(Command, Stops)
          shell("exec yes").setTimeLimit(20ms).setByteCallback([](auto, auto) { return true; }),
          time},
         {"no limit", shell("echo a").setTimeLimit(forever).setSilenceLimit(forever), "|a"},
-        {"ignored", ready("trap '' INT TERM; ").setStopStages({{SIGINT, 5ms}, {SIGTERM, 5ms}}),
-         killed},
         {"second stage",
          ready("trap '' INT; trap 'exit 5' USR1; ")
              .setStopStages({{SIGINT, 5ms}, {SIGUSR1, forever}}),
@@ -277,49 +275,15 @@ TEST_F(Command, UsageAndCore)
     EXPECT_GT(used.systemTime.count(), 0);
     EXPECT_EQ(CCmnCommand({"true"}).run().peakMemory, 0U); // this process has more
     const ScratchDirectory scratch;
-    const std::string script = "ulimit -c unlimited; kill -ABRT $$";
+    const std::string script = "cd " + scratch.path() + "; ulimit -c unlimited; kill -ABRT $$";
     const pid_t child = forkChild([&] { // the same without the class
-        return chdir(scratch.path().c_str()) == 0 &&
-               execl("/bin/sh", "sh", "-c", script.c_str(), nullptr) == 0;
+        return execl("/bin/sh", "sh", "-c", script.c_str(), nullptr) == 0;
     });
     const bool dumps = WCOREDUMP(waitForChild(child)); // before the run, which uses the same file
-    const SCmnCommandOutcome outcome = shell(script).setDirectory(scratch.path()).run();
-    EXPECT_EQ(outcome.signal, SIGABRT);
-    EXPECT_EQ(outcome.coreDumped, dumps);
+    EXPECT_EQ(shell(script).run().coreDumped, dumps);
     std::signal(SIGCHLD, SIG_IGN); // then the system keeps no status
     EXPECT_EQ(textOf(shell("echo a").run()), "ended with unknown status: No child processes|a");
     std::signal(SIGCHLD, SIG_DFL);
-}
-
-std::size_t peakOfThisProcess() // in KiB
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (word != "VmHWM:" && status >> word)
-        continue;
-    std::size_t peak = 0;
-    status >> peak;
-    return peak;
-}
-
-TEST_F(Command, MuchOutput)
-{
-    std::ofstream("/proc/self/clear_refs") << 5 << std::flush; // the peak starts again
-    const std::size_t before = peakOfThisProcess();
-    CCmnCommand endless({"head", "-c", "10G", "/dev/zero"});
-    endless.setByteLimit(1 << 20).setKeepBytes(true);
-    const SCmnCommandOutcome outcome = endless.run();
-    EXPECT_EQ(outcome.end, End::stopped);
-    EXPECT_EQ(outcome.reason, Reason::outputLimit);
-    EXPECT_EQ(outcome.bytes, std::string(1 << 20, '\0'));
-    EXPECT_LT(peakOfThisProcess() - before, 32768U); // with room for a sanitizer's own memory
-
-    std::string input(100 << 20, '\0');
-    std::mt19937 random(1);
-    for (std::size_t at = 0; at < input.size(); at += 1000)
-        input[at] = static_cast<char>(random());
-    const SCmnCommandOutcome copied = CCmnCommand({"cat"}).setInput(input).setKeepBytes(true).run();
-    EXPECT_TRUE(copied.ok() && copied.bytes == input);
 }
 
 // Both classes get the same of random commands, in lines that Exec does not cut.
@@ -353,14 +317,10 @@ TEST_F(Command, SameAsExec)
 
 TEST_F(Command, ParallelRuns)
 {
-    const CCmnCommand shared({"ls", "/proc/self/fd"});
-    runOnThreads(16, [&shared](int thread) {
-        for (int i = 0; i < 32; ++i) {
-            EXPECT_EQ(shared.run().lines, (Lines{"0", "1", "2", "3"}));
-            const std::string word = std::to_string(100 * thread + i);
-            CCmnCommand own({"cat"});
-            EXPECT_EQ(own.setInput(word).setTimeLimit(forever).run().lines, Lines{word});
-        }
+    const CCmnCommand shared = shell("cat; ls /proc/self/fd").setInput("in\n");
+    runOnThreads(16, [&shared](int) {
+        for (int i = 0; i < 32; ++i)
+            EXPECT_EQ(shared.run().lines, (Lines{"in", "0", "1", "2", "3"}));
     });
 }
 

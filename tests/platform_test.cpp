@@ -399,19 +399,34 @@ TEST_F(Platform, OutputComesBeforeTheEnd)
     EXPECT_LE(bytes, 65536); // the capacity of a pipe
 }
 
-// A traced child that has ended cannot be reaped until its tracer detaches. Its output has no end
-// of file: another process has it open.
+// A process that traces another one, which then cannot be reaped when it has ended.
+struct Tracer {
+    explicit Tracer(DWORD traced)
+    {
+        pid = forkChild([traced] {
+            return ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0;
+        });
+        waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WSTOPPED | WNOWAIT);
+    }
+    // Returns why it could not trace.
+    std::string stop() const
+    {
+        kill(pid, SIGKILL);
+        return waitForChild(pid) == SIGKILL ? "" : "this user cannot trace processes";
+    }
+    pid_t pid;
+};
+
+// The output of the child has no end of file: another process has it open.
 TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
 {
     Started child("sh -c 'sleep 4 & sleep 1'");
-    const pid_t tracer = forkChild([&child] {
-        return ptrace(PTRACE_SEIZE, child.pid, nullptr, nullptr) == 0 && sleep(3) == 0;
-    });
+    const Tracer tracer(child.pid);
     const HANDLE both[] = {child.process, child.read.hEvent};
     EXPECT_FALSE(child.readFrom(child.client));
     const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 2000, false);
-    if (mustSkip(waitForChild(tracer) == 0 ? "" : "this user cannot trace processes"))
-        GTEST_SKIP() << "this user cannot trace processes";
+    if (const std::string missing = tracer.stop(); mustSkip(missing))
+        GTEST_SKIP() << missing;
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }
 
@@ -424,21 +439,12 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     Child child;
     std::optional<ChildGuard> guard(child);
     ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
-    const pid_t traced = child.pid,
-                tracer = forkChild([&] {
-                    const char seized =
-                        ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 ? 's' : '-';
-                    return writeAll(writer.get(), &seized, 1) && sleep(60) == 0;
-                });
-    char seized = 0;
-    EXPECT_EQ(readSome(reader.get(), &seized, 1), 1);
+    const Tracer tracer(child.pid);
     guard.reset();
-    EXPECT_EQ(waitpid(tracer, nullptr, WNOHANG), 0); // the tracer still holds the child
-    EXPECT_EQ(kill(tracer, SIGKILL), 0);
-    EXPECT_EQ(waitForChild(tracer), SIGKILL);
+    const std::string missing = tracer.stop();
     EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
-    if (mustSkip(seized == 's' ? "" : "this user cannot trace processes"))
-        GTEST_SKIP() << "this user cannot trace processes";
+    if (mustSkip(missing))
+        GTEST_SKIP() << missing;
 }
 
 // With this limit the system refuses to wait for any descriptor.

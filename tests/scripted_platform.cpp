@@ -10,6 +10,39 @@
 
 Script script;
 
+bool endsWithoutMemory(const Script& made, const Fault& fault, const std::function<void()>& run)
+{
+    script = made;
+    script.fault = fault;
+    bool thrown = false;
+    try {
+        const bool isDue = fault.operation == allocation;
+        const AllocationFault failing(isDue ? fault.call : 0, fault.laterToo);
+        run();
+    } catch (const std::bad_alloc&) {
+        thrown = true;
+    }
+    EXPECT_TRUE(script.open.empty() && !script.childRuns);
+    script.calls[allocation].resize(AllocationFault::requests);
+    return thrown;
+}
+
+void failEach(const std::function<void()>& expectGood, const std::function<void(const Fault&)>& run)
+{
+    expectGood();
+    int injected = 0;
+    const auto calls = script.calls;
+    for (const auto& [operation, details] : calls)
+        for (std::size_t i = 2; i < 2 * (details.size() + 1); ++i, ++injected) {
+            SCOPED_TRACE(operation + std::to_string(i / 2) + (i % 2 != 0 ? " and on" : ""));
+            const int blocks = AllocationFault::liveBlocks;
+            run({operation, i / 2, i % 2 != 0});
+            expectGood(); // the next run
+            EXPECT_EQ(AllocationFault::liveBlocks, blocks);
+        }
+    std::printf("faults injected: %d\n", injected);
+}
+
 namespace tarnix_platform
 {
 
@@ -26,8 +59,9 @@ bool works(const char* operation, long detail = 0)
     const AllocationFaultPause pause;
     Details& calls = script.calls[operation];
     calls.push_back(detail);
-    const bool isDue = script.laterToo ? calls.size() >= script.call : calls.size() == script.call;
-    const bool fails = isDue && script.operation == operation;
+    const auto& [failing, call, laterToo] = script.fault;
+    const bool isDue = laterToo ? calls.size() >= call : calls.size() == call;
+    const bool fails = isDue && failing == operation;
     script.lastError = fails ? error : script.lastError;
     return !fails;
 }
@@ -52,17 +86,6 @@ long next(Details& values, long otherwise)
     const long value = values.front();
     values.erase(values.begin());
     return value;
-}
-
-// Puts the bytes that follow in the script where takeLine finds them.
-void readAhead(HANDLE file)
-{
-    static ReadAhead block;
-    block.at = block.end = 0;
-    while (script.ahead && !script.reads.empty() && script.reads.front() >= 0)
-        block.bytes[block.end++] = static_cast<unsigned char>(next(script.reads, 0));
-    fastSlot(file).owner = file;
-    fastSlot(file).ahead = &block;
 }
 
 BOOL start(const char* how, PROCESS_INFORMATION* information)
@@ -145,14 +168,12 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD
 {
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED*)
+BOOL ReadFile(HANDLE file, void* buffer, DWORD, DWORD* count, OVERLAPPED*)
 {
     const bool good = works(__func__);
     const AllocationFaultPause pause;
     const long result = good ? next(script.reads, Script::broken) : Script::failed;
     script.begun[file] = {static_cast<char*>(buffer), result};
-    if (result >= 0 && size == 1)
-        readAhead(file);
     return passOn(result, static_cast<char*>(buffer), count);
 }
 BOOL WriteFile(HANDLE file, const void*, DWORD, DWORD* count, OVERLAPPED*)

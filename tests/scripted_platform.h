@@ -5,12 +5,23 @@
 
 #include "platform.h"
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 using Details = std::vector<long>;
+
+// The call, counted from 1, of an operation that fails with error 13; with `laterToo` all later
+// calls fail too. An allocation counts as an operation.
+struct Fault {
+    std::string_view operation{};
+    std::size_t call = 1;
+    bool laterToo = false;
+};
+
+inline constexpr char allocation[] = "allocation";
 
 struct Script {
     // The result of a read: a byte, or one of these negated error codes. A pending read takes the
@@ -23,17 +34,12 @@ struct Script {
     Details endWaits{};  // for its end only; after the last one: ended
     long test = tarnix_platform::WAIT_TIMEOUT; // of a wait for its end with timeout 0
     tarnix_platform::DWORD exitStatus = 0;
-    bool entitled = false; // the account has the right to log on as a batch job
-    bool busy = false;     // another runner holds the lock of added rights
-    bool ahead = false; // a read also fetches the bytes that follow, up to the next other outcome
-    Details writes{};   // after the last one: done
+    bool entitled = false;   // the account has the right to log on as a batch job
+    bool busy = false;       // another runner holds the lock of added rights
+    Details writes{};        // after the last one: done
     bool anyTimeout = false; // waits for several handles have any timeout, not 7 seconds
 
-    // The call, counted from 1, of an operation that fails with error 13; with `laterToo` all later
-    // calls fail too.
-    std::string_view operation{};
-    std::size_t call = 1;
-    bool laterToo = false;
+    Fault fault{};
 
     // What the run did.
     std::map<std::string, Details> calls{}; // the signal or status of each, if it has one
@@ -46,5 +52,14 @@ struct Script {
 };
 
 extern Script script;
+
+// Makes the script that of a run with a fault, calls `run`, and expects that nothing is left of it.
+// Returns whether it ended for want of memory.
+bool endsWithoutMemory(const Script& made, const Fault& fault, const std::function<void()>& run);
+
+// Calls `expectGood`, and then `run` with each operation of that run failing in turn, at each call,
+// alone or with all later ones. Between them `expectGood` still has to hold.
+void failEach(const std::function<void()>& expectGood,
+              const std::function<void(const Fault&)>& run);
 
 #endif
