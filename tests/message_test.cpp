@@ -99,7 +99,9 @@ TEST(Message, Deserializes)
     const std::pair<std::string, const char*> cases[] = {
         {five, "old 7 1 {1}"},
         {"<SERIALIZED_MESSAGE>" + five, "old 7 5 {1}"},
-        {"<SERIALIZED_MESSAGE MSGID=a b SEVERITY=5>", "a 7 {0} {1}"},
+        // A number has at most 512 characters.
+        {"<SERIALIZED_MESSAGE><ARGVALUE INDEX=" + std::string(513, '0') + " TYPE=2>5<",
+         "old 7 {0} {1}"},
         {"<SERIALIZED_MESSAGE>" + repeated(five + "/ARGVALUE>", 1'000'000), "old 7 5 5"},
         {"<SERIALIZED_MESSAGE>" + repeated("<ARGVALUE INDEX=0 TYPE=2", 1'000'000), "old 7 {0} {1}"},
         {repeated("<SERIALIZED_MESSAG", 1'000'000), "old 7 1 {1}"}};
@@ -111,8 +113,9 @@ TEST(Message, Deserializes)
     }
 }
 
-// Braces that nest too deep for ICU's stack come back unchanged, and so do patterns that are
-// already text; but the result never refers to the caller's text.
+// How deep braces nest is compared with ICU by the fuzzer. Braces that nest too deep for ICU's
+// stack come back unchanged, and so do patterns that are already text; but the result never refers
+// to the caller's text.
 TEST(Message, FormatsWithinLimits)
 {
     const auto nested = [](const std::string& open, int times, const std::string& close) {
@@ -124,10 +127,7 @@ TEST(Message, FormatsWithinLimits)
         {nested("{0,plural,other{", 16, "}}"), "x"},
         {nested("{0,plural,other{", 17, "}}"), ""},
         {nested("{0,choice,0#", 100'000, "}"), ""},
-        // Where an apostrophe quotes braces depends on the argument.
-        {"{0,number,0'a'}" + nested("{0,plural,other{", 17, "}}"), ""},
-        {"{0, PLURAL ,other{" + nested("'#{' ", 40, "'}' ") + "}}", nested("#{ ", 40, "} ")},
-        {"{0,choice,0#" + nested("'|{' ", 40, "") + "}", nested("|{ ", 40, "")}};
+    };
     CCmnIcuMessage message = makeMessage({1});
     for (const auto& [pattern, text] : cases) {
         tstr borrowed = CCmnStringTool::str2tstr(pattern);

@@ -120,11 +120,8 @@ TEST(StringTool, PrintsAndReadsNumbersAndHex)
     EXPECT_EQ(Tool::int2wstr(INT_MIN) + Tool::uint2wstr(UINT_MAX), L"-21474836484294967295");
     EXPECT_EQ(Tool::int2str(INT64_MIN) + Tool::uint2str(UINT64_MAX),
               "-922337203685477580818446744073709551615");
-    EXPECT_EQ(Tool::int2wstr(INT64_MIN) + Tool::uint2wstr(UINT64_MAX),
-              L"-922337203685477580818446744073709551615");
     EXPECT_EQ(Tool::int2str(-1LL) + Tool::uint2str(2ULL) + Tool::int2str(-3L), "-12-3");
     EXPECT_EQ(Tool::double2str(-12345678.0) + Tool::double2str(0.1), "-1.23457e+070.1");
-    EXPECT_EQ(Tool::bool2str(true) + Tool::bool2str(false), "truefalse");
 
     int number = 0;
     unsigned int natural = 0;
@@ -153,7 +150,6 @@ TEST(StringTool, PrintsAndReadsNumbersAndHex)
 
 TEST(StringTool, TokensLinesAndCase)
 {
-    EXPECT_EQ(Tool::tokenize(",,a,,b\0c;,"s, ",;"), std::vector<std::string>({"a", "b"}));
     EXPECT_TRUE(Tool::isIpAddress("999.0.0.00001") && Tool::isIpAddress(".1..2.3.4."));
     for (const char* other : {"", "1.2.3", "1.2.3.4.5", "1.2.3.-4", "1.2.3.\xB2"})
         EXPECT_FALSE(Tool::isIpAddress(other)) << other;
@@ -169,7 +165,6 @@ TEST(StringTool, TokensLinesAndCase)
     EXPECT_EQ(find("x ", 0, true) + find("y \t", 0, true), "0 3|-1 4|");
     EXPECT_EQ(find("", 1, true) + find("x", 9, true) + find(nullptr, 0, true), "0 1|-1 9|-1 4|");
 
-    EXPECT_TRUE(Tool::CompareNoCase("Host-1\0B"s, "hOST-1\0b"s));
     EXPECT_TRUE(Tool::CompareNoCase(L"H-1\0B"s, L"h-1\0b"s) && !Tool::CompareNoCase(L"@[", L"`{"));
     EXPECT_FALSE(Tool::CompareNoCase("@[ab", "`{ab") || Tool::CompareNoCase("@[ab", "@[abc"));
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
