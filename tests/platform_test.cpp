@@ -1,7 +1,6 @@
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
 #include "descriptors.h"
-#include "pipeend.h"
 #include "platform.h"
 #include "rightsfile.h"
 #include "rightsline.h"
@@ -338,33 +337,29 @@ TEST_F(Platform, TheOutputOfAGrandchildThatNeverStopsWritingIsCut)
     EXPECT_LE(bytes, 65536); // the capacity of a pipe
 }
 
-// A process that traces another one, which then cannot be reaped when it has ended.
-struct Tracer {
-    explicit Tracer(DWORD traced)
-    {
-        pid = forkChild([traced] {
-            return ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0;
-        });
-        waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WSTOPPED | WNOWAIT);
-    }
-    // Returns why it could not trace.
-    std::string stop() const
-    {
-        kill(pid, SIGKILL);
-        return waitForChild(pid) == SIGKILL ? "" : "this user cannot trace processes";
-    }
-    pid_t pid;
-};
+// Calls `work` while another process traces this child, which then cannot be reaped when it has
+// ended. Returns why that is not possible.
+std::string whileTraced(DWORD child, const std::function<void()>& work)
+{
+    const pid_t tracer = forkChild([child] {
+        return ptrace(PTRACE_SEIZE, child, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0;
+    });
+    waitid(P_PID, static_cast<id_t>(tracer), nullptr, WEXITED | WSTOPPED | WNOWAIT);
+    work();
+    kill(tracer, SIGKILL);
+    return waitForChild(tracer) == SIGKILL ? "" : "this user cannot trace processes";
+}
 
 // The output of the child has no end of file: another process has it open.
 TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
 {
     Started child("sh -c 'sleep 4 & sleep 1'");
-    const Tracer tracer(child.pid);
     const HANDLE both[] = {child.process, child.read.hEvent};
     EXPECT_FALSE(child.readFrom(child.client));
-    const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 2000, false);
-    if (const std::string missing = tracer.stop(); mustSkip(missing))
+    DWORD woken = WAIT_FAILED;
+    const std::string missing = whileTraced(
+        child.pid, [&] { woken = WaitForMultipleObjectsEx(2, both, false, 2000, false); });
+    if (mustSkip(missing))
         GTEST_SKIP() << missing;
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }
@@ -378,9 +373,7 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     Child child;
     std::optional<ChildGuard> guard(child);
     ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
-    const Tracer tracer(child.pid);
-    guard.reset();
-    const std::string missing = tracer.stop();
+    const std::string missing = whileTraced(child.pid, [&] { guard.reset(); });
     EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
