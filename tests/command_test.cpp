@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <csignal>
 #include <random>
 

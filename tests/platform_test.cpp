@@ -17,7 +17,6 @@
 
 #include <climits>
 #include <csignal>
-#include <optional>
 #include <thread>
 
 using namespace tarnix_platform;
@@ -371,9 +370,8 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     UniqueFd reader, writer;
     ASSERT_TRUE(openPipe(reader, writer));
     Child child;
-    std::optional<ChildGuard> guard(child);
     ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
-    const std::string missing = whileTraced(child.pid, [&] { guard.reset(); });
+    const std::string missing = whileTraced(child.pid, [&] { const ChildGuard guard(child); });
     EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
