@@ -371,7 +371,8 @@ TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
     ASSERT_TRUE(openPipe(reader, writer));
     Child child;
     ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
-    const std::string missing = whileTraced(child.pid, [&] { const ChildGuard guard(child); });
+    const std::string missing =
+        whileTraced(static_cast<DWORD>(child.pid), [&] { const ChildGuard guard(child); });
     EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
