@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <csignal>
@@ -76,6 +77,7 @@ TEST_F(Command, EndsAndRefusedStarts)
         {"0", CCmnCommand({"a", zero}), refused + "an argument contains a 0 byte"},
         {"0 in directory", is().setDirectory(zero),
          refused + "the working directory contains a 0 byte"},
+        {"user without a name", is().setUser("", "a"), refused + "the user has no name"},
         {"0 in password", is().setUser("a", zero),
          refused + "the user or the password contains a 0 byte"},
         {"variable", is().setVariable("a=b", ""), variable},
@@ -114,6 +116,14 @@ TEST_F(Command, InputAndEnvironment)
          "not started: cannot start program 'env': No such file or directory"},
     });
     close(file);
+    // The caller gets no SIGPIPE, also not later if it blocks the signal itself.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    EXPECT_TRUE(CCmnCommand({"true"}).setInput(large).run().ok());
+    sigpending(&signals);
+    EXPECT_EQ(sigismember(&signals, SIGPIPE), 0);
 }
 
 TEST_F(Command, OutputAndItsLimits)
@@ -175,6 +185,14 @@ TEST_F(Command, Stops)
         {"time while it prints",
          shell("exec yes").setTimeLimit(20ms).setByteCallback([](auto, auto) { return true; }),
          time},
+        {"background that prints",
+         shell("yes & sleep 0.05").setByteCallback([](auto, auto) { return usleep(1000) == 0; }),
+         ""},
+        {"suspended",
+         shell("trap 'exit 7' USR1; kill -STOP $$")
+             .setTimeLimit(50ms)
+             .setStopStages({{SIGUSR1, forever}}),
+         "stopped after its time limit (status 7)"},
         {"no limit", shell("echo a").setTimeLimit(forever).setSilenceLimit(forever), "|a"},
         {"second stage",
          ready("trap '' INT; trap 'exit 5' USR1; ")
@@ -220,6 +238,15 @@ TEST_F(Command, StopFromAnywhere)
     passed.clear();
     EXPECT_EQ(textOf(command.run()), "stopped by its caller (signal 9)");
     EXPECT_EQ(passed, (Lines{"a", "bye"}));
+    // After a kill the rest of what was read is not passed on.
+    command = shell("printf 'a\\nb\\n'; exec sleep 99");
+    command.setLineCallback([&](auto text, auto stream) {
+        command.kill();
+        return keep(text, stream);
+    });
+    passed.clear();
+    EXPECT_EQ(textOf(command.run()), "stopped by its caller (signal 9)");
+    EXPECT_EQ(passed, Lines{"a"});
 }
 
 // What a command leaves running: orphans become children of this process.
@@ -227,13 +254,16 @@ TEST_F(Command, Grandchildren)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     enum { goOn, stop, fail };
-    const std::pair<const char*, int> rows[] = {
-        {"", goOn}, {"; exec sleep 99", stop}, {"", stop}, {"; exec sleep 99", fail}};
+    const std::pair<const char*, int> rows[] = {{"echo $!", goOn},
+                                                {"echo $!; exec sleep 99", stop},
+                                                {"echo $!", stop},
+                                                {"echo $!; exec sleep 99", fail},
+                                                {"printf $!", fail}};
     // Again and again: with the second stop, the end of the command and its line come in any order.
     for (int run = 0; run < 40; ++run) {
-        const auto& [end, action] = rows[run % 4];
+        const auto& [end, action] = rows[run % std::size(rows)];
         pid_t orphan = 0;
-        CCmnCommand command = shell(std::string("sleep 99 & echo $!") + end);
+        CCmnCommand command = shell(std::string("sleep 99 & ") + end);
         command.setLineCallback([&orphan, act = action](std::string_view line, Stream) {
             orphan = std::stoi(std::string(line));
             return act != fail ? act == goOn : throw std::runtime_error("");
@@ -286,6 +316,21 @@ Lines execLines(std::string_view output)
         lines.push_back(line.c_str()); // up to a 0 byte
     }
     return lines;
+}
+
+TEST_F(Command, MuchOutputTakesNoMemory)
+{
+    const auto peak = [] {
+        rusage used{};
+        getrusage(RUSAGE_SELF, &used);
+        return used.ru_maxrss;
+    };
+    const long before = peak();
+    CCmnCommand endless({"head", "-c", "10G", "/dev/zero"});
+    const SCmnCommandOutcome outcome = endless.setByteLimit(1 << 20).setKeepBytes(true).run();
+    EXPECT_EQ(outcome.reason, Reason::outputLimit);
+    EXPECT_EQ(outcome.bytes, std::string(1 << 20, '\0'));
+    EXPECT_LT(peak() - before, 32768) << "KiB"; // with room for a sanitizer's own memory
 }
 
 // Both classes get the same of random commands: as bytes, or in lines that Exec does not cut.

@@ -363,6 +363,30 @@ TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
     EXPECT_EQ(woken, WAIT_TIMEOUT);
 }
 
+// With this limit the system refuses to wait for any descriptor.
+TEST_F(Platform, AWaitThatTheSystemRefusesFails)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer needs a descriptor to check the type of an object";
+#endif
+    Started child("sleep 600");
+    EXPECT_FALSE(child.readFrom(child.client));
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    const HANDLE both[] = {child.process, child.read.hEvent};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const DWORD woken = WaitForMultipleObjectsEx(2, both, false, 1000, false);
+    const DWORD error = GetLastError();
+    const BOOL result = child.result();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(woken, WAIT_FAILED);
+    EXPECT_EQ(error, DWORD{EINVAL});
+    expectFailure(result, EINVAL);
+    expectFailure(child.readFrom(child.client), ERROR_IO_PENDING); // the refused one was cancelled
+    EXPECT_TRUE(TerminateProcess(child.process, 1067));
+}
+
 // A killed child may take long to end. Here a tracer delays its reaping; the child of another user
 // can also be blocked in a file system of that user.
 TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
