@@ -7,6 +7,8 @@
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
+#include <algorithm>
+
 using namespace tarnix_cmn_4_4;
 
 static std::string shown(const CCmnHostInfo& host)
@@ -34,8 +36,12 @@ TEST(Network, AnswersWithoutALookup)
     EXPECT_EQ(3, CCmnNetwork::getHostbyName("", out));
     for (const char* name : {"", "3com.test", static_cast<const char*>(nullptr)})
         EXPECT_EQ(3, CCmnNetwork::getFQDN(name, out));
-    EXPECT_EQ(3, CCmnNetwork::getHostbyAddr("www", out));
-    EXPECT_EQ("www", out);
+    // inet_addr would accept those with a blank.
+    for (const std::string text : {"www", "10.0.0.1 www", "10.0.0.1\n"}) {
+        EXPECT_EQ(3, CCmnNetwork::getHostbyName(text.c_str(), out)) << text;
+        EXPECT_EQ(3, CCmnNetwork::getHostbyAddr(text.c_str(), out)) << text;
+        EXPECT_EQ(text, out);
+    }
 }
 
 TEST(Network, LooksUpInTheHostsFile)
@@ -43,7 +49,8 @@ TEST(Network, LooksUpInTheHostsFile)
     const std::string longName = std::string(1000, 'n') + ".test"; // does not fit the first buffer
     const ScratchDirectory scratch;
     scratch.write("hosts", "10.9.8.9 " + longName + "\n10.9.8.7 Www.Example.Test www\n" +
-                               "fd00::1 six.test\n10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
+                               "fd00::1 six.test\nfd00::2 both.test\n10.9.8.6 both.test\n10.9.8.10 "
+                               "Tarnix-Box.Test Tarnix-Box\n");
     scratch.write("order", "hosts: files\n");
     const std::string missing = enterNamespaces(
         {{scratch.path("hosts"), "/etc/hosts"}, {scratch.path("order"), "/etc/nsswitch.conf"}},
@@ -68,6 +75,30 @@ TEST(Network, LooksUpInTheHostsFile)
     EXPECT_EQ(0, CCmnNetwork::getFQDN(out));
     EXPECT_EQ("tarnix-box.test", out);
     EXPECT_EQ("Tarnix-Box|10.9.8.10|tarnix-box.test", shown(CCmnNetwork::resolve()));
+    using Addresses = std::vector<std::string>;
+    const struct {
+        const char* name;
+        Addresses ipv4, ipv6;
+    } hosts[] = {{"six.test", {"-"}, {"fd00::1"}},
+                 {"both.test", {"10.9.8.6"}, {"fd00::2"}},
+                 {"127.0.0.1", {"127.0.0.1"}, {"-"}},
+                 {"0:0::1", {"-"}, {"::1"}},
+                 {"10.9.8.1 both.test", {"-"}, {"-"}},
+                 {"", {"-"}, {"-"}},
+                 {nullptr, {"-"}, {"-"}}};
+    for (const auto& host : hosts) {
+        Addresses all{"-"}, ipv4{"-"}, ipv6{"-"}, parts;
+        const int code = CCmnNetwork::getAddresses(host.name, all);
+        EXPECT_EQ(host.ipv4[0] == "-", CCmnNetwork::getIPv4Addresses(host.name, ipv4) == 3);
+        EXPECT_EQ(host.ipv6[0] == "-", CCmnNetwork::getIPv6Addresses(host.name, ipv6) == 3);
+        EXPECT_TRUE(ipv4 == host.ipv4 && ipv6 == host.ipv6) << (host.name ? host.name : "null");
+        for (const Addresses& some : {ipv4, ipv6})
+            if (some[0] != "-")
+                parts.insert(parts.end(), some.begin(), some.end());
+        EXPECT_EQ(parts.empty() ? 3 : 0, code);
+        EXPECT_TRUE(std::is_permutation(all.begin(), all.end(), parts.begin(), parts.end()) ||
+                    (parts.empty() && all == Addresses{"-"}));
+    }
     runOnThreads(100, [](int) {
         for (const auto& [wanted, host] :
              {std::pair("Www", "Www|10.9.8.7|www.example.test"),

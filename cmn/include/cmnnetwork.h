@@ -1,6 +1,6 @@
 /// @file
-/// Host names: the name of this machine, the address of a name, the name of an address, and whether
-/// two names mean the same host.
+/// Host names: the name of this machine, the addresses of a name, the name of an address, and
+/// whether two names mean the same host.
 ///
 /// @code
 /// #include "cmnnetwork.h"
@@ -20,6 +20,7 @@
 #include "cmnexport.h"
 
 #include <string>
+#include <vector>
 
 namespace tarnix_cmn_4_4
 {
@@ -31,9 +32,10 @@ struct CCmnHostInfo {
     std::string fqdn;      ///< in lower case, from the reverse lookup
 };
 
-/// Supports IPv4 only. A lookup blocks for as long as the system takes; there is no cache and no
-/// retry. The functions keep no state and may be called from any thread. Lookups return 0 for
-/// success and 3 for any failure. A text must not be null unless a function allows it.
+/// Supports IPv4 only, except for the lists of addresses. A lookup blocks for as long as the system
+/// takes; there is no cache and no retry. The functions keep no state and may be called from any
+/// thread. Lookups return 0 for success and 3 for any failure. A text must not be null unless a
+/// function allows it.
 class TARNIX_CMN_API CCmnNetwork
 {
 public:
@@ -61,8 +63,20 @@ public:
     static int getHostbyAddr(const char* address, std::string& name);
 
     /// Sets `address` to the first address of the host. If `name` is an address already, sets it to
-    /// that text without a lookup. `address` is unchanged after a failure.
+    /// that text without a lookup; so do the short forms that inet_addr accepts, such as 127.1, but
+    /// not a text with a blank in it. `address` is unchanged after a failure.
     static int getHostbyName(const char* name, std::string& address);
+
+    /// @{
+    /// Sets `addresses` to all addresses of the host, at least one, each once: in the order in
+    /// which the system would try them, as dotted IPv4 and as IPv6 in its short form, which has the
+    /// interface at its end where it needs one (fe80::1%eth0). An address gives itself, without a
+    /// lookup. Returns 3 if there is none, also for a null or empty text, and then leaves
+    /// `addresses` unchanged. The first function gives both kinds.
+    static int getAddresses(const char* name, std::vector<std::string>& addresses);
+    static int getIPv4Addresses(const char* name, std::vector<std::string>& addresses);
+    static int getIPv6Addresses(const char* name, std::vector<std::string>& addresses);
+    /// @}
 
     /// Sets `fqdn` to the name, in lower case, that the reverse lookup returns for the address, or
     /// for the first address of the host with that name. It may be a name without a dot. A text

@@ -38,6 +38,19 @@ std::string dotted(const TxIPv4& address)
     return text;
 }
 
+int findAddresses(const char* name, TxAddressKind kind, std::vector<std::string>& addresses)
+{
+    if (name == nullptr) {
+        return kFailed;
+    }
+    std::vector<std::string> found = TxHostAddresses(name, kind);
+    if (found.empty()) {
+        return kFailed;
+    }
+    addresses = std::move(found);
+    return kFound;
+}
+
 } // namespace
 
 bool CCmnNetwork::compare(const CCmnHostInfo& left, const CCmnHostInfo& right)
@@ -125,6 +138,21 @@ int CCmnNetwork::getHostbyName(const char* name, std::string& address)
     }
     address = dotted(*found);
     return kFound;
+}
+
+int CCmnNetwork::getAddresses(const char* name, std::vector<std::string>& addresses)
+{
+    return findAddresses(name, TxAddressKind::any, addresses);
+}
+
+int CCmnNetwork::getIPv4Addresses(const char* name, std::vector<std::string>& addresses)
+{
+    return findAddresses(name, TxAddressKind::ipv4, addresses);
+}
+
+int CCmnNetwork::getIPv6Addresses(const char* name, std::vector<std::string>& addresses)
+{
+    return findAddresses(name, TxAddressKind::ipv6, addresses);
 }
 
 int CCmnNetwork::getFQDN(const char* nameOrAddress, std::string& fqdn)

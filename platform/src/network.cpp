@@ -7,9 +7,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace tarnix_platform
@@ -47,6 +49,10 @@ bool lookUp(Answer& answer, Call call)
 
 std::optional<TxIPv4> TxInetAddr(const char* text)
 {
+    // inet_addr stops at a blank, and takes what is in front of it as the address.
+    if (std::strpbrk(text, " \t\n\v\f\r") != nullptr) {
+        return std::nullopt;
+    }
     const in_addr_t value = ::inet_addr(text);
     if (value == INADDR_NONE) {
         return std::nullopt;
@@ -90,6 +96,30 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
     }
     std::memcpy(address.data(), record.h_addr_list[0], address.size());
     return address;
+}
+
+std::vector<std::string> TxHostAddresses(const char* name, TxAddressKind kind)
+{
+    std::vector<std::string> addresses;
+    addrinfo wanted{};
+    wanted.ai_family = kind == TxAddressKind::any    ? AF_UNSPEC
+                       : kind == TxAddressKind::ipv4 ? AF_INET
+                                                     : AF_INET6;
+    wanted.ai_socktype = SOCK_STREAM; // otherwise each address comes once for each type
+    addrinfo* list = nullptr;
+    if (*name == '\0' || ::getaddrinfo(name, nullptr, &wanted, &list) != 0) {
+        return addresses;
+    }
+    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(list, ::freeaddrinfo);
+    for (; list != nullptr; list = list->ai_next) {
+        char text[NI_MAXHOST];
+        if (::getnameinfo(list->ai_addr, list->ai_addrlen, text, sizeof text, nullptr, 0,
+                          NI_NUMERICHOST) == 0 &&
+            std::find(addresses.begin(), addresses.end(), text) == addresses.end()) {
+            addresses.emplace_back(text);
+        }
+    }
+    return addresses;
 }
 
 BOOL GetComputerNameW(wchar_t* buffer, DWORD* size)
