@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLString.hpp>
+
+#include <tuple>
 
 using namespace tarnix_cmn_4_4;
 using xercesc::SAXParseException;
@@ -43,6 +46,20 @@ std::string nested(int levels, int width, const std::string& sigil)
     return all;
 }
 
+// A text with each of `count` names, all of which have the same hash in the reader's tables.
+template <class Text>
+std::string colliding(int count, const Text& text)
+{
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        std::string name = "n";
+        for (int bit = 0; bit < 11; ++bit)
+            name += i >> bit & 1 ? "b0" : "aV";
+        all += text(name);
+    }
+    return all;
+}
+
 TEST(Sax, Documents)
 {
     const ScratchDirectory scratch;
@@ -50,10 +67,11 @@ TEST(Sax, Documents)
     // `cut` has a surrogate pair where the parser splits its text.
     const std::string file = "SYSTEM 'file://" + scratch.path("file") + "'", x = "<!ENTITY a 'x'>",
                       version = "<?xml version='1.0' ",
-                      dense = repeated("&a; text text text text text", 10000),
+                      dense = repeated("&a; text text text text text", 52000),
                       cut = std::string((1 << 20) - 1, 'x') + "\xF0\x9F\x98\x80",
                       big = "'" + std::string(50000, 'x') + "'", entity = "<!ENTITY e " + big + ">",
                       many = document(entity, "<r>" + repeated("&e;", 20000) + "</r>"),
+                      manyAttributes = colliding(1200, [](auto n) { return " " + n + "=''"; }),
                       hidden = document(entity, "<r>" + repeated("+ACY-e;", 20000) + "</r>");
     const auto utf16 = [](const std::string& text) {
         std::string units = "\xFF\xFE";
@@ -72,10 +90,17 @@ TEST(Sax, Documents)
         {document(x + "<!ATTLIST r d CDATA '&a;1'>", "<r e='&a;'/>"), "<r ex dx1"},
         {document(nested(3, 10, "&#37;") + "%e3;" + x, "<r>&a;</r>"), "<rx"},
         {"\xEF\xBB\xBF" + version + "encoding='UTF-8'?>" + document(x, "<r>" + dense + "</r>"),
-         "<r" + repeated("x text text text text text", 10000)},
+         "<r" + repeated("x text text text text text", 52000)},
         {utf16(document(x, "<r>&a;</r>")), "<rx"},
         // No file is read.
-        {"<!DOCTYPE r " + file + " [" + x + "]><r>&a;&e;</r>", "<rx"},
+        {"<!DOCTYPE r " + file + " [" + x + "]><r>&a;<!--&e;--><![CDATA[&e;]]></r>", "<rx&e;"},
+        // What was not read is not dropped.
+        {"<!DOCTYPE r " + file + " [" + x + "]><r>&a;&e;</r>", "<rx!"},
+        {"<!DOCTYPE r " + file + "><r a='&e;'/>", "!"},
+        {"<!DOCTYPE r " + file + " [<!ENTITY a '&e;'>]><r>&a;</r>", "<r!"},
+        {document("<!ENTITY % p ''>%p;<!ATTLIST r a CDATA '&e;'>", "<r/>"), "!"},
+        {document("<!ENTITY % p ''>%p;", "<r a='&e;'/>"), "!"},
+        {document("%q;", "<r>&e;</r>"), "<r!"},
         {document("<!ENTITY e " + file + ">", "<r>&e;</r>"), "<r!"},
         {document("<!ENTITY % p " + file + ">%p;", "<r>&e;</r>"), "!"},
         // Unbounded expansion is refused.
@@ -87,6 +112,31 @@ TEST(Sax, Documents)
         {document("<!ENTITY e '" + repeated("<s/>", 100) + "'><!ATTLIST s a CDATA " + big + ">",
                   "<r>&e;</r>"),
          "!"},
+        // So are names with one hash, and what takes too much memory.
+        {document(colliding(600, [](auto n) { return "<!ENTITY " + n + " ''>"; }), "<r/>"), "!"},
+        {document(colliding(600, [](auto n) { return "<!ENTITY % " + n + " ''>"; }), "<r/>"), "!"},
+        {document(colliding(600, [](auto n) { return "<!ENTITY " + n + " SYSTEM 'x' NDATA n>"; }),
+                  "<r/>"),
+         "!"},
+        {document(colliding(600, [](auto n) { return "<!NOTATION " + n + " SYSTEM 'x'>"; }),
+                  "<r/>"),
+         "!"},
+        {document(colliding(600, [](auto n) { return "<!ATTLIST r " + n + " CDATA #IMPLIED>"; }),
+                  "<r/>"),
+         "!"},
+        {document("<!ELEMENT r (" + colliding(600, [](auto n) { return n + "|"; }) + "x)*>",
+                  "<r/>"),
+         "!"},
+        {document("<!ELEMENT r (" + repeated("x,", 2000) + "x)>", "<r/>"), "!"},
+        {document("<!ENTITY % p '<!ELEMENT r (" + repeated("x,", 2000) + "x)>'>%p;", "<r/>"), "!"},
+        {"<r" + manyAttributes + "/>", "!"},
+        {"<?x?>" + std::string(9000, ' ') + "<r" + manyAttributes + "/>", "!"},
+        {utf16("<r" + manyAttributes + "/>"), "!"},
+        {version + "encoding='UTF-7'?><r" + manyAttributes + "/>", "!"},
+        {document("<!ENTITY e \"<r" + manyAttributes + "/>\">", "<r/>"), "!"},
+        {"<r><![CDATA[" + std::string(9000, 'x') + manyAttributes + "]]></r>",
+         "<r" + std::string(9000, 'x') + manyAttributes},
+        {"\x4C\x6F\xA7\x94" + std::string(300000, '\x40'), "!"}, // EBCDIC
         // Also in other encodings: the worst case is assumed where references cannot be found.
         {many, "!"},
         {utf16(many), "!"},
@@ -101,9 +151,114 @@ TEST(Sax, Documents)
     }
 }
 
+TEST(Sax, ElementsWithOneHash)
+{
+    // The names have one place only in a table of a certain size, which the first document leaves.
+    std::string names, few;
+    for (int i = 0, found = 0; found < 1400; ++i) {
+        const std::string name = "x" + std::to_string(i * 7919u);
+        names += "<y" + std::to_string(i) + "/>";
+        if (xercesc::XMLString::hash(std::u16string(name.begin(), name.end()).c_str(), 1919) == 0) {
+            (found < 700 ? few : names) += "<" + name + "/>";
+            ++found;
+        }
+    }
+    names.resize(names.find("<y1000/>"));
+    CCmnSaxParser parser;
+    const std::tuple<std::string, bool> cases[] = {
+        {few, false},
+        {names, false},
+        {few, true},
+        {names, false},
+        {colliding(600, [](auto n) { return "<" + n + "/>"; }), true}};
+    for (const auto& [elements, isRefused] : cases) {
+        CCmnSaxParseHandler handler;
+        parser.setHandler(&handler);
+        parser.parse("<r>" + elements + "</r>");
+        EXPECT_EQ(isRefused, handler.hasLastError()) << elements.substr(0, 20);
+    }
+}
+
+TEST(Sax, LimitsOfAParser)
+{
+    const std::string alpha = document("<!ENTITY alpha 'x'>",
+                                       "<r>" + repeated("&alpha;", 19600) + "</r>"),
+                      deep = repeated("<a>", 100000) + repeated("</a>", 100000),
+                      nests = document(nested(40, 1, "&"), "<r>&e40;</r>");
+    CCmnSaxLimits limits;
+    const auto with = [&limits](auto member, auto value) {
+        CCmnSaxLimits changed = limits;
+        changed.*member = value;
+        return changed;
+    };
+    using L = CCmnSaxLimits;
+    const std::tuple<CCmnSaxLimits, std::string, bool> cases[] = {
+        {limits, alpha, false},
+        {with(&L::expansion, 5e6), alpha, true},
+        {with(&L::expansionPerByte, 40), alpha, true},
+        {limits, nests, false},
+        {with(&L::nesting, 50), nests, true},
+        {with(&L::memoryPerByte, 10), deep, false}, // a later one would use what the reader kept
+        {limits, deep, true},
+        {with(&L::attributes, 2), "<r a='' b=''/>", true},
+        {with(&L::attributes, 2), "<r a='' b='' c=''/>", false},
+        {with(&L::contentModel, 3), document("<!ELEMENT r (a,(b|c))>", "<r/>"), false},
+        {with(&L::contentModel, 4), document("<!ELEMENT r (a,(b|c))>", "<r/>"), true},
+        {with(&L::sameHash, 1), "<r><aV/><b0/></r>", false},
+        {with(&L::sameHash, 2), "<r><aV/><b0/></r>", true}};
+    CCmnSaxParser parser; // the same one after each refusal
+    for (const auto& [some, text, isAccepted] : cases) {
+        CCmnSaxParseHandler handler;
+        parser.setHandler(&handler);
+        EXPECT_TRUE(parser.setLimits(some));
+        parser.parse(text);
+        EXPECT_EQ(isAccepted, !handler.hasLastError()) << text.substr(0, 60);
+        EXPECT_EQ(some.nesting, parser.getLimits().nesting);
+    }
+}
+
+TEST(Sax, DocumentsInPiecesOfAnySize)
+{
+    const std::string x = "<!ENTITY a 'x'>",
+                      long1 = repeated("<s b='\xC3\xA4'>w\xC3\xB6rd</s>\n", 9000),
+                      many = colliding(1200, [](auto n) { return " " + n + "=''"; });
+    std::string utf16 = "\xFF\xFE";
+    for (const char unit : document(x, "<r>&a;</r>"))
+        utf16 += {unit, '\0'};
+    for (const std::string& text :
+         {document(x, "<r>&a;" + long1 + "</r>"), "<r>" + long1 + "</r>", utf16, std::string("<r>"),
+          std::string(), "<r>" + repeated("<s/>", 20000) + "<s" + many + "/></r>"})
+        for (const std::size_t size : {1, 1000, 60000}) {
+            Recorder whole, pieces;
+            CCmnSaxParser(&whole).parse(text);
+            std::size_t given = 0;
+            CCmnSaxParser(&pieces).parsePieces([&] {
+                const std::string piece = text.substr(given, size);
+                given += piece.size();
+                return piece;
+            });
+            EXPECT_EQ(whole.hasLastError(), pieces.hasLastError()) << text.substr(0, 60);
+            EXPECT_TRUE(whole.hasLastError() || whole.result() == pieces.result());
+        }
+    // The handler gets the start before the end exists.
+    Recorder handler;
+    CCmnSaxParser parser(&handler);
+    int count = 0;
+    const auto endless = [&]() -> std::string {
+        if (++count < 50)
+            return count == 1 ? "<r>" : std::string(10000, ' ');
+        EXPECT_EQ(0u, handler.result().find("<r"));
+        throw count;
+    };
+    EXPECT_THROW(parser.parsePieces(endless), int);
+    parser.parse("<s/>");
+    EXPECT_FALSE(handler.hasLastError());
+}
+
 TEST(Sax, DocumentsInLinesAndLaterParsesAndProblems)
 {
     Recorder handler;
+    EXPECT_EQ("", handler.getLastErrorText());
     EXPECT_NO_THROW(handler.throwLastError());
     EXPECT_EQ(L"", handler.toWString(nullptr));
     CCmnSaxParser parser;
@@ -116,9 +271,13 @@ TEST(Sax, DocumentsInLinesAndLaterParsesAndProblems)
     EXPECT_EQ("<rword<rs!", handler.result());
     handler.error(SAXParseException(nullptr, nullptr, nullptr, 1, 1));
     EXPECT_NO_THROW(handler.throwLastError());
+    EXPECT_EQ("line 1, column 1", handler.getLastErrorText());
+    handler.error(SAXParseException(u"\u00E4\U0001F600", nullptr, nullptr, 0, 0));
+    EXPECT_EQ("\xC3\xA4\xF0\x9F\x98\x80", handler.getLastErrorText());
     handler.warning(SAXParseException(u"warning", nullptr, u"id", 5, 6));
     handler.error(handler.getLastError());
     EXPECT_EQ("warning", handler.toString(handler.getLastError().getMessage()));
+    EXPECT_EQ("line 5, column 6: warning", handler.getLastErrorText());
 }
 
 TEST(Sax, ThreadsAndProblemsThatOutliveTheirParser)

@@ -83,6 +83,11 @@ public:
     /// outlives this handler needs a CCmnSaxLibrary that lives at least as long as the copy.
     xercesc::SAXParseException& getLastError() { return m_LastError; }
 
+    /// The stored problem as one text in UTF-8, whatever the locale, for example
+    /// "line 3, column 7: entity 'uuml' not found". Without the position if the problem has none;
+    /// empty if there is no problem.
+    std::string getLastErrorText() const;
+
     /// Throws the stored problem as a SAXParseException, on every call. Returns if there is none or
     /// it has no message. The exception is valid even after handler and parser are destroyed.
     void throwLastError();

@@ -125,6 +125,22 @@ void CCmnSaxParseHandler::fatalError(const xercesc::SAXParseException& problem)
     store(problem);
 }
 
+std::string CCmnSaxParseHandler::getLastErrorText() const
+{
+    std::string text;
+    if (!m_HasLastError) {
+        return text;
+    }
+    if (m_LastError.getLineNumber() > 0) {
+        text = "line " + std::to_string(m_LastError.getLineNumber()) + ", column " +
+               std::to_string(m_LastError.getColumnNumber());
+    }
+    if (const XMLCh* const message = m_LastError.getMessage()) {
+        text += (text.empty() ? "" : ": ") + CCmnStringTool::ustr2str(icu::UnicodeString(message));
+    }
+    return text;
+}
+
 void CCmnSaxParseHandler::throwLastError()
 {
     if (m_HasLastError && m_LastError.getMessage() != nullptr) {

@@ -3,14 +3,18 @@
 
 #include "cmnsaxguard.h"
 #include "cmnsaxhandler.h"
+#include "cmnsaxpieces.h"
+#include "cmnsaxstate.h"
 
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace tarnix_cmn_4_4
@@ -18,7 +22,11 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
+using xercesc::SAX2XMLReader;
+using xercesc::XMLUni;
+
 constexpr char kSourceName[] = "tarnix_sax_parser";
+constexpr XMLCh kMemoryLimitMessage[] = u"the document needs too much memory";
 
 struct Feature {
     const XMLCh* name;
@@ -26,9 +34,8 @@ struct Feature {
 };
 
 // Null if Xerces-C fails, or if one of the features cannot be set.
-xercesc::SAX2XMLReader* makeReader()
+std::unique_ptr<SAX2XMLReader> makeReader(SaxState& state, SaxMemory& memory)
 {
-    using xercesc::XMLUni;
     const Feature features[] = {
         {XMLUni::fgSAX2CoreValidation, false},
         {XMLUni::fgSAX2CoreNameSpaces, false},
@@ -39,16 +46,164 @@ xercesc::SAX2XMLReader* makeReader()
         {XMLUni::fgXercesDisableDefaultEntityResolution, true},
     };
     try {
-        std::unique_ptr<xercesc::SAX2XMLReader> reader(
-            xercesc::XMLReaderFactory::createXMLReader());
+        std::unique_ptr<SAX2XMLReader> reader(xercesc::XMLReaderFactory::createXMLReader(&memory));
         for (const Feature& feature : features) {
             reader->setFeature(feature.name, feature.value);
         }
-        return reader.release();
+        reader->setValidator(new (&memory) ScannerAccess); // the reader deletes it
+        reader->setProperty(XMLUni::fgXercesSecurityManager, &state);
+        return reader;
     } catch (const xercesc::XMLException&) {
         return nullptr;
     }
 }
+
+// With a state of its own. Null as above.
+SAX2XMLReader* makeReader()
+{
+    auto state = std::make_unique<SaxState>();
+    std::unique_ptr<SAX2XMLReader> reader = makeReader(*state, *state->memory);
+    if (reader) {
+        static_cast<void>(state.release()); // the reader leads to it
+    }
+    return reader.release();
+}
+
+SaxState& stateOf(const SAX2XMLReader& reader)
+{
+    return *static_cast<SaxState*>(reader.getProperty(XMLUni::fgXercesSecurityManager));
+}
+
+void attach(SAX2XMLReader& reader, xercesc::DefaultHandler* handler)
+{
+    try {
+        reader.setContentHandler(handler);
+        reader.setErrorHandler(handler);
+    } catch (const xercesc::XMLException&) {
+    }
+}
+
+// After a failed allocation a reader counts as parsing, and rejects every further parse. If this
+// fails too, the reader stays what it is until the next parse.
+SAX2XMLReader* replaced(SAX2XMLReader* broken, xercesc::DefaultHandler* handler)
+{
+    SaxState& state = stateOf(*broken);
+    auto memory = std::make_unique<SaxMemory>();
+    std::unique_ptr<SAX2XMLReader> reader = makeReader(state, *memory);
+    if (!reader) {
+        return broken;
+    }
+    attach(*reader, handler);
+    delete broken; // NOLINT(cppcoreguidelines-owning-memory)
+    state.renew(std::move(memory));
+    return reader.release();
+}
+
+// A reader that can parse, or null.
+SAX2XMLReader* usable(SAX2XMLReader* reader, xercesc::DefaultHandler* handler)
+{
+    if (reader == nullptr) {
+        reader = makeReader();
+        if (reader != nullptr) {
+            attach(*reader, handler);
+        }
+    } else if (stateOf(*reader).isBroken) {
+        reader = replaced(reader, handler);
+    }
+    return reader;
+}
+
+class ParseInProgress
+{
+public:
+    explicit ParseInProgress(SaxState& state) : m_State(state)
+    {
+        if (m_State.isParsing) {
+            throw xercesc::SAXNotSupportedException("a parse is in progress");
+        }
+        m_State.isParsing = true;
+    }
+    ~ParseInProgress()
+    {
+        m_State.isParsing = false;
+        m_State.memory->removeLimit();
+    }
+    ParseInProgress(const ParseInProgress&) = delete;
+    ParseInProgress& operator=(const ParseInProgress&) = delete;
+
+private:
+    SaxState& m_State;
+};
+
+// Replaces a reader that the parse has broken, and with it frees its memory.
+class Replacement
+{
+public:
+    Replacement(SAX2XMLReader*& reader, xercesc::DefaultHandler*& handler, SaxState& state)
+        : m_Reader(reader), m_Handler(handler), m_State(state)
+    {
+    }
+    ~Replacement()
+    {
+        if (!m_State.isBroken) {
+            return;
+        }
+        try {
+            m_Reader = replaced(m_Reader, m_Handler);
+        } catch (...) { // still no memory: the next parse tries again
+        }
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+private:
+    SAX2XMLReader*& m_Reader;
+    xercesc::DefaultHandler*& m_Handler;
+    SaxState& m_State;
+};
+
+// Returns the message for the handler if the document exceeds a limit, otherwise null. `begin` may
+// look at the start of the document.
+template <class Begin>
+const XMLCh* parseWithin(SAX2XMLReader& reader, SaxState& state, SaxText& text,
+                         const xercesc::InputSource& source, std::size_t size, Begin begin)
+{
+    const ParseInProgress parsing(state);
+    state.memory->limit(state.limits.memory + state.limits.memoryPerByte * size);
+    try {
+        begin();
+        const ExpansionGuard guard(reader, state, text);
+        reader.parse(source);
+    } catch (const SaxLimitExceeded& limit) {
+        return limit.message;
+    } catch (const xercesc::OutOfMemoryException&) {
+        state.isBroken = true;
+        if (!state.memory->wasExceeded()) {
+            throw;
+        }
+        return kMemoryLimitMessage;
+    }
+    return nullptr;
+}
+
+void report(xercesc::DefaultHandler* handler, const XMLCh* message,
+            const xercesc::InputSource& source)
+{
+    if (handler != nullptr && message != nullptr) {
+        handler->fatalError(
+            xercesc::SAXParseException(message, nullptr, source.getSystemId(), 0, 0));
+    }
+}
+
+class WholeText final : public SaxText
+{
+public:
+    explicit WholeText(const std::string& text) : m_Text(text) {}
+    const std::string& whole() override { return m_Text; }
+
+private:
+    const std::string& m_Text;
+};
 
 } // namespace
 
@@ -63,7 +218,10 @@ CCmnSaxParser::CCmnSaxParser(xercesc::DefaultHandler* handler)
 
 CCmnSaxParser::~CCmnSaxParser()
 {
-    delete m_Reader; // NOLINT(cppcoreguidelines-owning-memory)
+    if (m_Reader != nullptr) {
+        const std::unique_ptr<SaxState> state(&stateOf(*m_Reader));
+        delete m_Reader; // NOLINT(cppcoreguidelines-owning-memory)
+    }
     CCmnSaxLibrary::endUse();
 }
 
@@ -81,41 +239,55 @@ void CCmnSaxParser::init()
 void CCmnSaxParser::setHandler(xercesc::DefaultHandler* handler)
 {
     m_Handler = handler;
-    if (m_Reader == nullptr) {
-        return;
+    if (m_Reader != nullptr) {
+        attach(*m_Reader, handler);
     }
-    try {
-        m_Reader->setContentHandler(handler);
-        m_Reader->setErrorHandler(handler);
-    } catch (const xercesc::XMLException&) {
+}
+
+bool CCmnSaxParser::setLimits(const CCmnSaxLimits& limits)
+{
+    m_Reader = usable(m_Reader, m_Handler);
+    if (m_Reader == nullptr || stateOf(*m_Reader).isParsing) {
+        return false;
     }
+    stateOf(*m_Reader).limits = limits;
+    return true;
+}
+
+CCmnSaxLimits CCmnSaxParser::getLimits() const
+{
+    return m_Reader != nullptr ? stateOf(*m_Reader).limits : CCmnSaxLimits();
 }
 
 void CCmnSaxParser::parse(const std::string& text)
 {
-    if (m_Reader == nullptr) {
-        m_Reader = makeReader();
-        setHandler(m_Handler);
-    }
+    m_Reader = usable(m_Reader, m_Handler);
     if (m_Reader == nullptr) {
         return;
     }
+    SaxState& state = stateOf(*m_Reader);
+    const Replacement replacement(m_Reader, m_Handler, state);
     const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()),
                                             text.size(), kSourceName, false);
-    ExpansionGuard guard(*m_Reader, text);
-    try {
-        m_Reader->parse(source);
-    } catch (const ExpansionLimitExceeded&) {
-        if (m_Handler != nullptr) {
-            m_Handler->fatalError(xercesc::SAXParseException(kExpansionLimitMessage, nullptr,
-                                                             source.getSystemId(), 0, 0));
-        }
-    } catch (const xercesc::OutOfMemoryException&) {
-        // The reader still counts as parsing, and would reject every further parse.
-        guard.abandonReader();
-        delete std::exchange(m_Reader, nullptr); // NOLINT(cppcoreguidelines-owning-memory)
-        throw;
+    WholeText whole(text);
+    report(m_Handler,
+           parseWithin(*m_Reader, state, whole, source, text.size(),
+                       [&] { checkTags(text, state.limits); }),
+           source);
+}
+
+void CCmnSaxParser::parsePieces(const std::function<std::string()>& next)
+{
+    m_Reader = usable(m_Reader, m_Handler);
+    if (m_Reader == nullptr) {
+        return;
     }
+    SaxState& state = stateOf(*m_Reader);
+    const Replacement replacement(m_Reader, m_Handler, state);
+    SaxPieces pieces(next, state);
+    const SaxPieceSource source(pieces, kSourceName);
+    report(m_Handler,
+           parseWithin(*m_Reader, state, pieces, source, 0, [&pieces] { pieces.start(); }), source);
 }
 
 void CCmnSaxParser::parse(const std::vector<std::string>& lines)

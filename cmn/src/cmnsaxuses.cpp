@@ -1,6 +1,7 @@
-// UseCounts: finds the encoding of a document and counts the uses.
+// UseCounts: finds the encoding of a document and counts the uses. The check of the tags.
 #include "cmnsaxuses.h"
 
+#include "cmnsaxtags.h"
 #include "cmnstringtool.h"
 
 #include <xercesc/framework/XMLRecognizer.hpp>
@@ -19,6 +20,9 @@ using Transcoder = std::unique_ptr<xercesc::XMLTranscoder>;
 
 constexpr std::size_t kPiece = 4096;
 
+// The largest text whose tags need not be checked, because the worst of them is fast enough.
+constexpr std::size_t kMaxUnknownSize = std::size_t{256} << 10;
+
 // The text of the document after its XML declaration, and the encoding in which the reader will
 // read it. If there is any doubt, the encoding is unknown: if the reader used a different one, some
 // uses would not be counted.
@@ -27,6 +31,14 @@ struct Decoded {
     std::size_t size = 0;
     Transcoder transcoder; // null if the encoding is unknown
     bool isUtf8 = false;
+};
+
+// What the start of a document says about its encoding.
+struct Start {
+    xercesc::XMLRecognizer::Encodings sensed;
+    std::string declaration;
+    std::string encoding;
+    bool isCertain = false;
 };
 
 template <class Encoding>
@@ -101,32 +113,45 @@ bool readsAscii(const std::string& encoding, const std::string& declaration)
     return std::equal(units.data(), units.data() + length, declaration.begin(), declaration.end());
 }
 
-Decoded decode(const std::string& text)
+Start startOf(const std::string& text)
 {
-    using xercesc::XMLRecognizer;
+    Start start;
+    start.sensed = xercesc::XMLRecognizer::basicEncodingProbe(
+        reinterpret_cast<const XMLByte*>(text.data()), text.size());
+    start.isCertain =
+        findDeclaration(text, start.declaration) && findEncoding(start.declaration, start.encoding);
+    return start;
+}
+
+bool isUtf16(const Start& start)
+{
+    return start.sensed == xercesc::XMLRecognizer::UTF_16B ||
+           start.sensed == xercesc::XMLRecognizer::UTF_16L;
+}
+
+Decoded decode(const std::string& text, const Start& start)
+{
     Decoded decoded;
     decoded.data = reinterpret_cast<const XMLByte*>(text.data());
     decoded.size = text.size();
-    std::string declaration;
-    std::string encoding;
-    if (!findDeclaration(text, declaration) || !findEncoding(declaration, encoding)) {
+    if (!start.isCertain) {
         return decoded;
     }
-    const auto sensed = XMLRecognizer::basicEncodingProbe(decoded.data, decoded.size);
-    if (sensed == XMLRecognizer::UTF_8) {
+    const std::string& encoding = start.encoding;
+    if (start.sensed == xercesc::XMLRecognizer::UTF_8) {
         // The declaration is ASCII, even if what follows is not.
-        const std::size_t start = declaration.empty() ? 0 : text.find('>') + 1;
-        decoded.data += start;
-        decoded.size -= start;
+        const std::size_t skipped = start.declaration.empty() ? 0 : text.find('>') + 1;
+        decoded.data += skipped;
+        decoded.size -= skipped;
         if (encoding.empty()) {
-            decoded.transcoder = makeTranscoder(sensed);
-        } else if (readsAscii(encoding, declaration)) {
+            decoded.transcoder = makeTranscoder(start.sensed);
+        } else if (readsAscii(encoding, start.declaration)) {
             decoded.transcoder = makeTranscoder(encoding.c_str());
         }
         decoded.isUtf8 = encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-8");
-    } else if ((sensed == XMLRecognizer::UTF_16B || sensed == XMLRecognizer::UTF_16L) &&
+    } else if (isUtf16(start) &&
                (encoding.empty() || CCmnStringTool::CompareNoCase(encoding, "UTF-16"))) {
-        decoded.transcoder = makeTranscoder(sensed);
+        decoded.transcoder = makeTranscoder(start.sensed);
     }
     return decoded;
 }
@@ -144,6 +169,28 @@ std::size_t asciiPiece(const Decoded& utf8)
     return all < 0x80 ? size : 0;
 }
 
+// Passes the text on in pieces, as bytes where they are ASCII and otherwise as UTF-16.
+template <class Scan>
+void scanAll(Decoded& document, Scan scan)
+{
+    std::array<XMLCh, kPiece> piece;
+    std::array<unsigned char, kPiece> sizes;
+    XMLSize_t consumed = 1;
+    while (document.size > 0 && consumed > 0) {
+        const std::size_t plain = document.isUtf8 ? asciiPiece(document) : 0;
+        if (plain > 0) {
+            scan(document.data, plain);
+            consumed = plain;
+        } else {
+            const XMLSize_t length = document.transcoder->transcodeFrom(
+                document.data, document.size, piece.data(), piece.size(), consumed, sizes.data());
+            scan(piece.data(), length);
+        }
+        document.data += consumed;
+        document.size -= consumed;
+    }
+}
+
 } // namespace
 
 // The shortest use has three characters: "&", one character of a name, and the one that ends it.
@@ -158,29 +205,51 @@ UseCounts::UseCounts(const std::string& text) : m_MaxCount(static_cast<double>(t
 
 bool UseCounts::count(const std::string& text)
 {
-    Decoded document = decode(text);
+    Decoded document = decode(text, startOf(text));
     if (!document.transcoder) {
         return false;
     }
     UseScanner scanner;
     const auto found = [this](UseKey key) { ++m_Counts[counterOf(key)]; };
-    std::array<XMLCh, kPiece> piece;
-    std::array<unsigned char, kPiece> sizes;
-    XMLSize_t consumed = 1;
-    while (document.size > 0 && consumed > 0) {
-        const std::size_t plain = document.isUtf8 ? asciiPiece(document) : 0;
-        if (plain > 0) {
-            scanner.scan(document.data, plain, found);
-            consumed = plain;
-        } else {
-            const XMLSize_t length = document.transcoder->transcodeFrom(
-                document.data, document.size, piece.data(), piece.size(), consumed, sizes.data());
-            scanner.scan(piece.data(), length, found);
-        }
-        document.data += consumed;
-        document.size -= consumed;
-    }
+    scanAll(document,
+            [&](const auto* units, std::size_t length) { scanner.scan(units, length, found); });
     return true;
+}
+
+bool hasAsciiMarkup(const std::string& text)
+{
+    const Start start = startOf(text);
+    if (!start.isCertain || start.sensed != xercesc::XMLRecognizer::UTF_8) {
+        return false;
+    }
+    const std::string encoding = CCmnStringTool::tostrlower(start.encoding);
+    const auto isIt = [&encoding](const char* name) { return encoding.rfind(name, 0) == 0; };
+    return encoding.empty() || encoding == "utf-8" || isIt("us-ascii") || isIt("iso-8859-") ||
+           isIt("windows-125");
+}
+
+void checkTags(const std::string& text, const CCmnSaxLimits& limits)
+{
+    TagWatch watch(limits);
+    if (hasAsciiMarkup(text)) {
+        watch.scan(reinterpret_cast<const XMLByte*>(text.data()), text.size());
+        return;
+    }
+    try {
+        const Start start = startOf(text);
+        Decoded document = decode(text, start);
+        if (!document.transcoder && isUtf16(start)) {
+            document.transcoder = makeTranscoder(start.sensed); // whatever it declares
+        }
+        if (document.transcoder) {
+            scanAll(document,
+                    [&watch](const auto* units, std::size_t length) { watch.scan(units, length); });
+        } else if (text.size() > kMaxUnknownSize) {
+            throw SaxLimitExceeded{kEncodingLimitMessage};
+        }
+    } catch (const xercesc::XMLException&) {
+        // Invalid in that encoding: the reader fails at the same place.
+    }
 }
 
 } // namespace tarnix_cmn_4_4

@@ -1,6 +1,9 @@
-// Counts how often a document uses entities and the default attributes of elements.
+// Counts how often a document uses entities and the default attributes of elements, and checks the
+// size of its tags.
 #ifndef TARNIX_CMNSAXUSES_H
 #define TARNIX_CMNSAXUSES_H
+
+#include "cmnsaxparser.h"
 
 #include <xercesc/util/XercesDefs.hpp>
 
@@ -131,6 +134,16 @@ private:
     double m_MaxCount;
     bool m_IsKnown = false;
 };
+
+constexpr XMLCh kEncodingLimitMessage[] = u"the document is too large for its encoding";
+
+// Whether the markup of the text consists of single bytes that occur nowhere else. The text has at
+// least the XML declaration of the document.
+bool hasAsciiMarkup(const std::string& text);
+
+// Throws SaxLimitExceeded if the text has a tag or a content model over the limit, or if it is
+// large and in an encoding in which that cannot be found out.
+void checkTags(const std::string& text, const CCmnSaxLimits& limits);
 
 } // namespace tarnix_cmn_4_4
 

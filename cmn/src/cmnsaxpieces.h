@@ -1,0 +1,61 @@
+// A document that arrives in pieces, as a source of the reader.
+#ifndef TARNIX_CMNSAXPIECES_H
+#define TARNIX_CMNSAXPIECES_H
+
+#include "cmnsaxguard.h"
+#include "cmnsaxtags.h"
+
+#include <xercesc/sax/InputSource.hpp>
+#include <xercesc/util/BinInputStream.hpp>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace tarnix_cmn_4_4
+{
+
+// Keeps the text until the root element, because the guard needs all of it if there is a document
+// type declaration.
+class SaxPieces final : public SaxText
+{
+public:
+    SaxPieces(const std::function<std::string()>& next, SaxState& state);
+
+    // Gets enough for the reader to find the encoding.
+    void start();
+
+    // Gives at least one byte; none at the end.
+    std::size_t read(XMLByte* target, std::size_t size);
+    std::size_t position() const { return m_Dropped + m_Position; }
+
+    const std::string& whole() override;
+    void forget() override { m_IsForgotten = true; }
+
+private:
+    void fetch();
+
+    const std::function<std::string()>& m_Next;
+    SaxState& m_State;
+    TagWatch m_Watch;
+    std::string m_Text;
+    std::size_t m_Position = 0; // what the reader has got of m_Text
+    std::size_t m_Dropped = 0;  // what the reader has got before it
+    bool m_IsWatched = false;   // in an encoding in which pieces can be
+    bool m_IsForgotten = false;
+    bool m_IsAtEnd = false;
+};
+
+class SaxPieceSource final : public xercesc::InputSource
+{
+public:
+    SaxPieceSource(SaxPieces& pieces, const char* name) : InputSource(name), m_Pieces(pieces) {}
+    xercesc::BinInputStream* makeStream() const override;
+
+private:
+    SaxPieces& m_Pieces;
+};
+
+} // namespace tarnix_cmn_4_4
+
+#endif

@@ -1,0 +1,117 @@
+// What a parser keeps with its reader: the limits, the memory, and the names in the reader's
+// tables.
+#ifndef TARNIX_CMNSAXSTATE_H
+#define TARNIX_CMNSAXSTATE_H
+
+#include "cmnsaxparser.h"
+
+#include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLString.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace tarnix_cmn_4_4
+{
+
+// Thrown out of the parse of a document that exceeds a limit. The message is a constant.
+struct SaxLimitExceeded {
+    const XMLCh* message;
+};
+
+// The memory of one reader. It counts, has a limit, and frees at its end what the reader has
+// leaked: the reader does not clean up when an allocation fails in the middle of a declaration.
+class SaxMemory final : public xercesc::MemoryManager
+{
+public:
+    SaxMemory() = default;
+    ~SaxMemory() override;
+    SaxMemory(const SaxMemory&) = delete;
+    SaxMemory& operator=(const SaxMemory&) = delete;
+
+    // Limits what is allocated from now on.
+    void limit(std::size_t more) { m_Limit = m_Used + more; }
+    void raiseLimit(std::size_t more) { m_Limit += more; }
+    void removeLimit() { m_Limit = kNoLimit; }
+
+    // True after the limit has failed an allocation. The limit is removed then, because what cleans
+    // up may allocate.
+    bool wasExceeded() const { return m_WasExceeded; }
+
+    // Throws xercesc::OutOfMemoryException also at the limit: the only one that the reader expects.
+    void* allocate(XMLSize_t size) override;
+    void deallocate(void* block) override;
+
+    // Exceptions may outlive the reader.
+    xercesc::MemoryManager* getExceptionMemoryManager() override;
+
+private:
+    static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
+
+    struct alignas(std::max_align_t) Block {
+        Block* previous = nullptr;
+        Block* next = nullptr;
+        std::size_t size = 0;
+    };
+
+    Block m_All; // a ring
+    std::size_t m_Used = 0;
+    std::size_t m_Limit = kNoLimit;
+    bool m_WasExceeded = false;
+};
+
+// The chains of a hash table of the reader: it uses the reader's hash and grows as that table does.
+class NameTable
+{
+public:
+    explicit NameTable(std::size_t buckets) : m_Chains(buckets) {}
+
+    // Removes the names, and like the reader's tables keeps the size.
+    void clear();
+
+    std::size_t size() const { return m_Hashes.size(); }
+
+    // Adds a name that is not there yet. Returns how many names its chain now has.
+    std::size_t add(const XMLCh* name);
+
+private:
+    void grow();
+
+    std::vector<std::uint32_t> m_Chains; // the length of each
+    std::vector<std::size_t> m_Hashes;
+};
+
+// The reader owns no such object: it hands it back as its security manager, which is how the parser
+// finds it. A parser has no field for it, and must not get one.
+class SaxState final : public xercesc::SecurityManager
+{
+    static constexpr std::size_t kElementBuckets = 29;
+
+public:
+    // The guard counts replacements too, together with their length.
+    SaxState() { setEntityExpansionLimit(std::numeric_limits<XMLSize_t>::max()); }
+
+    CCmnSaxLimits limits;
+    std::unique_ptr<SaxMemory> memory =
+        std::make_unique<SaxMemory>();   // lives longer than the reader
+    NameTable elements{kElementBuckets}; // those without a declaration; the reader keeps that table
+    bool isParsing = false;
+    bool isBroken = false; // an allocation failed: the reader rejects every further parse
+
+    // For a new reader, which uses this memory; the one before has been destroyed.
+    void renew(std::unique_ptr<SaxMemory> fresh)
+    {
+        memory = std::move(fresh);
+        elements = NameTable(kElementBuckets);
+        isBroken = false;
+    }
+};
+
+} // namespace tarnix_cmn_4_4
+
+#endif

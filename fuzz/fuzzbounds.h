@@ -1,0 +1,64 @@
+// Bounds for the time and the memory that an input may take, in proportion to its size. For one
+// source of a program: it replaces the operators new and delete.
+#ifndef TARNIX_FUZZBOUNDS_H
+#define TARNIX_FUZZBOUNDS_H
+
+#include "fuzzinput.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <ctime>
+#include <new>
+
+struct FuzzBounds {
+    // `seconds` and `bytes` are for any input, the others for each byte of it.
+    FuzzBounds(double seconds, double secondsPerByte, double bytes, double bytesPerByte,
+               double size)
+        : m_Seconds(seconds + secondsPerByte * size), m_Bytes(bytes + bytesPerByte * size)
+    {
+        s_Most = s_Used;
+    }
+    ~FuzzBounds()
+    {
+        require(now() - m_Start <= m_Seconds, "the time is in proportion to the input");
+        require(double(s_Most - m_Used) <= m_Bytes, "the memory is in proportion to the input");
+    }
+    FuzzBounds(const FuzzBounds&) = delete;
+    FuzzBounds& operator=(const FuzzBounds&) = delete;
+
+    static void count(long long change) { s_Most = std::max(s_Most, s_Used += change); }
+
+private:
+    static double now()
+    {
+        timespec time;
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); // other processes do not count
+        return double(time.tv_sec) + 1e-9 * double(time.tv_nsec);
+    }
+
+    inline static long long s_Used = 0, s_Most = 0;
+    const double m_Seconds, m_Bytes, m_Start = now();
+    const long long m_Used = s_Used;
+};
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    void* const block = std::malloc(size);
+    FuzzBounds::count(static_cast<long long>(malloc_usable_size(block)));
+    return block;
+}
+void* operator new(std::size_t size)
+{
+    if (void* const block = operator new(size, std::nothrow))
+        return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept
+{
+    FuzzBounds::count(-static_cast<long long>(malloc_usable_size(block)));
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+
+#endif
