@@ -10,6 +10,7 @@
 #include <xercesc/util/XMLString.hpp>
 
 #include <tuple>
+#include <type_traits>
 
 using namespace tarnix_cmn_4_4;
 using xercesc::SAXParseException;
@@ -156,7 +157,7 @@ TEST(Sax, ElementsWithOneHash)
     // The names have one place only in a table of a certain size, which the first document leaves.
     std::string names, few;
     for (int i = 0, found = 0; found < 1400; ++i) {
-        const std::string name = "x" + std::to_string(i * 7919u);
+        const std::string name = "x" + std::to_string(i * 7919LL);
         names += "<y" + std::to_string(i) + "/>";
         if (xercesc::XMLString::hash(std::u16string(name.begin(), name.end()).c_str(), 1919) == 0) {
             (found < 700 ? few : names) += "<" + name + "/>";
@@ -186,15 +187,15 @@ TEST(Sax, LimitsOfAParser)
                       deep = repeated("<a>", 100000) + repeated("</a>", 100000),
                       nests = document(nested(40, 1, "&"), "<r>&e40;</r>");
     CCmnSaxLimits limits;
-    const auto with = [&limits](auto member, auto value) {
+    const auto with = [&limits](auto member, int value) {
         CCmnSaxLimits changed = limits;
-        changed.*member = value;
+        changed.*member = static_cast<std::decay_t<decltype(changed.*member)>>(value);
         return changed;
     };
     using L = CCmnSaxLimits;
     const std::tuple<CCmnSaxLimits, std::string, bool> cases[] = {
         {limits, alpha, false},
-        {with(&L::expansion, 5e6), alpha, true},
+        {with(&L::expansion, 5000000), alpha, true},
         {with(&L::expansionPerByte, 40), alpha, true},
         {limits, nests, false},
         {with(&L::nesting, 50), nests, true},
@@ -228,7 +229,7 @@ TEST(Sax, DocumentsInPiecesOfAnySize)
     for (const std::string& text :
          {document(x, "<r>&a;" + long1 + "</r>"), "<r>" + long1 + "</r>", utf16, std::string("<r>"),
           std::string(), "<r>" + repeated("<s/>", 20000) + "<s" + many + "/></r>"})
-        for (const std::size_t size : {1, 1000, 60000}) {
+        for (const std::size_t size : {1u, 1000u, 60000u}) {
             Recorder whole, pieces;
             CCmnSaxParser(&whole).parse(text);
             std::size_t given = 0;

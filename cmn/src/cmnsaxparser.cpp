@@ -94,8 +94,11 @@ SAX2XMLReader* replaced(SAX2XMLReader* broken, xercesc::DefaultHandler* handler)
         return broken;
     }
     attach(*reader, handler);
+    state.renewElements();
+    // From here on nothing throws.
     delete broken; // NOLINT(cppcoreguidelines-owning-memory)
-    state.renew(std::move(memory));
+    state.memory = std::move(memory);
+    state.isBroken = false;
     return reader.release();
 }
 
@@ -169,7 +172,8 @@ const XMLCh* parseWithin(SAX2XMLReader& reader, SaxState& state, SaxText& text,
                          const xercesc::InputSource& source, std::size_t size, Begin begin)
 {
     const ParseInProgress parsing(state);
-    state.memory->limit(state.limits.memory + state.limits.memoryPerByte * size);
+    state.memory->limit(static_cast<double>(state.limits.memory));
+    state.memory->raiseLimit(state.bytesFor(size));
     try {
         begin();
         const ExpansionGuard guard(reader, state, text);

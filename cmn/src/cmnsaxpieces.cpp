@@ -76,7 +76,7 @@ void SaxPieces::fetch()
     const std::string piece = m_Next();
     m_IsAtEnd = piece.empty();
     m_Text += piece;
-    m_State.memory->raiseLimit(m_State.limits.memoryPerByte * piece.size());
+    m_State.memory->raiseLimit(m_State.bytesFor(piece.size()));
     if (m_IsWatched) {
         m_Watch.scan(reinterpret_cast<const XMLByte*>(piece.data()), piece.size());
     }

@@ -6,14 +6,15 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
 
 SaxMemory::~SaxMemory()
 {
-    while (m_All.next != nullptr) {
-        deallocate(m_All.next + 1);
+    for (Block* block = m_All.next; block != nullptr;) {
+        ::operator delete(std::exchange(block, block->next));
     }
 }
 

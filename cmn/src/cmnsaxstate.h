@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <utility>
 #include <vector>
 
 namespace tarnix_cmn_4_4
@@ -34,9 +33,17 @@ public:
     SaxMemory(const SaxMemory&) = delete;
     SaxMemory& operator=(const SaxMemory&) = delete;
 
-    // Limits what is allocated from now on.
-    void limit(std::size_t more) { m_Limit = m_Used + more; }
-    void raiseLimit(std::size_t more) { m_Limit += more; }
+    // Limits what is allocated from now on. In doubles, which do not overflow.
+    void limit(double more)
+    {
+        m_Limit = m_Used;
+        raiseLimit(more);
+    }
+    void raiseLimit(double more)
+    {
+        const double sum = static_cast<double>(m_Limit) + more;
+        m_Limit = sum < static_cast<double>(kNoLimit) ? static_cast<std::size_t>(sum) : kNoLimit;
+    }
     void removeLimit() { m_Limit = kNoLimit; }
 
     // True after the limit has failed an allocation. The limit is removed then, because what cleans
@@ -51,7 +58,7 @@ public:
     xercesc::MemoryManager* getExceptionMemoryManager() override;
 
 private:
-    static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
+    static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max() / 2;
 
     struct alignas(std::max_align_t) Block {
         Block* previous = nullptr;
@@ -59,7 +66,7 @@ private:
         std::size_t size = 0;
     };
 
-    Block m_All; // a ring
+    Block m_All; // the head of the list
     std::size_t m_Used = 0;
     std::size_t m_Limit = kNoLimit;
     bool m_WasExceeded = false;
@@ -103,13 +110,14 @@ public:
     bool isParsing = false;
     bool isBroken = false; // an allocation failed: the reader rejects every further parse
 
-    // For a new reader, which uses this memory; the one before has been destroyed.
-    void renew(std::unique_ptr<SaxMemory> fresh)
+    // The memory that so much of a document adds to the limit.
+    double bytesFor(std::size_t size) const
     {
-        memory = std::move(fresh);
-        elements = NameTable(kElementBuckets);
-        isBroken = false;
+        return static_cast<double>(limits.memoryPerByte) * static_cast<double>(size);
     }
+
+    // For a new reader, whose table is small.
+    void renewElements() { elements = NameTable(kElementBuckets); }
 };
 
 } // namespace tarnix_cmn_4_4

@@ -27,8 +27,7 @@ public:
         : m_MaxAttributes(limits.attributes),
           m_MaxNames(limits.contentModel),
           // An attribute has at least four characters, and a parenthesis is one.
-          m_Block(
-              std::clamp<std::size_t>(std::min(2 * m_MaxAttributes, m_MaxNames / 2), 1, kMaxBlock))
+          m_Block(std::clamp<std::size_t>(std::min(m_MaxAttributes, m_MaxNames / 2), 1, kMaxBlock))
     {
     }
 
