@@ -134,6 +134,10 @@ TEST(Sax, Documents)
         {"<?x?>" + std::string(9000, ' ') + "<r" + manyAttributes + "/>", "!"},
         {utf16("<r" + manyAttributes + "/>"), "!"},
         {version + "encoding='UTF-7'?><r" + manyAttributes + "/>", "!"},
+        {version + "encoding='UTF-16'?><r" + manyAttributes + "/>", "!"},
+        {version + "encoding='UTF-16'?><r>" + std::string(300000, 'x') +
+             "</r>", // reported, but read
+         "<r" + std::string(300000, 'x') + "!"},
         {document("<!ENTITY e \"<r" + manyAttributes + "/>\">", "<r/>"), "!"},
         {"<r><![CDATA[" + std::string(9000, 'x') + manyAttributes + "]]></r>",
          "<r" + std::string(9000, 'x') + manyAttributes},

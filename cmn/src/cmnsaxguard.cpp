@@ -102,7 +102,6 @@ void ExpansionGuard::doctypeDecl(const xercesc::DTDElementDecl& /*root*/, const 
 void ExpansionGuard::entityDecl(const xercesc::DTDEntityDecl& entity, bool isParameter,
                                 bool isIgnored)
 {
-    rejectUnknownEntities();
     if (isIgnored) {
         return;
     }

@@ -223,9 +223,10 @@ bool hasAsciiMarkup(const std::string& text)
         return false;
     }
     const std::string encoding = CCmnStringTool::tostrlower(start.encoding);
+    // The reader ignores UTF-16 in a declaration of single bytes.
     const auto isIt = [&encoding](const char* name) { return encoding.rfind(name, 0) == 0; };
-    return encoding.empty() || encoding == "utf-8" || isIt("us-ascii") || isIt("iso-8859-") ||
-           isIt("windows-125");
+    return encoding.empty() || encoding == "utf-8" || encoding == "utf-16" || isIt("us-ascii") ||
+           isIt("iso-8859-") || isIt("windows-125");
 }
 
 void checkTags(const std::string& text, const CCmnSaxLimits& limits)
