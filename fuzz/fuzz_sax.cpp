@@ -56,16 +56,11 @@ void fuzz(FuzzInput input)
     static const CCmnSaxLibrary library;
     require(std::setlocale(LC_ALL, "C.UTF-8"), "the locale exists");
     const std::string text = documentOf(input);
-#ifdef __SANITIZE_ADDRESS__
-    const double slower = 20;
-#else
-    const double slower = 1;
-#endif
     Counter handler;
     CCmnSaxParser parser(&handler);
     {
         // The handler keeps up to nine characters for each byte.
-        const FuzzBounds bounds(slower / 2, slower * 1.5e-6, 32e6, 300, double(text.size()));
+        const FuzzBounds bounds(0.5, 1.5e-6, 32e6, 300, double(text.size()));
         parser.parse(text);
     }
     const std::size_t units = handler.units;

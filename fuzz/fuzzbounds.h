@@ -11,11 +11,18 @@
 #include <ctime>
 #include <new>
 
+#ifdef TARNIX_SANITIZED
+constexpr double slowerWithSanitizers = 20;
+#else
+constexpr double slowerWithSanitizers = 1;
+#endif
+
 struct FuzzBounds {
-    // `seconds` and `bytes` are for any input, the others for each byte of it.
+    // `seconds` and `bytes` are for any input, the others for each byte of it; without sanitizers.
     FuzzBounds(double seconds, double secondsPerByte, double bytes, double bytesPerByte,
                double size)
-        : m_Seconds(seconds + secondsPerByte * size), m_Bytes(bytes + bytesPerByte * size)
+        : m_Seconds(slowerWithSanitizers * (seconds + secondsPerByte * size)),
+          m_Bytes(bytes + bytesPerByte * size)
     {
         s_Most = s_Used;
     }

@@ -73,6 +73,7 @@ TEST(Sax, Documents)
                       big = "'" + std::string(50000, 'x') + "'", entity = "<!ENTITY e " + big + ">",
                       many = document(entity, "<r>" + repeated("&e;", 20000) + "</r>"),
                       manyAttributes = colliding(1200, [](auto n) { return " " + n + "=''"; }),
+                      someAttributes = colliding(600, [](auto n) { return " " + n + "=''"; }),
                       hidden = document(entity, "<r>" + repeated("+ACY-e;", 20000) + "</r>");
     const auto utf16 = [](const std::string& text) {
         std::string units = "\xFF\xFE";
@@ -138,7 +139,9 @@ TEST(Sax, Documents)
         {version + "encoding='UTF-16'?><r>" + std::string(300000, 'x') +
              "</r>", // reported, but read
          "<r" + std::string(300000, 'x') + "!"},
-        {document("<!ENTITY e \"<r" + manyAttributes + "/>\">", "<r/>"), "!"},
+        {document("<!ENTITY e \"&#60;r" + manyAttributes + "/>\">", "<r/>"), "!"},
+        {"<r><![CDATA[<a" + someAttributes + "<b" + someAttributes + "]]></r>",
+         "<r<a" + someAttributes + "<b" + someAttributes},
         {"<r><![CDATA[" + std::string(9000, 'x') + manyAttributes + "]]></r>",
          "<r" + std::string(9000, 'x') + manyAttributes},
         {"\x4C\x6F\xA7\x94" + std::string(300000, '\x40'), "!"}, // EBCDIC
@@ -227,12 +230,13 @@ TEST(Sax, DocumentsInPiecesOfAnySize)
     const std::string x = "<!ENTITY a 'x'>",
                       long1 = repeated("<s b='\xC3\xA4'>w\xC3\xB6rd</s>\n", 9000),
                       many = colliding(1200, [](auto n) { return " " + n + "=''"; });
+    const std::string deep = repeated("<a>", 60000) + repeated("</a>", 60000);
     std::string utf16 = "\xFF\xFE";
     for (const char unit : document(x, "<r>&a;</r>"))
         utf16 += {unit, '\0'};
     for (const std::string& text :
          {document(x, "<r>&a;" + long1 + "</r>"), "<r>" + long1 + "</r>", utf16, std::string("<r>"),
-          std::string(), "<r>" + repeated("<s/>", 20000) + "<s" + many + "/></r>"})
+          deep, std::string(), "<r>" + repeated("<s/>", 20000) + "<s" + many + "/></r>"})
         for (const std::size_t size : {1u, 1000u, 60000u}) {
             Recorder whole, pieces;
             CCmnSaxParser(&whole).parse(text);
@@ -256,6 +260,8 @@ TEST(Sax, DocumentsInPiecesOfAnySize)
         throw count;
     };
     EXPECT_THROW(parser.parsePieces(endless), int);
+    const auto again = [&]() -> std::string { return parser.parse("<s/>"), "<r/>"; };
+    EXPECT_THROW(parser.parsePieces(again), xercesc::SAXNotSupportedException);
     parser.parse("<s/>");
     EXPECT_FALSE(handler.hasLastError());
 }
