@@ -4,6 +4,7 @@
 #include "TX_strings.h"
 #include "cmnhandle.h"
 #include "cmnstringtool.h"
+#include "cmnsystemerror.h"
 #include "cmntracelog.h"
 #include "platform.h"
 
@@ -33,17 +34,6 @@ constexpr int kStartFailed = 3;      // the result for every ECmnExecPipe, whate
 DWORD toMilliseconds(long seconds)
 {
     return static_cast<DWORD>(seconds) * 1000U;
-}
-
-void GetSystemErrorText(const DWORD& error, std::wstring& text)
-{
-    wchar_t* buffer = nullptr;
-    const DWORD length = FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-        nullptr, error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-        reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
-    const std::unique_ptr<wchar_t, HLOCAL (*)(HLOCAL)> owner(buffer, LocalFree);
-    text.assign(length > 0 ? buffer : L"");
 }
 
 std::string GetPointerText(const void* pointer)
@@ -297,9 +287,8 @@ void CCmnExecPipeWindows::TraceSystemError(const char* format, DWORD error)
 {
     CCmnTraceLog* log = m_TraceLog.get();
     if (log != nullptr) {
-        std::wstring text;
-        GetSystemErrorText(error, text);
-        log->trace(kFailureTraceLevel, format, static_cast<int>(error), text.c_str());
+        log->trace(kFailureTraceLevel, format, static_cast<int>(error),
+                   systemErrorText(error).c_str());
     }
 }
 
@@ -323,9 +312,8 @@ int CCmnExecPipeWindows::CreateChildProcess(std::string& command, HANDLE standar
             : CreateProcessA(nullptr, command.data(), nullptr, nullptr, true, flags, nullptr,
                              directory, &startup, &child);
     if (!started) {
-        std::wstring text;
-        GetSystemErrorText(GetLastError(), text);
-        throw ECmnExecPipe(command, ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED, text);
+        throw ECmnExecPipe(command, ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED,
+                           systemErrorText(GetLastError()));
     }
     m_ProcessId = child.dwProcessId;
     m_ProcessHandle = child.hProcess;
