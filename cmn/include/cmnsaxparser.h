@@ -103,6 +103,7 @@ public:
     /// For the following parses. Returns false and changes nothing during a parse, and if there is
     /// no reader.
     bool setLimits(const CCmnSaxLimits& limits);
+    /// The limits of the next parse.
     CCmnSaxLimits getLimits() const;
 
     /// Parses the text and calls the handler on the calling thread. For malformed text the handler

@@ -43,17 +43,9 @@ bool FileReplacement::commit(const std::string& target)
     return true;
 }
 
-bool FileReplacement::commitToDisk(const std::string& target)
+bool FileReplacement::commitSynced(const std::string& target)
 {
-    if (::fsync(fd()) != 0 || !commit(target)) {
-        return false;
-    }
-    const std::string name = target.substr(0, target.find_last_of('/') + 1) + ".";
-    const UniqueFd directory = openFileAt(m_Directory, name.c_str(), O_RDONLY | O_DIRECTORY);
-    if (directory) {
-        ::fsync(directory.get());
-    }
-    return true;
+    return ::fsync(fd()) == 0 && commit(target);
 }
 
 } // namespace tarnix_platform

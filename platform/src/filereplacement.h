@@ -40,9 +40,10 @@ public:
     // Renames the file over `target`. After a failure it can still be used.
     bool commit(const std::string& target);
 
-    // The same for a file that must survive a crash of the system: syncs the file, renames it, and
-    // syncs the directory. A failure of the last step is ignored: the file is replaced by then.
-    bool commitToDisk(const std::string& target);
+    // The same, but after a crash of the system too the target is the whole old or the whole new
+    // file: the new one is on the disk before it gets the name. The directory is not synced, so it
+    // may be the old one.
+    bool commitSynced(const std::string& target);
 
 private:
     std::string m_Path;

@@ -158,8 +158,10 @@ bool replaceFile(const RightsPlace& place, const Lines& lines, UniqueFd* copy = 
             return fail(errno, "cannot keep open " + quoted(place.path + ".new"));
         }
     }
+    // After a crash of the system the old file is as good: only lines of processes change, and
+    // those of a former boot grant nothing.
     const bool good = copyAccess(place, file) && writeAll(file.fd(), text.data(), text.size()) &&
-                      file.commitToDisk(place.name());
+                      file.commitSynced(place.name());
     return good || fail(errno, "cannot replace " + quoted(place.path));
 }
 
