@@ -260,7 +260,7 @@ TEST_F(Command, Grandchildren)
                                                 {"echo $!; exec sleep 99", fail},
                                                 {"printf $!", fail}};
     // Again and again: with the second stop, the end of the command and its line come in any order.
-    for (int run = 0; run < 40; ++run) {
+    for (std::size_t run = 0; run < 40; ++run) {
         const auto& [end, action] = rows[run % std::size(rows)];
         pid_t orphan = 0;
         CCmnCommand command = shell(std::string("sleep 99 & ") + end);
