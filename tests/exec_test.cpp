@@ -146,7 +146,7 @@ TEST_F(Exec, EightThreads)
 {
     SKIP_WITHOUT_PROC();
     runOnThreads(8, [](int thread) {
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 60; ++i) {
             const std::string word = std::to_string(1000 * thread + i);
             EXPECT_EQ(
                 run(shell("echo " + word + "; echo " + word + " >&2; ls /proc/self/fd")).lines,
