@@ -54,8 +54,8 @@ TEST_F(Exec, StatusesWhileSignalsInterruptEveryWait)
     for (const auto& [text, status, signal] : cases) {
         const Outcome outcome = run(shell(text), 3);
         EXPECT_EQ(outcome.lines, (Lines{"a", "b"})) << text;
-        EXPECT_EQ(outcome.status, status);
-        EXPECT_EQ(outcome.signal, signal);
+        EXPECT_EQ(outcome.status, status) << text;
+        EXPECT_EQ(outcome.signal, signal) << text;
         EXPECT_FALSE(outcome.coreDumped);
     }
     ualarm(0, 0);
@@ -76,6 +76,25 @@ TEST_F(Exec, RefusedStarts)
         EXPECT_EQ(exec(runner, command, 60, directory).record.getDescription(), text);
     EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // the runner still works
     const ScratchDirectory scratch;
+    // The search goes on after a program that may not be executed, but not after one that is none.
+    for (const char* directory : {"denied", "none", "good"}) {
+        scratch.makeDirectory(directory);
+        scratch.write(std::string(directory) + "/tool",
+                      directory == std::string("good") ? "#!/bin/echo" : "");
+    }
+    const auto toolIn = [&](const std::string& first, const std::string& second) {
+        setenv("PATH", (scratch.path(first) + ":" + scratch.path(second)).c_str(), 1);
+        return run("tool x");
+    };
+    const std::string path = std::getenv("PATH");
+    for (const char* tool : {"none/tool", "good/tool"})
+        chmod(scratch.path(tool).c_str(), 0755);
+    EXPECT_EQ(toolIn("denied", "good").lines, Lines{scratch.path("good/tool") + " x"});
+    EXPECT_EQ(toolIn("denied", "empty").record.getDescription(),
+              L"cannot start program 'tool': " + denied);
+    EXPECT_EQ(toolIn("none", "good").record.getDescription(),
+              L"cannot start program 'tool': Exec format error");
+    setenv("PATH", path.c_str(), 1);
     const std::string program = scratch.path("program");
     std::filesystem::copy_file("/bin/echo", program);
     // Another process still holds it open for writing, for a moment.
@@ -111,8 +130,11 @@ TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)
         runner.Abort();
     });
     // The closed pipe or the first signal ends the child.
-    EXPECT_EQ(exec(runner, "yes").result, 11);
+    const Outcome outcome = exec(runner, "yes");
     aborter.join();
+    EXPECT_EQ(outcome.result, 11);
+    EXPECT_EQ(outcome.record.getExitStatus(), outcome.status);
+    EXPECT_GT(outcome.status, 0);
     EXPECT_EQ(run("echo next").lines, Lines{"next"}); // no output of the aborted command
 }
 

@@ -87,6 +87,7 @@ TEST(Sax, Documents)
     const std::pair<std::string, std::string> cases[] = {
         {"<n:r xmlns:n='u' n:a=\"1\">x<s/>y</n:r>", "<n:r xmlns:nu n:a1x<sy"},
         {"<r>" + cut + "<s/>x</r>", "<r" + cut + "<sx"},
+        {"<r>" + std::string(5000, 'x') + "</r>", "<r" + std::string(5000, 'x')}, // in one piece
         // Ordinary declarations keep their effect in any order.
         {document("<!ENTITY a 'x&b;x'><!ENTITY b 'y<s/>'>", "<r>&a;</r>"), "<rxy<sx"},
         {document(x + "<!ATTLIST r d CDATA '&a;1'>", "<r e='&a;'/>"), "<r ex dx1"},

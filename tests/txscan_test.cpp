@@ -42,6 +42,7 @@ TEST(TxScan, DiffersFromTheStandard)
         {"ab", "%lln%zn%lzn%hhlln", 64, "0|........|........|....|."},
         // Floating point.
         {"12.5e+ 1e+5 0x2 inf", "%lf%*s%3Lf%*s%lf%c%*c%f", 64, "4|......)@|......\xf0?|........|x"},
+        {"25e-1 -25E+1 2e1", "%lf%lf%lf", 64, "3|......\4@|.....@o\xc0|......4@"},
     };
     for (const auto& [text, format, size, outcome] : cases) {
         constexpr char untouched = 'U';
