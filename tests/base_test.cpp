@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 using namespace tarnix_cmn_4_4;
 
 TEST(Error, Key)
@@ -37,17 +39,25 @@ TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)
     EXPECT_EQ(countAtEnd, 1); // destroyed while the count was still 1
 }
 
+// Two threads that take turns as fast as they can meet between any two steps of the lock.
 TEST(Lock, OneHolderAtATime)
 {
+    constexpr int rounds = 5'000'000;
     static CCmnLock lock;
-    int holder = 0; // not atomic: the lock guards it
-    runOnThreads(4, [&holder](int thread) {
-        for (int round = 0; round < 50000; lock.unlock(), ++round) {
+    std::atomic<int> ready{0};
+    volatile int count = 0; // not atomic: the lock guards it
+    EXPECT_FALSE(lock.isLocked());
+    runOnThreads(2, [&](int) {
+        for (++ready; ready < 2;)
+            std::this_thread::yield();
+        for (int round = 0; round < rounds; lock.unlock(), ++round) {
             while (!lock.tryLock())
                 std::this_thread::yield();
-            holder = thread;
-            std::this_thread::yield();
-            EXPECT_EQ(holder, thread);
+            count = count + 1;
         }
     });
+    EXPECT_EQ(count, 2 * rounds);
+    EXPECT_TRUE(lock.tryLock() && lock.isLocked());
+    EXPECT_FALSE(lock.tryLock());
+    lock.unlock();
 }
