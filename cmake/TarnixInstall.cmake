@@ -27,10 +27,11 @@ install(PROGRAMS $<TARGET_FILE:tarnix_runas> RENAME tarnix-runas
 
 set(TARNIX_ICU_VERSION 67)
 configure_package_config_file(cmake/tarnixcmnConfig.cmake.in tarnixcmnConfig.cmake
-  INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_BINDIR NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(tarnixcmnConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/tarnixcmnConfig.cmake
               ${PROJECT_BINARY_DIR}/tarnixcmnConfigVersion.cmake cmake/TarnixCatalog.cmake
+              cmake/TarnixCompileCatalog.cmake
         DESTINATION ${package_dir} COMPONENT development)
 file(RELATIVE_PATH TARNIX_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 # A program that links the static library also has to link its dependencies. They are listed here,
@@ -92,8 +93,8 @@ tarnix_package(development libtarnixcmn-4-4-dev libdevel
 tarnix_package(tools tarnixcmn-tools devel
   "The tool catalogcheck, which finds faults in message catalogs.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), libace-dev, libicu-dev, libxerces-c-dev, libpam0g-dev")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION})")
+    "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), tarnixcmn-tools (= ${PROJECT_VERSION}), libace-dev, libicu-dev, libxerces-c-dev, libpam0g-dev")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), icu-devtools")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/debian/conffiles ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$") # the packages name files below /etc

@@ -1,8 +1,65 @@
 #!/usr/bin/env bash
-# catalogcheck_test.sh PROGRAM CATALOG: fails unless the findings are those of CATALOG/findings.
-set -euo pipefail
+# catalogcheck_test.sh PROGRAM CATALOG: the findings of the catalog are those of CATALOG/findings; then
+# the options, and catalogs that are damaged, large or strangely named.
+set -u
+program=$(realpath "$1") catalog=$(realpath "$2")
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder" || exit 1
+failed=0
 
-status=0
-found=$("$1" "$2") || status=$?
-[ "$status" -eq 1 ] || { echo "exit status $status"; exit 1; }
-sed 's/\(does not compile\).*/\1/' <<<"$found" | sort | diff - "$2/findings"
+# expect STATUS OUTPUT ARGUMENT...: a part of the output, or nothing at all if that is empty.
+expect() {
+    local wanted=$1 output=$2 status=0
+    shift 2
+    "$program" "$@" >out 2>&1 || status=$?
+    [ "$status" -eq "$wanted" ] && if [ -n "$output" ]; then grep -qF -- "$output" out; else [ ! -s out ]; fi ||
+        { echo "catalogcheck ${*@Q}: status $status, wanted $wanted and: $output"; head -n 20 out; failed=1; }
+}
+
+expect 1 'fr.txt: does not compile' "$catalog"
+sed 's/\(does not compile\).*/\1/' out | LC_ALL=C sort | diff - "$catalog/findings" || failed=1
+
+mkdir -- -good --dashes
+cat >-good/root.txt <<'END'
+root { OLD { "x" } USED { "It's {0}: {1, plural, one{# \"file\"} other{\\# files}}" } }
+END
+cp -- -good/root.txt --dashes
+expect 0 '' -good
+expect 0 '' -- --dashes
+expect 2 "unknown option '--dashes'" --dashes
+expect 2 "cannot access 'none': No such file or directory" none
+expect 2 "cannot start program './none': No such file or directory" --genrb ./none -good
+expect 0 'usage: catalogcheck' --help
+expect 0 'catalogcheck 4.' --version
+expect 1 'lacks plural branches of {1} that pl needs: add few, many' --root-language pl -good
+
+expect 0 '' --pseudo en_XA.txt -good
+grep -qF '{0}: {1, plural, one{# \"ƒîļé\"} other{\\# ƒîļéš}} ~~~~~]" }' en_XA.txt ||
+    { cat en_XA.txt; failed=1; }
+expect 0 '' -good/root.txt en_XA.txt
+expect 2 "no language has the code 'pseudo'" --pseudo pseudo.txt -good
+
+mkdir -p source/in
+printf '// createMessage\ncreateMessage(\n    "USED", createMessage("NEW"' >source/in/a.cpp
+echo 'createMessage("NOTE")' >source/in/notes.md
+expect 1 'source/in/a.cpp:3: NEW: is missing in root' --ids 'createMessage\(\s*"(\w+)"' --source source -good
+expect 1 'root.txt: OLD: is used by no source' --ids 'createMessage\(\s*"(\w+)"' --source source -good
+grep -Eq 'NOTE|USED' out && { cat out; failed=1; }
+expect 2 'it has not one group' --ids createMessage --source source -good
+expect 2 "cannot read source 'none'" --ids '(x)' --source none -good
+
+# A bundle whose table lies beyond its end.
+mkdir damaged
+genrb --quiet --destdir damaged ./-good/root.txt
+printf '\xff\xff\xff\x2f' | dd status=none conv=notrunc bs=1 of=damaged/root.res \
+    seek="$(od -An -tu2 -N2 damaged/root.res | tr -d ' ')"
+expect 1 'root.res: is damaged' damaged
+
+# In this order genrb alone would need longer than the test may take.
+mkdir large
+{ echo 'root {'; seq -f 'KEY_%06.0f { "{0}" }' 100000; echo '}'; } >large/root.txt
+expect 0 '' large
+echo "root { DEEP { \"$(printf '{0,select,other{%.0s' {1..9999})\" } }" >large/root.txt
+expect 1 'root.txt: DEEP: nests plurals and selects more than 16 levels deep' large
+exit "$failed"
