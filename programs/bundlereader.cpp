@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 #include <string_view>
 
 namespace fs = std::filesystem;
@@ -36,7 +37,7 @@ void write(Kind kind, const char* key, const char16_t* units = nullptr, std::int
                         static_cast<std::streamsize>(sizeof *units));
 }
 
-// Returns an empty view instead of what is not there.
+// What the process has written. Nothing follows a record that is not whole.
 class Records
 {
 public:
@@ -97,6 +98,10 @@ bool writeEntry(UResourceBundle* bundle)
     }
     std::int32_t length = 0;
     const char16_t* text = ures_getString(entry.get(), &length, &status);
+    if (U_FAILURE(status)) {
+        write(Kind::error, u_errorName(status));
+        return false;
+    }
     write(Kind::text, key, text, length);
     return true;
 }
@@ -137,6 +142,9 @@ bool readBundle(const fs::path& bundle, Language& language, Findings& findings)
             .setTimeLimit(timeLimit)
             .setByteLimit(byteLimit)
             .run();
+    if (outcome.end == SCmnCommandOutcome::End::notStarted) {
+        throw std::runtime_error("cannot read bundles: " + outcome.errorText);
+    }
     if (!outcome.ok()) {
         damaged(language.file, "reading it " + outcome.describe(), findings);
         return false;

@@ -53,7 +53,7 @@ bool startsWithTable(const fs::path& file)
 
 bool isSource(const fs::path& file)
 {
-    return file.extension() == ".txt" &&
+    return file.extension() == ".txt" && !fs::is_directory(file) &&
            (localeNameFault(file.stem().string()).empty() || startsWithTable(file));
 }
 

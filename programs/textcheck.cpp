@@ -5,7 +5,6 @@
 #include <unicode/msgfmt.h>
 #include <unicode/uchar.h>
 
-#include <regex>
 #include <set>
 
 namespace catalogcheck
@@ -63,8 +62,17 @@ bool isPlural(const Argument& argument)
 
 bool quotesPlaceholder(const std::string& quoted)
 {
-    static const std::regex placeholder(R"(\{\s*[0-9])");
-    return quoted.size() < 2 || quoted.back() != '\'' || std::regex_search(quoted, placeholder);
+    if (quoted.size() < 2 || quoted.back() != '\'') {
+        return true;
+    }
+    for (std::size_t at = quoted.find('{'); at != std::string::npos;
+         at = quoted.find('{', at + 1)) {
+        const std::size_t name = quoted.find_first_not_of(" \t\r\n", at + 1);
+        if (name != std::string::npos && quoted[name] >= '0' && quoted[name] <= '9') {
+            return true;
+        }
+    }
+    return false;
 }
 
 TextCheck::TextCheck(const std::string& locale, Findings& findings)
