@@ -78,6 +78,21 @@ std::string unknownRegion(const icu::Locale& locale)
                             : "its code is " + current + "; rename the file and its table");
 }
 
+std::string noLocale(const std::string& meant)
+{
+    return "no locale has this name: rename the file and its table to " + meant;
+}
+
+// The name of a file for the locale: without keywords, and without the "@latin" of other systems,
+// which ICU keeps.
+std::string baseName(const icu::Locale& locale)
+{
+    std::string name = locale.getBaseName();
+    name.resize(std::min(name.find('@'), name.size()));
+    name.resize(name.find_last_not_of('_') + 1);
+    return name;
+}
+
 } // namespace
 
 std::string localeNameFault(const std::string& name)
@@ -86,6 +101,9 @@ std::string localeNameFault(const std::string& name)
         return {};
     }
     const icu::Locale locale(name.c_str());
+    if (locale.isBogus() == 0 && *locale.getLanguage() == '\0') { // such as ROOT and und
+        return noLocale(kRoot);
+    }
     if (!isLanguage(locale.getLanguage())) {
         return unknownLanguage(locale.isBogus() != 0 ? name : locale.getLanguage());
     }
@@ -96,11 +114,8 @@ std::string localeNameFault(const std::string& name)
         return std::string("no script has the code '") + locale.getScript() +
                "': use a code such as Latn in sr_Latn, or none";
     }
-    if (name != locale.getBaseName()) {
-        return std::string("no locale has this name: rename the file and its table to ") +
-               locale.getBaseName();
-    }
-    return {};
+    const std::string base = baseName(locale);
+    return name == base ? std::string() : noLocale(base);
 }
 
 } // namespace catalogcheck
