@@ -284,6 +284,7 @@ TEST_F(Platform, HandlesPipeNamesAndErrorTexts)
     FormatMessageW(flags, nullptr, ENOENT, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     EXPECT_STREQ(text, L"No such file or directory");
     LocalFree(text);
+    expectFailure(DisableThreadLibraryCalls(nullptr), EINVAL);
     // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 0.1");
     EXPECT_TRUE(CloseHandle(left.process));

@@ -121,6 +121,7 @@ TEST(StringTool, PrintsAndReadsNumbersAndHex)
     EXPECT_EQ(Tool::int2str(INT64_MIN) + Tool::uint2str(UINT64_MAX),
               "-922337203685477580818446744073709551615");
     EXPECT_EQ(Tool::int2str(-1LL) + Tool::uint2str(2ULL) + Tool::int2str(-3L), "-12-3");
+    EXPECT_EQ(Tool::int2wstr(-1LL) + Tool::uint2wstr(2ULL), L"-12");
     EXPECT_EQ(Tool::double2str(-12345678.0) + Tool::double2str(0.1), "-1.23457e+070.1");
 
     int number = 0;
