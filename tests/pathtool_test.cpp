@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using namespace tarnix_cmn_4_4;
 
 TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
@@ -47,6 +49,10 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
         EXPECT_EQ(CCmnSGDConfiguration::getTraceLevel(dir, file, found), level == none) << content;
         EXPECT_EQ(found, level) << content;
     }
+    int found = none;
+    file = L"pipe"; // without a writer
+    ASSERT_EQ(mkfifo(scratch.path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(CCmnSGDConfiguration::getTraceLevel(dir, file, found), 26);
 }
 
 TEST(PathTool, StaticFunctionsOnEightThreads)

@@ -109,7 +109,7 @@ int CCmnSGDConfiguration::getTraceLevel(tstr& dir, tstr& file, int& level)
 {
     tstr path;
     assign(path, dir, file);
-    const TxFile config = TxOpenFile(CCmnStringTool::tstr2str(path).c_str(), "r");
+    const TxFile config = TxOpenFile(CCmnStringTool::tstr2str(path).c_str());
     if (!config) {
         return kNotOpened;
     }

@@ -18,8 +18,9 @@ struct TxFileClose {
 };
 using TxFile = std::unique_ptr<std::FILE, TxFileClose>;
 
-/// As fopen, but no child inherits the descriptor. Null if the file cannot be opened.
-TxFile TxOpenFile(const char* path, const char* mode);
+/// Opens a regular file for reading. Null if it cannot be opened or is not a regular file; a named
+/// pipe without a writer does not block.
+TxFile TxOpenFile(const char* path);
 
 /// Opens the file, creating it if it is missing, appends the bytes with one system call, and closes
 /// it: the lines of several writers never mix. Bytes that do not fit on the disk are lost. False if

@@ -63,10 +63,20 @@ bool hasAcl(const char* path)
 
 } // namespace
 
-TxFile TxOpenFile(const char* path, const char* mode)
+TxFile TxOpenFile(const char* path)
 {
-    const std::string closeOnExec = std::string(mode) + "e";
-    return TxFile(retryInterrupted([&] { return std::fopen(path, closeOnExec.c_str()); }));
+    // Without O_NONBLOCK the open of a named pipe would wait for a writer.
+    UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK);
+    struct stat info {
+    };
+    if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return nullptr;
+    }
+    TxFile file(::fdopen(fd.get(), "r"));
+    if (file) {
+        fd.release(); // fclose closes it
+    }
+    return file;
 }
 
 bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)

@@ -25,6 +25,9 @@ public:
     int get() const { return m_Fd; }
     explicit operator bool() const { return m_Fd >= 0; }
 
+    // The caller closes it.
+    int release() { return std::exchange(m_Fd, -1); }
+
     // Linux closes the descriptor even when close reports EINTR: closing again could hit one that
     // another thread has just opened.
     void reset(int fd = -1)
