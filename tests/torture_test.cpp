@@ -1,7 +1,9 @@
 // Rounds of random faults, for scripts/torture. TARNIX_TORTURE_SECONDS is the time for each test,
 // by default a second; TARNIX_TORTURE_SEED repeats the choices of a former run.
 #include "cmnexecpipewindows.h"
+#include "cmnsmartptr.h"
 #include "cmnsystemfiles.h"
+#include "cmntracelog.h"
 #include "descriptors.h"
 #include "platform.h"
 #include "reaping.h"
@@ -9,11 +11,12 @@
 #include "spawnuser.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
-#include "support/scratchdirectory.h"
+#include "support/scratchinstallation.h"
 
 #include <fcntl.h>
 #include <linux/fuse.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -142,6 +145,35 @@ TEST_F(Torture, RemovalOfARight)
     }
     m_Faults = g_injected;
     EXPECT_GT(m_Faults, 0);
+}
+
+// The newline that would end a cut line cannot be written. The next line begins with it.
+TEST_F(Torture, TheEndOfACutLine)
+{
+    using namespace tarnix_cmn_4_4;
+    const ScratchInstallation installation;
+    const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
+    log.get()->initialize(L"t", L"", L"", 1, false);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlim_t most = limit.rlim_cur;
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    for (int number = 4; number <= 6; ++number) { // after openat and two writes
+        std::filesystem::remove(installation.path("Logs/t.log"));
+        limit.rlim_cur = 3;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        g_fault = {number, 0, EIO};
+        g_isArmed = true;
+        log.get()->trace(1, "cut");
+        g_isArmed = false;
+        limit.rlim_cur = most;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(log.get()->getLastWriteError(), EFBIG) << number;
+        log.get()->trace(1, "next");
+        EXPECT_EQ(installation.read("Logs/t.log").find('\n'), 3u) << number;
+    }
+    std::signal(SIGXFSZ, handler);
+    m_Faults = g_injected;
 }
 
 // Processes add and remove rights. Meanwhile another process holds the lock, and they are stopped

@@ -5,7 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
+#include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <regex>
 
 using namespace tarnix_cmn_4_4;
@@ -130,9 +134,30 @@ TEST_F(TraceLog, UnusableFilesAndTexts)
     EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not representable in the C locale
     EXPECT_NE(start(scratch.widePath(), L"x", 1, true), "");
     EXPECT_EQ(traced(1, "copy"), "t:@copy\n"); // it stays initialised
+    EXPECT_EQ(log.get()->getLostLines(), 1u);
+    EXPECT_EQ(log.get()->getLastWriteError(), EISDIR);
     // The name is not representable in the locale, so there is no configuration file either.
     log.get()->initialize(L"\xE4", scratch.widePath("x").c_str(), L"f", 1, true);
     EXPECT_EQ(traced(1, "x"), "\xC3\xA4:@x\n@x\n");
+}
+
+// Lines that do not fit. The limit stands for a full disk.
+TEST_F(TraceLog, ACutLineEndsAsALine)
+{
+    start();
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlim_t most = std::exchange(limit.rlim_cur, 40);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    for (const char* line : {"a text that is cut", "no room"}) // after 27 bytes for the time
+        log.get()->trace(1, "%s", line);
+    limit.rlim_cur = most;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(traced(1, "room again"), "@a text that \n@room again\n");
+    EXPECT_EQ(log.get()->getLostLines(), 2u);
+    EXPECT_EQ(log.get()->getLastWriteError(), EFBIG);
 }
 
 } // namespace

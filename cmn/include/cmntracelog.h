@@ -20,6 +20,7 @@
 #include "cmntypes.h"
 
 #include <cstdarg>
+#include <cstdint>
 
 namespace tarnix_cmn_4_4
 {
@@ -69,8 +70,17 @@ public:
     /// same line after the name of the log to standard output. The line is in the file when this
     /// returns. The format is that of printf; the text can have any length. If it cannot be
     /// formatted in the current locale, the format itself is written. Lines that cannot be written
-    /// are lost without a report.
+    /// are lost; getLostLines counts them.
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    /// How many lines of this log were not written whole since its construction: the file could not
+    /// be opened, the disk was full, or an allocation failed. What was written of such a line is a
+    /// line of its own. Lines before isInitialized are not counted.
+    std::uint64_t getLostLines() const { return m_LostLines; }
+
+    /// Why the last such line was lost: the number of the system's error, as in errno. 0 if none
+    /// was lost.
+    int getLastWriteError() const { return m_LastWriteError; }
 
     /// Sets the active level to TRACELEVEL of the settings in memory, or to 1 if there is none.
     void UpdateTraceLevelFromConfigFile();
@@ -124,7 +134,10 @@ private:
 
     unsigned int readSettings(tstr& dir, tstr& file, int level);
     void readOrStore(const wchar_t* key, tstr& value);
+    void traceLine(int level, const char* format, std::va_list args);
     void traceText(int level, const char* format, std::va_list args);
+    void countLostLine(int error);
+    void setPlace(tstr& dir, tstr& file, tstr& path);
 
     Settings m_Settings;
     tstr m_Name;
@@ -133,6 +146,9 @@ private:
     tstr m_TracePath;
     bool m_Initialized = false;
     bool m_ToStdout = false;
+    bool m_IsLineCut = false; ///< the trace file ends within a line
+    int m_LastWriteError = 0;
+    std::uint64_t m_LostLines = 0;
 };
 
 } // namespace tarnix_cmn_4_4

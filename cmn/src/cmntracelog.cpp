@@ -4,12 +4,14 @@
 #include "TX_strings.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
+#include "cmntracesettings.h"
 #include "cmntstr.h"
 #include "cmnutf8.h"
 #include "platform_file.h"
 
 #include <ace/ACE.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -19,12 +21,6 @@ namespace tarnix_cmn_4_4
 {
 namespace
 {
-
-constexpr const wchar_t* kSection = L"DEBUG_TRACE_INFO";
-constexpr const wchar_t* kTraceDir = L"TRACEDIR";
-constexpr const wchar_t* kTraceFile = L"TRACEFILE";
-constexpr const wchar_t* kTraceLevel = L"TRACELEVEL";
-constexpr const wchar_t* kTraceStdout = L"TRACESTDOUT";
 
 constexpr std::size_t kTimeSize = 128;
 constexpr std::size_t kTextSize = 1024;
@@ -41,16 +37,19 @@ struct ArgsCopy {
 };
 
 // One line of the log: time, blank, text and newline. It is contiguous, so that one write can
-// append it. A text of usual length is formatted on the stack.
+// append it. A text of usual length is formatted on the stack. There is a newline before the line
+// too, for a file that ends within another line.
 class TraceLine
 {
 public:
     TraceLine()
     {
-        if (ACE::timestamp(m_Stack, kTimeSize, true) == nullptr) {
-            TX_strncpy(m_Stack, "<time error>", kTimeSize - 1, kTimeSize);
+        m_Stack[0] = '\n';
+        char* const time = m_Stack + kNewline;
+        if (ACE::timestamp(time, kTimeSize, true) == nullptr) {
+            TX_strncpy(time, "<time error>", kTimeSize - 1, kTimeSize);
         }
-        m_TextAt = std::strlen(m_Stack);
+        m_TextAt = kNewline + std::strlen(time);
         m_Stack[m_TextAt++] = ' ';
     }
 
@@ -73,8 +72,13 @@ public:
         m_Line[m_End] = '\0';
     }
 
-    const char* data() const { return m_Line; }
-    std::size_t size() const { return m_End; }
+    const char* text() const { return m_Line + kNewline; }
+
+    TxAppended appendTo(const tstr& path, bool isLineCut) const
+    {
+        const std::size_t start = isLineCut ? 0 : kNewline;
+        return TxAppendToFile(pathBytes(path).c_str(), m_Line + start, m_End - start);
+    }
 
 private:
     // Makes room for a text of `size` bytes, terminator included, and returns the start of the
@@ -89,7 +93,7 @@ private:
 
     static constexpr std::size_t kNewline = 1;
 
-    char m_Stack[kTimeSize + 1 + kTextSize + kNewline];
+    char m_Stack[kNewline + kTimeSize + 1 + kTextSize + kNewline];
     std::unique_ptr<char[]> m_Heap;
     char* m_Line = m_Stack;
     std::size_t m_TextAt = 0;
@@ -106,17 +110,6 @@ std::string printable(const tstr& text)
     return narrow;
 }
 
-// Creates the file if it is missing. A file that cannot be opened for reading is not written
-// either.
-bool appendToFile(const tstr& path, const char* text, std::size_t size)
-{
-    std::string bytes;
-    if (!asciiToBytes(path.c_str(), bytes)) {
-        bytes = CCmnStringTool::tstr2str(path); // in the encoding of the current locale
-    }
-    return TxAppendToFile(bytes.c_str(), text, size);
-}
-
 } // namespace
 
 CCmnTraceLog::CCmnTraceLog() = default;
@@ -131,17 +124,25 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
     } catch (...) {
         std::printf("ERROR: CCmnTraceLog: Failed to initialize log settings\n");
     }
-    assign(m_TraceFile, file);
-    assign(m_TraceDir, dir);
     m_Settings.setLevel(level);
-    assign(m_TracePath, dir, L"/", file);
-    if (appendToFile(m_TracePath, nullptr, 0)) {
+    tstr path;
+    assign(path, dir, L"/", file);
+    setPlace(dir, file, path);
+    if (TxAppendToFile(pathBytes(m_TracePath).c_str(), nullptr, 0) == TxAppended::whole) {
         m_Initialized = true;
     } else {
         std::printf("[CCmnTraceLog] Error: Tracefile [%s] initialization failed.[%s][%s]\n",
                     printable(m_TracePath).c_str(), printable(m_TraceFile).c_str(),
                     printable(m_TraceDir).c_str());
     }
+}
+
+void CCmnTraceLog::setPlace(tstr& dir, tstr& file, tstr& path)
+{
+    m_TraceDir.swap(dir);
+    m_TraceFile.swap(file);
+    m_TracePath.swap(path);
+    m_IsLineCut = false;
 }
 
 void CCmnTraceLog::initTraceSettings(tstr& dir, tstr& file, int& level)
@@ -163,7 +164,7 @@ int CCmnTraceLog::updateConfigFile(const tstr& dir, const tstr& file, const int&
     CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
     m_Settings.store().importConfig(configDir.c_str(), configFile.c_str());
     ACE_Configuration_Section_Key section;
-    if (m_Settings.store().openSection(kSection, section, 1) == 0) {
+    if (m_Settings.store().openSection(kTraceSection, section, 1) == 0) {
         m_Settings.store().setStringValue(kTraceDir, dir);
         m_Settings.store().setStringValue(kTraceFile, file);
         m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
@@ -182,7 +183,7 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
 
     unsigned int configured = 0;
     ACE_Configuration_Section_Key section;
-    if (m_Settings.store().openSection(kSection, section, 0) == 0) {
+    if (m_Settings.store().openSection(kTraceSection, section, 0) == 0) {
         configured = readSettings(dir, file, level);
     } else {
         updateConfigFile(dir, file, level);
@@ -234,7 +235,7 @@ void CCmnTraceLog::Settings::takeLevelFromStore()
     setLevel(1);
     ACE_Configuration_Section_Key section;
     unsigned int configured = 0;
-    if (m_Config.openSection(kSection, section, 1) != 0) {
+    if (m_Config.openSection(kTraceSection, section, 1) != 0) {
         return; // perhaps only a failed allocation: the next call tries again
     }
     if (m_Config.getIntegerValue(kTraceLevel, configured) == 0) {
@@ -256,12 +257,19 @@ void CCmnTraceLog::trace(int level, const char* format, ...)
     }
     std::va_list args;
     va_start(args, format);
+    traceLine(level, format, args);
+    va_end(args);
+}
+
+// Not inlined: the fast path would save registers for it.
+[[gnu::noinline]] void CCmnTraceLog::traceLine(int level, const char* format, std::va_list args)
+{
     try {
         traceText(level, format, args);
     } catch (const std::bad_alloc&) {
         // The caller may be tracing a failure and must not get another one, so the line is dropped.
+        countLostLine(ENOMEM);
     }
-    va_end(args);
 }
 
 void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
@@ -272,12 +280,24 @@ void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
     if (format == nullptr || !*format || !m_Initialized || level > m_Settings.level()) {
         return;
     }
+    // Converted first: when the line is in the file, nothing can fail any more.
+    const std::string name = m_ToStdout ? printable(m_Name) : std::string();
     TraceLine line;
     line.format(format, args);
-    appendToFile(m_TracePath, line.data(), line.size());
-    if (m_ToStdout) {
-        std::printf("%s:%s", printable(m_Name).c_str(), line.data());
+    const TxAppended result = line.appendTo(m_TracePath, m_IsLineCut);
+    if (result != TxAppended::whole) {
+        countLostLine(errno);
     }
+    m_IsLineCut = result == TxAppended::cut || (m_IsLineCut && result == TxAppended::lost);
+    if (m_ToStdout) {
+        std::printf("%s:%s", name.c_str(), line.text());
+    }
+}
+
+void CCmnTraceLog::countLostLine(int error)
+{
+    ++m_LostLines;
+    m_LastWriteError = error;
 }
 
 } // namespace tarnix_cmn_4_4

@@ -22,10 +22,18 @@ using TxFile = std::unique_ptr<std::FILE, TxFileClose>;
 /// pipe without a writer does not block.
 TxFile TxOpenFile(const char* path);
 
-/// Opens the file, creating it if it is missing, appends the bytes with one system call, and closes
-/// it: the lines of several writers never mix. Bytes that do not fit on the disk are lost. False if
-/// the file cannot be opened for reading and writing; with no bytes the call checks just that.
-bool TxAppendToFile(const char* path, const char* bytes, std::size_t size);
+/// What became of a line.
+enum class TxAppended {
+    whole, ///< it is in the file
+    lost,  ///< it is not, but the file ends as a line does
+    cut,   ///< it is not, and the file ends within it
+};
+
+/// Opens the file, creating it if it is missing, appends the line with one system call, and closes
+/// it: the lines of several writers never mix. If only a part of the line fits on the disk, the
+/// last byte of that part becomes a newline. Unless the result is `whole`, errno has the reason.
+/// With no bytes the call only checks that the file can be opened for reading and writing.
+TxAppended TxAppendToFile(const char* path, const char* line, std::size_t size);
 
 /// A temporary file that replaces another once it is complete: at each moment the name leads to the
 /// complete old file or the complete new one, however many read and replace it at that time.
@@ -71,6 +79,7 @@ private:
 namespace tarnix_cmn_4_4
 {
 
+using tarnix_platform::TxAppended;
 using tarnix_platform::TxAppendToFile;
 using tarnix_platform::TxFile;
 using tarnix_platform::TxOpenFile;

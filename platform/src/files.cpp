@@ -56,6 +56,21 @@ bool isDirectoryError(int error)
     }
 }
 
+// Ends the part of a line that was written before the disk was full: its last byte becomes a
+// newline, which takes no space. The position of the descriptor is the end of its own last write,
+// so this changes no byte of another writer. True also if nothing was written.
+bool endCutLine(int fd)
+{
+    const off_t end = ::lseek(fd, 0, SEEK_CUR);
+    if (end <= 0) {
+        return true;
+    }
+    // With O_APPEND all writes go to the end of the file.
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && ::fcntl(fd, F_SETFL, flags & ~O_APPEND) == 0 &&
+           retryInterrupted([&] { return ::pwrite(fd, "\n", 1, end - 1); }) == 1;
+}
+
 bool hasAcl(const char* path)
 {
     return ::getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
@@ -79,13 +94,19 @@ TxFile TxOpenFile(const char* path)
     return file;
 }
 
-bool TxAppendToFile(const char* path, const char* bytes, std::size_t size)
+TxAppended TxAppendToFile(const char* path, const char* line, std::size_t size)
 {
     const UniqueFd file = openFile(path, O_RDWR | O_APPEND | O_CREAT, kDefaultMode);
-    if (file) {
-        writeAll(file.get(), bytes, size);
+    if (!file) {
+        return TxAppended::lost;
     }
-    return static_cast<bool>(file);
+    if (writeAll(file.get(), line, size)) {
+        return TxAppended::whole;
+    }
+    const int error = errno;
+    const TxAppended result = endCutLine(file.get()) ? TxAppended::lost : TxAppended::cut;
+    errno = error;
+    return result;
 }
 
 struct TxReplacement::State {
