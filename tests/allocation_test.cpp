@@ -114,6 +114,7 @@ TEST_F(Allocation, TraceAndConfiguration)
     failEach({""}, [&, line = "longer than most lines" + std::string(3000, 'x')] {
         const Made<CCmnTraceLog> another(true);
         log.get()->initialize(L"t", L"", L"", 1, false);
+        log.get()->refresh();
         log.get()->trace(1, "%s", line.c_str());
         const AllocationFaultPause pause;
         const std::string text = m_Scratch.read("Logs/t.log").erase(0, 27); // the time

@@ -160,4 +160,74 @@ TEST_F(TraceLog, ACutLineEndsAsALine)
     EXPECT_EQ(log.get()->getLastWriteError(), EFBIG);
 }
 
+void forward(CCmnTraceLog& log, int level, const char* format, ...)
+{
+    std::va_list args;
+    va_start(args, format);
+    log.vtrace(level, format, args);
+    va_end(args);
+}
+
+TEST_F(TraceLog, VtraceFiltersAndFormats)
+{
+    start();
+    forward(*log.get(), 2, "%d", 2);
+    forward(*log.get(), 1, "%d%s", 1, "a");
+    forward(*log.get(), 2, "%d", 2);
+    EXPECT_EQ(traced(1, "b"), "@1a\n@b\n");
+}
+
+TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
+{
+    using Failure = SCmnTraceRefresh::Failure;
+    EXPECT_EQ(log.get()->refresh().failure, Failure::notInitialized);
+    scratch.makeDirectory("Logs/t.log"); // initialize cannot open it
+    start();
+    std::filesystem::remove(scratch.path("Logs/t.log"));
+    const auto levelOf = [](char digit) {
+        return std::string("\"TRACELEVEL\"=dword:") + digit + "\n";
+    };
+    const auto copyOf = [](char digit) {
+        return std::string("\"TRACESTDOUT\"=dword:") + digit + "\n";
+    };
+    const std::string dir = "\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"" + scratch.path();
+    const struct {
+        std::string name, settings; // "-" for an unchanged file
+        const char *makes, *file;   // a directory; where lines go then
+        int level, error;
+        Failure failure;
+        bool levelChanged, placeChanged, copyChanged;
+    } cases[] = {
+        {"opens now", "-", "Logs", "Logs/t.log", 1, 0, Failure::none, false, false, false},
+        {"level", levelOf('3'), "x", "Logs/t.log", 3, 0, Failure::none, true, false, false},
+        {"place", dir + "x\"\n", "x", "x/f", 3, 0, Failure::none, false, true, false},
+        {"unusable", dir + "y\"\n" + levelOf('2'), "x", "x/f", 2, ENOENT, Failure::unusableFile,
+         true, false, false},
+        {"usable now", "-", "y", "y/f", 2, 0, Failure::none, false, true, false},
+        {"no values", "", "x", "y/f", 2, 0, Failure::none, false, false, false},
+        {"harmful", levelOf('7') + std::string(9, '\0') + "\n", "x", "y/f", 2, 0,
+         Failure::unreadableSettings, false, false, false},
+        {"copy", copyOf('1'), "x", "y/f", 2, 0, Failure::none, false, false, true},
+        {"copy stays", copyOf('0'), "x", "y/f", 2, 0, Failure::none, false, false, false},
+        {"no file", "", "x", "y/f", 2, ENOENT, Failure::noSettings, false, false, false}};
+    for (const auto& c : cases) {
+        if (c.settings != "-")
+            scratch.write(kConf, "[DEBUG_TRACE_INFO]\n" + c.settings);
+        if (c.failure == Failure::noSettings)
+            std::filesystem::remove(scratch.path(kConf));
+        scratch.makeDirectory(c.makes);
+        const SCmnTraceRefresh found = log.get()->refresh();
+        EXPECT_EQ(found.failure, c.failure) << c.name;
+        EXPECT_EQ(found.error, c.error) << c.name;
+        EXPECT_EQ(found.level, c.levelChanged) << c.name;
+        EXPECT_EQ(found.place, c.placeChanged) << c.name;
+        EXPECT_EQ(found.toStdout, c.copyChanged) << c.name;
+        file = c.file;
+        EXPECT_NE(traced(c.level, "in"), "") << c.name;
+        EXPECT_EQ(traced(c.level + 1, "out"), "") << c.name;
+        EXPECT_EQ(level(), c.level) << c.name;
+    }
+    EXPECT_STREQ(log.get()->getTracePath().c_str(), scratch.widePath("y/f").c_str());
+}
+
 } // namespace

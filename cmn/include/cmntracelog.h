@@ -19,11 +19,38 @@
 #include "cmnrefcount.h"
 #include "cmntypes.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 
 namespace tarnix_cmn_4_4
 {
+
+/// What CCmnTraceLog::refresh has found: which settings it has changed in memory, and what has
+/// failed.
+struct SCmnTraceRefresh {
+    /// Why the settings in the file do not apply.
+    enum class Failure {
+        none,               ///< they do
+        notInitialized,     ///< initialize has not been called
+        noSettings,         ///< the settings file cannot be found, for the reason in `error`
+        unreadableSettings, ///< an import fails: it may be incomplete, or no regular file
+        unusableFile,       ///< the trace file that it names cannot be opened, for the reason in
+                            ///< `error`; lines still go to the one before. The rest applies
+    };
+
+    Failure failure = Failure::none; ///< why settings do not apply
+    int error = 0;                   ///< number of the system's error, as in errno; otherwise 0
+    bool level = false;              ///< the active level has changed
+    bool place = false;              ///< lines go to another trace file
+    bool toStdout = false;           ///< lines are copied to standard output now
+
+    /// Whether any setting has changed.
+    bool changed() const { return level || place || toStdout; }
+
+    /// Whether anything has failed.
+    bool failed() const { return failure != Failure::none; }
+};
 
 /// A line is written when its level is less than or equal to the active level: the smaller the
 /// number, the more important the line. The settings are in the section DEBUG_TRACE_INFO of the
@@ -56,10 +83,18 @@ public:
     /// configured or the default file is used; the default is below `dir` if the install directory
     /// is not known. With `toStdout`, lines are copied to standard output. Failures are reported on
     /// standard output. May be called again in any state; an initialised log stays initialised.
+    ///
+    /// The settings in memory stay. So after a call with another name, lines still go to the file
+    /// of the first name, unless both `dir` and `file` are given or the settings file of the new
+    /// name has TRACEDIR and TRACEFILE. Use a new log for another name.
     void initialize(const tstr& name, tstr dir, tstr file, int level, bool toStdout);
 
-    /// True once initialize has been able to open the trace file.
+    /// True once initialize or refresh has been able to open the trace file.
     bool isInitialized() const { return m_Initialized; }
+
+    /// The path of the trace file; empty before initialize. The reference is valid as long as the
+    /// log, and the text until the next initialize or refresh.
+    const tstr& getTracePath() const { return m_TracePath; }
 
     /// Sets `level` to the active level as the last call of trace or UpdateTraceLevelFromConfigFile
     /// found it: lines of this level and below were written. Between initialize and the first such
@@ -73,6 +108,10 @@ public:
     /// are lost; getLostLines counts them.
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
+    /// The same for a function that has such arguments itself. `args` is used up, as by vprintf.
+    void vtrace(int level, const char* format, std::va_list args)
+        __attribute__((format(printf, 3, 0)));
+
     /// How many lines of this log were not written whole since its construction: the file could not
     /// be opened, the disk was full, or an allocation failed. What was written of such a line is a
     /// line of its own. Lines before isInitialized are not counted.
@@ -81,6 +120,17 @@ public:
     /// Why the last such line was lost: the number of the system's error, as in errno. 0 if none
     /// was lost.
     int getLastWriteError() const { return m_LastWriteError; }
+
+    /// Reads the settings file again if it has changed since the last call, so that a process can
+    /// follow edits by hand, for example once a second: without a change this only asks the system
+    /// for the file's times and size. The first call after initialize always reads the file.
+    ///
+    /// TRACELEVEL, and TRACEDIR with TRACEFILE, then apply at once. TRACESTDOUT 1 turns the copy
+    /// on. A value that is missing from the file stays as it is in memory, and the level of the
+    /// sibling product plays no part. If initialize could not open the trace file, this tries
+    /// again. After a failure the settings in memory stay. Writes no settings, and reports nothing
+    /// on standard output. Throws std::bad_alloc if an allocation fails.
+    SCmnTraceRefresh refresh();
 
     /// Sets the active level to TRACELEVEL of the settings in memory, or to 1 if there is none.
     void UpdateTraceLevelFromConfigFile();
@@ -139,6 +189,10 @@ private:
     void countLostLine(int error);
     void setPlace(tstr& dir, tstr& file, tstr& path);
 
+    void takeSettings(CCmnConfiguration& file, SCmnTraceRefresh& result);
+    bool takeLevel(unsigned int level);
+    void takePlace(tstr& dir, tstr& file, SCmnTraceRefresh& result);
+
     Settings m_Settings;
     tstr m_Name;
     tstr m_TraceFile;
@@ -147,8 +201,12 @@ private:
     bool m_Initialized = false;
     bool m_ToStdout = false;
     bool m_IsLineCut = false; ///< the trace file ends within a line
+    bool m_IsSettingsVersionKnown = false;
     int m_LastWriteError = 0;
     std::uint64_t m_LostLines = 0;
+    tstr m_SettingsDir;
+    tstr m_SettingsFile;
+    std::array<std::int64_t, 5> m_SettingsVersion{}; ///< of the file that refresh has read
 };
 
 } // namespace tarnix_cmn_4_4

@@ -124,6 +124,7 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
     } catch (...) {
         std::printf("ERROR: CCmnTraceLog: Failed to initialize log settings\n");
     }
+    m_IsSettingsVersionKnown = false;
     m_Settings.setLevel(level);
     tstr path;
     assign(path, dir, L"/", file);
@@ -180,6 +181,8 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
     CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
     CCmnPathTool::getTraceFileInfo(m_Name, dir, file);
     m_Settings.store().importConfig(configDir.c_str(), configFile.c_str());
+    m_SettingsDir.swap(configDir);
+    m_SettingsFile.swap(configFile);
 
     unsigned int configured = 0;
     ACE_Configuration_Section_Key section;
@@ -259,6 +262,14 @@ void CCmnTraceLog::trace(int level, const char* format, ...)
     va_start(args, format);
     traceLine(level, format, args);
     va_end(args);
+}
+
+void CCmnTraceLog::vtrace(int level, const char* format, std::va_list args)
+{
+    if (m_Settings.isLevelOfStore() && level > m_Settings.level()) {
+        return;
+    }
+    traceLine(level, format, args);
 }
 
 // Not inlined: the fast path would save registers for it.

@@ -5,7 +5,9 @@
 #ifndef TARNIX_PLATFORM_FILE_H
 #define TARNIX_PLATFORM_FILE_H
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -34,6 +36,13 @@ enum class TxAppended {
 /// last byte of that part becomes a newline. Unless the result is `whole`, errno has the reason.
 /// With no bytes the call only checks that the file can be opened for reading and writing.
 TxAppended TxAppendToFile(const char* path, const char* line, std::size_t size);
+
+/// Numbers that differ between two calls if the file has been changed or replaced between them.
+using TxFileVersion = std::array<std::int64_t, 5>;
+
+/// Sets `version`; false, with the reason in errno, if there is no such file. `isSettled` is false
+/// if the last change is so recent that another one need not show in the numbers.
+bool TxGetFileVersion(const char* path, TxFileVersion& version, bool& isSettled);
 
 /// A temporary file that replaces another once it is complete: at each moment the name leads to the
 /// complete old file or the complete new one, however many read and replace it at that time.
@@ -82,6 +91,8 @@ namespace tarnix_cmn_4_4
 using tarnix_platform::TxAppended;
 using tarnix_platform::TxAppendToFile;
 using tarnix_platform::TxFile;
+using tarnix_platform::TxFileVersion;
+using tarnix_platform::TxGetFileVersion;
 using tarnix_platform::TxOpenFile;
 using tarnix_platform::TxReplacement;
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 namespace tarnix_platform
 {
@@ -71,6 +72,15 @@ bool endCutLine(int fd)
            retryInterrupted([&] { return ::pwrite(fd, "\n", 1, end - 1); }) == 1;
 }
 
+std::int64_t nanoseconds(const timespec& time)
+{
+    constexpr std::int64_t second = 1'000'000'000;
+    return time.tv_sec * second + time.tv_nsec;
+}
+
+// Some file systems store times in steps of two seconds.
+constexpr std::int64_t kCoarsestFileTime = 2'000'000'000;
+
 bool hasAcl(const char* path)
 {
     return ::getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
@@ -107,6 +117,21 @@ TxAppended TxAppendToFile(const char* path, const char* line, std::size_t size)
     const TxAppended result = endCutLine(file.get()) ? TxAppended::lost : TxAppended::cut;
     errno = error;
     return result;
+}
+
+bool TxGetFileVersion(const char* path, TxFileVersion& version, bool& isSettled)
+{
+    struct stat info {
+    };
+    if (::stat(path, &info) != 0) {
+        return false;
+    }
+    version = {static_cast<std::int64_t>(info.st_dev), static_cast<std::int64_t>(info.st_ino),
+               info.st_size, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim)};
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    isSettled = nanoseconds(now) - nanoseconds(info.st_ctim) > kCoarsestFileTime;
+    return true;
 }
 
 struct TxReplacement::State {

@@ -1,0 +1,104 @@
+// CCmnTraceLog: follows changes of the settings file. Nothing here writes that file: whoever edits
+// it may not be finished.
+#include "cmnpathtool.h"
+#include "cmntracelog.h"
+#include "cmntracesettings.h"
+#include "cmntstr.h"
+#include "platform_file.h"
+
+#include <cerrno>
+
+namespace tarnix_cmn_4_4
+{
+
+SCmnTraceRefresh CCmnTraceLog::refresh()
+{
+    SCmnTraceRefresh result;
+    if (m_SettingsFile.is_empty()) {
+        result.failure = SCmnTraceRefresh::Failure::notInitialized;
+        return result;
+    }
+    tstr path;
+    assign(path, m_SettingsDir, m_SettingsFile);
+    TxFileVersion version{};
+    bool isSettled = false;
+    if (!TxGetFileVersion(pathBytes(path).c_str(), version, isSettled)) {
+        result.failure = SCmnTraceRefresh::Failure::noSettings;
+        result.error = errno;
+        return result;
+    }
+    if (m_Initialized && m_IsSettingsVersionKnown && version == m_SettingsVersion) {
+        return result;
+    }
+    // Not into the store: an import that fails would leave a part of the file there.
+    CCmnConfiguration file;
+    if (file.importConfig(m_SettingsDir.c_str(), m_SettingsFile.c_str()) != 0) {
+        result.failure = SCmnTraceRefresh::Failure::unreadableSettings;
+        return result;
+    }
+    takeSettings(file, result);
+    m_SettingsVersion = version;
+    // After a failure the same file is read again: a missing directory may exist then.
+    m_IsSettingsVersionKnown = isSettled && !result.failed();
+    return result;
+}
+
+void CCmnTraceLog::takeSettings(CCmnConfiguration& file, SCmnTraceRefresh& result)
+{
+    tstr dir;
+    tstr name;
+    assign(dir, m_TraceDir);
+    assign(name, m_TraceFile);
+    ACE_Configuration_Section_Key section;
+    if (file.openSection(kTraceSection, section, 0) == 0) {
+        file.getStringValue(kTraceDir, dir);
+        file.getStringValue(kTraceFile, name);
+        unsigned int value = 0;
+        if (file.getIntegerValue(kTraceLevel, value) == 0) {
+            result.level = takeLevel(value);
+        }
+        if (!m_ToStdout && file.getIntegerValue(kTraceStdout, value) == 0 && value == 1) {
+            result.toStdout = m_ToStdout = true;
+        }
+    }
+    takePlace(dir, name, result);
+}
+
+bool CCmnTraceLog::takeLevel(unsigned int level)
+{
+    unsigned int known = 0;
+    if (m_Settings.store().getIntegerValue(kTraceSection, kTraceLevel, known) == 0 &&
+        known == level) {
+        return false;
+    }
+    m_Settings.store().setIntegerValue(kTraceLevel, level);
+    UpdateTraceLevelFromConfigFile();
+    return true;
+}
+
+void CCmnTraceLog::takePlace(tstr& dir, tstr& file, SCmnTraceRefresh& result)
+{
+    const bool isNew = dir != m_TraceDir || file != m_TraceFile;
+    if (!isNew && m_Initialized) {
+        return;
+    }
+    tstr path;
+    assign(path, dir, L"/", file);
+    if (TxAppendToFile(pathBytes(path).c_str(), nullptr, 0) != TxAppended::whole) {
+        result.failure = SCmnTraceRefresh::Failure::unusableFile;
+        result.error = errno;
+        return;
+    }
+    m_Initialized = true;
+    if (isNew) {
+        ACE_Configuration_Section_Key section;
+        if (m_Settings.store().openSection(kTraceSection, section, 1) == 0) {
+            m_Settings.store().setStringValue(kTraceDir, dir);
+            m_Settings.store().setStringValue(kTraceFile, file);
+        }
+        setPlace(dir, file, path);
+        result.place = true;
+    }
+}
+
+} // namespace tarnix_cmn_4_4
