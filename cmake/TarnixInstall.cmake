@@ -47,6 +47,8 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnixcmn.pc
 
 install(FILES platform/pam.d/tarnix DESTINATION ${sysconf_dir}/pam.d COMPONENT runtime)
 install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT runtime)
+# For whoever runs programs, and therefore in the package of the library.
+install(FILES cmake/debian/logrotate.conf DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
