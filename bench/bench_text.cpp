@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 using tarnix_cmn_4_4::CCmnStringTool;
@@ -211,6 +213,35 @@ void addNumbers()
     }).add("tarnix", [](double number) { return CCmnStringTool::double2str(number); });
 }
 
+// A text as a whole, against the standard's reader and the check that it has read all.
+template <class Number, class... Base>
+void addStrictReader(const std::string& name, const char* text, Base... base)
+{
+    Row(name, kNone, always(text), "std", [base...](const std::string& digits) {
+        Number number{};
+        const char* const last = digits.data() + digits.size();
+        const auto [end, error] = std::from_chars(digits.data(), last, number, base...);
+        return error == std::errc() && end == last ? number : Number{};
+    }).add("tarnix", [](const std::string& digits) {
+        Number number{};
+        if constexpr (sizeof...(Base) == 0) {
+            return CCmnStringTool::readNumber(digits, number) ? number : Number{};
+        } else {
+            return CCmnStringTool::readHex(digits, number) ? number : Number{};
+        }
+    });
+}
+
+void addStrictReaders()
+{
+    addStrictReader<int>("read_number_short", "42");
+    addStrictReader<int>("read_number_int", "-1234567890");
+    addStrictReader<std::int64_t>("read_number_long", "1234567890123456789");
+    addStrictReader<double>("read_number_double", "-1234.5678e-3");
+    addStrictReader<unsigned int>("read_hex_int", "7fffabcd", 16);
+    addStrictReader<std::uint64_t>("read_hex_long", "7fffabcd01234567", 16);
+}
+
 // ---- UTF-8 and UTF-16 --------------------------------------------------------------------------
 
 template <class MakeText>
@@ -383,6 +414,7 @@ void addRows()
     addReader("strtoumax", std::strtoumax, TX_strtoumax);
     addPrints();
     addNumbers();
+    addStrictReaders();
     addUtf8("ascii", asciiText);
     addUtf8("mixed", mixedText);
     addLocale("ascii", kUtf8Locale, asciiText);

@@ -65,6 +65,8 @@ ROWS = [
         ("snprintf", "glibc", 0.95, "TX_snprintf"),
     ]),
     ("Text", [
+        ("read_number", "std", 0.90, "readNumber, against std::from_chars"),
+        ("read_hex", "std", 0.90, "readHex, against std::from_chars"),
         ("str2ustr_ascii/20", "icu", 1.0, "short ASCII to UTF-16"),
         ("str2ustr_ascii/65536", "icu", 3.0, "ASCII to UTF-16"),
         ("str2ustr", "icu", 1.0, "UTF-8 to UTF-16"),

@@ -8,6 +8,8 @@
 
 #include <climits>
 #include <clocale>
+#include <iomanip>
+#include <sstream>
 #include <tuple>
 
 using namespace std::string_literals;
@@ -145,6 +147,79 @@ TEST(StringTool, PrintsAndReadsNumbersAndHex)
     size = 13;
     EXPECT_EQ(Tool::str2binary(bytes, &size, "aAfF09 5-1+70x1/1:1@1G1`1gf"), 0);
     EXPECT_EQ(Tool::binary2str(bytes, size), "aaff0905ff0700010101010101");
+}
+
+// How a reader ended on a text: the number, or the kind of failure with the position.
+template <class Number, class Read>
+static std::string readBy(const std::string& text, Read read)
+{
+    const Number before = 77;
+    Number number = before;
+    const Tool::ReadResult result = read(std::string_view(text), number);
+    EXPECT_EQ(number == before, !result || text == "77") << text;
+    EXPECT_TRUE(result.position == 0 || result.failure == Tool::ReadFailure::badCharacter) << text;
+    const char* const kinds[] = {"", "empty", "bad ", "range"};
+    const std::string kind = kinds[static_cast<int>(result.failure)];
+    std::ostringstream printed;
+    printed << std::setprecision(17) << number;
+    return result ? printed.str() : kind + (kind == "bad " ? std::to_string(result.position) : "");
+}
+
+TEST(StringTool, ReadsDecimalNumbersStrictly)
+{
+    const struct {
+        const char *text, *asInt, *asUnsigned, *asInt64, *asUint64, *asDouble;
+    } cases[] = {
+        {"", "empty", "empty", "empty", "empty", "empty"},
+        {"0012", "12", "12", "12", "12", "12"},
+        {"-1", "-1", "bad 0", "-1", "bad 0", "-1"},
+        {"-", "bad 1", "bad 0", "bad 1", "bad 0", "bad 1"},
+        {"+1", "bad 0", "bad 0", "bad 0", "bad 0", "bad 0"},
+        {"2147483648", "range", "2147483648", "2147483648", "2147483648", "2147483648"},
+        {"-2147483649", "range", "bad 0", "-2147483649", "bad 0", "-2147483649"},
+        {"-9223372036854775808", "range", "bad 0", "-9223372036854775808", "bad 0",
+         "-9.2233720368547758e+18"},
+        {"18446744073709551616", "range", "range", "range", "range", "1.8446744073709552e+19"},
+        {"99999999999999999999x", "bad 20", "bad 20", "bad 20", "bad 20", "bad 20"},
+        {"0000000000000000000000012", "12", "12", "12", "12", "12"},
+        {"1.", "bad 1", "bad 1", "bad 1", "bad 1", "1"},
+        {"1e-2", "bad 1", "bad 1", "bad 1", "bad 1", "0.01"},
+        {"1e", "bad 1", "bad 1", "bad 1", "bad 1", "bad 1"},
+        {"-inf", "bad 1", "bad 0", "bad 1", "bad 0", "bad 1"},
+        {"1e309", "bad 1", "bad 1", "bad 1", "bad 1", "range"},
+        {"1e-400", "bad 1", "bad 1", "bad 1", "bad 1", "range"},
+        {"0x1F", "bad 1", "bad 1", "bad 1", "bad 1", "bad 1"}};
+    const auto read = [](auto text, auto& number) { return Tool::readNumber(text, number); };
+    for (const auto& c : cases) {
+        EXPECT_EQ(readBy<int>(c.text, read), c.asInt) << c.text;
+        EXPECT_EQ(readBy<unsigned int>(c.text, read), c.asUnsigned) << c.text;
+        EXPECT_EQ(readBy<long long>(c.text, read), c.asInt64) << c.text;
+        EXPECT_EQ(readBy<unsigned long>(c.text, read), c.asUint64) << c.text;
+        EXPECT_EQ(readBy<double>(c.text, read), c.asDouble) << c.text;
+    }
+}
+
+TEST(StringTool, ReadsHexNumbersStrictly)
+{
+    const struct {
+        const char *text, *asInt, *asUnsigned, *asInt64, *asUint64;
+    } cases[] = {{"", "empty", "empty", "empty", "empty"},
+                 {"0X1f", "31", "31", "31", "31"},
+                 {"-0x1F", "-31", "bad 0", "-31", "bad 0"},
+                 {"0x", "bad 2", "bad 2", "bad 2", "bad 2"},
+                 {"ffffffff", "range", "4294967295", "4294967295", "4294967295"},
+                 {"-80000000", "-2147483648", "bad 0", "-2147483648", "bad 0"},
+                 {"-80000001", "range", "bad 0", "-2147483649", "bad 0"},
+                 {"ffffffffffffffff", "range", "range", "range", "18446744073709551615"},
+                 {"-8000000000000000", "range", "bad 0", "-9223372036854775808", "bad 0"},
+                 {"10000000000000000", "range", "range", "range", "range"}};
+    const auto read = [](auto text, auto& number) { return Tool::readHex(text, number); };
+    for (const auto& c : cases) {
+        EXPECT_EQ(readBy<int>(c.text, read), c.asInt) << c.text;
+        EXPECT_EQ(readBy<unsigned int>(c.text, read), c.asUnsigned) << c.text;
+        EXPECT_EQ(readBy<long>(c.text, read), c.asInt64) << c.text;
+        EXPECT_EQ(readBy<unsigned long long>(c.text, read), c.asUint64) << c.text;
+    }
 }
 
 TEST(StringTool, TokensLinesAndCase)
