@@ -29,6 +29,36 @@ static void checkNarrow(const std::string& text)
             "narrow text is converted as the locale does");
 }
 
+// Text that need not be valid, zeros included.
+static void checkReplacing(const std::string& text)
+{
+    const icu::UnicodeString peer = icu::UnicodeString::fromUTF8(text);
+    std::wstring expected;
+    for (std::int32_t at = 0; at < peer.length(); at = peer.moveIndex32(at, 1))
+        expected += static_cast<wchar_t>(peer.char32At(at));
+    std::string back;
+    const bool valid = peer.toUTF8String(back) == text;
+    require(Tool::decodeUtf8(text) == expected, "replaces the maximal subparts");
+    require(Tool::encodeUtf8(expected) == back, "encodes what was decoded");
+    const std::size_t bad = Tool::findInvalidUtf8(text);
+    require((bad == std::string::npos) == valid, "knows UTF-8");
+    if (!valid) {
+        const auto characters = icu::UnicodeString::fromUTF8(text.substr(0, bad)).countChar32();
+        require(text.compare(0, bad, back, 0, bad) == 0, "what precedes the bad byte is UTF-8");
+        require(expected.at(static_cast<std::size_t>(characters)) == 0xFFFD &&
+                    text.compare(bad, 3, "\uFFFD") != 0,
+                "the bad byte is the first");
+    }
+
+    std::wstring points(text.size() / 4, L'\0'); // any 32 bits
+    std::memcpy(points.data(), text.data(), points.size() * 4);
+    std::string utf8;
+    const auto* const units = reinterpret_cast<const UChar32*>(points.data());
+    icu::UnicodeString::fromUTF32(units, static_cast<std::int32_t>(points.size()))
+        .toUTF8String(utf8);
+    require(Tool::encodeUtf8(points) == utf8, "replaces what is no character");
+}
+
 static void checkWide(const std::string& text)
 {
     std::u16string units(text.size() / 2, u'\0');
@@ -88,7 +118,7 @@ void fuzz(FuzzInput input)
     const std::string set = cut(input.until('\n')), with = input.until('\n'),
                       text = input.expanded(8192);
     if (choice / 2 % 4 == 0)
-        checkNarrow(text);
+        checkNarrow(text), checkReplacing(text);
     else if (choice / 2 % 4 == 1)
         checkWide(text);
     else

@@ -222,6 +222,30 @@ TEST(StringTool, ReadsHexNumbersStrictly)
     }
 }
 
+TEST(StringTool, ReplacesWhatIsNotUtf8)
+{
+    const struct {
+        std::string bytes;
+        std::wstring wide;
+        std::size_t bad; // where the first part is that is not UTF-8
+    } cases[] = {{"a\0\xC2\x80"s, L"a\0\x80"s, std::string::npos},
+                 {"\xF4\x8F\xBF\xBF", L"\U0010FFFF", std::string::npos},
+                 {"\xC0\xAF\xE0\x80\xBF", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD", 0}, // overlong
+                 {"a\xED\xA0\x80", L"a\uFFFD\uFFFD\uFFFD", 1},                   // a surrogate
+                 {"\xF4\x91\x92\x93\xFF\x41", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA", 0},
+                 {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", L"\uFFFD\uFFFD\uFFFD\uFFFDA", 0},
+                 {"\xC3\xA9\xE2\x82", L"\u00E9\uFFFD", 2}}; // cut at the end
+    for (const auto& c : cases) {
+        const std::string start(40, 'a');
+        EXPECT_TRUE(Tool::decodeUtf8(c.bytes) == c.wide) << c.bytes;
+        EXPECT_EQ(Tool::findInvalidUtf8(c.bytes), c.bad) << c.bytes;
+        EXPECT_TRUE(Tool::decodeUtf8(start + c.bytes) == std::wstring(40, L'a') + c.wide)
+            << c.bytes;
+    }
+    EXPECT_EQ(Tool::encodeUtf8(std::wstring{L'a', 0, 0xD800, 0xDC00, 0x110000, -1, 0x10FFFF}),
+              "a\0\uFFFD\uFFFD\uFFFD\uFFFD\U0010FFFF"s);
+}
+
 TEST(StringTool, TokensLinesAndCase)
 {
     EXPECT_TRUE(Tool::isIpAddress("999.0.0.00001") && Tool::isIpAddress(".1..2.3.4."));

@@ -219,18 +219,6 @@ public:
     ///
     /// readHex reads hexadecimal digits of either case, after a "0x" or "0X" if there is one, and
     /// after a '-' if the type is signed: "ffffffff" is out of range for an int.
-    ///
-    /// @code
-    /// #include "cmnstringtool.h"
-    /// #include <iostream>
-    ///
-    /// using Tool = tarnix_cmn_4_4::CCmnStringTool;
-    /// unsigned int port = 80;
-    /// const Tool::ReadResult result = Tool::readNumber("8O80", port);
-    /// if (!result) {
-    ///     std::cout << port << ' ' << result.position << '\n'; // prints 80 1
-    /// }
-    /// @endcode
     template <class Integer, class = IfInteger<Integer>>
     static ReadResult readNumber(std::string_view text, Integer& number);
     template <class Real, std::enable_if_t<std::is_same_v<Real, double>, int> = 0>
@@ -238,6 +226,23 @@ public:
     template <class Integer, class = IfInteger<Integer>>
     static ReadResult readHex(std::string_view text, Integer& number);
     /// @}
+
+    // ---- UTF-8, strictly and with replacement --------------------------------------------------
+
+    /// The offset of the first byte that does not belong to a UTF-8 character (RFC 3629);
+    /// std::string::npos if the text is UTF-8. The bytes before the offset are UTF-8. A zero byte
+    /// is a character. A character that breaks off, or that is cut at the end of the text, is
+    /// reported at its first byte.
+    static std::size_t findInvalidUtf8(std::string_view text);
+
+    /// UTF-8 to wide text, embedded zeros included. Each part that is not UTF-8 becomes one U+FFFD,
+    /// where a part is as long as it could be the start of a character, and otherwise one byte: the
+    /// practice that the Unicode standard recommends ("maximal subparts").
+    static std::wstring decodeUtf8(std::string_view text);
+
+    /// Wide text to UTF-8, embedded zeros included. Each unit that is no character, such as a
+    /// surrogate, becomes U+FFFD.
+    static std::string encodeUtf8(std::wstring_view text);
 
     // ---- Bytes and text ------------------------------------------------------------------------
 
