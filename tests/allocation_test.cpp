@@ -99,11 +99,13 @@ TEST_F(Allocation, Messages)
             return changed.getFile() + changed.serialize()->text;
         });
     // Without a number: ICU's number formatter does not check its allocations.
-    failEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
-        const tstr text = message.formatMessage(pattern);
-        const AllocationFaultPause pause;
-        return CCmnStringTool::tstr2str(text);
-    });
+    for (const bool inLanguage : {false, true})
+        failEach({"", "{0}!"}, [&, pattern = tstr(L"{0}!")] {
+            const tstr text = inLanguage ? message.formatInLanguage(pattern, "de")
+                                         : message.formatMessage(pattern);
+            const AllocationFaultPause pause;
+            return CCmnStringTool::tstr2str(text);
+        });
 }
 
 // ACE's store does not check its allocations, so only those fail here that throw.

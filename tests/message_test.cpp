@@ -133,4 +133,30 @@ TEST(Message, FormatsWithinLimits)
     }
 }
 
+// A class that overrides formatMessage is formatted by its own.
+TEST(Message, FormatsInALanguage)
+{
+    struct Louder : CCmnIcuMessage {
+        using CCmnIcuMessage::CCmnIcuMessage;
+        tstr formatMessage(tstr pattern) override
+        {
+            return CCmnIcuMessage::formatMessage(pattern + L"!");
+        }
+    };
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale::getUS(), status);
+    const Formattable number(1234.5);
+    Louder message("id", &number, 1, {}, "", 0);
+    const std::pair<std::string, const wchar_t*> cases[] = {
+        {"de", L"1.234,5 other!"},         {"de-AT", L"1\u00A0234,5 other!"},
+        {"cs@x=y", L"1\u00A0234,5 many!"}, {"root", L"1,234.5 other!"},
+        {"../cs", L"1,234.5 other!"},      {std::string(300, 'x'), L"1,234.5 other!"}};
+    for (const auto& [language, text] : cases)
+        EXPECT_STREQ(
+            message.formatInLanguage(L"{0} {0, plural, many{many} other{other}}", language).c_str(),
+            text)
+            << language;
+    EXPECT_STREQ(message.formatMessage(L"{0}").c_str(), L"1,234.5!");
+}
+
 } // namespace

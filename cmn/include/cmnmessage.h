@@ -73,6 +73,13 @@ public:
     /// is what could be formatted, or the pattern itself.
     virtual tstr formatMessage(tstr pattern) = 0;
 
+    /// As formatMessage, with the numbers, dates and plural forms of a language instead of those of
+    /// ICU's default locale. The language is an ICU locale name such as "de" or "pt_BR"; the name
+    /// of no locale, and "root", give ICU's root conventions, in which every plural form is
+    /// `other`. Calls formatMessage of the object's class: one that does not use that of
+    /// CCmnIcuMessage decides itself, and ignores the language.
+    tstr formatInLanguage(tstr pattern, const std::string& language);
+
 protected:
     CCmnMessage() = default;
 
@@ -144,7 +151,8 @@ public:
 
     /// The pattern follows the rules of MessageFormat even if there are no arguments: apostrophes
     /// and braces always have their special meaning. Numbers and dates are formatted for ICU's
-    /// default locale, not for the language of the pattern. After a failure the result is what has
+    /// default locale, not for the language of the pattern; formatInLanguage formats them for a
+    /// language. After a failure the result is what has
     /// been formatted so far, or the unchanged pattern if that is empty. The pattern also comes
     /// back unchanged if its braces nest more than 32 levels deep, as in 17 plurals or selects
     /// inside each other: they could take more stack than a thread has.

@@ -8,6 +8,7 @@
 #include "cmnutf16.h"
 #include "platform_text.h"
 
+#include <unicode/locid.h>
 #include <unicode/msgfmt.h>
 #include <unicode/unistr.h>
 
@@ -368,11 +369,54 @@ bool formatsToItself(const tstr& pattern)
     return found == 0;
 }
 
+// What formatInLanguage passes through the virtual formatMessage, which has no argument for it and
+// may be overridden. Null for ICU's default locale.
+thread_local const icu::Locale* t_locale = nullptr;
+
+class LocaleInUse
+{
+public:
+    explicit LocaleInUse(const icu::Locale& locale) { t_locale = &locale; }
+    ~LocaleInUse() { t_locale = m_Outer; }
+    LocaleInUse(const LocaleInUse&) = delete;
+    LocaleInUse& operator=(const LocaleInUse&) = delete;
+
+private:
+    const icu::Locale* const m_Outer = t_locale;
+};
+
+// ICU looks for the data of a locale in files whose names contain its name.
+icu::Locale conventionsOf(const std::string& language)
+{
+    const bool isPath = language.find_first_of("/\\") != std::string::npos;
+    const icu::Locale locale(isPath ? "root" : language.c_str());
+    return locale.isBogus() ? icu::Locale::getRoot() : locale;
+}
+
+void format(const icu::UnicodeString& pattern, const ArgumentList& arguments,
+            icu::UnicodeString& output, UErrorCode& status)
+{
+    if (t_locale == nullptr) {
+        icu::MessageFormat::format(pattern, arguments.first, arguments.count, output, status);
+        return;
+    }
+    const icu::MessageFormat formatter(pattern, *t_locale, status);
+    icu::FieldPosition position(icu::FieldPosition::DONT_CARE);
+    formatter.format(arguments.first, arguments.count, output, position, status);
+}
+
 } // namespace
 
 CCmnMessage::CCmnMessage(const char* msgId, tarnix_eseverity severity, const char* file, int line)
     : m_MessageId(msgId), m_Severity(severity), m_File(file), m_Line(line)
 {
+}
+
+tstr CCmnMessage::formatInLanguage(tstr pattern, const std::string& language)
+{
+    const icu::Locale locale = conventionsOf(language);
+    const LocaleInUse inUse(locale);
+    return formatMessage(taken(pattern));
 }
 
 CCmnIcuMessage::CCmnIcuMessage(const char* msgId, const Formattable* args, int count,
@@ -477,8 +521,7 @@ tstr CCmnIcuMessage::formatMessage(tstr pattern)
     char16_t room[kFormatRoom];
     icu::UnicodeString output(room, 0, kFormatRoom); // in `room` as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
-    icu::MessageFormat::format(CCmnStringTool::tstr2ustr(pattern), arguments.first, arguments.count,
-                               output, status);
+    format(CCmnStringTool::tstr2ustr(pattern), arguments, output, status);
     if (U_SUCCESS(status) || !output.isEmpty()) {
         appendWide(result, output);
     } else {

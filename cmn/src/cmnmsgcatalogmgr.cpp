@@ -20,14 +20,6 @@ tstr copyOf(const wchar_t* text)
     return copy;
 }
 
-// A copy of a tstr, as of an argument by value, does not report a failed allocation.
-tstr taken(tstr& text)
-{
-    tstr result;
-    result.swap(text);
-    return result;
-}
-
 // Whether the text is an id that no catalog has, and would be a pattern with arguments. The sender
 // of a message chooses its id, but not how its arguments are formatted.
 bool isUnknownPattern(const tstr& text, const std::string& id)

@@ -42,6 +42,15 @@ void assign(tstr& target, const Texts&... texts)
     joined.swap(target);
 }
 
+// Moves the text into an argument by value, because a copy of a tstr does not report a failed
+// allocation.
+inline tstr taken(tstr& text)
+{
+    tstr result;
+    result.swap(text);
+    return result;
+}
+
 } // namespace tarnix_cmn_4_4
 
 #endif
