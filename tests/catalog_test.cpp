@@ -31,8 +31,15 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
         scratch.write("de.txt", "de { who { \"de {0}\" } wide { \"it''s \\u3042\\U0001F600\" } "
                                 "long " +
                                     longText + "longer " + longText + "}");
+        scratch.write("listed.txt", "root { who { \"root {0}\" } count { \"" + count + "\" } }");
+        scratch.write("es_419.txt", "es_419 { who { \"es_419\" } }");
+        scratch.write("de_AT.txt", "de_AT { who { \"de_AT\" } }");
+        scratch.write("ru.txt", "ru { count { \"" + count + "\" } }");
         const std::string command = "cd " + scratch.path() +
                                     " && mkdir -p Messages/libapp Messages/librooted"
+                                    " Messages/liblisted"
+                                    " && genrb -q -d Messages/liblisted de.txt de_AT.txt es_419.txt"
+                                    " ru.txt listed.txt"
                                     " && genrb -q -d Messages/libapp de.txt ja_JP.txt"
                                     " && genrb -q -d Messages/librooted de.txt root.txt";
         EXPECT_EQ(std::system(command.c_str()), 0);
@@ -63,6 +70,7 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
     }
 
     const ScratchInstallation scratch;
+    const std::string count = "{0} {0, plural, one{one} few{few} other{other}}";
     tstr name = L"none";
     std::string defaultLanguage = "de", asked;
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
@@ -102,6 +110,81 @@ TEST_F(Catalogs, TheManagerChoosesACatalog)
     EXPECT_EQ(manager.get()->getMessage("who", nullptr, ""), tstr(L"rooted: root {0}"));
 }
 
+// ICU's default locale is none of the languages, and would be taken before the root.
+TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale("ru"), status);
+    struct Case {
+        std::vector<std::string> languages;
+        const char* key;
+        std::string answer;
+        const char* asked = "";
+        const char* byDefault = "en";
+        const wchar_t* defaultText = nullptr;
+    };
+    const Case cases[] = {{{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
+                          {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]"},
+                          {{"de_AT"}, "count", "listed: " + count + " [root]", "de,en,root,"},
+                          {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
+                          {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,"},
+                          {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,"},
+                          {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
+                          {{}, "who", "listed: de {0} [de]", "", "de"},
+                          {{}, "who", "listed: root {0} [root]", "", ""},
+                          {{"fr"}, "none", "<none> []"},
+                          {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
+                          {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx", std::string(65, 'd')},
+                           "who",
+                           "listed: root {0} [root]"}};
+    name = L"listed";
+    defaultLanguage = "en";
+    EXPECT_EQ(manager.get()->findMessage("who", L"", {"de"}).text, tstr(L""));
+    manager.get()->registerFactory(this);
+    asked.clear();
+    for (const Case& c : cases) {
+        defaultLanguage = c.byDefault;
+        const SCmnLocalizedText found =
+            manager.get()->findMessage(c.key, c.defaultText, c.languages);
+        EXPECT_EQ(CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(found.text)) + " [" +
+                      found.language + "]",
+                  c.answer);
+        EXPECT_EQ(std::exchange(asked, ""), c.asked) << c.answer;
+    }
+    for (int region = 100; region < 400; ++region) // more names than are remembered
+        manager.get()->findMessage("who", nullptr, {"fr_" + std::to_string(region)});
+    asked.clear();
+    manager.get()->findMessage("who", nullptr, {"es_MX"});
+    EXPECT_EQ(asked, "es_MX,");
+    // Other calls try again, as if no list had failed.
+    for (int i = 0; i < 2; ++i)
+        manager.get()->getMessage("who", nullptr, "es_MX");
+    EXPECT_EQ(asked, "es_MX,es_MX,es_MX,");
+}
+
+TEST_F(Catalogs, AListOfLanguagesFormatsForTheOneThatAnswers)
+{
+    name = L"listed";
+    manager.get()->registerFactory(this);
+    const icu::Formattable number(12345672);
+    struct Case {
+        const char *language, *byDefault;
+        const wchar_t* text;
+    };
+    const Case cases[] = {{"ru", "en", L"listed: 12\u00A0345\u00A0672 few"},
+                          {"de_AT", "ru", L"listed: 12\u00A0345\u00A0672 few"},
+                          {"de_AT", "fr", L"listed: 12\u202F345\u202F672 other"},
+                          {"de_AT", "root", L"listed: 12,345,672 other"}};
+    for (const auto& [language, byDefault, text] : cases) {
+        defaultLanguage = byDefault;
+        CCmnIcuMessage message("count", &number, 1, tarnix_eseverity{}, "f", 1);
+        EXPECT_STREQ(manager.get()->findLocalizedMessage(message, {language}).text.c_str(), text)
+            << language << " " << byDefault;
+    }
+    CCmnIcuMessage unknown("{0}", &number, 1, tarnix_eseverity{}, "f", 1);
+    EXPECT_EQ(manager.get()->findLocalizedMessage(unknown, {"de"}).text, tstr(L"<{0}>"));
+}
+
 TEST_F(Catalogs, ACatalogWithoutAManager)
 {
     CCmnIcuMessageCatalog catalog(L"app", "de_CH");
@@ -109,6 +192,12 @@ TEST_F(Catalogs, ACatalogWithoutAManager)
     EXPECT_EQ(catalog.init(), 3); // it falls back to its parent
     EXPECT_STREQ(catalog.getMessage("wide", nullptr).c_str(), L"app: it''s \u3042\U0001F600");
     EXPECT_EQ(catalog.getMessage("long", nullptr).c_str(), L"app: " + std::wstring(2000, L'x'));
+    EXPECT_EQ(CCmnIcuMessageCatalog(std::wstring(1024, L'x').c_str(), "de").init(), 3);
+    // ICU reads the path in UTF-8 even in the locale C.
+    std::filesystem::create_directory(scratch.path("\u00FC"));
+    std::filesystem::rename(scratch.path("Messages"), scratch.path("\u00FC/Messages"));
+    scratch.setInstallDirectory(scratch.path("\u00FC/"));
+    EXPECT_EQ(CCmnIcuMessageCatalog(L"app", "de").init(), 0);
 }
 
 TEST_F(Catalogs, StoredTexts)

@@ -64,7 +64,8 @@ public:
     ///   or to the root.
     ///
     /// Returns 3 otherwise:
-    /// - There is no bundle at all, or none that ICU can read.
+    /// - There is no bundle at all, or none that ICU can read, or the path of the bundle is longer
+    ///   than 1023 bytes in UTF-8. ICU takes it as UTF-8 in every locale.
     /// - Only a parent has a bundle, such as "de" for "de_CH": request the parent instead. This
     ///   object still uses the bundle of the parent.
     /// - The name of the language, without its "@key=value" part, contains a '/' or a '\\'. ICU
@@ -73,13 +74,22 @@ public:
     /// How ICU behaves: a name that it cannot parse, such as 20 letters without a separator, means
     /// the root. Until the process ends, ICU remembers which bundles a directory has and does not
     /// have. ICU does not check the size of a bundle: a truncated one may lack keys, or crash the
-    /// process when ICU reads past its end.
+    /// process when ICU reads past its end. ICU 72 never returns from opening a bundle
+    /// for "nb" or "nn" that does not name "no" as its `%%Parent`.
     int init() override;
 
     /// If the bundle has the key: returns the name of the catalog, ": " and the pattern. Otherwise
     /// returns `defaultText` unchanged or, if that is null, the name, ": " and the key in angle
     /// brackets. Before init no key is found.
     tstr getMessage(const std::string& key, const wchar_t* defaultText) const override;
+
+    /// The language whose bundle init opened: "de" for a catalog of "de_CH" if only that parent has
+    /// a bundle, "root" for the root. Empty before init, and if there is no bundle.
+    std::string getBundleLanguage() const;
+
+    /// The language whose bundle has the key. That can be a parent of getBundleLanguage, at last
+    /// "root", because ICU looks there for what a bundle lacks. Empty if the key is missing.
+    std::string getTextLanguage(const std::string& key) const;
 
 private:
     std::unique_ptr<icu::ResourceBundle> m_Bundle; ///< null before init

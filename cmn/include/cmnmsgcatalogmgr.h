@@ -44,6 +44,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace tarnix_cmn_4_4
 {
@@ -76,9 +77,19 @@ public:
     virtual std::string getDefaultLanguage() = 0;
 };
 
+/// A text that was found through a list of languages.
+struct SCmnLocalizedText {
+    tstr text; ///< owned; not formatted if it is the result of findMessage
+
+    /// The language whose catalog has the text: "de" for a text that "de_AT" takes from there,
+    /// "root" for the root. Empty if no catalog has it.
+    std::string language;
+};
+
 /// Finds the catalog for a language: an active one, otherwise a new one from the factory, otherwise
 /// that of the default language. Every lookup returns a text, at worst the key in angle brackets. A
-/// key that is missing in the language's catalog is not looked up in another catalog.
+/// key that is missing in the language's catalog is not looked up in another catalog; findMessage
+/// and findLocalizedMessage do that, with a list of languages.
 ///
 /// A program can have any number of managers, each held by a CCmnSmartPtr. A manager takes no lock,
 /// and lookups change it too: only one thread at a time may use it. A copy shares the factory and
@@ -144,6 +155,37 @@ public:
     /// arguments: an id such as "{0}" is returned as it is. Other ids are formatted as patterns, so
     /// that apostrophes follow the rules of MessageFormat.
     tstr getLocalizedMessage(MessagePtr& message, const char* language);
+
+    /// @name Lists of languages
+    /// The languages are tried in their order, then the default language. Each is followed by its
+    /// parents: "de_AT" by "de", "es_MX" by "es_419" as ICU does. The root is tried with the
+    /// default language, because it has the texts of that language. A key that is missing in one
+    /// catalog is looked up in the next one.
+    ///
+    /// Languages are ICU locale names, also in the form "de-AT". Of a name only language, script
+    /// and region count. A name with a part that ICU does not know is left out, so that names may
+    /// come from untrusted input: limit their number. The manager remembers for 256 names which
+    /// catalog they have, or that they have none, and then begins again; registerFactory makes it
+    /// forget them. ICU keeps 400 to 500 bytes for each name that has been tried, until the process
+    /// ends.
+    ///
+    /// A catalog of ICU says which bundle has a text. Another class is believed: it has a language
+    /// if init returns 0, and a key unless getMessage returns the default text.
+    /// @{
+
+    /// As getMessage with a list of languages: the pattern for a key, after the name of the
+    /// catalog, and its language. If no catalog has the key, the result is `defaultText` or, if
+    /// that is null, the key in angle brackets.
+    SCmnLocalizedText findMessage(const std::string& key, const wchar_t* defaultText,
+                                  const std::vector<std::string>& languages);
+
+    /// The message, formatted with the numbers and plural forms of the language that has its
+    /// pattern, whatever ICU's default locale is. Those of the root are the default language's, or
+    /// English if the root is the default language. A message whose id no catalog has is shown as
+    /// its id in angle brackets.
+    SCmnLocalizedText findLocalizedMessage(CCmnMessage& message,
+                                           const std::vector<std::string>& languages);
+    /// @}
 
     /// Deletes the first entry of the store, in the order of the keys, whose text equals `*text`.
     /// That can be another entry than the one that the pointer came from. Does nothing if there is

@@ -71,6 +71,13 @@ tstr withName(const tstr& name, const icu::UnicodeString& text)
     return result;
 }
 
+// Empty for a bundle that could not be opened.
+std::string languageOf(const icu::ResourceBundle& bundle)
+{
+    const char* const name = bundle.getName();
+    return name != nullptr ? name : "";
+}
+
 } // namespace
 
 CCmnMessageCatalog::CCmnMessageCatalog(const tstr& name, const char* language)
@@ -132,6 +139,27 @@ tstr CCmnIcuMessageCatalog::getMessage(const std::string& key, const wchar_t* de
         assign(text, m_Name, kSeparator, keyInBrackets(key));
     }
     return text;
+}
+
+std::string CCmnIcuMessageCatalog::getBundleLanguage() const
+{
+    return m_Bundle ? languageOf(*m_Bundle) : std::string();
+}
+
+std::string CCmnIcuMessageCatalog::getTextLanguage(const std::string& key) const
+{
+    if (!m_Bundle) {
+        return {};
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    m_Bundle->getStringEx(key.c_str(), status);
+    if (status == U_ZERO_ERROR) { // not from a parent
+        return getBundleLanguage();
+    }
+    if (U_FAILURE(status)) {
+        return {};
+    }
+    return languageOf(m_Bundle->get(key.c_str(), status));
 }
 
 } // namespace tarnix_cmn_4_4

@@ -1,6 +1,7 @@
 // CCmnMessageCatalogManager: selects the catalog, and keeps the texts that it returns.
 #include "cmnmsgcatalogmgr.h"
 
+#include "cmnlistedcatalogs.h"
 #include "cmnpattern.h"
 #include "cmntstr.h"
 
@@ -18,6 +19,12 @@ tstr copyOf(const wchar_t* text)
     tstr copy;
     append(copy, text);
     return copy;
+}
+
+// For a text that no catalog has. A copy of a result would not report a failed allocation.
+tstr replacement(const std::string& key, const wchar_t* defaultText)
+{
+    return defaultText != nullptr ? copyOf(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
 }
 
 // Whether the text is an id that no catalog has, and would be a pattern with arguments. The sender
@@ -42,6 +49,7 @@ CCmnMessageCatalogManager::~CCmnMessageCatalogManager() = default;
 void CCmnMessageCatalogManager::registerFactory(CCmnMessageCatalogFactory* factory)
 {
     m_Factory = factory;
+    ListedCatalogs(m_Catalogs, *m_Factory).forget();
     findOrActivate(m_Factory->getDefaultLanguage());
 }
 
@@ -67,7 +75,7 @@ tstr CCmnMessageCatalogManager::getMessage(const std::string& key, const wchar_t
             return catalog->getMessage(key, defaultText);
         }
     }
-    return defaultText != nullptr ? copyOf(defaultText) : CCmnMessageCatalog::keyInBrackets(key);
+    return replacement(key, defaultText);
 }
 
 void CCmnMessageCatalogManager::getLocalizedMessage(const char* key, const char* language,
@@ -93,6 +101,34 @@ tstr CCmnMessageCatalogManager::getLocalizedMessage(MessagePtr& message, const c
         return text;
     }
     return object->formatMessage(taken(text));
+}
+
+SCmnLocalizedText CCmnMessageCatalogManager::findMessage(const std::string& key,
+                                                         const wchar_t* defaultText,
+                                                         const std::vector<std::string>& languages)
+{
+    SCmnLocalizedText found;
+    if (m_Factory == nullptr ||
+        !ListedCatalogs(m_Catalogs, *m_Factory).find(key, languages, found)) {
+        tstr text = replacement(key, defaultText);
+        found.text.swap(text);
+    }
+    return found;
+}
+
+SCmnLocalizedText
+CCmnMessageCatalogManager::findLocalizedMessage(CCmnMessage& message,
+                                                const std::vector<std::string>& languages)
+{
+    const std::string id = message.getMessageId();
+    SCmnLocalizedText found = findMessage(id, nullptr, languages);
+    if (!found.language.empty() && !isUnknownPattern(found.text, id)) {
+        tstr text = message.formatInLanguage(
+            taken(found.text),
+            ListedCatalogs(m_Catalogs, *m_Factory).conventionsOf(found.language));
+        found.text.swap(text);
+    }
+    return found;
 }
 
 void CCmnMessageCatalogManager::deleteLocalizedMessage(wchar_t** text)
