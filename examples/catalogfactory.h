@@ -1,5 +1,5 @@
 // The factory of the example programs: one ICU catalog for each language, ICU messages, and English
-// for unavailable languages.
+// for unavailable languages. Like its managers, a factory belongs to one thread.
 #ifndef TARNIX_EXAMPLES_CATALOGFACTORY_H
 #define TARNIX_EXAMPLES_CATALOGFACTORY_H
 
@@ -8,9 +8,31 @@
 #include "cmnmsgcatalogmgr.h"
 #include "cmnstringtool.h"
 
-#include <unicode/locid.h>
-
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
+
+// A catalog that opens its bundle once. A failed one is kept by the factory and fails again at
+// once.
+class OnceOpened : public tarnix_cmn_4_4::CCmnIcuMessageCatalog
+{
+public:
+    using CCmnIcuMessageCatalog::CCmnIcuMessageCatalog;
+
+    int init() override
+    {
+        if (!m_Code) {
+            m_Code = CCmnIcuMessageCatalog::init();
+        }
+        return *m_Code;
+    }
+
+    bool hasFailed() const { return m_Code.value_or(0) != 0; }
+
+private:
+    std::optional<int> m_Code;
+};
 
 class CatalogFactory : public tarnix_cmn_4_4::CCmnMessageCatalogFactory
 {
@@ -20,11 +42,20 @@ public:
     {
     }
 
+    // A failed catalog is returned again: to open it takes longer than all the rest of a lookup.
     CatalogPtr createCatalog(const char* language) override
     {
+        const auto kept = m_Kept.find(language);
+        if (kept != m_Kept.end() && static_cast<OnceOpened*>(kept->second.get())->hasFailed()) {
+            return kept->second;
+        }
+        constexpr std::size_t mostKept = 100; // languages may come from untrusted input
+        if (m_Kept.size() >= mostKept) {
+            m_Kept.clear();
+        }
         CatalogPtr catalog;
-        catalog.assign(
-            std::make_unique<tarnix_cmn_4_4::CCmnIcuMessageCatalog>(m_Catalog, language).release());
+        catalog.assign(std::make_unique<OnceOpened>(m_Catalog, language).release());
+        m_Kept.insert_or_assign(language, catalog);
         return catalog;
     }
 
@@ -35,22 +66,12 @@ public:
         return message;
     }
 
-    std::string getDefaultLanguage() override { return "root"; }
+    std::string getDefaultLanguage() override { return "en"; } // the texts of the root
 
 private:
     const tarnix_cmn_4_4::tstr m_Catalog;
+    std::map<std::string, CatalogPtr> m_Kept;
 };
-
-// Plural forms and numbers follow ICU's default locale, not the catalog's language: a program that
-// shows messages sets both. The root language of the catalogs here is English.
-inline void setLanguage(const std::string& language)
-{
-    UErrorCode status = U_ZERO_ERROR;
-    if (language.find_first_of("/\\") != std::string::npos) {
-        return; // it would be a path out of the catalog, and every catalog refuses it
-    }
-    icu::Locale::setDefault(icu::Locale(language == "root" ? "en" : language.c_str()), status);
-}
 
 // The text for the terminal. If it is not representable in the locale's encoding, the conversion is
 // empty, and the reader sees a note instead of nothing.

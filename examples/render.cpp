@@ -1,4 +1,5 @@
-// Reads serialised messages from standard input and prints each in a language.
+// Reads serialised messages from standard input and prints each in the first of the given
+// languages that has it.
 #include "catalogfactory.h"
 #include "cmnsystemfiles.h"
 
@@ -8,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 using namespace tarnix_cmn_4_4;
 
@@ -16,12 +18,12 @@ namespace
 
 constexpr char kUsage[] =
     "usage: render [--lang L] [--catalog NAME] [--registry FILE]\n"
-    "  --lang L         language of the reader, as ICU names it (default: root)\n"
+    "  --lang L,...     languages of the reader, the best one first (default: root)\n"
     "  --catalog NAME   the catalog to look in (default: runcmd)\n"
     "  --registry FILE  take the install directory from FILE\n";
 
 struct Options {
-    std::string language = "root";
+    std::vector<std::string> languages = {"root"};
     std::string catalog = "runcmd";
 };
 
@@ -33,7 +35,7 @@ bool readOptions(int argc, char** argv, Options& options)
             return false;
         }
         if (name == "--lang") {
-            options.language = argv[at + 1];
+            options.languages = CCmnStringTool::tokenize(argv[at + 1], ",");
         } else if (name == "--catalog") {
             options.catalog = argv[at + 1];
         } else if (name == "--registry") {
@@ -75,7 +77,6 @@ int main(int argc, char** argv)
         std::cerr << kUsage;
         return 2;
     }
-    setLanguage(options.language);
     CatalogFactory factory(options.catalog);
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
         manager(true);
@@ -84,13 +85,10 @@ int main(int argc, char** argv)
     const std::string input{std::istreambuf_iterator<char>(std::cin), {}};
     std::size_t at = 0;
     for (std::string text = nextText(input, at); !text.empty(); text = nextText(input, at)) {
-        SCmnMessageInfo info;
-        info.text = text.c_str();
-        info.length = static_cast<std::uint32_t>(text.size());
-        wchar_t* localized = nullptr;
-        manager.get()->getLocalizedMessage(&info, options.language.c_str(), &localized);
-        std::cout << shown(tstr(localized)) << '\n';
-        manager.get()->deleteLocalizedMessage(&localized);
+        const SCmnMessageInfo info{text.c_str(), static_cast<std::uint32_t>(text.size())};
+        CCmnIcuMessage message(&info);
+        std::cout << shown(manager.get()->findLocalizedMessage(message, options.languages).text)
+                  << '\n';
     }
     return std::cout ? 0 : 1;
 }

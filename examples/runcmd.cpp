@@ -480,15 +480,12 @@ void showMessage(const Options& options, std::int64_t lines, const Outcome& outc
     CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
         manager(true);
     manager.get()->registerFactory(&factory);
-    CatalogFactory::MessagePtr message;
-    message.assign(std::make_unique<CCmnIcuMessage>(outcome.messageKey(), arguments.data(),
-                                                    arguments.size(), tarnix_eseverity{}, __FILE__,
-                                                    __LINE__)
-                       .release());
+    CCmnIcuMessage message(outcome.messageKey(), arguments.data(),
+                           static_cast<int>(arguments.size()), tarnix_eseverity{}, __FILE__,
+                           __LINE__);
     const std::string language = options.language.empty() ? localeLanguage() : options.language;
-    setLanguage(language);
     std::cerr << "message:     "
-              << shown(manager.get()->getLocalizedMessage(message, language.c_str())) << '\n';
+              << shown(manager.get()->findLocalizedMessage(message, {language}).text) << '\n';
 }
 
 // The status of the command, or why there is none.
