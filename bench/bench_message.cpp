@@ -173,6 +173,29 @@ void lookUpTarnix(benchmark::State& state)
 }
 BENCHMARK(lookUpTarnix)->Name("lookup:tarnix");
 
+// A client's list of which the first has no bundle, and the second only a parent; against bundles
+// that are open.
+void lookUpListed(benchmark::State& state)
+{
+    const Catalogs catalogs;
+    CatalogFactory factory("runcmd");
+    CCmnSmartPtr<CCmnMessageCatalogManager, CCmnDefaultAllocator<CCmnMessageCatalogManager>>
+        manager(true);
+    manager.get()->registerFactory(&factory);
+    const std::string key = kKey;
+    const std::vector<std::string> languages = {"fr", "de_AT"};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(manager.get()->findMessage(key, nullptr, languages));
+    }
+    if (manager.get()->findMessage(key, nullptr, languages).text !=
+        manager.get()->getMessage(key, nullptr, "de")) {
+        state.SkipWithError("the text is not that of the parent");
+    }
+}
+BENCHMARK(lookUpListed)->Name("lookup_list:tarnix");
+BENCHMARK(lookUpTarnix)->Name("lookup_list:plain");
+BENCHMARK(lookUpIcu)->Name("lookup_list:icu");
+
 // ---- The serialised text ------------------------------------------------------------------------
 
 std::vector<Formattable> listOf(std::int64_t count)

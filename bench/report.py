@@ -89,6 +89,7 @@ ROWS = [
         ("format_plural", "icu", 0.95, "formatMessage, plural"),
         ("format_literal", "icu", 0.95, "formatMessage, text only"),
         ("lookup", "icu", 0.20, "lookup through the manager"),
+        ("lookup_list", "plain", None, "lookup by a list, against one by a language"),
         ("serialize", "by_hand", 0.70, "serialize, arguments"),
         ("serialize_text", "by_hand", 0.70, "serialize, one text"),
         ("deserialize", "by_hand", 0.70, "deserialize, arguments"),
