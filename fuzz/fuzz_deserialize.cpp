@@ -1,9 +1,11 @@
 // Fuzzer of the reader of serialised messages. It must read the same as a simple reader, which
-// consumes the text from the front; and the message must survive another round trip.
+// consumes the text from the front; and the message must survive another round trip. An input that
+// starts with a byte 1 is made large by FuzzInput::expanded, and is read for its time and memory:
+// the simple reader would be too slow.
 #include "TX_sscanf.h"
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
-#include "fuzzinput.h"
+#include "fuzzbounds.h"
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -41,9 +43,25 @@ static std::string shown(CCmnIcuMessage& message)
            message.serialize()->text;
 }
 
+// The largest use is of short arguments: 112 bytes for an argument, in a text of 12.
+static void readWithinBounds(const std::string& text)
+{
+    const SCmnMessageInfo info{text.c_str(), 0};
+    const FuzzBounds bounds(0.05, 2e-7, 1e6, 64, double(text.size()));
+    CCmnIcuMessage message(&info);
+    message.serialize();
+}
+
 void fuzz(FuzzInput input)
 {
-    const std::string text = input.until('\0');
+    static const bool isCounted = countIcuMemory();
+    require(isCounted, "the memory of ICU is counted");
+    const std::string all = input.rest();
+    FuzzInput rest(reinterpret_cast<const std::uint8_t*>(all.data()), all.size());
+    if (!all.empty() && rest.byte() == 1)
+        return readWithinBounds(rest.expanded(1000000));
+    const std::string text = all.substr(0, all.find('\0'));
+    readWithinBounds(text);
     const SCmnMessageInfo info{text.c_str(), 0};
     CCmnIcuMessage message(&info), expected = readPlainly(text);
     require(shown(message) == shown(expected), "reads the same as the simple reader");

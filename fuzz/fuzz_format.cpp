@@ -1,9 +1,12 @@
-// Fuzzer of patterns and arguments. The first line of the input is a pattern, each further line an
-// argument: a letter for its type (i, l, d, t, s; anything else makes an array) and its value.
+// Fuzzer of patterns, arguments and languages. The first line of the input is a pattern, each
+// further line an argument: a letter for its type (i, l, d, t, s; anything else makes an array) and
+// its value. A line with the letter L has the language. An input that starts with a byte 1 is made
+// large by FuzzInput::expanded.
+#include "cmnlanguages.h"
 #include "cmnmessage.h"
 #include "cmnpattern.h"
 #include "cmnstringtool.h"
-#include "fuzzinput.h"
+#include "fuzzbounds.h"
 
 #include <unicode/messagepattern.h>
 #include <unicode/msgfmt.h>
@@ -54,31 +57,78 @@ static void checkNesting(const tstr& text)
     require(!nestsDeeper(text, deepest + inStyles), "finds no more levels than there are");
 }
 
-void fuzz(FuzzInput input)
+static icu::Locale localeOf(const std::string& language)
+{
+    const icu::Locale locale(language.c_str());
+    const bool isPath = language.find_first_of("/\\") != std::string::npos;
+    return isPath || locale.isBogus() ? icu::Locale::getRoot() : locale;
+}
+
+static void checkLanguage(const std::string& language)
+{
+    const std::string known = knownLanguage(language);
+    require(knownLanguage(known) == known, "a known language is known");
+    require(known.size() <= 16 && known.find_first_of("./\\") == std::string::npos,
+            "it is short, and no path");
+}
+
+// ICU's formatter as an object; the message uses a static function for the default locale.
+static tstr formatByIcu(const tstr& pattern, const std::vector<Formattable>& arguments,
+                        const icu::Locale& locale)
 {
     UErrorCode status = U_ZERO_ERROR;
-    icu::Locale::setDefault(icu::Locale::getUS(), status);
-    const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(input.until('\n')));
-    checkNesting(pattern);
-    std::vector<Formattable> arguments;
-    while (input.hasMore()) {
-        const std::string line = input.until('\n');
-        arguments.push_back(makeArgument(line.c_str()[0], line.substr(!line.empty())));
-    }
-    CCmnIcuMessage message("id", arguments.data(), static_cast<int>(arguments.size()),
-                           tarnix_eseverity{}, "", 0);
-    const std::string serialized = message.serialize()->text;
-    const tstr text = message.formatMessage(pattern);
-    require(message.serialize()->text == serialized, "formatting does not change the message");
-
-    // ICU's formatter as an object; the message uses a static function.
-    const icu::MessageFormat format(CCmnStringTool::tstr2ustr(pattern), status);
+    const icu::MessageFormat format(CCmnStringTool::tstr2ustr(pattern), locale, status);
     icu::UnicodeString output;
     icu::FieldPosition position(icu::FieldPosition::DONT_CARE);
     if (U_SUCCESS(status))
         format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output,
                       position, status);
-    const bool tooDeep = nestsDeeper(pattern, kMaxNesting);
-    const bool nothing = tooDeep || (U_FAILURE(status) && output.isEmpty());
-    require(text == (nothing ? pattern : CCmnStringTool::ustr2tstr(output)), "the text of ICU");
+    const bool nothing = U_FAILURE(status) && output.isEmpty();
+    return nothing || nestsDeeper(pattern, kMaxNesting) ? pattern
+                                                        : CCmnStringTool::ustr2tstr(output);
+}
+
+static void fuzzText(FuzzInput input)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale::getUS(), status);
+    const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(input.until('\n')));
+    std::vector<Formattable> arguments;
+    std::string language;
+    while (input.hasMore()) {
+        const std::string line = input.until('\n');
+        if (line.c_str()[0] == 'L')
+            language = line.substr(1).c_str();
+        else
+            arguments.push_back(makeArgument(line.c_str()[0], line.substr(!line.empty())));
+    }
+    checkLanguage(language);
+    CCmnIcuMessage message("id", arguments.data(), static_cast<int>(arguments.size()),
+                           tarnix_eseverity{}, "", 0);
+    const std::string serialized = message.serialize()->text;
+    const tstr expected = formatByIcu(pattern, arguments, icu::Locale::getUS());
+    tstr text;
+    {
+        // An argument can be in the text many times. Each spelled out number reads its rules.
+        const double size = double(pattern.length() + serialized.size() + expected.length());
+        const FuzzBounds bounds(0.5, 5e-4, 4e6, 4e3, size);
+        checkNesting(pattern);
+        text = message.formatMessage(pattern);
+    }
+    require(text == expected, "the text of ICU");
+    require(language.empty() || message.formatInLanguage(pattern, language) ==
+                                    formatByIcu(pattern, arguments, localeOf(language)),
+            "the text of ICU in the language");
+    require(message.serialize()->text == serialized, "formatting does not change the message");
+}
+
+void fuzz(FuzzInput input)
+{
+    static const bool isCounted = countIcuMemory();
+    require(isCounted, "the memory of ICU is counted");
+    std::string text = input.rest();
+    if (!text.empty() && text[0] == '\1')
+        text = FuzzInput(reinterpret_cast<const std::uint8_t*>(text.data()) + 1, text.size() - 1)
+                   .expanded(4000);
+    fuzzText(FuzzInput(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }

@@ -5,6 +5,8 @@
 
 #include "fuzzinput.h"
 
+#include <unicode/uclean.h>
+
 #include <malloc.h>
 
 #include <algorithm>
@@ -67,5 +69,22 @@ void operator delete(void* block) noexcept
     std::free(block);
 }
 void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+
+// ICU has operators of its own. To be called before ICU is used.
+inline bool countIcuMemory()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    u_setMemoryFunctions(
+        nullptr, [](const void*, std::size_t size) { return operator new(size, std::nothrow); },
+        [](const void*, void* block, std::size_t size) {
+            const std::size_t old = malloc_usable_size(block);
+            void* const grown = std::realloc(block, size);
+            FuzzBounds::count(static_cast<long long>(malloc_usable_size(grown)) -
+                              static_cast<long long>(old));
+            return grown;
+        },
+        [](const void*, void* block) { operator delete(block); }, &status);
+    return U_SUCCESS(status);
+}
 
 #endif
