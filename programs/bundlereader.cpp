@@ -106,6 +106,12 @@ bool writeEntry(UResourceBundle* bundle)
     return true;
 }
 
+// Entries that begin with "%%" are for ICU: they are no messages.
+bool isForIcu(std::string_view key)
+{
+    return key.substr(0, 2) == "%%";
+}
+
 void damaged(const std::string& file, const std::string& how, Findings& findings)
 {
     findings.add(file, "", "is damaged: " + how + ": compile it again");
@@ -152,7 +158,9 @@ bool readBundle(const fs::path& bundle, Language& language, Findings& findings)
     Records records(outcome.bytes);
     while (records.next() && (records.kind == Kind::text || records.kind == Kind::other)) {
         const std::string key(records.key);
-        if (records.kind == Kind::text) {
+        if (isForIcu(key)) {
+            language.parent = key == "%%Parent" ? records.text : language.parent;
+        } else if (records.kind == Kind::text) {
             language.texts.emplace(key, records.text);
         } else {
             findings.add(language.file, key, "is not a string: write one text for each id");

@@ -11,7 +11,8 @@ namespace catalogcheck
 {
 
 struct Language {
-    std::string file; // the name to report
+    std::string file;          // the name to report
+    icu::UnicodeString parent; // the language that ICU reads next, if the bundle names one
     std::map<std::string, icu::UnicodeString> texts;
 };
 using Catalog = std::map<std::string, Language>; // by the name of the file without its ending

@@ -34,6 +34,11 @@ expect 0 'usage: catalogcheck' --help
 expect 0 'catalogcheck 4.' --version
 expect 1 'lacks plural branches of {1} that pl needs: add few, many' --root-language pl -good
 
+echo 'nb { OLD { "x" } USED { "x {0} {1}" } }' >nb.txt
+expect 1 'nb.txt: ICU does not return from opening it' -good/root.txt nb.txt
+sed -i 's/OLD/"%%Parent" { "no" } &/' nb.txt
+expect 0 '' -good/root.txt nb.txt
+
 expect 0 '' --pseudo en_XA.txt -good
 grep -qF '{0}: {1, plural, one{# \"ƒîļé\"} other{\\# ƒîļéš}} ~~~~~]" }' en_XA.txt ||
     { cat en_XA.txt; failed=1; }

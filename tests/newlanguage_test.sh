@@ -4,7 +4,7 @@
 set -u
 check=$(realpath "$1") render=$(realpath "$2") raise=$(realpath "$3")
 cmake=$(realpath "$(dirname "$0")/../cmake")
-lang=pl # that the user asks for: pl, or pl_PL where a parent answers
+lang=pl_PL # a country of the language that the catalog has
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" || exit 1
