@@ -47,8 +47,9 @@ bool TxGetFileVersion(const char* path, TxFileVersion& version, bool& isSettled)
 /// A temporary file that replaces another once it is complete: at each moment the name leads to the
 /// complete old file or the complete new one, however many read and replace it at that time.
 ///
-/// The new file gets the mode of the old one and, where the user may change owners, its owner. A
-/// symbolic link is kept: the file that it leads to is replaced.
+/// The new file gets the mode of the old one, its extended attributes of the user (user.*), and,
+/// where the user may change owners, its owner. A symbolic link is kept: the file that it leads to
+/// is replaced.
 ///
 /// There is no temporary file if the replacement would lose something (the old file is not a
 /// regular file, the user may not write it, or it has an ACL), or if none can be created. Without
@@ -68,6 +69,9 @@ public:
     /// The path of the temporary file. If there is an old file, nobody but the owner can read the
     /// temporary one before it gets the mode of the old one.
     const std::string& path() const;
+
+    /// Writes to the temporary file. False on failure: mustKeepOld is then true.
+    bool write(const char* bytes, std::size_t size);
 
     /// Replaces the old file. False on failure, for example if the name is a mount point, or if the
     /// sticky bit of the directory lets only the file's owner replace it.

@@ -7,10 +7,20 @@
 #include <sys/xattr.h>
 
 #include <cerrno>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace tarnix_platform
 {
+
+namespace
+{
+
+// The system's limits of a list of names and of a value.
+constexpr std::size_t kMaxAttribute = 64 * 1024;
+
+} // namespace
 
 FileReplacement::~FileReplacement()
 {
@@ -32,6 +42,40 @@ bool FileReplacement::setMode(mode_t mode)
     const bool hasNoAcl = ::fremovexattr(fd(), "system.posix_acl_access") == 0 ||
                           errno == ENODATA || errno == ENOTSUP;
     return hasNoAcl && ::fchmod(fd(), mode) == 0;
+}
+
+bool FileReplacement::keepAccess(const struct stat& from)
+{
+    mode_t mode = from.st_mode & 07777;
+    if (::fchown(fd(), from.st_uid, from.st_gid) != 0) {
+        mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
+        if (::fchown(fd(), static_cast<uid_t>(-1), from.st_gid) != 0) {
+            mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
+        }
+    }
+    return setMode(mode);
+}
+
+void FileReplacement::keepAttributes(const char* from)
+{
+    const ssize_t size = ::listxattr(from, nullptr, 0);
+    if (size <= 0) {
+        return; // the usual case
+    }
+    std::vector<char> names(kMaxAttribute);
+    std::vector<char> value(kMaxAttribute);
+    const ssize_t end = ::listxattr(from, names.data(), names.size());
+    for (ssize_t at = 0; at < end;) {
+        const std::string_view name(names.data() + at);
+        at += static_cast<ssize_t>(name.size() + 1);
+        if (name.rfind("user.", 0) != 0) {
+            continue;
+        }
+        const ssize_t length = ::getxattr(from, name.data(), value.data(), value.size());
+        if (length >= 0) {
+            ::fsetxattr(fd(), name.data(), value.data(), static_cast<std::size_t>(length), 0);
+        }
+    }
 }
 
 bool FileReplacement::commit(const std::string& target)

@@ -5,6 +5,7 @@
 #include "uniquefd.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -36,6 +37,18 @@ public:
     // Sets the mode, after removing the ACL that the file may have inherited from its directory:
     // with one, the group bits of the mode would be the mask of the ACL and extend its entries.
     bool setMode(mode_t mode);
+
+    // Gives it the owner and the mode of another file, as far as the system lets the user. A user
+    // who may not change owners becomes the owner. If the group cannot be kept either, the new
+    // group gets the permissions of others, which it had for the other file.
+    bool keepAccess(const struct stat& from);
+
+    // Gives it the user's extended attributes (user.*) of another file, as far as the file system
+    // takes them.
+    void keepAttributes(const char* from);
+
+    // The file stays under its own name.
+    void keep() { m_File.reset(); }
 
     // Renames the file over `target`. After a failure it can still be used.
     bool commit(const std::string& target);

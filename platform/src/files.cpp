@@ -1,12 +1,12 @@
 // Files that no child inherits, and the replacement of a file by a new one.
 #include "descriptors.h"
 #include "filereplacement.h"
+#include "filetarget.h"
 #include "platform_file.h"
 #include "retry.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,23 +20,6 @@ namespace
 
 // As of fopen: all permissions that the process's umask leaves.
 constexpr mode_t kDefaultMode = 0666;
-
-// The path at the end of a chain of links, which need not exist. Without this a rename would
-// replace the first link instead of the file.
-std::string resolveLinks(std::string path)
-{
-    constexpr int maxLinks = 40; // the system's limit
-    char link[4096];
-    for (int i = 0; i < maxLinks; ++i) {
-        const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
-        if (length <= 0) {
-            break;
-        }
-        const std::size_t name = link[0] == '/' ? 0 : path.rfind('/') + 1;
-        path.replace(name, std::string::npos, link, static_cast<std::size_t>(length));
-    }
-    return path;
-}
 
 // Errors that come from the directory or the path: the old file may still be written in place.
 bool isDirectoryError(int error)
@@ -80,11 +63,6 @@ std::int64_t nanoseconds(const timespec& time)
 
 // Some file systems store times in steps of two seconds.
 constexpr std::int64_t kCoarsestFileTime = 2'000'000'000;
-
-bool hasAcl(const char* path)
-{
-    return ::getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
-}
 
 } // namespace
 
@@ -189,21 +167,6 @@ struct TxReplacement::State {
         m_MustKeepOld = !isDirectoryError(errno);
     }
 
-    // Keeps what the system lets the user keep. A user who may not change owners becomes the owner.
-    // If the group cannot be kept either, the new group gets the permissions of others, which it
-    // had for the old file.
-    bool keepAccess()
-    {
-        mode_t mode = m_Old.st_mode & 07777;
-        if (::fchown(m_New.fd(), m_Old.st_uid, m_Old.st_gid) != 0) {
-            mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
-            if (::fchown(m_New.fd(), static_cast<uid_t>(-1), m_Old.st_gid) != 0) {
-                mode = (mode & ~static_cast<mode_t>(S_IRWXG | S_ISGID)) | (mode & S_IRWXO) << 3;
-            }
-        }
-        return m_New.setMode(mode);
-    }
-
     std::string m_Path;
     FileReplacement m_New;
     struct stat m_Old {
@@ -226,11 +189,21 @@ const std::string& TxReplacement::path() const
     return m_State->m_New.path();
 }
 
+bool TxReplacement::write(const char* bytes, std::size_t size)
+{
+    const bool written = isWithinFileSizeLimit(size) && writeAll(m_State->m_New.fd(), bytes, size);
+    m_State->m_MustKeepOld |= !written;
+    return written;
+}
+
 bool TxReplacement::commit()
 {
     State& state = *m_State;
-    if (!state.m_IsNew && !state.keepAccess()) {
-        return false;
+    if (!state.m_IsNew) {
+        state.m_New.keepAttributes(state.m_Path.c_str());
+        if (!state.m_New.keepAccess(state.m_Old)) {
+            return false;
+        }
     }
     if (!state.m_New.commit(state.m_Path)) {
         state.m_MustKeepOld = !isDirectoryError(errno);
