@@ -1,18 +1,24 @@
 // Fuzzer of configuration files and of the registry, which has the same format. After an even first
-// byte the input is a file; after an odd one each three lines are a section, a name and a value to
-// set. The content of the store must survive an export and an import.
+// byte the input is a file, in which each byte 2 becomes a number, and each byte 3 a newline: no
+// setting may get lost without having been reported, and kept in a copy. After an odd one each
+// three lines are a section, a name and a value to set: what the store accepts must survive an
+// export and an import.
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "cmnsystemfiles.h"
-#include "fuzzinput.h"
+#include "fuzzbounds.h"
+#include "platform_settings.h"
 #include "support/scratchdirectory.h"
 
 #include <ace/Configuration_Import_Export.h>
 
+#include <map>
 #include <set>
+#include <sstream>
 
 using namespace tarnix_cmn_4_4;
+using Lines = std::multiset<std::string>;
 
 static void setValues(CCmnConfiguration& config, FuzzInput& input)
 {
@@ -28,12 +34,24 @@ static void setValues(CCmnConfiguration& config, FuzzInput& input)
     }
 }
 
+static std::string fileOf(FuzzInput& input)
+{
+    std::string file;
+    unsigned int numbers = 0;
+    for (const char c : input.expanded(20000))
+        if (c == '\2')
+            file += std::to_string(numbers++);
+        else
+            file += c == '\3' ? '\n' : c;
+    return file;
+}
+
 // The lines of an exported file, or none if they are ambiguous. The store accepts what the format
 // cannot represent: a slash in a section, a quote in a name, a value outside all sections. A quote
 // in a text is representable, but is not distinguished here.
-static std::multiset<std::string> exportedLines(const ScratchDirectory& directory)
+static Lines exportedLines(const ScratchDirectory& directory)
 {
-    std::multiset<std::string> lines; // the store does not keep the order
+    Lines lines; // the store does not keep the order
     for (const std::string& line : directory.readLines("store.conf")) {
         const auto quotes = std::count(line.begin(), line.end(), '"');
         const bool isSection = line[0] == '[' && line.find('/') == std::string::npos;
@@ -47,35 +65,133 @@ static std::multiset<std::string> exportedLines(const ScratchDirectory& director
     return lines;
 }
 
+static std::string lower(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), ::tolower);
+    return text;
+}
+
+// The path as ACE reads it, in lower case; empty if there is none.
+static std::string pathOf(const std::string& line)
+{
+    std::string path;
+    for (const char c : line.substr(1, line.rfind(']') - 1))
+        if (c != '\\' && c != '/')
+            path += c;
+        else if (!path.empty() && path.back() != '\\')
+            path += '\\';
+    return lower(path.substr(0, path.find_last_not_of('\\') + 1));
+}
+
+// Of what follows the equal sign, in one form for all spellings.
+static std::string valueOf(const std::string& text, bool isOldForm)
+{
+    const auto number = [&](std::size_t at, int base) {
+        return '=' + std::to_string(std::strtoul(text.c_str() + at, nullptr, base));
+    };
+    if (text[0] == '"' && isOldForm)
+        return text.substr(0, text.find_last_not_of('\r') + 1);
+    if (text[0] == '"')
+        return text.substr(0, text.rfind('"'));
+    if (text[0] == '#')
+        return number(1, 10);
+    if (text.rfind("dword:", 0) == 0)
+        return number(6, 16);
+    return lower(text.substr(0, text.find_last_of("0123456789abcdefABCDEF:") + 1));
+}
+
+// The sections and values of a file, whose lines in `reported` need not survive.
+static std::map<std::string, std::string> settingsOf(const std::string& file,
+                                                     const std::set<std::size_t>& reported)
+{
+    std::map<std::string, std::string> settings;
+    std::string section;
+    std::istringstream lines(file);
+    std::size_t number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const bool isReported = reported.count(++number) > 0;
+        const std::size_t first = line.find_first_not_of(" \t\r");
+        if (first == line.npos || line[first] == ';' || line[first] == '#' ||
+            line.find('\0') != line.npos)
+            continue;
+        if (line[0] == '[') {
+            const std::string path = pathOf(line);
+            if (path.empty() || line.find(']') == line.npos)
+                continue; // ACE stays in the section before
+            section = path;
+            settings[section] = "";
+            continue;
+        }
+        const bool isOldForm = line[0] != '"';
+        const std::size_t equal = line.find('=', isOldForm ? 0 : line.find('"', 1));
+        const std::size_t end = isOldForm ? equal : line.find('"', 1);
+        const std::string name = lower(line.substr(!isOldForm, end - !isOldForm));
+        if (!isReported)
+            settings[section + '|' + name] = valueOf(line.substr(equal + 1), isOldForm);
+        else // it may replace one before
+            settings.erase(section + '|' + name);
+    }
+    return settings;
+}
+
+static void nothingIsLost(const ScratchDirectory& directory, const CCmnConfiguration& config,
+                          std::string file, bool isImported)
+{
+    require(directory.read("store.conf.bad") == (config.getImportProblemCount() > 0 ? file : ""),
+            "a copy of a file with problems is kept");
+    require(isImported || config.getImportProblemCount() > 0, "a failed import has a reason");
+    std::set<std::size_t> reported;
+    for (const SCmnImportProblem& problem : config.getImportProblems())
+        reported.insert(problem.line);
+    if (!isImported || config.getImportProblemCount() > reported.size())
+        return;
+    if (file.rfind("\xEF\xBB\xBF", 0) == 0)
+        file.erase(0, 3);
+    std::map<std::string, std::string> now = settingsOf(directory.read("store.conf"), {});
+    for (const auto& [name, value] : settingsOf(file, reported))
+        require(now.count(name) > 0 && now[name] == value, "it is exported, or was reported");
+}
+
 void fuzz(FuzzInput input)
 {
     static const ScratchDirectory directory;
     static const std::string path = directory.path("store.conf"), bare = directory.path("bare");
     FuzzInput copy = input;
     const bool imports = input.byte() % 2 == 0;
-    const std::string text = imports ? input.expanded(65536) : copy.rest();
+    const std::string text = imports ? fileOf(input) : copy.rest();
     directory.write("store.conf", text);
+    std::filesystem::remove(directory.path("store.conf.bad"));
+    {
+        ACE_Configuration_Heap heap;
+        heap.open(16);
+        TxSectionNames names(heap);
+        const FuzzBounds bounds(0.1, 1e-6, 1e6, 200, double(text.size()));
+        TxSettingsImport(path.c_str(), names);
+    }
     setRegistryFile(path.c_str());
     CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", imports), back;
     ACE_Configuration_Section_Key key;
     tstr value, installed;
     const int code = CCmnPathTool::getInstallPath(installed);
+    const bool isImported = config.getLastError().getCode() == 0;
     if (!imports)
         setValues(config, input);
     else if (config.openSection(L"SOFTWARE\\Brenholt\\Tarnix", key, 0) == 0 &&
              config.getStringValue(L"InstallDir64", value) == 0)
         require(code == 0 && installed == value, "the registry has the value of the store");
-    // The library refuses too many levels in all sections together.
-    if (std::count_if(text.begin(), text.end(), [](char c) { return c == '\\' || c == '/'; }) > 500)
+    // The library refuses too many levels.
+    if (std::count(text.begin(), text.end(), '/') > 100 ||
+        std::count(text.begin(), text.end(), '\\') > 2000)
         return;
-    // Otherwise it refuses only what ACE cannot export, and then keeps the old file.
-    const bool good = ACE_Registry_ImpExp(config.configHeap()).export_config(bare.c_str()) == 0;
-    require((config.exportConfig() == 0) == good &&
-                (good || std::filesystem::file_size(path) == text.size()),
-            "an export succeeds, or keeps the old file");
-    const std::multiset<std::string> lines = exportedLines(directory);
-    if (!good || lines.empty())
+    require(ACE_Registry_ImpExp(config.configHeap()).export_config(bare.c_str()) == 0 &&
+                config.exportConfig() == 0,
+            "a store can be exported");
+    if (imports)
+        nothingIsLost(directory, config, text, isImported);
+    const Lines lines = exportedLines(directory);
+    if (!imports && lines.empty())
         return;
     require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "it is imported");
+    require(back.getImportProblemCount() == 0, "without problems");
     require(back.exportConfig() == 0 && exportedLines(directory) == lines, "it is the same");
 }

@@ -57,18 +57,22 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept
     FuzzBounds::count(static_cast<long long>(malloc_usable_size(block)));
     return block;
 }
-void* operator new(std::size_t size)
+// Not inline: the compiler would warn of a block of malloc that is given to delete.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (void* const block = operator new(size, std::nothrow))
         return block;
     throw std::bad_alloc();
 }
-void operator delete(void* block) noexcept
+[[gnu::noinline]] void operator delete(void* block) noexcept
 {
     FuzzBounds::count(-static_cast<long long>(malloc_usable_size(block)));
     std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept
+{
+    operator delete(block);
+}
 
 // ICU has operators of its own. To be called before ICU is used.
 inline bool countIcuMemory()

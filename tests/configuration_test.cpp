@@ -1,11 +1,15 @@
 // The configuration store: its current section, its error records, its file.
 #include "cmnconfiguration.h"
+#include "cmnpathtool.h"
+#include "cmnsystemfiles.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -115,4 +119,208 @@ TEST(Configuration, ExportsFollowLinksAndKeepPermissions)
                                  getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0) < 0
                            : mode != fs::perms::none);
     }
+}
+
+struct LineCase {
+    const char* lines; // after the section [a]
+    const char* reason = nullptr;
+    std::size_t line = 2;
+    std::string exported = "[a]\n";
+    bool isImported = true;
+};
+
+TEST(Configuration, LinesThatAreNotReadAreReportedAndKept)
+{
+    const std::string x = "[a]\n\"x\"=\"1\"\n";
+    const char* const noValue = "value is neither a quoted text, nor dword: or hex:";
+    const char* const badNumber = "dword: needs 1 to 8 hexadecimal digits";
+    const LineCase cases[] = {
+        {"\"x\"=\"1\"", nullptr, 0, x},
+        {" \t\n;x\n#x\n ; x\n\"x\"=\"1\" ; x\r\n[A] # x\n", nullptr, 0, x},
+        {"\"x\"=hex:00,fF\ny=#12\n", nullptr, 0, "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
+        {"x=\"1\r\n", nullptr, 0, x},
+        {"x=\"1\"\n", "closing quote in the form name=\"text"},
+        {"x=5\n", noValue},
+        {"x=#4294967296\n", "number is not decimal, or has more than 32 bits"},
+        {"x\n", "neither a section, a value nor a comment"},
+        {" [b]\n\"x\"=\"1\"\n", "neither a section, a value nor a comment", 2, x},
+        {"\"x\"=5\n", noValue},
+        {"\"x\"=DWORD:5\n", noValue},
+        {"\"x\" = \"1\"\n", "no '=' after the name"},
+        {"\"x=5\n", "name without a closing quote"},
+        {"\"x\"=\"1\n", "text without a closing quote", 2, x},
+        {"\"x\"=\"1\" y\n", "text after the closing quote", 2, x},
+        {"\"x\"=dword:zz\n", badNumber},
+        {"\"x\"=dword:123456789\n", badNumber},
+        {"\"x\"=dword:5x\n", badNumber},
+        {"\"x\"=hex:0\n", "hex: needs pairs of hexadecimal digits, separated by commas"},
+        {"\"X\"=\"2\"\n\"x\"=\"1\"\n", "second value of this name, replaces the first", 3,
+         "[a]\n\"X\"=\"1\"\n"},
+        {"\"x\\y\"=\"1\"\n", "name that the store refuses", 2, "[a]\n", false},
+        {"[b]c]\n", "section name that the store refuses", 2, "[a]\n", false},
+        {"[b\n", "section without a closing bracket", 2, "[a]\n", false},
+    };
+    for (const LineCase& row : cases) {
+        SCOPED_TRACE(row.lines);
+        const ScratchDirectory scratch;
+        const std::string file =
+            std::string(row.reason ? "" : "\xEF\xBB\xBF") + "[a]\n" + row.lines;
+        scratch.write("f", file);
+        CCmnConfiguration config;
+        EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"f") == 0, row.isImported);
+        EXPECT_EQ(config.getImportProblemCount(), row.reason ? 1U : 0U);
+        for (const SCmnImportProblem& problem : config.getImportProblems()) {
+            EXPECT_EQ(problem.line, row.line);
+            EXPECT_STREQ(problem.reason, row.reason);
+        }
+        EXPECT_EQ(config.exportConfig(), 0);
+        EXPECT_EQ(scratch.read("f"), row.exported);
+        EXPECT_EQ(scratch.read("f.bad"), row.reason ? file : "");
+        EXPECT_EQ(config.getKeptCopy(), row.reason ? scratch.path("f.bad") : "");
+    }
+}
+
+// The copy is one more than the files that exist, but an equal one counts.
+TEST(Configuration, CopiesReplaceNothing)
+{
+    const ScratchDirectory scratch;
+    const auto writeFile = [&](const std::string& text) {
+        scratch.write("f", text);
+        ::chmod(scratch.path("f").c_str(), 0640);
+        CCmnConfiguration config(scratch.widePath().c_str(), L"f", true);
+        return config.exportConfig();
+    };
+    std::filesystem::create_symlink("target", scratch.path("f.bad"));
+    EXPECT_EQ(writeFile("x\n"), 0);
+    EXPECT_FALSE(std::filesystem::exists(scratch.path("target")));
+    EXPECT_EQ(scratch.read("f.bad.1"), "x\n");
+    EXPECT_EQ(std::filesystem::status(scratch.path("f.bad.1")).permissions(),
+              std::filesystem::perms(0640));
+    EXPECT_EQ(writeFile("x\n"), 0);
+    EXPECT_EQ(scratch.entries(), 3);
+    for (int i = 2; i < 10; ++i)
+        EXPECT_EQ(writeFile(std::to_string(i)), 0);
+    EXPECT_NE(writeFile("y\n"), 0);
+    EXPECT_EQ(scratch.read("f"), "y\n");
+}
+
+TEST(Configuration, AStoreCanAlwaysBeExported)
+{
+    const ScratchDirectory scratch;
+    const std::string file = "[SOFTWARE\\x]\n\"n\"=dword:00000001\n[SOFTwARE\\y]\n\"n\"=\"2\"\n";
+    scratch.write("f", file);
+    CCmnConfiguration config(scratch.widePath().c_str(), L"f", true);
+    ACE_Configuration_Section_Key key, deep;
+    for (const wchar_t* name : {L"software\\X", L"SOFTwARE\\Bre", L"SoftWARE\\bRE\\z"})
+        EXPECT_EQ(config.openSection(name, key, 1), 0) << std::wstring(name);
+    EXPECT_EQ(config.openSection(L"Software", key, 0), 0);
+    EXPECT_EQ(config.openSection(key, L"BRE\\Z", deep, 0), 0);
+    std::wstring path = L"0";
+    while (path.size() < 1000)
+        path += L"\\" + std::wstring(100, L'p');
+    EXPECT_NE(config.openSection(path.c_str(), key, 0), 0);
+    EXPECT_EQ(config.openSection(path.c_str(), key, 1), 0);
+    EXPECT_EQ(config.setIntegerValue(L"n", 3), 0);
+    EXPECT_EQ(config.exportConfig(), 0);
+    CCmnConfiguration back(scratch.widePath().c_str(), L"f", true);
+    unsigned int value = 0;
+    EXPECT_EQ(back.getImportProblemCount(), 0U);
+    EXPECT_TRUE(back.getIntegerValue(path.c_str(), L"n", value) == 0 && value == 3);
+    const std::string levels = repeated("s\\", 128) + 's'; // an import would refuse it
+    EXPECT_NE(back.openSection(std::wstring(levels.begin(), levels.end()).c_str(), key, 1), 0);
+}
+
+TEST(Configuration, RemovesValuesAndSections)
+{
+    const ScratchDirectory scratch;
+    CCmnConfiguration config(scratch.widePath().c_str(), L"f", false);
+    ACE_Configuration_Section_Key key;
+    config.openSection(L"a\\b", key, 1);
+    config.openSection(L"a", key, 1);
+    config.setIntegerValue(L"n", 1);
+    config.setIntegerValue(L"m", 1);
+    EXPECT_EQ(config.enumerateValues().size(), 2U);
+    EXPECT_EQ(config.removeValue(L"N"), 0);
+    EXPECT_NE(config.removeValue(L"n"), 0);
+    EXPECT_EQ(config.enumerateValues(), std::vector<tstr>{tstr(L"m")});
+    EXPECT_NE(config.removeSection(L"a", false), 0);
+    EXPECT_EQ(config.removeSection(L"A\\B", false), 0);
+    EXPECT_NE(config.removeSection(L"a\\b", true), 0);
+    EXPECT_EQ(config.exportConfig(), 0);
+    EXPECT_EQ(scratch.read("f"), "[a]\n\"m\"=dword:00000001\n");
+    EXPECT_EQ(config.removeSection(L"a", true), 0);
+    EXPECT_NE(config.setIntegerValue(L"n", 1), 0);
+    EXPECT_EQ(config.openSection(L"A", key, 1), 0); // the new spelling counts
+    EXPECT_EQ(config.exportConfig(), 0);
+    EXPECT_EQ(scratch.read("f"), "[A]\n");
+}
+
+TEST(Configuration, ExpensiveFilesAreRefused)
+{
+    std::string values = "[s]\n", sections;
+    for (int i = 0; i < 49000; ++i) {
+        values += '"' + std::to_string(i) + "a\"=\"\"\n"; // one hash bucket
+        sections += '[' + std::to_string(i) + "aaa]\n";
+    }
+    const std::string ordinary = "[s]\n" + repeated("\"n\"=\"\"\n", 100000);
+    const std::pair<std::string, bool> cases[] = {
+        {values, false}, {sections, false}, {ordinary, true}};
+    for (const auto& [file, isImported] : cases) {
+        SCOPED_TRACE(file.substr(0, 20));
+        const ScratchDirectory scratch;
+        scratch.write("f", file);
+        CCmnConfiguration config;
+        EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"f") == 0, isImported);
+        EXPECT_EQ(config.getImportProblems().size(), isImported ? 1000U : 1U);
+        EXPECT_STREQ(config.getImportProblems().back().reason,
+                     isImported ? "second value of this name, replaces the first"
+                                : "file refused: too many names for one section or file");
+    }
+}
+
+TEST(Configuration, ExportsKeepTheUsersAttributes)
+{
+    const ScratchDirectory scratch;
+    scratch.write("f", "bad\n");
+    const std::string file = scratch.path("f");
+    if (setxattr(file.c_str(), "user.test", "value", 5, 0) != 0)
+        GTEST_SKIP() << "no attributes on this file system";
+    EXPECT_EQ(CCmnConfiguration(scratch.widePath().c_str(), L"f", true).exportConfig(), 0);
+    for (const std::string& name : {file, file + ".bad"}) {
+        char value[5] = {};
+        EXPECT_EQ(getxattr(name.c_str(), "user.test", value, sizeof value), 5) << name;
+        EXPECT_EQ(std::string(value, sizeof value), "value") << name;
+    }
+}
+
+TEST(Configuration, TheRegistryReadsTheSame)
+{
+    const ScratchDirectory scratch;
+    scratch.write("f", "\xEF\xBB\xBF[Software\\Brenholt\\Tarnix]\n\"InstallDir64\"=\"/opt/");
+    setRegistryFile(scratch.path("f").c_str());
+    tstr directory;
+    EXPECT_EQ(CCmnPathTool::getInstallPath(directory), 0);
+    EXPECT_STREQ(directory.c_str(), L"/opt/");
+    setRegistryFile(nullptr);
+}
+
+// In such a directory there is no /proc, and ACE gets the file itself.
+TEST(Configuration, WithoutProc)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root";
+    const ScratchDirectory scratch;
+    scratch.write("f", "[a]\n\"x\"=\"1\"\n\"y\"=\"2\"");
+    EXPECT_EXIT(
+        {
+            CCmnConfiguration config;
+            const bool inside = chroot(scratch.path().c_str()) == 0 && chdir("/") == 0;
+            const bool isRead = inside && config.importConfig(L"/", L"f") == 0 &&
+                                config.getImportProblemCount() == 1;
+            std::fprintf(stderr, "%s", isRead ? config.getImportProblems()[0].reason : "failed");
+            _exit(config.exportConfig());
+        },
+        testing::ExitedWithCode(0), "last line without a newline");
+    EXPECT_EQ(scratch.read("f"), "[a]\n\"x\"=\"1\"\n");
+    EXPECT_EQ(scratch.read("f.bad"), "[a]\n\"x\"=\"1\"\n\"y\"=\"2\"");
 }

@@ -231,3 +231,37 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
 }
 
 } // namespace
+
+TEST_F(TraceLog, ProblemsOfTheSettingsAreTracedAndKept)
+{
+    const std::string section = "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:00000005\n";
+    const std::string conf = scratch.path(kConf);
+    const struct {
+        std::string file;
+        const char* line; // after the path
+        int level;
+    } cases[] = {
+        {"\xEF\xBB\xBF" + section, "", 5},
+        {section + "port=5",
+         ": 1 problem: line 3: value is neither a quoted text, nor dword: or hex:", 5},
+        {"[other\nx\n" + section, ": 2 problems, first: line 1: section without a closing bracket",
+         1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.file);
+        scratch.write(kConf, row.file);
+        std::remove((conf + ".bad").c_str());
+        CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> fresh{true};
+        fresh.get()->initialize(L"t", L"", L"", 1, false);
+        testing::internal::CaptureStdout();
+        const bool isReported = *row.line != '\0';
+        EXPECT_EQ(output(), isReported ? "@settings '" + conf + '\'' + row.line +
+                                             "; copy kept in '" + conf + ".bad'\n"
+                                       : "");
+        EXPECT_EQ(scratch.read(kConf + std::string(".bad")), isReported ? row.file : "");
+        fresh.get()->trace(row.level, "passes");
+        fresh.get()->trace(row.level + 1, "does not");
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(output(), "@passes\n");
+    }
+}

@@ -185,6 +185,7 @@ private:
     unsigned int readSettings(tstr& dir, tstr& file, int level);
     void readOrStore(const wchar_t* key, tstr& value);
     void traceLine(int level, const char* format, std::va_list args);
+    void traceSettingsProblems();
     void traceText(int level, const char* format, std::va_list args);
     void countLostLine(int error);
     void setPlace(tstr& dir, tstr& file, tstr& path);

@@ -5,10 +5,11 @@
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 #include "cmnutf8.h"
-#include "platform_file.h"
-#include "platform_registry.h"
+#include "platform_settings.h"
 
 #include <ace/Configuration_Import_Export.h>
+
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
@@ -48,14 +49,36 @@ void grow(std::vector<tstr>& texts)
     texts.swap(grown);
 }
 
+std::string reportText(const std::string& path, const SCmnImportProblem& first, std::size_t count)
+{
+    std::string text = "settings '" + path + "': " + std::to_string(count) + " problem" +
+                       (count == 1 ? ": " : "s, first: ");
+    if (first.line > 0) {
+        text += "line " + std::to_string(first.line) + ": ";
+    }
+    return text + first.reason;
+}
+
 } // namespace
 
-CCmnConfiguration::CCmnConfiguration()
+struct CCmnConfiguration::State {
+    explicit State(ACE_Configuration_Heap& heap) : names(heap) {}
+
+    TxSectionNames names;
+    std::vector<SCmnImportProblem> problems;
+    std::size_t problemCount = 0;
+    bool mustKeepCopy = false; ///< an export would lose lines of the file
+    std::string copy;          ///< the path of the last copy
+    std::string report;
+};
+
+CCmnConfiguration::CCmnConfiguration() : m_State(std::make_unique<State>(m_Heap))
 {
     openHeap();
 }
 
 CCmnConfiguration::CCmnConfiguration(const wchar_t* path, const wchar_t* file, bool import)
+    : m_State(std::make_unique<State>(m_Heap))
 {
     openHeap();
     if (import) {
@@ -64,6 +87,8 @@ CCmnConfiguration::CCmnConfiguration(const wchar_t* path, const wchar_t* file, b
         setFile(path, file);
     }
 }
+
+CCmnConfiguration::~CCmnConfiguration() = default;
 
 void CCmnConfiguration::openHeap()
 {
@@ -88,6 +113,9 @@ void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
     m_Path.swap(newPath);
     m_File.swap(newFile);
     m_FullPath.swap(fullPath);
+    m_State->problems.clear();
+    m_State->problemCount = 0;
+    m_State->mustKeepCopy = false;
 }
 
 // If the file exists, its directory exists too, and one check is enough. This holds only if m_Path
@@ -118,15 +146,55 @@ int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
     if (const int code = verifyFile()) {
         return code;
     }
-    const std::string fullPath = CCmnStringTool::tstr2str(m_FullPath);
-    ACE_Registry_ImpExp importer(m_Heap);
-    const bool allowed = m_Opened && TxMayImport(fullPath.c_str());
-    if (const int code = allowed ? importer.import_config(fullPath.c_str()) : kFailed) {
+    const int code = m_Opened ? importFile() : kFailed;
+    if (code != 0) {
         m_LastError.setError(
             failure(code, L"Import of configuration file failed.", __LINE__, kImport));
-        return code;
     }
-    return 0;
+    return code;
+}
+
+int CCmnConfiguration::importFile()
+{
+    m_State->mustKeepCopy = true; // also if an allocation fails
+    const std::string path = CCmnStringTool::tstr2str(m_FullPath);
+    TxSettingsImport file(path.c_str(), m_State->names);
+    const int code = file ? ACE_Registry_ImpExp(m_Heap).import_config(file.path()) : kFailed;
+    TxImportReport& report = file.report();
+    if (file && code != 0 && !report.endsEarly) {
+        report.add(0, "file cannot be opened, or the store refuses a name in it");
+    }
+    m_State->problems.reserve(report.problems.size());
+    for (const auto& problem : report.problems) {
+        m_State->problems.push_back({problem.line, problem.reason});
+    }
+    m_State->problemCount = report.count;
+    if (report.count > 0) {
+        m_State->report = reportText(path, m_State->problems.front(), report.count);
+    } else {
+        m_State->mustKeepCopy = false;
+    }
+    return code;
+}
+
+const std::vector<SCmnImportProblem>& CCmnConfiguration::getImportProblems() const
+{
+    return m_State->problems;
+}
+
+std::size_t CCmnConfiguration::getImportProblemCount() const
+{
+    return m_State->problemCount;
+}
+
+std::string CCmnConfiguration::getKeptCopy() const
+{
+    return m_State->copy;
+}
+
+std::string CCmnConfiguration::takeImportReport()
+{
+    return std::exchange(m_State->report, std::string());
 }
 
 int CCmnConfiguration::exportConfig()
@@ -135,24 +203,22 @@ int CCmnConfiguration::exportConfig()
         return kFailed;
     }
     const std::string path = CCmnStringTool::tstr2str(m_FullPath);
-    ACE_Registry_ImpExp exporter(m_Heap);
-    TxReplacement replacement(path.c_str());
-    if (replacement) {
-        // The code also reports failed writes, and a failure to close the file.
-        if (const int code = exporter.export_config(replacement.path().c_str())) {
-            return code;
-        }
-        if (!TxMayImport(replacement.path().c_str())) {
-            return kFailed; // importConfig would reject the file
-        }
-        if (replacement.commit()) {
-            return 0;
-        }
-    }
-    if (replacement.mustKeepOld()) {
+    TxSettingsExport file(path.c_str());
+    if (m_State->mustKeepCopy && !TxKeepCopy(path.c_str(), m_State->copy)) {
         return kFailed;
     }
-    return exporter.export_config(path.c_str());
+    if (m_State->mustKeepCopy && !m_State->report.empty() && !m_State->copy.empty()) {
+        m_State->report += "; copy kept in '" + m_State->copy + '\'';
+    }
+    // The code also reports failed writes, and a failure to close the file.
+    if (const int code = ACE_Registry_ImpExp(m_Heap).export_config(file.path())) {
+        return code;
+    }
+    if (!file.commit()) {
+        return kFailed;
+    }
+    m_State->mustKeepCopy = false;
+    return 0;
 }
 
 std::vector<tstr> CCmnConfiguration::enumerateSections(const ACE_Configuration_Section_Key& section)
@@ -178,9 +244,8 @@ int CCmnConfiguration::openSection(const ACE_Configuration_Section_Key& base, co
     if (!storeText(name, key) || hasEmptyPart(key)) {
         return kFailed;
     }
-    // The store sets its output at each step along the path, even if a later step fails.
     ACE_Configuration_Section_Key opened;
-    if (const int code = m_Heap.open_section(base, key.c_str(), create != 0, opened)) {
+    if (const int code = m_State->names.open(base, key, create != 0, opened)) {
         return code;
     }
     result = opened;
@@ -192,6 +257,45 @@ int CCmnConfiguration::openSection(const wchar_t* name, ACE_Configuration_Sectio
                                    int create)
 {
     return openSection(m_Heap.root_section(), name, result, create);
+}
+
+std::vector<tstr> CCmnConfiguration::enumerateValues()
+{
+    std::vector<tstr> names;
+    ACE_TString name;
+    ACE_Configuration::VALUETYPE type = ACE_Configuration::INVALID;
+    for (int i = 0; m_Opened && m_Heap.enumerate_values(m_Section, i, name, type) == 0; ++i) {
+        grow(names);
+        utf8ToWide(name.c_str(), names.emplace_back());
+    }
+    return names;
+}
+
+int CCmnConfiguration::removeValue(const wchar_t* name)
+{
+    std::string key;
+    return storeText(name, key) ? m_Heap.remove_value(m_Section, key.c_str()) : kFailed;
+}
+
+int CCmnConfiguration::removeSection(const wchar_t* name, bool recursive)
+{
+    std::string path;
+    if (!storeText(name, path) || hasEmptyPart(path)) {
+        return kFailed;
+    }
+    ACE_Configuration_Section_Key removed;
+    m_State->names.respell(path);
+    if (m_State->names.open(m_Heap.root_section(), path, false, removed) != 0) {
+        return kFailed;
+    }
+    // The store removes only a sub-section of the key, not one further down.
+    const std::size_t end = path.rfind('\\');
+    ACE_Configuration_Section_Key parent = m_Heap.root_section();
+    if (end != std::string::npos) {
+        m_State->names.open(m_Heap.root_section(), path.substr(0, end), false, parent);
+    }
+    const std::size_t at = end == std::string::npos ? 0 : end + 1;
+    return m_Heap.remove_section(parent, path.c_str() + at, recursive);
 }
 
 ACE_Configuration_Heap& CCmnConfiguration::configHeap()

@@ -136,6 +136,18 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
                     printable(m_TracePath).c_str(), printable(m_TraceFile).c_str(),
                     printable(m_TraceDir).c_str());
     }
+    traceSettingsProblems();
+}
+
+// The level stays that of initialize, although trace takes the one of the store.
+void CCmnTraceLog::traceSettingsProblems()
+{
+    const std::string report = m_Settings.store().takeImportReport();
+    if (!report.empty()) {
+        const int level = m_Settings.level();
+        trace(1, "%s", report.c_str());
+        m_Settings.setLevel(level);
+    }
 }
 
 void CCmnTraceLog::setPlace(tstr& dir, tstr& file, tstr& path)

@@ -8,8 +8,8 @@
 ///   "ProgramFilesDir"="/opt"
 /// @endverbatim
 ///
-/// That is the format of ACE_Registry_ImpExp, in UTF-8. A last line without a newline is not read.
-/// Nothing is read after a line that cannot be parsed. The path of the file is set when the library
+/// That is the format of ACE_Registry_ImpExp, in UTF-8. A line that cannot be read is skipped, or ends
+/// the reading; CCmnConfiguration::importConfig of the same file lists such lines. The path of the file is set when the library
 /// is built, or by the process with setRegistryFile. On Windows, the header of the same name in
 /// platform/windows/include takes the place of this one.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
@@ -28,19 +28,12 @@ namespace tarnix_platform
 enum class HKEY : std::uintptr_t {};
 constexpr HKEY HKEY_LOCAL_MACHINE{0x80000002};
 
+class TxSectionNames;
+
 /// Sets the path of the registry file for this process, in the encoding of the file system; null or
 /// "" restores the path that was built in. The text is copied. Any thread may call. Only registry
 /// objects that are created afterwards read the file.
 void setRegistryFile(const char* path);
-
-/// Whether ACE_Registry_ImpExp can import the file without harm. It doubles its buffer at each zero
-/// byte and for a long line, until the size wraps and it writes past the end of the buffer; the
-/// memory for a section grows with the square of its depth, and the export is recursive. So the
-/// result is false for a file with more than 8 zero bytes, a line of more than 16 MiB, a section
-/// more than 128 levels deep, or more than 50000 levels of sections in all; and for anything but a
-/// regular file, which may have no end. It is true for a file that does not exist. The import opens
-/// the path again: this is no defence against somebody who writes the file meanwhile.
-bool TxMayImport(const char* path);
 
 /// Read only. Each object loads the file when it is created, and sees no later change. If there is
 /// no file, the registry is empty. Only one thread at a time may use an object.
@@ -56,17 +49,19 @@ public:
     /// The key from which paths start.
     ACE_Configuration_Section_Key root_section() const;
 
-    /// `subSection` is a path with backslashes. Returns 0; or non-zero with `result` unchanged if
+    /// `subSection` is a path with backslashes, in any case. Returns 0; or non-zero with `result` unchanged if
     /// there is no such key. `create` has no effect: no key is ever created.
     int open_section(const ACE_Configuration_Section_Key& base, const wchar_t* subSection,
                      int create, ACE_Configuration_Section_Key& result);
 
-    /// Returns 0; or non-zero with `value` unchanged if there is no string of that name.
+    /// Returns 0; or non-zero with `value` unchanged if there is no string of that name. A text
+    /// ends before its first newline, which it has if its closing quote is missing.
     int get_string_value(const ACE_Configuration_Section_Key& key, const wchar_t* name,
                          ACE_String_Base<wchar_t>& value);
 
 private:
     std::unique_ptr<ACE_Configuration_Heap> m_Heap; ///< null: an empty registry
+    std::unique_ptr<TxSectionNames> m_Names;        ///< of the heap
 };
 
 } // namespace tarnix_platform
@@ -77,7 +72,6 @@ namespace tarnix_cmn_4_4
 using tarnix_platform::ACE_Configuration_Win32Registry;
 using tarnix_platform::HKEY;
 using tarnix_platform::HKEY_LOCAL_MACHINE;
-using tarnix_platform::TxMayImport;
 
 } // namespace tarnix_cmn_4_4
 

@@ -1,9 +1,5 @@
-// Which files ACE_Registry_ImpExp cannot import without harm.
-#include "descriptors.h"
-#include "platform_registry.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
+// Which files ACE_Registry_ImpExp cannot import without harm, and which lines it does not read.
+#include "importcheck.h"
 
 #include <algorithm>
 #include <cstring>
@@ -14,125 +10,203 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr long kMaxLevels = 128;
-constexpr long kMaxTotalLevels = 50000;
-constexpr long kMaxZeros = 8; // a slightly damaged file is still imported
-constexpr long kMaxLineLength = 16L * 1024 * 1024;
+constexpr std::ptrdiff_t kMaxTotalLevels = 50000;
+constexpr std::ptrdiff_t kMaxZeros = 8; // a slightly damaged file is still imported
+constexpr std::ptrdiff_t kMaxLineLength = std::ptrdiff_t{16} * 1024 * 1024;
 
-// Checks a file piece by piece.
-class ImportCheck
+constexpr const char* kZero = "zero byte";
+constexpr const char* kManyZeros = "file refused: more than 8 zero bytes";
+constexpr const char* kLongLine = "file refused: line of more than 16 MiB";
+constexpr const char* kDeepSection = "file refused: section more than 128 levels deep";
+constexpr const char* kManyLevels = "file refused: more than 50000 levels of sections";
+constexpr const char* kTooExpensive = "file refused: too many names for one section or file";
+constexpr const char* kNoSection = "value before the first section";
+constexpr const char* kEmptySection = "section without a name";
+constexpr const char* kRefusedPart = "section name that the store refuses";
+constexpr const char* kTwice = "second value of this name, replaces the first";
+
+bool isSeparator(char c)
 {
-public:
-    // A piece is shorter than the longest line.
-    bool accepts(const char* piece, const char* end)
-    {
-        if (!countZeros(piece, end) || !measureLines(piece, end)) {
-            return false;
+    return c == '\\' || c == '/';
+}
+
+// The path as ACE takes it: separated by single backslashes. Empty if the store refuses a part.
+std::string pathOf(const char* at, const char* end, const char*& problem)
+{
+    std::string path;
+    problem = kEmptySection;
+    while ((at = std::find_if_not(at, end, isSeparator)) != end) {
+        const char* const partEnd = std::find_if(at, end, isSeparator);
+        if (isRefusedName(at, partEnd)) {
+            problem = kRefusedPart;
+            return std::string();
         }
-        while (piece != end) {
-            if (m_AtStart) {
-                m_InSection = *piece == '[';
-                m_Levels = 0;
-            }
-            const char* const next = m_InSection ? nextLine(piece, end) : nextSection(piece, end);
-            if (m_InSection && !countLevels(piece, next)) {
-                return false;
-            }
-            m_AtStart = next[-1] == '\n';
-            piece = next;
-        }
-        return true;
+        problem = nullptr;
+        path.append(path.empty() ? "" : "\\").append(at, partEnd);
+        at = partEnd;
     }
-
-private:
-    static const char* find(char wanted, const char* from, const char* end)
-    {
-        const void* found = std::memchr(from, wanted, static_cast<std::size_t>(end - from));
-        return found != nullptr ? static_cast<const char*>(found) : end;
-    }
-
-    static const char* nextLine(const char* line, const char* end)
-    {
-        const char* const newline = find('\n', line, end);
-        return newline == end ? end : newline + 1;
-    }
-
-    // Most lines are values. It is faster to search for the next '[' at the start of a line than
-    // for the end of each line.
-    static const char* nextSection(const char* line, const char* end)
-    {
-        const char* found = find('[', line + 1, end);
-        while (found != end && found[-1] != '\n') {
-            found = find('[', found + 1, end);
-        }
-        return found;
-    }
-
-    bool countZeros(const char* piece, const char* end)
-    {
-        for (piece = find('\0', piece, end); piece != end && m_Zeros <= kMaxZeros;
-             piece = find('\0', piece + 1, end)) {
-            ++m_Zeros;
-        }
-        return m_Zeros <= kMaxZeros;
-    }
-
-    bool measureLines(const char* piece, const char* end)
-    {
-        const char* const newline = find('\n', piece, end);
-        m_Length += newline - piece;
-        if (m_Length > kMaxLineLength) {
-            return false;
-        }
-        if (newline != end) {
-            const void* last = ::memrchr(newline, '\n', static_cast<std::size_t>(end - newline));
-            m_Length = end - static_cast<const char*>(last) - 1;
-        }
-        return true;
-    }
-
-    bool countLevels(const char* line, const char* end)
-    {
-        const auto opened =
-            (m_AtStart ? 1 : 0) + std::count(line, end, '\\') + std::count(line, end, '/');
-        m_Levels += opened;
-        m_AllLevels += opened;
-        return m_Levels <= kMaxLevels && m_AllLevels <= kMaxTotalLevels;
-    }
-
-    bool m_AtStart = true;
-    bool m_InSection = false;
-    long m_Levels = 0;
-    long m_AllLevels = 0;
-    long m_Length = 0; // of the current line so far
-    long m_Zeros = 0;
-};
+    return path;
+}
 
 } // namespace
 
-bool TxMayImport(const char* path)
+void TxImportReport::add(std::size_t line, const char* reason)
 {
-    // Without O_NONBLOCK the open of a named pipe would wait for a writer.
-    const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!file) {
-        return true; // the import reports it
+    ++count;
+    if (problems.size() == kMaxProblems) {
+        problems.pop_back();
     }
-    struct stat info {
-    };
-    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return false;
-    }
-    ImportCheck check;
-    char piece[16 * 1024];
-    for (;;) {
-        const ssize_t got = readSome(file.get(), piece, sizeof piece);
-        if (got <= 0) {
-            return true;
-        }
-        if (!check.accepts(piece, piece + got)) {
+    problems.push_back({line, reason});
+}
+
+bool ImportCheck::accepts()
+{
+    char* const end = m_Text.data() + m_Text.size();
+    for (char* line = m_Text.data(); line != end;) {
+        void* const found = std::memchr(line, '\n', static_cast<std::size_t>(end - line));
+        char* const lineEnd = found != nullptr ? static_cast<char*>(found) : end;
+        ++m_Line;
+        if (!acceptsLine(line, lineEnd)) {
             return false;
         }
+        line = lineEnd == end ? end : lineEnd + 1;
     }
+    return true;
+}
+
+bool ImportCheck::acceptsLine(char* begin, char* end)
+{
+    if (end - begin > kMaxLineLength) {
+        return refuse(kLongLine);
+    }
+    if (!hideZeros(begin, end)) {
+        return refuse(kManyZeros);
+    }
+    const ImportLine line = readImportLine(begin, end);
+    m_Report.endsEarly |= line.endsImport;
+    if (line.kind == ImportLine::Kind::section) {
+        return openSection(line, begin + 1);
+    }
+    const char* problem = line.problem;
+    if (m_Fixes && line.fix == ImportLine::Fix::comment) {
+        *begin = ';';
+    } else if (line.kind == ImportLine::Kind::value) {
+        addQuote(line, end);
+        const char* const valueProblem = checkValue(line);
+        problem = problem == nullptr ? valueProblem : problem;
+    }
+    if (problem != nullptr) {
+        m_Report.add(m_Line, problem);
+    }
+    return !m_Cost.isTooHigh() || refuse(kTooExpensive);
+}
+
+void ImportCheck::addQuote(const ImportLine& line, const char* end)
+{
+    if (m_Fixes && line.fix == ImportLine::Fix::quote) {
+        const bool hasReturn = end[-1] == '\r';
+        m_Unclosed.push_back(static_cast<std::size_t>(end - m_Text.data()) - (hasReturn ? 1 : 0));
+    }
+}
+
+void ImportCheck::complete()
+{
+    if (!m_Unclosed.empty()) {
+        std::string closed;
+        closed.reserve(m_Text.size() + m_Unclosed.size() + 1);
+        std::size_t from = 0;
+        for (const std::size_t to : m_Unclosed) {
+            closed.append(m_Text, from, to - from).append(1, '"');
+            from = to;
+        }
+        m_Text = closed.append(m_Text, from);
+    }
+    if (!m_Text.empty() && m_Text.back() != '\n') {
+        m_Text += '\n';
+    }
+}
+
+// Makes a comment of a line with zero bytes. ACE would append the next line to it, and double its
+// buffer each time, until the size wraps and it writes past the end. False if there are too many.
+bool ImportCheck::hideZeros(char* begin, char* end)
+{
+    const auto zeros = std::count(begin, end, '\0');
+    if (zeros == 0) {
+        return true;
+    }
+    m_Zeros += zeros;
+    m_Report.add(m_Line, kZero);
+    std::replace(begin, end, '\0', ' ');
+    *begin = ';';
+    return m_Zeros <= kMaxZeros;
+}
+
+// The memory for a section grows with the square of its depth, and the export is recursive.
+bool ImportCheck::countLevels(const ImportLine& line)
+{
+    const std::ptrdiff_t levels = 1 + std::count_if(line.name, line.nameEnd, isSeparator);
+    m_AllLevels += levels;
+    if (levels > TxSectionNames::kMaxLevels) {
+        return refuse(kDeepSection);
+    }
+    return m_AllLevels <= kMaxTotalLevels || refuse(kManyLevels);
+}
+
+bool ImportCheck::openSection(const ImportLine& line, char* name)
+{
+    if (!countLevels(line)) {
+        return false;
+    }
+    const char* problem = nullptr;
+    std::string path = pathOf(line.name, line.nameEnd, problem);
+    m_Report.endsEarly |= problem == kRefusedPart;
+    problem = problem == nullptr ? line.problem : problem;
+    if (problem != nullptr) {
+        m_Report.add(m_Line, problem);
+    }
+    if (path.empty()) {
+        return true; // ACE stays in the section before
+    }
+    if (m_Names != nullptr) {
+        m_Names->respell(path);
+        respell(name, line.nameEnd, path);
+    }
+    m_Section = &m_Cost.open(path);
+    return !m_Cost.isTooHigh() || refuse(kTooExpensive);
+}
+
+// Both have the same parts, of the same length.
+void ImportCheck::respell(char* name, const char* end, const std::string& path)
+{
+    const char* from = path.data();
+    for (; name != end; ++name) {
+        if (!isSeparator(*name)) {
+            from += *from == '\\' ? 1 : 0;
+            *name = *from++;
+        }
+    }
+}
+
+const char* ImportCheck::checkValue(const ImportLine& line)
+{
+    if (m_Section == nullptr) {
+        m_Report.endsEarly = true;
+        return kNoSection;
+    }
+    bool isNew = true;
+    if (m_Names != nullptr && line.nameLength() <= kMaxNameLength) {
+        std::uint64_t steps = 0;
+        isNew = m_Values.insert(m_Section->number, line.name, line.nameLength(), steps);
+        m_Cost.addSteps(steps);
+    }
+    m_Cost.addValue(*m_Section, line.name, line.nameLength(), isNew);
+    return isNew ? nullptr : kTwice;
+}
+
+bool ImportCheck::refuse(const char* reason)
+{
+    m_Report.add(m_Line, reason);
+    return false;
 }
 
 } // namespace tarnix_platform

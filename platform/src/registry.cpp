@@ -1,10 +1,12 @@
 // The registry, kept in a text file.
 #include "pathsetting.h"
 #include "platform_registry.h"
+#include "platform_settings.h"
 
 #include <ace/Configuration_Import_Export.h>
 #include <unicode/unistr.h>
 
+#include <algorithm>
 #include <new>
 #include <string>
 
@@ -58,8 +60,10 @@ ACE_Configuration_Win32Registry::ACE_Configuration_Win32Registry(HKEY hive)
         return;
     }
     const std::string file = g_registryFile.pathOr(TARNIX_REGISTRY_FILE);
-    if (TxMayImport(file.c_str())) {
-        ACE_Registry_ImpExp(*heap).import_config(file.c_str());
+    m_Names = std::make_unique<TxSectionNames>(*heap);
+    const TxSettingsImport import(file.c_str(), *m_Names);
+    if (import) {
+        ACE_Registry_ImpExp(*heap).import_config(import.path());
     }
     m_Heap = std::move(heap);
 }
@@ -75,12 +79,8 @@ int ACE_Configuration_Win32Registry::open_section(const ACE_Configuration_Sectio
                                                   const wchar_t* subSection, int /*create*/,
                                                   ACE_Configuration_Section_Key& result)
 {
-    ACE_Configuration_Section_Key opened;
-    if (!m_Heap || m_Heap->open_section(base, toUtf8(subSection).c_str(), false, opened) != 0) {
-        return kFailed;
-    }
-    result = opened;
-    return 0;
+    const std::string path = toUtf8(subSection);
+    return m_Heap && !path.empty() ? m_Names->open(base, path, false, result) : kFailed;
 }
 
 int ACE_Configuration_Win32Registry::get_string_value(const ACE_Configuration_Section_Key& key,
@@ -91,7 +91,10 @@ int ACE_Configuration_Win32Registry::get_string_value(const ACE_Configuration_Se
     if (!m_Heap || m_Heap->get_string_value(key, toUtf8(name).c_str(), stored) != 0) {
         return kFailed;
     }
-    const std::wstring text = fromUtf8(stored.c_str());
+    // A value whose closing quote is missing contains its newline. It must not become a part of
+    // the name of a directory.
+    std::wstring text = fromUtf8(stored.c_str());
+    text.erase(std::min(text.find_first_of(L"\r\n"), text.size()));
     value = ACE_String_Base<wchar_t>(text.c_str());
     if (value.length() != text.size()) {
         throw std::bad_alloc(); // the string of ACE does not report it

@@ -15,9 +15,6 @@ namespace tarnix_platform
 /// Has no effect: the system keeps the values itself.
 inline void setRegistryFile(const char* /*path*/) {}
 
-/// As on Linux.
-bool TxMayImport(const char* path);
-
 /// ACE's class, read only and with wide texts.
 class ACE_Configuration_Win32Registry : public ::ACE_Configuration_Win32Registry
 {
@@ -53,7 +50,6 @@ namespace tarnix_cmn_4_4
 {
 
 using tarnix_platform::ACE_Configuration_Win32Registry;
-using tarnix_platform::TxMayImport;
 
 } // namespace tarnix_cmn_4_4
 

@@ -1,0 +1,43 @@
+// How ACE_Registry_ImpExp reads one line.
+#ifndef TARNIX_PLATFORM_IMPORTLINE_H
+#define TARNIX_PLATFORM_IMPORTLINE_H
+
+#include <cstddef>
+
+namespace tarnix_platform
+{
+
+constexpr std::size_t kMaxNameLength = 255; // of the store, in bytes
+
+struct ImportLine {
+    enum class Kind {
+        other,   // neither of these
+        section, // the name is its path
+        value    // ACE may set a value of that name
+    };
+
+    std::size_t nameLength() const { return static_cast<std::size_t>(nameEnd - name); }
+
+    enum class Fix {
+        none,
+        comment, // ACE would set another value than the line says: it must not read the line
+        quote    // ACE would take the newline into the text: it needs the closing quote
+    };
+
+    Kind kind = Kind::other;
+    Fix fix = Fix::none;
+    bool endsImport = false;       // ACE fails at this line
+    const char* problem = nullptr; // why ACE does not read it as it is written
+    const char* name = nullptr;
+    const char* nameEnd = nullptr;
+};
+
+// `end` is the position of the newline. The line contains no zero byte.
+ImportLine readImportLine(const char* begin, const char* end);
+
+// Whether the store refuses the name of a value, or a part of the path of a section.
+bool isRefusedName(const char* name, const char* end);
+
+} // namespace tarnix_platform
+
+#endif

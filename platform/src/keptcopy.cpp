@@ -1,0 +1,163 @@
+// The copy of a settings file that an export is about to replace.
+#include "descriptors.h"
+#include "filereplacement.h"
+#include "filetarget.h"
+#include "platform_settings.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+constexpr std::size_t kPiece = 16 * 1024;
+
+// Fills the piece, except at the end of the file.
+ssize_t readPiece(int fd, char* piece)
+{
+    std::size_t size = 0;
+    while (size < kPiece) {
+        const ssize_t got = readSome(fd, piece + size, kPiece - size);
+        if (got < 0) {
+            return got;
+        }
+        if (got == 0) {
+            break;
+        }
+        size += static_cast<std::size_t>(got);
+    }
+    return static_cast<ssize_t>(size);
+}
+
+// A file that is to be kept, open for reading.
+class KeptFile
+{
+public:
+    KeptFile(int fd, std::string path) : m_Fd(fd), m_Path(std::move(path)) {}
+
+    bool isRegular() { return ::fstat(m_Fd, &m_Info) == 0 && S_ISREG(m_Info.st_mode); }
+
+    // Fails with EEXIST if there is something of that name.
+    bool copyTo(const std::string& name) const
+    {
+        FileReplacement copy;
+        if (!copy.create(name, S_IRUSR | S_IWUSR)) {
+            return false;
+        }
+        if (!copyContent(copy.fd())) {
+            errno = EIO; // whatever it was: another name is no better
+            return false;
+        }
+        copy.keepAttributes(m_Path.c_str());
+        if (!copy.keepAccess(access())) {
+            errno = EPERM;
+            return false;
+        }
+        copy.keep();
+        return true;
+    }
+
+    // Whether that file has the same content. It counts only if it belongs to this user or to the
+    // owner of the original: others could remove it.
+    bool isLike(const std::string& name) const
+    {
+        const UniqueFd other = openFile(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+        struct stat info {
+        };
+        return other && ::fstat(other.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+               (info.st_uid == ::geteuid() || info.st_uid == m_Info.st_uid) &&
+               info.st_size == m_Info.st_size && info.st_ino != m_Info.st_ino &&
+               hasContent(other.get());
+    }
+
+private:
+    // The group bits of a file with an ACL say what the ACL grants at most, and the others may
+    // include a user whom the ACL excludes.
+    struct stat access() const
+    {
+        struct stat result = m_Info;
+        result.st_mode &= hasAcl(m_Path.c_str()) ? S_IRWXU : S_IRWXU | S_IRWXG | S_IRWXO;
+        return result;
+    }
+
+    bool copyContent(int to) const
+    {
+        char piece[kPiece];
+        if (!isWithinFileSizeLimit(static_cast<std::size_t>(m_Info.st_size)) || !rewind()) {
+            return false;
+        }
+        for (;;) {
+            const ssize_t got = readPiece(m_Fd, piece);
+            if (got <= 0) {
+                return got == 0;
+            }
+            if (!writeAll(to, piece, static_cast<std::size_t>(got))) {
+                return false;
+            }
+        }
+    }
+
+    bool hasContent(int other) const
+    {
+        char piece[kPiece];
+        char otherPiece[kPiece];
+        if (!rewind()) {
+            return false;
+        }
+        for (;;) {
+            const ssize_t got = readPiece(m_Fd, piece);
+            if (got < 0 || readPiece(other, otherPiece) != got ||
+                std::memcmp(piece, otherPiece, static_cast<std::size_t>(got)) != 0) {
+                return false;
+            }
+            if (got == 0) {
+                return true;
+            }
+        }
+    }
+
+    bool rewind() const { return ::lseek(m_Fd, 0, SEEK_SET) == 0; }
+
+    const int m_Fd;
+    const std::string m_Path;
+    struct stat m_Info {
+    };
+};
+
+} // namespace
+
+bool TxKeepCopy(const char* path, std::string& copy)
+{
+    constexpr int maxCopies = 10;
+    copy.clear();
+    const std::string target = resolveLinks(path);
+    const UniqueFd file = openFile(target.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+    if (!file) {
+        return errno == ENOENT;
+    }
+    KeptFile kept(file.get(), target);
+    if (!kept.isRegular()) {
+        return true;
+    }
+    for (int i = 0; i < maxCopies; ++i) {
+        const std::string name = target + ".bad" + (i == 0 ? "" : "." + std::to_string(i));
+        const bool isCopied = kept.copyTo(name);
+        if (!isCopied && errno != EEXIST) {
+            return false;
+        }
+        if (isCopied || kept.isLike(name)) {
+            copy = name;
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace tarnix_platform

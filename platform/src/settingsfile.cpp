@@ -1,0 +1,231 @@
+// Settings files that ACE_Registry_ImpExp reads and writes.
+#include "descriptors.h"
+#include "importcheck.h"
+#include "memoryfile.h"
+#include "platform_file.h"
+#include "platform_settings.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <optional>
+
+namespace tarnix_platform
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxSize = std::size_t{64} * 1024 * 1024;
+constexpr mode_t kDefaultMode = 0666; // that the process's umask restricts
+
+constexpr const char* kNoFile = "file refused: not a regular file";
+constexpr const char* kUnreadable = "file refused: cannot be read, or is larger than 64 MiB";
+constexpr const char* kNotPrepared =
+    "file refused: byte order mark, zero byte or section in other case, and no /proc";
+constexpr const char* kNoMemory = "file refused: larger than the process may write";
+constexpr const char* kNoNewline = "last line without a newline";
+
+// Reads from the start; false on failure, and for a file that is too large.
+bool readWhole(int fd, std::string& text)
+{
+    struct stat info {
+    };
+    if (::lseek(fd, 0, SEEK_SET) != 0 || ::fstat(fd, &info) != 0) {
+        return false;
+    }
+    // With the size of the file, the next read meets the end.
+    constexpr std::size_t step = 16 * 1024;
+    text.resize(std::min(static_cast<std::size_t>(info.st_size), kMaxSize) + step);
+    for (std::size_t size = 0;;) {
+        const ssize_t got = readSome(fd, text.data() + size, text.size() - size);
+        if (got < 0) {
+            return false;
+        }
+        size += static_cast<std::size_t>(got);
+        if (got == 0 || size > kMaxSize) {
+            text.resize(size);
+            return got == 0;
+        }
+        text.resize(std::max(text.size(), size + step));
+    }
+}
+
+void dropByteOrderMark(std::string& text)
+{
+    constexpr const char mark[] = "\xEF\xBB\xBF";
+    if (text.rfind(mark, 0) == 0) {
+        text.erase(0, sizeof mark - 1);
+    }
+}
+
+} // namespace
+
+struct TxSettingsImport::State {
+    State(const char* path, TxSectionNames& names) : m_Path(path)
+    {
+        // Without O_NONBLOCK the open of a named pipe would wait for a writer.
+        const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
+        m_IsAllowed = !file || prepare(file.get(), names);
+    }
+
+    bool prepare(int file, TxSectionNames& names)
+    {
+        struct stat info {
+        };
+        if (::fstat(file, &info) != 0 || !S_ISREG(info.st_mode)) {
+            return refuse(kNoFile);
+        }
+        std::string text;
+        if (!readWhole(file, text)) {
+            return refuse(kUnreadable);
+        }
+        dropByteOrderMark(text);
+        ImportCheck check(text, &names, static_cast<bool>(m_Memory), m_Report);
+        if (!check.accepts()) {
+            return false;
+        }
+        if (!m_Memory) {
+            return isAsPrepared(file, text);
+        }
+        check.complete();
+        m_Path = m_Memory.path();
+        return store(text) || refuse(kNoMemory);
+    }
+
+    bool store(const std::string& text) const
+    {
+        return isWithinFileSizeLimit(text.size()) &&
+               writeAll(m_Memory.fd(), text.data(), text.size());
+    }
+
+    // Whether ACE may read the file itself.
+    bool isAsPrepared(int file, const std::string& text)
+    {
+        std::string original;
+        if (!readWhole(file, original) || original != text) {
+            return refuse(kNotPrepared);
+        }
+        if (!text.empty() && text.back() != '\n') {
+            const auto newlines = std::count(text.begin(), text.end(), '\n');
+            m_Report.add(static_cast<std::size_t>(newlines) + 1, kNoNewline);
+        }
+        return true;
+    }
+
+    bool refuse(const char* reason)
+    {
+        m_Report.add(0, reason);
+        return false;
+    }
+
+    std::string m_Path; // that ACE imports
+    TxImportReport m_Report;
+    MemoryFile m_Memory;
+    bool m_IsAllowed = false;
+};
+
+TxSettingsImport::TxSettingsImport(const char* path, TxSectionNames& names)
+    : m_State(std::make_unique<State>(path, names))
+{
+}
+
+TxSettingsImport::~TxSettingsImport() = default;
+
+TxSettingsImport::operator bool() const
+{
+    return m_State->m_IsAllowed;
+}
+
+const char* TxSettingsImport::path() const
+{
+    return m_State->m_Path.c_str();
+}
+
+TxImportReport& TxSettingsImport::report()
+{
+    return m_State->m_Report;
+}
+
+struct TxSettingsExport::State {
+    explicit State(const char* path) : m_Target(path)
+    {
+        if (!m_Memory) {
+            m_Replacement.emplace(path);
+        }
+    }
+
+    // Where there is neither, the target itself.
+    const char* path() const
+    {
+        if (m_Memory) {
+            return m_Memory.path();
+        }
+        if (*m_Replacement) {
+            return m_Replacement->path().c_str();
+        }
+        return m_Replacement->mustKeepOld() ? "" : m_Target.c_str();
+    }
+
+    bool commit()
+    {
+        if (!m_Memory && !*m_Replacement) {
+            return true;
+        }
+        std::string text;
+        if (!read(text)) {
+            return false;
+        }
+        TxImportReport ignored;
+        if (!ImportCheck(text, nullptr, false, ignored).accepts()) {
+            return false;
+        }
+        return replace(text) || (!m_Replacement->mustKeepOld() && writeInPlace(text));
+    }
+
+    bool read(std::string& text) const
+    {
+        const UniqueFd written = openFile(path(), O_RDONLY);
+        return written && readWhole(written.get(), text);
+    }
+
+    bool replace(const std::string& text)
+    {
+        if (m_Memory) {
+            m_Replacement.emplace(m_Target.c_str());
+            return *m_Replacement && m_Replacement->write(text.data(), text.size()) &&
+                   m_Replacement->commit();
+        }
+        return m_Replacement->commit();
+    }
+
+    bool writeInPlace(const std::string& text) const
+    {
+        if (!isWithinFileSizeLimit(text.size())) {
+            return false;
+        }
+        const UniqueFd file =
+            openFile(m_Target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kDefaultMode);
+        return file && writeAll(file.get(), text.data(), text.size());
+    }
+
+    const std::string m_Target;
+    MemoryFile m_Memory;
+    std::optional<TxReplacement> m_Replacement;
+};
+
+TxSettingsExport::TxSettingsExport(const char* path) : m_State(std::make_unique<State>(path)) {}
+
+TxSettingsExport::~TxSettingsExport() = default;
+
+const char* TxSettingsExport::path() const
+{
+    return m_State->path();
+}
+
+bool TxSettingsExport::commit()
+{
+    return m_State->commit();
+}
+
+} // namespace tarnix_platform
