@@ -19,15 +19,16 @@ const bool kAddedContext = [] {
     return true;
 }();
 
-// Writes the file "in" with `count` values, a hundred per section, texts and numbers alternating.
-void writeValues(const ScratchDirectory& directory, std::int64_t count)
+// Writes the file "in" with `count` values, texts and numbers alternating.
+void writeValues(const ScratchDirectory& directory, std::int64_t count,
+                 std::int64_t inSection = 100)
 {
     std::ofstream file(directory.path("in"));
     for (std::int64_t i = 0; i < count; ++i) {
-        if (i % 100 == 0) {
-            file << "[Section " << i / 100 << "]\n";
+        if (i % inSection == 0) {
+            file << "[Section " << i / inSection << "]\n";
         }
-        file << "\"Value " << i % 100 << '"';
+        file << "\"Value " << i % inSection << '"';
         if (i % 2 == 0) {
             file << "=\"/opt/product/directory/" << i << "\"\n";
         } else {
@@ -106,10 +107,10 @@ std::string exported(const ScratchDirectory& directory, Store& store)
 
 // Each import goes into a new store.
 template <class Store>
-void imports(benchmark::State& state)
+void importValues(benchmark::State& state, std::int64_t inSection)
 {
     const ScratchDirectory directory;
-    writeValues(directory, state.range(0));
+    writeValues(directory, state.range(0), inSection);
     if (Store(directory).importFile() != 0) {
         state.SkipWithError("the import failed");
         return;
@@ -119,6 +120,18 @@ void imports(benchmark::State& state)
         benchmark::DoNotOptimize(store.importFile());
     }
     countValues(state);
+}
+
+template <class Store>
+void imports(benchmark::State& state)
+{
+    importValues<Store>(state, 100);
+}
+
+template <class Store>
+void importsSection(benchmark::State& state)
+{
+    importValues<Store>(state, state.range(0));
 }
 
 template <class Store>
@@ -168,6 +181,9 @@ void counts(benchmark::internal::Benchmark* benchmark)
 
 BENCHMARK(imports<Own>)->Name("config_import:tarnix")->Apply(counts);
 BENCHMARK(imports<Bare>)->Name("config_import:ace")->Apply(counts);
+// The time grows with the square of the number: 100,000 values take 25 times as long.
+BENCHMARK(importsSection<Own>)->Name("config_section:tarnix")->Arg(20000)->UseRealTime();
+BENCHMARK(importsSection<Bare>)->Name("config_section:ace")->Arg(20000)->UseRealTime();
 BENCHMARK(exports<Own>)->Name("config_export:tarnix")->Apply(counts);
 BENCHMARK(exports<Bare>)->Name("config_export:ace")->Apply(counts);
 BENCHMARK(get<Own>)->Name("config_get:tarnix");

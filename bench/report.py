@@ -53,6 +53,7 @@ ROWS = [
         ("trace_line", "raw", 0.90, "trace line written"),
         ("trace_dropped", "spdlog", 0.50, "trace line dropped"),
         ("config_import/10000", "ace", 0.95, "settings import, values"),
+        ("config_section/20000", "ace", 0.95, "settings import, one section"),
         ("config_export/10000", "ace", 0.95, "settings export, values"),
         ("config_get", "ace", None, "settings, one value by name"),
     ]),

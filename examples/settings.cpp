@@ -98,10 +98,16 @@ int main(int argc, char** argv)
             return 1;
         }
     }
+    for (const SCmnImportProblem& problem : settings.getImportProblems()) {
+        std::cerr << "settings: line " << problem.line << ": " << problem.reason << '\n';
+    }
     show(settings, settings.configHeap().root_section(), "");
     if (settings.exportConfig() != 0) {
         std::cerr << "settings: cannot write " << argv[1] << argv[2] << '\n';
         return 1;
+    }
+    if (!settings.getKeptCopy().empty()) {
+        std::cerr << "settings: the lines above are kept in " << settings.getKeptCopy() << '\n';
     }
     return 0;
 }

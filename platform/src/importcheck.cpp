@@ -62,6 +62,7 @@ void TxImportReport::add(std::size_t line, const char* reason)
 bool ImportCheck::accepts()
 {
     char* const end = m_Text.data() + m_Text.size();
+    m_HasZeros = m_Text.find('\0') != std::string::npos;
     for (char* line = m_Text.data(); line != end;) {
         void* const found = std::memchr(line, '\n', static_cast<std::size_t>(end - line));
         char* const lineEnd = found != nullptr ? static_cast<char*>(found) : end;
@@ -79,7 +80,7 @@ bool ImportCheck::acceptsLine(char* begin, char* end)
     if (end - begin > kMaxLineLength) {
         return refuse(kLongLine);
     }
-    if (!hideZeros(begin, end)) {
+    if (m_HasZeros && !hideZeros(begin, end)) {
         return refuse(kManyZeros);
     }
     const ImportLine line = readImportLine(begin, end);
@@ -172,6 +173,7 @@ bool ImportCheck::openSection(const ImportLine& line, char* name)
         respell(name, line.nameEnd, path);
     }
     m_Section = &m_Cost.open(path);
+    m_Values.resize(std::max<std::size_t>(m_Values.size(), m_Section->number));
     return !m_Cost.isTooHigh() || refuse(kTooExpensive);
 }
 
@@ -194,9 +196,9 @@ const char* ImportCheck::checkValue(const ImportLine& line)
         return kNoSection;
     }
     bool isNew = true;
-    if (m_Names != nullptr && line.nameLength() <= kMaxNameLength) {
+    if (m_Names != nullptr) {
         std::uint64_t steps = 0;
-        isNew = m_Values.insert(m_Section->number, line.name, line.nameLength(), steps);
+        isNew = m_Values[m_Section->number - 1].insert(line.name, line.nameLength(), steps);
         m_Cost.addSteps(steps);
     }
     m_Cost.addValue(*m_Section, line.name, line.nameLength(), isNew);

@@ -44,11 +44,12 @@ private:
     const bool m_Fixes;
     TxImportReport& m_Report;
     ImportCost m_Cost;
-    ImportNames m_Values;
+    std::vector<ImportNames> m_Values;        // of each section, by its number
     ImportCost::Section* m_Section = nullptr; // null before the first one
     std::vector<std::size_t> m_Unclosed;      // positions at which a quote is missing
     std::size_t m_Line = 0;
     std::ptrdiff_t m_AllLevels = 0;
+    bool m_HasZeros = false;
     std::ptrdiff_t m_Zeros = 0;
 };
 

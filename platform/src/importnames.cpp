@@ -1,4 +1,4 @@
-// The names of the values that an import sets.
+// The names of the values that an import sets in a section.
 #include "importnames.h"
 
 #include <strings.h>
@@ -13,11 +13,11 @@ namespace
 {
 
 // Equal for names that differ only in the case of ASCII letters.
-std::uint32_t hashOf(std::uint32_t section, const char* name, std::size_t length)
+std::uint32_t hashOf(const char* name, std::size_t length)
 {
     constexpr std::uint64_t factor = 0x9E3779B97F4A7C15;
     constexpr std::uint64_t lowerCase = 0x2020202020202020;
-    std::uint64_t hash = (section + length) * factor;
+    std::uint64_t hash = length;
     for (std::size_t at = 0; at < length; at += sizeof hash) {
         std::uint64_t piece = 0;
         std::memcpy(&piece, name + at, std::min(length - at, sizeof piece));
@@ -29,17 +29,14 @@ std::uint32_t hashOf(std::uint32_t section, const char* name, std::size_t length
 
 } // namespace
 
-bool ImportNames::insert(std::uint32_t section, const char* name, std::size_t length,
-                         std::uint64_t& steps)
+bool ImportNames::insert(const char* name, std::size_t length, std::uint64_t& steps)
 {
-    if (4 * m_Count >= 3 * m_Entries.size()) {
+    if (8 * m_Count >= 5 * m_Entries.size()) {
         grow();
     }
-    Entry wanted{name, hashOf(section, name, length), 0, 0};
-    wanted.section = section & 0xFFFFFF; // there are fewer
-    wanted.length = static_cast<std::uint8_t>(length);
+    const Entry wanted{name, static_cast<std::uint32_t>(length), hashOf(name, length)};
     Entry& entry = m_Entries[find(wanted, steps)];
-    if (entry.section != 0) {
+    if (entry.name != nullptr) {
         return false;
     }
     entry = wanted;
@@ -53,10 +50,8 @@ std::size_t ImportNames::find(const Entry& wanted, std::uint64_t& steps) const
     const std::size_t mask = m_Entries.size() - 1;
     for (std::size_t at = wanted.hash & mask;; at = (at + 1) & mask) {
         const Entry& entry = m_Entries[at];
-        const bool isSame = entry.hash == wanted.hash && entry.section == wanted.section &&
-                            entry.length == wanted.length &&
-                            ::strncasecmp(entry.name, wanted.name, wanted.length) == 0;
-        if (isSame || entry.section == 0) {
+        if (entry.name == nullptr || (entry.hash == wanted.hash && entry.length == wanted.length &&
+                                      ::strncasecmp(entry.name, wanted.name, wanted.length) == 0)) {
             return at;
         }
         ++steps;
@@ -65,11 +60,12 @@ std::size_t ImportNames::find(const Entry& wanted, std::uint64_t& steps) const
 
 void ImportNames::grow()
 {
-    std::vector<Entry> old(2 * m_Entries.size());
+    constexpr std::size_t firstSize = 64;
+    std::vector<Entry> old(m_Entries.empty() ? firstSize : 2 * m_Entries.size());
     old.swap(m_Entries);
     std::uint64_t ignored = 0;
     for (const Entry& entry : old) {
-        if (entry.section != 0) {
+        if (entry.name != nullptr) {
             m_Entries[find(entry, ignored)] = entry;
         }
     }
