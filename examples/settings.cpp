@@ -89,7 +89,11 @@ int main(int argc, char** argv)
             return 1;
         }
     }
-    if (settings.importConfig(directory.c_str(), file.c_str()) != 0) {
+    const int code = settings.importConfig(directory.c_str(), file.c_str());
+    for (const SCmnImportProblem& problem : settings.getImportProblems()) {
+        std::cerr << "settings: line " << problem.line << ": " << problem.reason << '\n';
+    }
+    if (code != 0) {
         std::cerr << "settings: "
                   << CCmnStringTool::wstr2str(std::wstring(settings.getLastError().getMessage()))
                   << '\n';
@@ -97,9 +101,6 @@ int main(int argc, char** argv)
         if (CCmnPathTool::verify((directory + file).c_str()) == 0) {
             return 1;
         }
-    }
-    for (const SCmnImportProblem& problem : settings.getImportProblems()) {
-        std::cerr << "settings: line " << problem.line << ": " << problem.reason << '\n';
     }
     show(settings, settings.configHeap().root_section(), "");
     if (settings.exportConfig() != 0) {

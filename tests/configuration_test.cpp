@@ -2,11 +2,13 @@
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnsystemfiles.h"
+#include "platform_settings.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -302,6 +304,23 @@ TEST(Configuration, TheRegistryReadsTheSame)
     EXPECT_EQ(CCmnPathTool::getInstallPath(directory), 0);
     EXPECT_STREQ(directory.c_str(), L"/opt/");
     setRegistryFile(nullptr);
+}
+
+// As a child would that another thread starts while ACE has the file open.
+TEST(Configuration, NobodyReadsTheCopyAfterTheImport)
+{
+    const ScratchDirectory scratch;
+    scratch.write("f", "[a]\n");
+    ACE_Configuration_Heap heap;
+    heap.open(16);
+    TxSectionNames names(heap);
+    auto file = std::make_unique<TxSettingsImport>(scratch.path("f").c_str(), names);
+    const int descriptor = open(file->path(), O_RDONLY);
+    char bytes[2] = {};
+    EXPECT_EQ(read(descriptor, bytes, 1), 1);
+    file.reset();
+    EXPECT_EQ(pread(descriptor, bytes, 1, 0), 0);
+    close(descriptor);
 }
 
 // In such a directory there is no /proc, and ACE gets the file itself.
