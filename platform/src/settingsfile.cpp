@@ -22,8 +22,8 @@ constexpr mode_t kDefaultMode = 0666; // that the process's umask restricts
 constexpr const char* kNoFile = "file refused: not a regular file";
 constexpr const char* kUnreadable = "file refused: cannot be read, or is larger than 64 MiB";
 constexpr const char* kNotPrepared =
-    "file refused: byte order mark, zero byte or section in other case, and no /proc";
-constexpr const char* kNoMemory = "file refused: larger than the process may write";
+    "file refused: byte order mark, zero byte or section in other case, and no copy in memory";
+constexpr const char* kNoMemory = "file refused: no memory for a copy";
 constexpr const char* kNoNewline = "last line without a newline";
 
 // Reads from the start; false on failure, and for a file that is too large.
@@ -81,22 +81,18 @@ struct TxSettingsImport::State {
             return refuse(kUnreadable);
         }
         dropByteOrderMark(text);
-        ImportCheck check(text, &names, static_cast<bool>(m_Memory), m_Report);
+        // A write beyond the limit would end the process. A missing quote can be on each line.
+        const bool hasMemory = m_Memory && isWithinFileSizeLimit(2 * text.size() + 1);
+        ImportCheck check(text, &names, hasMemory, m_Report);
         if (!check.accepts()) {
             return false;
         }
-        if (!m_Memory) {
+        if (!hasMemory) {
             return isAsPrepared(file, text);
         }
         check.complete();
         m_Path = m_Memory.path();
-        return store(text) || refuse(kNoMemory);
-    }
-
-    bool store(const std::string& text) const
-    {
-        return isWithinFileSizeLimit(text.size()) &&
-               writeAll(m_Memory.fd(), text.data(), text.size());
+        return writeAll(m_Memory.fd(), text.data(), text.size()) || refuse(kNoMemory);
     }
 
     // Whether ACE may read the file itself.
