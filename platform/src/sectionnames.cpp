@@ -14,15 +14,17 @@ namespace
 constexpr std::size_t kMaxPathLength = 255; // that ACE opens in one step
 constexpr int kFailed = -1;
 
-// Reads the path of a key, which ACE keeps to itself and to derived classes.
+// Gives access to what ACE lets only derived classes read: the path of a key.
 class KeyReader : public ACE_Configuration_Heap
 {
 public:
     // False for a key that opens nothing.
-    bool read(const ACE_Configuration_Section_Key& key, std::string& path)
+    static bool read(ACE_Configuration& heap, const ACE_Configuration_Section_Key& key,
+                     std::string& path)
     {
+        constexpr auto getKey = &KeyReader::get_internal_key;
         const auto* const section =
-            dynamic_cast<ACE_Configuration_Section_Key_Heap*>(get_internal_key(key));
+            dynamic_cast<ACE_Configuration_Section_Key_Heap*>((heap.*getKey)(key));
         if (section == nullptr) {
             return false;
         }
@@ -84,7 +86,7 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
                          bool create, ACE_Configuration_Section_Key& result)
 {
     std::string opened;
-    if (!KeyReader().read(base, opened)) {
+    if (!KeyReader::read(m_Heap, base, opened)) {
         return kFailed;
     }
     const std::string whole = joined(opened, path);
