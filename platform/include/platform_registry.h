@@ -8,10 +8,10 @@
 ///   "ProgramFilesDir"="/opt"
 /// @endverbatim
 ///
-/// That is the format of ACE_Registry_ImpExp, in UTF-8. A line that cannot be read is skipped, or ends
-/// the reading; CCmnConfiguration::importConfig of the same file lists such lines. The path of the file is set when the library
-/// is built, or by the process with setRegistryFile. On Windows, the header of the same name in
-/// platform/windows/include takes the place of this one.
+/// That is the format of ACE_Registry_ImpExp, in UTF-8. A line that cannot be read is skipped, or
+/// ends the reading; CCmnConfiguration::importConfig of the same file lists such lines. The path of
+/// the file is set when the library is built, or by the process with setRegistryFile. On Windows,
+/// the header of the same name in platform/windows/include takes the place of this one.
 #ifndef TARNIX_PLATFORM_REGISTRY_H
 #define TARNIX_PLATFORM_REGISTRY_H
 
@@ -49,8 +49,8 @@ public:
     /// The key from which paths start.
     ACE_Configuration_Section_Key root_section() const;
 
-    /// `subSection` is a path with backslashes, in any case. Returns 0; or non-zero with `result` unchanged if
-    /// there is no such key. `create` has no effect: no key is ever created.
+    /// `subSection` is a path with backslashes, in any case. Returns 0; or non-zero with `result`
+    /// unchanged if there is no such key. `create` has no effect: no key is ever created.
     int open_section(const ACE_Configuration_Section_Key& base, const wchar_t* subSection,
                      int create, ACE_Configuration_Section_Key& result);
 
