@@ -134,6 +134,21 @@ TEST_F(Allocation, TraceAndConfiguration)
         return std::to_string(code) + CCmnStringTool::tstr2str(value) + m_Scratch.read("a.conf");
     });
     AllocationFault::throwingOnly = false;
+    // A level that could not be looked up is looked up again for the next line.
+    const tstr dir = m_Scratch.widePath("Logs").c_str();
+    failEach({}, [&] {
+        {
+            const AllocationFaultPause pause;
+            log.get()->updateConfigFile(dir, L"t.log", 5);
+        }
+        log.get()->trace(9, "dropped");
+        const AllocationFaultPause pause;
+        log.get()->trace(5, "written");
+        const std::string text = m_Scratch.read("Logs/t.log").erase(0, 27);
+        std::filesystem::remove(m_Scratch.path("Logs/t.log"));
+        return text;
+    });
+    std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
     // The two directories and the two files, and no temporary file.
     EXPECT_EQ(m_Scratch.entries(), 4);
 }

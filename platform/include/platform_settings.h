@@ -60,6 +60,8 @@ private:
     };
     using Names = std::map<std::string, bool, IgnoreCase>;
 
+    int take(const ACE_Configuration_Section_Key& opened, const std::string& path,
+             ACE_Configuration_Section_Key& result);
     bool step(ACE_Configuration_Section_Key& at, std::string& path, const std::string& part,
               bool create);
     bool openKnown(ACE_Configuration_Section_Key& at, std::string& path, const std::string& child,

@@ -18,18 +18,13 @@ constexpr int kFailed = -1;
 class KeyReader : public ACE_Configuration_Heap
 {
 public:
-    // False for a key that opens nothing.
-    static bool read(ACE_Configuration& heap, const ACE_Configuration_Section_Key& key,
-                     std::string& path)
+    // Null for a key that opens nothing.
+    static const char* pathOf(ACE_Configuration& heap, const ACE_Configuration_Section_Key& key)
     {
         constexpr auto getKey = &KeyReader::get_internal_key;
         const auto* const section =
             dynamic_cast<ACE_Configuration_Section_Key_Heap*>((heap.*getKey)(key));
-        if (section == nullptr) {
-            return false;
-        }
-        path = section->path_ == nullptr ? "" : section->path_;
-        return true;
+        return section != nullptr ? section->path_ : nullptr;
     }
 };
 
@@ -85,11 +80,12 @@ void TxSectionNames::respell(std::string& path)
 int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::string& path,
                          bool create, ACE_Configuration_Section_Key& result)
 {
-    std::string opened;
-    if (!KeyReader::read(m_Heap, base, opened)) {
+    const char* const start = KeyReader::pathOf(m_Heap, base);
+    if (start == nullptr) {
         return kFailed;
     }
-    const std::string whole = joined(opened, path);
+    const std::string basePath = start;
+    const std::string whole = joined(basePath, path);
     if (std::count(whole.begin(), whole.end(), '\\') >= kMaxLevels) {
         return kFailed;
     }
@@ -97,18 +93,27 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
     const auto known = m_Names.find(whole);
     if (known != m_Names.end() && known->first.size() <= kMaxPathLength &&
         m_Heap.open_section(m_Heap.root_section(), known->first.c_str(), false, at) == 0) {
-        result = at;
-        return 0;
+        return take(at, known->first, result);
     }
-    const std::string basePath = opened;
-    opened.clear();
+    std::string opened;
     at = rootKey();
     const auto openPart = [&](const std::string& part) { return step(at, opened, part, false); };
     const auto makePart = [&](const std::string& part) { return step(at, opened, part, create); };
     if (!eachPart(basePath, openPart) || !eachPart(path, makePart)) {
         return kFailed;
     }
-    result = at;
+    return take(at, opened, result);
+}
+
+// ACE opens another section, mostly the root, if an allocation for the path fails.
+int TxSectionNames::take(const ACE_Configuration_Section_Key& opened, const std::string& path,
+                         ACE_Configuration_Section_Key& result)
+{
+    const char* const found = KeyReader::pathOf(m_Heap, opened);
+    if (found == nullptr || path != found) {
+        return kFailed;
+    }
+    result = opened;
     return 0;
 }
 
