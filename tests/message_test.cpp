@@ -46,6 +46,7 @@ TEST(Message, OwnsWhatItHolds)
     EXPECT_EQ(other->text, text);
     for (CCmnIcuMessage* message : {&copy, &assigned}) {
         EXPECT_EQ(message->getFile() + std::to_string(message->getRefCount()), "some.cpp1");
+        EXPECT_EQ(message->getLine(), 12);
         EXPECT_EQ(contentOf(*message), "an.id 7 first 1");
     }
 }

@@ -130,6 +130,7 @@ TEST_F(TraceLog, UnusableFilesAndTexts)
         EXPECT_EQ(traced(1, "%s9", text.c_str()), "@" + text + "9\n") << length;
     }
     EXPECT_EQ(traced(1, nullptr) + traced(1, ""), "");
+    EXPECT_EQ(traced(1, "%s", ""), "@\n");
     EXPECT_EQ(traced(1, "cut%crest", 0), "@cut\n");
     EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not representable in the C locale
     EXPECT_NE(start(scratch.widePath(), L"x", 1, true), "");
