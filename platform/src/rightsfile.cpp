@@ -240,9 +240,11 @@ bool addLines(const Lines& added, AddedRights& rights)
     return replaceFile(rights.place, lines, &rights.file);
 }
 
-// Whether the open file still has a name. Its status is stored in `info`.
-bool isLinked(const UniqueFd& file, struct stat& info)
+// Whether the open file still has a name.
+bool isLinked(const UniqueFd& file)
 {
+    struct stat info {
+    };
     return ::fstat(file.get(), &info) == 0 && info.st_nlink > 0;
 }
 
@@ -267,9 +269,7 @@ bool removeByReplacing(const Lines& added, const AddedRights& rights)
     if (changed && !replaceFile(rights.place, lines)) {
         return false;
     }
-    struct stat info {
-    };
-    return foundAll || !isLinked(rights.file, info);
+    return foundAll || !isLinked(rights.file);
 }
 
 // Where the text has this line, or npos.
@@ -318,26 +318,20 @@ bool disown(const Lines& added, const AddedRights& rights)
 {
     const UniqueFd present = rights.place.open(O_RDWR | O_NONBLOCK);
     const bool isMissing = !present && errno == ENOENT;
-    struct stat presentInfo {
-    };
-    struct stat ownInfo {
+    struct stat info {
     };
     const bool isUsable =
-        present && ::fstat(present.get(), &presentInfo) == 0 && distrust(presentInfo) == nullptr;
-    const bool isOwnLinked = isLinked(rights.file, ownInfo);
-    const bool isSame = isUsable && isOwnLinked && presentInfo.st_ino == ownInfo.st_ino &&
-                        presentInfo.st_dev == ownInfo.st_dev;
+        present && ::fstat(present.get(), &info) == 0 && distrust(info) == nullptr;
+    const bool isOwnLinked = isLinked(rights.file);
     return (isUsable || isMissing || isOwnLinked) &&
            (!isOwnLinked || disownLines(rights.file, added)) &&
-           (!isUsable || isSame || disownLines(present, added));
+           (!isUsable || disownLines(present, added));
 }
 
 bool removeLines(const Lines& added, AddedRights& rights)
 {
-    struct stat info {
-    };
     // If the lock file has been deleted, other processes lock a new one.
-    if (!isLinked(rights.lock, info) && !openLock(rights.place, rights.lock)) {
+    if (!isLinked(rights.lock) && !openLock(rights.place, rights.lock)) {
         return false;
     }
     FileLock lock;
