@@ -1,23 +1,19 @@
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
+#include "cmnsystemerror.h"
 #include "descriptors.h"
 #include "platform.h"
-#include "rightsfile.h"
-#include "rightsline.h"
 #include "spawn.h"
+#include "support/command.h"
+#include "support/failure.h"
 #include "support/fixture.h"
-#include "support/scratchdirectory.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 
-#include <climits>
+#include <chrono>
 #include <csignal>
-#include <thread>
 
 using namespace tarnix_platform;
 
@@ -37,13 +33,6 @@ HANDLE makeClient()
     return CreateFileA(pipeName, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
 }
 HANDLE makeEvent() { return CreateEventA(nullptr, false, false, nullptr); }
-
-// Expects that a call failed with this error.
-void expectFailure(BOOL result, DWORD error)
-{
-    EXPECT_FALSE(result);
-    EXPECT_EQ(GetLastError(), error);
-}
 
 // A runner that has started its child, and reads of one byte.
 struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
@@ -70,194 +59,7 @@ struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
     }
 };
 
-struct Rights : LeakCheck {
-    void SetUp() override
-    {
-        SKIP_WITHOUT_PROC();
-        m_Scratch.write("rights", "holder SeBatchLogonRight\n");
-        setRightsFile(m_File.c_str());
-    }
-    ~Rights() override { setRightsFile(nullptr); }
-
-    const ScratchDirectory m_Scratch;
-    const std::string m_File = m_Scratch.path("rights");
-};
-
-TEST_F(Rights, ThatOthersMayWriteAreRefused)
-{
-    const struct {
-        mode_t file, directory;
-        bool trusted;
-        uid_t owner = geteuid();
-    } cases[] = {
-        {0644, 0755, true},   {0664, 0755, false},
-        {0602, 0755, false},  {0644, 0775, false},
-        {0644, 01777, false}, {0644, 0755, geteuid() != 0, 61001}, // only root can give a file away
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(&test - cases);
-        chmod(m_File.c_str(), test.file);
-        chmod(m_Scratch.path().c_str(), test.directory);
-        const int given = chown(m_File.c_str(), test.owner, getegid());
-        EXPECT_EQ(given == 0, geteuid() == 0 || test.owner == geteuid());
-        EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.trusted);
-        SetLastError(0);
-        AddedRights added;
-        EXPECT_EQ(addRights("second", {"SeOther"}, added), test.trusted);
-        EXPECT_EQ(GetLastError(), test.trusted ? 0U : static_cast<DWORD>(EPERM));
-    }
-    EXPECT_EQ(chown(m_File.c_str(), geteuid(), getegid()), 0);
-    std::filesystem::create_symlink("rights", m_Scratch.path("link"));
-    // If it were cut to what the system takes, it would name the file.
-    std::string tooLong = m_File + 'x';
-    tooLong.insert(tooLong.rfind('/'), PATH_MAX - tooLong.size(), '/');
-    const std::pair<std::string, DWORD> refused[] = {
-        {m_Scratch.path("link"), ELOOP},
-        {std::filesystem::relative(m_File), EINVAL},
-        {tooLong, ENAMETOOLONG},
-    };
-    for (const auto& [path, error] : refused) {
-        SCOPED_TRACE(path);
-        setRightsFile(path.c_str());
-        AddedRights added;
-        expectFailure(holdsRight("holder", "SeBatchLogonRight"), error);
-        expectFailure(addRights("second", {"SeOther"}, added), error);
-    }
-}
-
-// Whoever can open the lock file can hold the lock.
-TEST_F(Rights, TheLockIsTheOwnersAlone)
-{
-    const std::string lock = m_Scratch.path("rights.lock");
-    m_Scratch.write("rights.lock", "");
-    chmod(lock.c_str(), 0644);
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
-    {
-        const UniqueFd held = openFile(lock.c_str(), O_RDWR);
-        EXPECT_EQ(flock(held.get(), LOCK_EX), 0);
-        expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
-    }
-    if (chown(lock.c_str(), 61001, getegid()) == 0)
-        expectFailure(addRights("second", {"SeOther"}, added), EPERM);
-}
-
-// A process adds a right, and removes it when the file is somewhere else, or cannot be written.
-TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
-{
-    const uid_t user = geteuid(), other = user == 0 ? 61001 : user;
-    rlimit formerSize{}, formerFiles{};
-    getrlimit(RLIMIT_FSIZE, &formerSize);
-    getrlimit(RLIMIT_NOFILE, &formerFiles);
-    const auto move = [&](const char* from, const char* to) {
-        std::filesystem::rename(m_Scratch.path(from), m_Scratch.path(to));
-    };
-    const auto limit = [](auto resource, rlim_t value, const rlimit& former) {
-        const rlimit low{value, former.rlim_max};
-        EXPECT_EQ(setrlimit(resource, &low), 0);
-    };
-    const auto takeDescriptors = [&] {
-        {
-            AddedRights others;
-            EXPECT_TRUE(addRights("third", {"SeOther"}, others)); // replaces the file
-        }
-        const int next = openFile("/", O_RDONLY).get();
-        limit(RLIMIT_NOFILE, static_cast<rlim_t>(next), formerFiles);
-    };
-    const struct {
-        const char* name;
-        std::function<void()> trouble;
-        bool isRemoved;
-        const char* file;
-    } cases[] = {
-        {"directory moved", [&] { move("d", "e"); }, true, "e/rights"},
-        {"file moved", [&] { move("d/rights", "d/old"); }, true, "d/old"},
-        {"other file", [&] { setRightsFile(m_File.c_str()); }, true, "d/rights"},
-        {"file size", [&] { limit(RLIMIT_FSIZE, 10, formerSize); }, false, "d/rights"},
-        {"file replaced, no descriptor", takeDescriptors, true, "d/rights"},
-        {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, true, "d/rights"},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
-        m_Scratch.makeDirectory("d");
-        m_Scratch.write("d/rights", "holder SeBatchLogonRight\n");
-        setRightsFile(m_Scratch.path("d/rights").c_str());
-        AddedRights added;
-        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-        test.trouble();
-        const bool isRemoved = removeRights("second", {"SeOther"}, added);
-        const DWORD error = GetLastError();
-        EXPECT_EQ(seteuid(user), 0);
-        setrlimit(RLIMIT_FSIZE, &formerSize); // a failure is written to a file
-        setrlimit(RLIMIT_NOFILE, &formerFiles);
-        EXPECT_EQ(isRemoved, test.isRemoved);
-        EXPECT_TRUE(isRemoved || error == EFBIG) << error;
-        setRightsFile(m_Scratch.path(test.file).c_str());
-        EXPECT_EQ(holdsRight("second", "SeOther"), !test.isRemoved);
-        EXPECT_TRUE(removeRights("second", {"SeOther"}, added)); // the second attempt
-        expectFailure(holdsRight("second", "SeOther"), EACCES);
-    }
-}
-
-// A field of a process's status, after its program's name, which has no blank.
-std::string statusField(pid_t process, int number)
-{
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string field;
-    for (int i = 0; i < number; ++i)
-        file >> field;
-    return field;
-}
-
-// The rights of lines that processes have added end with the process, and with the program that it
-// runs.
-TEST_F(Rights, Marks)
-{
-    std::string own, word, process, start, image, boot;
-    EXPECT_TRUE(markThisProcess(own));
-    std::istringstream(own) >> word >> process >> start >> image >> boot;
-    const std::string rest = ' ' + image + ' ' + boot;
-    const auto holds = [&](pid_t adder, const std::string& end) {
-        m_Scratch.write("rights", "second SeOther #added " + std::to_string(adder) + ' ' +
-                                      statusField(adder, 22) + end + '\n');
-        return holdsRight("second", "SeOther");
-    };
-    const struct {
-        const char* name;
-        std::string end; // of the line, after the start time
-        bool own, other; // whether a line of this process grants, and one of another process
-    } cases[] = {
-        {"unchanged", rest, true, true},
-        {"other start", '1' + rest, false, false},
-        {"other image", ' ' + image + "1 " + boot, false, true},
-        {"other boot", rest + '1', false, false},
-        {"older form", "", false, true},
-        {"cut", ' ' + image, false, false},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
-        EXPECT_EQ(holds(getpid(), test.end), test.own);
-        const pid_t child = forkChild([] { return pause() == 0; });
-        EXPECT_EQ(holds(child, test.end), test.other);
-        kill(child, SIGKILL);
-        waitid(P_PID, static_cast<id_t>(child), nullptr, WEXITED | WNOWAIT);
-        EXPECT_FALSE(holds(child, test.end)); // it is a zombie
-        waitForChild(child);
-    }
-    // It goes on after its first thread has ended.
-    const pid_t child = forkChild([] {
-        std::thread([] { pause(); }).detach();
-        return syscall(SYS_exit, 0) == 0;
-    });
-    while (statusField(child, 3) != "Z")
-        Sleep(0);
-    EXPECT_TRUE(holds(child, rest));
-    kill(child, SIGKILL);
-    waitForChild(child);
-}
-
-TEST_F(Platform, HandlesPipeNamesAndErrorTexts)
+TEST_F(Platform, HandlesAndPipeNames)
 {
     for (HANDLE wrong : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(0x1234)})
         expectFailure(CloseHandle(wrong), EBADF);
@@ -276,19 +78,310 @@ TEST_F(Platform, HandlesPipeNamesAndErrorTexts)
     expectFailure(makeClient() != INVALID_HANDLE_VALUE, EBUSY);
     for (HANDLE open : {next, server, client})
         EXPECT_TRUE(CloseHandle(open));
-    // The text of an error does not mention the subject of an earlier failure.
-    expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT);
-    SetLastError(ENOENT);
-    constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
-    wchar_t* text = nullptr;
-    FormatMessageW(flags, nullptr, ENOENT, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-    EXPECT_STREQ(text, L"No such file or directory");
-    LocalFree(text);
-    expectFailure(DisableThreadLibraryCalls(nullptr), EINVAL);
     // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 0.1");
     EXPECT_TRUE(CloseHandle(left.process));
     EXPECT_TRUE(left.awaitEnd());
+}
+
+TEST_F(Platform, ErrorTexts)
+{
+    constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
+    const struct {
+        const char* name;
+        DWORD flags, error;
+        std::wstring text; // empty: none
+    } cases[] = {
+        {"of the last failure", flags, ENOENT, LR"(\\.\pipe\test: No such file or directory)"},
+        {"of another error", flags, EACCES, L"Permission denied"},
+        {"pending", flags, ERROR_IO_PENDING, L"Read is pending"},
+        {"end of file", flags, ERROR_BROKEN_PIPE, L"End of file on pipe"},
+        {"unknown", flags, 12345, L""},
+        {"into a buffer", FORMAT_MESSAGE_FROM_SYSTEM, ENOENT, L""},
+    };
+    for (const auto& test : cases) {
+        expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT);
+        wchar_t* text = nullptr;
+        EXPECT_EQ(FormatMessageW(test.flags, nullptr, test.error, 0,
+                                 reinterpret_cast<wchar_t*>(&text), 0, nullptr),
+                  test.text.size())
+            << test.name;
+        EXPECT_EQ(text != nullptr ? text : L"", test.text) << test.name;
+        LocalFree(text);
+    }
+    // It does not mention the subject of an earlier failure.
+    SetLastError(ENOENT);
+    EXPECT_EQ(tarnix_cmn_4_4::systemErrorText(ENOENT), L"No such file or directory");
+}
+
+// The table of handles is full, and then has room for some handles of a run, but not for all.
+TEST_F(Platform, NoHandleLeft)
+{
+    std::vector<HANDLE> all;
+    for (HANDLE event = makeEvent(); event != nullptr; event = makeEvent())
+        all.push_back(event);
+    EXPECT_GT(all.size(), 65000U);
+    HANDLE copy = nullptr, policy = nullptr, self = GetCurrentProcess();
+    LSA_OBJECT_ATTRIBUTES attributes{};
+    expectFailure(CreateEventA(nullptr, true, false, nullptr) != nullptr, EMFILE);
+    expectFailure(makeServer() != INVALID_HANDLE_VALUE, EMFILE);
+    expectFailure(openDescriptor(0) != INVALID_HANDLE_VALUE, EMFILE);
+    expectFailure(DuplicateHandle(self, all[0], self, &copy, 0, false, DUPLICATE_SAME_ACCESS),
+                  EMFILE);
+    EXPECT_EQ(LsaNtStatusToWinError(LsaOpenPolicy(nullptr, &attributes, 0, &policy)),
+              DWORD{EMFILE});
+    std::size_t freed = 0;
+    while (freed < 20 && run("true").result != 0)
+        CloseHandle(all[freed++]);
+    EXPECT_GT(freed, 3U); // two ends of a pipe, process, thread, input
+    EXPECT_LT(freed, 20U);
+    for (; freed < all.size(); ++freed)
+        EXPECT_TRUE(CloseHandle(all[freed]));
+}
+
+TEST_F(Platform, ManualResetEvents)
+{
+    const HANDLE event = CreateEventA(nullptr, true, false, nullptr), other = makeEvent();
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(waitForChild(forkChild([=] { return SetEvent(event) == 0; })), 0);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT); // a copy of this process has no effect
+    errno = ERANGE;
+    EXPECT_TRUE(SetEvent(event));
+    EXPECT_EQ(errno, ERANGE);
+    for (int wait = 0; wait < 2; ++wait)
+        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ResetEvent(event));
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    EXPECT_FALSE(SetEvent(other));
+    expectFailure(ResetEvent(other), EBADF);
+    EXPECT_TRUE(CloseHandle(event));
+    EXPECT_FALSE(SetEvent(event));
+    EXPECT_TRUE(CloseHandle(other));
+}
+
+// What the layer lacks is refused, and so are arguments that make no sense.
+TEST_F(Platform, RefusedCalls)
+{
+    const HANDLE server = makeServer(), client = makeClient(), event = makeEvent(),
+                 self = GetCurrentProcess();
+    const std::vector<HANDLE> events(65, event);
+    char bytes[1] = {}, command[] = "true";
+    wchar_t space[] = L"Se Other";
+    DWORD count = 0;
+    OVERLAPPED state{};
+    HANDLE made = nullptr;
+    SECURITY_ATTRIBUTES security{};
+    STARTUPINFOA startup{sizeof startup, STARTF_USESTDHANDLES, server, server, server},
+        noHandles = startup, noFile = startup;
+    noHandles.dwFlags = 0;
+    noFile.hStdError = event;
+    PROCESS_INFORMATION information{};
+    OSVERSIONINFOW version{};
+    LSA_OBJECT_ATTRIBUTES attributes{};
+    LSA_UNICODE_STRING text{8, 8, space}, withSpace{32, 32, space}, empty{0, 0, space};
+    LsaOpenPolicy(nullptr, &attributes, 0, &made);
+    const HANDLE policy = made;
+    char account[] = "second", badAccount[] = "a b", noAccount[] = "";
+    const auto waits = [&](DWORD number, const HANDLE* handles, BOOL forAll, BOOL alertable) {
+        return WaitForMultipleObjectsEx(number, handles, forAll, 0, alertable) != WAIT_FAILED;
+    };
+    const auto pipe = [](const char* name, DWORD mode) {
+        return CreateNamedPipeA(name, mode, 0, 1, 0, 0, 0, nullptr) != INVALID_HANDLE_VALUE;
+    };
+    const auto file = [](const char* name, DWORD access, DWORD disposition) {
+        return CreateFileA(name, access, 0, nullptr, disposition, 0, nullptr) !=
+               INVALID_HANDLE_VALUE;
+    };
+    const auto duplicate = [&](HANDLE from, HANDLE handle, HANDLE to, HANDLE* target, DWORD how) {
+        return DuplicateHandle(from, handle, to, target, 0, false, how);
+    };
+    const auto start = [&](const char* application, char* words, SECURITY_ATTRIBUTES* process,
+                           SECURITY_ATTRIBUTES* thread, STARTUPINFOA* with,
+                           PROCESS_INFORMATION* into) {
+        return CreateProcessA(application, words, process, thread, false, 0, nullptr, nullptr, with,
+                              into);
+    };
+    const auto opensPolicy = [&](LSA_UNICODE_STRING* system, LSA_OBJECT_ATTRIBUTES* with,
+                                 HANDLE* into) {
+        return LsaOpenPolicy(system, with, 0, into) == 0;
+    };
+    const auto adds = [&](HANDLE to, PSID name, LSA_UNICODE_STRING& right) {
+        return LsaAddAccountRights(to, name, &right, 1) == 0;
+    };
+    const auto logsOn = [&](const char* user, const char* domain, const char* word, DWORD type) {
+        return LogonUserA(user, domain, word, type, 0, &made);
+    };
+    constexpr DWORD batch = LOGON32_LOGON_BATCH, same = DUPLICATE_SAME_ACCESS;
+    const struct {
+        const char* name;
+        std::function<bool()> call;
+        DWORD error;
+    } rows[] = {
+        {"wait for nothing", [&] { return waits(0, events.data(), false, false); }, EINVAL},
+        {"wait for too many", [&] { return waits(65, events.data(), false, false); }, EINVAL},
+        {"wait for null", [&] { return waits(1, nullptr, false, false); }, EINVAL},
+        {"wait for all", [&] { return waits(2, events.data(), true, false); }, ENOTSUP},
+        {"alertable wait", [&] { return waits(1, events.data(), false, true); }, ENOTSUP},
+        {"wait for a pipe", [&] { return waits(1, &client, false, false); }, EBADF},
+        {"signalled event", [&] { return CreateEventA(nullptr, true, true, nullptr); }, ENOTSUP},
+        {"pipe without a name", [&] { return pipe(nullptr, PIPE_ACCESS_DUPLEX); }, EINVAL},
+        {"name of no pipe", [&] { return pipe(R"(\\.\pipe/x)", PIPE_ACCESS_DUPLEX); }, EINVAL},
+        {"no direction", [&] { return pipe(pipeName, 4); }, EINVAL},
+        {"no file name", [&] { return file(nullptr, GENERIC_READ, OPEN_EXISTING); }, EINVAL},
+        {"new file", [&] { return file("NUL", GENERIC_READ, 1); }, EINVAL},
+        {"written pipe", [&] { return file(pipeName, GENERIC_WRITE, OPEN_EXISTING); }, EINVAL},
+        {"no access", [&] { return file("NUL", 0, OPEN_EXISTING); }, EINVAL},
+        {"closed descriptor", [&] { return openDescriptor(-1) != INVALID_HANDLE_VALUE; }, EBADF},
+        {"read, no state", [&] { return ReadFile(client, bytes, 1, &count, nullptr); }, EINVAL},
+        {"read, no buffer", [&] { return ReadFile(client, nullptr, 1, &count, &state); }, EINVAL},
+        {"read, no size", [&] { return ReadFile(client, bytes, 0, &count, &state); }, EINVAL},
+        {"read, no count", [&] { return ReadFile(client, bytes, 1, nullptr, &state); }, EINVAL},
+        {"read of a server", [&] { return ReadFile(server, bytes, 1, &count, &state); }, EBADF},
+        {"write, no state", [&] { return WriteFile(server, bytes, 1, &count, nullptr); }, EINVAL},
+        {"write, no buffer", [&] { return WriteFile(server, nullptr, 1, &count, &state); }, EINVAL},
+        {"write, no size", [&] { return WriteFile(server, bytes, 0, &count, &state); }, EINVAL},
+        {"write, no count", [&] { return WriteFile(server, bytes, 1, nullptr, &state); }, EINVAL},
+        {"write by a client", [&] { return WriteFile(client, bytes, 1, &count, &state); }, EBADF},
+        {"cancel of an event", [&] { return CancelIo(event); }, EBADF},
+        {"from a process", [&] { return duplicate(nullptr, event, self, &made, same); }, EINVAL},
+        {"to a process", [&] { return duplicate(self, event, nullptr, &made, same); }, EINVAL},
+        {"to nowhere", [&] { return duplicate(self, event, self, nullptr, same); }, EINVAL},
+        {"other access", [&] { return duplicate(self, event, self, &made, 1); }, EINVAL},
+        {"duplicate of none", [&] { return duplicate(self, self, self, &made, same); }, EBADF},
+        {"application",
+         [&] { return start("a", command, nullptr, nullptr, &startup, &information); }, EINVAL},
+        {"no command",
+         [&] { return start(nullptr, nullptr, nullptr, nullptr, &startup, &information); }, EINVAL},
+        {"process attributes",
+         [&] { return start(nullptr, command, &security, nullptr, &startup, &information); },
+         EINVAL},
+        {"thread attributes",
+         [&] { return start(nullptr, command, nullptr, &security, &startup, &information); },
+         EINVAL},
+        {"no startup",
+         [&] { return start(nullptr, command, nullptr, nullptr, nullptr, &information); }, EINVAL},
+        {"no information",
+         [&] { return start(nullptr, command, nullptr, nullptr, &startup, nullptr); }, EINVAL},
+        {"no standard handles",
+         [&] { return start(nullptr, command, nullptr, nullptr, &noHandles, &information); },
+         EINVAL},
+        {"handle of no file",
+         [&] { return start(nullptr, command, nullptr, nullptr, &noFile, &information); }, EBADF},
+        {"other console event", [&] { return GenerateConsoleCtrlEvent(2, 1); }, EINVAL},
+        {"signal to an event", [&] { return sendSignal(event, SIGCONT); }, EBADF},
+        {"no version", [&] { return GetVersionExW(nullptr); }, EINVAL},
+        {"version, no size", [&] { return GetVersionExW(&version); }, EINVAL},
+        {"no module", [&] { return DisableThreadLibraryCalls(nullptr); }, EINVAL},
+        {"remote rights", [&] { return opensPolicy(&text, &attributes, &made); }, EINVAL},
+        {"no attributes", [&] { return opensPolicy(nullptr, nullptr, &made); }, EINVAL},
+        {"no policy", [&] { return opensPolicy(nullptr, &attributes, nullptr); }, EINVAL},
+        {"other policy", [&] { return adds(event, account, text); }, EBADF},
+        {"null account", [&] { return adds(policy, nullptr, text); }, EINVAL},
+        {"empty account", [&] { return adds(policy, noAccount, text); }, EINVAL},
+        {"account with a blank", [&] { return adds(policy, badAccount, text); }, EINVAL},
+        {"right with a blank", [&] { return adds(policy, account, withSpace); }, EINVAL},
+        {"empty right", [&] { return adds(policy, account, empty); }, EINVAL},
+        {"all rights", [&] { return LsaRemoveAccountRights(policy, account, true, &text, 1) == 0; },
+         ENOTSUP},
+        {"no such policy", [&] { return LsaClose(event) == 0; }, EBADF},
+        {"no token", [&] { return LogonUserA("a", ".", "b", batch, 0, nullptr); }, EINVAL},
+        {"no user", [&] { return logsOn(nullptr, ".", "b", batch); }, EINVAL},
+        {"no domain", [&] { return logsOn("a", nullptr, "b", batch); }, EINVAL},
+        {"other domain", [&] { return logsOn("a", "x", "b", batch); }, EINVAL},
+        {"no password", [&] { return logsOn("a", ".", nullptr, batch); }, EINVAL},
+        {"other logon", [&] { return logsOn("a", ".", "b", 2); }, EINVAL},
+        {"token of an event", [&] { return accountEnvironment(event); }, EBADF},
+    };
+    for (const auto& row : rows) {
+        SetLastError(0);
+        EXPECT_FALSE(row.call()) << row.name;
+        EXPECT_EQ(GetLastError(), row.error) << row.name;
+    }
+    EXPECT_TRUE(waits(1, events.data(), true, false));
+    EXPECT_EQ(made, nullptr); // of the refused logon
+    for (const HANDLE open : {server, client, event, policy})
+        EXPECT_TRUE(CloseHandle(open));
+}
+
+TEST_F(Platform, WritesPendAndCanBeCancelled)
+{
+    const HANDLE server = makeServer(), client = makeClient(), event = makeEvent();
+    const std::string text(100000, 'w');
+    std::string got(text.size(), '\0');
+    DWORD count = 0, read = 0;
+    OVERLAPPED state{}, readState{};
+    state.hEvent = event;
+    const auto write = [&] { return WriteFile(server, text.data(), 100000, &count, &state); };
+    const auto result = [&](BOOL wait) {
+        return GetOverlappedResult(server, &state, &count, wait);
+    };
+    expectFailure(write(), ERROR_IO_PENDING);
+    EXPECT_EQ(count, 65536U);      // the capacity of a pipe
+    expectFailure(write(), EBUSY); // one write at a time
+    expectFailure(result(false), ERROR_IO_PENDING);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(ReadFile(client, got.data(), 65536, &read, &readState));
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(result(false));
+    EXPECT_EQ(count, 100000U);
+    for (std::size_t size = read; size < text.size(); size += read)
+        ASSERT_TRUE(ReadFile(client, &got[size], 65536, &read, &readState));
+    EXPECT_EQ(got, text);
+    expectFailure(write(), ERROR_IO_PENDING);
+    expectFailure(result(true), ENOTSUP);
+    EXPECT_TRUE(CancelIo(server));
+    state = {};
+    state.hEvent = event;
+    expectFailure(write(), ERROR_IO_PENDING);
+    EXPECT_TRUE(CancelIo(server));
+    expectFailure(result(false), ECANCELED);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    state = {};
+    state.hEvent = event;
+    expectFailure(write(), ERROR_IO_PENDING);
+    EXPECT_TRUE(CloseHandle(server));
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+    expectFailure(result(false), ECANCELED);
+    EXPECT_TRUE(CloseHandle(client));
+    EXPECT_TRUE(CloseHandle(event));
+}
+
+TEST_F(Platform, EnvironmentBlocks)
+{
+    char first[] = "A=1", empty[] = "", last[] = "B=2";
+    char* variables[] = {first, empty, last, nullptr};
+    const auto blockOf = [](char** of, std::size_t size) {
+        char** const former = std::exchange(environ, of);
+        char* const block = GetEnvironmentStringsA();
+        environ = former;
+        const std::string text(block, size);
+        FreeEnvironmentStringsA(block);
+        return text;
+    };
+    EXPECT_EQ(blockOf(variables, 9), std::string("A=1\0B=2\0", 9)); // an empty text would end it
+    EXPECT_EQ(blockOf(nullptr, 1), std::string(1, '\0'));
+}
+
+TEST_F(Platform, Clock)
+{
+    constexpr std::uint64_t ticksOfSecond = 10000000, from1601To1970 = 11644473600;
+    const auto ticksOf = [](const SYSTEMTIME& time) {
+        FILETIME ticks{};
+        EXPECT_TRUE(SystemTimeToFileTime(&time, &ticks));
+        return std::uint64_t{ticks.dwHighDateTime} << 32 | ticks.dwLowDateTime;
+    };
+    EXPECT_EQ(ticksOf({2001, 2, 6, 3, 4, 5, 6, 789}), 126256467067890000ULL);
+    const auto clock = [] { // time() may be late
+        return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    };
+    const time_t before = clock();
+    SYSTEMTIME now{};
+    GetSystemTime(&now);
+    const time_t after = clock();
+    const auto seconds = static_cast<time_t>(ticksOf(now) / ticksOfSecond - from1601To1970);
+    EXPECT_GE(seconds, before);
+    EXPECT_LE(seconds, after);
+    EXPECT_EQ(now.wDayOfWeek, gmtime(&seconds)->tm_wday);
 }
 
 TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
