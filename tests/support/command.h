@@ -67,9 +67,12 @@ inline pid_t leftByKilledCaller(tarnix_cmn_4_4::CCmnCommand& command)
         });
         return command.run().ok();
     });
-    const bool good = ::read(ends[0], &number, sizeof number) == sizeof number &&
-                      ::kill(caller, SIGKILL) == 0 && waitForChild(caller) == SIGKILL;
-    return ::close(ends[0]) == 0 && ::close(ends[1]) == 0 && good ? number : -1;
+    ::close(ends[1]); // so that the read ends if the caller ends early
+    const bool hasPrinted = ::read(ends[0], &number, sizeof number) == sizeof number;
+    ::close(ends[0]);
+    ::kill(caller, SIGKILL);
+    waitForChild(caller);
+    return hasPrinted ? number : -1;
 }
 
 #endif
