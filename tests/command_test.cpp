@@ -55,6 +55,7 @@ void check(const Row (&rows)[count])
         outcome.lines.insert(outcome.lines.end(), passed.begin(), passed.end());
         EXPECT_EQ(textOf(outcome), row.outcome) << row.name;
         EXPECT_EQ(outcome.error != 0, outcome.end == End::notStarted) << row.name;
+        EXPECT_EQ(outcome.signal != 0 ? outcome.status : 0, 0) << row.name;
         EXPECT_EQ(processState(), before) << row.name;
     }
 }
@@ -114,6 +115,11 @@ TEST_F(Command, InputAndEnvironment)
          "|PATH=/usr/bin|A="},
         {"no path", env("env").setVariable("PATH", "/no"),
          "not started: cannot start program 'env': No such file or directory"},
+        {"path with an empty entry",
+         env("head").setVariable("PATH", "/no::/no").setDirectory("/usr/bin").setInput("a"), "|a"},
+        {"default path", env("env"), ""},
+        {"not in the default path", env("no-such-program"),
+         "not started: cannot start program 'no-such-program': No such file or directory"},
     });
     close(file);
     // The caller gets no SIGPIPE, also not later if it blocks the signal itself.
@@ -124,6 +130,12 @@ TEST_F(Command, InputAndEnvironment)
     EXPECT_TRUE(CCmnCommand({"true"}).setInput(large).run().ok());
     sigpending(&signals);
     EXPECT_EQ(sigismember(&signals, SIGPIPE), 0);
+    raise(SIGPIPE); // the caller's own stays pending
+    EXPECT_TRUE(CCmnCommand({"true"}).setInput(large).run().ok());
+    sigpending(&signals);
+    EXPECT_EQ(sigismember(&signals, SIGPIPE), 1);
+    std::signal(SIGPIPE, SIG_IGN); // discards it
+    std::signal(SIGPIPE, SIG_DFL);
 }
 
 TEST_F(Command, OutputAndItsLimits)
@@ -272,6 +284,7 @@ TEST_F(Command, Grandchildren)
             EXPECT_THROW(command.run(), std::runtime_error);
         else
             EXPECT_EQ(command.run().end, action == goOn ? End::exited : End::stopped);
+        ASSERT_GT(orphan, 0) << end;
         EXPECT_TRUE(action != goOn || kill(orphan, SIGTERM) == 0);
         const int status = waitForChild(orphan);
         EXPECT_TRUE(action == goOn ? status == SIGTERM : WIFSIGNALED(status)) << end;
@@ -279,18 +292,150 @@ TEST_F(Command, Grandchildren)
     for (const bool endsWithCaller : {false, true}) {
         CCmnCommand command = shell("echo $$; exec sleep 99");
         const pid_t left = leftByKilledCaller(command.setEndsWithCaller(endsWithCaller));
+        ASSERT_GT(left, 0);
         EXPECT_TRUE(endsWithCaller || kill(left, SIGTERM) == 0);
         EXPECT_EQ(waitForChild(left), endsWithCaller ? SIGKILL : SIGTERM);
     }
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
+TEST_F(Command, TextsOfOutcomes)
+{
+    const struct {
+        const char* name;
+        End end;
+        Reason reason;
+        int status, signal;
+        bool coreDumped;
+        const char *text, *key;
+        Lines arguments;
+    } rows[] = {
+        {"not started",
+         End::notStarted,
+         Reason::none,
+         0,
+         0,
+         false,
+         "not started: why",
+         "TARNIX_COMMAND_NOT_STARTED",
+         {"why"}},
+        {"exited",
+         End::exited,
+         Reason::none,
+         3,
+         0,
+         false,
+         "exited with status 3",
+         "TARNIX_COMMAND_EXITED",
+         {"3"}},
+        {"signal",
+         End::signalled,
+         Reason::none,
+         0,
+         9,
+         false,
+         "ended by signal 9",
+         "TARNIX_COMMAND_SIGNALLED",
+         {"9"}},
+        {"core",
+         End::signalled,
+         Reason::none,
+         0,
+         6,
+         true,
+         "ended by signal 6, core dumped",
+         "TARNIX_COMMAND_SIGNALLED",
+         {"6"}},
+        {"caller",
+         End::stopped,
+         Reason::caller,
+         4,
+         0,
+         false,
+         "stopped by its caller (status 4)",
+         "TARNIX_COMMAND_STOPPED",
+         {"4", "0"}},
+        {"silence",
+         End::stopped,
+         Reason::silence,
+         0,
+         2,
+         false,
+         "stopped after its silence limit (signal 2)",
+         "TARNIX_COMMAND_STOPPED_SILENT",
+         {"0", "2"}},
+        {"time",
+         End::stopped,
+         Reason::timeLimit,
+         0,
+         2,
+         false,
+         "stopped after its time limit (signal 2)",
+         "TARNIX_COMMAND_STOPPED_TIME_LIMIT",
+         {"0", "2"}},
+        {"output",
+         End::stopped,
+         Reason::outputLimit,
+         0,
+         2,
+         false,
+         "stopped at its output limit (signal 2)",
+         "TARNIX_COMMAND_STOPPED_OUTPUT_LIMIT",
+         {"0", "2"}},
+        {"unknown",
+         End::unknown,
+         Reason::none,
+         0,
+         0,
+         false,
+         "ended with unknown status: why",
+         "TARNIX_COMMAND_STATUS_UNKNOWN",
+         {"why"}},
+        {"stopped, unknown",
+         End::unknown,
+         Reason::silence,
+         0,
+         0,
+         false,
+         "ended with unknown status, stopped after its silence limit: why",
+         "TARNIX_COMMAND_STATUS_UNKNOWN",
+         {"why"}},
+    };
+    for (const auto& row : rows) {
+        SCmnCommandOutcome outcome;
+        outcome.end = row.end;
+        outcome.reason = row.reason;
+        outcome.status = row.status;
+        outcome.signal = row.signal;
+        outcome.coreDumped = row.coreDumped;
+        outcome.errorText = "why";
+        EXPECT_EQ(outcome.describe(), row.text) << row.name;
+        EXPECT_STREQ(outcome.messageKey(), row.key) << row.name;
+        EXPECT_EQ(outcome.messageArguments(), row.arguments) << row.name;
+    }
+}
+
 TEST_F(Command, UsageAndCore)
 {
-    const SCmnCommandOutcome used =
-        CCmnCommand({"dd", "if=/dev/zero", "of=/dev/null", "bs=300M", "count=1"}).run();
+    const auto childrenTimes = [] { // the system's sums
+        rusage used{};
+        getrusage(RUSAGE_CHILDREN, &used);
+        const auto timeOf = [](const timeval& time) {
+            return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+        };
+        return std::pair(timeOf(used.ru_utime), timeOf(used.ru_stime));
+    };
+    const auto before = childrenTimes();
+    const SCmnCommandOutcome used = shell("i=0; while [ $i -lt 9999 ]; do i=$((i + 1)); done; "
+                                          "exec dd if=/dev/zero of=/dev/null bs=300M count=1")
+                                        .setStreams(Streams::outputOnly)
+                                        .run();
+    const auto after = childrenTimes();
     EXPECT_GE(used.peakMemory, 300U << 20);
+    EXPECT_GT(used.userTime.count(), 0);
     EXPECT_GT(used.systemTime.count(), 0);
+    EXPECT_EQ(used.userTime, after.first - before.first);
+    EXPECT_EQ(used.systemTime, after.second - before.second);
     EXPECT_EQ(CCmnCommand({"true"}).run().peakMemory, 0U); // this process has more
     const ScratchDirectory scratch;
     const std::string script = "cd " + scratch.path() + "; ulimit -c unlimited; kill -ABRT $$";

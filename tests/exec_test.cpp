@@ -67,6 +67,9 @@ TEST_F(Exec, RefusedStarts)
     const std::tuple<std::string, std::string, std::wstring> cases[] = {
         {"no-such-program x", "", L"cannot start program 'no-such-program': " + missing},
         {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
+        // An error's text has room for 255 bytes in front of the system's.
+        {std::string(250, 'n'), "",
+         L"cannot start program '" + std::wstring(233, 'n') + L": " + missing},
         {"./\xFF", "/", L"cannot start program './?': " + missing}, // not text in any locale
         {std::string("true\0x", 6), "", L"command contains a 0 byte"},
         {"true", std::string("/\0x", 3), L"working directory contains a 0 byte"},

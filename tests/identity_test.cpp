@@ -42,14 +42,14 @@ const ScratchDirectory scratch; // shared by all tests: it is mounted once
 
 std::string missing; // why there is no mount namespace; empty if there is one
 
-const Lines idOfHolder{"61001"}, idOfSecond{"61002"}, idOfThird{"61003"};
+const Lines idOfHolder{"61001"}, idOfSecond{"61002"}, idOfThird{"61009"};
 
 struct Identity : LeakCheck {
     void SetUp() override
     {
         scratch.makeDirectory("etc/pam.d");
         scratch.write("etc/passwd", "holder:x:61001:61101:::\nsecond:x:61002:61102:::\n"
-                                    "third:x:61003:61103:::\nexpired:x:61004:61104:::\n"
+                                    "third:x:61009:61109:::\nexpired:x:61004:61104:::\n"
                                     "home:x:61005:61105::/home/of:/bin/bash\n");
         scratch.write("etc/group", "own:x:61102:\nfriends:x:61900:second\n");
         scratch.write("etc/shadow", "holder" + hash + ":\nsecond" + hash + ":\nthird" + hash +
@@ -195,7 +195,8 @@ TEST_F(Identity, RefusedRuns)
          L"cannot log on (Authentication failure) as 'holder': Permission"},
         {"nobody-here", "id", password, "/",
          L"cannot log on (Authentication failure) as 'nobody-here': Permission"},
-        {std::string(300, 'n'), "id", password, "/", L"(Authentication failure) as 'nnn"},
+        {std::string(300, 'n'), "id", password, "/",
+         L"(Authentication failure) as '" + std::wstring(156, L'n') + L": Permission denied"},
         {"expired", "id", password, "/", L"(User account has expired) as 'expired'"},
         {"holder", "id", password, scratch.path("closed"), L"Permission denied"},
         {"second", "id", password, "/", L"must be root to switch user", 61001},
@@ -267,7 +268,9 @@ TEST_F(Identity, CommandsWithOptions)
     });
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     CCmnCommand command = shell("echo $$; exec sleep 99", "holder");
-    EXPECT_EQ(waitForChild(leftByKilledCaller(command.setEndsWithCaller(true))), SIGKILL);
+    const pid_t left = leftByKilledCaller(command.setEndsWithCaller(true));
+    ASSERT_GT(left, 0);
+    EXPECT_EQ(waitForChild(left), SIGKILL);
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
