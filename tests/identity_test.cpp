@@ -3,9 +3,12 @@
 // support/accounts.h. The machine's own accounts are not touched.
 #include "cmncommand.h"
 #include "cmnsystemfiles.h"
+#include "descriptors.h"
+#include "runas.h"
 #include "spawn.h"
 #include "support/accounts.h"
 #include "support/command.h"
+#include "support/failure.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
@@ -130,6 +133,7 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
 {
     SKIP_WITHOUT_PROC();
     const struct {
+        const char* name;
         std::vector<unsigned int> calls;
         unsigned int error; // 0: the call kills
         std::wstring text;  // empty: the command runs
@@ -137,22 +141,41 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         std::string addition = {};
         uid_t owner = 0;
     } cases[] = {
-        {{SYS_setgroups}, EPERM, L"cannot set groups of user"},
-        {{SYS_execveat}, EPERM, L""},
-        {{SYS_execveat}, ENOSYS, L""},
-        {{SYS_execveat}, EACCES, L"cannot start the program that switches user (execveat; /"},
-        {{SYS_memfd_create}, EPERM, L"cannot start the program that switches user (memfd_create; "},
-        {{SYS_memfd_create}, EACCES, L"", 0755},
-        {{SYS_memfd_create, SYS_execveat}, EPERM, L"", 0755},
-        {{SYS_memfd_create}, EPERM, L"cannot start", 0775},
-        {{SYS_memfd_create}, EPERM, L"cannot start", 0755, "of another version"},
-        {{SYS_memfd_create}, EPERM, L"cannot start", 0755, "", 61001},
-        {{SYS_close_range}, EPERM, L""},
-        {{SYS_close_range, SYS_getdents64}, EPERM, L"cannot close inherited descriptors"},
-        {{SYS_arch_prctl}, 0, L"program that switches user ended before"},
-        {{SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
-        {{SYS_keyctl}, ENOSYS, L""},
-        {{SYS_keyctl}, EPERM, L""},
+        {"no groups", {SYS_setgroups}, EPERM, L"cannot set groups of user"},
+        {"start by link, filtered", {SYS_execveat}, EPERM, L""},
+        {"start by link, unknown call", {SYS_execveat}, ENOSYS, L""},
+        {"refused start",
+         {SYS_execveat},
+         EACCES,
+         L"cannot start the program that switches user (execveat; /"},
+        {"no memory file",
+         {SYS_memfd_create},
+         EPERM,
+         L"cannot start the program that switches user (memfd_create; "},
+        {"installed", {SYS_memfd_create}, EACCES, L"", 0755},
+        {"installed, start by link", {SYS_memfd_create, SYS_execveat}, EPERM, L"", 0755},
+        {"installed, writable", {SYS_memfd_create}, EPERM, L"cannot start", 0775},
+        {"installed, other version",
+         {SYS_memfd_create},
+         EPERM,
+         L"cannot start",
+         0755,
+         "of another version"},
+        {"installed, other owner", {SYS_memfd_create}, EPERM, L"cannot start", 0755, "", 61001},
+        {"descriptors closed one by one", {SYS_close_range}, EPERM, L""},
+        {"descriptors stay open",
+         {SYS_close_range, SYS_getdents64},
+         EPERM,
+         L"cannot close inherited descriptors"},
+        {"killed", {SYS_arch_prctl}, 0, L"program that switches user ended before"},
+        {"no keyring left", {SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
+        {"keyrings unknown", {SYS_keyctl}, ENOSYS, L""},
+        {"keyrings filtered", {SYS_keyctl}, EPERM, L""},
+        {"capabilities stay", {SYS_capset}, EPERM, L"cannot switch user"},
+        {"group stays", {SYS_setresgid}, EINVAL, L"cannot switch user"},
+        {"user stays", {SYS_setresuid}, EAGAIN, L"cannot switch user"},
+        {"user not known", {SYS_getresuid}, EPERM, L"cannot switch user"},
+        {"group not known", {SYS_getresgid}, EPERM, L"cannot switch user"},
     };
     for (const auto& test : cases) {
         if (test.mode != 0 && !missing.empty())
@@ -178,8 +201,114 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
             return test.text.empty() ? outcome.lines == Lines{"0", "1", "2", "3"}
                                      : outcome.record.getDescription().rfind(test.text, 0) == 0;
         });
-        EXPECT_EQ(waitForChild(caller), 0) << "case " << &test - cases << ": " << test.text;
+        EXPECT_EQ(waitForChild(caller), 0) << test.name << ", wanted: " << test.text;
     }
+}
+
+// Each report is the step and its error; the last one counts.
+TEST_F(Identity, ReportsOfTheProgramThatSwitchesUser)
+{
+    using tarnix_platform::RunAsReport;
+    using Step = tarnix_platform::RunAsStep;
+    const struct {
+        const char* name;
+        Lines arguments; // user, group, umask, caller, directory, number of candidates; the rest
+        int status;
+        Step step;
+        int error;
+    } rows[] = {
+        {"no arguments", {}, 127, Step::identity, EINVAL},
+        {"no candidate", {"0", "0", "0", "0", "", "0", "a"}, 127, Step::identity, EINVAL},
+        {"no command", {"0", "0", "0", "0", "", "1", "/bin/true"}, 127, Step::identity, EINVAL},
+        {"caller has ended",
+         {"0", "0", "0", "1", "", "1", "/bin/true", "true"},
+         127,
+         Step::identity,
+         ESRCH},
+        {"no directory",
+         {"0", "0", "0", "0", "/no", "1", "/bin/true", "true"},
+         127,
+         Step::directory,
+         ENOENT},
+        {"no program", {"0", "0", "0", "0", "", "1", "/no", "a"}, 127, Step::program, ENOENT},
+        {"not executable",
+         {"0", "0", "0", "0", "", "2", "/etc/passwd", "/no", "a"},
+         127,
+         Step::program,
+         EACCES},
+        {"second candidate",
+         {"0", "0", "0", "0", "", "2", "/no", "/bin/sh", "sh", "-c", "exit 7"},
+         7,
+         Step::command,
+         0},
+    };
+    for (const auto& row : rows) {
+        tarnix_platform::UniqueFd reader, writer;
+        ASSERT_TRUE(tarnix_platform::openPipe(reader, writer));
+        ASSERT_TRUE(tarnix_platform::moveAbove(writer, tarnix_platform::kRunAsStatus));
+        Lines texts = row.arguments;
+        texts.insert(texts.begin(), "tarnix-runas");
+        const std::vector<char*> arguments = tarnix_platform::pointersTo(texts);
+        const pid_t child = forkChild([&] {
+            dup2(writer.get(), tarnix_platform::kRunAsStatus);
+            char* environment[] = {nullptr};
+            return execve(TARNIX_BUILT_RUNAS, arguments.data(), environment) == 0;
+        });
+        writer.reset();
+        RunAsReport report{Step::command, -1};
+        while (read(reader.get(), &report, sizeof report) > 0)
+            ;
+        EXPECT_EQ(WEXITSTATUS(waitForChild(child)), row.status) << row.name;
+        EXPECT_EQ(report.step, row.step) << row.name;
+        EXPECT_EQ(report.error, row.error) << row.name;
+    }
+    const pid_t unheard = forkChild([] {
+        close(tarnix_platform::kRunAsStatus);
+        return execl(TARNIX_BUILT_RUNAS, "tarnix-runas", nullptr) == 0;
+    });
+    EXPECT_EQ(WEXITSTATUS(waitForChild(unheard)), 126);
+}
+
+TEST_F(Identity, Tokens)
+{
+    using namespace tarnix_platform;
+    HANDLE token = nullptr, refused = &token;
+    const HANDLE event = CreateEventA(nullptr, false, false, nullptr);
+    EXPECT_TRUE(LogonUserA("second", ".", password.c_str(), LOGON32_LOGON_NETWORK, 0, &token));
+    EXPECT_FALSE(LogonUserA("second", ".", password.c_str(), LOGON32_LOGON_BATCH, 0, &refused));
+    EXPECT_EQ(refused, nullptr);
+    alignas(TOKEN_USER) unsigned char bytes[sizeof(TOKEN_USER) + sizeof "second"];
+    DWORD length = 0;
+    const auto kind = static_cast<TOKEN_INFORMATION_CLASS>(0);
+    expectFailure(GetTokenInformation(event, TokenUser, bytes, sizeof bytes, &length), EBADF);
+    expectFailure(GetTokenInformation(token, kind, bytes, sizeof bytes, &length), EINVAL);
+    expectFailure(GetTokenInformation(token, TokenUser, nullptr, sizeof bytes, &length), EINVAL);
+    expectFailure(GetTokenInformation(token, TokenUser, bytes, sizeof bytes, nullptr), EINVAL);
+    expectFailure(GetTokenInformation(token, TokenUser, bytes, sizeof bytes - 1, &length), ERANGE);
+    EXPECT_EQ(length, sizeof bytes);
+    EXPECT_TRUE(GetTokenInformation(token, TokenUser, bytes, sizeof bytes, &length));
+    EXPECT_STREQ(static_cast<char*>(reinterpret_cast<TOKEN_USER*>(bytes)->User.Sid), "second");
+    char command[] = "true";
+    STARTUPINFOA startup{};
+    PROCESS_INFORMATION information{};
+    const auto start = [&](HANDLE as, const char* application, char* words,
+                           SECURITY_ATTRIBUTES* process, SECURITY_ATTRIBUTES* thread,
+                           STARTUPINFOA* with, PROCESS_INFORMATION* into) {
+        return CreateProcessAsUserA(as, application, words, process, thread, false, 0, nullptr,
+                                    nullptr, with, into);
+    };
+    SECURITY_ATTRIBUTES some{};
+    const auto none = nullptr;
+    expectFailure(start(none, none, command, none, none, &startup, &information), EACCES);
+    expectFailure(start(event, none, command, none, none, &startup, &information), EBADF);
+    expectFailure(start(token, "a", command, none, none, &startup, &information), EINVAL);
+    expectFailure(start(token, none, none, none, none, &startup, &information), EINVAL);
+    expectFailure(start(token, none, command, &some, none, &startup, &information), EINVAL);
+    expectFailure(start(token, none, command, none, &some, &startup, &information), EINVAL);
+    expectFailure(start(token, none, command, none, none, none, &information), EINVAL);
+    expectFailure(start(token, none, command, none, none, &startup, none), EINVAL);
+    EXPECT_TRUE(CloseHandle(token));
+    EXPECT_TRUE(CloseHandle(event));
 }
 
 TEST_F(Identity, RefusedRuns)

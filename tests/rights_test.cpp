@@ -217,6 +217,30 @@ TEST_F(Rights, OfAnAccount)
     EXPECT_EQ(rights, (std::vector<std::string>{"Se1", "Se4", "Se5"}));
 }
 
+// The length of a right has 16 bits. A longer one, cut to them, could be another right.
+TEST_F(Rights, LongNames)
+{
+    const std::string longest(UINT16_MAX / sizeof(wchar_t) - 1, 'l');
+    m_Scratch.write("rights", "second Se1\nsecond " + longest + "\nsecond l" + longest +
+                                  "\nsecond Se2" + longest + "l\n");
+    LSA_OBJECT_ATTRIBUTES attributes{};
+    LSA_HANDLE policy = nullptr;
+    EXPECT_EQ(LsaOpenPolicy(nullptr, &attributes, 0, &policy), 0);
+    char second[] = "second", third[] = "third";
+    LSA_UNICODE_STRING* rights = nullptr;
+    DWORD count = 0;
+    EXPECT_EQ(LsaEnumerateAccountRights(policy, second, &rights, &count), 0);
+    ASSERT_EQ(count, 2U);
+    EXPECT_EQ(std::wstring(rights[0].Buffer), L"Se1");
+    EXPECT_EQ(rights[0].Length, 3 * sizeof(wchar_t));
+    EXPECT_EQ(std::wstring(rights[1].Buffer), std::wstring(longest.size(), L'l'));
+    EXPECT_EQ(rights[1].MaximumLength, (longest.size() + 1) * sizeof(wchar_t));
+    LsaFreeMemory(rights);
+    EXPECT_EQ(LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, third, &rights, &count)),
+              static_cast<DWORD>(ENOENT));
+    EXPECT_EQ(LsaClose(policy), 0);
+}
+
 // If the file cannot be replaced, the mark of the line is overwritten, and nothing else.
 TEST_F(Rights, AreRevokedInPlace)
 {
