@@ -2,31 +2,17 @@
 #ifndef TARNIX_TEXTROWS_H
 #define TARNIX_TEXTROWS_H
 
+#include "support/testlocale.h"
+
 #include <benchmark/benchmark.h>
 #include <unicode/utf8.h>
 
-#include <clocale>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 inline constexpr const char* kUtf8Locale = "C.UTF-8";
-
-// The locale of one benchmark: the rows of all locales run interleaved in one process.
-class LocaleScope
-{
-public:
-    explicit LocaleScope(const char* locale) : m_Known(std::setlocale(LC_ALL, locale) != nullptr) {}
-    ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
-    LocaleScope(const LocaleScope&) = delete;
-    LocaleScope& operator=(const LocaleScope&) = delete;
-
-    bool known() const { return m_Known; }
-
-private:
-    const bool m_Known;
-};
 
 using Sizes = std::vector<std::int64_t>;
 
@@ -56,10 +42,10 @@ public:
     {
         const auto run = [makeInput = m_MakeInput, base = m_Base, locale = m_Locale,
                           sized = !m_Sizes.empty(), call](benchmark::State& state) {
-            const LocaleScope scope(locale);
+            const TestLocale scope(locale); // the rows of all locales run in one process
             const std::int64_t size = sized ? state.range(0) : 1;
             const auto input = makeInput(static_cast<std::size_t>(size));
-            if (!scope.known() || !(call(input) == base(input))) {
+            if (!scope.isKnown() || !(call(input) == base(input))) {
                 state.SkipWithError("the results differ");
             }
             for (auto _ : state) {

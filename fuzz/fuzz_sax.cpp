@@ -5,11 +5,10 @@
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"
 #include "fuzzbounds.h"
+#include "support/testlocale.h"
 
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/XMLString.hpp>
-
-#include <clocale>
 
 using namespace tarnix_cmn_4_4;
 
@@ -54,7 +53,8 @@ static std::string documentOf(FuzzInput input)
 void fuzz(FuzzInput input)
 {
     static const CCmnSaxLibrary library;
-    require(std::setlocale(LC_ALL, "C.UTF-8"), "the locale exists");
+    static const TestLocale locale("C.UTF-8");
+    require(locale.isKnown(), "the locale exists");
     const std::string text = documentOf(input);
     Counter handler;
     CCmnSaxParser parser(&handler);

@@ -3,13 +3,12 @@
 #include "cmnmessage.h"
 #include "cmnstringtool.h"
 #include "support/repeat.h"
-#include "support/scratchdirectory.h"
+#include "support/testlocale.h"
 
 #include <gtest/gtest.h>
 #include <unicode/locid.h>
 
 #include <algorithm>
-#include <clocale>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -55,12 +54,10 @@ TEST(Message, SerializedTextFollowsTheLocale)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status); // the texts depend on it
-    const ScratchDirectory scratch;
-    scratch.write("source", "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
-                            "END LC_NUMERIC\n");
-    const std::string command = "cd " + scratch.path() + " && localedef -c -f UTF-8 -i ./source ";
-    EXPECT_NE(std::system((command + "./comma 2>&-").c_str()), -1);
-    setenv("LOCPATH", scratch.path().c_str(), 1);
+    MadeLocales locales;
+    locales.make("comma", "UTF-8",
+                 "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
+                 "END LC_NUMERIC\n");
     // The header line has room for 1023 bytes: its newline is cut.
     const std::string id(985, 'x');
     const Formattable inner[] = {1, 2}, date(86400000.0, Formattable::kIsDate);
@@ -72,7 +69,8 @@ TEST(Message, SerializedTextFollowsTheLocale)
                      across.tempSubString(1024)},
                     id.c_str());
     for (const char point : {'.', ','}) {
-        EXPECT_TRUE(std::setlocale(LC_NUMERIC, point == ',' ? "comma" : "C"));
+        const TestLocale locale(point == ',' ? "comma" : "C", LC_NUMERIC);
+        EXPECT_TRUE(locale.isKnown());
         std::string text = "<SERIALIZED_MESSAGE MSGID=" + id +
                            " SEVERITY=7>\t<ARGVALUE INDEX=0 TYPE=0>8.64e+07</ARGVALUE>\n"
                            "\t<ARGVALUE INDEX=1 TYPE=1>0.333333</ARGVALUE>\n"
@@ -88,8 +86,6 @@ TEST(Message, SerializedTextFollowsTheLocale)
         CCmnIcuMessage back(message.serialize());
         EXPECT_EQ(contentOf(back), id + " 7 86,400,000 0.333");
     }
-    std::setlocale(LC_NUMERIC, "C");
-    unsetenv("LOCPATH");
 }
 
 // What a text does not contain stays as it was. The long texts would take a reader too long that is

@@ -132,6 +132,7 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         addOfAnother();
         limit(RLIMIT_FSIZE, (standing + "second SeOther" + added.mark).size(), formerSize);
     };
+    const std::string present = m_Scratch.path("d/rights");
     UniqueFd newLock;
     const auto holdNewLock = [&] {
         const std::string lock = m_Scratch.path("d/rights.lock");
@@ -154,13 +155,14 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         {"limit for the line only", limitToAddedLine, 0, "d/rights"},
         {"file replaced, no descriptor", takeDescriptors, 0, "d/rights"},
         {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, 0, "d/rights"},
+        {"file that others may write", [&] { chmod(present.c_str(), 0666); }, 0, "d/rights"},
         {"lock replaced and held", holdNewLock, ETIMEDOUT, "d/rights"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
         m_Scratch.makeDirectory("d");
         m_Scratch.write("d/rights", standing);
-        setRightsFile(m_Scratch.path("d/rights").c_str());
+        setRightsFile(present.c_str());
         EXPECT_TRUE(addRights("second", {"SeOther"}, added));
         test.trouble();
         const bool isRemoved = removeRights("second", {"SeOther"}, added);
@@ -169,6 +171,7 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         EXPECT_EQ(seteuid(user), 0);
         setrlimit(RLIMIT_FSIZE, &formerSize); // a failure is written to a file
         setrlimit(RLIMIT_NOFILE, &formerFiles);
+        chmod(present.c_str(), 0644);
         EXPECT_EQ(error, static_cast<DWORD>(test.error));
         setRightsFile(m_Scratch.path(test.file).c_str());
         EXPECT_EQ(holdsRight("second", "SeOther"), !isRemoved);
