@@ -65,6 +65,27 @@ static int scanInto(Blocks& blocks, const std::string& text, const std::string& 
     return result;
 }
 
+static bool hasExponentWithoutDigits(const std::string& text)
+{
+    for (std::size_t at = text.find_first_of("eE"); at < text.size();
+         at = text.find_first_of("eE", at + 1)) {
+        const std::size_t digits = text.find_first_not_of("+-", at + 1);
+        if (digits > at + 2 || text.find_first_of("0123456789", digits) != digits)
+            return true;
+    }
+    return false;
+}
+
+// Prefixes and exponents without digits, "inf" and "nan". A width may cut the digits off.
+static bool differsFromStandard(const std::string& format, const std::string& text)
+{
+    if (format.find_first_of("ixfeg") >= format.size())
+        return false;
+    const bool isCut = format.find_first_of("23456789") < format.size();
+    return text.find_first_of(isCut ? "xXeEiInN" : "xXiInN") < text.size() ||
+           hasExponentWithoutDigits(text);
+}
+
 void fuzz(FuzzInput input)
 {
     const std::string format = input.until('\0');
@@ -75,9 +96,7 @@ void fuzz(FuzzInput input)
     blocks.resize(kMostTargets);
     const std::string bytes = input.rest(), text = bytes.c_str();
     scanInto(blocks, bytes, format);
-    // They differ on prefixes and exponents without digits, and on "inf" and "nan".
-    const char* const odd = format.find_first_of("ixfeg") < format.size() ? "xXeEiInN" : "";
-    if (!isStandard || text.size() > kMostText || text.find_first_of(odd) != std::string::npos)
+    if (!isStandard || text.size() > kMostText || differsFromStandard(format, text))
         return;
     blocks.assign(kMostTargets, std::vector<char>(kMostText + 1, kFill));
     Blocks peer = blocks;
