@@ -71,7 +71,11 @@ struct Lookups : testing::Test {
         scratch.write("hosts", "10.9.8.9 " + longName +
                                    "\n10.9.8.7 Www.Example.Test www\nfd00::1 six.test\n"
                                    "fd00::2 both.test\n10.9.8.6 both.test\n10.9.8.6 both.test\n"
-                                   "10.9.8.10 Tarnix-Box.Test Tarnix-Box\n");
+                                   "10.9.8.10 Tarnix-Box.Test Tarnix-Box\n"
+                                   "10.9.8.11 large.test" +
+                                   repeated(" another.name.of.this.host", 25000) +
+                                   "\n10.9.8.12 huge.test" +
+                                   repeated(" another.name.of.this.host", 50000) + '\n');
         scratch.write("order", "hosts: files\n");
         const std::string missing = enterNamespaces(
             {{scratch.path("hosts"), "/etc/hosts"}, {scratch.path("order"), "/etc/nsswitch.conf"}},
@@ -115,9 +119,23 @@ TEST_F(Lookups, FullNames)
             << test.name;
         EXPECT_EQ(test.fullName != nullptr ? test.fullName : "-", out) << test.name;
     }
-    std::string out = "-";
-    EXPECT_EQ(0, CCmnNetwork::getHostbyName("10.9.8.1", out)); // an address is its own
-    EXPECT_EQ("10.9.8.1", out);
+}
+
+TEST_F(Lookups, AddressOfAName)
+{
+    const struct {
+        const char *name, *address;        // null: none is found
+    } cases[] = {{"10.9.8.1", "10.9.8.1"}, // is its own
+                 {"www", "10.9.8.7"},
+                 {"six.test", nullptr},
+                 {"large.test", "10.9.8.11"},
+                 {"huge.test", nullptr}}; // the answer has more than a megabyte
+    for (const auto& test : cases) {
+        std::string out = "-";
+        EXPECT_EQ(test.address != nullptr ? 0 : 3, CCmnNetwork::getHostbyName(test.name, out))
+            << test.name;
+        EXPECT_EQ(test.address != nullptr ? test.address : "-", out) << test.name;
+    }
 }
 
 TEST_F(Lookups, Addresses)

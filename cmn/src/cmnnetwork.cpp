@@ -1,7 +1,6 @@
 // CCmnNetwork: host names and addresses, with the lookups of the platform layer.
 #include "cmnnetwork.h"
 
-#include "TX_strings.h"
 #include "cmnstringtool.h"
 #include "platform.h"
 #include "platform_network.h"
@@ -32,9 +31,10 @@ bool isDigit(char unit)
 
 std::string dotted(const TxIPv4& address)
 {
-    char text[64];
-    TX_snprintf(text, sizeof text, "%d.%d.%d.%d", int{address[0]}, int{address[1]}, int{address[2]},
-                int{address[3]});
+    std::string text;
+    for (const unsigned char number : address) {
+        text += (text.empty() ? "" : ".") + std::to_string(number);
+    }
     return text;
 }
 
@@ -185,8 +185,7 @@ int CCmnNetwork::getFQDN(std::string& fqdn)
 
 std::string CCmnNetwork::getComputerName()
 {
-    wchar_t name[256];
-    name[0] = L'\0';
+    wchar_t name[256] = {};
     DWORD size = 254;
     GetComputerNameW(name, &size);
     return CCmnStringTool::wstr2str(std::wstring(name));

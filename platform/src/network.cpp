@@ -26,6 +26,7 @@ constexpr std::size_t kMaxSize = std::size_t{1} << 20; // a larger answer counts
 // The record points into the buffer.
 struct Answer {
     hostent record{};
+    int reason{}; // why there is none: not used
     std::vector<char> buffer;
 };
 
@@ -66,10 +67,9 @@ std::optional<std::string> TxHostName(const TxIPv4& address)
 {
     Answer answer;
     const bool isFound = lookUp(answer, [&address](Answer& into, hostent** found) {
-        int reason = 0;
         return ::gethostbyaddr_r(address.data(), static_cast<socklen_t>(address.size()), AF_INET,
                                  &into.record, into.buffer.data(), into.buffer.size(), found,
-                                 &reason);
+                                 &into.reason);
     });
     if (!isFound || answer.record.h_name == nullptr) {
         return std::nullopt;
@@ -84,9 +84,8 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
     }
     Answer answer;
     const bool isFound = lookUp(answer, [name](Answer& into, hostent** found) {
-        int reason = 0;
         return ::gethostbyname2_r(name, AF_INET, &into.record, into.buffer.data(),
-                                  into.buffer.size(), found, &reason);
+                                  into.buffer.size(), found, &into.reason);
     });
     const hostent& record = answer.record;
     TxIPv4 address;
@@ -125,16 +124,14 @@ std::vector<std::string> TxHostAddresses(const char* name, TxAddressKind kind)
 BOOL GetComputerNameW(wchar_t* buffer, DWORD* size)
 {
     char name[256] = {};
-    if (::gethostname(name, sizeof name - 1) != 0) {
-        return 0;
-    }
+    ::gethostname(name, sizeof name - 1); // cannot fail: names have at most 64 bytes
     const std::size_t length = std::mbstowcs(nullptr, name, 0);
     if (length == static_cast<std::size_t>(-1) || length > *size) {
-        return 0;
+        return false;
     }
     std::mbstowcs(buffer, name, length + 1);
     *size = static_cast<DWORD>(length);
-    return 1;
+    return true;
 }
 
 } // namespace tarnix_platform
