@@ -100,8 +100,10 @@ TEST_F(Exec, RefusedStarts)
     setenv("PATH", path.c_str(), 1);
     const std::string program = scratch.path("program");
     std::filesystem::copy_file("/bin/echo", program);
-    // Another process still holds it open for writing, for a moment.
     const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(run(program).record.getDescription(),
+              L"cannot start program '" + scratch.widePath("program") + L"': Text file busy");
+    // Another process still holds it open for writing, for a moment.
     const pid_t holder = forkChild([] { return usleep(20000) == 0; });
     close(writer);
     EXPECT_EQ(run(program + " found").lines, Lines{"found"});

@@ -132,12 +132,13 @@ bool installProgram(mode_t mode, uid_t owner, const std::string& addition)
 TEST_F(Identity, FailingSystemCallsOfTheStart)
 {
     SKIP_WITHOUT_PROC();
+    constexpr int kills = -1, onlySeemsDone = 0;
     const struct {
         const char* name;
         std::vector<unsigned int> calls;
-        unsigned int error; // 0: the call kills
-        std::wstring text;  // empty: the command runs
-        mode_t mode = 0;    // 0: the program is not installed
+        int error;
+        std::wstring text; // empty: the command runs
+        mode_t mode = 0;   // 0: the program is not installed
         std::string addition = {};
         uid_t owner = 0;
     } cases[] = {
@@ -167,13 +168,15 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
          {SYS_close_range, SYS_getdents64},
          EPERM,
          L"cannot close inherited descriptors"},
-        {"killed", {SYS_arch_prctl}, 0, L"program that switches user ended before"},
+        {"killed", {SYS_arch_prctl}, kills, L"program that switches user ended before"},
         {"no keyring left", {SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
         {"keyrings unknown", {SYS_keyctl}, ENOSYS, L""},
         {"keyrings filtered", {SYS_keyctl}, EPERM, L""},
         {"capabilities stay", {SYS_capset}, EPERM, L"cannot switch user"},
-        {"group stays", {SYS_setresgid}, EINVAL, L"cannot switch user"},
-        {"user stays", {SYS_setresuid}, EAGAIN, L"cannot switch user"},
+        {"group stays", {SYS_setresgid}, EINVAL, L"cannot switch user: Invalid argument"},
+        {"user stays", {SYS_setresuid}, EAGAIN, L"cannot switch user: Resource temporarily"},
+        {"group seems switched", {SYS_setresgid}, onlySeemsDone, L"cannot switch user"},
+        {"user seems switched", {SYS_setresuid}, onlySeemsDone, L"cannot switch user"},
         {"user not known", {SYS_getresuid}, EPERM, L"cannot switch user"},
         {"group not known", {SYS_getresgid}, EPERM, L"cannot switch user"},
     };
@@ -182,7 +185,8 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
             continue; // the program cannot be installed
         const pid_t caller = forkChild([&test] {
             const unsigned int action =
-                test.error == 0 ? SECCOMP_RET_KILL : SECCOMP_RET_ERRNO | test.error;
+                test.error == kills ? SECCOMP_RET_KILL
+                                    : SECCOMP_RET_ERRNO | static_cast<unsigned int>(test.error);
             sock_filter steps[] = {
                 BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
                 BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, test.calls.front(), 1, 0),
@@ -269,6 +273,21 @@ TEST_F(Identity, ReportsOfTheProgramThatSwitchesUser)
         return execl(TARNIX_BUILT_RUNAS, "tarnix-runas", nullptr) == 0;
     });
     EXPECT_EQ(WEXITSTATUS(waitForChild(unheard)), 126);
+}
+
+TEST_F(Identity, AProgramThatIsStillBeingWritten)
+{
+    const std::string program = scratch.path("program");
+    std::filesystem::copy_file("/bin/echo", program);
+    const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(as("holder", program).record.getDescription(),
+              L"cannot start program '" + std::filesystem::path(program).wstring() +
+                  L"': Text file busy");
+    const pid_t holder = forkChild([] { return usleep(20000) == 0; });
+    close(writer);
+    EXPECT_EQ(as("holder", program + " found").lines, Lines{"found"});
+    EXPECT_EQ(waitForChild(holder), 0);
+    std::filesystem::remove(program);
 }
 
 TEST_F(Identity, Tokens)
