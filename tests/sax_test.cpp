@@ -193,7 +193,11 @@ TEST(Sax, LimitsOfAParser)
     const std::string alpha = document("<!ENTITY alpha 'x'>",
                                        "<r>" + repeated("&alpha;", 19600) + "</r>"),
                       deep = repeated("<a>", 100000) + repeated("</a>", 100000),
-                      nests = document(nested(40, 1, "&"), "<r>&e40;</r>");
+                      nests = document(nested(40, 1, "&"), "<r>&e40;</r>"),
+                      // Each entity is declared before the one that it uses.
+        reversed = document("<!ENTITY d '&c;'><!ENTITY c '&b;'><!ENTITY b '&a;'>"
+                            "<!ENTITY a 'x'>",
+                            "<r>&d;</r>");
     CCmnSaxLimits limits;
     const auto with = [&limits](auto member, int value) {
         CCmnSaxLimits changed = limits;
@@ -201,28 +205,40 @@ TEST(Sax, LimitsOfAParser)
         return changed;
     };
     using L = CCmnSaxLimits;
-    const std::tuple<CCmnSaxLimits, std::string, bool> cases[] = {
-        {limits, alpha, false},
-        {with(&L::expansion, 5000000), alpha, true},
-        {with(&L::expansionPerByte, 40), alpha, true},
-        {limits, nests, false},
-        {with(&L::nesting, 50), nests, true},
-        {with(&L::memoryPerByte, 10), deep, false}, // a later one would use what the reader kept
-        {limits, deep, true},
-        {with(&L::attributes, 2), "<r a='' b=''/>", true},
-        {with(&L::attributes, 2), "<r a='' b='' c=''/>", false},
-        {with(&L::contentModel, 3), document("<!ELEMENT r (a,(b|c))>", "<r/>"), false},
-        {with(&L::contentModel, 4), document("<!ELEMENT r (a,(b|c))>", "<r/>"), true},
-        {with(&L::sameHash, 1), "<r><aV/><b0/></r>", false},
-        {with(&L::sameHash, 2), "<r><aV/><b0/></r>", true}};
+    const struct {
+        const char* name;
+        CCmnSaxLimits limits;
+        std::string text;
+        bool isAccepted;
+    } cases[] = {
+        {"expansion, default", limits, alpha, false},
+        {"more expansion", with(&L::expansion, 5000000), alpha, true},
+        {"more for each byte", with(&L::expansionPerByte, 40), alpha, true},
+        {"nesting, default", limits, nests, false},
+        {"more nesting", with(&L::nesting, 50), nests, true},
+        {"nesting that suffices", with(&L::nesting, 41), nests, true},
+        {"nesting, one too few", with(&L::nesting, 40), nests, false},
+        {"reversed, suffices", with(&L::nesting, 4), reversed, true},
+        {"reversed, one too few", with(&L::nesting, 3), reversed, false},
+        // The one after it would use what the reader kept.
+        {"memory", with(&L::memoryPerByte, 10), deep, false},
+        {"memory, default", limits, deep, true},
+        {"attributes that suffice", with(&L::attributes, 2), "<r a='' b=''/>", true},
+        {"attributes", with(&L::attributes, 2), "<r a='' b='' c=''/>", false},
+        {"content", with(&L::contentModel, 3), document("<!ELEMENT r (a,(b|c))>", "<r/>"), false},
+        {"content that suffices", with(&L::contentModel, 4),
+         document("<!ELEMENT r (a,(b|c))>", "<r/>"), true},
+        {"names with one hash", with(&L::sameHash, 1), "<r><aV/><b0/></r>", false},
+        {"names that suffice", with(&L::sameHash, 2), "<r><aV/><b0/></r>", true},
+    };
     CCmnSaxParser parser; // the same one after each refusal
-    for (const auto& [some, text, isAccepted] : cases) {
+    for (const auto& test : cases) {
         CCmnSaxParseHandler handler;
         parser.setHandler(&handler);
-        EXPECT_TRUE(parser.setLimits(some));
-        parser.parse(text);
-        EXPECT_EQ(isAccepted, !handler.hasLastError()) << text.substr(0, 60);
-        EXPECT_EQ(some.nesting, parser.getLimits().nesting);
+        EXPECT_TRUE(parser.setLimits(test.limits)) << test.name;
+        parser.parse(test.text);
+        EXPECT_EQ(test.isAccepted, !handler.hasLastError()) << test.name;
+        EXPECT_EQ(test.limits.nesting, parser.getLimits().nesting) << test.name;
     }
 }
 
