@@ -193,11 +193,14 @@ TEST(Sax, LimitsOfAParser)
     const std::string alpha = document("<!ENTITY alpha 'x'>",
                                        "<r>" + repeated("&alpha;", 19600) + "</r>"),
                       deep = repeated("<a>", 100000) + repeated("</a>", 100000),
-                      nests = document(nested(40, 1, "&"), "<r>&e40;</r>"),
-                      // Each entity is declared before the one that it uses.
-        reversed = document("<!ENTITY d '&c;'><!ENTITY c '&b;'><!ENTITY b '&a;'>"
-                            "<!ENTITY a 'x'>",
-                            "<r>&d;</r>");
+                      nests = document(nested(40, 1, "&"), "<r>&e40;</r>");
+    // Each entity is declared before the one that it uses.
+    const auto reversed = [](const std::string& names) {
+        std::string all;
+        for (std::size_t i = 0; i + 1 < names.size(); ++i)
+            all += std::string("<!ENTITY ") + names[i] + " '&" + names[i + 1] + ";'>";
+        return document(all + "<!ENTITY " + names.back() + " 'x'>", "<r/>");
+    };
     CCmnSaxLimits limits;
     const auto with = [&limits](auto member, int value) {
         CCmnSaxLimits changed = limits;
@@ -218,8 +221,10 @@ TEST(Sax, LimitsOfAParser)
         {"more nesting", with(&L::nesting, 50), nests, true},
         {"nesting that suffices", with(&L::nesting, 41), nests, true},
         {"nesting, one too few", with(&L::nesting, 40), nests, false},
-        {"reversed, suffices", with(&L::nesting, 4), reversed, true},
-        {"reversed, one too few", with(&L::nesting, 3), reversed, false},
+        {"one level", with(&L::nesting, 1), reversed("a"), true},
+        {"reversed, suffices", with(&L::nesting, 4), reversed("abcd"), true},
+        {"reversed, one too few", with(&L::nesting, 3), reversed("abcd"), false},
+        {"reversed, other names", with(&L::nesting, 4), reversed("dcba"), true},
         // The one after it would use what the reader kept.
         {"memory", with(&L::memoryPerByte, 10), deep, false},
         {"memory, default", limits, deep, true},
