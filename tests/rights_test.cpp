@@ -256,7 +256,9 @@ TEST_F(Rights, AreRevokedInPlace)
         m_Scratch.write("rights", similar + line + rest);
         std::filesystem::rename(m_File, m_Scratch.path("moved"));
         EXPECT_TRUE(removeRights("second", {"SeOther"}, added));
-        EXPECT_EQ(m_Scratch.read("moved"), similar + "second SeOther" + disowned(mark) + rest);
+        const std::string revoked = "second SeOther" + disowned(mark);
+        EXPECT_EQ(m_Scratch.read("moved"), similar + revoked + rest);
+        EXPECT_TRUE(isLeftover(revoked)); // the next change removes it
     }
 }
 
