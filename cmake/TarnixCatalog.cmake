@@ -6,7 +6,7 @@
 #
 # Each source is an ICU resource text named after its language, as the table in it. genrb compiles
 # them into <DIRECTORY>/lib<name>/ (default: Messages in the current build directory), where a catalog
-# of that name finds them. Unless NO_INSTALL is given, they are installed to <DESTINATION>/lib<name>/
+# of that name finds them. A relative directory is below the current build directory. Unless NO_INSTALL is given, they are installed to <DESTINATION>/lib<name>/
 # (default: Messages). The target catalog_<name> is part of "all".
 #
 # catalogcheck reads all sources, and the build fails with a line for each fault. The texts of root are
@@ -55,6 +55,7 @@ function(tarnix_add_catalog)
   if(NOT ARG_DIRECTORY)
     set(ARG_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/Messages)
   endif()
+  get_filename_component(ARG_DIRECTORY ${ARG_DIRECTORY} ABSOLUTE BASE_DIR ${CMAKE_CURRENT_BINARY_DIR})
   if(NOT ARG_DESTINATION)
     set(ARG_DESTINATION Messages)
   endif()
@@ -81,7 +82,7 @@ function(tarnix_add_catalog)
     add_custom_command(
       OUTPUT ${bundle}
       COMMAND ${CMAKE_COMMAND} -DGENRB=${TARNIX_GENRB} -DSOURCE=${source} -DBUNDLE=${bundle}
-              -DSCRATCH=${CMAKE_CURRENT_BINARY_DIR}/catalog_${ARG_NAME}.dir/${language} -P ${script}
+              -P ${script}
       DEPENDS ${source} ${script}
       COMMENT "Compiling catalog ${ARG_NAME}, ${language}"
       VERBATIM)

@@ -7,7 +7,8 @@ cmake=$(realpath "$(dirname "$0")/../cmake")
 lang=pl_PL # a country of the language that the catalog has
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-cd "$folder" || exit 1
+mkdir "$folder/[1]" # which CMake could take for a pattern
+cd "$folder/[1]" || exit 1
 failed=0
 
 cat >root.txt <<'END'
@@ -22,7 +23,7 @@ project() {
 cmake_minimum_required(VERSION 3.25)
 project(disk NONE)
 include($cmake/TarnixCatalog.cmake)
-tarnix_add_catalog(NAME disk SOURCES root.txt $1 NO_INSTALL)
+tarnix_add_catalog(NAME disk SOURCES root.txt $1 NO_INSTALL DIRECTORY Messages)
 END
 }
 good_disks='{1} ma {0, plural, one{# dysk} few{# dyski} many{# dysków} other{# dysku}}'
