@@ -1,5 +1,6 @@
 #include "bundlereader.h"
 
+#include "catalogfiles.h"
 #include "cmncommand.h"
 
 #include <unicode/ures.h>
@@ -119,13 +120,12 @@ void damaged(const std::string& file, const std::string& how, Findings& findings
 
 } // namespace
 
-int readBundleProcess(const char* directory, const char* name)
+int readBundleProcess(const char* directory)
 {
     const rlimit none{0, 0};
     ::setrlimit(RLIMIT_CORE, &none);
     UErrorCode status = U_ZERO_ERROR;
-    // Directly, because ICU would otherwise add the entries of the parent languages.
-    const Bundle bundle(ures_openDirect(directory, name, &status));
+    const Bundle bundle(ures_openDirect(directory, kRoot, &status));
     if (U_FAILURE(status)) {
         write(Kind::error, u_errorName(status));
     } else {
@@ -139,10 +139,12 @@ bool readBundle(const fs::path& bundle, Language& language, Findings& findings)
 {
     constexpr std::chrono::seconds timeLimit(20);
     constexpr std::uint64_t byteLimit = 1ULL << 30U;
-    const fs::path absolute = fs::absolute(bundle);
+    // As a root, which has no parents: before ICU returns it looks for them, and may do so for
+    // ever.
+    const TemporaryDirectory alone;
+    fs::create_symlink(fs::absolute(bundle), alone.path() / (std::string(kRoot) + ".res"));
     const SCmnCommandOutcome outcome =
-        CCmnCommand({"/proc/self/exe", kReadBundleOption, absolute.parent_path().string(),
-                     absolute.stem().string()})
+        CCmnCommand({"/proc/self/exe", kReadBundleOption, alone.path().string()})
             .setStreams(CCmnCommand::Streams::outputOnly)
             .setKeepBytes(true)
             .setTimeLimit(timeLimit)

@@ -14,10 +14,10 @@ namespace catalogcheck
 // Reads the texts of a bundle into the language. False, after a finding, if the bundle is damaged.
 bool readBundle(const std::filesystem::path& bundle, Language& language, Findings& findings);
 
-// The option and the main function of the process that reads: it writes what it reads to standard
-// output. Returns its exit status.
+// The option and the main function of the process that reads: it writes what the bundle root of the
+// directory contains to standard output. Returns its exit status.
 constexpr char kReadBundleOption[] = "--read-bundle";
-int readBundleProcess(const char* directory, const char* name);
+int readBundleProcess(const char* directory);
 
 } // namespace catalogcheck
 

@@ -172,7 +172,9 @@ fs::path compileSource(const fs::path& source, const fs::path& directory, const 
 
 TemporaryDirectory::TemporaryDirectory()
 {
-    std::string name = (fs::temp_directory_path() / "catalogcheckXXXXXX").string();
+    const char* const parent = std::getenv("TMPDIR");
+    std::string name =
+        fs::path(parent == nullptr || *parent == '\0' ? "/tmp" : parent) / "catalogcheckXXXXXX";
     if (::mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("cannot create temporary directory '" + name +
                                  "': " + std::strerror(errno));

@@ -47,6 +47,8 @@ public:
             if (m_Pattern.getPartType(i) == UMSGPAT_PART_TYPE_ARG_START) {
                 message.arguments.push_back(argument(i));
                 i = m_Pattern.getLimitPartIndex(i);
+            } else if (m_Pattern.getPartType(i) == UMSGPAT_PART_TYPE_REPLACE_NUMBER) {
+                message.hasNumber = true;
             }
         }
         return message;
@@ -112,14 +114,15 @@ std::int32_t quoteEnd(const icu::UnicodeString& text, std::int32_t begin)
     return end < 0 ? text.length() : end + 1;
 }
 
-bool isQuotedBrace(const icu::UnicodeString& text, std::int32_t at)
+// Whether an apostrophe that ICU drops quotes a brace, or the number of a plural.
+bool quotesSyntax(const icu::UnicodeString& text, std::int32_t at)
 {
     const char16_t next = text.charAt(at + 1);
-    return text.charAt(at) == u'\'' && (next == u'{' || next == u'}');
+    return text.charAt(at) == u'\'' && (next == u'{' || next == u'}' || next == u'#');
 }
 
 // ICU marks the apostrophes that it drops: the second one of two, and the first one of a quote.
-std::vector<std::string> quotedBraces(const icu::MessagePattern& pattern)
+std::vector<std::string> quotedSyntax(const icu::MessagePattern& pattern)
 {
     std::vector<std::string> quotes;
     const icu::UnicodeString& text = pattern.getPatternString();
@@ -130,7 +133,7 @@ std::vector<std::string> quotedBraces(const icu::MessagePattern& pattern)
             continue;
         }
         const bool second = at > done && text.charAt(at - 1) == u'\'';
-        if (second || !isQuotedBrace(text, at)) {
+        if (second || !quotesSyntax(text, at)) {
             done = at + 1;
             continue;
         }
@@ -141,6 +144,12 @@ std::vector<std::string> quotedBraces(const icu::MessagePattern& pattern)
 }
 
 } // namespace
+
+bool isPlural(const Argument& argument)
+{
+    return argument.type == UMSGPAT_ARG_TYPE_PLURAL ||
+           argument.type == UMSGPAT_ARG_TYPE_SELECTORDINAL;
+}
 
 std::string placeholder(int number)
 {
@@ -175,7 +184,7 @@ Pattern readPattern(const icu::UnicodeString& text)
         return result;
     }
     result.message = TreeReader(pattern).message(0);
-    result.quoted = quotedBraces(pattern);
+    result.quoted = quotedSyntax(pattern);
     forEachArgument(result.message, [&result](const Argument& argument) {
         result.hasTypes = result.hasTypes || argument.type != UMSGPAT_ARG_TYPE_NONE;
     });

@@ -17,6 +17,7 @@ enum class Need { text, number, date, word };
 
 struct Argument;
 struct Message {
+    bool hasNumber = false; // it has the # of the plural around it
     std::vector<Argument> arguments;
 };
 
@@ -38,7 +39,7 @@ struct Argument {
 struct Pattern {
     std::string fault; // why ICU refuses it, and then there is no tree; or empty
     Message message;
-    std::vector<std::string> quoted; // texts with a brace that an apostrophe quotes
+    std::vector<std::string> quoted; // texts from a brace or # that an apostrophe quotes
     bool hasTypes = false;           // an argument is more than {0}
 };
 
@@ -58,6 +59,8 @@ void forEachArgument(const Message& message, const Function& function)
         }
     }
 }
+
+bool isPlural(const Argument& argument);
 
 // "{0}"
 std::string placeholder(int number);

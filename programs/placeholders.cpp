@@ -16,6 +16,14 @@ std::set<int> common(const std::set<int>& first, const std::set<int>& second)
     return both;
 }
 
+// A select shows none of its argument, and a plural only a #.
+bool isShown(const Argument& argument)
+{
+    return argument.type == UMSGPAT_ARG_TYPE_NONE || argument.type == UMSGPAT_ARG_TYPE_SIMPLE ||
+           std::any_of(argument.branches.begin(), argument.branches.end(),
+                       [](const Branch& branch) { return branch.message.hasNumber; });
+}
+
 std::set<int> inAllBranches(const Argument& argument)
 {
     std::set<int> shown;
@@ -43,11 +51,24 @@ std::set<int> placeholdersOf(const Message& message)
     return numbers;
 }
 
+std::set<int> shownPlaceholders(const Message& message)
+{
+    std::set<int> numbers;
+    forEachArgument(message, [&numbers](const Argument& argument) {
+        if (isShown(argument)) {
+            numbers.insert(argument.number);
+        }
+    });
+    return numbers;
+}
+
 std::set<int> alwaysShown(const Message& message)
 {
     std::set<int> shown;
     for (const Argument& argument : message.arguments) {
-        shown.insert(argument.number);
+        if (isShown(argument)) {
+            shown.insert(argument.number);
+        }
         shown.merge(inAllBranches(argument));
     }
     return shown;
@@ -72,6 +93,15 @@ std::map<int, std::string> partlyShown(const Argument& argument)
         }
     }
     return partly;
+}
+
+bool replacesNumber(const Argument& plural, int number)
+{
+    return std::none_of(plural.branches.begin(), plural.branches.end(), [&](const Branch& branch) {
+        const std::set<int> shown = placeholdersOf(branch.message);
+        return !branch.exact && shown.count(number) > 0 &&
+               (branch.message.hasNumber || shown.count(plural.number) > 0);
+    });
 }
 
 std::map<int, std::set<Need>> needsOf(const Message& message)

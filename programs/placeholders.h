@@ -13,6 +13,9 @@ namespace catalogcheck
 
 std::set<int> placeholdersOf(const Message& message);
 
+// Those that are shown: not an argument that only selects a branch.
+std::set<int> shownPlaceholders(const Message& message);
+
 // The placeholders that are shown whichever branches are chosen. Exact branches do not count: "=0"
 // often says "none".
 std::set<int> alwaysShown(const Message& message);
@@ -20,6 +23,10 @@ std::set<int> alwaysShown(const Message& message);
 // The placeholders that some branches show and others do not, each with a branch that does not.
 // Without the argument itself, and exact branches do not count.
 std::map<int, std::string> partlyShown(const Argument& argument);
+
+// Whether the branches of a plural that show the placeholder do not show the number of the plural:
+// "file {1} deleted" beside "# files deleted".
+bool replacesNumber(const Argument& plural, int number);
 
 // What each placeholder needs, other than a text.
 std::map<int, std::set<Need>> needsOf(const Message& message);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
@@ -39,13 +40,14 @@ std::vector<double> samples(icu::PluralRules& rules, const icu::UnicodeString& c
                : std::vector<double>();
 }
 
-// Whether a category is only for whole millions, as "many" of French. Texts may use "other" there,
-// and ICU has not always had these categories.
-bool onlyMillions(const std::vector<double>& numbers)
+// Whether a count is likely to be of the category. "many" is for fractions in Czech, and for whole
+// millions in French: texts may use "other" there, and ICU has not always had the latter.
+bool isCounted(const std::vector<double>& numbers)
 {
     constexpr double million = 1e6;
-    return std::all_of(numbers.begin(), numbers.end(),
-                       [](double number) { return number >= million; });
+    return std::any_of(numbers.begin(), numbers.end(), [](double number) {
+        return number < million && number == std::floor(number);
+    });
 }
 
 } // namespace
@@ -63,7 +65,7 @@ PluralForms::PluralForms(const std::string& locale, UPluralType type) : m_Locale
         const std::string category = utf8(*keyword);
         m_Categories.insert(category);
         std::vector<double> numbers = samples(*rules, *keyword);
-        if (!onlyMillions(numbers)) {
+        if (isCounted(numbers)) {
             m_Needed.emplace(category, std::move(numbers));
         }
     }

@@ -94,6 +94,21 @@ icu::UnicodeString pseudoText(const icu::UnicodeString& text)
     return result + u']';
 }
 
+namespace
+{
+
+constexpr char kGenerated[] = "// Generated from root.txt, for tests of layouts.";
+
+// Translations are not overwritten.
+bool isTranslation(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::string line;
+    return std::filesystem::exists(file) && !(std::getline(stream, line) && line == kGenerated);
+}
+
+} // namespace
+
 void writePseudoLocale(const std::filesystem::path& file, const Language& root)
 {
     const std::string name = file.stem().string();
@@ -102,8 +117,13 @@ void writePseudoLocale(const std::filesystem::path& file, const Language& root)
         throw std::runtime_error("cannot write '" + file.string() +
                                  "': " + (fault.empty() ? "it does not end in .txt" : fault));
     }
+    if (name == kRoot || isTranslation(file)) {
+        throw std::runtime_error("cannot write '" + file.string() + "': it is not " +
+                                 (name == kRoot ? "for generated texts" : "a generated file") +
+                                 "; give another name");
+    }
     std::ofstream stream(file, std::ios::binary);
-    stream << "// Generated from root.txt, for tests of layouts.\n" << name << " {\n";
+    stream << kGenerated << '\n' << name << " {\n";
     for (const auto& [id, text] : root.texts) {
         stream << "    " << quoted(icu::UnicodeString::fromUTF8(id)) << " { "
                << quoted(pseudoText(text)) << " }\n";

@@ -10,8 +10,8 @@
 namespace catalogcheck
 {
 
-// Writes the source of the language that the file is named after. Throws if that fails, or if no
-// language has the name.
+// Writes the source of the language that the file is named after. Throws if that fails, if no
+// language has the name, or if the file has texts that were not generated.
 void writePseudoLocale(const std::filesystem::path& file, const Language& root);
 
 // The text with its placeholders as they are. An invalid pattern comes back unchanged.

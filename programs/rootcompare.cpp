@@ -1,6 +1,6 @@
 #include "rootcompare.h"
 
-#include "catalog.h"
+#include "parents.h"
 #include "placeholders.h"
 
 #include <algorithm>
@@ -38,8 +38,10 @@ public:
         compareBranches(own.message, root.message);
         for (const std::string& quoted : own.quoted) {
             if (root.quoted.empty() && !quotesPlaceholder(quoted)) {
-                add("quotes the brace in " + quoted +
-                    ", and root has no such brace: remove the brace, or its apostrophes");
+                const bool number = quoted == kQuotedNumber;
+                add(std::string("quotes the ") + (number ? "number sign" : "brace") + " in " +
+                    quoted + ", and root has no such " + (number ? "sign" : "brace") +
+                    ": remove the " + (number ? "apostrophes" : "brace, or its apostrophes"));
             }
         }
     }
@@ -47,24 +49,28 @@ public:
 private:
     void add(const std::string& what) { m_Findings.add(m_File, m_Id, what); }
 
+    // What only selects a branch in root, a language may leave out.
     void comparePlaceholders(const Message& own, const Message& root)
     {
         const std::set<int> wanted = placeholdersOf(root);
+        const std::set<int> needed = shownPlaceholders(root);
         const std::set<int> found = placeholdersOf(own);
-        if (wanted != found) {
+        if (!std::includes(wanted.begin(), wanted.end(), found.begin(), found.end()) ||
+            !std::includes(found.begin(), found.end(), needed.begin(), needed.end())) {
             add("has other placeholders than root:" + listedPlaceholders(found) + " instead of" +
                 listedPlaceholders(wanted) + ": use those of root");
         }
     }
 
-    // A value that is not of the type makes the whole message empty.
+    // A value that is not of the type makes the whole message empty. A text may be a word.
     void compareNeeds(const Message& own, const Message& root)
     {
         const std::set<int> known = placeholdersOf(root);
         std::map<int, std::set<Need>> allowed = needsOf(root);
         for (const auto& [number, needs] : needsOf(own)) {
             const std::set<Need>& ofRoot = allowed[number];
-            if (known.count(number) > 0 && needs != ofRoot && needs.size() == 1) {
+            const bool word = ofRoot.empty() && needs == std::set<Need>{Need::word};
+            if (known.count(number) > 0 && needs != ofRoot && needs.size() == 1 && !word) {
                 add("uses " + placeholder(number) + " as " + described(needs) + ", and root as " +
                     described(ofRoot) + ": use the type of root, or change root");
             }
@@ -86,12 +92,11 @@ private:
         }
     }
 
-    // Branches of plurals are compared with each other, without the root.
     void compareBranches(const Message& own, const Message& root)
     {
         const std::set<int> always = alwaysShown(root);
         forEachArgument(own, [this, &always](const Argument& argument) {
-            if (argument.type != UMSGPAT_ARG_TYPE_SELECT) {
+            if (argument.type == UMSGPAT_ARG_TYPE_CHOICE) {
                 return;
             }
             for (const auto& [number, keyword] : partlyShown(argument)) {
@@ -108,33 +113,51 @@ private:
     Findings& m_Findings;
 };
 
-// Whether a parent language (de for de_CH) has the text.
-bool inherited(const CatalogPatterns& catalog, const std::string& name, const std::string& id)
+// Whether one of the languages (de_CH and its parent de) has the text.
+bool anyHas(const std::vector<std::string>& languages, const CatalogPatterns& patterns,
+            const std::string& id)
 {
-    for (std::size_t end = name.rfind('_'); end != std::string::npos && end > 0;
-         end = name.rfind('_', end - 1)) {
-        const auto parent = catalog.find(name.substr(0, end));
-        if (parent != catalog.end() && parent->second.count(id) > 0) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(languages.begin(), languages.end(), [&](const std::string& name) {
+        const auto language = patterns.find(name);
+        return language != patterns.end() && language->second.count(id) > 0;
+    });
 }
 
 } // namespace
 
-void compareWithRoot(const CatalogPatterns& catalog, const std::string& name,
-                     const std::string& file, Findings& findings)
+void checkRoot(const Catalog& catalog, const CatalogPatterns& patterns, Findings& findings)
 {
-    const Patterns& root = catalog.at(kRoot);
-    const Patterns& language = catalog.at(name);
+    const std::string& file = catalog.at(kRoot).file;
+    for (const auto& entry : patterns.at(kRoot)) {
+        forEachArgument(entry.second.message, [&](const Argument& argument) {
+            if (!isPlural(argument)) {
+                return;
+            }
+            for (const auto& [number, keyword] : partlyShown(argument)) {
+                if (!replacesNumber(argument, number)) {
+                    findings.add(file, entry.first,
+                                 "shows " + placeholder(number) + " in some branches of {" +
+                                     argument.name + "} only: add it to '" + keyword + "'");
+                }
+            }
+        });
+    }
+}
+
+void compareWithRoot(const Catalog& catalog, const CatalogPatterns& patterns,
+                     const std::string& name, Findings& findings)
+{
+    const Patterns& root = patterns.at(kRoot);
+    const Patterns& language = patterns.at(name);
+    const std::string& file = catalog.at(name).file;
+    const std::vector<std::string> languages = withParents(catalog, name);
     for (const auto& [id, pattern] : root) {
         const auto own = language.find(id);
         if (own != language.end()) {
             if (own->second.fault.empty() && pattern.fault.empty()) {
                 TextComparison(file, id, findings).compare(own->second, pattern);
             }
-        } else if (!inherited(catalog, name, id)) {
+        } else if (!anyHas(languages, patterns, id)) {
             findings.add(file, id, "is missing: translate the text of root");
         }
     }

@@ -6,6 +6,7 @@
 #include <unicode/uchar.h>
 
 #include <set>
+#include <utility>
 
 namespace catalogcheck
 {
@@ -18,6 +19,9 @@ constexpr std::size_t kLongestId = 974;
 
 std::string idFault(const std::string& id)
 {
+    if (id.empty()) {
+        return "has an entry with an empty id, which no message has: name it, or remove it";
+    }
     if (id.find_first_of(" \t\r\n\v\f") != std::string::npos) {
         return "has white space in its id, which ends an id in a serialised message: rename it";
     }
@@ -52,17 +56,14 @@ std::set<std::string> repeated(const std::vector<Branch>& branches)
     return repeated;
 }
 
-bool isPlural(const Argument& argument)
-{
-    return argument.type == UMSGPAT_ARG_TYPE_PLURAL ||
-           argument.type == UMSGPAT_ARG_TYPE_SELECTORDINAL;
-}
-
 } // namespace
 
 bool quotesPlaceholder(const std::string& quoted)
 {
     if (quoted.size() < 2 || quoted.back() != '\'') {
+        return true;
+    }
+    if (quoted[1] == '#' && quoted != kQuotedNumber) {
         return true;
     }
     for (std::size_t at = quoted.find('{'); at != std::string::npos;
@@ -93,7 +94,10 @@ Patterns TextCheck::check(const Language& language)
         if (!fault.empty()) {
             add(fault);
         }
-        patterns.emplace(id, checkText(text));
+        Pattern pattern = checkText(text);
+        if (!id.empty()) {
+            patterns.emplace(id, std::move(pattern));
+        }
     }
     return patterns;
 }
@@ -172,10 +176,6 @@ void TextCheck::checkArgument(const Argument& argument)
 
 void TextCheck::checkPlural(const Argument& argument)
 {
-    for (const auto& [number, keyword] : partlyShown(argument)) {
-        add("shows " + placeholder(number) + " in some branches of {" + argument.name +
-            "} only: add it to '" + keyword + "'");
-    }
     if (m_Locale.empty()) {
         return;
     }

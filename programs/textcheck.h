@@ -15,7 +15,11 @@ namespace catalogcheck
 
 using Patterns = std::map<std::string, Pattern>; // by id
 
-// Whether a quoted text contains a placeholder, or reaches to the end of the text.
+// The quoted text that shows a number sign in a plural.
+constexpr char kQuotedNumber[] = "'#'";
+
+// Whether a quoted text contains a placeholder or begins with the number of a plural and more, or
+// reaches to the end of the text.
 bool quotesPlaceholder(const std::string& quoted);
 
 class TextCheck

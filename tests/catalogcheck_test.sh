@@ -36,13 +36,31 @@ expect 1 'lacks plural branches of {1} that pl needs: add few, many' --root-lang
 
 echo 'nb { OLD { "x" } USED { "x {0} {1}" } }' >nb.txt
 expect 1 'nb.txt: ICU does not return from opening it' -good/root.txt nb.txt
-sed -i 's/OLD/"%%Parent" { "no" } &/' nb.txt
-expect 0 '' -good/root.txt nb.txt
+# The texts of a region may be in its parents: in nb, and in no, which nb names.
+echo 'no { OLD { "x" } USED { "x {0} {1}" } }' >no.txt
+echo 'nb_NO { OLD { "y" } }' >nb_NO.txt
+expect 1 'nb_NO.txt: ICU does not return from opening it' -good/root.txt no.txt nb_NO.txt
+echo 'nb { "%%Parent" { "no" } OLD { "x" } }' >nb.txt
+expect 0 '' -good/root.txt no.txt nb.txt nb_NO.txt
+
+# What a language may have otherwise than root.
+echo 'root { FULL { "{0, plural, one{Disk} other{Disks}} full" } OWNER { "{0}" }
+    GONE { "{0, plural, one{file {1} deleted} other{# files deleted}}" } }' >root.txt
+echo 'cs { FULL { "plno" } OWNER { "{0, select, host{x} other{y}}" }
+    GONE { "{0, plural, one{soubor {1}} few{# soubory} other{# souborů}}" } }' >cs.txt
+expect 0 '' root.txt cs.txt
+echo 'root { X { "x' >root.txt
+expect 1 'root.txt: does not compile' root.txt cs.txt
+grep 'root: is missing' out && failed=1
+TMPDIR=/none expect 2 "cannot create temporary directory '/none/" -good
 
 expect 0 '' --pseudo en_XA.txt -good
 grep -qF '{0}: {1, plural, one{# \"ƒîļé\"} other{\\# ƒîļéš}} ~~~~~]" }' en_XA.txt ||
     { cat en_XA.txt; failed=1; }
 expect 0 '' -good/root.txt en_XA.txt
+expect 0 '' --pseudo en_XA.txt -good
+expect 2 "cannot write 'cs.txt': it is not a generated file" --pseudo cs.txt -good
+expect 2 "cannot write 'new/root.txt': it is not for generated" --pseudo new/root.txt -good
 expect 2 "no language has the code 'pseudo'" --pseudo pseudo.txt -good
 
 mkdir -p source/in
