@@ -10,6 +10,7 @@
 
 #include <unicode/messagepattern.h>
 #include <unicode/msgfmt.h>
+#include <unicode/resbund.h>
 
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
@@ -57,17 +58,24 @@ static void checkNesting(const tstr& text)
     require(!nestsDeeper(text, deepest + inStyles), "finds no more levels than there are");
 }
 
+// The root instead of ICU's default locale.
 static icu::Locale localeOf(const std::string& language)
 {
     const icu::Locale locale(language.c_str());
-    const bool isPath = language.find_first_of("/\\") != std::string::npos;
-    return isPath || locale.isBogus() ? icu::Locale::getRoot() : locale;
+    if (language.find_first_of("/\\") != std::string::npos || locale.isBogus())
+        return icu::Locale::getRoot();
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::ResourceBundle conventions(nullptr, locale, status);
+    return status == U_USING_DEFAULT_WARNING ? icu::Locale::getRoot() : locale;
 }
 
 static void checkLanguage(const std::string& language)
 {
     const std::string known = knownLanguage(language);
     require(knownLanguage(known) == known, "a known language is known");
+    int steps = 0;
+    for (std::string name = known; !name.empty(); name = parentLanguage(name))
+        require(knownLanguage(name) == name && ++steps < 8, "so are its parents, which are few");
     require(known.size() <= 16 && known.find_first_of("./\\") == std::string::npos,
             "it is short, and no path");
 }

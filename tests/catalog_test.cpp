@@ -34,14 +34,22 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
         scratch.write("listed.txt", "root { who { \"root {0}\" } count { \"" + count + "\" } }");
         scratch.write("es_419.txt", "es_419 { who { \"es_419\" } }");
         scratch.write("de_AT.txt", "de_AT { who { \"de_AT\" } }");
+        scratch.write("es_CO.txt", "es_CO { wide { \"es_CO\" } }");
+        scratch.write("sr.txt", "sr { who { \"sr\" } }");
+        scratch.write("zh.txt", "zh { who { \"zh\" } }");
+        scratch.write("zh_Hant.txt", "zh_Hant { who { \"zh_Hant\" } }");
+        scratch.write("zh_TW.txt", "zh_TW { wide { \"zh_TW\" } }");
+        scratch.write("fr.txt", "fr { who { \"fr\" } }");
         scratch.write("ru.txt", "ru { count { \"" + count + "\" } }");
-        const std::string command = "cd " + scratch.path() +
-                                    " && mkdir -p Messages/libapp Messages/librooted"
-                                    " Messages/liblisted"
-                                    " && genrb -q -d Messages/liblisted de.txt de_AT.txt es_419.txt"
-                                    " ru.txt listed.txt"
-                                    " && genrb -q -d Messages/libapp de.txt ja_JP.txt"
-                                    " && genrb -q -d Messages/librooted de.txt root.txt";
+        const std::string command =
+            "cd " + scratch.path() +
+            " && mkdir -p Messages/libapp Messages/librooted"
+            " Messages/liblisted"
+            " && genrb -q -d Messages/liblisted de.txt de_AT.txt es_419.txt"
+            " ru.txt listed.txt es_CO.txt sr.txt zh.txt zh_Hant.txt zh_TW.txt"
+            " && genrb -q fr.txt"
+            " && genrb -q -d Messages/libapp de.txt ja_JP.txt"
+            " && genrb -q -d Messages/librooted de.txt root.txt";
         EXPECT_EQ(std::system(command.c_str()), 0);
     }
     CatalogPtr createCatalog(const char* language) override
@@ -123,20 +131,25 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         const char* byDefault = "en";
         const wchar_t* defaultText = nullptr;
     };
-    const Case cases[] = {{{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
-                          {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]"},
-                          {{"de_AT"}, "count", "listed: " + count + " [root]", "de,en,root,"},
-                          {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
-                          {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,"},
-                          {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,"},
-                          {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
-                          {{}, "who", "listed: de {0} [de]", "", "de"},
-                          {{}, "who", "listed: root {0} [root]", "", ""},
-                          {{"fr"}, "none", "<none> []"},
-                          {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
-                          {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx", std::string(65, 'd')},
-                           "who",
-                           "listed: root {0} [root]"}};
+    const Case cases[] = {
+        {{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
+        {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]", "de,"},
+        {{"de_AT"}, "count", "listed: " + count + " [root]", "en,root,"},
+        {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
+        {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,es_419,"},
+        {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,en_001,"},
+        {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
+        {{"en", "de"}, "who", "listed: root {0} [root]", "", "EN-us.UTF-8"},
+        {{"es_CO"}, "who", "listed: es_419 [es_419]", "es_CO,"},
+        {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
+        {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
+        {{}, "who", "listed: de {0} [de]", "", "de"},
+        {{}, "who", "listed: root {0} [root]", "", ""},
+        {{"fr"}, "none", "<none> []"},
+        {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
+        {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx", std::string(65, 'd')},
+         "who",
+         "listed: root {0} [root]"}};
     name = L"listed";
     defaultLanguage = "en";
     EXPECT_EQ(manager.get()->findMessage("who", L"", {"de"}).text, tstr(L""));
@@ -155,11 +168,15 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         manager.get()->findMessage("who", nullptr, {"fr_" + std::to_string(region)});
     asked.clear();
     manager.get()->findMessage("who", nullptr, {"es_MX"});
-    EXPECT_EQ(asked, "es_MX,");
+    EXPECT_EQ(asked, "es_MX,es_419,");
     // Other calls try again, as if no list had failed.
     for (int i = 0; i < 2; ++i)
         manager.get()->getMessage("who", nullptr, "es_MX");
-    EXPECT_EQ(asked, "es_MX,es_MX,es_MX,");
+    EXPECT_EQ(asked, "es_MX,es_419,es_MX,es_MX,");
+    // ICU would remember that there was no bundle: it has not been asked.
+    std::filesystem::rename(scratch.path("fr.res"), scratch.path("Messages/liblisted/fr.res"));
+    manager.get()->registerFactory(this);
+    EXPECT_EQ(manager.get()->findMessage("who", nullptr, {"fr"}).language, "fr");
 }
 
 TEST_F(Catalogs, AListOfLanguagesFormatsForTheOneThatAnswers)

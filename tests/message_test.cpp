@@ -130,7 +130,8 @@ TEST(Message, FormatsWithinLimits)
     }
 }
 
-// A class that overrides formatMessage is formatted by its own.
+// A class that overrides formatMessage is formatted by its own. ICU would take its default locale
+// for a language without data.
 TEST(Message, FormatsInALanguage)
 {
     struct Louder : CCmnIcuMessage {
@@ -141,10 +142,12 @@ TEST(Message, FormatsInALanguage)
         }
     };
     UErrorCode status = U_ZERO_ERROR;
-    icu::Locale::setDefault(icu::Locale::getUS(), status);
+    icu::Locale::setDefault(icu::Locale::getGermany(), status);
     const Formattable number(1234.5);
     Louder message("id", &number, 1, {}, "", 0);
     const std::pair<std::string, const wchar_t*> cases[] = {
+        {"la_VA", L"1,234.5 other!"},      {"de_Cyrl", L"1,234.5 other!"},
+        {"x y", L"1,234.5 other!"},        {"iw", L"1,234.5 other!"},
         {"de", L"1.234,5 other!"},         {"de-AT", L"1\u00A0234,5 other!"},
         {"cs@x=y", L"1\u00A0234,5 many!"}, {"root", L"1,234.5 other!"},
         {"../cs", L"1,234.5 other!"},      {std::string(300, 'x'), L"1,234.5 other!"}};
@@ -153,7 +156,7 @@ TEST(Message, FormatsInALanguage)
             message.formatInLanguage(L"{0} {0, plural, many{many} other{other}}", language).c_str(),
             text)
             << language;
-    EXPECT_STREQ(message.formatMessage(L"{0}").c_str(), L"1,234.5!");
+    EXPECT_STREQ(message.formatMessage(L"{0}").c_str(), L"1.234,5!");
 }
 
 } // namespace

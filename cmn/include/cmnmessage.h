@@ -74,10 +74,12 @@ public:
     virtual tstr formatMessage(tstr pattern) = 0;
 
     /// As formatMessage, with the numbers, dates and plural forms of a language instead of those of
-    /// ICU's default locale. The language is an ICU locale name such as "de" or "pt_BR"; the name
-    /// of no locale, and "root", give ICU's root conventions, in which every plural form is
-    /// `other`. Calls formatMessage of the object's class: one that does not use that of
-    /// CCmnIcuMessage decides itself, and ignores the language.
+    /// ICU's default locale. The language is an ICU locale name such as "de" or "pt_BR"; a language
+    /// without data in ICU, the name of no locale, and "root", give ICU's root conventions, in
+    /// which every plural form is `other`. Only `spellout`, `ordinal` and `duration` use the
+    /// default locale's rules for a language that has data but no such rules, such as "zu". Calls
+    /// formatMessage of the object's class: one that does not use that of CCmnIcuMessage decides
+    /// itself, and ignores the language.
     tstr formatInLanguage(tstr pattern, const std::string& language);
 
 protected:

@@ -158,19 +158,25 @@ public:
 
     /// @name Lists of languages
     /// The languages are tried in their order, then the default language. Each is followed by its
-    /// parents: "de_AT" by "de", "es_MX" by "es_419" as ICU does. The root is tried with the
-    /// default language, because it has the texts of that language. A key that is missing in one
-    /// catalog is looked up in the next one.
+    /// parents in ICU's data: "de_AT" by "de", "es_MX" by "es_419" and "es". A parent in another
+    /// script is none: "zh_TW" is followed by "zh_Hant_TW" and "zh_Hant", but not by "zh". A key
+    /// that is missing in one catalog is looked up in the next one.
+    ///
+    /// The root has the texts of the default language. It is tried after the parents of a language
+    /// if that or one of them has the language and script of the default language, whatever their
+    /// regions are: after "en_GB" if the default language is "en_US".
     ///
     /// Languages are ICU locale names, also in the form "de-AT". Of a name only language, script
-    /// and region count. A name with a part that ICU does not know is left out, so that names may
-    /// come from untrusted input: limit their number. The manager remembers for 256 names which
-    /// catalog they have, or that they have none, and then begins again; registerFactory makes it
-    /// forget them. ICU keeps 400 to 500 bytes for each name that has been tried, until the process
-    /// ends.
+    /// and region count; blanks around it, and a weight such as ";q=0.8" after it, are ignored. A
+    /// name with a part that ICU does not know is left out, so that names may come from untrusted
+    /// input: limit their number. The manager remembers for 256 names which catalog they have, or
+    /// that they have none, and then begins again; registerFactory makes it forget them.
     ///
-    /// A catalog of ICU says which bundle has a text. Another class is believed: it has a language
-    /// if init returns 0, and a key unless getMessage returns the default text.
+    /// A catalog of ICU has a language if there is a file for it, such as de_AT.res, that ICU can
+    /// open, and a key if that file has it: the class's getMessage is not called for others, also
+    /// if it is overridden. Names without a file are not passed on to ICU, which would remember
+    /// them until the process ends. Another class is believed: it has a language if init returns 0,
+    /// and a key unless getMessage returns the default text.
     /// @{
 
     /// As getMessage with a list of languages: the pattern for a key, after the name of the

@@ -1,6 +1,7 @@
 // CCmnMessageCatalog and CCmnIcuMessageCatalog: patterns from ICU resource bundles.
 #include "cmnicucatalog.h"
 
+#include "cmnbundlefile.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
 #include "cmntstr.h"
@@ -12,9 +13,11 @@
 
 #include <cstring>
 #include <cwchar>
+#include <filesystem>
 #include <iterator>
 #include <new>
 #include <string_view>
+#include <system_error>
 
 namespace tarnix_cmn_4_4
 {
@@ -50,6 +53,19 @@ icu::UnicodeString bundlePath(const tstr& path)
     return text;
 }
 
+thread_local int t_filesOnly = 0; // objects of BundleFilesOnly
+
+// ICU reads the path in UTF-8 too.
+bool hasFile(const icu::UnicodeString& bundle, const icu::Locale& locale)
+{
+    const std::string name = locale.getBaseName();
+    std::string path;
+    bundle.toUTF8String(path);
+    path.append("/").append(name.empty() ? "root" : name).append(".res");
+    std::error_code error;
+    return std::filesystem::exists(std::filesystem::u8path(path), error);
+}
+
 // A text of usual length is joined on the stack, so that it takes one allocation.
 tstr withName(const tstr& name, const icu::UnicodeString& text)
 {
@@ -79,6 +95,16 @@ std::string languageOf(const icu::ResourceBundle& bundle)
 }
 
 } // namespace
+
+bool BundleFilesOnly::isInForce()
+{
+    return t_filesOnly != 0;
+}
+
+void BundleFilesOnly::changeCount(int change)
+{
+    t_filesOnly += change;
+}
 
 CCmnMessageCatalog::CCmnMessageCatalog(const tstr& name, const char* language)
     : m_Language(language)
@@ -115,8 +141,12 @@ int CCmnIcuMessageCatalog::init()
     if (leadsOutOfBundle(locale) || leadsOutOfBundle(icu::Locale::getDefault())) {
         return kNotOpened;
     }
+    const icu::UnicodeString path = bundlePath(m_Path);
+    if (BundleFilesOnly::isInForce() && !hasFile(path, locale)) {
+        return kNotOpened;
+    }
     UErrorCode status = U_ZERO_ERROR;
-    m_Bundle = std::make_unique<icu::ResourceBundle>(bundlePath(m_Path), locale, status);
+    m_Bundle = std::make_unique<icu::ResourceBundle>(path, locale, status);
     if (!m_Bundle) { // ICU's operator new returns null
         throw std::bad_alloc();
     }

@@ -1,6 +1,7 @@
 // CCmnMessage and CCmnIcuMessage: formatting, and the writer and reader of the serialised text.
 #include "TX_sscanf.h"
 #include "TX_strings.h"
+#include "cmnlanguages.h"
 #include "cmnmessage.h"
 #include "cmnpattern.h"
 #include "cmnstringtool.h"
@@ -385,12 +386,13 @@ private:
     const icu::Locale* const m_Outer = t_locale;
 };
 
-// ICU looks for the data of a locale in files whose names contain its name.
+// ICU looks for the data of a locale in files whose names contain its name. For a language without
+// data it would take the conventions of its default locale.
 icu::Locale conventionsOf(const std::string& language)
 {
     const bool isPath = language.find_first_of("/\\") != std::string::npos;
-    const icu::Locale locale(isPath ? "root" : language.c_str());
-    return locale.isBogus() ? icu::Locale::getRoot() : locale;
+    const icu::Locale locale(language.c_str());
+    return isPath || !hasConventions(language) ? icu::Locale::getRoot() : locale;
 }
 
 void format(const icu::UnicodeString& pattern, const ArgumentList& arguments,

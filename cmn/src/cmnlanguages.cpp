@@ -1,12 +1,17 @@
-// Which names of languages ICU knows.
+// Which languages ICU knows, and which are the parents of others.
 #include "cmnlanguages.h"
 
 #include <unicode/locid.h>
+#include <unicode/resbund.h>
 #include <unicode/uchar.h>
+#include <unicode/uenum.h>
 #include <unicode/uloc.h>
+#include <unicode/ures.h>
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <set>
 
 namespace tarnix_cmn_4_4
 {
@@ -35,6 +40,73 @@ bool isKnown(const icu::Locale& locale)
            isKnownScript(locale.getScript()) && isKnownRegion(locale);
 }
 
+using Names = std::map<std::string, std::string>;
+
+// Of the languages whose parent is not the name without its last part. ICU has no function for it.
+// Empty texts for those that have no parent but the root.
+Names readParents()
+{
+    Names parents;
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::LocalUResourceBundlePointer data(
+        ures_openDirect(nullptr, "supplementalData", &status));
+    icu::ResourceBundle lists =
+        icu::ResourceBundle(data.getAlias(), status).get("parentLocales", status);
+    while (U_SUCCESS(status) && lists.hasNext()) {
+        const icu::ResourceBundle children = lists.getNext(status);
+        const std::string parent =
+            std::strcmp(children.getKey(), "root") == 0 ? "" : children.getKey();
+        for (std::int32_t i = 0; i < children.getSize(); ++i) {
+            std::string child;
+            children.getStringEx(i, status).toUTF8String(child);
+            parents.emplace(child, parent);
+        }
+    }
+    return parents;
+}
+
+// Of all locales that have data, those with an older name for it, as zh_TW, included.
+std::set<std::string> readLocales()
+{
+    std::set<std::string> locales;
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::LocalUEnumerationPointer names(
+        uloc_openAvailableByType(ULOC_AVAILABLE_WITH_LEGACY_ALIASES, &status));
+    const char* name = uenum_next(names.getAlias(), nullptr, &status);
+    while (name != nullptr) {
+        locales.insert(name);
+        name = uenum_next(names.getAlias(), nullptr, &status);
+    }
+    return locales;
+}
+
+// de_AT: without variant and keywords.
+std::string mainPartsOf(const icu::Locale& locale)
+{
+    std::string name = locale.getLanguage();
+    for (const char* const part : {locale.getScript(), locale.getCountry()}) {
+        if (*part != '\0') {
+            name.append(1, '_').append(part);
+        }
+    }
+    return name;
+}
+
+std::string findLanguageAndScript(const std::string& name)
+{
+    icu::Locale locale(name.c_str());
+    if (*locale.getLanguage() == '\0') {
+        return name;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    locale.addLikelySubtags(status); // unchanged if it is not known
+    std::string found = locale.getLanguage();
+    if (*locale.getScript() != '\0') {
+        found.append(1, '_').append(locale.getScript());
+    }
+    return found;
+}
+
 } // namespace
 
 std::string knownLanguage(const std::string& name)
@@ -47,22 +119,53 @@ std::string knownLanguage(const std::string& name)
         return {};
     }
     const icu::Locale locale(name.c_str());
-    if (!isKnown(locale)) {
-        return {};
-    }
-    std::string known = locale.getLanguage();
-    for (const char* const part : {locale.getScript(), locale.getCountry()}) {
-        if (*part != '\0') {
-            known.append(1, '_').append(part);
-        }
-    }
-    return known;
+    return isKnown(locale) ? mainPartsOf(locale) : std::string();
 }
 
 std::string parentLanguage(const std::string& name)
 {
+    static const Names parents = readParents();
+    const auto listed = parents.find(name);
+    if (listed != parents.end()) {
+        return listed->second;
+    }
     const std::size_t end = name.rfind('_');
-    return end == std::string::npos ? std::string() : name.substr(0, end);
+    if (end == std::string::npos) {
+        return {};
+    }
+    std::string shorter = name.substr(0, end);
+    const std::string own = languageAndScript(name);
+    const std::string usual = languageAndScript(shorter);
+    if (own == usual || usual.find('_') == std::string::npos) { // the latter: ICU knows no script
+        return shorter;
+    }
+    const bool hasScript = *icu::Locale(name.c_str()).getScript() != '\0';
+    return hasScript ? std::string() : own + name.substr(end);
+}
+
+// ICU takes some microseconds for it, so that those asked for last are remembered.
+std::string languageAndScript(const std::string& name)
+{
+    constexpr std::size_t mostNames = 256;
+    thread_local Names remembered;
+    const auto entry = remembered.find(name);
+    if (entry != remembered.end()) {
+        return entry->second;
+    }
+    if (remembered.size() == mostNames) {
+        remembered.clear();
+    }
+    return remembered.emplace(name, findLanguageAndScript(name)).first->second;
+}
+
+bool hasConventions(const std::string& name)
+{
+    static const std::set<std::string> locales = readLocales();
+    std::string parent = mainPartsOf(icu::Locale(name.c_str()));
+    while (!parent.empty() && locales.count(parent) == 0) {
+        parent = parentLanguage(parent);
+    }
+    return !parent.empty();
 }
 
 } // namespace tarnix_cmn_4_4

@@ -1,6 +1,7 @@
 // Finding a key in the catalogs of a list of languages.
 #include "cmnlistedcatalogs.h"
 
+#include "cmnbundlefile.h"
 #include "cmnlanguages.h"
 #include "cmntstr.h"
 
@@ -32,46 +33,51 @@ std::string withUnderscores(std::string language)
     return language;
 }
 
-// Whether the catalog has texts of the language itself. Those of ICU also open if there are only
-// texts of ICU's default locale, or of the root; init returns 3 for those of a parent.
+// The name without the blanks and the ";q=0.8" of a header of HTTP.
+std::string withoutWeight(const std::string& name)
+{
+    constexpr char blanks[] = " \t";
+    const std::size_t start = std::min(name.find_first_not_of(blanks), name.size());
+    return name.substr(start, name.find_first_of(" \t;", start) - start);
+}
+
+// Whether the catalog has texts of the language itself. Those of ICU may also open for the texts of
+// a parent, of ICU's default locale, or of the root.
 bool speaks(CCmnMessageCatalog& catalog, const std::string& language)
 {
-    constexpr int onlyParent = 3;
+    const BundleFilesOnly filesOnly;
     const int code = catalog.init();
     const auto* const icuCatalog = dynamic_cast<const CCmnIcuMessageCatalog*>(&catalog);
     const std::string bundle = icuCatalog != nullptr ? icuCatalog->getBundleLanguage() : "";
-    if (bundle.empty()) {
-        return code == 0;
-    }
-    return code == 0 ? bundle == language : code == onlyParent && bundle != kRoot;
+    return code == 0 && (bundle.empty() || bundle == language);
 }
 
-// Sets text and language if the catalog has a text for the key that is not the root's.
+// Sets text and language if the catalog has a text of the language itself. ICU's parents of a
+// bundle are not those of parentLanguage, which have catalogs of their own: for zh_TW it looks in
+// zh, which is in another script.
 bool findText(const CCmnMessageCatalog& catalog, const std::string& key,
               const std::string& language, SCmnLocalizedText& found)
 {
     constexpr wchar_t missing[] = L"\uFFFF"; // no text has it: it is not a character
     const auto* const icuCatalog = dynamic_cast<const CCmnIcuMessageCatalog*>(&catalog);
-    std::string source = language;
-    if (icuCatalog != nullptr && !icuCatalog->getBundleLanguage().empty()) {
-        source = icuCatalog->getTextLanguage(key);
-        if (source == kRoot && language != kRoot) {
-            return false;
-        }
+    if (icuCatalog != nullptr && !icuCatalog->getBundleLanguage().empty() &&
+        icuCatalog->getTextLanguage(key) != language) {
+        return false;
     }
     tstr text = catalog.getMessage(key, missing);
-    if (source.empty() || std::wcscmp(text.c_str(), missing) == 0) {
+    if (std::wcscmp(text.c_str(), missing) == 0) {
         return false;
     }
     found.text.swap(text);
-    found.language.swap(source);
+    found.language = language;
     return true;
 }
 
-// Whether the parent is the language or one of its parents.
-bool isInFamily(std::string language, const std::string& parent)
+// Whether a reader of the language reads the other one, perhaps with the words of another region.
+bool isRead(std::string language, const std::string& other)
 {
-    while (!language.empty() && language != parent) {
+    const std::string wanted = languageAndScript(other);
+    while (!language.empty() && languageAndScript(language) != wanted) {
         language = parentLanguage(language);
     }
     return !language.empty();
@@ -93,15 +99,19 @@ bool ListedCatalogs::find(const std::string& key, const std::vector<std::string>
 // Empty for the name of no language. A name that is remembered is known, in nearly all lookups.
 std::string ListedCatalogs::nameOf(const std::string& language) const
 {
-    const std::string name = withUnderscores(language);
-    return m_Catalogs.count(listedName(name)) != 0 ? name : knownLanguage(language);
+    const std::string name = withUnderscores(withoutWeight(language));
+    return m_Catalogs.count(listedName(name)) != 0 ? name : knownLanguage(name);
 }
 
 // That of the factory need not be known.
 std::string ListedCatalogs::defaultName() const
 {
-    const std::string name = withUnderscores(m_Factory.getDefaultLanguage());
-    return name.empty() ? kRoot : name;
+    const std::string language = m_Factory.getDefaultLanguage();
+    std::string name = nameOf(language);
+    if (name.empty()) {
+        name = language.empty() ? kRoot : withUnderscores(language);
+    }
+    return name;
 }
 
 // As findListed, in the language and its parents. The root belongs to the default language.
@@ -113,7 +123,7 @@ bool ListedCatalogs::findInFamily(const std::string& key, const std::string& lan
             return true;
         }
     }
-    return isInFamily(language, defaultName()) && findListed(key, kRoot, found);
+    return isRead(language, defaultName()) && findListed(key, kRoot, found);
 }
 
 // False if the language has no catalog, or its catalog has no text for the key.
