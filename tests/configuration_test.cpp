@@ -257,6 +257,32 @@ TEST(Configuration, RemovesValuesAndSections)
     EXPECT_EQ(scratch.read("f"), "[A]\n");
 }
 
+// Whatever the names that the store had, or that a file had which was not imported.
+TEST(Configuration, ImportsFollowTheSpellingOfTheStore)
+{
+    const std::string good = "[host\\sub]\n\"n\"=dword:00000007\n";
+    const std::pair<const char*, std::string> cases[] = {
+        {"removed", ""},
+        {"refused", "[HOST\\sub]\n" + std::string(9, '\0')},
+        {"ended early", "[bad\n[HOST\\sub]\n"},
+        {"read", "[Host\\sub]\n"}};
+    for (const auto& [name, first] : cases) {
+        SCOPED_TRACE(name);
+        const ScratchDirectory scratch;
+        scratch.write("first", first);
+        scratch.write("good", good);
+        CCmnConfiguration config;
+        ACE_Configuration_Section_Key key;
+        config.openSection(L"HOST\\sub", key, 1);
+        EXPECT_EQ(config.removeSection(L"HOST", true), 0);
+        config.importConfig(scratch.widePath().c_str(), L"first");
+        config.openSection(L"host", key, 1);
+        EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"good"), 0);
+        unsigned int number = 0;
+        EXPECT_TRUE(config.getIntegerValue(L"host\\SUB", L"n", number) == 0 && number == 7);
+    }
+}
+
 TEST(Configuration, ExpensiveFilesAreRefused)
 {
     std::string values = "[s]\n", sections;

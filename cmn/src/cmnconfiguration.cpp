@@ -283,19 +283,7 @@ int CCmnConfiguration::removeSection(const wchar_t* name, bool recursive)
     if (!storeText(name, path) || hasEmptyPart(path)) {
         return kFailed;
     }
-    ACE_Configuration_Section_Key removed;
-    m_State->names.respell(path);
-    if (m_State->names.open(m_Heap.root_section(), path, false, removed) != 0) {
-        return kFailed;
-    }
-    // The store removes only a sub-section of the key, not one further down.
-    const std::size_t end = path.rfind('\\');
-    ACE_Configuration_Section_Key parent = m_Heap.root_section();
-    if (end != std::string::npos) {
-        m_State->names.open(m_Heap.root_section(), path.substr(0, end), false, parent);
-    }
-    const std::size_t at = end == std::string::npos ? 0 : end + 1;
-    return m_Heap.remove_section(parent, path.c_str() + at, recursive);
+    return m_State->names.remove(path, recursive);
 }
 
 ACE_Configuration_Heap& CCmnConfiguration::configHeap()

@@ -44,15 +44,23 @@ public:
     explicit TxSectionNames(ACE_Configuration_Heap& heap) : m_Heap(heap) {}
 
     /// Gives each part of a path from the root the spelling of the store, and remembers parts that
-    /// the store does not have as sections to come. The parts are separated by backslashes, and
-    /// none is empty. The length stays the same.
+    /// the store does not have as sections to come: until forget. The parts are separated by
+    /// backslashes, and none is empty. The length stays the same.
     void respell(std::string& path);
+
+    /// Forgets all spellings: before an import and after it, as it may have added fewer sections
+    /// than its file has. The store is asked again.
+    void forget() noexcept { m_Names.clear(); }
 
     /// Opens the section below `base`, step by step: ACE refuses a path of more than 255 bytes,
     /// although it has such sections. `path` has no empty part. Returns 0; or non-zero with
     /// `result` unchanged, also if the section is more than kMaxLevels deep.
     int open(const ACE_Configuration_Section_Key& base, const std::string& path, bool create,
              ACE_Configuration_Section_Key& result);
+
+    /// Removes the section of that path from the root, whatever its case; with `recursive` false
+    /// only if it has no sub-sections. Returns 0, or non-zero on failure.
+    int remove(const std::string& path, bool recursive);
 
 private:
     struct IgnoreCase {
@@ -66,6 +74,7 @@ private:
               bool create);
     bool openKnown(ACE_Configuration_Section_Key& at, std::string& path, const std::string& child,
                    std::size_t partAt);
+    void erase(const std::string& path);
     void list(const ACE_Configuration_Section_Key& section, const std::string& path);
     void listOnce(const std::string& path);
 
@@ -83,7 +92,7 @@ private:
 class TxSettingsImport
 {
 public:
-    /// Reads and checks the file.
+    /// Reads and checks the file. `names` must outlive this object, which forgets them.
     TxSettingsImport(const char* path, TxSectionNames& names);
     ~TxSettingsImport();
     TxSettingsImport(const TxSettingsImport&) = delete;

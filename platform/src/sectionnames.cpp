@@ -105,6 +105,29 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
     return take(at, opened, result);
 }
 
+int TxSectionNames::remove(const std::string& path, bool recursive)
+{
+    ACE_Configuration_Section_Key key = rootKey();
+    ACE_Configuration_Section_Key parent = key;
+    if (open(key, path, false, key) != 0) {
+        return kFailed;
+    }
+    // The store removes only a sub-section of the key, not one further down.
+    const std::string spelled = KeyReader::pathOf(m_Heap, key);
+    const std::size_t end = spelled.rfind('\\');
+    const std::string parentPath = end == std::string::npos ? "" : spelled.substr(0, end);
+    if (!parentPath.empty() && open(parent, parentPath, false, parent) != 0) {
+        return kFailed;
+    }
+    const std::size_t partAt = end == std::string::npos ? 0 : end + 1;
+    const int code = m_Heap.remove_section(parent, spelled.c_str() + partAt, recursive);
+    erase(spelled);
+    if (code != 0) {
+        m_Names[parentPath] = false; // it is still there, or some of those below it
+    }
+    return code;
+}
+
 // ACE opens another section, mostly the root, if an allocation for the path fails.
 int TxSectionNames::take(const ACE_Configuration_Section_Key& opened, const std::string& path,
                          ACE_Configuration_Section_Key& result)
@@ -153,12 +176,24 @@ bool TxSectionNames::openKnown(ACE_Configuration_Section_Key& at, std::string& p
     }
     ACE_Configuration_Section_Key found;
     if (m_Heap.open_section(at, known->first.c_str() + partAt, false, found) != 0) {
-        m_Names.erase(known); // it has been removed, or was in a file that was not imported
+        erase(child); // it has been removed past this object
         return false;
     }
     at = found;
     path = known->first;
     return true;
+}
+
+// Also all sections below: they would lend their spelling to new ones.
+void TxSectionNames::erase(const std::string& path)
+{
+    m_Names.erase(path);
+    const std::string start = path + '\\';
+    auto at = m_Names.lower_bound(start);
+    while (at != m_Names.end() &&
+           ::strncasecmp(at->first.c_str(), start.c_str(), start.size()) == 0) {
+        at = m_Names.erase(at);
+    }
 }
 
 // Enters the sub-sections of a section.

@@ -62,14 +62,19 @@ void dropByteOrderMark(std::string& text)
 } // namespace
 
 struct TxSettingsImport::State {
-    State(const char* path, TxSectionNames& names) : m_Path(path)
+    State(const char* path, TxSectionNames& names) : m_Path(path), m_Names(names)
     {
+        m_Names.forget();
         // Without O_NONBLOCK the open of a named pipe would wait for a writer.
         const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
-        m_IsAllowed = !file || prepare(file.get(), names);
+        m_IsAllowed = !file || prepare(file.get());
     }
 
-    bool prepare(int file, TxSectionNames& names)
+    ~State() { m_Names.forget(); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    bool prepare(int file)
     {
         struct stat info {
         };
@@ -83,7 +88,7 @@ struct TxSettingsImport::State {
         dropByteOrderMark(text);
         // A write beyond the limit would end the process. A missing quote can be on each line.
         const bool hasMemory = m_Memory && isWithinFileSizeLimit(2 * text.size() + 1);
-        ImportCheck check(text, &names, hasMemory, m_Report);
+        ImportCheck check(text, &m_Names, hasMemory, m_Report);
         if (!check.accepts()) {
             return false;
         }
@@ -116,6 +121,7 @@ struct TxSettingsImport::State {
     }
 
     std::string m_Path; // that ACE imports
+    TxSectionNames& m_Names;
     TxImportReport m_Report;
     MemoryFile m_Memory;
     bool m_IsAllowed = false;
