@@ -10,7 +10,7 @@ namespace
 {
 
 // A hundred thousand values in one section, whose names have up to 30 bytes and end in a digit.
-constexpr std::uint64_t kMaxCost = 130ULL * 1000 * 1000 * 1000;
+constexpr std::uint64_t kMaxCost = 131ULL * 1000 * 1000 * 1000;
 
 std::size_t hashOf(const char* name)
 {
@@ -46,7 +46,7 @@ void ImportCost::findSection(Section& section, Section& parent, const std::strin
                              std::size_t nameAt)
 {
     std::uint32_t& paths = m_Paths[hashOf(path.c_str()) % m_Paths.size()];
-    section.find = paths * (kEntry + path.size());
+    section.find = paths * (kEntry + path.size()) + path.size();
     m_Cost += section.find;
     if (section.number != 0) {
         return;
@@ -54,6 +54,8 @@ void ImportCost::findSection(Section& section, Section& parent, const std::strin
     section.number = static_cast<std::uint32_t>(m_Sections.size());
     m_Cost += section.find; // ACE looks for it once more before it adds it
     ++paths;
+    // Each value that is set finds it. The hash reads the path too.
+    section.find = paths * (kEntry + path.size()) + path.size();
     const std::size_t length = path.size() - nameAt;
     std::uint32_t& siblings = parent.sections[bucketOf(path.c_str() + nameAt, length)];
     m_Cost += siblings++ * (kEntry + length);
