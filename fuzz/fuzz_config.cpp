@@ -48,7 +48,8 @@ static std::string fileOf(FuzzInput& input)
 
 // The lines of an exported file, or none if they are ambiguous. The store accepts what the format
 // cannot represent: a slash in a section, a quote in a name, a value outside all sections. A quote
-// in a text is representable, but is not distinguished here.
+// in a text is representable, but is not distinguished here; with a comment after it, it is
+// reported.
 static Lines exportedLines(const ScratchDirectory& directory)
 {
     Lines lines; // the store does not keep the order
@@ -56,7 +57,8 @@ static Lines exportedLines(const ScratchDirectory& directory)
         const auto quotes = std::count(line.begin(), line.end(), '"');
         const bool isSection = line[0] == '[' && line.find('/') == std::string::npos;
         const bool isValue = !lines.empty() && line[0] == '"' &&
-                             (quotes == 2 || (quotes == 4 && line.back() == '"'));
+                             (quotes == 2 || (quotes == 4 && line.back() == '"' &&
+                                              line.find_first_of(";#") == line.npos));
         if (isSection || isValue)
             lines.insert(line);
         else if (!line.empty())
@@ -97,7 +99,9 @@ static std::string valueOf(const std::string& text, bool isOldForm)
         return number(1, 10);
     if (text.rfind("dword:", 0) == 0)
         return number(6, 16);
-    return lower(text.substr(0, text.find_last_of("0123456789abcdefABCDEF:") + 1));
+    std::string bytes = lower(text.substr(0, text.find_first_of(";#")));
+    std::replace_if(bytes.begin(), bytes.end(), ::isblank, ',');
+    return bytes.substr(0, bytes.find_last_of("0123456789abcdef:") + 1);
 }
 
 // The sections and values of a file, whose lines in `reported` need not survive.
@@ -191,7 +195,9 @@ void fuzz(FuzzInput input)
     const Lines lines = exportedLines(directory);
     if (!imports && lines.empty())
         return;
+    std::filesystem::remove(directory.path("store.conf.bad"));
     require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "it is imported");
-    require(back.getImportProblemCount() == 0, "without problems");
+    require(back.getImportProblemCount() == 0 || config.getImportProblemCount() > 0,
+            "without problems"); // a path that is not UTF-8 becomes several lines
     require(back.exportConfig() == 0 && exportedLines(directory) == lines, "it is the same");
 }

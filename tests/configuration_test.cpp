@@ -135,11 +135,27 @@ TEST(Configuration, LinesThatAreNotReadAreReportedAndKept)
 {
     const std::string x = "[a]\n\"x\"=\"1\"\n";
     const char* const noValue = "value is neither a quoted text, nor dword: or hex:";
+    const char* const notUtf8 = "text is not UTF-8";
     const char* const badNumber = "dword: needs 1 to 8 hexadecimal digits";
     const LineCase cases[] = {
         {"\"x\"=\"1\"", nullptr, 0, x},
         {" \t\n;x\n#x\n ; x\n\"x\"=\"1\" ; x\r\n[A] # x\n", nullptr, 0, x},
-        {"\"x\"=hex:00,fF\ny=#12\n", nullptr, 0, "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
+        {"\"x\"=hex:00 fF  ; c\ny=#+12\n", nullptr, 0,
+         "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
+        {"\"x\"=hex:00 \n\"y\"=dword: 0x00000000C ; c\n", nullptr, 0,
+         "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00\n"},
+        {"\"y\"=dword:C, ; c\n", "text after the number", 2, "[a]\n\"y\"=dword:0000000c\n"},
+        {"\"x\" \"1\"\n", "no '=' after the name", 2, x},
+        {"\"x\" \"b\"=\"1\"\n", "no '=' after the name"},
+        {" ; \"x\"=\"1\"\n ;]=\"x\n\t#x=#1\n"},
+        {"\"x\"=\"1\" ; \"2\"\n", "quote and comment before the last quote, read as text", 2,
+         "[a]\n\"x\"=\"1\" ; \"2\"\n"},
+        {"x=\"1 #\n", "comment in the form name=\"text, read as text", 2, "[a]\n\"x\"=\"1 #\"\n"},
+        {"\"x\"=\"\xE9\"\n", notUtf8, 2, "[a]\n\"x\"=\"\xE9\"\n"},
+        {"\xED\xA0\x80=\"1\n", notUtf8, 2, "[a]\n\"\xED\xA0\x80\"=\"1\"\n"},
+        {"[\xF4\x90\x80\x80]\n", notUtf8, 2, "[\xF4\x90\x80\x80]\n[a]\n"},
+        {"\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\" ; \xE9\n", nullptr, 0,
+         "[a]\n\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\"\n"},
         {"x=\"1\r\n", nullptr, 0, x},
         {"x=\"1\"\n", "closing quote in the form name=\"text"},
         {"x=5\n", noValue},
@@ -291,15 +307,18 @@ TEST(Configuration, ExpensiveFilesAreRefused)
         sections += '[' + std::to_string(i) + "aaa]\n";
     }
     const std::string ordinary = "[s]\n" + repeated("\"n\"=\"\"\n", 100000);
-    const std::pair<std::string, bool> cases[] = {
-        {values, false}, {sections, false}, {ordinary, true}};
-    for (const auto& [file, isImported] : cases) {
+    const std::string name(255, 'p');
+    const std::string longPath =
+        "[" + repeated(name + '\\', 127) + name + "]\n" + repeated("a=\"\n", 2100000);
+    const std::tuple<std::string, bool, std::size_t> cases[] = {
+        {values, false, 1}, {sections, false, 1}, {longPath, false, 1000}, {ordinary, true, 1000}};
+    for (const auto& [file, isImported, problems] : cases) {
         SCOPED_TRACE(file.substr(0, 20));
         const ScratchDirectory scratch;
         scratch.write("f", file);
         CCmnConfiguration config;
         EXPECT_EQ(config.importConfig(scratch.widePath().c_str(), L"f") == 0, isImported);
-        EXPECT_EQ(config.getImportProblems().size(), isImported ? 1000U : 1U);
+        EXPECT_EQ(config.getImportProblems().size(), problems);
         EXPECT_STREQ(config.getImportProblems().back().reason,
                      isImported ? "second value of this name, replaces the first"
                                 : "file refused: too many names for one section or file");

@@ -84,15 +84,17 @@ bool ImportCheck::acceptsLine(char* begin, char* end)
         return refuse(kManyZeros);
     }
     const ImportLine line = readImportLine(begin, end);
-    m_Report.endsEarly |= line.endsImport;
+    const bool isFixed = m_Fixes && line.isFixable;
+    m_Report.endsEarly |= line.endsImport && !isFixed;
     if (line.kind == ImportLine::Kind::section) {
         return openSection(line, begin + 1);
     }
-    const char* problem = line.problem;
+    const char* problem = isFixed ? nullptr : line.problem;
     if (m_Fixes && line.fix == ImportLine::Fix::comment) {
         *begin = ';';
     } else if (line.kind == ImportLine::Kind::value) {
         addQuote(line, end);
+        cut(line, begin, end);
         const char* const valueProblem = checkValue(line);
         problem = problem == nullptr ? valueProblem : problem;
     }
@@ -107,6 +109,19 @@ void ImportCheck::addQuote(const ImportLine& line, const char* end)
     if (m_Fixes && line.fix == ImportLine::Fix::quote) {
         const bool hasReturn = end[-1] == '\r';
         m_Unclosed.push_back(static_cast<std::size_t>(end - m_Text.data()) - (hasReturn ? 1 : 0));
+    }
+}
+
+// What follows becomes a line of its own, as the text must keep its length.
+void ImportCheck::cut(const ImportLine& line, char* begin, const char* end)
+{
+    if (!m_Fixes || line.fix != ImportLine::Fix::cut) {
+        return;
+    }
+    char* const rest = begin + (line.rest - begin);
+    rest[0] = '\n';
+    if (rest + 1 != end) {
+        rest[1] = ';';
     }
 }
 

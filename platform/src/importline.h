@@ -21,13 +21,16 @@ struct ImportLine {
     enum class Fix {
         none,
         comment, // ACE would set another value than the line says: it must not read the line
-        quote    // ACE would take the newline into the text: it needs the closing quote
+        quote,   // ACE would take the newline into the text: it needs the closing quote
+        cut      // ACE would take what follows for more bytes: from `rest`, it becomes a comment
     };
 
     Kind kind = Kind::other;
     Fix fix = Fix::none;
     bool endsImport = false;       // ACE fails at this line
+    bool isFixable = false;        // with the fix, ACE reads the line as it is written
     const char* problem = nullptr; // why ACE does not read it as it is written
+    const char* rest = nullptr;    // what follows the bytes of hex:
     const char* name = nullptr;
     const char* nameEnd = nullptr;
 };
