@@ -147,7 +147,8 @@ TEST_F(Torture, RemovalOfARight)
     EXPECT_GT(m_Faults, 0);
 }
 
-// The newline that would end a cut line cannot be written. The next line begins with it.
+// The newline that would end a cut line cannot be written. The next line begins with it, unless it
+// is the first one of a new file.
 TEST_F(Torture, TheEndOfACutLine)
 {
     using namespace tarnix_cmn_4_4;
@@ -169,8 +170,12 @@ TEST_F(Torture, TheEndOfACutLine)
         limit.rlim_cur = most;
         setrlimit(RLIMIT_FSIZE, &limit);
         EXPECT_EQ(log.get()->getLastWriteError(), EFBIG) << number;
+        const bool isRotated = number == 6;
+        if (isRotated)
+            std::filesystem::remove(installation.path("Logs/t.log"));
         log.get()->trace(1, "next");
-        EXPECT_EQ(installation.read("Logs/t.log").find('\n'), 3u) << number;
+        const std::string text = installation.read("Logs/t.log");
+        EXPECT_EQ(text.find('\n'), isRotated ? text.size() - 1 : 3u) << number;
     }
     std::signal(SIGXFSZ, handler);
     m_Faults = g_injected;

@@ -233,7 +233,7 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
 
 } // namespace
 
-TEST_F(TraceLog, ProblemsOfTheSettingsAreTracedAndKept)
+TEST_F(TraceLog, ProblemsOfTheSettingsAreReportedAndKept)
 {
     const std::string section = "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:00000005\n";
     const std::string conf = scratch.path(kConf);
@@ -254,11 +254,18 @@ TEST_F(TraceLog, ProblemsOfTheSettingsAreTracedAndKept)
         std::remove((conf + ".bad").c_str());
         CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> fresh{true};
         fresh.get()->initialize(L"t", L"", L"", 1, false);
-        testing::internal::CaptureStdout();
         const bool isReported = *row.line != '\0';
-        EXPECT_EQ(output(), isReported ? "@settings '" + conf + '\'' + row.line +
-                                             "; copy kept in '" + conf + ".bad'\n"
-                                       : "");
+        const std::string name = "settings '" + conf + '\'';
+        const std::string report =
+            isReported ? name + row.line + "; copy kept in '" + conf + ".bad'" : "";
+        scratch.write(kConf, "[DEBUG_TRACE_INFO]\nx\n");
+        for (int read = 0; read < 2; ++read) // reported once
+            fresh.get()->refresh();
+        EXPECT_EQ(fresh.get()->takeSettingsReport(),
+                  report + (isReported ? "; " : "") + name +
+                      ": 1 problem: line 2: neither a section, a value nor a comment");
+        fresh.get()->refresh();
+        EXPECT_EQ(fresh.get()->takeSettingsReport(), "");
         EXPECT_EQ(scratch.read(kConf + std::string(".bad")), isReported ? row.file : "");
         fresh.get()->trace(row.level, "passes");
         fresh.get()->trace(row.level + 1, "does not");

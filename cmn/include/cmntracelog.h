@@ -22,6 +22,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstdint>
+#include <string>
 
 namespace tarnix_cmn_4_4
 {
@@ -132,6 +133,14 @@ public:
     /// on standard output. Throws std::bad_alloc if an allocation fails.
     SCmnTraceRefresh refresh();
 
+    /// One line about the problems of the settings file, as by CCmnConfiguration::takeImportReport:
+    /// those that initialize or another call here found since the last call of this, and those of
+    /// the file that refresh read last, unless they were returned before. "" if there are none. The
+    /// log traces no line of its own about them: a program that wants one calls this after
+    /// initialize and refresh, and passes the text to trace as an argument of "%s". Throws
+    /// std::bad_alloc if an allocation fails.
+    std::string takeSettingsReport();
+
     /// Sets the active level to TRACELEVEL of the settings in memory, or to 1 if there is none.
     void UpdateTraceLevelFromConfigFile();
 
@@ -185,11 +194,11 @@ private:
     unsigned int readSettings(tstr& dir, tstr& file, int level);
     void readOrStore(const wchar_t* key, tstr& value);
     void traceLine(int level, const char* format, std::va_list args);
-    void traceSettingsProblems();
     void traceText(int level, const char* format, std::va_list args);
     void countLostLine(int error);
     void setPlace(tstr& dir, tstr& file, tstr& path);
 
+    void noteReport(std::string report);
     void takeSettings(CCmnConfiguration& file, SCmnTraceRefresh& result);
     bool takeLevel(unsigned int level);
     void takePlace(tstr& dir, tstr& file, SCmnTraceRefresh& result);
@@ -201,13 +210,15 @@ private:
     tstr m_TracePath;
     bool m_Initialized = false;
     bool m_ToStdout = false;
-    bool m_IsLineCut = false; ///< the trace file ends within a line
+    bool m_IsLineCut = false; ///< the trace file ended within a line after the last write
     bool m_IsSettingsVersionKnown = false;
     int m_LastWriteError = 0;
     std::uint64_t m_LostLines = 0;
     tstr m_SettingsDir;
     tstr m_SettingsFile;
     std::array<std::int64_t, 5> m_SettingsVersion{}; ///< of the file that refresh has read
+    std::string m_RefreshReport;                     ///< of that file
+    bool m_IsReportNew = false;                      ///< nobody has taken it
 };
 
 } // namespace tarnix_cmn_4_4

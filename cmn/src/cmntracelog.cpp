@@ -74,9 +74,9 @@ public:
 
     const char* text() const { return m_Line + kNewline; }
 
-    TxAppended appendTo(const tstr& path, bool isLineCut) const
+    TxAppended appendTo(const tstr& path, bool isAfterCut) const
     {
-        const std::size_t start = isLineCut ? 0 : kNewline;
+        const std::size_t start = isAfterCut ? 0 : kNewline;
         return TxAppendToFile(pathBytes(path).c_str(), m_Line + start, m_End - start);
     }
 
@@ -99,6 +99,13 @@ private:
     std::size_t m_TextAt = 0;
     std::size_t m_End = 0;
 };
+
+// False also if there is no such file.
+bool endsWithinLine(const tstr& path)
+{
+    const TxFile file = TxOpenFile(pathBytes(path).c_str());
+    return file && std::fseek(file.get(), -1, SEEK_END) == 0 && std::fgetc(file.get()) != '\n';
+}
 
 // For standard output: in the encoding of the locale, or in UTF-8 if it is not representable there.
 std::string printable(const tstr& text)
@@ -135,18 +142,6 @@ void CCmnTraceLog::initialize(const tstr& name, tstr dir, tstr file, int level, 
         std::printf("[CCmnTraceLog] Error: Tracefile [%s] initialization failed.[%s][%s]\n",
                     printable(m_TracePath).c_str(), printable(m_TraceFile).c_str(),
                     printable(m_TraceDir).c_str());
-    }
-    traceSettingsProblems();
-}
-
-// The level stays that of initialize, although trace takes the one of the store.
-void CCmnTraceLog::traceSettingsProblems()
-{
-    const std::string report = m_Settings.store().takeImportReport();
-    if (!report.empty()) {
-        const int level = m_Settings.level();
-        trace(1, "%s", report.c_str());
-        m_Settings.setLevel(level);
     }
 }
 
@@ -307,7 +302,9 @@ void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
     const std::string name = m_ToStdout ? printable(m_Name) : std::string();
     TraceLine line;
     line.format(format, args);
-    const TxAppended result = line.appendTo(m_TracePath, m_IsLineCut);
+    // A rotation may have replaced the file that ends within a line.
+    const bool isAfterCut = m_IsLineCut && endsWithinLine(m_TracePath);
+    const TxAppended result = line.appendTo(m_TracePath, isAfterCut);
     if (result != TxAppended::whole) {
         countLostLine(errno);
     }

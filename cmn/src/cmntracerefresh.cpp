@@ -1,5 +1,5 @@
-// CCmnTraceLog: follows changes of the settings file. Nothing here writes that file: whoever edits
-// it may not be finished.
+// CCmnTraceLog: follows changes of the settings file, and reports its problems. Nothing here writes
+// that file: whoever edits it may not be finished.
 #include "cmnpathtool.h"
 #include "cmntracelog.h"
 #include "cmntracesettings.h"
@@ -32,7 +32,9 @@ SCmnTraceRefresh CCmnTraceLog::refresh()
     }
     // Not into the store: an import that fails would leave a part of the file there.
     CCmnConfiguration file;
-    if (file.importConfig(m_SettingsDir.c_str(), m_SettingsFile.c_str()) != 0) {
+    const int code = file.importConfig(m_SettingsDir.c_str(), m_SettingsFile.c_str());
+    noteReport(file.takeImportReport());
+    if (code != 0) {
         result.failure = SCmnTraceRefresh::Failure::unreadableSettings;
         return result;
     }
@@ -41,6 +43,25 @@ SCmnTraceRefresh CCmnTraceLog::refresh()
     // After a failure the same file is read again: a missing directory may exist then.
     m_IsSettingsVersionKnown = isSettled && !result.failed();
     return result;
+}
+
+// A file that is read again and again is reported once.
+void CCmnTraceLog::noteReport(std::string report)
+{
+    m_IsReportNew = !report.empty() && (m_IsReportNew || report != m_RefreshReport);
+    m_RefreshReport.swap(report);
+}
+
+std::string CCmnTraceLog::takeSettingsReport()
+{
+    std::string report = m_Settings.store().takeImportReport();
+    if (m_IsReportNew && report != m_RefreshReport) {
+        report += (report.empty() ? "" : "; ") + m_RefreshReport;
+    } else if (!report.empty()) {
+        m_RefreshReport = report; // the next refresh may read the same file
+    }
+    m_IsReportNew = false;
+    return report;
 }
 
 void CCmnTraceLog::takeSettings(CCmnConfiguration& file, SCmnTraceRefresh& result)
