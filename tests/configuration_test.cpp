@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -199,7 +200,7 @@ TEST(Configuration, LinesThatAreNotReadAreReportedAndKept)
 }
 
 // The copy is one more than the files that exist, but an equal one counts.
-TEST(Configuration, CopiesReplaceNothing)
+TEST(Configuration, TheFirstCopiesAndTheLatestAreKept)
 {
     const ScratchDirectory scratch;
     const auto writeFile = [&](const std::string& text) {
@@ -218,8 +219,54 @@ TEST(Configuration, CopiesReplaceNothing)
     EXPECT_EQ(scratch.entries(), 3);
     for (int i = 2; i < 10; ++i)
         EXPECT_EQ(writeFile(std::to_string(i)), 0);
-    EXPECT_NE(writeFile("y\n"), 0);
-    EXPECT_EQ(scratch.read("f"), "y\n");
+    std::filesystem::remove(scratch.path("f.bad.9"));
+    std::filesystem::create_symlink("target", scratch.path("f.bad.9"));
+    for (const char* latest : {"y\n", "z\n"}) {
+        EXPECT_EQ(writeFile(latest), 0);
+        EXPECT_EQ(scratch.read("f.bad.9"), latest);
+    }
+    EXPECT_EQ(scratch.read("f.bad.8"), "8");
+    EXPECT_EQ(scratch.entries(), 11); // no target, and no temporary file
+}
+
+TEST(Configuration, ExportsThatFailKeepTheFile)
+{
+    const std::string problem = "line 1: neither a section, a value nor a comment";
+    const struct {
+        std::string name;
+        mode_t mode;
+        rlim_t limit;
+        std::string report; // its end
+        long entries;
+    } cases[] = {
+        {std::string(252, 'f'), 0666, RLIM_INFINITY, problem, 1}, // too long for a copy
+        {"read-only", 0444, RLIM_INFINITY, problem, 1},
+        {"limit", 0666, 4000, problem + "; copy kept in '.*/limit[.]bad'", 2},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        const ScratchDirectory scratch;
+        scratch.write(row.name, "x\n");
+        ::chmod(scratch.path().c_str(), 0777);
+        ::chmod(scratch.path(row.name).c_str(), row.mode);
+        CCmnConfiguration config(scratch.widePath().c_str(),
+                                 std::filesystem::path(row.name).wstring().c_str(), true);
+        ACE_Configuration_Section_Key section;
+        config.openSection(L"a", section, 1);
+        config.setStringValue(L"n", std::wstring(8000, L'n').c_str());
+        const rlimit limit{row.limit, RLIM_INFINITY};
+        EXPECT_EXIT(
+            {
+                const bool isSet = ::setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+                                   (::geteuid() != 0 || ::seteuid(65534) == 0);
+                const bool failed = config.exportConfig() != 0 && config.exportConfig() != 0;
+                std::fprintf(stderr, "%s", config.takeImportReport().c_str());
+                _exit(isSet && failed ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "1 problem: " + row.report + '$');
+        EXPECT_EQ(scratch.read(row.name), "x\n");
+        EXPECT_EQ(scratch.entries(), row.entries);
+    }
 }
 
 TEST(Configuration, AStoreCanAlwaysBeExported)

@@ -105,13 +105,19 @@ public:
 
     /// Replaces the whole file with the whole store, and first keeps a copy of a file whose last
     /// import had problems: NAME.bad in the same directory, or NAME.bad.1 to NAME.bad.9 if others
-    /// exist. Without a copy the export fails, and the file is unchanged. The export creates the
-    /// file if it is missing. It writes a temporary file in the same directory, whose name begins
-    /// with ".tarnix-", and renames it. If the process is stopped, the disk is full or the export
-    /// fails for another reason, the old file is unchanged. Only if the process is killed does the
-    /// temporary file stay. A symbolic link to the file stays a link. Permissions are kept, and
-    /// also owner and group if the process may set them. Other hard links still lead to the old
-    /// file.
+    /// exist. If all ten do, NAME.bad.9 is replaced: the first nine and the latest are kept. An
+    /// export that then fails leaves the copy.
+    ///
+    /// If no copy can be made, the export fails and the file is unchanged, even if the file itself
+    /// could be written: the directory is not writable, the file is not readable, its name with
+    /// the ending is too long for the file system, or the disk is full.
+    ///
+    /// The export creates the file if it is missing. It writes a temporary file in the same
+    /// directory, whose name begins with ".tarnix-", and renames it. If the process is stopped, the
+    /// disk is full or the export fails for another reason, the old file is unchanged. Only if the
+    /// process is killed does the temporary file stay. A symbolic link to the file stays a link.
+    /// Permissions are kept, and also owner and group if the process may set them. Other hard links
+    /// still lead to the old file.
     ///
     /// The export writes to the file itself if no file can be created or renamed in the directory,
     /// for example because it is not writable, or if the file is a mount point, has an ACL or is

@@ -70,6 +70,7 @@ struct CCmnConfiguration::State {
     bool mustKeepCopy = false; ///< an export would lose lines of the file
     std::string copy;          ///< the path of the last copy
     std::string report;
+    std::string reportedCopy; ///< of the file that the report is about
 };
 
 CCmnConfiguration::CCmnConfiguration() : m_State(std::make_unique<State>(m_Heap))
@@ -171,6 +172,7 @@ int CCmnConfiguration::importFile()
     m_State->problemCount = report.count;
     if (report.count > 0) {
         m_State->report = reportText(path, m_State->problems.front(), report.count);
+        m_State->reportedCopy.clear();
     } else {
         m_State->mustKeepCopy = false;
     }
@@ -194,6 +196,9 @@ std::string CCmnConfiguration::getKeptCopy() const
 
 std::string CCmnConfiguration::takeImportReport()
 {
+    if (!m_State->report.empty() && !m_State->reportedCopy.empty()) {
+        m_State->report += "; copy kept in '" + m_State->reportedCopy + '\'';
+    }
     return std::exchange(m_State->report, std::string());
 }
 
@@ -204,11 +209,11 @@ int CCmnConfiguration::exportConfig()
     }
     const std::string path = CCmnStringTool::tstr2str(m_FullPath);
     TxSettingsExport file(path.c_str());
-    if (m_State->mustKeepCopy && !TxKeepCopy(path.c_str(), m_State->copy)) {
-        return kFailed;
-    }
-    if (m_State->mustKeepCopy && !m_State->report.empty() && !m_State->copy.empty()) {
-        m_State->report += "; copy kept in '" + m_State->copy + '\'';
+    if (m_State->mustKeepCopy) {
+        if (!TxKeepCopy(path.c_str(), m_State->copy)) {
+            return kFailed;
+        }
+        m_State->reportedCopy = m_State->copy;
     }
     // The code also reports failed writes, and a failure to close the file.
     if (const int code = ACE_Registry_ImpExp(m_Heap).export_config(file.path())) {

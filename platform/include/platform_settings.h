@@ -112,7 +112,9 @@ private:
     const std::unique_ptr<State> m_State;
 };
 
-/// Takes what ACE_Registry_ImpExp exports, and replaces the file by it.
+/// Takes what ACE_Registry_ImpExp exports, and replaces the file by it. As long as it exists, the
+/// thread, which must be that of the constructor, gets no SIGXFSZ: a write beyond the limit of the
+/// file size fails.
 class TxSettingsExport
 {
 public:
@@ -135,9 +137,10 @@ private:
 };
 
 /// Keeps a copy of the file in its directory: under its name with ".bad", or, if that exists with
-/// other content, with ".bad.1" to ".bad.9". An equal copy that exists is enough. The copy is never
-/// readable by more users than the file, and the name is never a link that exists. True with an
-/// empty `copy` if there is no such file, or if it is not a regular file.
+/// other content, with ".bad.1" to ".bad.9"; if all exist, it replaces the last one. An equal copy
+/// that exists is enough. The copy is never readable by more users than the file, and a link of
+/// that name is not followed. True with an empty `copy` if there is no such file, or if it is not a
+/// regular file. False, without a copy, if the process may not write the file.
 bool TxKeepCopy(const char* path, std::string& copy);
 
 } // namespace tarnix_platform

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string_view>
@@ -35,6 +36,22 @@ bool FileReplacement::create(std::string path, mode_t mode, int directory)
     m_Directory = directory;
     m_File = openFileAt(m_Directory, m_Path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
     return static_cast<bool>(m_File);
+}
+
+bool FileReplacement::createTemporary(const std::string& target, mode_t mode)
+{
+    constexpr int maxNames = 100; // killed processes leave their temporary files
+    const std::string stem =
+        target.substr(0, target.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
+    for (int i = 0; i < maxNames; ++i) {
+        if (create(stem + std::to_string(i), mode)) {
+            return true;
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+    }
+    return false;
 }
 
 bool FileReplacement::setMode(mode_t mode)

@@ -30,6 +30,9 @@ public:
     // `directory`, a descriptor that stays open until the file has replaced the other.
     bool create(std::string path, mode_t mode, int directory = AT_FDCWD);
 
+    // The same under a name of its own, for a file that is to replace `target`.
+    bool createTemporary(const std::string& target, mode_t mode);
+
     explicit operator bool() const { return static_cast<bool>(m_File); }
     int fd() const { return m_File.get(); }
     const std::string& path() const { return m_Path; }

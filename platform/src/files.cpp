@@ -152,19 +152,9 @@ struct TxReplacement::State {
 
     void create()
     {
-        constexpr int maxNames = 100; // killed processes leave their temporary files
-        const std::string stem =
-            m_Path.substr(0, m_Path.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
-        const mode_t mode = m_IsNew ? kDefaultMode : S_IRUSR | S_IWUSR;
-        for (int i = 0; i < maxNames; ++i) {
-            if (m_New.create(stem + std::to_string(i), mode)) {
-                return;
-            }
-            if (errno != EEXIST) {
-                break;
-            }
+        if (!m_New.createTemporary(m_Path, m_IsNew ? kDefaultMode : S_IRUSR | S_IWUSR)) {
+            m_MustKeepOld = !isDirectoryError(errno);
         }
-        m_MustKeepOld = !isDirectoryError(errno);
     }
 
     std::string m_Path;

@@ -48,20 +48,18 @@ public:
     bool copyTo(const std::string& name) const
     {
         FileReplacement copy;
-        if (!copy.create(name, S_IRUSR | S_IWUSR)) {
-            return false;
-        }
-        if (!copyContent(copy.fd())) {
-            errno = EIO; // whatever it was: another name is no better
-            return false;
-        }
-        copy.keepAttributes(m_Path.c_str());
-        if (!copy.keepAccess(access())) {
-            errno = EPERM;
+        if (!copy.create(name, kMode) || !fill(copy)) {
             return false;
         }
         copy.keep();
         return true;
+    }
+
+    // The same in place of what has that name, a link too.
+    bool copyOver(const std::string& name) const
+    {
+        FileReplacement copy;
+        return copy.createTemporary(name, kMode) && fill(copy) && copy.commit(name);
     }
 
     // Whether that file has the same content. It counts only if it belongs to this user or to the
@@ -78,6 +76,22 @@ public:
     }
 
 private:
+    static constexpr mode_t kMode = S_IRUSR | S_IWUSR;
+
+    bool fill(FileReplacement& copy) const
+    {
+        if (!copyContent(copy.fd())) {
+            errno = EIO; // whatever it was: another name is no better
+            return false;
+        }
+        copy.keepAttributes(m_Path.c_str());
+        if (!copy.keepAccess(access())) {
+            errno = EPERM;
+            return false;
+        }
+        return true;
+    }
+
     // The group bits of a file with an ACL say what the ACL grants at most, and the others may
     // include a user whom the ACL excludes.
     struct stat access() const
@@ -136,6 +150,7 @@ private:
 bool TxKeepCopy(const char* path, std::string& copy)
 {
     constexpr int maxCopies = 10;
+    std::string name;
     copy.clear();
     const std::string target = resolveLinks(path);
     const UniqueFd file = openFile(target.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
@@ -146,8 +161,11 @@ bool TxKeepCopy(const char* path, std::string& copy)
     if (!kept.isRegular()) {
         return true;
     }
+    if (::euidaccess(target.c_str(), W_OK) != 0) {
+        return false; // the export would fail, and leave a copy each time
+    }
     for (int i = 0; i < maxCopies; ++i) {
-        const std::string name = target + ".bad" + (i == 0 ? "" : "." + std::to_string(i));
+        name = target + ".bad" + (i == 0 ? "" : "." + std::to_string(i));
         const bool isCopied = kept.copyTo(name);
         if (!isCopied && errno != EEXIST) {
             return false;
@@ -157,7 +175,11 @@ bool TxKeepCopy(const char* path, std::string& copy)
             return true;
         }
     }
-    return false;
+    if (!kept.copyOver(name)) {
+        return false;
+    }
+    copy = name;
+    return true;
 }
 
 } // namespace tarnix_platform

@@ -4,10 +4,12 @@
 #include "memoryfile.h"
 #include "platform_file.h"
 #include "platform_settings.h"
+#include "retry.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <optional>
 
 namespace tarnix_platform
@@ -58,6 +60,37 @@ void dropByteOrderMark(std::string& text)
         text.erase(0, sizeof mark - 1);
     }
 }
+
+// Keeps SIGXFSZ from this thread. ACE does not ask for the limit of the file size: a write beyond
+// it would end the process, and is an error with this.
+class NoFileSizeSignal
+{
+public:
+    NoFileSizeSignal()
+    {
+        sigset_t pending;
+        ::sigemptyset(&m_Signal);
+        ::sigaddset(&m_Signal, SIGXFSZ);
+        ::sigpending(&pending);
+        m_WasPending = ::sigismember(&pending, SIGXFSZ) == 1;
+        ::pthread_sigmask(SIG_BLOCK, &m_Signal, &m_Former);
+    }
+    ~NoFileSizeSignal()
+    {
+        if (!m_WasPending) {
+            const timespec none{0, 0};
+            retryInterrupted([&] { return ::sigtimedwait(&m_Signal, nullptr, &none); });
+        }
+        ::pthread_sigmask(SIG_SETMASK, &m_Former, nullptr);
+    }
+    NoFileSizeSignal(const NoFileSizeSignal&) = delete;
+    NoFileSizeSignal& operator=(const NoFileSizeSignal&) = delete;
+
+private:
+    sigset_t m_Signal;
+    sigset_t m_Former;
+    bool m_WasPending;
+};
 
 } // namespace
 
@@ -211,6 +244,7 @@ struct TxSettingsExport::State {
         return file && writeAll(file.get(), text.data(), text.size());
     }
 
+    const NoFileSizeSignal m_NoSignal;
     const std::string m_Target;
     MemoryFile m_Memory;
     std::optional<TxReplacement> m_Replacement;
