@@ -38,7 +38,7 @@ static std::string fileOf(FuzzInput& input)
 {
     std::string file;
     unsigned int numbers = 0;
-    for (const char c : input.expanded(20000))
+    for (const char c : input.expanded(8000))
         if (c == '\2')
             file += std::to_string(numbers++);
         else
