@@ -7,6 +7,8 @@
 #include "cmnconfiguration.h"
 #include "cmnexecpipewindows.h"
 #include "cmnmsgdgst5.h"
+#include "cmnsaxhandler.h"
+#include "cmnsaxparser.h"
 #include "cmnstringtool.h"
 #include "cmntracelog.h"
 #include "support/scratchinstallation.h"
@@ -151,16 +153,143 @@ int digest()
     });
 }
 
+// What the calling process does for a command that prints nothing. The child is not counted.
+int startAndEnd()
+{
+    const CCmnCommand command({"/bin/true"});
+    require(command.run().ok(), "the command failed");
+    return counted(20, [&] { command.run(); });
+}
+
+int hexText()
+{
+    const std::vector<unsigned char> bytes(1024, 0xa5);
+    require(CCmnStringTool::binary2str(bytes.data(), 1024).size() == 2048, "not all was written");
+    return counted(1000, [&] { CCmnStringTool::binary2str(bytes.data(), 1024); });
+}
+
+// To UTF-16 and back, with characters of one to four bytes.
+int convertMixed()
+{
+    std::string text;
+    for (int i = 0; i < 100; ++i) {
+        text += "a\u00e9\u20ac\U0001f600";
+    }
+    require(CCmnStringTool::ustr2str(CCmnStringTool::str2ustr(text)) == text, "the text differs");
+    return counted(1000, [&] { CCmnStringTool::ustr2str(CCmnStringTool::str2ustr(text)); });
+}
+
+int searchReplace()
+{
+    std::string text(4096, 'a');
+    for (std::size_t i = 0; i < text.size(); i += 512) {
+        text[i] = 'b';
+    }
+    require(CCmnStringTool::searchreplace(text, "b", "cc").size() == text.size() + 8,
+            "not all was replaced");
+    return counted(1000, [&] { CCmnStringTool::searchreplace(text, "b", "cc"); });
+}
+
+// A message with as many arguments, numbers and texts.
+CCmnIcuMessage manyArguments(int count)
+{
+    std::vector<icu::Formattable> arguments;
+    for (int i = 0; i < count; ++i) {
+        arguments.push_back(i % 2 == 0 ? icu::Formattable(std::int32_t{i})
+                                       : icu::Formattable(icu::UnicodeString(u"some text")));
+    }
+    return CCmnIcuMessage("KEY", arguments.data(), count, tarnix_eseverity{}, "", 0);
+}
+
+int serialize()
+{
+    CCmnIcuMessage message = manyArguments(100);
+    require(message.serialize()->length > 3000, "not all was written");
+    return counted(1000, [&] { message.serialize(); });
+}
+
+int deserialize()
+{
+    CCmnIcuMessage message = manyArguments(100), copy = manyArguments(0);
+    const std::string text = message.serialize()->text;
+    const SCmnMessageInfo info{text.c_str(), 0};
+    copy.deserialize(&info);
+    require(copy.serialize()->text == text, "the message differs");
+    return counted(1000, [&] { copy.deserialize(&info); });
+}
+
+// Settings with a thousand values in ten sections.
+void writeSettings(const ScratchDirectory& directory)
+{
+    std::string text;
+    for (int i = 0; i < 1000; ++i) {
+        if (i % 100 == 0) {
+            text += "[Section " + std::to_string(i) + "]\n";
+        }
+        text += "\"Value " + std::to_string(i) + "\"=\"/opt/product/directory\"\n";
+    }
+    directory.write("settings", text);
+}
+
+int importSettings()
+{
+    const ScratchDirectory directory;
+    writeSettings(directory);
+    return counted(10, [path = directory.widePath()] {
+        require(CCmnConfiguration().importConfig(path.c_str(), L"settings") == 0, "cannot import");
+    });
+}
+
+int exportSettings()
+{
+    const ScratchDirectory directory;
+    writeSettings(directory);
+    CCmnConfiguration settings;
+    require(settings.importConfig(directory.widePath().c_str(), L"settings") == 0, "cannot import");
+    return counted(10, [&] { require(settings.exportConfig() == 0, "cannot export"); });
+}
+
+class Gatherer : public CCmnSaxParseHandler
+{
+public:
+    const std::string& text() const { return m_Text; }
+};
+
+int parseXml()
+{
+    std::string document = "<list>";
+    for (int i = 0; i < 1000; ++i) {
+        document += "<entry id='1'>Some text, with an &amp; and more.</entry>\n";
+    }
+    document += "</list>";
+    CCmnSaxParser parser;
+    return counted(10, [&] {
+        Gatherer handler;
+        parser.setHandler(&handler);
+        parser.parse(document);
+        require(handler.text().size() > 30000, "not all was read");
+    });
+}
+
 const std::map<std::string, std::function<int()>> kPaths = {
+    {"ascii_1024", convertAscii},
+    {"command_line", commandLine},
+    {"command_start", startAndEnd},
+    {"config_export", exportSettings},
+    {"config_import", importSettings},
+    {"deserialize", deserialize},
+    {"digest_1024", digest},
+    {"format_message", formatMessage},
+    {"hex_1024", hexText},
+    {"lookup", lookUp},
+    {"mixed_text", convertMixed},
+    {"output_line", outputLine},
+    {"sax", parseXml},
+    {"scan_header", scanHeader},
+    {"search_replace", searchReplace},
+    {"serialize", serialize},
     {"trace_dropped", traceDropped},
     {"trace_written", traceWritten},
-    {"output_line", outputLine},
-    {"command_line", commandLine},
-    {"lookup", lookUp},
-    {"format_message", formatMessage},
-    {"scan_header", scanHeader},
-    {"digest_1024", digest},
-    {"ascii_1024", convertAscii},
 };
 
 } // namespace
