@@ -5,12 +5,25 @@
 
 #include <sys/file.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <thread>
 
 namespace tarnix_platform
 {
+
+namespace
+{
+
+std::atomic<DWORD> g_timeout{10000};
+
+} // namespace
+
+DWORD setLockTimeout(DWORD milliseconds)
+{
+    return g_timeout.exchange(milliseconds, std::memory_order_relaxed);
+}
 
 // Closing the file would not release the lock if a process that was forked meanwhile has it open
 // too.
@@ -24,7 +37,7 @@ FileLock::~FileLock()
 // Polls, because a wait of the system has no timeout.
 bool FileLock::acquire(int fd, const std::string& path)
 {
-    constexpr std::chrono::seconds timeout{10};
+    const std::chrono::milliseconds timeout{g_timeout.load(std::memory_order_relaxed)};
     constexpr std::chrono::milliseconds interval{1};
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {

@@ -5,11 +5,11 @@
 // the right stays until the last one has removed its line. To a reader that does not know the mark
 // it is a line for another right. Lines without a mark are written by hand, and stay.
 //
-// Lines of another form are kept unchanged. A change holds a lock, for which it waits 10 seconds at
-// most (ETIMEDOUT), and replaces the whole file. A missing file counts as empty. A file or a
-// directory that group or others may write, or that belongs to neither root nor the effective user,
-// is refused with EPERM, a symbolic link with ELOOP, a relative path with EINVAL. All return false
-// on failure, with the last error set.
+// Lines of another form are kept unchanged. A change holds a lock, for which it waits as long as
+// filelock.h says (ETIMEDOUT), and replaces the whole file. A missing file counts as empty. A file
+// or a directory that group or others may write, or that belongs to neither root nor the effective
+// user, is refused with EPERM, a symbolic link with ELOOP, a relative path with EINVAL. All return
+// false on failure, with the last error set.
 #ifndef TARNIX_PLATFORM_RIGHTSFILE_H
 #define TARNIX_PLATFORM_RIGHTSFILE_H
 
@@ -46,7 +46,7 @@ struct RightsPlace {
 struct AddedRights {
     RightsPlace place;
     std::string mark;
-    pid_t process = -1; // a forked copy of it removes nothing
+    pid_t process{}; // a forked copy of it removes nothing
     UniqueFd lock;
     UniqueFd file;  // the rights file, unless another change has replaced it
     UniqueFd spare; // closed to make the descriptor free that a replacement needs
