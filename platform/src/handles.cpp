@@ -25,22 +25,18 @@ public:
     HANDLE open(std::shared_ptr<Object> object)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        std::size_t slot = 0;
-        if (!m_Free.empty()) {
-            slot = m_Free.back();
-            m_Free.pop_back();
-        } else if (m_Entries.size() < kMaxHandles) {
-            slot = m_Entries.size();
-            if (m_Free.capacity() <= slot) { // so that close cannot fail and lose a slot
-                m_Free.reserve(2 * slot + 1);
-            }
-            m_Entries.emplace_back();
-        } else {
+        const std::size_t slot = m_FirstFree;
+        if (slot == kMaxHandles) {
             fail(EMFILE);
             return nullptr;
         }
+        if (slot == m_Entries.size()) {
+            m_Entries.emplace_back();
+            m_Entries.back().nextFree = slot + 1;
+        }
         Entry& entry = m_Entries[slot];
-        entry.generation = (entry.generation + 1) & kMaxGeneration;
+        m_FirstFree = entry.nextFree;
+        ++entry.generation;
         entry.object = std::move(object);
         const HANDLE handle = encode(slot, entry.generation);
         fastSlot(handle).owner.store(handle, std::memory_order_release);
@@ -65,7 +61,8 @@ public:
         fast.owner.store(nullptr, std::memory_order_release);
         fast.ahead.store(nullptr, std::memory_order_release);
         fast.output.store(nullptr, std::memory_order_release);
-        m_Free.push_back(static_cast<std::size_t>(entry - m_Entries.data()));
+        entry->nextFree =
+            std::exchange(m_FirstFree, static_cast<std::size_t>(entry - m_Entries.data()));
         return std::move(entry->object);
     }
 
@@ -99,11 +96,10 @@ public:
 
 private:
     struct Entry {
-        std::uintptr_t generation = 0;
+        std::uintptr_t generation{};
+        std::size_t nextFree{}; // the free slots form a list, which ends at the first unused slot
         std::shared_ptr<Object> object;
     };
-
-    static constexpr std::uintptr_t kMaxGeneration = (std::uintptr_t{1} << 40) - 1;
 
     // Slot in bits 2 to 17, generation from bit 18.
     static HANDLE encode(std::size_t slot, std::uintptr_t generation)
@@ -123,7 +119,7 @@ private:
 
     std::mutex m_Mutex;
     std::vector<Entry> m_Entries;
-    std::vector<std::size_t> m_Free;
+    std::size_t m_FirstFree{};
 };
 
 HandleTable& table()
@@ -160,12 +156,10 @@ std::shared_ptr<Object> findIf(const std::function<bool(const Object&)>& test)
 
 BOOL CloseHandle(HANDLE handle)
 {
-    // Destroyed outside the table's lock: the destructor may wait for a child.
-    std::shared_ptr<Object> object = table().close(handle);
-    if (!object) {
+    // The object is destroyed here, outside the table's lock: the destructor may wait for a child.
+    if (!table().close(handle)) {
         return fail(EBADF);
     }
-    object.reset();
     reapOrphans();
     return true;
 }
