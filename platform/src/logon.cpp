@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -44,48 +45,13 @@ bool refuse(int error, const std::string& user, const std::string& why)
     return failWithLastRefusal();
 }
 
-// Answers every question for a secret with the password. PAM wipes and frees the answers.
-int answer(int count, const pam_message** questions, pam_response** answers, void* password)
-{
-    if (count <= 0 || count > PAM_MAX_NUM_MSG) {
-        return PAM_CONV_ERR;
-    }
-    auto* replies = static_cast<pam_response*>(
-        std::calloc(static_cast<std::size_t>(count), sizeof(pam_response)));
-    if (replies == nullptr) {
-        return PAM_BUF_ERR;
-    }
-    int result = PAM_SUCCESS;
-    for (int i = 0; i < count && result == PAM_SUCCESS; ++i) {
-        const int style = questions[i]->msg_style;
-        if (style == PAM_PROMPT_ECHO_OFF) {
-            replies[i].resp = ::strdup(static_cast<const char*>(password));
-            result = replies[i].resp != nullptr ? PAM_SUCCESS : PAM_BUF_ERR;
-        } else if (style != PAM_TEXT_INFO && style != PAM_ERROR_MSG) {
-            result = PAM_CONV_ERR; // only a person could answer
-        }
-    }
-    if (result != PAM_SUCCESS) {
-        for (int i = 0; i < count; ++i) {
-            if (replies[i].resp != nullptr) {
-                ::explicit_bzero(replies[i].resp, std::strlen(replies[i].resp));
-                std::free(replies[i].resp);
-            }
-        }
-        std::free(replies);
-        return result;
-    }
-    *answers = replies;
-    return PAM_SUCCESS;
-}
-
 constexpr char kService[] = "tarnix";
 
 class PamSession
 {
 public:
     PamSession(const char* user, const char* password)
-        : m_Conversation{answer, const_cast<char*>(password)},
+        : m_Conversation{answerQuestions, const_cast<char*>(password)},
           m_Result(pam_start(kService, user, &m_Conversation, &m_Handle))
     {
     }
@@ -128,30 +94,23 @@ private:
 // A session without a user, which is never ended: PAM unloads a module with the last session that
 // uses it. Without this one each logon loads all of them, which takes most of its time. Each logon
 // still reads the rules; a module that they add later is loaded by each logon.
-std::atomic<pam_handle_t*> g_modules{nullptr};
+pam_handle_t* g_modules{}; // set once
+std::atomic<bool> g_modulesStayLoaded{};
 
 void keepModulesLoaded()
 {
-    if (g_modules.load(std::memory_order_relaxed) != nullptr) {
-        return;
-    }
-    const pam_conv conversation{answer, nullptr};
-    pam_handle_t* session = nullptr;
-    if (pam_start(kService, nullptr, &conversation, &session) != PAM_SUCCESS) {
-        return;
-    }
-    pam_handle_t* other = nullptr;
-    if (!g_modules.compare_exchange_strong(other, session)) {
-        pam_end(session, PAM_SUCCESS);
+    if (!g_modulesStayLoaded.exchange(true, std::memory_order_relaxed)) {
+        const pam_conv conversation{answerQuestions, nullptr};
+        pam_start(kService, nullptr, &conversation, &g_modules);
     }
 }
 
 bool findAccount(const std::string& user, Account& account)
 {
-    std::vector<char> buffer(16 * 1024);
+    std::vector<char> buffer(BUFSIZ); // doubled as long as the entry does not fit
     passwd entry{};
     passwd* found = nullptr;
-    int error = 0;
+    int error{};
     while ((error = ::getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found)) ==
            ERANGE) {
         buffer.resize(buffer.size() * 2);
@@ -191,15 +150,39 @@ bool logOn(const std::string& user, const char* password, DWORD type, Account& a
 
 Identity identityOf(const Account& account)
 {
-    Identity identity{account.uid, account.gid, std::vector<gid_t>(64)};
-    int count = static_cast<int>(identity.groups.size());
-    while (::getgrouplist(account.name.c_str(), account.gid, identity.groups.data(), &count) < 0) {
-        identity.groups.resize(
-            std::max(static_cast<std::size_t>(count), identity.groups.size() * 2));
-        count = static_cast<int>(identity.groups.size());
-    }
-    identity.groups.resize(static_cast<std::size_t>(count));
+    Identity identity{account.uid, account.gid, {}};
+    std::vector<gid_t>& groups = identity.groups;
+    int count = 64; // enough for most; if not, the call stores how many there are
+    do {
+        groups.resize(static_cast<std::size_t>(count));
+    } while (::getgrouplist(account.name.c_str(), account.gid, groups.data(), &count) < 0);
+    groups.resize(static_cast<std::size_t>(count));
     return identity;
+}
+
+int answerQuestions(int count, const pam_message** questions, pam_response** answers,
+                    void* password)
+{
+    const auto needsPerson = [](const pam_message* question) {
+        return question->msg_style != PAM_PROMPT_ECHO_OFF && question->msg_style != PAM_TEXT_INFO &&
+               question->msg_style != PAM_ERROR_MSG;
+    };
+    if (std::any_of(questions, questions + count, needsPerson)) {
+        return PAM_CONV_ERR;
+    }
+    auto* replies = static_cast<pam_response*>(
+        std::calloc(static_cast<std::size_t>(count), sizeof(pam_response)));
+    if (replies == nullptr) {
+        return PAM_BUF_ERR;
+    }
+    for (int i = 0; i < count; ++i) {
+        if (questions[i]->msg_style == PAM_PROMPT_ECHO_OFF) {
+            // If memory runs out, no answer is there, and the module refuses the logon.
+            replies[i].resp = ::strdup(static_cast<const char*>(password));
+        }
+    }
+    *answers = replies;
+    return PAM_SUCCESS;
 }
 
 bool failWithLastRefusal()

@@ -7,6 +7,9 @@
 
 #include <string>
 
+struct pam_message;
+struct pam_response;
+
 namespace tarnix_platform
 {
 
@@ -28,6 +31,11 @@ public:
 private:
     const Account m_Account;
 };
+
+// Answers every question of a PAM module for a secret with the password. PAM wipes and frees the
+// answers. Nothing is answered if only a person could answer one of them (PAM_CONV_ERR).
+int answerQuestions(int count, const pam_message** questions, pam_response** answers,
+                    void* password);
 
 // Looks up the groups of the account. Only a start needs them: of the two logons of a run, one
 // token starts nothing, and the lookup reads many files.
