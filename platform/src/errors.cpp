@@ -41,9 +41,9 @@ std::wstring widen(const std::string& text)
     const char* at = text.data();
     std::size_t left = text.size();
     while (left > 0) {
-        wchar_t unit = 0;
+        wchar_t unit{};
         std::size_t used = std::mbrtowc(&unit, at, left, &state);
-        if (used == 0 || used > left) {
+        if (used > left) {
             unit = L'?';
             used = 1;
             state = std::mbstate_t{};

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -26,15 +27,13 @@ NTSTATUS toStatus(bool good)
 // Names of rights are ASCII without white space, so that they fit in a line of the file.
 bool readRight(const LSA_UNICODE_STRING& text, std::string& right)
 {
-    right.clear();
-    for (std::size_t i = 0; i < text.Length / sizeof(wchar_t); ++i) {
-        const wchar_t unit = text.Buffer[i];
-        if (unit <= L' ' || unit > L'~') {
-            return fail(EINVAL);
-        }
-        right.push_back(static_cast<char>(unit));
+    const std::wstring_view units(text.Buffer, text.Length / sizeof(wchar_t));
+    if (units.empty() || std::any_of(units.begin(), units.end(),
+                                     [](wchar_t unit) { return unit <= L' ' || unit > L'~'; })) {
+        return fail(EINVAL);
     }
-    return !right.empty() || fail(EINVAL);
+    right.assign(units.begin(), units.end());
+    return true;
 }
 
 // White space or a newline in the name of an account could forge a line of another account.
@@ -44,9 +43,9 @@ bool checkAccount(const std::shared_ptr<Policy>& policy, PSID account, std::stri
         return false;
     }
     name = accountOf(account);
-    const bool valid =
-        std::none_of(name.begin(), name.end(), [](char c) { return c >= '\0' && c <= ' '; });
-    return (valid && !name.empty()) || fail(EINVAL);
+    const bool hasBlank = std::any_of(name.begin(), name.end(),
+                                      [](char c) { return static_cast<unsigned char>(c) <= ' '; });
+    return (!hasBlank && !name.empty()) || fail(EINVAL);
 }
 
 bool readRights(const LSA_UNICODE_STRING* rights, DWORD count, std::vector<std::string>& names)
@@ -63,7 +62,7 @@ bool readRights(const LSA_UNICODE_STRING* rights, DWORD count, std::vector<std::
 // The array and its texts in one block.
 LSA_UNICODE_STRING* pack(const std::vector<std::string>& rights)
 {
-    std::size_t units = 0;
+    std::size_t units{};
     for (const std::string& right : rights) {
         units += right.size() + 1;
     }

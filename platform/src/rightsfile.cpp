@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -81,8 +82,8 @@ bool openPlace(RightsPlace& place)
 
 bool readText(int fd, std::string& text)
 {
-    char piece[4096];
-    ssize_t got = 0;
+    char piece[BUFSIZ];
+    ssize_t got{};
     while ((got = readSome(fd, piece, sizeof piece)) > 0) {
         text.append(piece, static_cast<std::size_t>(got));
     }

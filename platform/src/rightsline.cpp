@@ -12,7 +12,10 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <system_error>
 
 namespace tarnix_platform
@@ -29,10 +32,10 @@ constexpr std::string_view kUnknownBoot = "-";
 std::string readBootId()
 {
     const UniqueFd file = openFile(kBootId, O_RDONLY);
-    char text[64];
-    const ssize_t got = file ? readSome(file.get(), text, sizeof text) : -1;
-    const std::string_view id(text, got > 0 ? static_cast<std::size_t>(got) : 0);
-    return std::string(id.empty() ? kUnknownBoot : id.substr(0, id.find('\n')));
+    char text[BUFSIZ];
+    const ssize_t got = readSome(file.get(), text, sizeof text);
+    return got > 0 ? std::string(text, std::find(text, text + got, '\n'))
+                   : std::string(kUnknownBoot);
 }
 
 // No two programs that one process executes have read the clock at the same nanosecond.
@@ -48,9 +51,9 @@ const ThisImage& thisImage()
 }
 
 struct Owner {
-    std::uint64_t pid = 0;
-    std::uint64_t startTime = 0;
-    std::uint64_t image = 0;
+    std::uint64_t pid{};
+    std::uint64_t startTime{};
+    std::uint64_t image{};
     std::string_view boot = kUnknownBoot;
 };
 
@@ -85,41 +88,34 @@ bool parseMark(std::string_view mark, Owner& owner)
 }
 
 struct Status {
-    std::uint64_t pid = 0;
-    std::uint64_t startTime = 0;
-    bool hasEnded = false; // but has not been reaped
+    std::uint64_t pid{};
+    std::uint64_t startTime{};
+    bool hasEnded{}; // but has not been reaped
 };
 
 // Returns 0 or an errno.
 int readStatus(const std::string& path, Status& status)
 {
     const UniqueFd file = openFile(path.c_str(), O_RDONLY);
-    char bytes[1024]; // the fields that count are within the first 500 bytes
-    const ssize_t got = file ? readSome(file.get(), bytes, sizeof bytes) : -1;
-    if (got < 0) {
+    char bytes[BUFSIZ] = {}; // more than the file has
+    if (!file || readSome(file.get(), bytes, sizeof bytes - 1) < 0) {
         return errno;
     }
-    std::string_view text(bytes, static_cast<std::size_t>(got));
-    const bool good = readNumber(text, status.pid);
-    // The name of the program comes second, in parentheses, and may hold any character.
-    text.remove_prefix(std::min(text.rfind(')'), text.size()));
-    const auto skipFields = [&text](int count) {
-        for (int i = 0; i < count; ++i) {
-            text.remove_prefix(std::min(text.find(' '), text.size()));
-            text.remove_prefix(std::min<std::size_t>(1, text.size()));
-        }
-    };
-    skipFields(1);
-    const char state = text.empty() ? '\0' : text.front();
-    skipFields(17);
-    std::uint64_t threads = 0;
-    if (!good || !readNumber(text, threads)) {
+    // The name of the program comes second, in parentheses, and may hold any character. The three
+    // values after it are the fields 3, 20 and 22.
+    const char* const rest = std::strrchr(bytes, ')');
+    char state{};
+    std::uint64_t threads{};
+    if (rest == nullptr || std::sscanf(bytes, "%" SCNu64, &status.pid) != 1 ||
+        std::sscanf(rest,
+                    ") %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %" SCNu64
+                    " %*s %" SCNu64,
+                    &state, &threads, &status.startTime) != 3) {
         return EINVAL;
     }
-    skipFields(2);
     // The state is that of the first thread, which can end before others.
     status.hasEnded = (state == 'Z' || state == 'X') && threads <= 1;
-    return readNumber(text, status.startTime) ? 0 : EINVAL;
+    return 0;
 }
 
 bool isThisProcess(const Owner& owner)

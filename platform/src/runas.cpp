@@ -18,6 +18,8 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/keyctl.h>
+#include <linux/sched.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,17 +61,12 @@ std::uint32_t number(const char* text)
 // or an errno.
 int leaveRealTimeScheduling()
 {
-    constexpr int ordinary = 0;
-    constexpr long firstInFirstOut = 1;
-    constexpr long roundRobin = 2;
-    constexpr long deadline = 6;
-    constexpr long resetOnFork = 0x40000000;
-    const long policy = call(SYS_sched_getscheduler, 0) & ~resetOnFork;
-    if (policy != firstInFirstOut && policy != roundRobin && policy != deadline) {
+    const long policy = call(SYS_sched_getscheduler, 0) & ~long{SCHED_RESET_ON_FORK};
+    if (policy != SCHED_FIFO && policy != SCHED_RR && policy != SCHED_DEADLINE) {
         return 0;
     }
-    const int priority = 0;
-    return static_cast<int>(-call(SYS_sched_setscheduler, 0, ordinary, &priority));
+    const int priority{};
+    return static_cast<int>(-call(SYS_sched_setscheduler, 0, SCHED_NORMAL, &priority));
 }
 
 // The next three return 0 or an errno. A change of the user id leaves the ambient and inheritable
@@ -92,8 +89,7 @@ int dropCapabilities()
 // calls keeps the child from using any (EPERM).
 int leaveSessionKeyring()
 {
-    constexpr int joinSessionKeyring = 1;
-    const long keyring = call(SYS_keyctl, joinSessionKeyring, 0);
+    const long keyring = call(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, 0);
     return keyring > 0 || keyring == -ENOSYS || keyring == -EPERM ? 0 : static_cast<int>(-keyring);
 }
 

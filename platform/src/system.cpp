@@ -5,8 +5,10 @@
 #include <sys/utsname.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <thread>
 
 namespace tarnix_platform
 {
@@ -18,9 +20,7 @@ BOOL GetVersionExW(OSVERSIONINFOW* information)
     if (information == nullptr || information->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW)) {
         return fail(EINVAL);
     }
-    if (::uname(&kernel) != 0) {
-        return fail(errno);
-    }
+    ::uname(&kernel); // cannot fail: the pointer is valid
     *information = OSVERSIONINFOW{};
     information->dwOSVersionInfoSize = sizeof(OSVERSIONINFOW);
     std::sscanf(kernel.release, "%u.%u", &information->dwMajorVersion,
@@ -43,7 +43,9 @@ void GetSystemTime(SYSTEMTIME* time)
     time->wHour = static_cast<WORD>(parts.tm_hour);
     time->wMinute = static_cast<WORD>(parts.tm_min);
     time->wSecond = static_cast<WORD>(parts.tm_sec);
-    time->wMilliseconds = static_cast<WORD>(now.tv_nsec / 1000000);
+    time->wMilliseconds = static_cast<WORD>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::nanoseconds(now.tv_nsec))
+            .count());
 }
 
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
@@ -69,10 +71,7 @@ void Sleep(DWORD milliseconds)
         ::sched_yield();
         return;
     }
-    timespec rest{static_cast<time_t>(milliseconds / 1000),
-                  static_cast<long>(milliseconds % 1000) * 1000000};
-    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 } // namespace tarnix_platform
