@@ -8,6 +8,7 @@
 #include "support/scratchdirectory.h"
 
 #include <algorithm>
+#include <numeric>
 
 // The resolver guards its table of configurations by a lock that the thread sanitizer does not
 // know.
@@ -110,71 +111,54 @@ TEST_F(Lookups, TheNameOfThisComputer)
     EXPECT_EQ("Tarnix-Box|10.9.8.10|tarnix-box.test", shown(CCmnNetwork::resolve()));
 }
 
-TEST_F(Lookups, FullNames)
+using Addresses = std::vector<std::string>;
+
+// What a lookup finds; or "-", which its output then still holds.
+std::string found(int (*lookUp)(const char*, std::string&), const char* name)
 {
-    const struct {
-        std::string name;
-        const char* fullName; // null: none is found
-    } cases[] = {{"10.9.8.1", nullptr},
-                 {"10.9.8.7", "www.example.test"},
-                 {"WWW", "www.example.test"},
-                 {"nobody.test", nullptr},
-                 {longName, longName.c_str()}};
-    for (const auto& test : cases) {
-        std::string out = "-";
-        EXPECT_EQ(test.fullName != nullptr ? 0 : 3, CCmnNetwork::getFQDN(test.name.c_str(), out))
-            << test.name;
-        EXPECT_EQ(test.fullName != nullptr ? test.fullName : "-", out) << test.name;
-    }
+    std::string out = "-";
+    const int result = lookUp(name, out);
+    EXPECT_EQ(result, out == "-" ? 3 : 0);
+    return out;
 }
 
-TEST_F(Lookups, AddressOfAName)
+std::string found(int (*lookUp)(const char*, Addresses&), const char* name)
 {
-    const struct {
-        const char *name, *address;        // null: none is found
-    } cases[] = {{"10.9.8.1", "10.9.8.1"}, // is its own
-                 {"www", "10.9.8.7"},
-                 {"six.test", nullptr},
-                 {"large.test", "10.9.8.11"},
-                 {"huge.test", nullptr}}; // the answer has more than a megabyte
-    for (const auto& test : cases) {
-        std::string out = "-";
-        EXPECT_EQ(test.address != nullptr ? 0 : 3, CCmnNetwork::getHostbyName(test.name, out))
-            << test.name;
-        EXPECT_EQ(test.address != nullptr ? test.address : "-", out) << test.name;
-    }
+    Addresses out{"-"};
+    const int result = lookUp(name, out);
+    EXPECT_EQ(result, out.front() == "-" ? 3 : 0);
+    std::sort(out.begin(), out.end()); // their order is the system's
+    return std::accumulate(out.begin() + 1, out.end(), out.front(),
+                           [](const auto& all, const auto& one) { return all + ' ' + one; });
 }
 
-TEST_F(Lookups, Addresses)
+TEST_F(Lookups, NamesAndAddresses)
 {
-    using Addresses = std::vector<std::string>;
     const struct {
-        const char* name;
-        Addresses ipv4, ipv6;
-    } hosts[] = {{"six.test", {}, {"fd00::1"}},
-                 {"both.test", {"10.9.8.6"}, {"fd00::2"}}, // each once
-                 {"127.0.0.1", {"127.0.0.1"}, {}},
-                 {"0:0::1", {}, {"::1"}},
-                 {"10.9.8.1 both.test", {}, {}},
-                 {"nobody.test", {}, {}},
-                 {"", {}, {}},
-                 {nullptr, {}, {}}};
-    using Lookup = int (*)(const char*, Addresses&);
-    const auto expect = [](const char* name, const char* which, Lookup lookup, Addresses wanted) {
-        Addresses got{"former"};
-        EXPECT_EQ(wanted.empty() ? 3 : 0, lookup(name, got)) << (name ? name : "null") << which;
-        if (wanted.empty())
-            wanted = {"former"};
-        std::sort(got.begin(), got.end()); // their order is the system's
-        EXPECT_EQ(wanted, got) << (name ? name : "null") << which;
+        std::string name, fullName, address, ipv4, ipv6, all; // "-": none is found
+    } hosts[] = {
+        {"WWW", "www.example.test", "10.9.8.7", "10.9.8.7", "-", "10.9.8.7"},
+        {"10.9.8.7", "www.example.test", "10.9.8.7", "10.9.8.7", "-", "10.9.8.7"},
+        {"10.9.8.1", "-", "10.9.8.1", "10.9.8.1", "-", "10.9.8.1"},
+        {"nobody.test", "-", "-", "-", "-", "-"},
+        {"10.9.8.1 both.test", "-", "-", "-", "-", "-"},
+        {"", "-", "-", "-", "-", "-"},
+        {longName, longName, "10.9.8.9", "10.9.8.9", "-", "10.9.8.9"},
+        {"six.test", "-", "-", "-", "fd00::1", "fd00::1"},
+        {"both.test", "both.test", "10.9.8.6", "10.9.8.6", "fd00::2", "10.9.8.6 fd00::2"},
+        {"0:0::1", "-", "-", "-", "::1", "::1"},
+        {"large.test", "large.test", "10.9.8.11", "10.9.8.11", "-", "10.9.8.11"},
+        {"huge.test", "-", "-", "10.9.8.12", "-", "10.9.8.12"}, // more than a megabyte
     };
     for (const auto& host : hosts) {
-        expect(host.name, " IPv4", CCmnNetwork::getIPv4Addresses, host.ipv4);
-        expect(host.name, " IPv6", CCmnNetwork::getIPv6Addresses, host.ipv6);
-        Addresses all = host.ipv4;
-        all.insert(all.end(), host.ipv6.begin(), host.ipv6.end());
-        expect(host.name, " of both kinds", CCmnNetwork::getAddresses, all);
+        SCOPED_TRACE(host.name.substr(0, 20));
+        EXPECT_EQ(host.fullName, found(CCmnNetwork::getFQDN, host.name.c_str()));
+        EXPECT_EQ(host.address, found(CCmnNetwork::getHostbyName, host.name.c_str()));
+        EXPECT_EQ(host.ipv4, found(CCmnNetwork::getIPv4Addresses, host.name.c_str()));
+        EXPECT_EQ(host.ipv6, found(CCmnNetwork::getIPv6Addresses, host.name.c_str()));
+        EXPECT_EQ(host.all, found(CCmnNetwork::getAddresses, host.name.c_str()));
     }
+    EXPECT_EQ("-", found(CCmnNetwork::getAddresses, nullptr));
 }
 
 TEST_F(Lookups, OfManyThreads)

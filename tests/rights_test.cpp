@@ -1,5 +1,6 @@
 // The file of the accounts' rights, and what makes its use safe.
 #include "descriptors.h"
+#include "filelock.h"
 #include "rightsfile.h"
 #include "rightsline.h"
 #include "support/failure.h"
@@ -8,7 +9,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -22,35 +22,50 @@ using namespace tarnix_platform;
 namespace
 {
 
+constexpr DWORD defaultTimeout = 10000; // milliseconds
+
+const std::string standing = "holder SeBatchLogonRight\n";
+
 struct Rights : LeakCheck {
     void SetUp() override
     {
         SKIP_WITHOUT_PROC();
-        m_Scratch.write("rights", "holder SeBatchLogonRight\n");
+        m_Scratch.write("rights", standing);
         setRightsFile(m_File.c_str());
+        EXPECT_EQ(setLockTimeout(50), defaultTimeout);
     }
-    ~Rights() override { setRightsFile(nullptr); }
+    ~Rights() override
+    {
+        setLockTimeout(defaultTimeout);
+        setRightsFile(nullptr);
+    }
+
+    bool add() { return addRights("second", {"SeOther"}, m_Added); }
+    bool remove() { return removeRights("second", {"SeOther"}, m_Added); }
+    static bool isHeld() { return holdsRight("second", "SeOther"); }
 
     const ScratchDirectory m_Scratch;
     const std::string m_File = m_Scratch.path("rights");
+    AddedRights m_Added;
 };
 
 TEST_F(Rights, ThatOthersMayWriteAreRefused)
 {
     const std::string lock = m_Scratch.path("rights.lock");
+    const uid_t self = geteuid();
     const struct {
         const char* name;
         mode_t fileMode, directoryMode;
+        uid_t owner;
         bool isTrusted, isDirectoryTrusted;
-        uid_t owner = geteuid();
     } cases[] = {
-        {"of the owner", 0644, 0755, true, true},
-        {"of a group", 0664, 0755, false, true},
-        {"of all", 0602, 0755, false, true},
-        {"in a directory of a group", 0644, 0775, false, false},
-        {"in a sticky directory", 0644, 01777, false, false},
+        {"of the owner", 0644, 0755, self, true, true},
+        {"of a group", 0664, 0755, self, false, true},
+        {"of all", 0602, 0755, self, false, true},
+        {"in a directory of a group", 0644, 0775, self, false, false},
+        {"in a sticky directory", 0644, 01777, self, false, false},
         // Only root can give a file away.
-        {"of another owner", 0644, 0755, geteuid() != 0, true, 61001},
+        {"of another owner", 0644, 0755, 61001, self != 0, true},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
@@ -58,64 +73,82 @@ TEST_F(Rights, ThatOthersMayWriteAreRefused)
         chmod(m_Scratch.path().c_str(), test.directoryMode);
         std::filesystem::remove(lock);
         const int given = chown(m_File.c_str(), test.owner, getegid());
-        EXPECT_EQ(given == 0, geteuid() == 0 || test.owner == geteuid());
+        EXPECT_EQ(given == 0, self == 0 || test.owner == self);
         EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.isTrusted);
         SetLastError(0);
-        AddedRights added;
-        EXPECT_EQ(addRights("second", {"SeOther"}, added), test.isTrusted);
+        EXPECT_EQ(add(), test.isTrusted);
         EXPECT_EQ(GetLastError(), test.isTrusted ? 0U : static_cast<DWORD>(EPERM));
         EXPECT_EQ(std::filesystem::exists(lock), test.isDirectoryTrusted);
     }
-    EXPECT_EQ(chown(m_File.c_str(), geteuid(), getegid()), 0);
+}
+
+TEST_F(Rights, UnusablePaths)
+{
     std::filesystem::create_symlink("rights", m_Scratch.path("link"));
+    m_Scratch.makeDirectory("directory");
+    EXPECT_EQ(mkfifo(m_Scratch.path("pipe").c_str(), 0600), 0);
     // If it were cut to what the system takes, it would name the file.
     std::string tooLong = m_File + 'x';
     tooLong.insert(tooLong.rfind('/'), PATH_MAX - tooLong.size(), '/');
-    const std::pair<std::string, DWORD> refused[] = {
-        {m_Scratch.path("link"), ELOOP},
-        {std::filesystem::relative(m_File), EINVAL},
-        {tooLong, ENAMETOOLONG},
+    const struct {
+        std::string path;
+        DWORD readError, addError; // 0: works
+    } rows[] = {
+        {m_Scratch.path("link"), ELOOP, ELOOP},
+        {m_Scratch.path("directory"), EISDIR, EISDIR},
+        {m_Scratch.path("pipe"), EACCES, 0}, // does not block the caller
+        {m_File + "/rights", ENOTDIR, ENOTDIR},
+        {std::filesystem::relative(m_File), EINVAL, EINVAL},
+        {tooLong, ENAMETOOLONG, ENAMETOOLONG},
+        {m_Scratch.path("none/none/rights"), EACCES, ENOENT},
+        {m_Scratch.path("new/rights"), EACCES, 0}, // creates the directory
     };
-    for (const auto& [path, error] : refused) {
-        SCOPED_TRACE(path);
-        setRightsFile(path.c_str());
-        AddedRights added;
-        expectFailure(holdsRight("holder", "SeBatchLogonRight"), error);
-        expectFailure(addRights("second", {"SeOther"}, added), error);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        setRightsFile(row.path.c_str());
+        expectFailure(holdsRight("holder", "SeBatchLogonRight"), row.readError);
+        SetLastError(0);
+        EXPECT_EQ(add(), row.addError == 0);
+        EXPECT_EQ(GetLastError(), row.addError);
     }
+    EXPECT_EQ(std::filesystem::status(m_Scratch.path("new")).permissions(),
+              std::filesystem::perms(0700));
+    EXPECT_TRUE(remove());
 }
 
-// Whoever can open the lock file can hold the lock.
+// Whoever can open the lock file can hold the lock. A process that is forked meanwhile cannot.
 TEST_F(Rights, TheLockIsTheOwnersAlone)
 {
     const std::string lock = m_Scratch.path("rights.lock");
     m_Scratch.write("rights.lock", "");
     chmod(lock.c_str(), 0644);
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+    EXPECT_TRUE(add());
     EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    pid_t forked = -1;
+    const UniqueFd file = openFile(lock.c_str(), O_RDWR);
     {
-        const UniqueFd held = openFile(lock.c_str(), O_RDWR);
-        EXPECT_EQ(flock(held.get(), LOCK_EX), 0);
-        expectFailure(addRights("second", {"SeOther"}, added), ETIMEDOUT);
+        FileLock held;
+        EXPECT_TRUE(held.acquire(file.get(), lock));
+        forked = forkChild([] { return pause() == 0; });
+        expectFailure(add(), ETIMEDOUT);
     }
+    EXPECT_TRUE(add());
+    EXPECT_TRUE(remove());
+    kill(forked, SIGKILL);
+    waitForChild(forked);
     if (chown(lock.c_str(), 61001, getegid()) == 0)
-        expectFailure(addRights("second", {"SeOther"}, added), EPERM);
+        expectFailure(add(), EPERM);
+    std::filesystem::remove(lock);
+    std::filesystem::create_symlink("rights", lock);
+    expectFailure(add(), ELOOP);
 }
 
 // A process adds a right, and removes it when the file is somewhere else, or cannot be written.
 TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
 {
     const uid_t user = geteuid(), other = user == 0 ? 61001 : user;
-    rlimit formerSize{}, formerFiles{};
-    getrlimit(RLIMIT_FSIZE, &formerSize);
-    getrlimit(RLIMIT_NOFILE, &formerFiles);
     const auto move = [&](const char* from, const char* to) {
         std::filesystem::rename(m_Scratch.path(from), m_Scratch.path(to));
-    };
-    const auto limit = [](auto resource, rlim_t value, const rlimit& former) {
-        const rlimit low{value, former.rlim_max};
-        EXPECT_EQ(setrlimit(resource, &low), 0);
     };
     const auto addOfAnother = [] { // replaces the file
         AddedRights others;
@@ -123,14 +156,11 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
     };
     const auto takeDescriptors = [&] {
         addOfAnother();
-        const int next = openFile("/", O_RDONLY).get();
-        limit(RLIMIT_NOFILE, static_cast<rlim_t>(next), formerFiles);
+        setLimit(RLIMIT_NOFILE, static_cast<rlim_t>(openFile("/", O_RDONLY).get()));
     };
-    AddedRights added;
-    const std::string standing = "holder SeBatchLogonRight\n";
     const auto limitToAddedLine = [&] { // which takes less than the new file would
         addOfAnother();
-        limit(RLIMIT_FSIZE, (standing + "second SeOther" + added.mark).size(), formerSize);
+        setLimit(RLIMIT_FSIZE, (standing + "second SeOther" + m_Added.mark).size());
     };
     const std::string present = m_Scratch.path("d/rights");
     UniqueFd newLock;
@@ -149,9 +179,8 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         {"directory moved", [&] { move("d", "e"); }, 0, "e/rights"},
         {"file moved", [&] { move("d/rights", "d/old"); }, 0, "d/old"},
         {"other file", [&] { setRightsFile(m_File.c_str()); }, 0, "d/rights"},
-        {"small limit", [&] { limit(RLIMIT_FSIZE, 10, formerSize); }, EFBIG, "d/rights"},
-        {"limit that suffices", [&] { limit(RLIMIT_FSIZE, standing.size(), formerSize); }, 0,
-         "d/rights"},
+        {"small limit", [&] { setLimit(RLIMIT_FSIZE, 10); }, EFBIG, "d/rights"},
+        {"limit that suffices", [&] { setLimit(RLIMIT_FSIZE, standing.size()); }, 0, "d/rights"},
         {"limit for the line only", limitToAddedLine, 0, "d/rights"},
         {"file replaced, no descriptor", takeDescriptors, 0, "d/rights"},
         {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, 0, "d/rights"},
@@ -163,20 +192,20 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         m_Scratch.makeDirectory("d");
         m_Scratch.write("d/rights", standing);
         setRightsFile(present.c_str());
-        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+        EXPECT_TRUE(add());
         test.trouble();
-        const bool isRemoved = removeRights("second", {"SeOther"}, added);
+        const bool isRemoved = remove();
         const DWORD error = isRemoved ? 0 : GetLastError();
         newLock.reset();
         EXPECT_EQ(seteuid(user), 0);
-        setrlimit(RLIMIT_FSIZE, &formerSize); // a failure is written to a file
-        setrlimit(RLIMIT_NOFILE, &formerFiles);
+        setLimit(RLIMIT_FSIZE, RLIM_INFINITY); // a failure is written to a file
+        setLimit(RLIMIT_NOFILE, RLIM_INFINITY);
         chmod(present.c_str(), 0644);
         EXPECT_EQ(error, static_cast<DWORD>(test.error));
         setRightsFile(m_Scratch.path(test.file).c_str());
-        EXPECT_EQ(holdsRight("second", "SeOther"), !isRemoved);
-        EXPECT_TRUE(removeRights("second", {"SeOther"}, added)); // the second attempt
-        expectFailure(holdsRight("second", "SeOther"), EACCES);
+        EXPECT_EQ(isHeld(), !isRemoved);
+        EXPECT_TRUE(remove()); // the second attempt
+        expectFailure(isHeld(), EACCES);
     }
 }
 
@@ -185,7 +214,8 @@ TEST_F(Rights, OtherLinesAndTheAccessStay)
 {
     const std::string others = "# by hand\n\n \nsecond\nsecond \na b #added\na b #added 1\n"
                                "a b #added x 2\na b #added 1 2x\na b #added 1x 2\n"
-                               "a b #added 1 2 3\na b #added 1 2 3 \na b #added 1 2 3 4 5\n" +
+                               "a b #added 1 2 3\na b #added 1 2 3 \na b #added 1 2 3 4 5\n"
+                               "a b #added 1 2 x 4\na b #added 1 2 3x4\n" +
                                std::string(9000, 'l') + " SeOther\n";
     m_Scratch.write("rights",
                     others + "a b #added 1 999999999\na b #added 4194304 1\na b #added 1 2 3 x\n"
@@ -193,16 +223,13 @@ TEST_F(Rights, OtherLinesAndTheAccessStay)
     chmod(m_File.c_str(), 0640);
     const gid_t group = geteuid() == 0 ? 61101 : getegid();
     EXPECT_EQ(chown(m_File.c_str(), geteuid(), group), 0);
-    const std::string standing = others + "holder SeBatchLogonRight\n";
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-    EXPECT_EQ(m_Scratch.read("rights"), standing + "second SeOther" + added.mark + '\n');
+    EXPECT_TRUE(add());
+    EXPECT_EQ(m_Scratch.read("rights"), others + standing + "second SeOther" + m_Added.mark + '\n');
     // A forked copy of the process removes nothing.
-    EXPECT_EQ(waitForChild(forkChild([&] { return removeRights("second", {"SeOther"}, added); })),
-              0);
-    EXPECT_TRUE(holdsRight("second", "SeOther"));
-    EXPECT_TRUE(removeRights("second", {"SeOther"}, added));
-    EXPECT_EQ(m_Scratch.read("rights"), standing);
+    EXPECT_EQ(waitForChild(forkChild([&] { return remove(); })), 0);
+    EXPECT_TRUE(isHeld());
+    EXPECT_TRUE(remove());
+    EXPECT_EQ(m_Scratch.read("rights"), others + standing);
     struct stat info {
     };
     EXPECT_EQ(stat(m_File.c_str(), &info), 0);
@@ -210,119 +237,96 @@ TEST_F(Rights, OtherLinesAndTheAccessStay)
     EXPECT_EQ(info.st_gid, group);
 }
 
-TEST_F(Rights, OfAnAccount)
-{
-    m_Scratch.write("rights", "second Se1\nsecondary Se2\nsecond \nsecond Se3 #added 1 2\n");
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"Se4", "Se5"}, added));
-    std::vector<std::string> rights;
-    EXPECT_TRUE(rightsOf("second", rights));
-    EXPECT_EQ(rights, (std::vector<std::string>{"Se1", "Se4", "Se5"}));
-}
-
 // The length of a right has 16 bits. A longer one, cut to them, could be another right.
-TEST_F(Rights, LongNames)
+TEST_F(Rights, OfAnAccount)
 {
     const std::string longest(UINT16_MAX / sizeof(wchar_t) - 1, 'l');
     m_Scratch.write("rights", "second Se1\nsecond " + longest + "\nsecond l" + longest +
-                                  "\nsecond Se2" + longest + "l\n");
+                                  "\nsecond Se2" + longest +
+                                  "l\nsecondary Se2\nsecond \nsecond Se3 #added 1 2\n");
+    EXPECT_TRUE(addRights("second", {"Se4", "Se~"}, m_Added));
     LSA_OBJECT_ATTRIBUTES attributes{};
     LSA_HANDLE policy = nullptr;
     EXPECT_EQ(LsaOpenPolicy(nullptr, &attributes, 0, &policy), 0);
     char second[] = "second", third[] = "third";
     LSA_UNICODE_STRING* rights = nullptr;
     DWORD count = 0;
-    EXPECT_EQ(LsaEnumerateAccountRights(policy, second, &rights, &count), 0);
-    ASSERT_EQ(count, 2U);
-    EXPECT_EQ(std::wstring(rights[0].Buffer), L"Se1");
-    EXPECT_EQ(rights[0].Length, 3 * sizeof(wchar_t));
-    EXPECT_EQ(std::wstring(rights[1].Buffer), std::wstring(longest.size(), L'l'));
-    EXPECT_EQ(rights[1].MaximumLength, (longest.size() + 1) * sizeof(wchar_t));
+    const auto enumerate = [&](char* account) {
+        return LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, account, &rights, &count));
+    };
+    EXPECT_EQ(enumerate(second), 0U);
+    std::vector<std::wstring> names;
+    for (DWORD i = 0; i < count; ++i) {
+        names.emplace_back(rights[i].Buffer);
+        EXPECT_EQ(rights[i].Length, names[i].size() * sizeof(wchar_t));
+        EXPECT_EQ(rights[i].MaximumLength, rights[i].Length + sizeof(wchar_t));
+    }
+    EXPECT_EQ(names, (std::vector<std::wstring>{L"Se1", std::wstring(longest.size(), L'l'), L"Se4",
+                                                L"Se~"}));
     LsaFreeMemory(rights);
-    EXPECT_EQ(LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, third, &rights, &count)),
-              static_cast<DWORD>(ENOENT));
+    EXPECT_EQ(enumerate(third), DWORD{ENOENT});
+    EXPECT_TRUE(removeRights("second", {"Se4", "Se~"}, m_Added));
+    chmod(m_File.c_str(), 0666);
+    EXPECT_EQ(enumerate(second), DWORD{EPERM});
     EXPECT_EQ(LsaClose(policy), 0);
+    EXPECT_EQ(LsaNtStatusToWinError(LsaClose(policy)), DWORD{EBADF});
 }
 
 // If the file cannot be replaced, the mark of the line is overwritten, and nothing else.
 TEST_F(Rights, AreRevokedInPlace)
 {
     for (const std::string rest : {"\nholder SeBatchLogonRight\n", ""}) {
-        setRightsFile(m_File.c_str());
-        AddedRights added;
-        EXPECT_TRUE(addRights("second", {"SeOther"}, added));
-        const std::string mark = added.mark, line = "second SeOther" + mark,
-                          similar = 'x' + line + '\n' + line + "1\n";
+        EXPECT_TRUE(add());
+        const std::string line = "second SeOther" + m_Added.mark,
+                          similar = 'x' + line + '\n' + line + "1\n",
+                          revoked = "second SeOther" + disowned(m_Added.mark);
         m_Scratch.write("rights", similar + line + rest);
         std::filesystem::rename(m_File, m_Scratch.path("moved"));
-        EXPECT_TRUE(removeRights("second", {"SeOther"}, added));
-        const std::string revoked = "second SeOther" + disowned(mark);
+        EXPECT_TRUE(remove());
         EXPECT_EQ(m_Scratch.read("moved"), similar + revoked + rest);
         EXPECT_TRUE(isLeftover(revoked)); // the next change removes it
     }
 }
 
-TEST_F(Rights, WithoutAFile)
-{
-    setRightsFile(m_Scratch.path("none/rights").c_str());
-    expectFailure(holdsRight("holder", "SeBatchLogonRight"), EACCES);
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added)); // creates the directory
-    EXPECT_EQ(std::filesystem::status(m_Scratch.path("none")).permissions(),
-              std::filesystem::perms(0700));
-    EXPECT_TRUE(removeRights("second", {"SeOther"}, added));
-    // A named pipe does not block the caller.
-    EXPECT_EQ(mkfifo(m_Scratch.path("pipe").c_str(), 0600), 0);
-    setRightsFile(m_Scratch.path("pipe").c_str());
-    expectFailure(holdsRight("holder", "SeBatchLogonRight"), EACCES);
-}
-
 // In doubt, a process that has added a right still runs; but this one cannot add any.
 TEST_F(Rights, WithoutProc)
 {
-    AddedRights added;
-    EXPECT_TRUE(addRights("second", {"SeOther"}, added));
+    EXPECT_TRUE(add());
     const pid_t child = forkChild([&] {
         const std::string missing = enterNamespaces({});
         if (!missing.empty() || mount("none", "/proc", "tmpfs", 0, nullptr) != 0) {
             m_Scratch.write("missing", missing + ' ');
             return true;
         }
-        const bool holds = holdsRight("second", "SeOther");
+        EXPECT_TRUE(isHeld());
         AddedRights none;
-        const bool adds = addRights("third", {"SeOther"}, none);
-        m_Scratch.write("result", (holds ? "held, " : "not held, ") +
-                                      (adds ? "added" : std::to_string(GetLastError())));
-        return true;
+        expectFailure(addRights("third", {"SeOther"}, none), ENOENT);
+        return !HasFailure();
     });
     EXPECT_EQ(waitForChild(child), 0);
+    EXPECT_TRUE(remove());
     if (mustSkip(m_Scratch.read("missing")))
         GTEST_SKIP() << m_Scratch.read("missing");
-    EXPECT_EQ(m_Scratch.read("result"), "held, " + std::to_string(ENOENT));
 }
 
 // The calling process has no descriptor 0, 1 or 2. Those that stay open do not take their place.
 TEST_F(Rights, WithoutStandardDescriptors)
 {
-    int former[3];
-    for (int fd = 0; fd < 3; ++fd) {
-        former[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 3);
-        close(fd);
-    }
-    AddedRights added;
-    const bool holds = holdsRight("holder", "SeBatchLogonRight");
-    const bool isAdded = addRights("second", {"SeOther"}, added);
-    const int lowest = std::min(
-        {added.place.directory.get(), added.lock.get(), added.file.get(), added.spare.get()});
-    const bool isRemoved = removeRights("second", {"SeOther"}, added);
-    for (int fd = 0; fd < 3; ++fd) {
-        dup2(former[fd], fd);
-        close(former[fd]);
-    }
-    EXPECT_TRUE(holds);
-    EXPECT_TRUE(isAdded);
-    EXPECT_GT(lowest, 2);
-    EXPECT_TRUE(isRemoved);
+    const pid_t child = forkChild([&] {
+        const int output = fcntl(STDOUT_FILENO, F_DUPFD, 3);
+        for (int fd = 0; fd < 3; ++fd)
+            close(fd);
+        const bool holds = holdsRight("holder", "SeBatchLogonRight"), isAdded = add();
+        const int lowestFree = fcntl(output, F_DUPFD, 0), nextFree = fcntl(output, F_DUPFD, 0);
+        dup2(output, STDOUT_FILENO);
+        EXPECT_TRUE(holds);
+        EXPECT_TRUE(isAdded);
+        EXPECT_EQ(lowestFree, 0);
+        EXPECT_EQ(nextFree, 1);
+        EXPECT_TRUE(remove());
+        return !HasFailure();
+    });
+    EXPECT_EQ(waitForChild(child), 0);
 }
 
 // A field of a process's status, after its program's name, which has no blank.

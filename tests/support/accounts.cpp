@@ -2,7 +2,6 @@
 
 #include <security/pam_appl.h>
 
-#include <dlfcn.h>
 #include <grp.h>
 #include <pwd.h>
 #include <shadow.h>
@@ -11,18 +10,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace
 {
 
-std::string g_directory; // with a slash at the end; empty: the system's accounts
-
-template <typename Function>
-Function* systems(const char* name, Function*)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
+std::string g_directory = "/etc/";
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -52,44 +46,32 @@ extern "C" {
 
 int getpwnam_r(const char* name, passwd* entry, char* buffer, std::size_t size, passwd** found)
 {
-    static const auto real = systems("getpwnam_r", getpwnam_r);
-    return g_directory.empty() ? real(name, entry, buffer, size, found)
-                               : find(open("passwd"), fgetpwent_r, &passwd::pw_name, name, entry,
-                                      buffer, size, found);
+    return find(open("passwd"), fgetpwent_r, &passwd::pw_name, name, entry, buffer, size, found);
 }
 
 int getspnam_r(const char* name, spwd* entry, char* buffer, std::size_t size, spwd** found)
 {
-    static const auto real = systems("getspnam_r", getspnam_r);
-    return g_directory.empty() ? real(name, entry, buffer, size, found)
-                               : find(open("shadow"), fgetspent_r, &spwd::sp_namp, name, entry,
-                                      buffer, size, found);
+    return find(open("shadow"), fgetspent_r, &spwd::sp_namp, name, entry, buffer, size, found);
 }
 
 int getgrouplist(const char* user, gid_t first, gid_t* groups, int* count)
 {
-    static const auto real = systems("getgrouplist", getgrouplist);
-    if (g_directory.empty())
-        return real(user, first, groups, count);
     std::vector<gid_t> all{first};
     const File file = open("group");
     while (const group* entry = fgetgrent(file.get()))
         for (char** member = entry->gr_mem; *member != nullptr; ++member)
             if (user == std::string(*member))
                 all.push_back(entry->gr_gid);
-    const bool fits = all.size() <= static_cast<std::size_t>(*count);
-    *count = static_cast<int>(all.size());
-    if (fits)
-        std::copy(all.begin(), all.end(), groups);
-    return fits ? *count : -1;
+    const int room = std::exchange(*count, static_cast<int>(all.size()));
+    std::copy_n(all.begin(), std::min(room, *count), groups);
+    return *count <= room ? *count : -1;
 }
 
 int pam_start(const char* service, const char* user, const pam_conv* conversation,
               pam_handle_t** handle)
 {
     const std::string services = g_directory + "pam.d";
-    return pam_start_confdir(service, user, conversation,
-                             g_directory.empty() ? nullptr : services.c_str(), handle);
+    return pam_start_confdir(service, user, conversation, services.c_str(), handle);
 }
 
 } // extern "C"

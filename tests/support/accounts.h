@@ -1,4 +1,4 @@
-// Accounts of a test where it cannot mount its own files over those of the system.
+// Accounts of a test, which do not touch those of the system.
 #ifndef TARNIX_SUPPORT_ACCOUNTS_H
 #define TARNIX_SUPPORT_ACCOUNTS_H
 

@@ -13,4 +13,34 @@ inline void expectFailure(bool result, tarnix_platform::DWORD error)
     EXPECT_EQ(tarnix_platform::GetLastError(), error);
 }
 
+// Expects that starts of a child are refused when one argument is wrong. `create` is one of the
+// operations that create a process, from its second or its first argument on.
+template <typename Create>
+void expectRefusedStarts(const Create& create, tarnix_platform::STARTUPINFOA& startup)
+{
+    char command[] = "true";
+    tarnix_platform::SECURITY_ATTRIBUTES some{};
+    tarnix_platform::PROCESS_INFORMATION information{};
+    const struct {
+        const char *name, *application;
+        char* command;
+        tarnix_platform::SECURITY_ATTRIBUTES *process, *thread;
+        tarnix_platform::STARTUPINFOA* startup;
+        tarnix_platform::PROCESS_INFORMATION* information;
+    } rows[] = {
+        {"application", "a", command, nullptr, nullptr, &startup, &information},
+        {"no command", nullptr, nullptr, nullptr, nullptr, &startup, &information},
+        {"process attributes", nullptr, command, &some, nullptr, &startup, &information},
+        {"thread attributes", nullptr, command, nullptr, &some, &startup, &information},
+        {"no startup", nullptr, command, nullptr, nullptr, nullptr, &information},
+        {"no information", nullptr, command, nullptr, nullptr, &startup, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        expectFailure(create(row.application, row.command, row.process, row.thread, false, 0,
+                             nullptr, nullptr, row.startup, row.information),
+                      EINVAL);
+    }
+}
+
 #endif

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 // Each test must end with as many descriptors, and with as few children, as it began with.
@@ -23,6 +25,15 @@ inline bool mustSkip(const std::string& missing)
 {
     EXPECT_TRUE(missing.empty() || std::getenv("TARNIX_REQUIRE_ROOT_TESTS") == nullptr) << missing;
     return !missing.empty();
+}
+
+// Sets the soft limit of a resource, up to the hard one.
+inline void setLimit(__rlimit_resource resource, rlim_t value)
+{
+    rlimit limit{};
+    ::getrlimit(resource, &limit);
+    limit.rlim_cur = std::min(value, limit.rlim_max);
+    EXPECT_EQ(::setrlimit(resource, &limit), 0);
 }
 
 // For tests that read /proc, or add rights.
