@@ -105,6 +105,9 @@ TEST_F(Lookups, TheNameOfThisComputer)
         EXPECT_STREQ(L"Tarnix-Box", name) << enough;
         EXPECT_EQ(10U, room) << enough;
     }
+    EXPECT_EQ(0, sethostname("\xff", 1));
+    EXPECT_EQ(0, GetComputerNameW(name, &room));
+    EXPECT_EQ(0, sethostname("Tarnix-Box", 10));
     std::string full;
     EXPECT_EQ(0, CCmnNetwork::getFQDN(full));
     EXPECT_EQ("tarnix-box.test", full);

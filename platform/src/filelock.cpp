@@ -29,9 +29,7 @@ DWORD setLockTimeout(DWORD milliseconds)
 // too.
 FileLock::~FileLock()
 {
-    if (m_Fd >= 0) {
-        ::flock(m_Fd, LOCK_UN);
-    }
+    ::flock(m_Fd, LOCK_UN); // no effect if nothing was locked
 }
 
 // Polls, because a wait of the system has no timeout.

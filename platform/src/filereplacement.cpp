@@ -3,6 +3,7 @@
 
 #include "descriptors.h"
 
+#include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -14,14 +15,6 @@
 
 namespace tarnix_platform
 {
-
-namespace
-{
-
-// The system's limits of a list of names and of a value.
-constexpr std::size_t kMaxAttribute = 64 * 1024;
-
-} // namespace
 
 FileReplacement::~FileReplacement()
 {
@@ -79,8 +72,8 @@ void FileReplacement::keepAttributes(const char* from)
     if (size <= 0) {
         return; // the usual case
     }
-    std::vector<char> names(kMaxAttribute);
-    std::vector<char> value(kMaxAttribute);
+    std::vector<char> names(XATTR_LIST_MAX);
+    std::vector<char> value(XATTR_SIZE_MAX);
     const ssize_t end = ::listxattr(from, names.data(), names.size());
     for (ssize_t at = 0; at < end;) {
         const std::string_view name(names.data() + at);

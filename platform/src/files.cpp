@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 
 namespace tarnix_platform
@@ -57,12 +58,11 @@ bool endCutLine(int fd)
 
 std::int64_t nanoseconds(const timespec& time)
 {
-    constexpr std::int64_t second = 1'000'000'000;
-    return time.tv_sec * second + time.tv_nsec;
+    return std::chrono::nanoseconds(std::chrono::seconds(time.tv_sec)).count() + time.tv_nsec;
 }
 
 // Some file systems store times in steps of two seconds.
-constexpr std::int64_t kCoarsestFileTime = 2'000'000'000;
+constexpr std::chrono::nanoseconds kCoarsestFileTime = std::chrono::seconds(2);
 
 } // namespace
 
@@ -108,7 +108,7 @@ bool TxGetFileVersion(const char* path, TxFileVersion& version, bool& isSettled)
                info.st_size, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim)};
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    isSettled = nanoseconds(now) - nanoseconds(info.st_ctim) > kCoarsestFileTime;
+    isSettled = nanoseconds(now) - nanoseconds(info.st_ctim) > kCoarsestFileTime.count();
     return true;
 }
 

@@ -5,10 +5,11 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -20,7 +21,6 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr std::size_t kInitialSize = 1024;
 constexpr std::size_t kMaxSize = std::size_t{1} << 20; // a larger answer counts as none
 
 // The record points into the buffer.
@@ -35,12 +35,12 @@ struct Answer {
 template <class Call>
 bool lookUp(Answer& answer, Call call)
 {
-    for (std::size_t size = kInitialSize; size <= kMaxSize; size *= 2) {
+    for (std::size_t size = BUFSIZ; size <= kMaxSize; size *= 2) {
         answer.buffer.resize(size);
         hostent* found = nullptr;
         const int code = call(answer, &found);
         if (code != ERANGE) {
-            return code == 0 && found != nullptr;
+            return found != nullptr;
         }
     }
     return false;
@@ -71,10 +71,7 @@ std::optional<std::string> TxHostName(const TxIPv4& address)
                                  &into.record, into.buffer.data(), into.buffer.size(), found,
                                  &into.reason);
     });
-    if (!isFound || answer.record.h_name == nullptr) {
-        return std::nullopt;
-    }
-    return answer.record.h_name;
+    return isFound ? std::optional<std::string>(answer.record.h_name) : std::nullopt;
 }
 
 std::optional<TxIPv4> TxHostAddress(const char* name)
@@ -87,13 +84,11 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
         return ::gethostbyname2_r(name, AF_INET, &into.record, into.buffer.data(),
                                   into.buffer.size(), found, &into.reason);
     });
-    const hostent& record = answer.record;
-    TxIPv4 address;
-    if (!isFound || record.h_length != static_cast<int>(address.size()) ||
-        (record.h_addr_list == nullptr) || record.h_addr_list[0] == nullptr) {
+    if (!isFound) {
         return std::nullopt;
     }
-    std::memcpy(address.data(), record.h_addr_list[0], address.size());
+    TxIPv4 address;
+    std::memcpy(address.data(), *answer.record.h_addr_list, address.size());
     return address;
 }
 
@@ -123,10 +118,11 @@ std::vector<std::string> TxHostAddresses(const char* name, TxAddressKind kind)
 
 BOOL GetComputerNameW(wchar_t* buffer, DWORD* size)
 {
-    char name[256] = {};
-    ::gethostname(name, sizeof name - 1); // cannot fail: names have at most 64 bytes
-    const std::size_t length = std::mbstowcs(nullptr, name, 0);
-    if (length == static_cast<std::size_t>(-1) || length > *size) {
+    utsname system{};
+    ::uname(&system); // cannot fail: the pointer is valid
+    const char* const name = system.nodename;
+    const std::size_t length = std::mbstowcs(nullptr, name, 0); // the highest number if not valid
+    if (length > *size) {
         return false;
     }
     std::mbstowcs(buffer, name, length + 1);

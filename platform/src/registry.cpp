@@ -16,7 +16,6 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr std::size_t kMapSize = 16;
 constexpr int kFailed = -1;
 
 PathSetting g_registryFile;
@@ -56,7 +55,7 @@ void setRegistryFile(const char* path)
 ACE_Configuration_Win32Registry::ACE_Configuration_Win32Registry(HKEY hive)
 {
     auto heap = std::make_unique<ACE_Configuration_Heap>();
-    if (hive != HKEY_LOCAL_MACHINE || heap->open(kMapSize) != 0) {
+    if (hive != HKEY_LOCAL_MACHINE || heap->open() != 0) {
         return;
     }
     const std::string file = g_registryFile.pathOr(TARNIX_REGISTRY_FILE);

@@ -53,10 +53,12 @@ private:
         std::shared_ptr<Wakeup> wakeup;
         std::shared_ptr<PipeEnd> source; // of the read or write that the event waits for
 
-        bool polledReady = false;  // the descriptor was ready: the child or the read may have ended
-        bool ended = false;        // the child has been reaped
-        bool heldByTracer = false; // the child has ended, but a tracer delays its reaping
+        bool polledReady{};  // the descriptor was ready: the child or the read may have ended
+        bool ended{};        // the child has been reaped
+        bool heldByTracer{}; // the child has ended, but a tracer delays its reaping
     };
+
+    static constexpr pollfd kNone{-1, 0, 0}; // poll ignores it
 
     // Sets `polledReady` of each entry. False with the last error set if the system refuses the
     // wait, which it would do again. After an interruption the caller polls again.
@@ -68,7 +70,7 @@ private:
         for (DWORD i = 0; i < m_Count; ++i) {
             // The descriptor of a child that a tracer holds is always ready: poll would not wait.
             const bool heldByTracer = m_Entries[i].heldByTracer;
-            fds[i] = heldByTracer ? pollfd{-1, 0, 0} : pollOf(m_Entries[i]);
+            fds[i] = heldByTracer ? kNone : pollOf(m_Entries[i]);
             left = heldByTracer && (left < 0 || left > retryInterval) ? retryInterval : left;
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
@@ -92,13 +94,13 @@ private:
         }
         entry.source = entry.event->source();
         if (!entry.source) {
-            return {-1, 0, 0};
+            return kNone;
         }
         const bool writes = entry.source->side() == Side::server;
         const Pipe& pipe = *entry.source->pipe();
+        const auto events = static_cast<short>(writes ? POLLOUT : POLLIN);
         const bool isPending = writes ? pipe.writePending() : pipe.pending();
-        return {isPending ? entry.source->fd() : -1, static_cast<short>(writes ? POLLOUT : POLLIN),
-                0};
+        return isPending ? pollfd{entry.source->fd(), events, 0} : kNone;
     }
 
     // Returns what happened first. Children are reaped first, which marks the end of their output.
