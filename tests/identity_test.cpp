@@ -20,7 +20,6 @@
 #include <sys/syscall.h>
 
 #include <csignal>
-#include <thread>
 
 // PAM loads its modules at the first logon, and those that are not kept at each logon. The thread
 // sanitizer does not know the lock of the dynamic loader, and would report a race.
@@ -309,6 +308,7 @@ TEST_F(Identity, RefusedRuns)
 {
     scratch.makeDirectory("closed");
     chmod(scratch.path("closed").c_str(), 0700);
+    const std::wstring failed = L"cannot log on (Authentication failure) as '";
     const std::string usual = scratch.read("etc/pam.d/tarnix"),
                       permits = "auth required pam_permit.so\naccount required pam_permit.so\n";
     const struct {
@@ -318,12 +318,10 @@ TEST_F(Identity, RefusedRuns)
         uid_t caller = 0;
         std::string rules = {}; // of PAM; empty: the usual ones
     } cases[] = {
-        {"wrong password", "holder", "id", "wrong", "/",
-         L"cannot log on (Authentication failure) as 'holder': Permission"},
-        {"unknown", "nobody-here", "id", password, "/",
-         L"cannot log on (Authentication failure) as 'nobody-here': Permission"},
+        {"wrong password", "holder", "id", "wrong", "/", failed + L"holder': Permission"},
+        {"unknown", "nobody-here", "id", password, "/", failed + L"nobody-here': Permission"},
         {"long", std::string(300, 'n'), "id", password, "/",
-         L"(Authentication failure) as '" + std::wstring(156, L'n') + L": Permission denied"},
+         failed + std::wstring(156, L'n') + L": Permission denied"},
         {"expired", "expired", "id", password, "/", L"(User account has expired) as 'expired'"},
         {"known to PAM only", "nobody-here", "id", "", "/", L"(no such account)", 0, permits},
         {"renamed", "anonymous", "id", "a@b", "/", L"(PAM changed the account)", 0,

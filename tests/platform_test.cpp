@@ -78,8 +78,9 @@ TEST_F(Platform, HandlesAndPipeNames)
     for (HANDLE open : {next, server, client})
         EXPECT_TRUE(CloseHandle(open));
     // Closes the last handle of a running child: a later close reaps the child.
-    Started left("sleep 0.1");
+    Started left("sleep 600");
     EXPECT_TRUE(CloseHandle(left.process));
+    EXPECT_EQ(kill(static_cast<pid_t>(left.pid), SIGKILL), 0);
     EXPECT_TRUE(left.awaitEnd());
 }
 
@@ -452,15 +453,22 @@ std::string whileTraced(DWORD child, const std::function<void()>& work)
     return waitForChild(tracer) == SIGKILL ? "" : "this user cannot trace processes";
 }
 
-// The output of the child has no end of file: another process has it open.
-TEST_F(Platform, ATracedChildDoesNotDelayTheTimeout)
+// A tracer delays the reaping of children that have ended; a killed child can also be blocked in a
+// file system of another user. Neither the timeout of a wait nor a failed start waits for them.
+TEST_F(Platform, TracedChildrenDelayNoCaller)
 {
-    Started child("sh -c 'sleep 1 & sleep 0.2'");
-    const HANDLE both[] = {child.process, child.read.hEvent};
-    EXPECT_FALSE(child.readFrom(child.client));
+    Started ended("sh -c 'sleep 1 & sleep 0.2'"); // its output has no end of file yet
+    const HANDLE both[] = {ended.process, ended.read.hEvent};
+    EXPECT_FALSE(ended.readFrom(ended.client));
     DWORD woken = WAIT_FAILED;
-    const std::string missing = whileTraced(
-        child.pid, [&] { woken = WaitForMultipleObjectsEx(2, both, false, 400, false); });
+    std::string missing = whileTraced(
+        ended.pid, [&] { woken = WaitForMultipleObjectsEx(2, both, false, 400, false); });
+    UniqueFd reader, writer;
+    ASSERT_TRUE(openPipe(reader, writer));
+    Child killed;
+    ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, killed));
+    missing += whileTraced(static_cast<DWORD>(killed.pid), [&] { const ChildGuard guard(killed); });
+    EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
     if (mustSkip(missing))
         GTEST_SKIP() << missing;
     EXPECT_EQ(woken, WAIT_TIMEOUT);
@@ -485,21 +493,6 @@ TEST_F(Platform, AWaitThatTheSystemRefusesFails)
     expectFailure(result, EINVAL);
     expectFailure(child.readFrom(child.client), ERROR_IO_PENDING); // the refused one was cancelled
     EXPECT_TRUE(TerminateProcess(child.process, 1067));
-}
-
-// A killed child may take long to end. Here a tracer delays its reaping; the child of another user
-// can also be blocked in a file system of that user.
-TEST_F(Platform, AKilledChildThatCannotBeReapedDoesNotBlockTheCaller)
-{
-    UniqueFd reader, writer;
-    ASSERT_TRUE(openPipe(reader, writer));
-    Child child;
-    ASSERT_TRUE(spawn({{"sleep", "600"}, "", {reader.get(), writer.get(), writer.get()}}, child));
-    const std::string missing =
-        whileTraced(static_cast<DWORD>(child.pid), [&] { const ChildGuard guard(child); });
-    EXPECT_TRUE(CloseHandle(makeEvent())); // reaps the child
-    if (mustSkip(missing))
-        GTEST_SKIP() << missing;
 }
 
 TEST_F(Platform, OnlyOwnRunningChildrenAreTouched)
