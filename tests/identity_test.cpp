@@ -62,6 +62,7 @@ struct Identity : LeakCheck {
         scratch.write("rights.new", "of an interrupted change");
         setRightsFile(scratch.path("rights").c_str());
         chmod(scratch.path().c_str(), 0711); // the accounts can reach what is open to them
+        SKIP_WITHOUT_PROC();
         if (mustSkip(withoutUsers()))
             GTEST_SKIP() << withoutUsers();
         useAccountsIn(scratch.path("etc"));
@@ -78,7 +79,6 @@ struct Identity : LeakCheck {
 
 TEST_F(Identity, TheChildIsTheUserPermanently)
 {
-    SKIP_WITHOUT_PROC();
     const std::string commands =
         "echo $(id -u) $(id -G);"
         // No id and no capability of root: the child cannot get them back.
@@ -145,7 +145,6 @@ bool filterCalls(const std::vector<unsigned int>& calls, int error)
 
 TEST_F(Identity, FailingSystemCallsOfTheStart)
 {
-    SKIP_WITHOUT_PROC();
     constexpr int kills = -1, onlySeemsDone = 0;
     const Lines standard{"0", "1", "2", "3"}; // the last one is the listed directory
     const std::wstring staysOpen = L"cannot close inherited descriptors";
@@ -294,7 +293,7 @@ TEST_F(Identity, Tokens)
     STARTUPINFOA startup{};
     PROCESS_INFORMATION information{};
     char command[] = "true";
-    for (const auto& [user, error] : {std::pair(HANDLE{nullptr}, EACCES), {event, EBADF}})
+    for (const auto& [user, error] : {std::pair(HANDLE{nullptr}, DWORD{EACCES}), {event, EBADF}})
         expectFailure(CreateProcessAsUserA(user, nullptr, command, nullptr, nullptr, false, 0,
                                            nullptr, nullptr, &startup, &information),
                       error);
@@ -343,7 +342,6 @@ TEST_F(Identity, RefusedRuns)
 
 TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
 {
-    SKIP_WITHOUT_PROC();
     CCmnExecPipeWindows first;
     // After a timeout the runner keeps the right until its next run or its end.
     EXPECT_EQ(exec(first, "sh -c 'echo in; exec cat'", 1, "/", "second", password).result, 5);
@@ -409,7 +407,6 @@ TEST_F(Identity, CommandsWithOptions)
 // Whatever the environment holds, it takes effect in the command only, which gets all of it.
 TEST_F(Identity, AHostileEnvironment)
 {
-    SKIP_WITHOUT_PROC();
     const std::string bad = scratch.path("bad");
     scratch.makeDirectory("bad");
     scratch.write("bad/libc.so.6", "not a library");
@@ -462,7 +459,6 @@ int copiesOfSecret()
 
 TEST_F(Identity, ThePasswordIsWiped)
 {
-    SKIP_WITHOUT_PROC();
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the search would make all of the sanitizer's shadow memory resident";
 #endif

@@ -365,18 +365,17 @@ TEST_F(Rights, Marks)
         {"older form", "", false, true},
         {"cut", ' ' + image, false, false},
     };
+    pid_t child = forkChild([] { return pause() == 0; });
     for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
-        EXPECT_EQ(holds(getpid(), test.end), test.own);
-        const pid_t child = forkChild([] { return pause() == 0; });
-        EXPECT_EQ(holds(child, test.end), test.other);
-        kill(child, SIGKILL);
-        waitid(P_PID, static_cast<id_t>(child), nullptr, WEXITED | WNOWAIT);
-        EXPECT_FALSE(holds(child, test.end)); // it is a zombie
-        waitForChild(child);
+        EXPECT_EQ(holds(getpid(), test.end), test.own) << test.name;
+        EXPECT_EQ(holds(child, test.end), test.other) << test.name;
     }
+    kill(child, SIGKILL);
+    waitid(P_PID, static_cast<id_t>(child), nullptr, WEXITED | WNOWAIT);
+    EXPECT_FALSE(holds(child, rest)); // it is a zombie
+    waitForChild(child);
     // It goes on after its first thread has ended.
-    const pid_t child = forkChild([] {
+    child = forkChild([] {
         std::thread([] { pause(); }).detach();
         return syscall(SYS_exit, 0) == 0;
     });

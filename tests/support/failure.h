@@ -37,7 +37,7 @@ void expectRefusedStarts(const Create& create, tarnix_platform::STARTUPINFOA& st
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        expectFailure(create(row.application, row.command, row.process, row.thread, false, 0,
+        expectFailure(create(row.application, row.command, row.process, row.thread, false, 0U,
                              nullptr, nullptr, row.startup, row.information),
                       EINVAL);
     }
