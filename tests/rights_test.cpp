@@ -79,6 +79,7 @@ TEST_F(Rights, ThatOthersMayWriteAreRefused)
         EXPECT_EQ(add(), test.isTrusted);
         EXPECT_EQ(GetLastError(), test.isTrusted ? 0U : static_cast<DWORD>(EPERM));
         EXPECT_EQ(std::filesystem::exists(lock), test.isDirectoryTrusted);
+        m_Added = AddedRights();
     }
 }
 
