@@ -74,8 +74,8 @@ public:
     bool accountIs(const std::string& user)
     {
         const void* now = nullptr;
-        return pam_get_item(m_Handle, PAM_USER, &now) == PAM_SUCCESS && now != nullptr &&
-               user == static_cast<const char*>(now);
+        pam_get_item(m_Handle, PAM_USER, &now); // after a failure it stays null
+        return now != nullptr && user == static_cast<const char*>(now);
     }
 
     // An unknown account has the same reason as a wrong password: a caller must not be able to
