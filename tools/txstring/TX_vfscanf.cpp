@@ -63,36 +63,59 @@ struct DirectiveCharacter {
     std::uint16_t flagsTwice = 0;
 };
 
+constexpr DirectiveCharacter modifier(Kind kind, std::uint16_t flags)
+{
+    DirectiveCharacter made;
+    made.kind = kind;
+    made.flags = flags;
+    return made;
+}
+
+constexpr DirectiveCharacter doubled(std::uint16_t flags, std::uint16_t flagsTwice)
+{
+    DirectiveCharacter made = modifier(Kind::doubled, flags);
+    made.flagsTwice = flagsTwice;
+    return made;
+}
+
+constexpr DirectiveCharacter integer(Byte base, std::uint16_t flags)
+{
+    DirectiveCharacter made = modifier(Kind::integer, flags);
+    made.base = base;
+    return made;
+}
+
+// "D" needs no entry: it is what an unknown directive in upper case is read as.
 constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
 {
     std::array<DirectiveCharacter, 256> table{};
-    table['\0'] = {Kind::end, 0, 0, 0};
-    table['%'] = {Kind::percent, 0, 0, 0};
-    table['*'] = {Kind::modifier, 0, isSuppressed, 0};
     for (unsigned int digit = '0'; digit <= '9'; ++digit) {
-        table[digit] = {Kind::widthDigit, 0, 0, 0};
+        table[digit].kind = Kind::widthDigit;
     }
-    table['h'] = {Kind::doubled, 0, asShort, asChar};
-    table['l'] = {Kind::doubled, 0, asLong, asLongLong};
-    table['L'] = {Kind::modifier, 0, asLongDouble, 0};
-    table['q'] = {Kind::modifier, 0, asLongLong, 0};
-    table['I'] = {Kind::int64, 0, asLongLong, 0};
-    table['j'] = {Kind::modifier, 0, asIntMax, 0};
-    table['t'] = {Kind::modifier, 0, asPtrDiff, 0};
-    table['z'] = {Kind::modifier, 0, asSize, 0};
-    table['d'] = {Kind::integer, 10, 0, 0};
-    table['D'] = {Kind::integer, 10, asLong, 0};
-    table['i'] = {Kind::integer, 0, 0, 0};
-    table['o'] = {Kind::integer, 8, isUnsigned, 0};
-    table['O'] = {Kind::integer, 8, isUnsigned | asLong, 0};
-    table['u'] = {Kind::integer, 10, isUnsigned, 0};
-    table['x'] = table['X'] = {Kind::integer, 16, isUnsigned | mayHavePrefix, 0};
-    table['p'] = {Kind::integer, 16, isUnsigned | mayHavePrefix | asPointer, 0};
-    table['e'] = table['f'] = table['g'] = table['E'] = table['G'] = {Kind::floating, 0, 0, 0};
-    table['s'] = {Kind::text, 0, 0, 0};
-    table['['] = {Kind::set, 0, 0, 0};
-    table['c'] = {Kind::character, 0, 0, 0};
-    table['n'] = {Kind::count, 0, 0, 0};
+    table['*'] = modifier(Kind::modifier, isSuppressed);
+    table['h'] = doubled(asShort, asChar);
+    table['l'] = doubled(asLong, asLongLong);
+    table['L'] = modifier(Kind::modifier, asLongDouble);
+    table['q'] = modifier(Kind::modifier, asLongLong);
+    table['I'] = modifier(Kind::int64, asLongLong);
+    table['j'] = modifier(Kind::modifier, asIntMax);
+    table['t'] = modifier(Kind::modifier, asPtrDiff);
+    table['z'] = modifier(Kind::modifier, asSize);
+    table['\0'].kind = Kind::end;
+    table['%'].kind = Kind::percent;
+    table['d'] = integer(10, 0);
+    table['i'] = integer(0, 0);
+    table['o'] = integer(8, isUnsigned);
+    table['O'] = integer(8, isUnsigned | asLong);
+    table['u'] = integer(10, isUnsigned);
+    table['x'] = table['X'] = integer(16, isUnsigned | mayHavePrefix);
+    table['p'] = integer(16, isUnsigned | mayHavePrefix | asPointer);
+    table['e'].kind = table['f'].kind = table['g'].kind = Kind::floating;
+    table['E'].kind = table['G'].kind = Kind::floating;
+    table['s'].kind = Kind::text;
+    table['['].kind = Kind::set;
+    table['c'].kind = Kind::character;
+    table['n'].kind = Kind::count;
     return table;
 }
 
@@ -151,16 +174,22 @@ Directive parseDirective(const Byte*& format)
 
 // ---- Stores ------------------------------------------------------------------------------------
 
+enum class Bits { are8, are16, are32, are64 };
+
 struct TargetSize {
     Flag flag;
-    std::size_t bytes;
+    Bits bits;
 };
 
 // The first flag that is set decides.
-constexpr TargetSize kNumberSizes[] = {{asPointer, 8}, {asIntMax, 4}, {asLongLong, 8}, {asSize, 8},
-                                       {asPtrDiff, 8}, {asLong, 4},   {asShort, 2},    {asChar, 1}};
-constexpr TargetSize kCountSizes[] = {{asChar, 1},    {asShort, 2},    {asLong, 4},  {asSize, 8},
-                                      {asPtrDiff, 8}, {asLongLong, 8}, {asIntMax, 8}};
+constexpr TargetSize kNumberSizes[] = {{asPointer, Bits::are64},  {asIntMax, Bits::are32},
+                                       {asLongLong, Bits::are64}, {asSize, Bits::are64},
+                                       {asPtrDiff, Bits::are64},  {asLong, Bits::are32},
+                                       {asShort, Bits::are16},    {asChar, Bits::are8}};
+constexpr TargetSize kCountSizes[] = {{asChar, Bits::are8},     {asShort, Bits::are16},
+                                      {asLong, Bits::are32},    {asSize, Bits::are64},
+                                      {asPtrDiff, Bits::are64}, {asLongLong, Bits::are64},
+                                      {asIntMax, Bits::are64}};
 
 constexpr unsigned int kSizeFlags =
     asPointer | asIntMax | asLongLong | asSize | asPtrDiff | asLong | asShort | asChar;
@@ -171,16 +200,16 @@ void store(void* target, Value value)
     std::memcpy(target, &value, sizeof value); // the target may be of any type and alignment
 }
 
-void storeLowBits(void* target, std::uint64_t value, std::size_t bytes)
+void storeLowBits(void* target, std::uint64_t value, Bits bits)
 {
-    switch (bytes) {
-    case 1:
+    switch (bits) {
+    case Bits::are8:
         return store(target, static_cast<std::uint8_t>(value));
-    case 2:
+    case Bits::are16:
         return store(target, static_cast<std::uint16_t>(value));
-    case 4:
+    case Bits::are32:
         return store(target, static_cast<std::uint32_t>(value));
-    default:
+    case Bits::are64:
         return store(target, value);
     }
 }
@@ -194,7 +223,7 @@ void storeNumber(const Directive& directive, std::uint64_t value, const TargetSi
     const TargetSize* const size =
         std::find_if(std::begin(sizes), std::end(sizes),
                      [&](const TargetSize& one) { return directive.has(one.flag); });
-    storeLowBits(directive.target, value, size->bytes);
+    storeLowBits(directive.target, value, size->bits);
 }
 
 // ---- Sets --------------------------------------------------------------------------------------
