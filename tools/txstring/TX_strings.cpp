@@ -189,7 +189,7 @@ int TX_vsnwprintf(wchar_t* target, std::size_t size, const wchar_t* format, std:
     const int result = std::vswprintf(work.get(), size + 1, format, arguments);
     TX_wcscpy(target, work.get(), size);
     // For a text that is cut, some C libraries return the length of the whole text.
-    return result >= 0 && static_cast<std::size_t>(result) <= size ? result : -1;
+    return static_cast<std::size_t>(result) <= size ? result : -1;
 }
 
 int TX_snwprintf(wchar_t* target, std::size_t size, const wchar_t* format, ...)
