@@ -53,7 +53,7 @@ struct CCmnSaxLimits {
     /// The bytes that the reader may allocate: in all, and for each byte of the document. What the
     /// handler keeps does not count. Nested elements take about 130 times their text, content
     /// models about 160 times.
-    std::size_t memory = std::size_t{16} << 20;
+    std::size_t memory = std::size_t{1} << 24;
     std::size_t memoryPerByte = 64;
     /// @}
     /// How many names of one kind (elements, entities, notations, attributes of an element) may

@@ -134,10 +134,11 @@ private:
     xercesc::DTDGrammar* m_Grammar = nullptr;
     // The tables that the reader makes for each document, with as many buckets.
     struct Tables {
-        NameTable elements{109};
-        NameTable entities{109};
-        NameTable parameters{109};
-        NameTable notations{109};
+        static constexpr std::size_t kBuckets = 109;
+        NameTable elements{kBuckets};
+        NameTable entities{kBuckets};
+        NameTable parameters{kBuckets};
+        NameTable notations{kBuckets};
     };
     std::unique_ptr<Tables> m_Tables; // null before the document type declaration
     std::map<const xercesc::DTDElementDecl*, NameTable> m_Attributes;

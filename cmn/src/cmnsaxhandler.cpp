@@ -48,6 +48,11 @@ void append(std::string& target, const XMLCh* text)
     }
 }
 
+xercesc::SAXParseException noProblem()
+{
+    return {nullptr, nullptr, nullptr, 0, 0};
+}
+
 } // namespace
 
 void CCmnSaxLibrary::beginUse()
@@ -63,8 +68,7 @@ void CCmnSaxLibrary::endUse()
 }
 
 CCmnSaxParseHandler::CCmnSaxParseHandler()
-    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): a member, not a forgotten throw
-    : m_LastError(nullptr, nullptr, nullptr, 0, 0), m_HasLastError(false)
+    : m_LastError(noProblem()), m_HasLastError(false)
 {
 }
 
@@ -86,17 +90,17 @@ void CCmnSaxParseHandler::characters(const XMLCh* const text, const XMLSize_t le
     // The reader splits a long text anywhere, also within a surrogate pair. A short text is never
     // split and not measured, because that would take a twentieth of the time of a parse.
     constexpr XMLSize_t minSplitSize = 4096;
-    const bool isMeasured = length >= minSplitSize || m_Lead != 0;
-    const XMLSize_t size = isMeasured ? xercesc::XMLString::stringLen(text) : 0;
-    const bool endsInPair = size > 0 && U16_IS_LEAD(text[size - 1]);
-    if (!endsInPair && m_Lead == 0) {
+    if (length < minSplitSize && m_Lead == 0) {
         append(m_Text, text);
         return;
     }
     std::u16string whole(m_Lead != 0 ? 1 : 0, m_Lead);
-    whole.append(text, endsInPair ? size - 1 : size);
+    whole += text;
+    m_Lead = !whole.empty() && U16_IS_LEAD(whole.back()) ? whole.back() : XMLCh{0};
+    if (m_Lead != 0) {
+        whole.pop_back();
+    }
     append(m_Text, whole.c_str());
-    m_Lead = endsInPair ? text[size - 1] : XMLCh{0};
 }
 
 void CCmnSaxParseHandler::startElement(const XMLCh* const /*uri*/, const XMLCh* const /*localname*/,
@@ -160,7 +164,7 @@ void CCmnSaxParseHandler::store(const xercesc::SAXParseException& problem)
     try {
         new (&m_LastError) xercesc::SAXParseException(problem);
     } catch (...) {
-        new (&m_LastError) xercesc::SAXParseException(nullptr, nullptr, nullptr, 0, 0);
+        new (&m_LastError) xercesc::SAXParseException(noProblem());
         throw;
     }
 }

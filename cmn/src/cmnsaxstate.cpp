@@ -20,7 +20,7 @@ SaxMemory::~SaxMemory()
 
 void* SaxMemory::allocate(XMLSize_t size)
 {
-    if (size > m_Limit || m_Used > m_Limit - size) {
+    if (size > m_Room) {
         m_WasExceeded = true;
         removeLimit();
         throw xercesc::OutOfMemoryException();
@@ -34,7 +34,7 @@ void* SaxMemory::allocate(XMLSize_t size)
         block->next->previous = block;
     }
     m_All.next = block;
-    m_Used += size;
+    m_Room -= size;
     return block + 1;
 }
 
@@ -48,7 +48,7 @@ void SaxMemory::deallocate(void* memory)
     if (block->next != nullptr) {
         block->next->previous = block->previous;
     }
-    m_Used -= block->size;
+    m_Room += block->size;
     ::operator delete(block);
 }
 

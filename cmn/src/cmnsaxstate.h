@@ -9,6 +9,7 @@
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLString.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -36,15 +37,15 @@ public:
     // Limits what is allocated from now on. In doubles, which do not overflow.
     void limit(double more)
     {
-        m_Limit = m_Used;
+        m_Room = 0;
         raiseLimit(more);
     }
     void raiseLimit(double more)
     {
-        const double sum = static_cast<double>(m_Limit) + more;
-        m_Limit = sum < static_cast<double>(kNoLimit) ? static_cast<std::size_t>(sum) : kNoLimit;
+        m_Room = static_cast<std::size_t>(
+            std::min(static_cast<double>(m_Room) + more, static_cast<double>(kNoLimit)));
     }
-    void removeLimit() { m_Limit = kNoLimit; }
+    void removeLimit() { m_Room = kNoLimit; }
 
     // True after the limit has failed an allocation. The limit is removed then, because what cleans
     // up may allocate.
@@ -58,17 +59,16 @@ public:
     xercesc::MemoryManager* getExceptionMemoryManager() override;
 
 private:
-    static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max() / 2;
+    static constexpr std::size_t kNoLimit = std::numeric_limits<std::ptrdiff_t>::max();
 
     struct alignas(std::max_align_t) Block {
-        Block* previous = nullptr;
-        Block* next = nullptr;
-        std::size_t size = 0;
+        Block* previous;
+        Block* next;
+        std::size_t size;
     };
 
-    Block m_All; // the head of the list
-    std::size_t m_Used = 0;
-    std::size_t m_Limit = kNoLimit;
+    Block m_All{};                 // the head of the list
+    std::size_t m_Room = kNoLimit; // what may still be allocated
     bool m_WasExceeded = false;
 };
 
