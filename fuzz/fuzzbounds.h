@@ -39,12 +39,7 @@ struct FuzzBounds {
     static void count(long long change) { s_Most = std::max(s_Most, s_Used += change); }
 
 private:
-    static double now()
-    {
-        timespec time;
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); // other processes do not count
-        return double(time.tv_sec) + 1e-9 * double(time.tv_nsec);
-    }
+    static double now() { return double(std::clock()) / CLOCKS_PER_SEC; } // of the processor
 
     inline static long long s_Used = 0, s_Most = 0;
     const double m_Seconds, m_Bytes, m_Start = now();
