@@ -10,7 +10,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <type_traits>
+#include <tuple>
 
 using Tool = tarnix_cmn_4_4::CCmnStringTool;
 
@@ -18,48 +18,30 @@ template <class Read, class Peer>
 static void compareReaders(const std::string& text, int base, bool agree, Read read, Peer peer)
 {
     const std::vector<char> exact = terminated(text);
-    char* end = nullptr;
-    char* peerEnd = nullptr;
-    errno = 0;
-    const auto number = read(exact.data(), &end, base);
-    const int error = errno;
-    require(end >= exact.data() && end < exact.data() + exact.size(), "the end is within the text");
-    errno = 0;
-    if (agree)
-        require(peer(exact.data(), &peerEnd, base) == number && peerEnd == end && errno == error,
-                "reads the same number as the standard");
+    const auto outcome = [&](auto reader) {
+        char* end = nullptr;
+        errno = 0;
+        const auto number = reader(exact.data(), &end, base);
+        return std::tuple(number, end - exact.data(), errno);
+    };
+    const auto used = std::get<1>(outcome(read));
+    require(used >= 0 && used <= std::ptrdiff_t(text.size()), "the end is within the text");
+    require(!agree || outcome(read) == outcome(peer), "reads the same number as the standard");
 }
 
-// The end of a number without an exponent or a fraction: what follows it is a bad character.
 static std::size_t endOfDigits(const std::string& text, std::size_t at, int base)
 {
-    const auto isDigit = [base](unsigned char c) {
-        return base == 16 ? std::isxdigit(c) != 0 : std::isdigit(c) != 0;
-    };
-    while (at < text.size() && isDigit(static_cast<unsigned char>(text[at])))
-        ++at;
-    return at;
+    const char* const digits = base == 16 ? "0123456789abcdefABCDEF" : "0123456789";
+    return std::min(text.find_first_not_of(digits, at), text.size());
 }
 
-// The C library decides about the range and the value, the digits are counted here.
-template <class Number, class Wide>
-static void checkInteger(const std::string& text, int base, Wide (*peer)(const char*, char**, int))
+constexpr int kBefore = 77;
+
+// `end` is where the first bad character is, and `value` what the C library reads.
+template <class Number>
+static void checkRead(const std::string& text, const Tool::ReadResult& result, Number number,
+                      bool isNumber, std::size_t end, bool fits, Number value)
 {
-    const std::size_t sign = std::is_signed_v<Number> && text.compare(0, 1, "-") == 0 ? 1 : 0;
-    const bool isPrefixed =
-        base == 16 && (text.compare(sign, 2, "0x") == 0 || text.compare(sign, 2, "0X") == 0);
-    const std::size_t start = sign + (isPrefixed ? 2 : 0), end = endOfDigits(text, start, base);
-    const bool isNumber = end > start && end == text.size();
-    errno = 0;
-    const Wide value = peer((text.substr(0, sign) + text.substr(start)).c_str(), nullptr, base);
-    const bool fits = errno == 0 && value >= std::numeric_limits<Number>::min() &&
-                      value <= std::numeric_limits<Number>::max();
-    Number number = 77;
-    const Tool::ReadResult result =
-        base == 16 ? Tool::readHex(text, number) : Tool::readNumber(text, number);
-    require(bool(result) == (isNumber && fits), "reads exactly the numbers that fit");
-    require(number == (result ? static_cast<Number>(value) : Number{77}),
-            "reads the value, or nothing");
     using Failure = Tool::ReadFailure;
     const Failure expected = isNumber       ? fits ? Failure::none : Failure::outOfRange
                              : text.empty() ? Failure::empty
@@ -67,6 +49,48 @@ static void checkInteger(const std::string& text, int base, Wide (*peer)(const c
     require(result.failure == expected, "knows the kind of failure");
     require(result.position == (expected == Failure::badCharacter ? end : 0),
             "finds the bad character");
+    const Number wanted = result ? value : Number{kBefore};
+    require(std::memcmp(&number, &wanted, sizeof wanted) == 0, "reads the value, or nothing");
+}
+
+// The C library decides about the range and the value, the digits are counted here.
+template <class Number>
+static void checkInteger(const std::string& text, int base)
+{
+    using Limits = std::numeric_limits<Number>;
+    const std::size_t sign = Limits::is_signed && text.compare(0, 1, "-") == 0 ? 1 : 0;
+    const bool isPrefixed =
+        base == 16 && (text.compare(sign, 2, "0x") == 0 || text.compare(sign, 2, "0X") == 0);
+    const std::size_t start = sign + (isPrefixed ? 2 : 0), end = endOfDigits(text, start, base);
+    const auto peer = [base](const std::string& digits) {
+        if constexpr (Limits::is_signed)
+            return std::strtoll(digits.c_str(), nullptr, base);
+        else
+            return std::strtoull(digits.c_str(), nullptr, base);
+    };
+    errno = 0;
+    const auto value = peer(text.substr(0, sign) + text.substr(start));
+    const bool fits = errno == 0 && value >= Limits::min() && value <= Limits::max();
+    Number number = kBefore;
+    const Tool::ReadResult result =
+        base == 16 ? Tool::readHex(text, number) : Tool::readNumber(text, number);
+    checkRead(text, result, number, end > start && end == text.size(), end, fits,
+              static_cast<Number>(value));
+
+    const std::string printed = std::to_string(number);
+    const std::wstring widened(printed.begin(), printed.end());
+    if constexpr (Limits::is_signed)
+        require(Tool::int2str(number) == printed && Tool::int2wstr(number) == widened,
+                "prints a signed number");
+    else
+        require(Tool::uint2str(number) == printed && Tool::uint2wstr(number) == widened,
+                "prints a number without a sign");
+}
+
+template <class... Numbers>
+static void checkIntegers(const std::string& text, int base)
+{
+    (checkInteger<Numbers>(text, base), ...);
 }
 
 // The grammar is matched by hand, the C library decides about the value.
@@ -75,43 +99,30 @@ static void checkReal(const std::string& text)
     const std::size_t sign = text.compare(0, 1, "-") == 0 ? 1 : 0;
     const std::size_t point = endOfDigits(text, sign, 10);
     const bool hasPoint = text.compare(point, 1, ".") == 0;
-    std::size_t end = hasPoint ? endOfDigits(text, point + 1, 10) : point;
-    const bool hasDigit = point > sign || end > point + 1;
+    const std::size_t mantissa = hasPoint ? endOfDigits(text, point + 1, 10) : point;
+    const bool hasDigit = point > sign || mantissa > point + 1;
+    std::size_t end = mantissa;
     if (hasDigit && end < text.size() && (text[end] | 0x20) == 'e') {
         const std::size_t digits = end + (text.find_first_of("+-", end) == end + 1 ? 2 : 1);
         const std::size_t last = endOfDigits(text, digits, 10);
         end = last > digits ? last : end;
     }
-    double number = 77;
-    const Tool::ReadResult result = Tool::readNumber(text, number);
     const double value = std::strtod(text.c_str(), nullptr);
-    if (!hasDigit || end != text.size()) {
-        require(result.failure == (text.empty() ? Tool::ReadFailure::empty
-                                                : Tool::ReadFailure::badCharacter) &&
-                    number == 77,
-                "is no real number");
-        require(result.position == end, "finds the bad character of a real number");
-    } else if (result) {
-        require(std::memcmp(&number, &value, sizeof value) == 0, "reads the nearest real number");
-    } else {
-        require(result.failure == Tool::ReadFailure::outOfRange && number == 77 &&
-                    (std::isinf(value) || value == 0),
-                "the real number is out of range");
-    }
+    const bool isZero = text.find_first_of("123456789") >= mantissa;
+    double number = kBefore;
+    const Tool::ReadResult result = Tool::readNumber(text, number);
+    checkRead(text, result, number, hasDigit && end == text.size(), end,
+              std::isfinite(value) && (value == 0) == isZero, value);
 }
 
 static void checkHex(const std::string& text)
 {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
     const int length = static_cast<int>(text.size());
-    const std::wstring hex = Tool::binary2wstr(bytes, length);
     std::vector<unsigned char> back(text.size());
-    int size = length - 1;
-    require(Tool::wstr2binary(back.data(), &size, hex, true) == -1 && size == length - 1,
-            "a target that is too small stays");
-    size = length;
-    require(Tool::wstr2binary(back.data(), &size, hex, true) == 0 && size == length &&
-                std::equal(back.begin(), back.end(), bytes),
+    int size = length;
+    require(Tool::wstr2binary(back.data(), &size, Tool::binary2wstr(bytes, length), true) == 0 &&
+                size == length && std::equal(back.begin(), back.end(), bytes),
             "bytes survive a round trip");
 }
 
@@ -127,11 +138,8 @@ void fuzz(FuzzInput input)
     compareReaders(text, base, agree, TX_strtoimax, std::strtoimax);
     compareReaders(text, base, agree, TX_strtoumax, std::strtoumax);
     checkHex(bytes);
-    for (const int of : {10, 16}) {
-        checkInteger<int>(bytes, of, std::strtoll);
-        checkInteger<unsigned int>(bytes, of, std::strtoull);
-        checkInteger<long>(bytes, of, std::strtoll);
-        checkInteger<unsigned long>(bytes, of, std::strtoull);
-    }
+    for (const int of : {10, 16})
+        checkIntegers<int, unsigned int, long, unsigned long, long long, unsigned long long>(bytes,
+                                                                                             of);
     checkReal(bytes);
 }

@@ -11,6 +11,15 @@ using Tool = tarnix_cmn_4_4::CCmnStringTool;
 
 static std::string cut(const std::string& text) { return text.c_str(); }
 
+// Any units: the bytes of the text.
+template <class Unit>
+static std::basic_string<Unit> unitsOf(const std::string& text)
+{
+    std::basic_string<Unit> units(text.size() / sizeof(Unit), Unit());
+    std::memcpy(units.data(), text.data(), units.size() * sizeof(Unit));
+    return units;
+}
+
 static void checkNarrow(const std::string& text)
 {
     const icu::UnicodeString peer = icu::UnicodeString::fromUTF8(cut(text));
@@ -43,15 +52,13 @@ static void checkReplacing(const std::string& text)
     const std::size_t bad = Tool::findInvalidUtf8(text);
     require((bad == std::string::npos) == valid, "knows UTF-8");
     if (!valid) {
-        const auto characters = icu::UnicodeString::fromUTF8(text.substr(0, bad)).countChar32();
+        const icu::UnicodeString rest = icu::UnicodeString::fromUTF8(text.substr(bad));
         require(text.compare(0, bad, back, 0, bad) == 0, "what precedes the bad byte is UTF-8");
-        require(expected.at(static_cast<std::size_t>(characters)) == 0xFFFD &&
-                    text.compare(bad, 3, "\uFFFD") != 0,
+        require(rest[0] == 0xFFFD && text.compare(bad, 3, "\uFFFD") != 0,
                 "the bad byte is the first");
     }
 
-    std::wstring points(text.size() / 4, L'\0'); // any 32 bits
-    std::memcpy(points.data(), text.data(), points.size() * 4);
+    const std::wstring points = unitsOf<wchar_t>(text);
     std::string utf8;
     const auto* const units = reinterpret_cast<const UChar32*>(points.data());
     icu::UnicodeString::fromUTF32(units, static_cast<std::int32_t>(points.size()))
@@ -61,8 +68,7 @@ static void checkReplacing(const std::string& text)
 
 static void checkWide(const std::string& text)
 {
-    std::u16string units(text.size() / 2, u'\0');
-    std::memcpy(units.data(), text.data(), units.size() * 2);
+    const std::u16string units = unitsOf<char16_t>(text);
     const icu::UnicodeString ustr(units.data(), static_cast<std::int32_t>(units.size()));
     const icu::UnicodeString upToZero(units.c_str());
     const auto wide = Tool::ustr2tstr(ustr);
@@ -73,8 +79,7 @@ static void checkWide(const std::string& text)
     const bool valid = icu::UnicodeString::fromUTF8(ustr.toUTF8String(utf8)) == ustr;
     require(Tool::ustr2str(ustr) == (valid ? cut(utf8) : ""), "UTF-16 is converted to UTF-8");
 
-    std::wstring points(text.size() / 4, L'\0'); // any 32 bits
-    std::memcpy(points.data(), text.data(), points.size() * 4);
+    const std::wstring points = unitsOf<wchar_t>(text);
     const auto copy = Tool::wstr2tstr(points);
     std::string narrow(points.size() * MB_CUR_MAX, '\0');
     const std::size_t length = std::wcstombs(narrow.data(), points.c_str(), narrow.size());

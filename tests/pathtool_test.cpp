@@ -35,13 +35,15 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
 
     const std::string key = "Default.DiagnosticLevel", four = key + "=4\n";
     const int none = 99;
-    const std::pair<std::string, int> cases[] = {
-        {"x\n# " + key + " =  -2 and more", -2},
-        {key + "=3\n" + four, 3},
-        {"=5 " + four, 5},
-        {std::string(254, '=') + four, 4}, // the rest of a long line counts as a line
-        {key + "\n" + four, none},
-        {"=a " + four, none}};
+    const struct {
+        std::string content;
+        int level;
+    } cases[] = {{"x\n# " + key + " =  -2 and more", -2},
+                 {key + "=3\n" + four, 3},
+                 {"=5 " + four, 5},
+                 {std::string(254, '=') + four, 4}, // the rest of a long line counts as a line
+                 {key + "\n" + four, none},
+                 {"=a " + four, none}};
     dir = scratch.widePath().c_str();
     for (const auto& [content, level] : cases) {
         scratch.write("sgdlog.conf", content); // `file` still has this name
@@ -55,17 +57,15 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
     EXPECT_EQ(CCmnSGDConfiguration::getTraceLevel(dir, file, found), 26);
 }
 
-TEST(PathTool, StaticFunctionsOnEightThreads)
+TEST(PathTool, OnEightThreads)
 {
     const ScratchInstallation scratch;
     runOnThreads(8, [](int thread) {
         for (int i = 0; i < 200; ++i) {
-            const std::string name = CCmnStringTool::int2str(1000 * thread + i);
-            const tstr wide = CCmnStringTool::str2tstr(name);
+            const std::wstring name = CCmnStringTool::int2wstr(1000 * thread + i);
             tstr dir, file;
-            EXPECT_EQ(CCmnPathTool::getConfigFileInfo(wide.c_str(), dir, file), 0);
-            EXPECT_EQ(CCmnStringTool::tstr2str(file), name + ".conf");
-            EXPECT_EQ(CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(wide)), name);
+            CCmnPathTool::getConfigFileInfo(name.c_str(), dir, file);
+            EXPECT_EQ(CCmnStringTool::tstr2wstr(file), name + L".conf");
         }
     });
 }

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <string>
-#include <tuple>
 #include <vector>
 
 TEST(TxScan, DiffersFromTheStandard)
@@ -14,7 +13,11 @@ TEST(TxScan, DiffersFromTheStandard)
     const std::string nines(600, '9');
     // Text, format, the size passed for each target, and the outcome: the result, followed by the
     // bytes of each target that was written, with dots for zeros. An int of 65 is "A...".
-    const std::tuple<const char*, const char*, int, std::string> cases[] = {
+    const struct {
+        const char *text, *format;
+        int size;
+        std::string outcome;
+    } cases[] = {
         // Ends of the input and of the format.
         {"65", "%d%5l", 64, "-1|A..."},
         {"ab", "%[^", 64, "1|ab."},
@@ -58,7 +61,8 @@ TEST(TxScan, DiffersFromTheStandard)
     }
     EXPECT_EQ(TX_sscanf(nullptr, "x"), -1);
     char own[] = "  overlapping";
-    EXPECT_TRUE(TX_sscanf(own, "%s", own, 10) == 1 && own == std::string("overlappi"));
+    EXPECT_EQ(TX_sscanf(own, "%s", own, 10), 1);
+    EXPECT_STREQ(own, "overlappi");
 }
 
 TEST(TxScan, LeavesASourceAfterTheCharactersThatWereRead)
