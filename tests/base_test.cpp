@@ -10,12 +10,15 @@
 
 using namespace tarnix_cmn_4_4;
 
-TEST(Error, Key)
+TEST(Error, KeyAndNumbers)
 {
     EXPECT_EQ(CCmnError(1007, L"", L"", 0, L"").getMessageKey("Con-fig9", 1000),
               "MSG_ERROR_CON-FIG9_0007");
     EXPECT_EQ(CCmnError(1000, L"", L"", 0, L"").getMessageKey("", 1000), "MSG_ERROR__1000");
     EXPECT_EQ(CCmnError(-1, L"", L"", 0, L"").getMessageKey("x", 0), "MSG_ERROR_X_-001");
+    EXPECT_EQ(CCmnError(0, L"", L"", 5, L"").getLine(), 5);
+    EXPECT_EQ(CCmnError().getLine(), 0);
+    EXPECT_EQ(CCmnError().getCode(), 0);
 }
 
 TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)
@@ -57,7 +60,8 @@ TEST(Lock, OneHolderAtATime)
         }
     });
     EXPECT_EQ(count, 2 * rounds);
-    EXPECT_TRUE(lock.tryLock() && lock.isLocked());
+    EXPECT_TRUE(lock.tryLock());
+    EXPECT_TRUE(lock.isLocked());
     EXPECT_FALSE(lock.tryLock());
     lock.unlock();
 }

@@ -27,7 +27,8 @@ TEST(Digest, AgreesWithOpenSslAtEveryLengthInPieces)
             for (std::uint32_t from = 0; from < length; from += most)
                 object.Update(&data[from], std::min(most, length - from));
             object.Update(nullptr, 3);
-            EXPECT_EQ(0, object[15] + *object.GetUnicodeMessageDigest()); // not finalized yet
+            EXPECT_EQ(0, object[15]); // not finalized yet
+            EXPECT_STREQ(L"", object.GetUnicodeMessageDigest());
             object.Finalize();
             object.Finalize(); // has no effect
             EXPECT_EQ(expected, object.GetAnsiMessageDigest()) << length << " by " << most;

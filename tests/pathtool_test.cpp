@@ -29,8 +29,10 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
 
     scratch.setInstallDirectory("/a\xC3\xA4\xF0\x9F\x98\x80/");
     EXPECT_EQ(CCmnPathTool::getInstallPath(kept), 0);
-    scratch.write("registry.conf", "[SOFTWARE\\Brenholt\\Tarnix]\n"); // without the value
-    EXPECT_NE(CCmnPathTool::getInstallPath(kept), 0);
+    for (const char* registry : {"[SOFTWARE\\Brenholt\\Tarnix]\n", "[Other]\n"}) {
+        scratch.write("registry.conf", registry); // without the value, or its section
+        EXPECT_NE(CCmnPathTool::getInstallPath(kept), 0) << registry;
+    }
     EXPECT_STREQ(kept.c_str(), L"/a\xE4\U0001F600/");
 
     const std::string key = "Default.DiagnosticLevel", four = key + "=4\n";

@@ -205,8 +205,6 @@ TEST(StringTool, IgnoresAndConvertsCase)
 
 TEST(StringTool, TrimsReplacesAndEscapes) // texts without a zero: see the fuzzer
 {
-    EXPECT_EQ(Tool::ltrim("xaxbx", "xa"), "bx");
-    EXPECT_EQ(Tool::rtrim("xaxbx", "xa"), "xaxb");
     EXPECT_EQ(Tool::ltrim(" a\0b "s, " "), "a");
     EXPECT_EQ(Tool::ltrim(" \0b"s, " "), "");
     EXPECT_EQ(Tool::rtrim(" a\0b "s, " "), " a\0b"s);

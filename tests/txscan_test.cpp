@@ -26,6 +26,7 @@ TEST(TxScan, DiffersFromTheStandard)
         {"65%ab", "%d%%%5c%c", 64, "3|A...|a|b"},
         // Text fields and their sizes.
         {"hello !", "%s%n %c", 4, "2|hel.|\3...|!"},
+        {"abcdefgh", "%7s%c", 64, "2|abcdefg.|h"},
         {"hello", "%s", 1, "1|."},
         {"hello", "%s", 0, "1"},
         {"hello !", "%[a-z]", 1, "0"},
@@ -34,12 +35,14 @@ TEST(TxScan, DiffersFromTheStandard)
         {"z-abcdef\xff\x80", "%[z-a]%[a-c-e]f%[\xff-\xff]%[^\x7f-\xff]", 64, "3|z-a.|bcde.|\xff."},
         {"ab7", "%*[a-z]%c", 64, "1|7"},
         // Integers: prefixes, widths, characters that are put back, saturation.
+        {"0x7", "%o%c", 64, "2|....|x"},
         {"0x1F 0x 0x41", "%2i%*s%xx%n%i", 64, "3|....|....|\7...|A..."},
         {nines.c_str(), "%999I64d%n%d%n", 64,
          "2|\xff\xff\xff\xff\xff\xff\xff\x7f|.\2..|\xff\xff\xff\xff|X\2.."},
         // Sizes of number targets: flags count by rank, not by position. The last two are
         // unknown directives.
         {"65 66 67 68", "%lhd%hlld%lljd%hD", 64, "4|A...|B.......|C...|D..."},
+        {"65 66", "%td%zd", 64, "2|A.......|B......."},
         {"101 0x41 66 67", "%hO%p%hy%hA", 64, "4|A...|A.......|B.|C..."},
         {"ab", "%c%n%hhn%jn", 64, "1|a|\1...|\1|\1......."},
         {"ab", "%lln%zn%lzn%hhlln", 64, "0|........|........|....|."},
