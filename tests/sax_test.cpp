@@ -268,6 +268,7 @@ TEST(Sax, LimitsOfAParser)
         EXPECT_TRUE(parser.setLimits(test.limits)) << test.name;
         parser.parse(test.text);
         EXPECT_EQ(test.isAccepted, !handler.hasLastError()) << test.name;
+        EXPECT_EQ(0u, handler.getLastError().getLineNumber()) << test.name;
         EXPECT_EQ(test.limits.nesting, parser.getLimits().nesting) << test.name;
     }
 }
@@ -338,6 +339,11 @@ TEST(Sax, ThreadsAndProblemsThatOutliveTheirParser)
             }
         }
     });
+    {
+        const CCmnSaxLibrary library;
+        static_cast<void>(CCmnSaxLibrary(library)); // a copy counts too
+        EXPECT_NE(nullptr, xercesc::XMLPlatformUtils::fgMemoryManager);
+    }
     // The last parser has terminated Xerces-C.
     EXPECT_EQ(nullptr, xercesc::XMLPlatformUtils::fgMemoryManager);
 }

@@ -26,16 +26,18 @@ TEST(TxScan, DiffersFromTheStandard)
         {"65%ab", "%d%%%5c%c", 64, "3|A...|a|b"},
         // Text fields and their sizes.
         {"hello !", "%s%n %c", 4, "2|hel.|\3...|!"},
-        {"abcdefgh", "%7s%c", 64, "2|abcdefg.|h"},
+        {"abcdefghijklmnopqrs", "%10s%7s%c", 64, "3|abcdefghij.|klmnopq.|r"},
         {"hello", "%s", 1, "1|."},
         {"hello", "%s", 0, "1"},
         {"hello !", "%[a-z]", 1, "0"},
         {"hello", "%[a-z]", 1, "-1"},
+        {"hello", "%5[a-z]", 1, "0"}, // its width ended it
         // Sets.
         {"z-abcdef\xff\x80", "%[z-a]%[a-c-e]f%[\xff-\xff]%[^\x7f-\xff]", 64, "3|z-a.|bcde.|\xff."},
         {"ab7", "%*[a-z]%c", 64, "1|7"},
         // Integers: prefixes, widths, characters that are put back, saturation.
-        {"0x7", "%o%c", 64, "2|....|x"},
+        {"0x7 0x8", "%o%c%*s%1i%*s", 64, "3|....|x|...."},
+        {"0X41", "%i", 64, "1|A..."},
         {"0x1F 0x 0x41", "%2i%*s%xx%n%i", 64, "3|....|....|\7...|A..."},
         {nines.c_str(), "%999I64d%n%d%n", 64,
          "2|\xff\xff\xff\xff\xff\xff\xff\x7f|.\2..|\xff\xff\xff\xff|X\2.."},

@@ -298,7 +298,7 @@ void CCmnSaxParser::parse(const std::vector<std::string>& lines)
 {
     std::size_t size = 0;
     for (const std::string& line : lines) {
-        size += line.size() + 1;
+        size += line.size();
     }
     std::string text;
     text.reserve(size);

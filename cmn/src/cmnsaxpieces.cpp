@@ -16,7 +16,7 @@ class Stream final : public xercesc::BinInputStream
 {
 public:
     explicit Stream(SaxPieces& pieces) : m_Pieces(pieces) {}
-    XMLFilePos curPos() const override { return m_Pieces.position(); }
+    XMLFilePos curPos() const override { return {}; } // the reader does not ask for it
     XMLSize_t readBytes(XMLByte* const target, const XMLSize_t size) override
     {
         return m_Pieces.read(target, size);
@@ -51,7 +51,6 @@ std::size_t SaxPieces::read(XMLByte* target, std::size_t size)
 {
     if (m_Position == m_Text.size() && !m_IsAtEnd) {
         if (m_IsForgotten) {
-            m_Dropped += m_Position;
             m_Position = 0;
             m_Text.clear();
         }

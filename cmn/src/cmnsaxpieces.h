@@ -27,7 +27,6 @@ public:
 
     // Gives at least one byte; none at the end.
     std::size_t read(XMLByte* target, std::size_t size);
-    std::size_t position() const { return m_Dropped + m_Position; }
 
     const std::string& whole() override;
     void forget() override { m_IsForgotten = true; }
@@ -40,7 +39,6 @@ private:
     TagWatch m_Watch;
     std::string m_Text;
     std::size_t m_Position = 0; // what the reader has got of m_Text
-    std::size_t m_Dropped = 0;  // what the reader has got before it
     bool m_IsWatched = false;   // in an encoding in which pieces can be
     bool m_IsForgotten = false;
     bool m_IsAtEnd = false;
