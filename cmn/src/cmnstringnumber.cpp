@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
@@ -72,13 +73,13 @@ constexpr std::int16_t kNoDigit = -1;
 constexpr std::array<std::int16_t, 256> makeHexValues()
 {
     std::array<std::int16_t, 256> values{};
-    for (std::size_t c = 0; c < values.size(); ++c) {
-        if (c >= '0' && c <= '9') {
-            values[c] = static_cast<std::int16_t>(c - '0');
-        } else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
-            values[c] = static_cast<std::int16_t>((c & 0xF) + 9);
-        } else {
-            values[c] = kNoDigit;
+    for (std::int16_t& value : values) {
+        value = kNoDigit;
+    }
+    for (const std::string_view digits : {"0123456789abcdef", "0123456789ABCDEF"}) {
+        std::int16_t value = 0;
+        for (const char digit : digits) {
+            values[static_cast<unsigned char>(digit)] = value++;
         }
     }
     return values;

@@ -174,22 +174,23 @@ Directive parseDirective(const Byte*& format)
 
 // ---- Stores ------------------------------------------------------------------------------------
 
-enum class Bits { are8, are16, are32, are64 };
-
 struct TargetSize {
     Flag flag;
-    Bits bits;
+    std::size_t bytes;
 };
 
+constexpr std::size_t k8Bits = sizeof(std::uint8_t);
+constexpr std::size_t k16Bits = sizeof(std::uint16_t);
+constexpr std::size_t k32Bits = sizeof(std::uint32_t);
+constexpr std::size_t k64Bits = sizeof(std::uint64_t);
+
 // The first flag that is set decides.
-constexpr TargetSize kNumberSizes[] = {{asPointer, Bits::are64},  {asIntMax, Bits::are32},
-                                       {asLongLong, Bits::are64}, {asSize, Bits::are64},
-                                       {asPtrDiff, Bits::are64},  {asLong, Bits::are32},
-                                       {asShort, Bits::are16},    {asChar, Bits::are8}};
-constexpr TargetSize kCountSizes[] = {{asChar, Bits::are8},     {asShort, Bits::are16},
-                                      {asLong, Bits::are32},    {asSize, Bits::are64},
-                                      {asPtrDiff, Bits::are64}, {asLongLong, Bits::are64},
-                                      {asIntMax, Bits::are64}};
+constexpr TargetSize kNumberSizes[] = {
+    {asPointer, k64Bits}, {asIntMax, k32Bits}, {asLongLong, k64Bits}, {asSize, k64Bits},
+    {asPtrDiff, k64Bits}, {asLong, k32Bits},   {asShort, k16Bits},    {asChar, k8Bits}};
+constexpr TargetSize kCountSizes[] = {
+    {asChar, k8Bits},     {asShort, k16Bits},    {asLong, k32Bits},  {asSize, k64Bits},
+    {asPtrDiff, k64Bits}, {asLongLong, k64Bits}, {asIntMax, k64Bits}};
 
 constexpr unsigned int kSizeFlags =
     asPointer | asIntMax | asLongLong | asSize | asPtrDiff | asLong | asShort | asChar;
@@ -200,16 +201,16 @@ void store(void* target, Value value)
     std::memcpy(target, &value, sizeof value); // the target may be of any type and alignment
 }
 
-void storeLowBits(void* target, std::uint64_t value, Bits bits)
+void storeLowBits(void* target, std::uint64_t value, std::size_t bytes)
 {
-    switch (bits) {
-    case Bits::are8:
+    switch (bytes) {
+    case k8Bits:
         return store(target, static_cast<std::uint8_t>(value));
-    case Bits::are16:
+    case k16Bits:
         return store(target, static_cast<std::uint16_t>(value));
-    case Bits::are32:
+    case k32Bits:
         return store(target, static_cast<std::uint32_t>(value));
-    case Bits::are64:
+    default:
         return store(target, value);
     }
 }
@@ -223,7 +224,7 @@ void storeNumber(const Directive& directive, std::uint64_t value, const TargetSi
     const TargetSize* const size =
         std::find_if(std::begin(sizes), std::end(sizes),
                      [&](const TargetSize& one) { return directive.has(one.flag); });
-    storeLowBits(directive.target, value, size->bits);
+    storeLowBits(directive.target, value, size->bytes);
 }
 
 // ---- Sets --------------------------------------------------------------------------------------
