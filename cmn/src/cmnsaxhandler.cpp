@@ -67,10 +67,7 @@ void CCmnSaxLibrary::endUse()
     xercesc::XMLPlatformUtils::Terminate();
 }
 
-CCmnSaxParseHandler::CCmnSaxParseHandler()
-    : m_LastError(noProblem()), m_HasLastError(false)
-{
-}
+CCmnSaxParseHandler::CCmnSaxParseHandler() : m_LastError(noProblem()), m_HasLastError(false) {}
 
 CCmnSaxParseHandler::~CCmnSaxParseHandler() = default;
 
