@@ -119,7 +119,7 @@ TEST(Sax, Documents)
         {document("<!ENTITY % p ''>%p;<!ATTLIST r a CDATA '&e;'>", "<r/>"), "!"},
         {document("<!ENTITY % p ''>%p;", "<r a='&e;'/>"), "!"},
         {document("<!ENTITY % p " + file + ">%p;", "<r>&e;</r>"), "!"},
-        // Names with one hash are refused as attributes of a tag, but not as text.
+        // So many attributes are refused in a tag, but not in text.
         {"<r><![CDATA[<a" + someAttributes + "<b" + someAttributes + "]]></r>",
          "<r<a" + someAttributes + "<b" + someAttributes},
         {"<r><![CDATA[" + std::string(9000, 'x') + manyAttributes + "]]></r>",
@@ -149,7 +149,7 @@ TEST(Sax, RefusedDocuments)
         // The check itself would take quadratic time.
         document("<!ENTITY a '" + named(1200, "&@;") + "'>" + named(1200, "<!ENTITY @ ''>"),
                  "<r/>"),
-        // Names with one hash, and what takes too much memory.
+        // Names in one bucket, and what takes too much memory.
         document(named(501, "<!ENTITY @ ''>", 879), "<r/>"),
         document(named(501, "<!ENTITY % @ ''>", 879), "<r/>"),
         document(named(501, "<!ENTITY @ SYSTEM 'x' NDATA n>", 879), "<r/>"),
