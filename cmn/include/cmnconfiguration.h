@@ -189,7 +189,7 @@ private:
     CCmnErrorHolder m_LastError;
     ACE_Configuration_Heap m_Heap;
     tstr m_Path;
-    tstr m_File;
+    tstr m_Unused; ///< keeps the layout of 4.4.x
     tstr m_FullPath;
     ACE_Configuration_Section_Key m_Section;
     bool m_Opened = false; ///< any call on a heap that is not open crashes

@@ -16,7 +16,6 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr std::size_t kMapSize = 16;
 constexpr int kFailed = -1; // the code that the ACE store returns for a failure
 
 CCmnError failure(int code, const wchar_t* message, int line, const wchar_t* function)
@@ -34,19 +33,16 @@ bool hasEmptyPart(const std::string& path)
 constexpr const wchar_t* kConstructor = L"tarnix_cmn_4_4::CCmnConfiguration::CCmnConfiguration";
 constexpr const wchar_t* kImport = L"tarnix_cmn_4_4::CCmnConfiguration::importConfig";
 
-// Makes room for one more text. If the vector grew by itself it would copy the texts, and a copy of
-// an ACE string does not report a failed allocation.
-void grow(std::vector<tstr>& texts)
+// The vector has its size from the start. If it grew it would copy the texts, and a copy of an ACE
+// string does not report a failed allocation.
+std::vector<tstr> wideNames(const std::vector<std::string>& names)
 {
-    if (texts.size() < texts.capacity()) {
-        return;
+    std::vector<tstr> wide(names.size());
+    auto next = wide.begin();
+    for (const std::string& name : names) {
+        utf8ToWide(name, *next++);
     }
-    std::vector<tstr> grown;
-    grown.reserve(2 * texts.size() + 8);
-    for (tstr& text : texts) {
-        grown.emplace_back().swap(text);
-    }
-    texts.swap(grown);
+    return wide;
 }
 
 std::string reportText(const std::string& path, const SCmnImportProblem& first, std::size_t count)
@@ -93,7 +89,7 @@ CCmnConfiguration::~CCmnConfiguration() = default;
 
 void CCmnConfiguration::openHeap()
 {
-    const int code = m_Heap.open(kMapSize);
+    const int code = m_Heap.open();
     m_Opened = code == 0;
     if (!m_Opened) {
         m_LastError.setError(
@@ -103,42 +99,30 @@ void CCmnConfiguration::openHeap()
 
 void CCmnConfiguration::setFile(const wchar_t* path, const wchar_t* file)
 {
-    // Sets all three members or none, so that they name the same file even after a failed
-    // allocation.
+    // Sets both members or none, so that they name the same file even after a failed allocation.
     tstr newPath;
-    tstr newFile;
     tstr fullPath;
     assign(newPath, path);
-    assign(newFile, file);
-    assign(fullPath, newPath, newFile);
+    assign(fullPath, path, file);
     m_Path.swap(newPath);
-    m_File.swap(newFile);
     m_FullPath.swap(fullPath);
     m_State->problems.clear();
     m_State->problemCount = 0;
     m_State->mustKeepCopy = false;
 }
 
-// If the file exists, its directory exists too, and one check is enough. This holds only if m_Path
-// ends with a separator: otherwise m_Path is not the directory of the file.
 int CCmnConfiguration::verifyFile()
 {
-    const std::size_t length = m_Path.length();
-    const int missingFile = CCmnPathTool::verify(m_FullPath.c_str());
-    if (missingFile == 0 && length > 0 && m_Path[length - 1] == L'/') {
-        return 0;
+    const wchar_t* message = L"Configuration path verification failed";
+    int code = CCmnPathTool::verify(m_Path.c_str());
+    if (code == 0) {
+        message = L"Configuration path succeeded but no configuration file exists.";
+        code = CCmnPathTool::verify(m_FullPath.c_str());
     }
-    if (const int code = CCmnPathTool::verify(m_Path.c_str())) {
-        m_LastError.setError(
-            failure(code, L"Configuration path verification failed", __LINE__, kImport));
-        return code;
+    if (code != 0) {
+        m_LastError.setError(failure(code, message, __LINE__, kImport));
     }
-    if (missingFile != 0) {
-        m_LastError.setError(
-            failure(missingFile, L"Configuration path succeeded but no configuration file exists.",
-                    __LINE__, kImport));
-    }
-    return missingFile;
+    return code;
 }
 
 int CCmnConfiguration::importConfig(const wchar_t* path, const wchar_t* file)
@@ -228,13 +212,12 @@ int CCmnConfiguration::exportConfig()
 
 std::vector<tstr> CCmnConfiguration::enumerateSections(const ACE_Configuration_Section_Key& section)
 {
-    std::vector<tstr> names;
+    std::vector<std::string> names;
     ACE_TString name;
     for (int i = 0; m_Opened && m_Heap.enumerate_sections(section, i, name) == 0; ++i) {
-        grow(names);
-        utf8ToWide(name.c_str(), names.emplace_back());
+        names.emplace_back(name.c_str());
     }
-    return names;
+    return wideNames(names);
 }
 
 std::vector<tstr> CCmnConfiguration::enumerateSections()
@@ -266,14 +249,13 @@ int CCmnConfiguration::openSection(const wchar_t* name, ACE_Configuration_Sectio
 
 std::vector<tstr> CCmnConfiguration::enumerateValues()
 {
-    std::vector<tstr> names;
+    std::vector<std::string> names;
     ACE_TString name;
     ACE_Configuration::VALUETYPE type = ACE_Configuration::INVALID;
     for (int i = 0; m_Opened && m_Heap.enumerate_values(m_Section, i, name, type) == 0; ++i) {
-        grow(names);
-        utf8ToWide(name.c_str(), names.emplace_back());
+        names.emplace_back(name.c_str());
     }
-    return names;
+    return wideNames(names);
 }
 
 int CCmnConfiguration::removeValue(const wchar_t* name)

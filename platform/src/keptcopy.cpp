@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace tarnix_platform
@@ -16,25 +17,6 @@ namespace tarnix_platform
 
 namespace
 {
-
-constexpr std::size_t kPiece = 16 * 1024;
-
-// Fills the piece, except at the end of the file.
-ssize_t readPiece(int fd, char* piece)
-{
-    std::size_t size = 0;
-    while (size < kPiece) {
-        const ssize_t got = readSome(fd, piece + size, kPiece - size);
-        if (got < 0) {
-            return got;
-        }
-        if (got == 0) {
-            break;
-        }
-        size += static_cast<std::size_t>(got);
-    }
-    return static_cast<ssize_t>(size);
-}
 
 // A file that is to be kept, open for reading.
 class KeptFile
@@ -69,10 +51,10 @@ public:
         const UniqueFd other = openFile(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
         struct stat info {
         };
-        return other && ::fstat(other.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+        ::fstat(other.get(), &info);
+        return S_ISREG(info.st_mode) &&
                (info.st_uid == ::geteuid() || info.st_uid == m_Info.st_uid) &&
-               info.st_size == m_Info.st_size && info.st_ino != m_Info.st_ino &&
-               hasContent(other.get());
+               info.st_ino != m_Info.st_ino && hasContentOf(other.get());
     }
 
 private:
@@ -80,16 +62,10 @@ private:
 
     bool fill(FileReplacement& copy) const
     {
-        if (!copyContent(copy.fd())) {
-            errno = EIO; // whatever it was: another name is no better
-            return false;
-        }
         copy.keepAttributes(m_Path.c_str());
-        if (!copy.keepAccess(access())) {
-            errno = EPERM;
-            return false;
-        }
-        return true;
+        const bool isFilled = copyContent(copy.fd()) && copy.keepAccess(access());
+        errno = EIO; // if it is not: whatever the reason is, another name is no better
+        return isFilled;
     }
 
     // The group bits of a file with an ACL say what the ACL grants at most, and the others may
@@ -103,41 +79,33 @@ private:
 
     bool copyContent(int to) const
     {
-        char piece[kPiece];
-        if (!isWithinFileSizeLimit(static_cast<std::size_t>(m_Info.st_size)) || !rewind()) {
-            return false;
-        }
-        for (;;) {
-            const ssize_t got = readPiece(m_Fd, piece);
-            if (got <= 0) {
-                return got == 0;
-            }
+        char piece[BUFSIZ];
+        ssize_t got = 0;
+        ::lseek(m_Fd, 0, SEEK_SET);
+        while ((got = readSome(m_Fd, piece, sizeof piece)) > 0) {
             if (!writeAll(to, piece, static_cast<std::size_t>(got))) {
                 return false;
             }
         }
+        return got == 0;
     }
 
-    bool hasContent(int other) const
+    // The system reads whole pieces of a regular file. If it did not, there would be another copy.
+    bool hasContentOf(int other) const
     {
-        char piece[kPiece];
-        char otherPiece[kPiece];
-        if (!rewind()) {
-            return false;
-        }
-        for (;;) {
-            const ssize_t got = readPiece(m_Fd, piece);
-            if (got < 0 || readPiece(other, otherPiece) != got ||
+        char piece[BUFSIZ];
+        char otherPiece[BUFSIZ];
+        ssize_t got = 0;
+        ::lseek(m_Fd, 0, SEEK_SET);
+        do {
+            got = readSome(m_Fd, piece, sizeof piece);
+            if (got < 0 || readSome(other, otherPiece, sizeof otherPiece) != got ||
                 std::memcmp(piece, otherPiece, static_cast<std::size_t>(got)) != 0) {
                 return false;
             }
-            if (got == 0) {
-                return true;
-            }
-        }
+        } while (got > 0);
+        return true;
     }
-
-    bool rewind() const { return ::lseek(m_Fd, 0, SEEK_SET) == 0; }
 
     const int m_Fd;
     const std::string m_Path;

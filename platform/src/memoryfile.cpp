@@ -6,21 +6,22 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-
 namespace tarnix_platform
 {
 
 namespace
 {
 
+#ifndef MFD_NOEXEC_SEAL
+#define MFD_NOEXEC_SEAL 0x8U
+#endif
+
 // Asks for a file that cannot be executed, because a system may refuse others; old kernels do not
 // know the flag.
 int create()
 {
-    constexpr unsigned int noExecution = 0x8; // MFD_NOEXEC_SEAL
-    const int file = ::memfd_create("tarnix", MFD_CLOEXEC | noExecution);
-    return file >= 0 || errno != EINVAL ? file : ::memfd_create("tarnix", MFD_CLOEXEC);
+    const int file = ::memfd_create("tarnix", MFD_CLOEXEC | MFD_NOEXEC_SEAL);
+    return file != -1 ? file : ::memfd_create("tarnix", MFD_CLOEXEC);
 }
 
 bool leadsTo(const char* path, int fd)
@@ -29,29 +30,24 @@ bool leadsTo(const char* path, int fd)
     };
     struct stat here {
     };
-    return ::stat(path, &there) == 0 && ::fstat(fd, &here) == 0 && there.st_ino == here.st_ino &&
-           there.st_dev == here.st_dev;
+    ::fstat(fd, &here);
+    return ::stat(path, &there) == 0 && there.st_ino == here.st_ino && there.st_dev == here.st_dev;
 }
 
 } // namespace
 
 MemoryFile::MemoryFile() : m_File(create())
 {
-    if (!m_File || !moveAboveStandard(m_File)) {
-        m_File.reset();
-        return;
-    }
+    const bool isAbove = moveAboveStandard(m_File); // false also without a file
     m_Path = "/proc/self/fd/" + std::to_string(m_File.get());
-    if (!leadsTo(m_Path.c_str(), m_File.get())) {
+    if (!isAbove || !leadsTo(m_Path.c_str(), m_File.get())) {
         m_File.reset();
     }
 }
 
 MemoryFile::~MemoryFile()
 {
-    if (m_File && ::ftruncate(m_File.get(), 0) != 0) {
-        // Cannot fail: the file is not sealed.
-    }
+    [[maybe_unused]] const int cannotFail = ::ftruncate(m_File.get(), 0); // if there is a file
 }
 
 } // namespace tarnix_platform

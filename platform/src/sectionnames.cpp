@@ -11,7 +11,6 @@ namespace tarnix_platform
 namespace
 {
 
-constexpr std::size_t kMaxPathLength = 255; // that ACE opens in one step
 constexpr int kFailed = -1;
 
 // Gives access to what ACE lets only derived classes read: the path of a key.
@@ -91,7 +90,8 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
     }
     ACE_Configuration_Section_Key at = base;
     const auto known = m_Names.find(whole);
-    if (known != m_Names.end() && known->first.size() <= kMaxPathLength &&
+    // ACE refuses a long path.
+    if (known != m_Names.end() &&
         m_Heap.open_section(m_Heap.root_section(), known->first.c_str(), false, at) == 0) {
         return take(at, known->first, result);
     }

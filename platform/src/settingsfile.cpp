@@ -9,8 +9,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <optional>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -31,33 +34,20 @@ constexpr const char* kNoNewline = "last line without a newline";
 // Reads from the start; false on failure, and for a file that is too large.
 bool readWhole(int fd, std::string& text)
 {
-    struct stat info {
-    };
-    if (::lseek(fd, 0, SEEK_SET) != 0 || ::fstat(fd, &info) != 0) {
-        return false;
+    char piece[BUFSIZ];
+    ssize_t got = 0;
+    ::lseek(fd, 0, SEEK_SET);
+    while (text.size() <= kMaxSize && (got = readSome(fd, piece, sizeof piece)) > 0) {
+        text.append(piece, static_cast<std::size_t>(got));
     }
-    // With the size of the file, the next read meets the end.
-    constexpr std::size_t step = 16 * 1024;
-    text.resize(std::min(static_cast<std::size_t>(info.st_size), kMaxSize) + step);
-    for (std::size_t size = 0;;) {
-        const ssize_t got = readSome(fd, text.data() + size, text.size() - size);
-        if (got < 0) {
-            return false;
-        }
-        size += static_cast<std::size_t>(got);
-        if (got == 0 || size > kMaxSize) {
-            text.resize(size);
-            return got == 0;
-        }
-        text.resize(std::max(text.size(), size + step));
-    }
+    return got == 0;
 }
 
 void dropByteOrderMark(std::string& text)
 {
-    constexpr const char mark[] = "\xEF\xBB\xBF";
-    if (text.rfind(mark, 0) == 0) {
-        text.erase(0, sizeof mark - 1);
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    if (text.substr(0, mark.size()) == mark) {
+        text.erase(0, mark.size());
     }
 }
 
@@ -78,7 +68,7 @@ public:
     ~NoFileSizeSignal()
     {
         if (!m_WasPending) {
-            const timespec none{0, 0};
+            const timespec none{};
             retryInterrupted([&] { return ::sigtimedwait(&m_Signal, nullptr, &none); });
         }
         ::pthread_sigmask(SIG_SETMASK, &m_Former, nullptr);
@@ -111,7 +101,8 @@ struct TxSettingsImport::State {
     {
         struct stat info {
         };
-        if (::fstat(file, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::fstat(file, &info);
+        if (!S_ISREG(info.st_mode)) {
             return refuse(kNoFile);
         }
         std::string text;
@@ -137,7 +128,8 @@ struct TxSettingsImport::State {
     bool isAsPrepared(int file, const std::string& text)
     {
         std::string original;
-        if (!readWhole(file, original) || original != text) {
+        readWhole(file, original);
+        if (original != text) {
             return refuse(kNotPrepared);
         }
         if (!text.empty() && text.back() != '\n') {
@@ -157,7 +149,7 @@ struct TxSettingsImport::State {
     TxSectionNames& m_Names;
     TxImportReport m_Report;
     MemoryFile m_Memory;
-    bool m_IsAllowed = false;
+    bool m_IsAllowed;
 };
 
 TxSettingsImport::TxSettingsImport(const char* path, TxSectionNames& names)
@@ -208,11 +200,8 @@ struct TxSettingsExport::State {
             return true;
         }
         std::string text;
-        if (!read(text)) {
-            return false;
-        }
         TxImportReport ignored;
-        if (!ImportCheck(text, nullptr, false, ignored).accepts()) {
+        if (!read(text) || !ImportCheck(text, nullptr, false, ignored).accepts()) {
             return false;
         }
         return replace(text) || (!m_Replacement->mustKeepOld() && writeInPlace(text));
@@ -221,24 +210,22 @@ struct TxSettingsExport::State {
     bool read(std::string& text) const
     {
         const UniqueFd written = openFile(path(), O_RDONLY);
-        return written && readWhole(written.get(), text);
+        return readWhole(written.get(), text);
     }
 
     bool replace(const std::string& text)
     {
         if (m_Memory) {
             m_Replacement.emplace(m_Target.c_str());
-            return *m_Replacement && m_Replacement->write(text.data(), text.size()) &&
-                   m_Replacement->commit();
+            if (!*m_Replacement || !m_Replacement->write(text.data(), text.size())) {
+                return false;
+            }
         }
         return m_Replacement->commit();
     }
 
     bool writeInPlace(const std::string& text) const
     {
-        if (!isWithinFileSizeLimit(text.size())) {
-            return false;
-        }
         const UniqueFd file =
             openFile(m_Target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kDefaultMode);
         return file && writeAll(file.get(), text.data(), text.size());
