@@ -1,8 +1,8 @@
 // Fuzzer of configuration files and of the registry, which has the same format. After an even first
-// byte the input is a file, in which each byte 2 becomes a number, and each byte 3 a newline: no
-// setting may get lost without having been reported, and kept in a copy. After an odd one each
-// three lines are a section, a name and a value to set: what the store accepts must survive an
-// export and an import.
+// byte the input is a file, in which each byte 2 becomes a number, and each byte 3 a newline. After
+// an odd one each three lines are a section, a name and a value to set, and the file is what the
+// store exports. No setting of the file may get lost in an import and an export without having been
+// reported, and kept in a copy.
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
@@ -11,14 +11,12 @@
 #include "platform_settings.h"
 #include "support/scratchdirectory.h"
 
-#include <ace/Configuration_Import_Export.h>
-
 #include <map>
 #include <set>
 #include <sstream>
 
 using namespace tarnix_cmn_4_4;
-using Lines = std::multiset<std::string>;
+using Settings = std::map<std::string, std::string>;
 
 static void setValues(CCmnConfiguration& config, FuzzInput& input)
 {
@@ -39,32 +37,8 @@ static std::string fileOf(FuzzInput& input)
     std::string file;
     unsigned int numbers = 0;
     for (const char c : input.expanded(8000))
-        if (c == '\2')
-            file += std::to_string(numbers++);
-        else
-            file += c == '\3' ? '\n' : c;
+        file += c == '\2' ? std::to_string(numbers++) : std::string(1, c == '\3' ? '\n' : c);
     return file;
-}
-
-// The lines of an exported file, or none if they are ambiguous. The store accepts what the format
-// cannot represent: a slash in a section, a quote in a name, a value outside all sections. A quote
-// in a text is representable, but is not distinguished here; with a comment after it, it is
-// reported.
-static Lines exportedLines(const ScratchDirectory& directory)
-{
-    Lines lines; // the store does not keep the order
-    for (const std::string& line : directory.readLines("store.conf")) {
-        const auto quotes = std::count(line.begin(), line.end(), '"');
-        const bool isSection = line[0] == '[' && line.find('/') == std::string::npos;
-        const bool isValue = !lines.empty() && line[0] == '"' &&
-                             (quotes == 2 || (quotes == 4 && line.back() == '"' &&
-                                              line.find_first_of(";#") == line.npos));
-        if (isSection || isValue)
-            lines.insert(line);
-        else if (!line.empty())
-            return {};
-    }
-    return lines;
 }
 
 static std::string lower(std::string text)
@@ -73,7 +47,7 @@ static std::string lower(std::string text)
     return text;
 }
 
-// The path as ACE reads it, in lower case; empty if there is none.
+// The path as ACE reads it; empty if there is none.
 static std::string pathOf(const std::string& line)
 {
     std::string path;
@@ -82,33 +56,27 @@ static std::string pathOf(const std::string& line)
             path += c;
         else if (!path.empty() && path.back() != '\\')
             path += '\\';
-    return lower(path.substr(0, path.find_last_not_of('\\') + 1));
+    return path.substr(0, path.find_last_not_of('\\') + 1);
 }
 
 // Of what follows the equal sign, in one form for all spellings.
 static std::string valueOf(const std::string& text, bool isOldForm)
 {
-    const auto number = [&](std::size_t at, int base) {
-        return '=' + std::to_string(std::strtoul(text.c_str() + at, nullptr, base));
-    };
-    if (text[0] == '"' && isOldForm)
-        return text.substr(0, text.find_last_not_of('\r') + 1);
     if (text[0] == '"')
-        return text.substr(0, text.rfind('"'));
+        return text.substr(0, isOldForm ? text.find_last_not_of('\r') + 1 : text.rfind('"'));
     if (text[0] == '#')
-        return number(1, 10);
+        return std::to_string(std::strtoul(text.c_str() + 1, nullptr, 10));
     if (text.rfind("dword:", 0) == 0)
-        return number(6, 16);
+        return std::to_string(std::strtoul(text.c_str() + 6, nullptr, 16));
     std::string bytes = lower(text.substr(0, text.find_first_of(";#")));
     std::replace_if(bytes.begin(), bytes.end(), ::isblank, ',');
     return bytes.substr(0, bytes.find_last_of("0123456789abcdef:") + 1);
 }
 
-// The sections and values of a file, whose lines in `reported` need not survive.
-static std::map<std::string, std::string> settingsOf(const std::string& file,
-                                                     const std::set<std::size_t>& reported)
+// The sections and values of a file, but no values of lines that were reported.
+static Settings settingsOf(const std::string& file, const std::set<std::size_t>& reported)
 {
-    std::map<std::string, std::string> settings;
+    Settings settings;
     std::string section;
     std::istringstream lines(file);
     std::size_t number = 0;
@@ -119,85 +87,83 @@ static std::map<std::string, std::string> settingsOf(const std::string& file,
             line.find('\0') != line.npos)
             continue;
         if (line[0] == '[') {
-            const std::string path = pathOf(line);
-            if (path.empty() || line.find(']') == line.npos)
-                continue; // ACE stays in the section before
-            section = path;
-            settings[section] = "";
+            const std::string path = line.find(']') == line.npos ? "" : lower(pathOf(line));
+            if (!path.empty()) // or ACE stays in the section before
+                settings[section = path] = "";
             continue;
         }
         const bool isOldForm = line[0] != '"';
-        const std::size_t equal = line.find('=', isOldForm ? 0 : line.find('"', 1));
-        const std::size_t end = isOldForm ? equal : line.find('"', 1);
-        const std::string name = lower(line.substr(!isOldForm, end - !isOldForm));
-        if (!isReported)
-            settings[section + '|' + name] = valueOf(line.substr(equal + 1), isOldForm);
-        else // it may replace one before
+        const std::size_t quote = isOldForm ? 0 : line.find('"', 1);
+        const std::size_t equal = line.find('=', quote), start = isOldForm ? 0 : 1;
+        const std::string name = lower(line.substr(start, (isOldForm ? equal : quote) - start));
+        if (isReported) // it may replace one before
             settings.erase(section + '|' + name);
+        else
+            settings[section + '|' + name] = valueOf(line.substr(equal + 1), isOldForm);
     }
     return settings;
 }
 
-static void nothingIsLost(const ScratchDirectory& directory, const CCmnConfiguration& config,
-                          std::string file, bool isImported)
+// Imports the file, and exports it. Returns the number of its problems.
+static std::size_t nothingIsLost(const ScratchDirectory& directory, std::string file)
 {
-    require(directory.read("store.conf.bad") == (config.getImportProblemCount() > 0 ? file : ""),
-            "a copy of a file with problems is kept");
-    require(isImported || config.getImportProblemCount() > 0, "a failed import has a reason");
+    std::filesystem::remove(directory.path("store.conf.bad"));
+    CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", true);
+    const std::size_t problems = config.getImportProblemCount();
     std::set<std::size_t> reported;
     for (const SCmnImportProblem& problem : config.getImportProblems())
         reported.insert(problem.line);
-    if (!isImported || config.getImportProblemCount() > reported.size())
-        return;
+    ACE_Configuration_Section_Key key;
+    tstr value, installed;
+    if (config.openSection(L"SOFTWARE\\Brenholt\\Tarnix", key, 0) == 0 &&
+        config.getStringValue(L"InstallDir64", value) == 0)
+        require(CCmnPathTool::getInstallPath(installed) == 0 && installed == value,
+                "the registry has the value of the store");
+    require(config.exportConfig() == 0, "a store can be exported");
+    require(directory.read("store.conf.bad") == (problems > 0 ? file : ""),
+            "a copy of a file with problems is kept");
+    if (config.getLastError().getCode() != 0) {
+        require(problems > 0, "a failed import has a reason");
+        return problems;
+    }
     if (file.rfind("\xEF\xBB\xBF", 0) == 0)
         file.erase(0, 3);
-    std::map<std::string, std::string> now = settingsOf(directory.read("store.conf"), {});
-    for (const auto& [name, value] : settingsOf(file, reported))
-        require(now.count(name) > 0 && now[name] == value, "it is exported, or was reported");
+    const Settings now = settingsOf(directory.read("store.conf"), {});
+    if (problems == reported.size()) // and all are listed
+        for (const auto& setting : settingsOf(file, reported))
+            require(std::count(now.begin(), now.end(), setting) == 1, "it is there, or reported");
+    return problems;
 }
 
 void fuzz(FuzzInput input)
 {
     static const ScratchDirectory directory;
-    static const std::string path = directory.path("store.conf"), bare = directory.path("bare");
-    FuzzInput copy = input;
-    const bool imports = input.byte() % 2 == 0;
-    const std::string text = imports ? fileOf(input) : copy.rest();
-    directory.write("store.conf", text);
-    std::filesystem::remove(directory.path("store.conf.bad"));
+    static const std::string path = directory.path("store.conf");
+    setRegistryFile(path.c_str());
+    if (input.byte() % 2 == 0) {
+        directory.write("store.conf", fileOf(input));
+    } else {
+        CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", false);
+        setValues(config, input);
+        require(config.exportConfig() == 0, "a store can be exported");
+    }
+    const std::string text = directory.read("store.conf");
     {
         ACE_Configuration_Heap heap;
-        heap.open(16);
+        heap.open();
         TxSectionNames names(heap);
         const FuzzBounds bounds(0.1, 1e-6, 1e6, 200, double(text.size()));
         TxSettingsImport(path.c_str(), names);
     }
-    setRegistryFile(path.c_str());
-    CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", imports), back;
-    ACE_Configuration_Section_Key key;
-    tstr value, installed;
-    const int code = CCmnPathTool::getInstallPath(installed);
-    const bool isImported = config.getLastError().getCode() == 0;
-    if (!imports)
-        setValues(config, input);
-    else if (config.openSection(L"SOFTWARE\\Brenholt\\Tarnix", key, 0) == 0 &&
-             config.getStringValue(L"InstallDir64", value) == 0)
-        require(code == 0 && installed == value, "the registry has the value of the store");
     // The library refuses too many levels.
     if (std::count(text.begin(), text.end(), '/') > 100 ||
         std::count(text.begin(), text.end(), '\\') > 2000)
         return;
-    require(ACE_Registry_ImpExp(config.configHeap()).export_config(bare.c_str()) == 0 &&
-                config.exportConfig() == 0,
-            "a store can be exported");
-    if (imports)
-        nothingIsLost(directory, config, text, isImported);
-    const Lines lines = exportedLines(directory);
-    if (!imports && lines.empty())
-        return;
-    std::filesystem::remove(directory.path("store.conf.bad"));
-    require(back.importConfig(directory.widePath().c_str(), L"store.conf") == 0, "it is imported");
-    require(back.getImportProblemCount() == 0 || config.getImportProblemCount() > 0,
-            "without problems"); // a path that is not UTF-8 becomes several lines
-    require(back.exportConfig() == 0 && exportedLines(directory) == lines, "it is the same");
+    const std::size_t problems = nothingIsLost(directory, text);
+    const std::string exported = directory.read("store.conf");
+    require(nothingIsLost(directory, exported) == 0 || problems > 0,
+            "an exported file has no problems"); // a path that is not UTF-8 becomes several lines
+    require(problems > 0 ||
+                settingsOf(directory.read("store.conf"), {}) == settingsOf(exported, {}),
+            "it is the same");
 }

@@ -1,14 +1,13 @@
 // The trace log: its states, the sources of its settings, and the content of its file.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"
+#include "support/fixture.h"
 #include "support/scratchinstallation.h"
-
-#include <gtest/gtest.h>
+#include "support/testlocale.h"
 
 #include <sys/resource.h>
 
 #include <cerrno>
-#include <clocale>
 #include <csignal>
 #include <regex>
 
@@ -17,9 +16,12 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-const char* const kConf = "ConfigFiles/t.conf";
+const char* const conf = "ConfigFiles/t.conf";
+const std::string section = "[DEBUG_TRACE_INFO]\n";
+const wchar_t* const byDefault = L"";
 
-struct TraceLog : testing::Test {
+// The log "t" of an installation with a sibling product.
+struct TraceLog : LeakCheck {
     TraceLog()
     {
         for (const char* directory : {"Orvane/Stellgard", "x", "ConfigFiles"})
@@ -34,8 +36,8 @@ struct TraceLog : testing::Test {
         static const std::regex time("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} ");
         return std::regex_replace(text, time, "@");
     }
-    std::string start(const std::wstring& dir = L"", const wchar_t* name = L"", int first = 1,
-                      bool toStdout = false)
+    std::string start(const std::wstring& dir = byDefault, const wchar_t* name = byDefault,
+                      int first = 1, bool toStdout = false)
     {
         testing::internal::CaptureStdout();
         log.get()->initialize(L"t", dir.c_str(), name, first, toStdout);
@@ -47,6 +49,13 @@ struct TraceLog : testing::Test {
         testing::internal::CaptureStdout();
         log.get()->trace(lineLevel, format, argument);
         return output();
+    }
+    // With these settings, as after a new start of the process.
+    void restart(const std::string& settings, const std::string& siblingLevel = "")
+    {
+        scratch.write(conf, section + settings);
+        scratch.write("Orvane/Stellgard/sgdlog.conf", "Default.DiagnosticLevel" + siblingLevel);
+        log = decltype(log)(true);
     }
     int level()
     {
@@ -60,36 +69,73 @@ struct TraceLog : testing::Test {
     CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log{true};
 };
 
-TEST_F(TraceLog, SettingsFromTheFileTheArgumentsAndTheSibling)
+TEST_F(TraceLog, TheLevelIsThatOfTheFileOrOfTheSibling)
 {
     const struct {
-        const char *conf, *sibling, *dir; // the directory is in the scratch directory
-        const wchar_t* file;
-        bool toStdout, isCopied;
-        int atStart, then;
-        const char *log, *confThen;
+        const char *settings, *sibling;
+        int atStart, later; // later it is that of the file, to which the argument was added
     } cases[] = {
-        {"LEVEL\"=dword:5", "=0", "", L"", false, false, 1, 5, "Logs/t.log", "FILE\"=\"t.log"},
-        {"LEVEL\"=dword:0", "=3", "", L"", false, false, 3, 0, "Logs/t.log", "OUT\"=dword:0"},
-        {"FILE\"=\"f\"", "", "", L"", true, true, 0, 9, "Logs/f", "OUT\"=dword:00000001"},
-        {"STDOUT\"=dword:1", "", "", L"x", false, true, 0, 9, "Logs/t.log", "L\"=dword:00000009"},
-        {"STDOUT\"=dword:0", "=-7", "y", L"", true, true, 0, 9, "Logs/t.log", ""},
-        {"STDOUT\"=dword:1", "", "x", L"\u00FC", false, false, 1, 9, "x/\xC3\xBC",
-         "OUT\"=dword:00000000"}};
-    std::setlocale(LC_ALL, "C.UTF-8"); // a name beyond ASCII needs it
-    for (const auto& c : cases) {
-        scratch.write(kConf, std::string("[DEBUG_TRACE_INFO]\n\"TRACE") + c.conf + "\n");
-        scratch.write("Orvane/Stellgard/sgdlog.conf",
-                      std::string("Default.DiagnosticLevel") + c.sibling);
-        log = decltype(log)(true);
-        file = c.log;
-        start(*c.dir ? scratch.widePath(c.dir) : L"", c.file, 9, c.toStdout);
-        EXPECT_EQ(level(), c.atStart) << c.conf;
-        EXPECT_EQ(traced(c.then, "in"), c.isCopied ? "t:@in\n@in\n" : "@in\n") << c.conf;
-        EXPECT_EQ(traced(c.then + 1, "out"), "") << c.conf;
-        EXPECT_NE(scratch.read(kConf).find(c.confThen), std::string::npos) << c.conf;
+        {"\"TRACELEVEL\"=dword:5\n", "=0", 1, 5},
+        {"\"TRACELEVEL\"=dword:1\n", "=1", 1, 1},
+        {"\"TRACELEVEL\"=dword:0\n", "=3", 3, 0},
+        {"", "", 0, 9},
+        {"", "=-7", 0, 9},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(std::string(row.settings) + row.sibling);
+        restart(row.settings, row.sibling);
+        start(byDefault, byDefault, 9);
+        EXPECT_EQ(level(), row.atStart);
+        EXPECT_EQ(traced(row.later, "in"), "@in\n");
+        EXPECT_EQ(traced(row.later + 1, "out"), "");
     }
-    std::setlocale(LC_ALL, "C");
+}
+
+TEST_F(TraceLog, TheFileIsThatOfTheSettingsOrOfTheArguments)
+{
+    const TestLocale locale("C.UTF-8"); // a name beyond ASCII needs it
+    const struct {
+        const char *settings, *dir; // in the scratch directory
+        const wchar_t* name;
+        const char *log, *stored;
+    } cases[] = {
+        {"", "", byDefault, "Logs/t.log", "\"TRACEFILE\"=\"t.log\""},
+        {"\"TRACEFILE\"=\"f\"\n", "", byDefault, "Logs/f", "\"TRACELEVEL\"=dword:00000009"},
+        {"\"TRACEFILE\"=\"f\"\n", "y", byDefault, "Logs/f", "\"TRACEFILE\"=\"f\""},
+        {"", "", L"x", "Logs/t.log", "\"TRACESTDOUT\"=dword:00000000"},
+        {"\"TRACEFILE\"=\"f\"\n", "x", L"\u00FC", "x/\xC3\xBC", "\"TRACEFILE\"=\"\xC3\xBC\""},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.log);
+        restart(row.settings);
+        file = row.log;
+        start(*row.dir != '\0' ? scratch.widePath(row.dir) : byDefault, row.name, 9);
+        EXPECT_EQ(traced(9, "in"), "@in\n");
+        EXPECT_NE(scratch.read(conf).find(row.stored), std::string::npos);
+    }
+}
+
+TEST_F(TraceLog, LinesAreCopiedIfTheSettingsOrTheArgumentsSaySo)
+{
+    const struct {
+        const char* settings;
+        bool argument, isCopied;
+        const wchar_t* name = byDefault; // one with a directory replaces the settings
+    } cases[] = {
+        {"", false, false},
+        {"", true, true},
+        {"\"TRACESTDOUT\"=dword:0\n", true, true},
+        {"\"TRACESTDOUT\"=dword:1\n", false, true},
+        {"\"TRACESTDOUT\"=dword:2\n", false, false},
+        {"\"TRACESTDOUT\"=dword:1\n", false, false, L"f"},
+    };
+    file = "x/f";
+    for (const auto& row : cases) {
+        SCOPED_TRACE(std::string(row.settings) + (row.argument ? "true" : "false"));
+        restart(row.settings + ("\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"" + scratch.path("x\"\n")));
+        start(*row.name != L'\0' ? scratch.widePath("x") : byDefault, row.name, 1, row.argument);
+        EXPECT_EQ(traced(1, "in"), row.isCopied ? "t:@in\n@in\n" : "@in\n");
+    }
 }
 
 TEST_F(TraceLog, AChangedStoreAppliesToTheNextLine)
@@ -101,9 +147,9 @@ TEST_F(TraceLog, AChangedStoreAppliesToTheNextLine)
         EXPECT_EQ(traced(later, "%s", "in"), log.get()->isInitialized() ? "@in\n" : "") << later;
     };
     expectLevels(12345, 1); // not initialised; creates a section without values
-    start(L"", L"", 5);
+    start(byDefault, byDefault, 5);
     expectLevels(0, 5);
-    scratch.write(kConf, "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:4\n");
+    scratch.write(conf, section + "\"TRACELEVEL\"=dword:4\n");
     log.get()->UpdateTraceLevelFromConfigFile(); // reads the store, in spite of its name
     expectLevels(5, 5);
     tstr dir, name;
@@ -120,8 +166,9 @@ TEST_F(TraceLog, UnusableFilesAndTexts)
 {
     scratch.makeDirectory("Logs/t.log");
     const std::string dir = scratch.path("Logs/");
-    EXPECT_EQ(start(L"", L"", 1, true), "[CCmnTraceLog] Error: Tracefile [" + dir +
-                                            "/t.log] initialization failed.[t.log][" + dir + "]\n");
+    EXPECT_EQ(start(byDefault, byDefault, 1, true), "[CCmnTraceLog] Error: Tracefile [" + dir +
+                                                        "/t.log] initialization failed.[t.log][" +
+                                                        dir + "]\n");
     EXPECT_EQ(traced(1, "lost"), "");
     file = "x/f";
     EXPECT_EQ(start(scratch.widePath("x"), L"f"), "");
@@ -180,96 +227,90 @@ TEST_F(TraceLog, VtraceFiltersAndFormats)
 
 TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
 {
-    using Failure = SCmnTraceRefresh::Failure;
+    using Refresh = SCmnTraceRefresh;
+    using Failure = Refresh::Failure;
     EXPECT_EQ(log.get()->refresh().failure, Failure::notInitialized);
     scratch.makeDirectory("Logs/t.log"); // initialize cannot open it
     start();
     std::filesystem::remove(scratch.path("Logs/t.log"));
-    const auto levelOf = [](char digit) {
-        return std::string("\"TRACELEVEL\"=dword:") + digit + "\n";
-    };
-    const auto copyOf = [](char digit) {
-        return std::string("\"TRACESTDOUT\"=dword:") + digit + "\n";
-    };
-    const std::string dir = "\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"" + scratch.path();
+    const std::string same = "-", none = "", inDirectory = "\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"";
+    const std::string level = "\"TRACELEVEL\"=dword:", copy = "\"TRACESTDOUT\"=dword:";
     const struct {
-        std::string name, settings; // "-" for an unchanged file
-        const char *makes, *file;   // a directory; where lines go then
-        int level, error;
-        Failure failure;
-        bool levelChanged, placeChanged, copyChanged;
-    } cases[] = {
-        {"opens now", "-", "Logs", "Logs/t.log", 1, 0, Failure::none, false, false, false},
-        {"level", levelOf('3'), "x", "Logs/t.log", 3, 0, Failure::none, true, false, false},
-        {"place", dir + "x\"\n", "x", "x/f", 3, 0, Failure::none, false, true, false},
-        {"unusable", dir + "y\"\n" + levelOf('2'), "x", "x/f", 2, ENOENT, Failure::unusableFile,
-         true, false, false},
-        {"usable now", "-", "y", "y/f", 2, 0, Failure::none, false, true, false},
-        {"no values", "", "x", "y/f", 2, 0, Failure::none, false, false, false},
-        {"harmful", levelOf('7') + std::string(9, '\0') + "\n", "x", "y/f", 2, 0,
-         Failure::unreadableSettings, false, false, false},
-        {"copy", copyOf('1'), "x", "y/f", 2, 0, Failure::none, false, false, true},
-        {"copy stays", copyOf('0'), "x", "y/f", 2, 0, Failure::none, false, false, false},
-        {"no file", "", "x", "y/f", 2, ENOENT, Failure::noSettings, false, false, false}};
-    for (const auto& c : cases) {
-        if (c.settings != "-")
-            scratch.write(kConf, "[DEBUG_TRACE_INFO]\n" + c.settings);
-        if (c.failure == Failure::noSettings)
-            std::filesystem::remove(scratch.path(kConf));
-        scratch.makeDirectory(c.makes);
-        const SCmnTraceRefresh found = log.get()->refresh();
-        EXPECT_EQ(found.failure, c.failure) << c.name;
-        EXPECT_EQ(found.error, c.error) << c.name;
-        EXPECT_EQ(found.level, c.levelChanged) << c.name;
-        EXPECT_EQ(found.place, c.placeChanged) << c.name;
-        EXPECT_EQ(found.toStdout, c.copyChanged) << c.name;
-        file = c.file;
-        EXPECT_NE(traced(c.level, "in"), "") << c.name;
-        EXPECT_EQ(traced(c.level + 1, "out"), "") << c.name;
-        EXPECT_EQ(level(), c.level) << c.name;
+        std::string name, settings;
+        int level;                       // afterwards
+        const char* file;                // of the lines that follow
+        bool Refresh::*change = nullptr; // the only one that is reported
+        Failure failure = Failure::none;
+        int error = 0;
+        const char* newDirectory = "x";
+    } cases[] = {{"opens now", same, 1, "Logs/t.log"},
+                 {"level", level + "3\n", 3, "Logs/t.log", &Refresh::level},
+                 {"place", inDirectory + scratch.path("x\"\n"), 3, "x/f", &Refresh::place},
+                 {"unusable", inDirectory + scratch.path("y\"\n") + level + "2\n", 2, "x/f",
+                  &Refresh::level, Failure::unusableFile, ENOENT},
+                 {"usable now", same, 2, "y/f", &Refresh::place, Failure::none, 0, "y"},
+                 {"no values", none, 2, "y/f"},
+                 {"harmful", level + "7" + std::string(9, '\0') + "\n", 2, "y/f", nullptr,
+                  Failure::unreadableSettings},
+                 {"copy", copy + "1\n", 2, "y/f", &Refresh::toStdout},
+                 {"copy stays", copy + "0\n", 2, "y/f"},
+                 {"no file", same, 2, "y/f", nullptr, Failure::noSettings, ENOENT}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        if (row.settings != same)
+            scratch.write(conf, section + row.settings);
+        if (row.failure == Failure::noSettings)
+            std::filesystem::remove(scratch.path(conf));
+        scratch.makeDirectory(row.newDirectory);
+        const Refresh found = log.get()->refresh();
+        EXPECT_EQ(found.failure, row.failure);
+        EXPECT_EQ(found.error, row.error);
+        EXPECT_EQ(found.level, row.change == &Refresh::level);
+        EXPECT_EQ(found.place, row.change == &Refresh::place);
+        EXPECT_EQ(found.toStdout, row.change == &Refresh::toStdout);
+        file = row.file;
+        EXPECT_NE(traced(row.level, "in"), "");
+        EXPECT_EQ(traced(row.level + 1, "out"), "");
     }
     EXPECT_STREQ(log.get()->getTracePath().c_str(), scratch.widePath("y/f").c_str());
 }
 
-} // namespace
-
 TEST_F(TraceLog, ProblemsOfTheSettingsAreReportedAndKept)
 {
-    const std::string section = "[DEBUG_TRACE_INFO]\n\"TRACELEVEL\"=dword:00000005\n";
-    const std::string conf = scratch.path(kConf);
+    const std::string level = section + "\"TRACELEVEL\"=dword:00000005\n";
+    const std::string name = "settings '" + scratch.path(conf) + '\'';
     const struct {
-        std::string file;
-        const char* line; // after the path
+        const char* name;
+        std::string settings;
         int level;
+        std::string problem = "";
     } cases[] = {
-        {"\xEF\xBB\xBF" + section, "", 5},
-        {section + "port=5",
-         ": 1 problem: line 3: value is neither a quoted text, nor dword: or hex:", 5},
-        {"[other\nx\n" + section, ": 2 problems, first: line 1: section without a closing bracket",
-         1},
+        {"none", "\xEF\xBB\xBF" + level, 5},
+        {"one", level + "port=5", 5,
+         ": 1 problem: line 3: value is neither a quoted text, nor dword: or hex:"},
+        {"two", "[other\nx\n" + level, 1,
+         ": 2 problems, first: line 1: section without a closing bracket"},
     };
     for (const auto& row : cases) {
-        SCOPED_TRACE(row.file);
-        scratch.write(kConf, row.file);
-        std::remove((conf + ".bad").c_str());
-        CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> fresh{true};
-        fresh.get()->initialize(L"t", L"", L"", 1, false);
-        const bool isReported = *row.line != '\0';
-        const std::string name = "settings '" + conf + '\'';
-        const std::string report =
-            isReported ? name + row.line + "; copy kept in '" + conf + ".bad'" : "";
-        scratch.write(kConf, "[DEBUG_TRACE_INFO]\nx\n");
+        SCOPED_TRACE(row.name);
+        restart("");
+        scratch.write(conf, row.settings);
+        std::filesystem::remove(scratch.path("ConfigFiles/t.conf.bad"));
+        start();
+        scratch.write(conf, section + "x\n");
         for (int read = 0; read < 2; ++read) // reported once
-            fresh.get()->refresh();
-        EXPECT_EQ(fresh.get()->takeSettingsReport(),
-                  report + (isReported ? "; " : "") + name +
+            log.get()->refresh();
+        const std::string atStart =
+            name + row.problem + "; copy kept in '" + scratch.path(conf) + ".bad'; ";
+        EXPECT_EQ(log.get()->takeSettingsReport(),
+                  (row.problem.empty() ? "" : atStart) + name +
                       ": 1 problem: line 2: neither a section, a value nor a comment");
-        fresh.get()->refresh();
-        EXPECT_EQ(fresh.get()->takeSettingsReport(), "");
-        EXPECT_EQ(scratch.read(kConf + std::string(".bad")), isReported ? row.file : "");
-        fresh.get()->trace(row.level, "passes");
-        fresh.get()->trace(row.level + 1, "does not");
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(output(), "@passes\n");
+        log.get()->refresh();
+        EXPECT_EQ(log.get()->takeSettingsReport(), "");
+        EXPECT_EQ(scratch.read("ConfigFiles/t.conf.bad"), row.problem.empty() ? "" : row.settings);
+        EXPECT_EQ(traced(row.level, "passes"), "@passes\n");
+        EXPECT_EQ(traced(row.level + 1, "does not"), "");
     }
 }
+
+} // namespace
