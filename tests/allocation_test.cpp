@@ -13,6 +13,7 @@
 
 #include <xercesc/util/OutOfMemoryException.hpp>
 
+#include <optional>
 #include <set>
 
 using namespace tarnix_cmn_4_4;
@@ -151,6 +152,25 @@ TEST_F(Allocation, TraceAndConfiguration)
     std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
     // The two directories and the two files, and no temporary file.
     EXPECT_EQ(m_Scratch.entries(), 4);
+}
+
+// Calls of a heap that is not open would crash.
+TEST_F(Allocation, AStoreThatIsNotOpenFails)
+{
+    m_Scratch.write("a.conf", "[S]\n");
+    std::optional<CCmnConfiguration> store;
+    {
+        const AllocationFault fault(3, false); // of ACE, for the store
+        store.emplace();
+    }
+    ACE_Configuration_Section_Key key;
+    EXPECT_STREQ(store->getLastError().getMessage(), L"Failed to open configuration heap");
+    EXPECT_EQ(store->importConfig(m_Scratch.widePath().c_str(), L"a.conf"), -1);
+    EXPECT_EQ(store->exportConfig(), -1);
+    EXPECT_EQ(store->openSection(L"S", key, 1), -1);
+    EXPECT_EQ(store->setIntegerValue(L"n", 1), -1);
+    EXPECT_TRUE(store->enumerateSections().empty());
+    EXPECT_TRUE(store->enumerateValues().empty());
 }
 
 struct TextHandler : CCmnSaxParseHandler {

@@ -276,6 +276,7 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
         {" [b]\n\"x\"=\"1\"\n", x, noSetting},
         {"\"x=5\n", none, "2: name without a closing quote"},
         {"\"x\"=\"1\n", x, "2: text without a closing quote"},
+        {"\"x\"=\"1\r\n", x, "2: text without a closing quote"},
         {"\"x\"=\"1\" y\n", x, "2: text after the closing quote"},
         {"\"x\"=dword:zz\n", none, badNumber},
         {"\"x\"=dword:123456789\n", none, badNumber},

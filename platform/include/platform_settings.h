@@ -74,7 +74,6 @@ private:
               bool create);
     bool openKnown(ACE_Configuration_Section_Key& at, std::string& path, const std::string& child,
                    std::size_t partAt);
-    void erase(const std::string& path);
     void list(const ACE_Configuration_Section_Key& section, const std::string& path);
     void listOnce(const std::string& path);
 

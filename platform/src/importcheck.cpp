@@ -94,7 +94,7 @@ bool ImportCheck::acceptsLine(char* begin, char* end)
         *begin = ';';
     } else if (line.kind == ImportLine::Kind::value) {
         addQuote(line, end);
-        cut(line, begin, end);
+        cut(line, begin);
         const char* const valueProblem = checkValue(line);
         problem = problem == nullptr ? valueProblem : problem;
     }
@@ -113,23 +113,20 @@ void ImportCheck::addQuote(const ImportLine& line, const char* end)
 }
 
 // What follows becomes a line of its own, as the text must keep its length.
-void ImportCheck::cut(const ImportLine& line, char* begin, const char* end)
+void ImportCheck::cut(const ImportLine& line, char* begin)
 {
     if (!m_Fixes || line.fix != ImportLine::Fix::cut) {
         return;
     }
     char* const rest = begin + (line.rest - begin);
     rest[0] = '\n';
-    if (rest + 1 != end) {
-        rest[1] = ';';
-    }
+    rest[1] = ';'; // there are at least two characters, or there would not be more bytes
 }
 
 void ImportCheck::complete()
 {
     if (!m_Unclosed.empty()) {
         std::string closed;
-        closed.reserve(m_Text.size() + m_Unclosed.size() + 1);
         std::size_t from = 0;
         for (const std::size_t to : m_Unclosed) {
             closed.append(m_Text, from, to - from).append(1, '"');

@@ -32,7 +32,7 @@ public:
 private:
     bool acceptsLine(char* begin, char* end);
     void addQuote(const ImportLine& line, const char* end);
-    void cut(const ImportLine& line, char* begin, const char* end);
+    void cut(const ImportLine& line, char* begin);
     bool hideZeros(char* begin, char* end);
     bool openSection(const ImportLine& line, char* name);
     const char* checkValue(const ImportLine& line);

@@ -119,13 +119,8 @@ int TxSectionNames::remove(const std::string& path, bool recursive)
     if (!parentPath.empty() && open(parent, parentPath, false, parent) != 0) {
         return kFailed;
     }
-    const std::size_t partAt = end == std::string::npos ? 0 : end + 1;
-    const int code = m_Heap.remove_section(parent, spelled.c_str() + partAt, recursive);
-    erase(spelled);
-    if (code != 0) {
-        m_Names[parentPath] = false; // it is still there, or some of those below it
-    }
-    return code;
+    const std::string part = spelled.substr(end + 1); // npos + 1 is 0
+    return m_Heap.remove_section(parent, part.c_str(), recursive);
 }
 
 // ACE opens another section, mostly the root, if an allocation for the path fails.
@@ -176,7 +171,7 @@ bool TxSectionNames::openKnown(ACE_Configuration_Section_Key& at, std::string& p
     }
     ACE_Configuration_Section_Key found;
     if (m_Heap.open_section(at, known->first.c_str() + partAt, false, found) != 0) {
-        erase(child); // it has been removed past this object
+        m_Names.erase(known); // it has been removed
         return false;
     }
     at = found;
@@ -184,22 +179,9 @@ bool TxSectionNames::openKnown(ACE_Configuration_Section_Key& at, std::string& p
     return true;
 }
 
-// Also all sections below: they would lend their spelling to new ones.
-void TxSectionNames::erase(const std::string& path)
-{
-    m_Names.erase(path);
-    const std::string start = path + '\\';
-    auto at = m_Names.lower_bound(start);
-    while (at != m_Names.end() &&
-           ::strncasecmp(at->first.c_str(), start.c_str(), start.size()) == 0) {
-        at = m_Names.erase(at);
-    }
-}
-
 // Enters the sub-sections of a section.
 void TxSectionNames::list(const ACE_Configuration_Section_Key& section, const std::string& path)
 {
-    m_Names[path] = true;
     ACE_TString name;
     for (int i = 0; m_Heap.enumerate_sections(section, i, name) == 0; ++i) {
         m_Names.try_emplace(joined(path, name.c_str()), false);
@@ -208,9 +190,11 @@ void TxSectionNames::list(const ACE_Configuration_Section_Key& section, const st
 
 void TxSectionNames::listOnce(const std::string& path)
 {
-    if (m_Names[path]) {
+    bool& isListed = m_Names[path];
+    if (isListed) {
         return;
     }
+    isListed = true;
     ACE_Configuration_Section_Key at = rootKey();
     const bool exists = eachPart(path, [&](const std::string& part) {
         ACE_Configuration_Section_Key found;
@@ -218,7 +202,6 @@ void TxSectionNames::listOnce(const std::string& path)
         at = opened ? found : at;
         return opened;
     });
-    m_Names[path] = true;
     if (exists) {
         list(at, path);
     }
