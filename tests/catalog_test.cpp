@@ -18,6 +18,15 @@ struct FailingCatalog : CCmnIcuMessageCatalog {
     int init() override { return -1; }
 };
 
+// A catalog of a client, which needs no init.
+struct ClientCatalog : CCmnMessageCatalog {
+    ClientCatalog(const tstr& name, const char* language) : CCmnMessageCatalog(name, language) {}
+    tstr getMessage(const std::string& key, const wchar_t* defaultText) const override
+    {
+        return key == "who" ? tstr(L"client") : tstr(defaultText);
+    }
+};
+
 // A factory, and an install directory with two bundles, one of them without a root. The directory
 // has a new name for each test, so ICU has not cached its bundles.
 struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
@@ -56,8 +65,11 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
     {
         asked += std::string(language) + ",";
         CatalogPtr catalog;
-        catalog.assign(name == tstr(L"failing") ? new FailingCatalog(name, language)
-                                                : new CCmnIcuMessageCatalog(name, language));
+        if (name == tstr(L"client"))
+            catalog.assign(new ClientCatalog(name, language));
+        else
+            catalog.assign(name == tstr(L"failing") ? new FailingCatalog(name, language)
+                                                    : new CCmnIcuMessageCatalog(name, language));
         return catalog;
     }
     MessagePtr createMessage(SCmnMessageInfo* info) override
@@ -95,6 +107,7 @@ TEST_F(Catalogs, TheManagerChoosesACatalog)
             {L"none", "who", L"", "", " [de,]"},
             {L"failing", "who", nullptr, "ja_JP", "<who> [ja_JP,]"},
             {L"app", "who", nullptr, "ja_JP", "app: ja_JP {0} [ja_JP,]"},
+            {L"client", "who", nullptr, "it", "client [it,]"},
             {L"rooted", "who", nullptr, "de@x=a/b", "rooted: de {0} [de@x=a/b,]"},
             // Names that would escape to another bundle.
             {L"rooted", "who", L"", "../libapp/de", " [../libapp/de,]"},
@@ -169,10 +182,15 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
     asked.clear();
     manager.get()->findMessage("who", nullptr, {"es_MX"});
     EXPECT_EQ(asked, "es_MX,es_419,");
+    name = L"client";
+    EXPECT_EQ(manager.get()->findMessage("who", nullptr, {"it"}).language, "it");
+    EXPECT_EQ(manager.get()->findMessage("none", L"", {"it"}).language, "");
+    name = L"listed";
+    asked.clear();
     // Other calls try again, as if no list had failed.
     for (int i = 0; i < 2; ++i)
         manager.get()->getMessage("who", nullptr, "es_MX");
-    EXPECT_EQ(asked, "es_MX,es_419,es_MX,es_MX,");
+    EXPECT_EQ(asked, "es_MX,es_MX,");
     // ICU would remember that there was no bundle: it has not been asked.
     std::filesystem::rename(scratch.path("fr.res"), scratch.path("Messages/liblisted/fr.res"));
     manager.get()->registerFactory(this);

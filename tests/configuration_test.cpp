@@ -376,6 +376,34 @@ TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
     }
 }
 
+// The copy is one more than the files that exist.
+TEST_F(Configuration, TheFirstCopiesAndTheLatestAreKept)
+{
+    const std::string long1 = std::string(10000, 'y') + '1', long2 = std::string(10000, 'y') + '2';
+    for (const std::string& text :
+         {long1, long2, {"2"}, {"3"}, {"4"}, {"5"}, {"6"}, {"7"}, {"8"}}) {
+        EXPECT_EQ(importText(text), 0);
+        EXPECT_EQ(config.takeImportReport().find("copy"), std::string::npos);
+        for (int i = 0; i < 2; ++i) // the second one has nothing to lose
+            EXPECT_EQ(config.exportConfig(), 0);
+    }
+    EXPECT_EQ(scratch.read("f.bad"), long1);
+    EXPECT_EQ(scratch.read("f.bad.1"), long2);
+    EXPECT_EQ(scratch.read("f.bad.8"), "8");
+    fs::create_symlink("target", scratch.path("f.bad.9"));
+    for (const char* latest : {"y\n", "z\n"}) {
+        importText(latest);
+        EXPECT_EQ(config.exportConfig(), 0);
+        EXPECT_EQ(scratch.read("f.bad.9"), latest);
+    }
+    EXPECT_EQ(scratch.entries(), 11); // no target, and no temporary file
+    importText("x\n");
+    fs::remove(scratch.path("f"));
+    fs::create_symlink("/dev/null", scratch.path("f")); // which has no content to keep
+    EXPECT_EQ(config.exportConfig(), 0);
+    EXPECT_EQ(config.getKeptCopy(), "");
+}
+
 TEST_F(Configuration, ExportsKeepAttributesAndAcls)
 {
     const std::string file = scratch.path("f");

@@ -225,6 +225,17 @@ TEST_F(TraceLog, VtraceFiltersAndFormats)
     EXPECT_EQ(traced(1, "b"), "@1a\n@b\n");
 }
 
+TEST_F(TraceLog, WorksWithoutStandardInput)
+{
+    EXPECT_EQ(waitForChild(forkChild([&] {
+                  ::close(STDIN_FILENO);
+                  log.get()->initialize(L"t", byDefault, byDefault, 1, false);
+                  log.get()->trace(1, "in");
+                  return !scratch.read(file).empty();
+              })),
+              0);
+}
+
 TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
 {
     using Refresh = SCmnTraceRefresh;

@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    static constexpr mode_t kMode = S_IRUSR | S_IWUSR;
+    static constexpr mode_t kMode = S_IRUSR; // until it gets that of the original
 
     bool fill(FileReplacement& copy) const
     {
