@@ -22,7 +22,7 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-constexpr std::size_t kTimeSize = 128;
+constexpr std::size_t kTimeSize = 64; // of the time, which has 26 characters, and what is around it
 constexpr std::size_t kTextSize = 1024;
 
 // A copy of the arguments for a second pass. The destructor calls va_end even if an allocation
@@ -46,9 +46,7 @@ public:
     {
         m_Stack[0] = '\n';
         char* const time = m_Stack + kNewline;
-        if (ACE::timestamp(time, kTimeSize, true) == nullptr) {
-            TX_strncpy(time, "<time error>", kTimeSize - 1, kTimeSize);
-        }
+        ACE::timestamp(time, kTimeSize); // fails only if there is no room
         m_TextAt = kNewline + std::strlen(time);
         m_Stack[m_TextAt++] = ' ';
     }
@@ -93,7 +91,7 @@ private:
 
     static constexpr std::size_t kNewline = 1;
 
-    char m_Stack[kNewline + kTimeSize + 1 + kTextSize + kNewline];
+    char m_Stack[kTimeSize + kTextSize];
     std::unique_ptr<char[]> m_Heap;
     char* m_Line = m_Stack;
     std::size_t m_TextAt = 0;
