@@ -80,14 +80,16 @@ private:
     bool copyContent(int to) const
     {
         char piece[BUFSIZ];
-        ssize_t got = 0;
         ::lseek(m_Fd, 0, SEEK_SET);
-        while ((got = readSome(m_Fd, piece, sizeof piece)) > 0) {
+        for (;;) {
+            const ssize_t got = readSome(m_Fd, piece, sizeof piece);
+            if (got <= 0) {
+                return got == 0;
+            }
             if (!writeAll(to, piece, static_cast<std::size_t>(got))) {
                 return false;
             }
         }
-        return got == 0;
     }
 
     // The system reads whole pieces of a regular file. If it did not, there would be another copy.
@@ -95,16 +97,17 @@ private:
     {
         char piece[BUFSIZ];
         char otherPiece[BUFSIZ];
-        ssize_t got = 0;
         ::lseek(m_Fd, 0, SEEK_SET);
-        do {
-            got = readSome(m_Fd, piece, sizeof piece);
+        for (;;) {
+            const ssize_t got = readSome(m_Fd, piece, sizeof piece);
             if (got < 0 || readSome(other, otherPiece, sizeof otherPiece) != got ||
                 std::memcmp(piece, otherPiece, static_cast<std::size_t>(got)) != 0) {
                 return false;
             }
-        } while (got > 0);
-        return true;
+            if (got == 0) {
+                return true;
+            }
+        }
     }
 
     const int m_Fd;

@@ -35,12 +35,15 @@ constexpr const char* kNoNewline = "last line without a newline";
 bool readWhole(int fd, std::string& text)
 {
     char piece[BUFSIZ];
-    ssize_t got = 0;
     ::lseek(fd, 0, SEEK_SET);
-    while (text.size() <= kMaxSize && (got = readSome(fd, piece, sizeof piece)) > 0) {
+    while (text.size() <= kMaxSize) {
+        const ssize_t got = readSome(fd, piece, sizeof piece);
+        if (got <= 0) {
+            return got == 0;
+        }
         text.append(piece, static_cast<std::size_t>(got));
     }
-    return got == 0;
+    return false;
 }
 
 void dropByteOrderMark(std::string& text)
