@@ -101,25 +101,29 @@ TEST_F(Catalogs, TheManagerChoosesACatalog)
 {
     manager.get()->activateCatalog("de"); // there is no factory yet
     manager.get()->registerFactory(this);
+    const icu::Formattable number(7);
+    MessagePtr message;
+    message.assign(new CCmnIcuMessage("{0}", &number, 1, tarnix_eseverity{}, "f", 1));
+    EXPECT_STREQ(manager.get()->getLocalizedMessage(message, "").c_str(), L"<{0}>");
+    EXPECT_EQ(std::exchange(asked, ""), "de,de,"); // by the registration and for the message
     const std::tuple<const wchar_t*, const char*, const wchar_t*, const char*, const char*>
-        cases[] = {
-            {L"none", "who", nullptr, "ja_JP", "<who> [de,ja_JP,]"}, // the registration asks for de
-            {L"none", "who", L"", "", " [de,]"},
-            {L"failing", "who", nullptr, "ja_JP", "<who> [ja_JP,]"},
-            {L"app", "who", nullptr, "ja_JP", "app: ja_JP {0} [ja_JP,]"},
-            {L"client", "who", nullptr, "it", "client [it,]"},
-            {L"rooted", "who", nullptr, "de@x=a/b", "rooted: de {0} [de@x=a/b,]"},
-            // Names that would escape to another bundle.
-            {L"rooted", "who", L"", "../libapp/de", " [../libapp/de,]"},
-            {L"rooted", "who", L"", "..\\libapp\\de", " [..\\libapp\\de,]"},
-            {L"rooted", "who", L"", "_und_-@/../libapp/de=x", " [_und_-@/../libapp/de=x,]"},
-            // The default language becomes active only when it is requested.
-            {L"app", "who", L"{0}", "xx", "{0} [xx,]"},
-            {L"app", "who", nullptr, "", "app: de {0} [de,]"},
-            {L"app", "who", nullptr, "xx", "app: de {0} [xx,]"},
-            {L"app", "long", nullptr, "ja_JP", "app: <long> []"},
-            {L"app", "long", L"", "ja_JP", " []"},
-            {L"rooted", "who", nullptr, "fr_FR", "rooted: root {0} [fr_FR,]"}};
+        cases[] = {{L"none", "who", nullptr, "ja_JP", "<who> [ja_JP,]"},
+                   {L"none", "who", L"", "", " [de,]"},
+                   {L"failing", "who", nullptr, "ja_JP", "<who> [ja_JP,]"},
+                   {L"app", "who", nullptr, "ja_JP", "app: ja_JP {0} [ja_JP,]"},
+                   {L"client", "who", nullptr, "it", "client [it,]"},
+                   {L"rooted", "who", nullptr, "de@x=a/b", "rooted: de {0} [de@x=a/b,]"},
+                   // Names that would escape to another bundle.
+                   {L"rooted", "who", L"", "../libapp/de", " [../libapp/de,]"},
+                   {L"rooted", "who", L"", "..\\libapp\\de", " [..\\libapp\\de,]"},
+                   {L"rooted", "who", L"", "_und_-@/../libapp/de=x", " [_und_-@/../libapp/de=x,]"},
+                   // The default language becomes active only when it is requested.
+                   {L"app", "who", L"{0}", "xx", "{0} [xx,]"},
+                   {L"app", "who", nullptr, "", "app: de {0} [de,]"},
+                   {L"app", "who", nullptr, "xx", "app: de {0} [xx,]"},
+                   {L"app", "long", nullptr, "ja_JP", "app: <long> []"},
+                   {L"app", "long", L"", "ja_JP", " []"},
+                   {L"rooted", "who", nullptr, "fr_FR", "rooted: root {0} [fr_FR,]"}};
     for (const auto& [catalogs, key, defaultText, language, answer] : cases) {
         name = catalogs;
         const tstr text = manager.get()->getMessage(key, defaultText, language);
@@ -160,9 +164,11 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         {{}, "who", "listed: root {0} [root]", "", ""},
         {{"fr"}, "none", "<none> []"},
         {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
-        {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx", std::string(65, 'd')},
+        {{"de@x=" + std::string(59, 'y')}, "who", "listed: de {0} [de]"}, // the longest name
+        {{"de@x=" + std::string(60, 'y'), std::string("de\0", 3), "de/x", "de\\x"},
          "who",
-         "listed: root {0} [root]"}};
+         "listed: root {0} [root]"},
+        {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};
     name = L"listed";
     defaultLanguage = "en";
     EXPECT_EQ(manager.get()->findMessage("who", L"", {"de"}).text, tstr(L""));
