@@ -219,6 +219,7 @@ void forward(CCmnTraceLog& log, int level, const char* format, ...)
 TEST_F(TraceLog, VtraceFiltersAndFormats)
 {
     start();
+    EXPECT_EQ(level(), 0); // there were no settings
     forward(*log.get(), 2, "%d", 2);
     forward(*log.get(), 1, "%d%s", 1, "a");
     forward(*log.get(), 2, "%d", 2);

@@ -11,6 +11,7 @@
 
 #include <ace/ACE.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -196,16 +197,14 @@ void CCmnTraceLog::loadFromConfigFile(tstr& dir, tstr& file, int& level)
     } else {
         updateConfigFile(dir, file, level);
     }
-    level = configured <= 1 ? static_cast<int>(configured) : 1;
+    level = static_cast<int>(std::min(configured, 1U));
 
     tstr siblingDir;
     tstr siblingFile;
-    int siblingLevel = -1;
+    int siblingLevel = level;
     CCmnSGDConfiguration::getTraceConfigFileInfo(siblingDir, siblingFile);
     CCmnSGDConfiguration::getTraceLevel(siblingDir, siblingFile, siblingLevel);
-    if (siblingLevel > level) {
-        level = siblingLevel;
-    }
+    level = std::max(level, siblingLevel);
 }
 
 unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
@@ -217,9 +216,8 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
         m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
         m_Settings.store().exportConfig();
     }
-    unsigned int toStdout = 0;
+    unsigned int toStdout = m_ToStdout ? 1 : 0;
     if (m_Settings.store().getIntegerValue(kTraceStdout, toStdout) != 0) {
-        toStdout = m_ToStdout ? 1 : 0;
         m_Settings.store().setIntegerValue(kTraceStdout, toStdout);
         m_Settings.store().exportConfig();
     }
@@ -242,13 +240,12 @@ void CCmnTraceLog::Settings::takeLevelFromStore()
 {
     setLevel(1);
     ACE_Configuration_Section_Key section;
-    unsigned int configured = 0;
+    unsigned int configured = 1; // if the store has none
     if (m_Config.openSection(kTraceSection, section, 1) != 0) {
         return; // perhaps only a failed allocation: the next call tries again
     }
-    if (m_Config.getIntegerValue(kTraceLevel, configured) == 0) {
-        m_TraceLevel = static_cast<int>(configured);
-    }
+    m_Config.getIntegerValue(kTraceLevel, configured);
+    m_TraceLevel = static_cast<int>(configured);
     m_IsLevelOfStore = true;
 }
 
