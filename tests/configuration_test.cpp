@@ -402,28 +402,34 @@ TEST_F(Configuration, TheFirstCopiesAndTheLatestAreKept)
     EXPECT_EQ(config.getKeptCopy(), "");
 }
 
+// Not as root, who may set attributes whatever the mode is.
 TEST_F(Configuration, ExportsKeepAttributesAndAcls)
 {
-    const std::string file = scratch.path("f");
-    importText("x\n");
-    if (::setxattr(file.c_str(), "user.test", "value", 5, 0) != 0 ||
-        !setAcl(scratch.path(), "system.posix_acl_default")) // which new files get
-        GTEST_SKIP() << "no attributes or ACLs on this file system";
-    ::chmod(file.c_str(), 0642);
-    EXPECT_EQ(config.exportConfig(), 0);
-    EXPECT_LT(::getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0), 0);
-    for (const std::string& name : {file, file + ".bad"}) {
-        char value[6] = {};
-        ::getxattr(name.c_str(), "user.test", value, 5);
-        EXPECT_STREQ(value, "value") << name;
-        EXPECT_EQ(statusOf(name).st_mode & 0777, 0642U) << name;
-    }
-    importText("y\n");
-    EXPECT_TRUE(setAcl(file, "system.posix_acl_access"));
-    const ino_t inode = statusOf(file).st_ino;
-    EXPECT_EQ(config.exportConfig(), 0);
-    EXPECT_EQ(statusOf(file).st_ino, inode);
-    EXPECT_EQ(statusOf(file + ".bad.1").st_mode & 0777, 0700U);
+    inChild([&] {
+        const std::string file = scratch.path("f");
+        const uid_t user = ::geteuid() == 0 && withoutUsers().empty() ? 65534 : ::geteuid();
+        EXPECT_EQ(::chown(scratch.path().c_str(), user, ::getegid()), 0);
+        EXPECT_EQ(::seteuid(user), 0);
+        importText("x\n");
+        if (::setxattr(file.c_str(), "user.test", "value", 5, 0) != 0 ||
+            !setAcl(scratch.path(), "system.posix_acl_default")) // which new files get
+            return;
+        ::chmod(file.c_str(), 0642);
+        EXPECT_EQ(config.exportConfig(), 0);
+        EXPECT_LT(::getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0), 0);
+        for (const std::string& name : {file, file + ".bad"}) {
+            char value[6] = {};
+            ::getxattr(name.c_str(), "user.test", value, 5);
+            EXPECT_STREQ(value, "value") << name;
+            EXPECT_EQ(statusOf(name).st_mode & 0777, 0642U) << name;
+        }
+        importText("y\n");
+        EXPECT_TRUE(setAcl(file, "system.posix_acl_access"));
+        const ino_t inode = statusOf(file).st_ino;
+        EXPECT_EQ(config.exportConfig(), 0);
+        EXPECT_EQ(statusOf(file).st_ino, inode);
+        EXPECT_EQ(statusOf(file + ".bad.1").st_mode & 0777, 0700U);
+    });
 }
 
 TEST_F(Configuration, AStoreCanAlwaysBeExported)

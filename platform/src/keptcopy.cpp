@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    static constexpr mode_t kMode = S_IRUSR; // until it gets that of the original
+    static constexpr mode_t kMode = S_IRUSR | S_IWUSR; // a user sets no attributes without both
 
     bool fill(FileReplacement& copy) const
     {
