@@ -229,11 +229,10 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
 
 void CCmnTraceLog::readOrStore(const wchar_t* key, tstr& value)
 {
-    if (m_Settings.store().getStringValue(key, value) == 0) {
-        return;
+    if (m_Settings.store().getStringValue(key, value) != 0) {
+        m_Settings.store().setStringValue(key, value);
+        m_Settings.store().exportConfig();
     }
-    m_Settings.store().setStringValue(key, value);
-    m_Settings.store().exportConfig();
 }
 
 void CCmnTraceLog::Settings::takeLevelFromStore()
