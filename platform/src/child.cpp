@@ -49,25 +49,26 @@ struct KernelAction {
     KernelSet mask;
 };
 
+// Returns the exit status, which is not 0; nobody looks at it.
 TARNIX_CHILD_SIDE int failAt(ChildSide& child, ChildStep step)
 {
     child.failedStep = step;
     child.error = errno;
-    return 127;
+    return child.error;
 }
 
-// The number that the text is, or -1.
+// The number that the text is. Of "." and "..", the entries that are no descriptors: 0.
 TARNIX_CHILD_SIDE int descriptorIn(const char* text)
 {
     int number = 0;
-    const char* at = text;
-    for (; *at >= '0' && *at <= '9'; ++at) {
+    for (const char* at = text; *at >= '0' && *at <= '9'; ++at) {
         number = number * 10 + (*at - '0');
     }
-    return at != text && *at == '\0' ? number : -1;
+    return number;
 }
 
-// For systems without close_range, and for filters of system calls that do not know it.
+// For systems without close_range, and for filters of system calls that do not know it. The first
+// descriptor is above 0.
 TARNIX_CHILD_SIDE bool closeListed(int first)
 {
     const auto directory = static_cast<int>(
@@ -76,8 +77,11 @@ TARNIX_CHILD_SIDE bool closeListed(int first)
         return false;
     }
     alignas(dirent64) char entries[1024];
-    long size = 0;
-    while ((size = ::syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0) {
+    for (;;) {
+        const long size = ::syscall(SYS_getdents64, directory, entries, sizeof entries);
+        if (size <= 0) {
+            return size == 0; // the program's start closes the directory
+        }
         for (long at = 0; at < size;) {
             const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
             const int fd = descriptorIn(entry->d_name);
@@ -87,7 +91,6 @@ TARNIX_CHILD_SIDE bool closeListed(int first)
             at += entry->d_reclen;
         }
     }
-    return size == 0; // the program's start closes the directory
 }
 
 TARNIX_CHILD_SIDE bool closeFrom(int first)
@@ -103,7 +106,7 @@ TARNIX_CHILD_SIDE int keptDescriptors(const ChildSide& child)
 
 TARNIX_CHILD_SIDE bool endWithCaller(pid_t caller)
 {
-    if (::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) {
+    if (::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL) != 0) {
         return false;
     }
     errno = ESRCH; // the caller has ended already
@@ -117,11 +120,9 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     if ((child.runAs < 0 ? ::syscall(SYS_setpgid, 0, 0) : ::syscall(SYS_setsid)) < 0) {
         return false;
     }
-    const KernelAction byDefault{SIG_DFL, 0, nullptr, 0};
-    for (int signal = 1; signal <= kKernelSignals; ++signal) {
-        if (signal != SIGKILL && signal != SIGSTOP) {
-            ::syscall(SYS_rt_sigaction, signal, &byDefault, nullptr, sizeof(KernelSet));
-        }
+    const KernelAction byDefault{};                            // SIG_DFL is null
+    for (int signal = 1; signal <= kKernelSignals; ++signal) { // fails for SIGKILL and SIGSTOP
+        ::syscall(SYS_rt_sigaction, signal, &byDefault, nullptr, sizeof(KernelSet));
     }
     for (int target = 0; target < 3; ++target) {
         if (::syscall(SYS_dup3, child.standard[target], target, 0) < 0) {
@@ -222,13 +223,13 @@ public:
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
 private:
-    KernelSet m_Former = 0;
+    KernelSet m_Former{};
 };
 
 // A separate function, so that the child's stack is released when it returns.
 pid_t cloneChild(ChildSide& side, int& pidfd)
 {
-    constexpr std::size_t stackSize = 16 * 1024; // the deepest path has a few small frames
+    constexpr std::size_t stackSize = 0x4000; // the deepest path has a few small frames
     alignas(16) unsigned char stack[stackSize];
     return __clone(runChild, stack + stackSize, CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD,
                    &side, &pidfd);

@@ -105,7 +105,7 @@ void Pipe::markEndOfOutput()
         return;
     }
     m_OutputEnded = true;
-    m_BytesLeft = static_cast<std::size_t>(std::max(waiting, 0));
+    m_BytesLeft = static_cast<std::size_t>(waiting);
 }
 
 // Reads into the block, which is empty.

@@ -32,7 +32,7 @@ void Process::adopt(Child child, bool keepsGroup)
 
 Process::~Process()
 {
-    if (!m_Ended && m_Killed) {
+    if (!m_Ended && m_KillStatus) {
         awaitDescriptor(m_Child.pidfd.get(), kKillTimeout);
     }
     try {
@@ -77,8 +77,8 @@ bool Process::tryReap()
         m_IsZombie = m_KeepsGroup;
         m_Status = static_cast<DWORD>(info.si_status);
         if (info.si_code != CLD_EXITED) {
-            if (m_Killed && info.si_status == SIGKILL) {
-                m_Status = m_KillStatus;
+            if (m_KillStatus && info.si_status == SIGKILL) {
+                m_Status = *m_KillStatus;
             } else {
                 m_Status += 128;
                 m_Signal = info.si_status;
@@ -119,12 +119,13 @@ bool Process::isRunning(DWORD pid) const
 bool Process::signalGroup(int signal)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    return !m_Ended ? send(signal) : fail(ESRCH);
+    return send(signal);
 }
 
+// All callers have just called `ended`, which notices a child that was reaped elsewhere.
 bool Process::send(int signal)
 {
-    if (reapedElsewhere()) {
+    if (m_Ended) {
         return fail(ESRCH);
     }
     const bool group = ::kill(-m_Child.pid, signal) == 0;
@@ -138,17 +139,11 @@ bool Process::send(int signal)
 
 bool Process::kill(UINT status)
 {
-    if (ended()) {
-        return fail(ESRCH);
-    }
+    ended();
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Ended) {
-        return fail(ESRCH);
-    }
     if (!send(SIGKILL)) {
         return false;
     }
-    m_Killed = true;
     m_KillStatus = status;
     return true;
 }

@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace tarnix_platform
 {
@@ -57,8 +58,7 @@ private:
     const std::weak_ptr<Pipe> m_Outputs[2];
     bool m_Ended = true;
     bool m_StatusKnown = false;
-    bool m_Killed = false;
-    UINT m_KillStatus = 0;
+    std::optional<UINT> m_KillStatus; // set if it was killed
     DWORD m_Status = 0;
     int m_Signal = 0; // that ended the child; 0 if none did, or that of `kill`
     bool m_CoreDumped = false;

@@ -102,6 +102,7 @@ struct StartRequest {
     const char* directory;
     DWORD flags;
     const STARTUPINFOA* startup;
+    bool lacking; // whether it needs what the layer lacks: a program of its own, attributes
 };
 
 bool planChild(const StartRequest& request, const StandardHandles& standard, ChildPlan& plan)
@@ -150,9 +151,10 @@ FILETIME ticksOf(const timeval& time)
 }
 
 BOOL startProcess(const Identity* identity, const StartRequest& request,
-                  PROCESS_INFORMATION& information)
+                  PROCESS_INFORMATION* information)
 {
-    if ((request.startup->dwFlags & STARTF_USESTDHANDLES) == 0) {
+    if (request.lacking || request.command == nullptr || request.startup == nullptr ||
+        information == nullptr || (request.startup->dwFlags & STARTF_USESTDHANDLES) == 0) {
         return fail(EINVAL);
     }
     reapOrphans();
@@ -171,13 +173,13 @@ BOOL startProcess(const Identity* identity, const StartRequest& request,
         !(identity == nullptr ? spawn(plan, child) : spawnAsUser(plan, *identity, child))) {
         return false;
     }
-    information.dwProcessId = static_cast<DWORD>(child.pid);
-    information.dwThreadId = information.dwProcessId;
+    information->dwProcessId = static_cast<DWORD>(child.pid);
+    information->dwThreadId = information->dwProcessId;
     process->adopt(std::move(child), plan.keepsGroup);
     if (output) {
         output->setWriter(handles.process());
     }
-    handles.release(information);
+    handles.release(*information);
     return true;
 }
 
@@ -188,13 +190,10 @@ BOOL CreateProcessA(const char* application, char* command, SECURITY_ATTRIBUTES*
                     void* environment, const char* directory, STARTUPINFOA* startup,
                     PROCESS_INFORMATION* information)
 {
-    if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
-        startup == nullptr || information == nullptr) {
-        return fail(EINVAL);
-    }
     return startProcess(nullptr,
-                        {command, static_cast<const char*>(environment), directory, flags, startup},
-                        *information);
+                        {command, static_cast<const char*>(environment), directory, flags, startup,
+                         application != nullptr || process != nullptr || thread != nullptr},
+                        information);
 }
 
 BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
@@ -210,14 +209,11 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
     if (!found) {
         return false;
     }
-    if (application != nullptr || command == nullptr || process != nullptr || thread != nullptr ||
-        startup == nullptr || information == nullptr) {
-        return fail(EINVAL);
-    }
     const Identity identity = identityOf(found->account());
     return startProcess(&identity,
-                        {command, static_cast<const char*>(environment), directory, flags, startup},
-                        *information);
+                        {command, static_cast<const char*>(environment), directory, flags, startup,
+                         application != nullptr || process != nullptr || thread != nullptr},
+                        information);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
@@ -257,7 +253,6 @@ BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, 
         return false;
     }
     constexpr std::size_t kibibyte = 1024;
-    counters->PageFaultCount = static_cast<DWORD>(usage.ru_minflt + usage.ru_majflt);
     counters->PeakWorkingSetSize = static_cast<std::size_t>(usage.ru_maxrss) * kibibyte;
     return true;
 }

@@ -49,7 +49,7 @@ public:
 private:
     std::mutex m_Mutex;
     std::vector<UniqueFd> m_PidFds;
-    std::atomic<std::size_t> m_Count{0};
+    std::atomic<std::size_t> m_Count{};
 };
 
 } // namespace

@@ -35,8 +35,7 @@ std::string searchPath(const ChildPlan& plan)
     }
     std::string path(::confstr(_CS_PATH, nullptr, 0), '\0');
     ::confstr(_CS_PATH, path.data(), path.size());
-    path.resize(path.empty() ? 0 : path.size() - 1);
-    return path;
+    return path.c_str(); // without the terminator
 }
 
 } // namespace
@@ -62,7 +61,6 @@ std::vector<std::string> candidatesOf(const ChildPlan& plan)
 std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 {
     std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts) {
         pointers.push_back(const_cast<char*>(text.c_str()));
     }

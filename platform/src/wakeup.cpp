@@ -20,8 +20,8 @@ namespace
 // a lock. An entry stays when its event is closed, but then no open handle has its value.
 struct WakeupSlot {
     std::atomic<HANDLE> event{nullptr};
-    std::atomic<int> fd{0};
-    std::atomic<pid_t> process{0}; // a fork shares the descriptor, but must not wake this process
+    std::atomic<int> fd{};
+    std::atomic<pid_t> process{}; // a fork shares the descriptor, but must not wake this process
 };
 WakeupSlot g_wakeupSlots[kMaxHandles];
 
@@ -73,7 +73,7 @@ BOOL ResetEvent(HANDLE event)
     if (!found) {
         return false;
     }
-    std::uint64_t count = 0;
+    std::uint64_t count;
     readSome(found->fd(), &count, sizeof count); // fails if the event is not signalled
     return true;
 }
