@@ -110,7 +110,7 @@ bool CommandRun::readSome(Stream stream)
     if (!reader.end || reader.isPending) {
         return false;
     }
-    DWORD got = 0;
+    DWORD got;
     if (ReadFile(reader.end.get(), reader.buffer.get(), kPieceSize, &got, &reader.state)) {
         take(stream, got);
         return true;
@@ -188,7 +188,7 @@ void CommandRun::writeSome()
             return;
         }
         const auto piece = static_cast<DWORD>(std::min<std::size_t>(left, kLargestWrite));
-        DWORD got = 0;
+        DWORD got;
         if (WriteFile(writer.end.get(), text.data() + writer.written, piece, &got, &writer.state)) {
             writer.written += piece;
         } else {
@@ -202,7 +202,7 @@ void CommandRun::writeSome()
 void CommandRun::finishRead(Stream stream)
 {
     Reader& reader = readerOf(stream);
-    DWORD got = 0;
+    DWORD got;
     if (GetOverlappedResult(reader.end.get(), &reader.state, &got, false)) {
         reader.isPending = false;
         take(stream, got);
@@ -213,7 +213,7 @@ void CommandRun::finishRead(Stream stream)
 
 void CommandRun::finishWrite()
 {
-    DWORD got = 0;
+    DWORD got;
     if (GetOverlappedResult(m_Writer.end.get(), &m_Writer.state, &got, false)) {
         m_Writer.written += m_Writer.piece;
         m_Writer.piece = 0;
@@ -387,7 +387,7 @@ void CommandRun::conclude()
         return;
     }
     m_IsConcluded = true;
-    DWORD status = 0;
+    DWORD status;
     if (!GetExitCodeProcess(m_Process.get(), &status)) {
         refuseBySystem();
         return;

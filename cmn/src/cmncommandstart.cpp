@@ -77,17 +77,16 @@ bool hasZeroByte(const std::string& text)
 
 std::string newPipeName()
 {
-    static std::atomic<unsigned long> last{0};
+    static std::atomic<unsigned long> last{};
     char name[100];
     TX_snprintf(name, sizeof name, R"(\\.\pipe\CCmnCommand_%p_%lu)", static_cast<void*>(&last),
-                last.fetch_add(1, std::memory_order_relaxed));
+                last++);
     return name;
 }
 
-bool isOf(std::string_view variable, std::string_view name)
+bool isOf(const std::string& variable, const std::string& name)
 {
-    return variable.size() > name.size() && variable.substr(0, name.size()) == name &&
-           variable[name.size()] == '=';
+    return variable.compare(0, name.size(), name) == 0 && variable[name.size()] == '=';
 }
 
 bool readBlock(const char* block, std::vector<std::string>& variables)

@@ -3,7 +3,6 @@
 
 #include "TX_strings.h"
 #include "cmnhandle.h"
-#include "cmnstringtool.h"
 #include "cmnsystemerror.h"
 #include "cmntracelog.h"
 #include "platform.h"
@@ -12,6 +11,7 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
@@ -36,29 +36,23 @@ DWORD toMilliseconds(long seconds)
     return static_cast<DWORD>(seconds) * 1000U;
 }
 
-std::string GetPointerText(const void* pointer)
-{
-    char text[30];
-    TX_snprintf(text, sizeof text, "%p", pointer);
-    return text;
-}
-
 // The address and the time make the names of concurrent runners different.
 std::string objectName(const char* stem, const void* runner, std::time_t now)
 {
     char name[256];
-    TX_snprintf(name, sizeof name, "%s_%s_%lu", stem, GetPointerText(runner).c_str(),
+    TX_snprintf(name, sizeof name, "%s_%p_%lu", stem, runner,
                 static_cast<unsigned long>(static_cast<std::uint32_t>(now)));
     return name;
 }
 
 // Removes the newline, and a carriage return before it.
-void terminateLine(const char* line, char* newline)
+void terminateLine(char* begin, const char* newline)
 {
-    *newline = '\0';
-    if (newline > line && newline[-1] == '\r') {
-        newline[-1] = '\0';
+    std::string_view line(begin, static_cast<std::size_t>(newline - begin));
+    if (!line.empty() && line.back() == '\r') {
+        line.remove_suffix(1);
     }
+    begin[line.size()] = '\0';
 }
 
 // The system would end the text there, and start another command or start it elsewhere.
@@ -145,9 +139,6 @@ void CCmnExecPipeWindows::Init()
     }
     m_LastSystemError = 0;
     m_ProcessId = static_cast<DWORD>(-1);
-    m_RightAdded = 0;
-    m_AccountSid = nullptr;
-    m_PolicyHandle = INVALID_HANDLE_VALUE;
     m_UserToken = INVALID_HANDLE_VALUE;
     m_ExitStatus.reset();
     m_EndingSignal = 0;
@@ -380,7 +371,7 @@ std::size_t CCmnExecPipeWindows::ReadByte(char* target, int* timedOut, long seco
 {
     OVERLAPPED read{};
     read.hEvent = m_ReadEvent;
-    DWORD got = 0;
+    DWORD got;
     if (!ReadFile(m_OutputHandle, target, 1, &got, &read)) {
         const Awaited awaited = AwaitByte(seconds);
         if (awaited == Awaited::timeout || awaited == Awaited::cancelled) {
@@ -465,7 +456,7 @@ int CCmnExecPipeWindows::WaitPid(long seconds)
 
 int CCmnExecPipeWindows::ReadExitStatus()
 {
-    DWORD status = 0;
+    DWORD status;
     if (!GetExitCodeProcess(m_ProcessHandle, &status)) {
         return -1;
     }
@@ -504,10 +495,9 @@ int CCmnExecPipeWindows::EndChild()
         return ECmnExecPipe::ERROR_UNEXPECTED;
     }
     if (status > 0) {
-        char text[100];
-        TX_snprintf(text, sizeof text, "Command exited with status %d", status);
-        m_LastError = ECmnExecPipe(m_Command, ECmnExecPipe::CMD_FAILED,
-                                   CCmnStringTool::str2wstr(std::string(text)), status);
+        m_LastError =
+            ECmnExecPipe(m_Command, ECmnExecPipe::CMD_FAILED,
+                         L"Command exited with status " + std::to_wstring(status), status);
         return ECmnExecPipe::CMD_FAILED;
     }
     return ECmnExecPipe::SUCCESS;
