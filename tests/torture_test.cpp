@@ -1,6 +1,5 @@
 // Rounds of random faults, for scripts/torture. TARNIX_TORTURE_SECONDS is the time for each test,
 // by default a second; TARNIX_TORTURE_SEED repeats the choices of a former run.
-#include "cmnexecpipewindows.h"
 #include "cmnsmartptr.h"
 #include "cmnsystemfiles.h"
 #include "cmntracelog.h"
@@ -25,7 +24,6 @@
 #include <random>
 
 using namespace tarnix_platform;
-using Runner = tarnix_cmn_4_4::CCmnExecPipeWindows;
 
 namespace
 {
@@ -68,7 +66,7 @@ namespace
 {
 
 const std::string standing = "# by hand\nholder SeBatchLogonRight\nsecond SeOther\n";
-const std::vector<std::string> batch{"SeBatchLogonRight"};
+const std::vector<std::string> batch{"SeBatchLogonRight"}, other{"SeOther"};
 
 struct Torture : LeakCheck {
     void SetUp() override
@@ -91,6 +89,25 @@ struct Torture : LeakCheck {
     }
     bool goesOn() const { return std::chrono::steady_clock::now() < m_End && !HasFailure(); }
     int below(int limit) { return static_cast<int>(m_Random() % static_cast<unsigned int>(limit)); }
+    template <class Choice>
+    Choice oneOf(std::initializer_list<Choice> choices)
+    {
+        return choices.begin()[below(static_cast<int>(choices.size()))];
+    }
+
+    // The result of the work, which sets an error if it fails.
+    template <class Work>
+    bool withFault(const Fault& fault, const Work& work)
+    {
+        g_fault = fault;
+        g_isArmed = true;
+        SetLastError(0);
+        const bool good = work();
+        g_isArmed = false;
+        EXPECT_TRUE(good || GetLastError() != 0);
+        m_Faults = g_injected;
+        return good;
+    }
 
     // Any change removes what ended processes have left.
     void expectCleanAfterAChange()
@@ -114,36 +131,29 @@ struct Torture : LeakCheck {
 // counts as removed must be; any other must go with the next attempt.
 TEST_F(Torture, RemovalOfARight)
 {
-    const int errors[] = {EIO, ENOSPC, EMFILE, EACCES, EPERM, EROFS, EDQUOT, ENOMEM, EINTR};
-    const auto attempt = [&](const auto& work) {
-        g_fault = {1 + below(40), below(2) * below(60),
-                   errors[below(static_cast<int>(std::size(errors)))]};
-        g_isArmed = true;
-        SetLastError(0);
-        const bool good = work();
-        g_isArmed = false;
-        EXPECT_TRUE(good || GetLastError() != 0);
-        return good;
+    const auto anyFault = [this] {
+        return Fault{1 + below(40), below(2) * below(60),
+                     oneOf({EIO, ENOSPC, EMFILE, EACCES, EPERM, EROFS, EDQUOT, ENOMEM, EINTR})};
     };
     for (; goesOn(); ++m_Runs) {
         SCOPED_TRACE("seed " + std::to_string(m_Seed) + ", run " + std::to_string(m_Runs));
-        AddedRights added, others;
-        const int when = below(3); // another right is added before, after, or not at all
-        EXPECT_TRUE(when != 0 || addRights("third", {"SeOther"}, others));
-        const bool isAdded = below(4) != 0
-                                 ? addRights("second", batch, added)
-                                 : attempt([&] { return addRights("second", batch, added); });
+        AddedRights added, ofThird;
+        const auto add = [&added] { return addRights("second", batch, added); };
+        const auto remove = [&added] { return removeRights("second", batch, added); };
+        const auto addThird = [&ofThird] { return addRights("third", other, ofThird); };
+        const std::string third = oneOf({"is added first", "is added last", "has no right"});
+        EXPECT_TRUE(third != "is added first" || addThird());
+        const bool isAdded = below(4) != 0 ? add() : withFault(anyFault(), add);
         EXPECT_EQ(holdsRight("second", batch[0]), isAdded);
-        EXPECT_TRUE(when != 1 || addRights("third", {"SeOther"}, others));
-        const bool isRemoved = attempt([&] { return removeRights("second", batch, added); });
+        EXPECT_TRUE(third != "is added last" || addThird());
+        const bool isRemoved = withFault(anyFault(), remove);
         EXPECT_FALSE(isRemoved && holdsRight("second", batch[0]));
-        EXPECT_TRUE(isRemoved || removeRights("second", batch, added));
+        EXPECT_TRUE(isRemoved || remove());
         EXPECT_FALSE(holdsRight("second", batch[0]));
-        EXPECT_EQ(holdsRight("third", "SeOther"), when != 2);
-        EXPECT_TRUE(removeRights("third", {"SeOther"}, others));
+        EXPECT_EQ(holdsRight("third", other[0]), third != "has no right");
+        EXPECT_TRUE(removeRights("third", other, ofThird));
         expectCleanAfterAChange();
     }
-    m_Faults = g_injected;
     EXPECT_GT(m_Faults, 0);
 }
 
@@ -155,63 +165,64 @@ TEST_F(Torture, TheEndOfACutLine)
     const ScratchInstallation installation;
     const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
     log.get()->initialize(L"t", L"", L"", 1, false);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlim_t most = limit.rlim_cur;
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit low{3, usual.rlim_max};
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     for (int number = 4; number <= 6; ++number) { // after openat and two writes
+        SCOPED_TRACE(number);
         std::filesystem::remove(installation.path("Logs/t.log"));
-        limit.rlim_cur = 3;
-        setrlimit(RLIMIT_FSIZE, &limit);
-        g_fault = {number, 0, EIO};
-        g_isArmed = true;
-        log.get()->trace(1, "cut");
-        g_isArmed = false;
-        limit.rlim_cur = most;
-        setrlimit(RLIMIT_FSIZE, &limit);
-        EXPECT_EQ(log.get()->getLastWriteError(), EFBIG) << number;
+        setrlimit(RLIMIT_FSIZE, &low);
+        withFault({number, 0, EIO}, [&log] {
+            log.get()->trace(1, "cut");
+            return true;
+        });
+        setrlimit(RLIMIT_FSIZE, &usual);
+        EXPECT_EQ(log.get()->getLastWriteError(), EFBIG);
         const bool isRotated = number == 6;
         if (isRotated)
             std::filesystem::remove(installation.path("Logs/t.log"));
         log.get()->trace(1, "next");
         const std::string text = installation.read("Logs/t.log");
-        EXPECT_EQ(text.find('\n'), isRotated ? text.size() - 1 : 3u) << number;
+        EXPECT_EQ(text.find('\n'), isRotated ? text.size() - 1 : 3u);
     }
     std::signal(SIGXFSZ, handler);
-    m_Faults = g_injected;
+}
+
+bool addsAndRemovesARight()
+{
+    const std::string account = "worker" + std::to_string(getpid() % 2);
+    for (int cycle = 0; cycle < 50; ++cycle) {
+        AddedRights added;
+        if (!addRights(account, batch, added) || !holdsRight(account, batch[0]) ||
+            !removeRights(account, batch, added))
+            return false;
+    }
+    return true;
 }
 
 // Processes add and remove rights. Meanwhile another process holds the lock, and they are stopped
 // and killed at any moment, also when they hold it themselves.
 TEST_F(Torture, TheLockIsHeld)
 {
+    struct Worker {
+        const pid_t pid = forkChild(addsAndRemovesARight);
+        bool isKilled = false;
+    };
     expectCleanAfterAChange(); // creates the lock
     for (; goesOn(); ++m_Runs) {
-        const auto work = [] {
-            const std::string account = "worker" + std::to_string(getpid() % 2);
-            for (int cycle = 0; cycle < 50; ++cycle) {
-                AddedRights added;
-                if (!addRights(account, batch, added) || !holdsRight(account, batch[0]) ||
-                    !removeRights(account, batch, added))
-                    return false;
-            }
-            return true;
-        };
-        struct {
-            pid_t pid;
-            bool isKilled = false;
-        } workers[] = {{forkChild(work)}, {forkChild(work)}, {forkChild(work)}, {forkChild(work)}};
+        Worker workers[4];
         for (int i = below(8); i >= 0; --i, ++m_Faults) {
-            auto& worker = workers[below(4)];
+            Worker& worker = workers[below(4)];
             const UniqueFd lock = openFile(m_Scratch.path("rights.lock").c_str(), O_RDWR);
-            const int way = below(3);
-            EXPECT_TRUE(way != 0 || flock(lock.get(), LOCK_EX) == 0);
-            EXPECT_TRUE(way != 1 || kill(worker.pid, SIGSTOP) == 0);
+            const std::string attack = oneOf({"lock", "stop", "kill"});
+            EXPECT_TRUE(attack != "lock" || flock(lock.get(), LOCK_EX) == 0);
+            EXPECT_TRUE(attack != "stop" || kill(worker.pid, SIGSTOP) == 0);
             usleep(static_cast<useconds_t>(below(30000)));
-            EXPECT_EQ(kill(worker.pid, way == 2 ? SIGKILL : SIGCONT), 0);
-            worker.isKilled = worker.isKilled || way == 2;
+            EXPECT_EQ(kill(worker.pid, attack == "kill" ? SIGKILL : SIGCONT), 0);
+            worker.isKilled = worker.isKilled || attack == "kill";
         }
-        for (const auto& worker : workers) {
+        for (const Worker& worker : workers) {
             const int status = waitForChild(worker.pid);
             EXPECT_TRUE(status == 0 || (worker.isKilled && status == SIGKILL)) << status;
         }
@@ -219,32 +230,42 @@ TEST_F(Torture, TheLockIsHeld)
     }
 }
 
-// Mounts a file system whose process answers nothing but the first request. Whoever waits for an
-// answer to another cannot even be killed.
+// Answers nothing but the first request. Whoever waits for an answer to another cannot even be
+// killed.
+bool serveSilently(int device)
+{
+    alarm(9); // before the limit of a start that is not set would end
+    alignas(fuse_in_header) char request[FUSE_MIN_READ_BUFFER];
+    while (readSome(device, request, sizeof request) > 0) {
+        const auto& head = reinterpret_cast<const fuse_in_header&>(request);
+        struct {
+            fuse_out_header head;
+            fuse_init_out body;
+        } answer{{sizeof answer, 0, head.unique}, {}};
+        answer.body.major = FUSE_KERNEL_VERSION;
+        answer.body.minor = FUSE_KERNEL_MINOR_VERSION;
+        answer.body.flags = FUSE_PARALLEL_DIROPS;
+        if (head.opcode == FUSE_INIT && !writeAll(device, &answer, sizeof answer))
+            return false;
+    }
+    return true;
+}
+
+// Mounts such a file system, and returns its process, or -1.
 pid_t startSilentFileSystem(const std::string& directory)
 {
     const UniqueFd device = openFile("/dev/fuse", O_RDWR);
     const std::string options =
         "rootmode=40000,user_id=0,group_id=0,allow_other,fd=" + std::to_string(device.get());
-    if (mount("silent", directory.c_str(), "fuse", MS_NOSUID, options.c_str()) != 0)
-        return -1;
-    return forkChild([&] {
-        alarm(9); // before the limit of a start that is not set would end
-        alignas(fuse_in_header) char request[FUSE_MIN_READ_BUFFER];
-        while (readSome(device.get(), request, sizeof request) > 0) {
-            const auto& head = reinterpret_cast<const fuse_in_header&>(request);
-            struct {
-                fuse_out_header head;
-                fuse_init_out body;
-            } answer{{sizeof answer, 0, head.unique}, {}};
-            answer.body.major = FUSE_KERNEL_VERSION;
-            answer.body.minor = FUSE_KERNEL_MINOR_VERSION;
-            answer.body.flags = FUSE_PARALLEL_DIROPS;
-            if (head.opcode == FUSE_INIT && !writeAll(device.get(), &answer, sizeof answer))
-                return false;
-        }
-        return true;
-    });
+    return mount("silent", directory.c_str(), "fuse", MS_NOSUID, options.c_str()) == 0
+               ? forkChild([&device] { return serveSilently(device.get()); })
+               : -1;
+}
+
+long childrenOfThisThread()
+{
+    std::ifstream list("/proc/self/task/" + std::to_string(getpid()) + "/children");
+    return std::distance(std::istream_iterator<pid_t>(list), {});
 }
 
 // The user blocks children in a file system, when they enter the directory or start the command. No
@@ -254,7 +275,7 @@ TEST_F(Torture, StuckChildren)
     m_Scratch.makeDirectory("silent");
     const std::string silent = m_Scratch.path("silent");
     std::string missing = withoutUsers().empty() ? enterNamespaces({}) : withoutUsers();
-    Runner::setUserStartLimit(1);
+    setUserStartLimit(100);
     do {
         const pid_t server = missing.empty() ? startSilentFileSystem(silent) : -1;
         if (missing.empty() && server < 0)
@@ -273,18 +294,16 @@ TEST_F(Torture, StuckChildren)
             EXPECT_FALSE(spawnAsUser(plan, {61002, 61002, {}}, child));
             EXPECT_EQ(GetLastError(), DWORD{ETIMEDOUT});
         });
-        const std::string children = "/proc/self/task/" + std::to_string(getpid()) + "/children";
-        std::ifstream list(children);
-        EXPECT_EQ(std::distance(std::istream_iterator<pid_t>(list), {}), threads + 1);
+        EXPECT_EQ(childrenOfThisThread(), threads + 1);
         kill(server, SIGKILL); // all requests fail
         EXPECT_EQ(waitForChild(server), SIGKILL);
         for (int i = 0; i < 5000 && processState().second; ++i, usleep(1000))
             reapOrphans();
         EXPECT_FALSE(processState().second);
         EXPECT_EQ(umount(silent.c_str()), 0);
-        m_Runs += threads, m_Faults += threads;
+        m_Runs += threads;
+        m_Faults += threads;
     } while (goesOn());
-    Runner::setUserStartLimit(0);
 }
 
 } // namespace
