@@ -18,62 +18,50 @@ constexpr long late = tarnix_platform::WAIT_TIMEOUT, pending = Script::pending;
 
 const struct Scenario {
     const char* name;
-    void (*happens)(Script&);
-    void (*configure)(CCmnCommand&);
     std::string outcome; // see textOf
+    void (*make)(Script& during, CCmnCommand& command);
     Details stops{};
 } scenarios[] = {
-    {"plain",
-     [](Script& during) {
+    {"plain", "exited with status 3|a|b",
+     [](auto& during, auto&) {
          during.reads = {'a', '\n', 'b'};
          during.exitStatus = 3;
-     },
-     [](auto&) {}, "exited with status 3|a|b"},
-    {"apart, input, variables",
-     [](Script& during) {
+     }},
+    {"apart, input, variables", "|||error: ae",
+     [](auto& during, auto& command) {
          during.reads = {pending, 'a', 'e', '\n', pending, '\n', pending, '\n'};
          during.writes = {pending, 1};
-     },
-     [](auto& command) {
          command.setStreams(Streams::apart).setInput("a text that does not fit into the pipe");
          command.setVariable("NAME", "a value that is stored on the heap").unsetVariable("HOME");
-     },
-     "|||error: ae"},
-    {"descriptor, one stream",
-     [](Script& during) {
+     }},
+    {"descriptor, one stream", "|error: a",
+     [](auto& during, auto& command) {
          during.reads = {'a', pending, '\n'};
-     },
-     [](auto& command) {
          command.setStreams(Streams::errorOnly).setInputDescriptor(7).setKeepBytes(false);
          command.setEnvironment(Environment::empty).setDirectory("/a/directory/somewhere");
-     },
-     "|error: a"},
-    {"user", [](Script& during) { during.reads = {'u'}; },
-     [](auto& command) {
+     }},
+    {"user", "|u",
+     [](auto& during, auto& command) {
+         during.reads = {'u'};
          command.setUser("a user with quite a long name", "a password on the heap, as it is long");
          command.setEnvironment(Environment::account).setStreams(Streams::outputOnly);
-     },
-     "|u"},
+     }},
     {"stubborn",
-     [](Script& during) {
+     "stopped at its output limit (signal 9)|s",
+     [](auto& during, auto& command) {
          during.reads = {'s', '\n', 't'};
          during.readWaits = {late, late, 0};
          during.exitStatus = 1067;
-     },
-     [](auto& command) {
          command.setLineLimit(1).setStopStages({{2, {}}, {15, {}}}).setInput("");
      },
-     "stopped at its output limit (signal 9)|s",
      {2, 15, 1067}},
     {"silent",
-     [](Script& during) {
+     "stopped after its silence limit (status 0) bytes: s",
+     [](auto& during, auto& command) {
          during.reads = {'s', pending};
          during.readWaits = {late, 1};
-     },
-     [](auto& command) {
          command.setSilenceLimit(std::chrono::milliseconds(1)).setKeepBytes(true);
      },
-     "stopped after its silence limit (status 0) bytes: s",
      {2}},
 };
 
@@ -101,12 +89,12 @@ const struct {
 SCmnCommandOutcome runFaulty(const Scenario& scenario, const Fault& fault = {})
 {
     SCmnCommandOutcome got;
-    Script during;
-    scenario.happens(during);
+    Script during, unused;
+    scenario.make(during, CCmnCommand(Lines{}).setInput(""));
     during.anyTimeout = true;
     const bool thrown = endsWithoutMemory(during, fault, [&] {
         CCmnCommand command({"a command", "with a word or two"});
-        scenario.configure(command);
+        scenario.make(unused, command);
         got = command.run();
     });
     EXPECT_TRUE(!script.entitled || !script.calls["LsaRemoveAccountRights"].empty());
@@ -129,7 +117,8 @@ void expectGood(const Scenario& scenario)
     EXPECT_EQ(textOf(got), scenario.outcome);
     EXPECT_EQ(script.calls["Stop"], scenario.stops);
     EXPECT_EQ(script.killsGroup, !scenario.stops.empty());
-    EXPECT_EQ(got.userTime.count(), 700);
+    EXPECT_EQ(got.userTime.count(), ((1L << 32) + 7) * 100);
+    EXPECT_EQ(got.systemTime.count(), 700);
     EXPECT_EQ(got.peakMemory, 4096U);
 }
 

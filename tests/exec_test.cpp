@@ -1,13 +1,13 @@
 // Real commands from end to end: lines, status and error record, without any leak.
 #include "support/command.h"
 #include "support/fixture.h"
-#include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
 
 #include <csignal>
+#include <thread>
 
 using namespace tarnix_cmn_4_4;
 
@@ -29,75 +29,66 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
         {R"(printf '%s|' "a b" '' "" "\$x\y" '*;')", {R"(a b|||$x\y|*;|)"}},
         {"printf '%s|' a\\\nb \\\n \"c\\\nd\" e\\", {"ab|cd|e\\|"}},
         {R"(printf '%020000d\n' 0)", {full, full, std::string(3618, '0')}},
+        {"sh -c 'sleep 9 & echo a'", {"a"}}, // the process that is left does not delay the end
     };
-    for (const auto& [command, lines] : cases)
-        EXPECT_EQ(run(command).lines, lines) << command;
+    for (const auto& [command, lines] : cases) {
+        const Outcome outcome = run(command, 3);
+        EXPECT_EQ(outcome.lines, lines) << command;
+        EXPECT_EQ(outcome.result, 0) << command;
+    }
     // Many times the capacity of a pipe.
     EXPECT_EQ(run("seq 1 1000000").lines.size(), 1000000U);
 }
 
-TEST_F(Exec, StatusesWhileSignalsInterruptEveryWait)
-{
-    struct sigaction action = {};
-    action.sa_handler = [](int) {}; // without SA_RESTART
-    sigaction(SIGALRM, &action, nullptr);
-    ualarm(1000, 1000);
-    const struct {
-        const char* text;
-        int status, signal;
-    } cases[] = {
-        {"echo a; sleep 0.5; echo b; sleep 0.5; exit 255", 255, 0},
-        {"echo a; sleep 0.1; echo b; kill -9 $$", 137, 9},
-        {"echo a; sleep 0.1; echo b; exit 137", 137, 0},
-        {"sleep 9 & echo a; echo b; exit 4", 4, 0}, // the background process does not delay the end
-    };
-    for (const auto& [text, status, signal] : cases) {
-        const Outcome outcome = run(shell(text), 3);
-        EXPECT_EQ(outcome.lines, (Lines{"a", "b"})) << text;
-        EXPECT_EQ(outcome.status, status) << text;
-        EXPECT_EQ(outcome.signal, signal) << text;
-        EXPECT_FALSE(outcome.coreDumped);
-    }
-    ualarm(0, 0);
-}
-
 TEST_F(Exec, RefusedStarts)
 {
-    const std::wstring missing = L"No such file or directory", denied = L"Permission denied";
-    const std::tuple<std::string, std::string, std::wstring> cases[] = {
-        {"no-such-program x", "", L"cannot start program 'no-such-program': " + missing},
-        {"/etc/passwd", "", L"cannot start program '/etc/passwd': " + denied},
-        // An error's text has room for 255 bytes in front of the system's.
-        {std::string(250, 'n'), "",
-         L"cannot start program '" + std::wstring(233, 'n') + L": " + missing},
-        {"./\xFF", "/", L"cannot start program './?': " + missing}, // not text in any locale
-        {std::string("true\0x", 6), "", L"command contains a 0 byte"},
-        {"true", std::string("/\0x", 3), L"working directory contains a 0 byte"},
-    };
-    CCmnExecPipeWindows runner;
-    for (const auto& [command, directory, text] : cases)
-        EXPECT_EQ(exec(runner, command, 60, directory).record.getDescription(), text);
-    EXPECT_EQ(exec(runner, "pwd", 60, "/").lines, Lines{"/"}); // the runner still works
     const ScratchDirectory scratch;
-    // The search goes on after a program that may not be executed, but not after one that is none.
     for (const char* directory : {"denied", "none", "good"}) {
         scratch.makeDirectory(directory);
-        scratch.write(std::string(directory) + "/tool",
-                      directory == std::string("good") ? "#!/bin/echo" : "");
+        scratch.write(std::string(directory) + "/tool", *directory == 'g' ? "#!/bin/echo" : "");
     }
-    const auto toolIn = [&](const std::string& first, const std::string& second) {
-        setenv("PATH", (scratch.path(first) + ":" + scratch.path(second)).c_str(), 1);
-        return run("tool x");
-    };
-    const std::string path = std::getenv("PATH");
     for (const char* tool : {"none/tool", "good/tool"})
         chmod(scratch.path(tool).c_str(), 0755);
-    EXPECT_EQ(toolIn("denied", "good").lines, Lines{scratch.path("good/tool") + " x"});
-    EXPECT_EQ(toolIn("denied", "empty").record.getDescription(),
-              L"cannot start program 'tool': " + denied);
-    EXPECT_EQ(toolIn("none", "good").record.getDescription(),
-              L"cannot start program 'tool': Exec format error");
-    setenv("PATH", path.c_str(), 1);
+    const std::string usual = std::getenv("PATH"), zero("/\0x", 3), good = scratch.path("good"),
+                      denied = scratch.path("denied:"), none = scratch.path("none:");
+    const std::wstring missing = L"': No such file or directory", refused = L"': Permission denied",
+                       start = L"cannot start program '";
+    const struct {
+        std::string command, directory, path;
+        std::wstring text; // empty: it starts
+        Lines lines{"former"};
+    } rows[] = {
+        {"no-such-program x", "", usual, start + L"no-such-program" + missing},
+        {"''", "", usual, start + missing},
+        {"/etc/passwd", "", usual, start + L"/etc/passwd" + refused},
+        // An error's text has room for 255 bytes in front of the system's.
+        {std::string(250, 'n'), "", usual, start + std::wstring(233, 'n') + missing.substr(1)},
+        {"./\xFF", "/", usual, start + L"./?" + missing}, // not text in any locale
+        {"true" + zero, "", usual, L"command contains a 0 byte"},
+        {"true", zero, usual, L"working directory contains a 0 byte"},
+        {"pwd", "/", usual, L"", {"/"}},
+        // The search goes on after a program that may not be executed, but not after one that is
+        // none.
+        {"tool x", "", denied + good, L"", {good + "/tool x"}},
+        {"tool x", "", denied + "/no", start + L"tool" + refused},
+        {"tool x", "", none + good, start + L"tool': Exec format error"},
+    };
+    CCmnExecPipeWindows runner;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command + " in " + row.path);
+        setenv("PATH", row.path.c_str(), 1);
+        const Outcome outcome = exec(runner, row.command, 60, row.directory);
+        EXPECT_EQ(outcome.result == 0 ? L"" : outcome.record.getDescription(), row.text);
+        EXPECT_EQ(outcome.lines, row.lines);
+        if (outcome.result == 0)
+            runner.Init();
+    }
+    setenv("PATH", usual.c_str(), 1);
+}
+
+TEST_F(Exec, AProgramThatIsStillBeingWritten)
+{
+    const ScratchDirectory scratch;
     const std::string program = scratch.path("program");
     std::filesystem::copy_file("/bin/echo", program);
     const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
@@ -166,20 +157,6 @@ TEST_F(Exec, AnUnusualCaller)
                signals.status == -1;
     });
     EXPECT_EQ(waitForChild(caller), 0);
-}
-
-// Each run gets all of its own output and no other, and leaks no descriptor into other children.
-TEST_F(Exec, EightThreads)
-{
-    SKIP_WITHOUT_PROC();
-    runOnThreads(8, [](int thread) {
-        for (int i = 0; i < 60; ++i) {
-            const std::string word = std::to_string(1000 * thread + i);
-            EXPECT_EQ(
-                run(shell("echo " + word + "; echo " + word + " >&2; ls /proc/self/fd")).lines,
-                (Lines{word, word, "0", "1", "2", "3"}));
-        }
-    });
 }
 
 } // namespace

@@ -19,88 +19,62 @@ const std::string password = "a password that is too long for the string object 
 constexpr long ended = WAIT_OBJECT_0, late = WAIT_TIMEOUT, odd = 77;
 constexpr long pending = Script::pending, failed = Script::failed;
 const Details both{CTRL_C_EVENT, CTRL_BREAK_EVENT}, all{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
-const std::wstring exited = L"Command exited with status ";
 
-// What happens during a run, and its expected outcome.
+const std::set<int> notStarted{1, 2, 3, 4, 9, 10};
+
+// What happens during a run, and its expected outcome; by default the child prints "a", and ends.
 struct Scenario : Script {
     std::string user = "", failing = ""; // the operation that fails
     unsigned long seconds = 7;
-    int code = 0, status = -1; // of the error record; of the child, -1 if it is not known
-    Lines lines{};
-    std::wstring description = L"";
+    int code = 0; // of the error record
+    Lines lines{"a"};
     Details stops{};
-    std::string traced = ""; // the operation that the trace names
+    std::string traced = ""; // after the name of the function
+
+    Scenario() { reads = {'a', '\n'}; }
+
+    Lines output() const { return notStarted.count(code) > 0 ? Lines{"former"} : lines; }
+    int status() const // -1: not known
+    {
+        const int known = stops == Details{1067} ? 1067 : static_cast<int>(exitStatus);
+        return code == 0 || code == 11 ? known : -1;
+    }
 };
 
 const struct {
     const char* name;
     void (*make)(Scenario&);
 } scenarios[] = {
-    {"no pipe",
-     [](Scenario& s) {
-         s.failing = s.traced = "CreateNamedPipeA";
-         s.code = 1;
-         s.lines = {"former"};
-     }},
     {"pipe end that cannot be closed",
      [](Scenario& s) {
          s.failing = "CloseHandle";
          s.code = 3;
-         s.lines = {"former"};
-     }},
-    {"no process",
-     [](Scenario& s) {
-         s.failing = "CreateProcessA";
-         s.code = 4;
-         s.lines = {"former"};
-         s.description = L"scripted error 13";
      }},
     {"another runner holds the lock of added rights",
      [](Scenario& s) {
          s.busy = true;
          s.user = user;
          s.code = 9;
-         s.lines = {"former"};
-     }},
-    {"last line without a newline",
-     [](Scenario& s) {
-         s.reads = {'a', '\n', 'b'};
-         s.status = 0;
-         s.lines = {"a", "b"};
-     }},
-    {"failed read",
-     [](Scenario& s) {
-         s.reads = {'a', failed};
-         s.status = 0;
-         s.lines = {"a"};
-         s.traced = "ReadFile";
      }},
     {"pending read that finds the end",
      [](Scenario& s) {
          s.reads = {'a', pending, Script::broken};
-         s.status = 0;
-         s.lines = {"a"};
      }},
     {"pending read without a byte",
      [](Scenario& s) {
          s.reads = {'a', pending, Script::empty};
-         s.status = 0;
-         s.lines = {"a"};
      }},
     {"no time",
      [](Scenario& s) {
          s.seconds = 0;
          s.reads = {'a', pending};
-         s.status = 0;
-         s.lines = {"a"};
      }},
     {"unknown result of a wait: the read itself decides",
      [](Scenario& s) {
          s.reads = {'a', pending, failed};
          s.readWaits = {odd};
-         s.status = 0;
-         s.lines = {"a"};
-         s.traced = "GetOverlappedResult";
+         s.traced =
+             "ERROR: GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13\n";
      }},
     {"pause within a line",
      [](Scenario& s) {
@@ -109,7 +83,6 @@ const struct {
          s.readWaits = {late};
          s.endWaits = {late, late, late};
          s.code = 5;
-         s.lines = {"a"};
          s.stops = all;
      }},
     {"end before the first line",
@@ -120,33 +93,30 @@ const struct {
          s.endWaits = {late, late, ended};
          s.exitStatus = 3;
          s.code = 11;
-         s.status = 3;
-         s.description = exited + L"3";
+         s.lines = {};
          s.stops = both;
      }},
     {"end after a complete line",
      [](Scenario& s) {
          s.user = user;
-         s.reads = {'a', '\n', 'b', '\n'};
+         s.reads = {'a', '\n', 'b', '\n', pending};
          s.test = ended;
          s.entitled = true;
          s.exitStatus = 3;
-         s.status = 3;
          s.lines = {"a", "b"};
      }},
-    {"failed wait after the end of the output",
+    {"line without a newline, and a failed wait for the end",
      [](Scenario& s) {
+         s.reads = {'a', '\n', 'b'};
          s.endWaits = {WAIT_FAILED};
          s.code = 11;
-         s.status = 1067;
-         s.description = exited + L"1067";
+         s.lines = {"a", "b"};
          s.stops = {1067};
      }},
-    {"no status after the end of the output",
+    {"no status after the end",
      [](Scenario& s) {
          s.failing = "GetExitCodeProcess";
          s.code = 8;
-         s.description = L"Error in WaitPid()";
      }},
 };
 
@@ -156,15 +126,18 @@ constexpr int same = 100;
 const struct {
     std::set<int> codes;
     std::set<std::string> operations;
+    bool isTraced = false;
 } codesOf[] = {
-    {{1}, {"CreateFileA", "CreateNamedPipeA"}},
+    {{1}, {"CreateFileA", "CreateNamedPipeA"}, true},
     {{2}, {"DuplicateHandle"}},
     {{4}, {"CreateProcessA", "CreateProcessAsUserA"}},
     {{4, 10}, {"LogonUserA"}},
-    {{10}, {"LsaAddAccountRights"}},
+    {{10}, {"LsaAddAccountRights"}, true},
+    {{same}, {"LsaRemoveAccountRights"}, true},
     {{same, 10}, {"LsaOpenPolicy"}},
     {{same, 0}, {"GetTokenInformation", "GetVersionExW"}},
-    {{same, 0, 11}, {"CreateEventA", "GetOverlappedResult", "ReadFile"}},
+    {{same, 0, 11}, {"ReadFile"}, true},
+    {{same, 0, 11}, {"CreateEventA", "GetOverlappedResult"}},
     {{same, 0, 11}, {"WaitForMultipleObjectsEx", "WaitForSingleObject"}},
     {{same, 3}, {"CloseHandle"}},
     {{same, 8}, {"GetExitCodeProcess"}},
@@ -175,12 +148,19 @@ const struct {
 // Shows protected members, and can claim to run in a child.
 struct OpenRunner : CCmnExecPipeWindows {
     using CCmnExecPipeWindows::CCmnExecPipeWindows;
+    using CCmnExecPipeWindows::m_LastSystemError;
     using CCmnExecPipeWindows::m_Lock;
+    using CCmnExecPipeWindows::WaitPid;
 
     int inContext = 0;
     std::string fields() const { return m_ExtraList.at(1) + m_User + m_Password; }
 
     int IsChildContext() override { return inContext; }
+    int Close(long seconds) override
+    {
+        EXPECT_EQ(seconds, 10);
+        return CCmnExecPipeWindows::Close(seconds);
+    }
 };
 
 struct Faults : testing::Test {
@@ -196,13 +176,16 @@ struct Faults : testing::Test {
     {
         if (scenario.busy)
             OpenRunner::m_Lock.tryLock();
+        m_Scratch.write("Logs/runner.log", "");
+        testing::internal::CaptureStdout();
         Outcome got;
         if (endsWithoutMemory(scenario, fault, [&] {
-                CCmnExecPipeWindows runner;
+                OpenRunner runner;
                 runner.setTraceLog(m_Log);
                 got = exec(runner, command, scenario.seconds, "", scenario.user, password);
             }))
             got.record = ECmnExecPipe("", -1);
+        const std::string printed = testing::internal::GetCapturedStdout();
         EXPECT_EQ(OpenRunner::m_Lock.isLocked(), script.busy);
         OpenRunner::m_Lock.unlock();
 
@@ -216,42 +199,47 @@ struct Faults : testing::Test {
         const bool ofUser = code == 9 || code == 10;
         EXPECT_EQ(got.result, ofUser || code == 4 ? 3 : code);
         EXPECT_EQ(got.record.getSubject(), code <= 0 ? "" : ofUser ? user : command);
+        const int status = got.record.getExitStatus();
+        EXPECT_TRUE(status == (code == 11 ? got.status : 0) || operation == "Stop") << status;
+        const std::wstring description =
+            code == 4                              ? L"scripted error 13"
+            : code == 8 && operation != allocation ? L"Error in WaitPid()"
+            : code == 11 ? L"Command exited with status " + std::to_wstring(status)
+                         : L"";
+        EXPECT_TRUE(got.record.getDescription() == description || operation == "FormatMessageW");
+        EXPECT_TRUE(notStarted.count(code) == 0 || got.lines == Lines{"former"});
+        EXPECT_EQ(printed, code == 1 ? "GetNamedPipeHandles() FAILED with error code (13)\n" : "");
         // Without the system's version no user is switched.
         EXPECT_TRUE(script.calls["CreateProcessA"].empty() || scenario.user.empty() ||
                     operation == "GetVersionExW");
         const std::string log = m_Scratch.read("Logs/runner.log");
         EXPECT_EQ(log.find(password), std::string::npos);
-        // The record of code 10 has no text, and that of a right that is not removed does not
-        // exist.
-        const bool ofRight =
-            operation == "LsaAddAccountRights" || operation == "LsaRemoveAccountRights";
-        EXPECT_TRUE(!ofRight || log.find(operation + " failed") != std::string::npos);
+        EXPECT_TRUE(!row->isTraced ||
+                    log.find(operation + " failed, Error Code: ") != std::string::npos);
+        // The record of code 10 has no text.
         EXPECT_TRUE(code != 10 || log.find("LogonUserA failed") != std::string::npos);
-        // Removing the right may itself fail.
+        // A right that is not found is added, and removed. To remove it may fail, but not twice.
         EXPECT_TRUE(script.entitled == scenario.entitled ||
-                    (!operation.empty() && !script.calls["LsaRemoveAccountRights"].empty()));
+                    operation == "LsaEnumerateAccountRights" ||
+                    (fault.laterToo && !script.calls["LsaRemoveAccountRights"].empty()));
         return got;
     }
 
     void expectGood(const Scenario& scenario)
     {
-        m_Scratch.write("Logs/runner.log", "");
-        testing::internal::CaptureStdout();
         const Outcome got = run(scenario, {scenario.failing});
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  scenario.code == 1 ? "GetNamedPipeHandles() FAILED with error code (13)\n" : "");
-        EXPECT_EQ(got.status, scenario.status);
-        EXPECT_EQ(got.lines, scenario.lines);
-        EXPECT_EQ(got.record.getDescription(), scenario.description);
+        EXPECT_EQ(got.record.getCode(), scenario.code);
+        EXPECT_EQ(got.status, scenario.status());
+        EXPECT_EQ(got.lines, scenario.output());
         EXPECT_EQ(script.calls["Stop"], scenario.stops);
+        // Only the copy for standard error is inherited.
+        EXPECT_EQ(script.calls["DuplicateHandle"], (Details{true, false, false}));
         // Waits for the lock for 60 microseconds, of which each look at the clock takes 10.
         EXPECT_EQ(script.calls["Sleep"].size(), script.busy ? 6U : 0U);
         const auto& reads = scenario.reads;
         EXPECT_EQ(script.calls["CancelIo"].empty(), reads.empty() || reads.back() != pending);
-        const std::string where = scenario.code == 1 ? "GetNamedPipeHandles" : "ReadLine",
-                          how = " failed, Error Code: 13, Reason: scripted error 13\n";
-        EXPECT_EQ(m_Scratch.read("Logs/runner.log").erase(0, 48), // without the time and the class
-                  scenario.traced.empty() ? "" : where + " ERROR: " + scenario.traced + how);
+        const std::string log = m_Scratch.read("Logs/runner.log");
+        EXPECT_EQ(log.substr(log.find(' ', 48) + 1), scenario.traced); // without time and name
     }
 
     const ScratchInstallation m_Scratch;
@@ -264,13 +252,25 @@ TEST_F(Faults, EveryCallAndEveryAllocationOfEveryScenario)
         SCOPED_TRACE(name);
         Scenario scenario;
         make(scenario);
-        const auto good = [&] { expectGood(scenario); };
         if (scenario.failing.empty())
-            failEach(good, [&](const Fault& fault) { run(scenario, fault); });
+            failEach([&] { expectGood(scenario); },
+                     [&](const Fault& fault) { run(scenario, fault); });
         else
-            good();
+            expectGood(scenario);
     }
+}
+
+TEST_F(Faults, KeysOfCodes)
+{
+    const std::string prefix = "TARNIX_EXEC_PIPE_";
     EXPECT_EQ(ECmnExecPipe::keyOf(-1), nullptr);
+    EXPECT_EQ(ECmnExecPipe::keyOf(0), prefix + "SUCCESS");
+    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::PARSE_COMMAND_FAILED),
+              prefix + "PARSE_COMMAND_FAILED");
+    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::EXE_DOES_NOT_EXIST), prefix + "EXE_DOES_NOT_EXIST");
+    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::CMD_KILLED), prefix + "CMD_KILLED");
+    EXPECT_EQ(ECmnExecPipe::keyOf(13), prefix + "CMD_ERROR_UNEXPECTED");
+    EXPECT_EQ(ECmnExecPipe::keyOf(14), nullptr);
 }
 
 TEST_F(Faults, NobodyIsLoggedOnForACommandThatCannotStart)
@@ -284,26 +284,62 @@ TEST_F(Faults, NobodyIsLoggedOnForACommandThatCannotStart)
 
 TEST_F(Faults, CopiesAreIdleAndOwnNothing)
 {
-    script = {{pending}, {late}};
+    script = {{pending}, {late, late}};
+    script.exitStatus = 4;
     OpenRunner source(Lines{"a", "b"}), assigned;
+    source.m_LastSystemError = 7;
+    EXPECT_EQ(exec(assigned, "is stopped by the assignment", 7).result, 5);
+    script.reads = {pending};
     EXPECT_EQ(exec(source, "command", 7, "", "user", "word").result, 5);
     OpenRunner copy(source);
     assigned = source;
     for (OpenRunner* other : {&copy, &assigned}) {
         EXPECT_EQ(other->getLastError().getCode(), 5);
+        EXPECT_EQ(other->m_LastSystemError, 7U);
         EXPECT_EQ(other->fields(), "buserword");
         script.reads = {'o', '\n'};
         EXPECT_EQ(exec(*other, "own").lines, Lines{"o"});
+        const OpenRunner& itself = *other;
+        int status = 0;
+        EXPECT_TRUE((*other = itself).getExitStatus(status));
         other->Abort();
         OpenRunner copied(*other), aborted;
         aborted = *other;
         for (OpenRunner* each : {&copied, &aborted})
             EXPECT_EQ(exec(*each, "started, but not read").lines, Lines{});
         aborted.inContext = 1;
-        EXPECT_EQ(exec(aborted, "not started").lines, Lines{"former"});
+        const Outcome inChild = exec(aborted, "not started");
+        EXPECT_EQ(inChild.lines, Lines{"former"});
+        EXPECT_EQ(inChild.result, 0);
     }
-    EXPECT_EQ(script.calls["ReadFile"].size(), 1U + 3 + 3);
+    EXPECT_EQ(script.calls["ReadFile"].size(), 2U + 3 + 3);
     EXPECT_TRUE(OpenRunner::m_Lock.isLocked());
+    source.Init(); // ends its run
+    EXPECT_EQ(source.m_LastSystemError, 0U);
+    EXPECT_FALSE(OpenRunner::m_Lock.isLocked());
+}
+
+TEST_F(Faults, TheStagesOfAStop)
+{
+    script = {{pending}, {late}, {late, late, late}};
+    OpenRunner runner;
+    EXPECT_EQ(runner.WaitPid(60), -1); // there is no child
+    EXPECT_EQ(exec(runner, command, 7).result, 5);
+    script.calls.clear();
+    script.anyTimeout = true;
+    EXPECT_EQ(runner.WaitPid(60), 1067);
+    EXPECT_EQ(script.calls["WaitForSingleObject"], (Details{60000, 30000, 30000}));
+    EXPECT_EQ(script.calls["Stop"], all);
+    script.endWaits = {odd, odd, odd};
+    EXPECT_EQ(runner.WaitPid(60), -1);
+}
+
+TEST_F(Faults, TheLimitOfAStartAsAUser)
+{
+    script = {};
+    for (const unsigned int seconds : {0U, 7U, 4294967U, 4294968U})
+        CCmnExecPipeWindows::setUserStartLimit(seconds);
+    EXPECT_EQ(script.calls["setUserStartLimit"], (Details{10000, 7000, 4294967000, 4294967000}));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <thread>
 
 Script script;
@@ -66,10 +67,10 @@ bool works(const char* operation, long detail = 0)
     return !fails;
 }
 
-HANDLE give(const char* operation, HANDLE onFailure = nullptr)
+HANDLE give(const char* operation, HANDLE onFailure = nullptr, long detail = 0)
 {
     static std::uintptr_t next = 100;
-    const bool good = works(operation);
+    const bool good = works(operation, detail);
     return good ? *script.open.insert(reinterpret_cast<HANDLE>(next += 4)).first : onFailure;
 }
 
@@ -88,8 +89,14 @@ long next(Details& values, long otherwise)
     return value;
 }
 
-BOOL start(const char* how, PROCESS_INFORMATION* information)
+BOOL start(const char* how, BOOL inherits, DWORD flags, const STARTUPINFOA& startup,
+           PROCESS_INFORMATION* information)
 {
+    EXPECT_TRUE(inherits);
+    EXPECT_EQ(flags & ~EXTENDED_STARTUPINFO_PRESENT,
+              CREATE_NO_WINDOW | CREATE_NEW_PROCESS_GROUP | NORMAL_PRIORITY_CLASS);
+    EXPECT_EQ(flags == (flags | EXTENDED_STARTUPINFO_PRESENT),
+              startup.cb == sizeof(STARTUPINFOEXA));
     const HANDLE process = give(how);
     if (!process)
         return false;
@@ -101,9 +108,9 @@ BOOL start(const char* how, PROCESS_INFORMATION* information)
     return true;
 }
 
-DWORD waited(const char* how, const HANDLE* handles, DWORD count, long woken)
+DWORD waited(const char* how, const HANDLE* handles, DWORD count, DWORD milliseconds, long woken)
 {
-    if (!works(how))
+    if (!works(how, milliseconds))
         return WAIT_FAILED;
     const bool ended = woken >= 0 && woken < count && handles[woken] == script.process;
     script.childRuns = script.childRuns && !ended;
@@ -152,24 +159,36 @@ DWORD FormatMessageW(DWORD, const void*, DWORD code, DWORD, wchar_t* buffer, DWO
 }
 HLOCAL LocalFree(HLOCAL memory) { return takeBack(memory) ? nullptr : memory; }
 BOOL CloseHandle(HANDLE handle) { return takeBack(handle) && works(__func__); }
-BOOL DuplicateHandle(HANDLE, HANDLE, HANDLE, HANDLE* target, DWORD, BOOL, DWORD)
+BOOL DuplicateHandle(HANDLE, HANDLE, HANDLE, HANDLE* target, DWORD access, BOOL inherits, DWORD)
 {
+    EXPECT_EQ(access, 0U);
     const HANDLE former = *target;
-    *target = give(__func__, former);
+    *target = give(__func__, former, inherits);
     return *target != former;
 }
 HANDLE GetCurrentProcess() { return INVALID_HANDLE_VALUE; }
 HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL, BOOL, const char*) { return give(__func__); }
-HANDLE CreateNamedPipeA(const char*, DWORD, DWORD, DWORD, DWORD, DWORD, DWORD, SECURITY_ATTRIBUTES*)
+HANDLE CreateNamedPipeA(const char* name, DWORD mode, DWORD, DWORD instances, DWORD outSize,
+                        DWORD inSize, DWORD timeout, SECURITY_ATTRIBUTES* attributes)
 {
+    const bool isOfRunner = std::strstr(name, "CCmnExecPipeWindows_") != nullptr;
+    EXPECT_EQ(mode, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED |
+                        (isOfRunner ? WRITE_DAC | WRITE_OWNER : 0));
+    EXPECT_EQ(instances, isOfRunner ? 4U : 1U);
+    EXPECT_EQ(outSize, 0U);
+    EXPECT_EQ(inSize, 0U);
+    EXPECT_EQ(timeout, 3000U);
+    EXPECT_TRUE(attributes->bInheritHandle);
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-HANDLE CreateFileA(const char*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE)
+HANDLE CreateFileA(const char* name, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD flags, HANDLE)
 {
+    EXPECT_EQ((flags & FILE_FLAG_OVERLAPPED) != 0, std::strcmp(name, "NUL") != 0);
     return give(__func__, INVALID_HANDLE_VALUE);
 }
-BOOL ReadFile(HANDLE file, void* buffer, DWORD, DWORD* count, OVERLAPPED*)
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, OVERLAPPED*)
 {
+    EXPECT_TRUE(size == 1 || size == 65536); // what a pipe can hold
     const bool good = works(__func__);
     const AllocationFaultPause pause;
     const long result = good ? next(script.reads, Script::broken) : Script::failed;
@@ -184,8 +203,9 @@ BOOL WriteFile(HANDLE file, const void*, DWORD, DWORD* count, OVERLAPPED*)
     script.begun[file] = {nullptr, result};
     return passOn(result, nullptr, count);
 }
-BOOL GetOverlappedResult(HANDLE file, OVERLAPPED*, DWORD* count, BOOL)
+BOOL GetOverlappedResult(HANDLE file, OVERLAPPED*, DWORD* count, BOOL waits)
 {
+    EXPECT_EQ(waits == 0, script.anyTimeout); // only the runner waits here
     auto& [target, result] = script.begun[file];
     if (result == Script::pending)
         result = target != nullptr ? next(script.reads, Script::broken) : next(script.writes, 1);
@@ -194,16 +214,17 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED*, DWORD* count, BOOL)
     return passOn(result, target, count);
 }
 BOOL CancelIo(HANDLE) { return works(__func__); }
-BOOL CreateProcessA(const char*, char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD,
-                    void*, const char*, STARTUPINFOA*, PROCESS_INFORMATION* information)
+BOOL CreateProcessA(const char*, char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL inherits,
+                    DWORD flags, void*, const char*, STARTUPINFOA* startup,
+                    PROCESS_INFORMATION* information)
 {
-    return start(__func__, information);
+    return start(__func__, inherits, flags, *startup, information);
 }
 BOOL CreateProcessAsUserA(HANDLE token, const char*, char*, SECURITY_ATTRIBUTES*,
-                          SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const char*, STARTUPINFOA*,
-                          PROCESS_INFORMATION* information)
+                          SECURITY_ATTRIBUTES*, BOOL inherits, DWORD flags, void*, const char*,
+                          STARTUPINFOA* startup, PROCESS_INFORMATION* information)
 {
-    return script.open.count(token) > 0 && start(__func__, information);
+    return script.open.count(token) > 0 && start(__func__, inherits, flags, *startup, information);
 }
 BOOL GetExitCodeProcess(HANDLE, DWORD* status)
 {
@@ -211,9 +232,10 @@ BOOL GetExitCodeProcess(HANDLE, DWORD* status)
     return works(__func__);
 }
 bool endingSignal(HANDLE, int&, bool&) { return false; }
-BOOL GetProcessTimes(HANDLE, FILETIME*, FILETIME*, FILETIME*, FILETIME* user)
+BOOL GetProcessTimes(HANDLE, FILETIME*, FILETIME*, FILETIME* kernel, FILETIME* user)
 {
-    *user = {7, 0};
+    *kernel = {7, 0};
+    *user = {7, 1};
     return works(__func__);
 }
 BOOL K32GetProcessMemoryInfo(HANDLE, PROCESS_MEMORY_COUNTERS* counters, DWORD)
@@ -241,12 +263,14 @@ BOOL TerminateProcess(HANDLE, UINT status)
 }
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
-    EXPECT_TRUE(milliseconds == 0 || milliseconds == 10000);
-    return waited(__func__, &handle, 1,
+    EXPECT_TRUE(milliseconds == 0 || milliseconds == 10000 || script.anyTimeout);
+    return waited(__func__, &handle, 1, milliseconds,
                   milliseconds == 0 ? script.test : next(script.endWaits, WAIT_OBJECT_0));
 }
-DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL, DWORD milliseconds, BOOL)
+DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitsForAll,
+                               DWORD milliseconds, BOOL)
 {
+    EXPECT_FALSE(waitsForAll);
     if (milliseconds == 0) // only a look whether anything has happened
         return works(__func__) ? WAIT_TIMEOUT : WAIT_FAILED;
     EXPECT_TRUE(milliseconds == 7000 || script.anyTimeout);
@@ -255,7 +279,7 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL, DWORD m
         EXPECT_LT(milliseconds, 100U) << "an unexpected wait";
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
-    return waited(__func__, handles, count, woken);
+    return waited(__func__, handles, count, milliseconds, woken);
 }
 BOOL GetVersionExW(OSVERSIONINFOW* information)
 {
@@ -274,8 +298,10 @@ BOOL GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD, D
     static_cast<TOKEN_USER*>(buffer)->User.Sid = buffer;
     return works(__func__);
 }
-NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, DWORD, LSA_HANDLE* policy)
+NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, DWORD access,
+                       LSA_HANDLE* policy)
 {
+    EXPECT_EQ(access, POLICY_CREATE_ACCOUNT | POLICY_LOOKUP_NAMES);
     *policy = give(__func__, *policy);
     return *policy == INVALID_HANDLE_VALUE ? 1 : 0;
 }
@@ -311,7 +337,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME*, FILETIME* ticks)
     return true;
 }
 void setRightsFile(const char*) {}
-void setUserStartLimit(DWORD) {}
+void setUserStartLimit(DWORD milliseconds) { works(__func__, milliseconds); }
 void Sleep(DWORD) { works(__func__); }
 
 } // namespace tarnix_platform
