@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
+
 using namespace tarnix_cmn_4_4;
 
 namespace
@@ -18,12 +20,12 @@ const std::string password = "a password that is too long for the string object 
 
 constexpr long ended = WAIT_OBJECT_0, late = WAIT_TIMEOUT, odd = 77;
 constexpr long pending = Script::pending, failed = Script::failed;
-const Details both{CTRL_C_EVENT, CTRL_BREAK_EVENT}, all{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
 
 const std::set<int> notStarted{1, 2, 3, 4, 9, 10};
 
 // What happens during a run, and its expected outcome; by default the child prints "a", and ends.
 struct Scenario : Script {
+    const char* name;
     std::string user = "", failing = ""; // the operation that fails
     unsigned long seconds = 7;
     int code = 0; // of the error record
@@ -31,7 +33,7 @@ struct Scenario : Script {
     Details stops{};
     std::string traced = ""; // after the name of the function
 
-    Scenario() { reads = {'a', '\n'}; }
+    explicit Scenario(const char* withName) : name(withName) { reads = {'a', '\n'}; }
 
     Lines output() const { return notStarted.count(code) > 0 ? Lines{"former"} : lines; }
     int status() const // -1: not known
@@ -41,84 +43,69 @@ struct Scenario : Script {
     }
 };
 
-const struct {
-    const char* name;
-    void (*make)(Scenario&);
-} scenarios[] = {
-    {"pipe end that cannot be closed",
-     [](Scenario& s) {
-         s.failing = "CloseHandle";
-         s.code = 3;
-     }},
-    {"another runner holds the lock of added rights",
-     [](Scenario& s) {
-         s.busy = true;
-         s.user = user;
-         s.code = 9;
-     }},
-    {"pending read that finds the end",
-     [](Scenario& s) {
-         s.reads = {'a', pending, Script::broken};
-     }},
-    {"pending read without a byte",
-     [](Scenario& s) {
-         s.reads = {'a', pending, Script::empty};
-     }},
-    {"no time",
-     [](Scenario& s) {
-         s.seconds = 0;
-         s.reads = {'a', pending};
-     }},
-    {"unknown result of a wait: the read itself decides",
-     [](Scenario& s) {
-         s.reads = {'a', pending, failed};
-         s.readWaits = {odd};
-         s.traced =
-             "ERROR: GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13\n";
-     }},
-    {"pause within a line",
-     [](Scenario& s) {
-         s.user = user;
-         s.reads = {'a', '\n', 'b', pending};
-         s.readWaits = {late};
-         s.endWaits = {late, late, late};
-         s.code = 5;
-         s.stops = all;
-     }},
-    {"end before the first line",
-     [](Scenario& s) {
-         s.user = user;
-         s.reads = {pending};
-         s.readWaits = {ended};
-         s.endWaits = {late, late, ended};
-         s.exitStatus = 3;
-         s.code = 11;
-         s.lines = {};
-         s.stops = both;
-     }},
-    {"end after a complete line",
-     [](Scenario& s) {
-         s.user = user;
-         s.reads = {'a', '\n', 'b', '\n', pending};
-         s.test = ended;
-         s.entitled = true;
-         s.exitStatus = 3;
-         s.lines = {"a", "b"};
-     }},
-    {"line without a newline, and a failed wait for the end",
-     [](Scenario& s) {
-         s.reads = {'a', '\n', 'b'};
-         s.endWaits = {WAIT_FAILED};
-         s.code = 11;
-         s.lines = {"a", "b"};
-         s.stops = {1067};
-     }},
-    {"no status after the end",
-     [](Scenario& s) {
-         s.failing = "GetExitCodeProcess";
-         s.code = 8;
-     }},
-};
+std::deque<Scenario> allScenarios()
+{
+    std::deque<Scenario> all;
+    Scenario& unclosed = all.emplace_back("pipe end that cannot be closed");
+    unclosed.failing = "CloseHandle";
+    unclosed.code = 3;
+
+    Scenario& busy = all.emplace_back("another runner holds the lock of added rights");
+    busy.busy = true;
+    busy.user = user;
+    busy.code = 9;
+
+    all.emplace_back("pending read that finds the end").reads = {'a', pending, Script::broken};
+    all.emplace_back("pending read without a byte").reads = {'a', pending, Script::empty};
+
+    Scenario& noTime = all.emplace_back("no time");
+    noTime.seconds = 0;
+    noTime.reads = {'a', pending};
+
+    Scenario& unknown = all.emplace_back("unknown result of a wait: the read itself decides");
+    unknown.reads = {'a', pending, failed};
+    unknown.readWaits = {odd};
+    unknown.traced =
+        "ERROR: GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13\n";
+
+    Scenario& pause = all.emplace_back("pause within a line");
+    pause.user = user;
+    pause.reads = {'a', '\n', 'b', pending};
+    pause.readWaits = {late};
+    pause.endWaits = {late, late, late};
+    pause.code = 5;
+    pause.stops = {CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
+
+    Scenario& early = all.emplace_back("end before the first line");
+    early.user = user;
+    early.reads = {pending};
+    early.readWaits = {ended};
+    early.endWaits = {late, late, ended};
+    early.exitStatus = 3;
+    early.code = 11;
+    early.lines = {};
+    early.stops = {CTRL_C_EVENT, CTRL_BREAK_EVENT};
+
+    Scenario& complete = all.emplace_back("end after a complete line");
+    complete.user = user;
+    complete.reads = {'a', '\n', 'b', '\n', pending};
+    complete.test = ended;
+    complete.entitled = true;
+    complete.exitStatus = 3;
+    complete.lines = {"a", "b"};
+
+    Scenario& unwatched = all.emplace_back("line without a newline, and a failed wait for the end");
+    unwatched.reads = {'a', '\n', 'b'};
+    unwatched.endWaits = {WAIT_FAILED};
+    unwatched.code = 11;
+    unwatched.lines = {"a", "b"};
+    unwatched.stops = {1067};
+
+    Scenario& noStatus = all.emplace_back("no status after the end");
+    noStatus.failing = "GetExitCodeProcess";
+    noStatus.code = 8;
+    return all;
+}
 
 // The code of a run in which an operation fails: one of these, `same` for the code without the
 // failure. A run that cannot read goes on to its end. The last row is for any other operation.
@@ -248,10 +235,8 @@ struct Faults : testing::Test {
 
 TEST_F(Faults, EveryCallAndEveryAllocationOfEveryScenario)
 {
-    for (const auto& [name, make] : scenarios) {
-        SCOPED_TRACE(name);
-        Scenario scenario;
-        make(scenario);
+    for (const Scenario& scenario : allScenarios()) {
+        SCOPED_TRACE(scenario.name);
         if (scenario.failing.empty())
             failEach([&] { expectGood(scenario); },
                      [&](const Fault& fault) { run(scenario, fault); });
@@ -329,7 +314,7 @@ TEST_F(Faults, TheStagesOfAStop)
     script.anyTimeout = true;
     EXPECT_EQ(runner.WaitPid(60), 1067);
     EXPECT_EQ(script.calls["WaitForSingleObject"], (Details{60000, 30000, 30000}));
-    EXPECT_EQ(script.calls["Stop"], all);
+    EXPECT_EQ(script.calls["Stop"], (Details{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067}));
     script.endWaits = {odd, odd, odd};
     EXPECT_EQ(runner.WaitPid(60), -1);
 }
