@@ -375,8 +375,8 @@ TEST_F(Command, UsageAndCore)
     };
     EXPECT_LE(std::chrono::abs(used.userTime - between(before.ru_utime, after.ru_utime)), 2us);
     EXPECT_LE(std::chrono::abs(used.systemTime - between(before.ru_stime, after.ru_stime)), 2us);
-    EXPECT_GT(used.userTime.count(), 0);
-    EXPECT_GT(used.systemTime.count(), 0);
+    // One of them may be 0: the system takes samples.
+    EXPECT_GT(used.userTime + used.systemTime, 0ns);
     EXPECT_EQ(used.peakMemory % 1024, 0U);
     EXPECT_GE(used.peakMemory, 300U << 20);
     EXPECT_LT(used.peakMemory, 320U << 20);
