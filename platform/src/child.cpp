@@ -49,12 +49,10 @@ struct KernelAction {
     KernelSet mask;
 };
 
-// Returns the exit status, which is not 0; nobody looks at it.
-TARNIX_CHILD_SIDE int failAt(ChildSide& child, ChildStep step)
+TARNIX_CHILD_SIDE void failAt(ChildSide& child, ChildStep step)
 {
     child.failedStep = step;
     child.error = errno;
-    return child.error;
 }
 
 // The number that the text is. Of "." and "..", the entries that are no descriptors: 0.
@@ -182,9 +180,9 @@ TARNIX_CHILD_SIDE void execute(const ChildSide& child)
     errno = error;
 }
 
-TARNIX_CHILD_SIDE int runChild(void* argument)
+// Returns only if it fails.
+TARNIX_CHILD_SIDE void startProgram(ChildSide& child)
 {
-    ChildSide& child = *static_cast<ChildSide*>(argument);
     if (!prepare(child)) {
         return failAt(child, ChildStep::prepare);
     }
@@ -202,7 +200,13 @@ TARNIX_CHILD_SIDE int runChild(void* argument)
     const KernelSet none = 0;
     ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
     execute(child);
-    return failAt(child, ChildStep::execute);
+    failAt(child, ChildStep::execute);
+}
+
+TARNIX_CHILD_SIDE int runChild(void* child)
+{
+    startProgram(*static_cast<ChildSide*>(child));
+    return {}; // nobody looks at the exit status: the error says that it failed
 }
 
 // Blocks every signal of this thread, including those that the C library uses internally: a handler

@@ -11,7 +11,9 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 
 namespace tarnix_platform
 {
@@ -145,8 +147,10 @@ bool changeOwner(const StandardHandles& standard, const Identity& identity)
 
 FILETIME ticksOf(const timeval& time)
 {
-    const std::uint64_t ticks = static_cast<std::uint64_t>(time.tv_sec) * 10000000 +
-                                static_cast<std::uint64_t>(time.tv_usec) * 10;
+    using Ticks =
+        std::chrono::duration<std::uint64_t, std::ratio_multiply<std::ratio<100>, std::nano>>;
+    const std::uint64_t ticks =
+        Ticks(std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec)).count();
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
