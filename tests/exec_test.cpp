@@ -43,14 +43,16 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
 TEST_F(Exec, RefusedStarts)
 {
     const ScratchDirectory scratch;
-    for (const char* directory : {"denied", "none", "good"}) {
+    const std::pair<std::string, const char*> tools[] = {
+        {"denied", ""}, {"none", ""}, {"lost", "#!/no/such"}, {"good", "#!/bin/echo"}};
+    for (const auto& [directory, text] : tools) {
         scratch.makeDirectory(directory);
-        scratch.write(std::string(directory) + "/tool", *directory == 'g' ? "#!/bin/echo" : "");
+        scratch.write(directory + "/tool", text);
+        chmod(scratch.path(directory + "/tool").c_str(), directory == "denied" ? 0644 : 0755);
     }
-    for (const char* tool : {"none/tool", "good/tool"})
-        chmod(scratch.path(tool).c_str(), 0755);
     const std::string usual = std::getenv("PATH"), zero("/\0x", 3), good = scratch.path("good"),
-                      denied = scratch.path("denied:"), none = scratch.path("none:");
+                      denied = scratch.path("denied:"), none = scratch.path("none:"),
+                      lost = scratch.path("lost:");
     const std::wstring missing = L"': No such file or directory", refused = L"': Permission denied",
                        start = L"cannot start program '";
     const struct {
@@ -71,6 +73,7 @@ TEST_F(Exec, RefusedStarts)
         // none.
         {"tool x", "", denied + good, L"", {good + "/tool x"}},
         {"tool x", "", denied + "/no", start + L"tool" + refused},
+        {"tool x", "", lost + "/no", start + L"tool" + missing},
         {"tool x", "", none + good, start + L"tool': Exec format error"},
     };
     CCmnExecPipeWindows runner;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <thread>
 
@@ -274,11 +275,14 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitsFor
     if (milliseconds == 0) // only a look whether anything has happened
         return works(__func__) ? WAIT_TIMEOUT : WAIT_FAILED;
     EXPECT_TRUE(milliseconds == 7000 || script.anyTimeout);
-    const long woken = next(script.readWaits, count > 1 ? 1 : 0);
-    if (woken == WAIT_TIMEOUT && script.anyTimeout) {
-        EXPECT_LT(milliseconds, 100U) << "an unexpected wait";
+    // Short waits are for limits that the script lets pass. One may have passed before its wait.
+    Details& results = script.readWaits;
+    if (script.anyTimeout && milliseconds >= 100)
+        results.erase(std::remove(results.begin(), results.end(), long{WAIT_TIMEOUT}),
+                      results.end());
+    const long woken = next(results, count > 1 ? 1 : 0);
+    if (woken == WAIT_TIMEOUT && script.anyTimeout)
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-    }
     return waited(__func__, handles, count, milliseconds, woken);
 }
 BOOL GetVersionExW(OSVERSIONINFOW* information)

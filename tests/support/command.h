@@ -53,25 +53,23 @@ inline std::string textOf(const tarnix_cmn_4_4::SCmnCommandOutcome& outcome)
     return text + (outcome.errorBytes.empty() ? "" : " error bytes: " + outcome.errorBytes);
 }
 
-// Kills a process while it runs the command, which first prints the number of its own process, and
-// returns that number. This process must be the one that gets orphans.
+// Runs the command in a process that kills itself when the command has printed the number of its
+// own process. Returns that number. This process must be the one that gets orphans.
 inline pid_t leftByKilledCaller(tarnix_cmn_4_4::CCmnCommand& command)
 {
-    int ends[2], number = 0;
+    int ends[2], number = -1;
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return -1;
-    const pid_t caller = forkChild([&] {
+    waitForChild(forkChild([&] {
         command.setLineCallback([&](std::string_view line, tarnix_cmn_4_4::CCmnCommand::Stream) {
             number = std::stoi(std::string(line));
-            return ::write(ends[1], &number, sizeof number) == sizeof number;
+            return ::write(ends[1], &number, sizeof number) > 0 && ::raise(SIGKILL) == 0;
         });
         return command.run().ok();
-    });
-    ::close(ends[1]); // so that the read ends if the caller ends early
+    }));
+    ::close(ends[1]); // so that the read ends if nothing was printed
     const bool hasPrinted = ::read(ends[0], &number, sizeof number) == sizeof number;
     ::close(ends[0]);
-    ::kill(caller, SIGKILL);
-    waitForChild(caller);
     return hasPrinted ? number : -1;
 }
 
