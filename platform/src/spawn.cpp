@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 namespace tarnix_platform
 {
@@ -61,9 +62,8 @@ std::vector<std::string> candidatesOf(const ChildPlan& plan)
 std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 {
     std::vector<char*> pointers;
-    for (const std::string& text : texts) {
-        pointers.push_back(const_cast<char*>(text.c_str()));
-    }
+    std::transform(texts.begin(), texts.end(), std::back_inserter(pointers),
+                   [](const std::string& text) { return const_cast<char*>(text.c_str()); });
     pointers.push_back(nullptr);
     return pointers;
 }
