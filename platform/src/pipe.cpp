@@ -182,7 +182,6 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     m_Pending.buffer = buffer;
     m_Pending.size = size;
     overlapped->Internal = ERROR_IO_PENDING;
-    overlapped->InternalHigh = 0;
     overlapped->Pending = m_Outcome.number =
         g_lastPending.fetch_add(1, std::memory_order_relaxed) + 1;
     return fail(ERROR_IO_PENDING);

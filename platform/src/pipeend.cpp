@@ -38,8 +38,7 @@ public:
         auto& instances = found->second;
         instances.erase(std::remove_if(instances.begin(), instances.end(),
                                        [&pipe](const std::weak_ptr<Pipe>& entry) {
-                                           const auto other = entry.lock();
-                                           return !other || other.get() == &pipe;
+                                           return entry.lock().get() == &pipe;
                                        }),
                         instances.end());
         if (instances.empty()) {
