@@ -72,7 +72,7 @@ TEST(TxString, MeasuresAndFills)
     EXPECT_STREQ(TX_wmemset(wide, L'\x1F600', 2), L"\x1F600\x1F600\x63\x62");
 }
 
-TEST(TxString, PrintsWithinTheTarget) // other sizes: see the fuzzer
+TEST(TxString, PrintsWithinTheTarget)
 {
     const char* const noFormat = nullptr;
     char text[] = "####";
@@ -81,6 +81,9 @@ TEST(TxString, PrintsWithinTheTarget) // other sizes: see the fuzzer
     EXPECT_STREQ(text, "####");
     EXPECT_EQ(TX_snprintf(text, 5, "a%ls", L"\x7FFFFFFF"), 4); // the formatter fails
     EXPECT_EQ(std::string(text, 5), std::string("a\0\0\0\0", 5));
+    EXPECT_EQ(TX_snprintf(text, 5, "%d%s", 12, "34"), 4);
+    EXPECT_EQ(TX_snprintf(text, 4, "%d%s", 56, "78"), 3);
+    EXPECT_EQ(std::string(text, 5), std::string("567\0\0", 5));
     EXPECT_EQ(TX_snprintf(text, 5, noFormat), -1);
     EXPECT_STREQ(text, "");
 
@@ -91,6 +94,7 @@ TEST(TxString, PrintsWithinTheTarget) // other sizes: see the fuzzer
     EXPECT_EQ(TX_snwprintf(wide, 5, wide, L'7'), 1);
     EXPECT_EQ(TX_snwprintf(wide, 5, L"%ls%ls", wide, wide), 2);
     EXPECT_STREQ(wide, L"77");
+    EXPECT_EQ(TX_snwprintf(wide, 1, L"xy"), -1);
     EXPECT_EQ(TX_snwprintf(wide, 1, L"x"), 1);
     EXPECT_STREQ(wide, L"");
     for (const std::size_t impossible : {SIZE_MAX, SIZE_MAX / 8}) {
