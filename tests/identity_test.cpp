@@ -162,11 +162,9 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
     } cases[] = {
         {"no groups", {SYS_setgroups}, EPERM, L"cannot set groups of user"},
         {"start by link, filtered", link, EPERM, runs},
-        {"start by link, unknown call", link, ENOSYS, runs},
         {"refused start", link, EACCES, refused + L"execveat; /"},
         {"no memory file", memory, EPERM, refused + L"memfd_create; "},
         {"installed", memory, EACCES, runs, 0755},
-        {"installed, start by link", {SYS_memfd_create, SYS_execveat}, EPERM, runs, 0755},
         {"installed, writable", memory, EPERM, refused, 0775},
         {"installed, other version", memory, EPERM, refused, 0755, 0, "of another version"},
         {"installed, other owner", memory, EPERM, refused, 0755, 61001},
@@ -174,7 +172,6 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         {"descriptors stay open", {SYS_close_range, SYS_getdents64}, EPERM, staysOpen},
         {"killed", {SYS_arch_prctl}, kills, L"program that switches user ended before"},
         {"no keyring left", {SYS_keyctl}, EDQUOT, L"cannot create session keyring of user"},
-        {"keyrings unknown", {SYS_keyctl}, ENOSYS, runs},
         {"keyrings filtered", {SYS_keyctl}, EPERM, runs},
         {"capabilities not known", {SYS_capget}, EINVAL, notSwitched + L": Invalid argument"},
         {"capabilities stay", {SYS_capset}, EPERM, notSwitched},
@@ -183,7 +180,6 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         {"group seems switched", {SYS_setresgid}, onlySeemsDone, notSwitched},
         {"user seems switched", {SYS_setresuid}, onlySeemsDone, notSwitched},
         {"user not known", {SYS_getresuid}, EPERM, notSwitched},
-        {"group not known", {SYS_getresgid}, EPERM, notSwitched},
     };
     const bool canMount = waitForChild(forkChild([] { return enterNamespaces({}).empty(); })) == 0;
     for (const auto& test : cases) {
@@ -261,9 +257,6 @@ TEST_F(Identity, AProgramThatIsStillBeingWritten)
     const std::string program = scratch.path("program");
     std::filesystem::copy_file("/bin/echo", program);
     const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
-    EXPECT_EQ(as("holder", program).record.getDescription(),
-              L"cannot start program '" + std::filesystem::path(program).wstring() +
-                  L"': Text file busy");
     const pid_t holder = forkChild([] { return usleep(20000) == 0; });
     close(writer);
     EXPECT_EQ(as("holder", program + " found").lines, Lines{"found"});
@@ -281,11 +274,8 @@ TEST_F(Identity, Tokens)
     EXPECT_EQ(refused, nullptr);
     alignas(TOKEN_USER) unsigned char bytes[sizeof(TOKEN_USER) + sizeof "second"];
     DWORD length = 0;
-    const auto kind = static_cast<TOKEN_INFORMATION_CLASS>(0);
     expectFailure(GetTokenInformation(event, TokenUser, bytes, sizeof bytes, &length), EBADF);
-    expectFailure(GetTokenInformation(token, kind, bytes, sizeof bytes, &length), EINVAL);
     expectFailure(GetTokenInformation(token, TokenUser, nullptr, sizeof bytes, &length), EINVAL);
-    expectFailure(GetTokenInformation(token, TokenUser, bytes, sizeof bytes, nullptr), EINVAL);
     expectFailure(GetTokenInformation(token, TokenUser, bytes, sizeof bytes - 1, &length), ERANGE);
     EXPECT_EQ(length, sizeof bytes);
     EXPECT_TRUE(GetTokenInformation(token, TokenUser, bytes, sizeof bytes, &length));
@@ -371,16 +361,12 @@ TEST_F(Identity, CommandsWithOptions)
         CCmnCommand command;
         std::string outcome;
     } rows[] = {
-        {"input", shell("id -u; cat >&2").setInput("in").setStreams(CCmnCommand::Streams::apart),
-         "|61002|error: in"},
         {"umask", shell("umask").setUmask(027), "|0027"},
         {"account",
          account(shell("echo $HOME $USER $LOGNAME $SHELL $PATH $A; env | wc -l", "home")),
          "|/home/of home home /bin/bash /usr/local/bin:/usr/bin:/bin b|7"}, // the shell adds PWD
         {"root", account(shell("echo $HOME $SHELL $PATH; id -u", "root")),
          "|/root /bin/sh /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin|0"},
-        {"stop", shell("exec sleep 99").setTimeLimit(std::chrono::milliseconds(20)),
-         "stopped after its time limit (signal 2)"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(textOf(row.command.run()), row.outcome) << row.name;

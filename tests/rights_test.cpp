@@ -151,16 +151,9 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
     const auto move = [&](const char* from, const char* to) {
         std::filesystem::rename(m_Scratch.path(from), m_Scratch.path(to));
     };
-    const auto addOfAnother = [] { // replaces the file
-        AddedRights others;
-        EXPECT_TRUE(addRights("third", {"SeOtherWithALongName"}, others));
-    };
-    const auto takeDescriptors = [&] {
-        addOfAnother();
-        setLimit(RLIMIT_NOFILE, static_cast<rlim_t>(openFile("/", O_RDONLY).get()));
-    };
     const auto limitToAddedLine = [&] { // which takes less than the new file would
-        addOfAnother();
+        AddedRights others;
+        EXPECT_TRUE(addRights("third", {"SeOtherWithALongName"}, others)); // replaces the file
         setLimit(RLIMIT_FSIZE, (standing + "second SeOther" + m_Added.mark).size());
     };
     const std::string present = m_Scratch.path("d/rights");
@@ -183,7 +176,6 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         {"small limit", [&] { setLimit(RLIMIT_FSIZE, 10); }, EFBIG, "d/rights"},
         {"limit that suffices", [&] { setLimit(RLIMIT_FSIZE, standing.size()); }, 0, "d/rights"},
         {"limit for the line only", limitToAddedLine, 0, "d/rights"},
-        {"file replaced, no descriptor", takeDescriptors, 0, "d/rights"},
         {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, 0, "d/rights"},
         {"file that others may write", [&] { chmod(present.c_str(), 0666); }, 0, "d/rights"},
         {"lock replaced and held", holdNewLock, ETIMEDOUT, "d/rights"},
@@ -200,7 +192,6 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         newLock.reset();
         EXPECT_EQ(seteuid(user), 0);
         setLimit(RLIMIT_FSIZE, RLIM_INFINITY); // a failure is written to a file
-        setLimit(RLIMIT_NOFILE, RLIM_INFINITY);
         chmod(present.c_str(), 0644);
         EXPECT_EQ(error, static_cast<DWORD>(test.error));
         setRightsFile(m_Scratch.path(test.file).c_str());
@@ -308,26 +299,6 @@ TEST_F(Rights, WithoutProc)
     EXPECT_TRUE(remove());
     if (mustSkip(m_Scratch.read("missing")))
         GTEST_SKIP() << m_Scratch.read("missing");
-}
-
-// The calling process has no descriptor 0, 1 or 2. Those that stay open do not take their place.
-TEST_F(Rights, WithoutStandardDescriptors)
-{
-    const pid_t child = forkChild([&] {
-        const int output = fcntl(STDOUT_FILENO, F_DUPFD, 3);
-        for (int fd = 0; fd < 3; ++fd)
-            close(fd);
-        const bool holds = holdsRight("holder", "SeBatchLogonRight"), isAdded = add();
-        const int lowestFree = fcntl(output, F_DUPFD, 0), nextFree = fcntl(output, F_DUPFD, 0);
-        dup2(output, STDOUT_FILENO);
-        EXPECT_TRUE(holds);
-        EXPECT_TRUE(isAdded);
-        EXPECT_EQ(lowestFree, 0);
-        EXPECT_EQ(nextFree, 1);
-        EXPECT_TRUE(remove());
-        return !HasFailure();
-    });
-    EXPECT_EQ(waitForChild(child), 0);
 }
 
 // A field of a process's status, after its program's name, which has no blank.
