@@ -17,19 +17,15 @@ namespace
 {
 
 // A derived class reaches the layer's types through the library's namespace.
-class Runner : public tarnix_cmn_4_4::CCmnExecPipeWindows
-{
-public:
-    int starts = 0;
-
-protected:
-    int CreateChildProcess(std::string& command, tarnix_cmn_4_4::HANDLE input,
-                           tarnix_cmn_4_4::HANDLE output, tarnix_cmn_4_4::HANDLE error,
+struct Runner : tarnix_cmn_4_4::CCmnExecPipeWindows {
+    using Handle = tarnix_cmn_4_4::HANDLE;
+    int CreateChildProcess(std::string& command, Handle input, Handle output, Handle error,
                            std::string directory) override
     {
         ++starts;
         return CCmnExecPipeWindows::CreateChildProcess(command, input, output, error, directory);
     }
+    int starts = 0;
 };
 
 } // namespace

@@ -1,7 +1,6 @@
 // Paths of the product's files, and the registry that they depend on.
 #include "cmnpathtool.h"
 #include "cmnstringtool.h"
-#include "support/repeat.h"
 #include "support/scratchinstallation.h"
 
 #include <gtest/gtest.h>
@@ -57,17 +56,4 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
     file = L"pipe"; // without a writer
     ASSERT_EQ(mkfifo(scratch.path("pipe").c_str(), 0600), 0);
     EXPECT_EQ(CCmnSGDConfiguration::getTraceLevel(dir, file, found), 26);
-}
-
-TEST(PathTool, OnEightThreads)
-{
-    const ScratchInstallation scratch;
-    runOnThreads(8, [](int thread) {
-        for (int i = 0; i < 200; ++i) {
-            const std::wstring name = CCmnStringTool::int2wstr(1000 * thread + i);
-            tstr dir, file;
-            CCmnPathTool::getConfigFileInfo(name.c_str(), dir, file);
-            EXPECT_EQ(CCmnStringTool::tstr2wstr(file), name + L".conf");
-        }
-    });
 }

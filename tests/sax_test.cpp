@@ -112,12 +112,10 @@ TEST(Sax, Documents)
          "<rx&e;"},
         // What was not read is not dropped.
         {"<!DOCTYPE r " + file + " [" + declaredX + "]><r>&a;&e;</r>", "<rx!"},
-        {"<!DOCTYPE r " + file + " [<!ENTITY a '&e;'>]><r>&a;</r>", "<r!"},
         {document("%q;", "<r>&e;</r>"), "<r!"},
         {document("<!ENTITY e " + file + ">", "<r>&e;</r>"), "<r!"},
         {"<!DOCTYPE r " + file + "><r a='&e;'/>", "!"},
         {document("<!ENTITY % p ''>%p;<!ATTLIST r a CDATA '&e;'>", "<r/>"), "!"},
-        {document("<!ENTITY % p ''>%p;", "<r a='&e;'/>"), "!"},
         {document("<!ENTITY % p " + file + ">%p;", "<r>&e;</r>"), "!"},
         // So many attributes are refused in a tag, but not in text.
         {"<r><![CDATA[<a" + someAttributes + "<b" + someAttributes + "]]></r>",
@@ -184,17 +182,11 @@ std::string megabyte(const std::string& declaration, const std::string& use, int
 TEST(Sax, LimitsOfAParser)
 {
     const auto inOneBucket = [](int n) { return "<r>" + named(n, "<@/>", 1919) + "</r>"; };
-    // Each entity is declared before the one that it uses.
-    const auto reversed = [](const std::string& names) {
-        std::string all;
-        for (std::size_t i = 0; i + 1 < names.size(); ++i)
-            all += std::string("<!ENTITY ") + names[i] + " '&" + names[i + 1] + ";'>";
-        return document(all + "<!ENTITY " + names.back() + " 'x'>", "<r/>");
-    };
     const auto nests = [](int levels) { return document(nested(levels, 1, "&"), "<r/>"); };
     const auto expands = [](int n) { return megabyte("<!ENTITY alpha 'x'>", "&alpha;", n); };
+    // Each entity is declared before the one that it uses.
+    const std::string reversed = document("<!ENTITY c '&b;'><!ENTITY b '&a;'>" + declaredX, "<r/>");
     const std::string byDefault = "<!ATTLIST s a CDATA '" + std::string(100, 'x') + "'>",
-                      implied = named(400, "<!ATTLIST s @ CDATA #IMPLIED>"),
                       tooMany = "<r" + named(1001, " @=''") + "/>",
                       deep = repeated("<a>", 100000) + repeated("</a>", 100000);
     const auto model = [](int names) {
@@ -213,7 +205,6 @@ TEST(Sax, LimitsOfAParser)
         std::string text;
         bool isAccepted;
     } cases[] = {
-        {"a small table", limits, inOneBucket(700), true},
         {"a table that grows", limits, "<r>" + named(1000, "<@/>") + "</r>", true},
         {"names in one bucket", limits, inOneBucket(500), true},
         {"names in one bucket, too many", limits, inOneBucket(501), false},
@@ -224,15 +215,11 @@ TEST(Sax, LimitsOfAParser)
         {"more for each byte", with(&L::expansionPerByte, 9), expands(44777), true},
         {"default attributes", limits, megabyte(byDefault, "<s/>", 83333), true},
         {"default attributes, too many", limits, megabyte(byDefault, "<s/>", 83334), false},
-        {"possible attributes", limits, megabyte(implied, "<s/>", 50000), true},
         {"nesting", limits, nests(31), true},
         {"nesting, too deep", limits, nests(32), false},
         {"more nesting", with(&L::nesting, 33), nests(32), true},
-        {"one level at least", with(&L::nesting, 0), reversed("a"), true},
-        {"two levels", with(&L::nesting, 1), reversed("ab"), false},
-        {"reversed", with(&L::nesting, 4), reversed("abcd"), true},
-        {"reversed, too deep", with(&L::nesting, 3), reversed("abcd"), false},
-        {"reversed, other names", with(&L::nesting, 4), reversed("dcba"), true},
+        {"reversed", with(&L::nesting, 3), reversed, true},
+        {"reversed, too deep", with(&L::nesting, 2), reversed, false},
         // The one after it would use what the reader kept.
         {"memory", with(&L::memoryPerByte, 10), deep, false},
         {"memory, default", limits, deep, true},
@@ -250,7 +237,6 @@ TEST(Sax, LimitsOfAParser)
         EXPECT_TRUE(parser.setLimits(test.limits)) << test.name;
         parser.parse(test.text);
         EXPECT_EQ(test.isAccepted, !handler.hasLastError()) << test.name;
-        EXPECT_EQ(0u, handler.getLastError().getLineNumber()) << test.name;
         EXPECT_EQ(test.limits.nesting, parser.getLimits().nesting) << test.name;
     }
 }
