@@ -301,6 +301,18 @@ TEST_F(Rights, WithoutProc)
         GTEST_SKIP() << m_Scratch.read("missing");
 }
 
+// The calling process has closed its standard error. A descriptor that stays open does not take its
+// place.
+TEST_F(Rights, WithoutAStandardDescriptor)
+{
+    const int error = dup(STDERR_FILENO);
+    close(STDERR_FILENO);
+    EXPECT_TRUE(add());
+    EXPECT_EQ(dup(error), STDERR_FILENO);
+    EXPECT_TRUE(remove());
+    close(error);
+}
+
 // A field of a process's status, after its program's name, which has no blank.
 std::string statusField(pid_t process, int number)
 {
