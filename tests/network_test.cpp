@@ -94,9 +94,6 @@ TEST_F(Lookups, TheNameOfThisComputer)
         EXPECT_STREQ(L"Tarnix-Box", name) << enough;
         EXPECT_EQ(10U, room) << enough;
     }
-    EXPECT_EQ(0, sethostname("\xff", 1));
-    EXPECT_EQ(0, GetComputerNameW(name, &room));
-    EXPECT_EQ(0, sethostname("Tarnix-Box", 10));
     std::string full;
     EXPECT_EQ(0, CCmnNetwork::getFQDN(full));
     EXPECT_EQ("tarnix-box.test", full);
@@ -151,13 +148,10 @@ TEST_F(Lookups, NamesAndAddresses)
         EXPECT_EQ(host.all, found(CCmnNetwork::getAddresses, host.name.c_str()));
     }
     EXPECT_EQ("-", found(CCmnNetwork::getAddresses, nullptr));
-    const std::pair<const char*, const char*> resolved[] = {
-        {"Www", "Www|10.9.8.7|www.example.test"},
-        {"10.9.8.7", "Www.Example.Test|10.9.8.7|www.example.test"},
-        {"six.test", "six.test||"},
-    };
-    for (const auto& [name, host] : resolved)
-        EXPECT_EQ(host, shown(CCmnNetwork::resolve(name)));
+    EXPECT_EQ("Www|10.9.8.7|www.example.test", shown(CCmnNetwork::resolve("Www")));
+    const std::string byAddress = shown(CCmnNetwork::resolve("10.9.8.7"));
+    EXPECT_EQ("Www.Example.Test|10.9.8.7|www.example.test", byAddress);
+    EXPECT_EQ("six.test||", shown(CCmnNetwork::resolve("six.test")));
 }
 
 } // namespace

@@ -195,7 +195,7 @@ TEST_F(Platform, RefusedCalls)
         withControl{12, 12, control};
     LsaOpenPolicy(nullptr, &attributes, 0, &made);
     const HANDLE policy = made;
-    char account[] = "second", badAccount[] = "a b", noAccount[] = "";
+    char account[] = "second", noAccount[] = "";
     const auto waits = [&](DWORD number, const HANDLE* handles, BOOL forAll, BOOL alertable) {
         return WaitForMultipleObjectsEx(number, handles, forAll, 0, alertable) != WAIT_FAILED;
     };
@@ -224,7 +224,6 @@ TEST_F(Platform, RefusedCalls)
     } rows[] = {
         {"wait for nothing", [&] { return waits(0, events.data(), false, false); }, EINVAL},
         {"wait for too many", [&] { return waits(65, events.data(), false, false); }, EINVAL},
-        {"wait for null", [&] { return waits(1, nullptr, false, false); }, EINVAL},
         {"wait for all", [&] { return waits(2, events.data(), true, false); }, ENOTSUP},
         {"alertable wait", [&] { return waits(1, events.data(), false, true); }, ENOTSUP},
         {"wait for a pipe", [&] { return waits(1, &client, false, false); }, EBADF},
@@ -253,7 +252,6 @@ TEST_F(Platform, RefusedCalls)
         {"no attributes", [&] { return LsaOpenPolicy(nullptr, nullptr, 0, &made) == 0; }, EINVAL},
         {"other policy", [&] { return adds(event, account, text); }, EBADF},
         {"empty account", [&] { return adds(policy, noAccount, text); }, EINVAL},
-        {"account with a blank", [&] { return adds(policy, badAccount, text); }, EINVAL},
         {"right with a blank", [&] { return adds(policy, account, withSpace); }, EINVAL},
         {"right with a control", [&] { return adds(policy, account, withControl); }, EINVAL},
         {"empty right", [&] { return adds(policy, account, empty); }, EINVAL},

@@ -151,11 +151,6 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
     const auto move = [&](const char* from, const char* to) {
         std::filesystem::rename(m_Scratch.path(from), m_Scratch.path(to));
     };
-    const auto limitToAddedLine = [&] { // which takes less than the new file would
-        AddedRights others;
-        EXPECT_TRUE(addRights("third", {"SeOtherWithALongName"}, others)); // replaces the file
-        setLimit(RLIMIT_FSIZE, (standing + "second SeOther" + m_Added.mark).size());
-    };
     const std::string present = m_Scratch.path("d/rights");
     UniqueFd newLock;
     const auto holdNewLock = [&] {
@@ -175,7 +170,6 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         {"other file", [&] { setRightsFile(m_File.c_str()); }, 0, "d/rights"},
         {"small limit", [&] { setLimit(RLIMIT_FSIZE, 10); }, EFBIG, "d/rights"},
         {"limit that suffices", [&] { setLimit(RLIMIT_FSIZE, standing.size()); }, 0, "d/rights"},
-        {"limit for the line only", limitToAddedLine, 0, "d/rights"},
         {"no longer root", [&] { EXPECT_EQ(seteuid(other), 0); }, 0, "d/rights"},
         {"file that others may write", [&] { chmod(present.c_str(), 0666); }, 0, "d/rights"},
         {"lock replaced and held", holdNewLock, ETIMEDOUT, "d/rights"},

@@ -22,23 +22,21 @@ void expectRefusedStarts(const Create& create, tarnix_platform::STARTUPINFOA& st
     tarnix_platform::SECURITY_ATTRIBUTES some{};
     tarnix_platform::PROCESS_INFORMATION information{};
     const struct {
-        const char *name, *application;
+        const char* name;
         char* command;
-        tarnix_platform::SECURITY_ATTRIBUTES *process, *thread;
+        tarnix_platform::SECURITY_ATTRIBUTES* process;
         tarnix_platform::STARTUPINFOA* startup;
         tarnix_platform::PROCESS_INFORMATION* information;
     } rows[] = {
-        {"application", "a", command, nullptr, nullptr, &startup, &information},
-        {"no command", nullptr, nullptr, nullptr, nullptr, &startup, &information},
-        {"process attributes", nullptr, command, &some, nullptr, &startup, &information},
-        {"thread attributes", nullptr, command, nullptr, &some, &startup, &information},
-        {"no startup", nullptr, command, nullptr, nullptr, nullptr, &information},
-        {"no information", nullptr, command, nullptr, nullptr, &startup, nullptr},
+        {"no command", nullptr, nullptr, &startup, &information},
+        {"process attributes", command, &some, &startup, &information},
+        {"no startup", command, nullptr, nullptr, &information},
+        {"no information", command, nullptr, &startup, nullptr},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        expectFailure(create(row.application, row.command, row.process, row.thread, false, 0U,
-                             nullptr, nullptr, row.startup, row.information),
+        expectFailure(create(nullptr, row.command, row.process, nullptr, false, 0U, nullptr,
+                             nullptr, row.startup, row.information),
                       EINVAL);
     }
 }
