@@ -35,8 +35,8 @@ static void checkNesting(const tstr& text)
     const icu::MessagePattern pattern(CCmnStringTool::tstr2ustr(text), nullptr, status);
     if (U_FAILURE(status))
         return;
-    std::vector<std::size_t>
-        open; // for each part: whether it has a brace; texts of a choice do not
+    // For each open part: whether it has a brace; texts of a choice do not.
+    std::vector<std::size_t> open;
     std::size_t deepest = 0, depth = 0, inStyles = 0; // the library counts braces in styles too
     for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
         const icu::MessagePattern::Part& part = pattern.getPart(i);
@@ -49,9 +49,7 @@ static void checkNesting(const tstr& text)
             depth -= open.back();
             open.pop_back();
         } else if (type == UMSGPAT_PART_TYPE_ARG_STYLE) {
-            const icu::UnicodeString style = pattern.getSubstring(part);
-            for (std::int32_t at = 0; at < style.length(); ++at)
-                inStyles += style[at] == u'{';
+            inStyles += part.getLength();
         }
     }
     require(deepest == 0 || nestsDeeper(text, deepest - 1), "finds each level of braces");

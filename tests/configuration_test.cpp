@@ -194,9 +194,7 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
         values += '"' + std::to_string(i) + "a\"=\"\"\n"; // one hash bucket
         sections += '[' + std::to_string(i) + "aaa]\n";
     }
-    const std::string name(255, 'p'), levels = '[' + repeated("s\\", 127) + 's';
-    const std::string longPath =
-        "[" + repeated(name + '\\', 127) + name + "]\n" + repeated("a=\"\n", 2100000);
+    const std::string levels = '[' + repeated("s\\", 127) + 's';
     const char* const tooExpensive = "file refused: too many names for one section or file";
     const struct {
         const char* name;
@@ -218,7 +216,6 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
          "second value of this name, replaces the first"},
         {"values of one bucket", values, 1, tooExpensive},
         {"sections of one bucket", sections, 1, tooExpensive},
-        {"values of a long path", longPath, 1000, tooExpensive},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
@@ -235,7 +232,6 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
 {
     const std::string x = "[a]\n\"x\"=\"1\"\n", none = "[a]\n";
     const std::string badNumber = "2: dword: needs 1 to 8 hexadecimal digits";
-    const std::string noSetting = "2: neither a section, a value nor a comment";
     const std::string noValue = "2: value is neither a quoted text, nor dword: or hex:";
     const std::string noEqualSign = "2: no '=' after the name", notUtf8 = "2: text is not UTF-8";
     const struct {
@@ -246,16 +242,14 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
     } cases[] = {
         {"\"x\"=\"1\"", x},
         {" \t\n;x\n#x\n ; x\n\"x\"=\"1\" ; x\r\n[A] # x\n", x},
-        {"\"x\"=hex:00 fF  ; c\ny=#+12\n", "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
-        {"\"x\"=hex:00 \n\"y\"=dword: 0x00000000C ; c\n",
-         "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00\n"},
+        {"\"x\"=hex:00 fF  ; c\n\"y\"=dword: 0x00C ; c\n",
+         "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
         {"\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\" ; \xE9\n",
          "[a]\n\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\"\n"},
         {"x=\"1\r\n", x},
         {"\"y\"=dword:C, ; c\n", "[a]\n\"y\"=dword:0000000c\n", "2: text after the number"},
         {"\"x\" \"1\"\n", x, noEqualSign},
         {"\"x\" \"b\"=\"1\"\n", none, noEqualSign},
-        {"\"x\" = \"1\"\n", none, noEqualSign},
         {" ; \"x\"=\"1\"\n ;]=\"x\n\t#x=#1\n", none},
         {"\"x\"=\"1\" ; \"2\"\n", "[a]\n\"x\"=\"1\" ; \"2\"\n",
          "2: quote and comment before the last quote, read as text"},
@@ -266,10 +260,8 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
         {"x=\"1\"\n", none, "2: closing quote in the form name=\"text"},
         {"x=5\n", none, noValue},
         {"\"x\"=5\n", none, noValue},
-        {"\"x\"=DWORD:5\n", none, noValue},
         {"x=#4294967296\n", none, "2: number is not decimal, or has more than 32 bits"},
-        {"x\n", none, noSetting},
-        {" [b]\n\"x\"=\"1\"\n", x, noSetting},
+        {"x\n", none, "2: neither a section, a value nor a comment"},
         {"\"x=5\n", none, "2: name without a closing quote"},
         {"\"x\"=\"1\n", x, "2: text without a closing quote"},
         {"\"x\"=\"1\r\n", x, "2: text without a closing quote"},
@@ -303,10 +295,12 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
 // The file had a problem, so that a copy of it is kept.
 TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
 {
+    if (mustSkip(withoutUsers()))
+        GTEST_SKIP() << withoutUsers();
     enum Result { replaced, written, failed };
     constexpr uid_t user = 65534;
     const struct {
-        std::string commands; // in the directory of the file; left out if they are not permitted
+        std::string commands; // in the directory of the file
         const char* kept = "f.bad";
         Result result = replaced;
         mode_t mode = 0640; // of the file afterwards, if it is replaced
@@ -322,13 +316,11 @@ TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
          "d/f.bad"},
         {"mkfifo f.bad", "f.bad.1"},
         {"ln f f.bad", "f.bad.1"},
-        {"ln -s none f.bad", "f.bad.1"},
         {"cp f g; ln -s g f.bad", "f.bad.1"},
         {"chown 65534 f; cp f f.bad"},
         {"chown 65534 f; cp f f.bad; chown 65534 f.bad"},
         {"chown 65534 f; cp f f.bad; chown 61001 f.bad", "f.bad.1"},
         {"rm f", "", replaced, 0644},
-        {"cp f g; mount --bind g f", "f.bad", written},
         {"cp f f.bad; chmod 666 f; chmod 755 .", "f.bad", written, 0, user},
         {"n=$(printf %252s | tr ' ' n); mv f $n; ln -s $n f", "", failed}, // no room for ".bad"
         {"chmod 444 f", "", failed, 0, user},
@@ -347,21 +339,15 @@ TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
         ::chmod(place.path().c_str(), 0777);
         ::chmod(file.c_str(), 0640);
         inChild([&] {
-            const bool mounts = row.commands.find("mount") != std::string::npos;
-            const std::string script = "umask 022; set -e; cd " + place.path() + "; ";
-            const bool isPermitted = (!mounts || enterNamespaces({}).empty()) &&
-                                     (row.user == ::geteuid() || withoutUsers().empty()) &&
-                                     std::system((script + row.commands).c_str()) == 0;
-            if (mustSkip(isPermitted ? "" : "needs root, other users and private mounts"))
-                return;
+            const std::string enter = "umask 022; set -e; cd " + place.path() + "; ";
+            EXPECT_EQ(std::system((enter + row.commands).c_str()), 0);
             const ino_t inode = statusOf(file).st_ino;
-            const rlimit limit{row.limit, RLIM_INFINITY}, none{RLIM_INFINITY, RLIM_INFINITY};
             ::umask(022);
-            ::setrlimit(RLIMIT_FSIZE, &limit);
+            setLimit(RLIMIT_FSIZE, row.limit);
             EXPECT_EQ(::seteuid(row.user), 0);
             EXPECT_EQ(store.exportConfig() == 0, row.result != failed);
             EXPECT_EQ(::seteuid(::getuid()), 0);
-            ::setrlimit(RLIMIT_FSIZE, &none);
+            setLimit(RLIMIT_FSIZE, RLIM_INFINITY);
             EXPECT_EQ(place.read("f"), row.result == failed ? "x\n" : "[a]\n");
             EXPECT_EQ(statusOf(file).st_ino == inode, row.result != replaced);
             EXPECT_EQ(store.getKeptCopy(), kept);
@@ -395,11 +381,6 @@ TEST_F(Configuration, TheFirstCopiesAndTheLatestAreKept)
         EXPECT_EQ(scratch.read("f.bad.9"), latest);
     }
     EXPECT_EQ(scratch.entries(), 11); // no target, and no temporary file
-    importText("x\n");
-    fs::remove(scratch.path("f"));
-    fs::create_symlink("/dev/null", scratch.path("f")); // which has no content to keep
-    EXPECT_EQ(config.exportConfig(), 0);
-    EXPECT_EQ(config.getKeptCopy(), "");
 }
 
 // Not as root, who may set attributes whatever the mode is.
@@ -527,45 +508,31 @@ TEST_F(Configuration, NobodyReadsTheCopyAfterTheImport)
     });
 }
 
-// Then ACE gets the file itself.
+// Below a root directory without /proc. Then ACE gets the file itself.
 TEST_F(Configuration, WithoutACopyInMemory)
 {
     if (mustSkip(::geteuid() == 0 ? "" : "needs root"))
         GTEST_SKIP() << "needs root";
-    const std::string comment = ';' + std::string(2000, 'x') + "\n[a]\n", last = "\"x\"=\"1\"";
-    const std::string noCopy = "0: file refused: byte order mark, zero byte or section in other "
-                               "case, and no copy in memory";
     const struct {
-        const char* name;
-        std::string file, problem, exported = "[a]\n";
-        rlim_t limit = 0; // 0: a root directory without /proc
+        std::string file, problem, exported;
     } cases[] = {
-        {"last line", comment + last, "3: last line without a newline"},
-        {"all lines", comment + last + '\n', "", "[a]\n" + last + '\n'},
-        {"mark", "\xEF\xBB\xBF[a]\n", noCopy, ""},
-        {"spelling", "[a]\n[A]\n", noCopy, ""},
-        {"limit", comment + last, "3: last line without a newline", "[a]\n", 2 * 2013},
-        {"higher limit", comment + last, "", "[a]\n" + last + '\n', 2 * 2013 + 1},
+        {"[a]\n\"x\"=\"1\"", "2: last line without a newline", "[a]\n"},
+        {"[a]\n\"x\"=\"1\"\n", "", "[a]\n\"x\"=\"1\"\n"},
+        {"[a]\n[A]\n",
+         "0: file refused: byte order mark, zero byte or section in other case, and no copy in "
+         "memory",
+         ""},
     };
     for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const ScratchDirectory place;
-        place.write("f", row.file);
-        place.makeDirectory("proc/self/fd"); // which is not the system's
-        for (int fd = 3; fd < 20; ++fd)
-            place.write("proc/self/fd/" + std::to_string(fd), "[other]\n");
+        SCOPED_TRACE(row.file);
+        scratch.write("f", row.file);
         inChild([&] {
-            const rlimit limit{row.limit, RLIM_INFINITY}, none{RLIM_INFINITY, RLIM_INFINITY};
-            EXPECT_EQ(row.limit == 0 ? ::chroot(place.path().c_str()) : 0, 0);
-            EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, row.limit == 0 ? &none : &limit), 0);
-            CCmnConfiguration store;
-            const std::wstring root = row.limit == 0 ? L"/" : place.widePath();
-            EXPECT_EQ(store.importConfig(root.c_str(), L"f") == 0, row.problem != noCopy);
+            EXPECT_EQ(::chroot(scratch.path().c_str()), 0);
+            CCmnConfiguration store(L"/", L"f", true);
             EXPECT_EQ(problemsOf(store), row.problem);
             EXPECT_EQ(store.exportConfig(), 0);
         });
-        EXPECT_EQ(place.read("f"), row.exported);
-        EXPECT_EQ(place.read("f.bad"), row.problem.empty() ? "" : row.file);
+        EXPECT_EQ(scratch.read("f"), row.exported);
     }
 }
 
