@@ -62,7 +62,7 @@ static std::vector<std::string> sortedLines(const ScratchDirectory& directory)
 }
 
 // Imports the file, and exports it. Returns the number of its problems.
-static std::size_t nothingIsLost(const ScratchDirectory& directory, const std::string& file)
+static std::size_t nothingIsLost(const ScratchDirectory& directory, std::string file)
 {
     std::filesystem::remove(directory.path("store.conf.bad"));
     CCmnConfiguration config(directory.widePath().c_str(), L"store.conf", true);
@@ -83,6 +83,8 @@ static std::size_t nothingIsLost(const ScratchDirectory& directory, const std::s
         require(problems > 0, "a failed import has a reason");
         return problems;
     }
+    if (file.rfind("\xEF\xBB\xBF", 0) == 0)
+        file.erase(0, 3);
     require(problems > reported.size() || // not all are listed
                 valuesOf(directory.read("store.conf"), {}) >= valuesOf(file, reported),
             "each value is there, or reported");
