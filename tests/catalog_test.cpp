@@ -125,36 +125,34 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale("ru"), status);
-    struct Case {
+    const struct {
         std::vector<std::string> languages;
         const char* key;
         std::string answer;
         const char* asked = "";
         const char* byDefault = "en";
         const wchar_t* defaultText = nullptr;
-    };
-    const Case cases[] = {
-        {{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
-        {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]", "de,"},
-        {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
-        {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,es_419,"},
-        {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,en_001,en,root,"},
-        {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
-        {{"en", "de"}, "who", "listed: root {0} [root]", "", "EN-us.UTF-8"},
-        {{"es_CO"}, "who", "listed: es_419 [es_419]", "es_CO,"},
-        {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
-        {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
-        {{}, "who", "listed: de {0} [de]", "", "de"},
-        {{}, "who", "listed: root {0} [root]", "", ""},
-        {{"fr"}, "none", "<none> []"},
-        {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
-        {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};
+    } cases[] = {{{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
+                 {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]", "de,"},
+                 {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
+                 {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,es_419,"},
+                 {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,en_001,en,root,"},
+                 {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
+                 {{"en", "de"}, "who", "listed: root {0} [root]", "", "EN-us.UTF-8"},
+                 {{"es_CO"}, "who", "listed: es_419 [es_419]", "es_CO,"},
+                 {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
+                 {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
+                 {{}, "who", "listed: de {0} [de]", "", "de"},
+                 {{}, "who", "listed: root {0} [root]", "", ""},
+                 {{"fr"}, "none", "<none> []"},
+                 {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
+                 {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};
     name = L"listed";
     defaultLanguage = "en";
     EXPECT_EQ(manager.get()->findMessage("who", L"", {"de"}).text, tstr(L""));
     manager.get()->registerFactory(this);
     asked.clear();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         defaultLanguage = c.byDefault;
         const SCmnLocalizedText found =
             manager.get()->findMessage(c.key, c.defaultText, c.languages);
@@ -183,14 +181,13 @@ TEST_F(Catalogs, AListOfLanguagesFormatsForTheOneThatAnswers)
     name = L"listed";
     manager.get()->registerFactory(this);
     const icu::Formattable number(12345672);
-    struct Case {
+    const struct {
         const char *language, *byDefault;
         const wchar_t* text;
-    };
-    const Case cases[] = {{"ru", "en", L"listed: 12\u00A0345\u00A0672 few"},
-                          {"de_AT", "ru", L"listed: 12\u00A0345\u00A0672 few"},
-                          {"de_AT", "fr", L"listed: 12\u202F345\u202F672 other"},
-                          {"de_AT", "root", L"listed: 12,345,672 other"}};
+    } cases[] = {{"ru", "en", L"listed: 12\u00A0345\u00A0672 few"},
+                 {"de_AT", "ru", L"listed: 12\u00A0345\u00A0672 few"},
+                 {"de_AT", "fr", L"listed: 12\u202F345\u202F672 other"},
+                 {"de_AT", "root", L"listed: 12,345,672 other"}};
     for (const auto& [language, byDefault, text] : cases) {
         defaultLanguage = byDefault;
         CCmnIcuMessage message("count", &number, 1, tarnix_eseverity{}, "f", 1);

@@ -5,7 +5,6 @@
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"
 
-#include <sys/resource.h>
 #include <sys/xattr.h>
 
 #include <algorithm>
@@ -27,8 +26,7 @@ bool setAcl(const std::string& path, const char* kind)
 
 struct stat statusOf(const std::string& path)
 {
-    struct stat info {
-    };
+    struct stat info = {};
     ::stat(path.c_str(), &info);
     return info;
 }
@@ -189,13 +187,10 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
 {
     const std::string line = ';' + std::string((16 << 20) - 1, 'x'); // as long as it may be
     const std::string largest = repeated(line + '\n', 3) + ';' + line.substr(5) + '\n';
-    std::string values = "[s]\n", sections;
-    for (int i = 0; i < 49000; ++i) {
+    std::string values = "[s]\n";
+    for (int i = 0; i < 49000; ++i)
         values += '"' + std::to_string(i) + "a\"=\"\"\n"; // one hash bucket
-        sections += '[' + std::to_string(i) + "aaa]\n";
-    }
     const std::string levels = '[' + repeated("s\\", 127) + 's';
-    const char* const tooExpensive = "file refused: too many names for one section or file";
     const struct {
         const char* name;
         std::string file;
@@ -214,8 +209,7 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
         {"9 zeros", std::string(9, '\0'), 2, "file refused: more than 8 zero bytes"},
         {"many values", "[s]\n" + repeated("\"n\"=\"\"\n", 100000), 1000,
          "second value of this name, replaces the first"},
-        {"values of one bucket", values, 1, tooExpensive},
-        {"sections of one bucket", sections, 1, tooExpensive},
+        {"values of one bucket", values, 1, "file refused: too many names for one section or file"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
@@ -242,8 +236,8 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
     } cases[] = {
         {"\"x\"=\"1\"", x},
         {" \t\n;x\n#x\n ; x\n\"x\"=\"1\" ; x\r\n[A] # x\n", x},
-        {"\"x\"=hex:00 fF  ; c\n\"y\"=dword: 0x00C ; c\n",
-         "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
+        {"\"x\"=hex:00 fF  ; c\ny=#+12\n", "[a]\n\"y\"=dword:0000000c\n\"x\"=hex:00,ff\n"},
+        {"\"y\"=dword: 0x00000000C ; c\n", "[a]\n\"y\"=dword:0000000c\n"},
         {"\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\" ; \xE9\n",
          "[a]\n\"x\"=\"\xC3\xA4\xF0\x9F\x98\x80\"\n"},
         {"x=\"1\r\n", x},

@@ -234,13 +234,12 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
         bool Refresh::*change = nullptr; // the only one that is reported
         Failure failure = Failure::none;
         int error = 0;
-        const char* newDirectory = "x";
     } cases[] = {{"opens now", same, 1, "Logs/t.log"},
                  {"level", level + "3\n", 3, "Logs/t.log", &Refresh::level},
                  {"place", inDirectory + scratch.path("x\"\n"), 3, "x/f", &Refresh::place},
                  {"unusable", inDirectory + scratch.path("y\"\n") + level + "2\n", 2, "x/f",
                   &Refresh::level, Failure::unusableFile, ENOENT},
-                 {"usable now", same, 2, "y/f", &Refresh::place, Failure::none, 0, "y"},
+                 {"usable now", same, 2, "y/f", &Refresh::place},
                  {"harmful", level + "7" + std::string(9, '\0') + "\n", 2, "y/f", nullptr,
                   Failure::unreadableSettings},
                  {"copy", copy, 2, "y/f", &Refresh::toStdout},
@@ -251,7 +250,7 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
             scratch.write(conf, section + row.settings);
         if (row.failure == Failure::noSettings)
             std::filesystem::remove(scratch.path(conf));
-        scratch.makeDirectory(row.newDirectory);
+        scratch.makeDirectory(std::filesystem::path(row.file).parent_path());
         const Refresh found = log.get()->refresh();
         EXPECT_EQ(found.failure, row.failure);
         EXPECT_EQ(found.error, row.error);

@@ -7,7 +7,6 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 
 // The locale of this program until the end of the scope, where it is "C" again.
@@ -19,8 +18,7 @@ public:
     {
     }
     ~TestLocale() { std::setlocale(LC_ALL, "C"); }
-    TestLocale(const TestLocale&) = delete;
-    TestLocale& operator=(const TestLocale&) = delete;
+    TestLocale(TestLocale&&) = delete; // and so is copying
 
     bool isKnown() const { return m_IsKnown; }
 
@@ -34,8 +32,6 @@ class MadeLocales
 public:
     MadeLocales() { ::setenv("LOCPATH", m_Scratch.path().c_str(), 1); }
     ~MadeLocales() { ::unsetenv("LOCPATH"); }
-    MadeLocales(const MadeLocales&) = delete;
-    MadeLocales& operator=(const MadeLocales&) = delete;
 
     // Makes a locale of this encoding, with the categories of a source, or those of "C". That it
     // could be made shows when it is set: the status of localedef just says whether it has warned.
@@ -45,8 +41,7 @@ public:
         const std::string command = "cd " + m_Scratch.path() + " && localedef -c -f " + encoding +
                                     (source.empty() ? " -i POSIX ./" : " -i ./source ./") + name +
                                     " 2>&-";
-        if (std::system(command.c_str()) == -1)
-            throw std::runtime_error("cannot run " + command);
+        [[maybe_unused]] const int status = std::system(command.c_str());
     }
 
 private:
