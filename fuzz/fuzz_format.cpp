@@ -48,7 +48,7 @@ static void checkNesting(const tstr& text)
             depth -= open.back();
             open.pop_back();
         } else if (type == UMSGPAT_PART_TYPE_ARG_STYLE) {
-            inStyles += part.getLength();
+            inStyles += static_cast<std::size_t>(part.getLength());
         }
     }
     require(deepest == 0 || nestsDeeper(text, deepest - 1), "finds each level of braces");
