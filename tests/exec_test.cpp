@@ -42,51 +42,23 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
 
 TEST_F(Exec, RefusedStarts)
 {
-    const ScratchDirectory scratch;
-    const std::pair<std::string, const char*> tools[] = {
-        {"denied", ""}, {"none", ""}, {"lost", "#!/no/such"}, {"good", "#!/bin/echo"}};
-    for (const auto& [directory, text] : tools) {
-        scratch.makeDirectory(directory);
-        scratch.write(directory + "/tool", text);
-        chmod(scratch.path(directory + "/tool").c_str(), directory == "denied" ? 0644 : 0755);
-    }
-    const std::string usual = std::getenv("PATH"), zero("/\0x", 3), good = scratch.path("good"),
-                      denied = scratch.path("denied:"), none = scratch.path("none:"),
-                      lost = scratch.path("lost:");
-    const std::wstring missing = L"': No such file or directory", refused = L"': Permission denied",
-                       start = L"cannot start program '";
+    const std::string zero("/\0x", 3);
     const struct {
-        std::string command, directory, path;
+        std::string command, directory;
         std::wstring text; // empty: it starts
         Lines lines{"former"};
     } rows[] = {
-        {"no-such-program x", "", usual, start + L"no-such-program" + missing},
-        {"''", "", usual, start + missing},
-        {"/etc/passwd", "", usual, start + L"/etc/passwd" + refused},
-        // An error's text has room for 255 bytes in front of the system's.
-        {std::string(250, 'n'), "", usual, start + std::wstring(233, 'n') + missing.substr(1)},
-        {"./\xFF", "/", usual, start + L"./?" + missing}, // not text in any locale
-        {"true" + zero, "", usual, L"command contains a 0 byte"},
-        {"true", zero, usual, L"working directory contains a 0 byte"},
-        {"pwd", "/", usual, L"", {"/"}},
-        // The search goes on after a program that may not be executed, but not after one that is
-        // none.
-        {"tool x", "", denied + good, L"", {good + "/tool x"}},
-        {"tool x", "", denied + "/no", start + L"tool" + refused},
-        {"tool x", "", lost + "/no", start + L"tool" + missing},
-        {"tool x", "", none + good, start + L"tool': Exec format error"},
+        {"./\xFF", "/", L"cannot start program './?': No such file or directory"}, // in no locale
+        {"true" + zero, "", L"command contains a 0 byte"},
+        {"true", zero, L"working directory contains a 0 byte"},
+        {"pwd", "/", L"", {"/"}},
     };
-    CCmnExecPipeWindows runner;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.command + " in " + row.path);
-        setenv("PATH", row.path.c_str(), 1);
+        CCmnExecPipeWindows runner;
         const Outcome outcome = exec(runner, row.command, 60, row.directory);
-        EXPECT_EQ(outcome.result == 0 ? L"" : outcome.record.getDescription(), row.text);
-        EXPECT_EQ(outcome.lines, row.lines);
-        if (outcome.result == 0)
-            runner.Init();
+        EXPECT_EQ(outcome.record.getDescription(), row.text);
+        EXPECT_EQ(outcome.lines, row.lines) << row.command;
     }
-    setenv("PATH", usual.c_str(), 1);
 }
 
 TEST_F(Exec, AProgramThatIsStillBeingWritten)
@@ -134,7 +106,6 @@ TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)
     EXPECT_EQ(outcome.result, 11);
     EXPECT_EQ(outcome.record.getExitStatus(), outcome.status);
     EXPECT_GT(outcome.status, 0);
-    EXPECT_EQ(run("echo next").lines, Lines{"next"}); // no output of the aborted command
 }
 
 // The caller has closed its standard descriptors, so that their numbers are reused, and has other

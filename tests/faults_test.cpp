@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
-
 using namespace tarnix_cmn_4_4;
 
 namespace
@@ -23,89 +21,42 @@ constexpr long pending = Script::pending, failed = Script::failed;
 
 const std::set<int> notStarted{1, 2, 3, 4, 9, 10};
 
-// What happens during a run, and its expected outcome; by default the child prints "a", and ends.
-struct Scenario : Script {
-    const char* name;
-    std::string user = "", failing = ""; // the operation that fails
-    unsigned long seconds = 7;
-    int code = 0; // of the error record
+const Details line{'a', '\n'}, interrupts{CTRL_C_EVENT, CTRL_BREAK_EVENT},
+    killed{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
+const Lines both{"a", "b"};
+const std::string failedRead =
+    "GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13";
+
+struct Expected {
+    int code = 0, status = 0; // of the error record, and of the command; status -1: not known
     Lines lines{"a"};
     Details stops{};
     std::string traced = ""; // after the name of the function
-
-    explicit Scenario(const char* withName) : name(withName) { reads = {'a', '\n'}; }
-
-    Lines output() const { return notStarted.count(code) > 0 ? Lines{"former"} : lines; }
-    int status() const // -1: not known
-    {
-        const int known = stops == Details{1067} ? 1067 : static_cast<int>(exitStatus);
-        return code == 0 || code == 11 ? known : -1;
-    }
 };
 
-std::deque<Scenario> allScenarios()
-{
-    std::deque<Scenario> all;
-    Scenario& unclosed = all.emplace_back("pipe end that cannot be closed");
-    unclosed.failing = "CloseHandle";
-    unclosed.code = 3;
-
-    Scenario& busy = all.emplace_back("another runner holds the lock of added rights");
-    busy.busy = true;
-    busy.user = user;
-    busy.code = 9;
-
-    all.emplace_back("pending read that finds the end").reads = {'a', pending, Script::broken};
-    all.emplace_back("pending read without a byte").reads = {'a', pending, Script::empty};
-
-    Scenario& noTime = all.emplace_back("no time");
-    noTime.seconds = 0;
-    noTime.reads = {'a', pending};
-
-    Scenario& unknown = all.emplace_back("unknown result of a wait: the read itself decides");
-    unknown.reads = {'a', pending, failed};
-    unknown.readWaits = {odd};
-    unknown.traced =
-        "ERROR: GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13\n";
-
-    Scenario& pause = all.emplace_back("pause within a line");
-    pause.user = user;
-    pause.reads = {'a', '\n', 'b', pending};
-    pause.readWaits = {late};
-    pause.endWaits = {late, late, late};
-    pause.code = 5;
-    pause.stops = {CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
-
-    Scenario& early = all.emplace_back("end before the first line");
-    early.user = user;
-    early.reads = {pending};
-    early.readWaits = {ended};
-    early.endWaits = {late, late, ended};
-    early.exitStatus = 3;
-    early.code = 11;
-    early.lines = {};
-    early.stops = {CTRL_C_EVENT, CTRL_BREAK_EVENT};
-
-    Scenario& complete = all.emplace_back("end after a complete line");
-    complete.user = user;
-    complete.reads = {'a', '\n', 'b', '\n', pending};
-    complete.test = ended;
-    complete.entitled = true;
-    complete.exitStatus = 3;
-    complete.lines = {"a", "b"};
-
-    Scenario& unwatched = all.emplace_back("line without a newline, and a failed wait for the end");
-    unwatched.reads = {'a', '\n', 'b'};
-    unwatched.endWaits = {WAIT_FAILED};
-    unwatched.code = 11;
-    unwatched.lines = {"a", "b"};
-    unwatched.stops = {1067};
-
-    Scenario& noStatus = all.emplace_back("no status after the end");
-    noStatus.failing = "GetExitCodeProcess";
-    noStatus.code = 8;
-    return all;
-}
+const struct Scenario {
+    const char* name;
+    Script during;
+    Expected expected{};
+    std::string user = "", failing = ""; // the operation that fails
+    unsigned long seconds = 7;
+} scenarios[] = {
+    {"a pipe is not closed", {line}, {3, -1, {"former"}}, "", "CloseHandle"},
+    {"rights are locked", {line, {}, {}, late, 0, false, true}, {9, -1, {"former"}}, user},
+    {"pending read that finds the end", {{'a', pending, Script::broken}}},
+    {"pending read without a byte", {{'a', pending, Script::empty}}},
+    {"no time", {{'a', pending}}, {}, "", "", 0},
+    // The read itself decides.
+    {"odd wait", {{'a', pending, failed}, {odd}}, {0, 0, {"a"}, {}, "ERROR: " + failedRead + "\n"}},
+    {"pause",
+     {{'a', '\n', 'b', pending}, {late}, {late, late, late}},
+     {5, -1, {"a"}, killed},
+     user},
+    {"no line", {{pending}, {ended}, {late, late, ended}, late, 3}, {11, 3, {}, interrupts}, user},
+    {"ended", {{'a', '\n', 'b', '\n', pending}, {}, {}, ended, 3, true}, {0, 3, both}, user},
+    {"failed wait", {{'a', '\n', 'b'}, {}, {WAIT_FAILED}}, {11, 1067, both, {1067}}},
+    {"no status after the end", {line}, {8, -1}, "", "GetExitCodeProcess"},
+};
 
 // The code of a run in which an operation fails: one of these, `same` for the code without the
 // failure. A run that cannot read goes on to its end. The last row is for any other operation.
@@ -161,12 +112,12 @@ struct Faults : testing::Test {
     // Runs a scenario in which an operation fails, and destroys the runner.
     Outcome run(const Scenario& scenario, const Fault& fault)
     {
-        if (scenario.busy)
+        if (scenario.during.busy)
             OpenRunner::m_Lock.tryLock();
         m_Scratch.write("Logs/runner.log", "");
         testing::internal::CaptureStdout();
         Outcome got;
-        if (endsWithoutMemory(scenario, fault, [&] {
+        if (endsWithoutMemory(scenario.during, fault, [&] {
                 OpenRunner runner;
                 runner.setTraceLog(m_Log);
                 got = exec(runner, command, scenario.seconds, "", scenario.user, password);
@@ -181,7 +132,7 @@ struct Faults : testing::Test {
         while (!row->operations.empty() && row->operations.count(operation) == 0)
             ++row;
         const int code = got.record.getCode();
-        const bool isSame = row->codes.count(same) > 0 && code == scenario.code;
+        const bool isSame = row->codes.count(same) > 0 && code == scenario.expected.code;
         EXPECT_TRUE(row->codes.count(code) > 0 || isSame) << code;
         const bool ofUser = code == 9 || code == 10;
         EXPECT_EQ(got.result, ofUser || code == 4 ? 3 : code);
@@ -206,7 +157,7 @@ struct Faults : testing::Test {
         // The record of code 10 has no text.
         EXPECT_TRUE(code != 10 || log.find("LogonUserA failed") != std::string::npos);
         // A right that is not found is added, and removed. To remove it may fail, but not twice.
-        EXPECT_TRUE(script.entitled == scenario.entitled ||
+        EXPECT_TRUE(script.entitled == scenario.during.entitled ||
                     operation == "LsaEnumerateAccountRights" ||
                     (fault.laterToo && !script.calls["LsaRemoveAccountRights"].empty()));
         return got;
@@ -215,18 +166,19 @@ struct Faults : testing::Test {
     void expectGood(const Scenario& scenario)
     {
         const Outcome got = run(scenario, {scenario.failing});
-        EXPECT_EQ(got.record.getCode(), scenario.code);
-        EXPECT_EQ(got.status, scenario.status());
-        EXPECT_EQ(got.lines, scenario.output());
-        EXPECT_EQ(script.calls["Stop"], scenario.stops);
+        EXPECT_EQ(got.record.getCode(), scenario.expected.code);
+        EXPECT_EQ(got.status, scenario.expected.status);
+        EXPECT_EQ(got.lines, scenario.expected.lines);
+        EXPECT_EQ(script.calls["Stop"], scenario.expected.stops);
         // Only the copy for standard error is inherited.
         EXPECT_EQ(script.calls["DuplicateHandle"], (Details{true, false, false}));
         // Waits for the lock for 60 microseconds, of which each look at the clock takes 10.
         EXPECT_EQ(script.calls["Sleep"].size(), script.busy ? 6U : 0U);
-        const auto& reads = scenario.reads;
+        const auto& reads = scenario.during.reads;
         EXPECT_EQ(script.calls["CancelIo"].empty(), reads.empty() || reads.back() != pending);
         const std::string log = m_Scratch.read("Logs/runner.log");
-        EXPECT_EQ(log.substr(log.find(' ', 48) + 1), scenario.traced); // without time and name
+        EXPECT_EQ(log.substr(log.find(' ', 48) + 1),
+                  scenario.expected.traced); // without time and name
     }
 
     const ScratchInstallation m_Scratch;
@@ -235,7 +187,7 @@ struct Faults : testing::Test {
 
 TEST_F(Faults, EveryCallAndEveryAllocationOfEveryScenario)
 {
-    for (const Scenario& scenario : allScenarios()) {
+    for (const Scenario& scenario : scenarios) {
         SCOPED_TRACE(scenario.name);
         if (scenario.failing.empty())
             failEach([&] { expectGood(scenario); },
@@ -252,7 +204,6 @@ TEST_F(Faults, KeysOfCodes)
     EXPECT_EQ(ECmnExecPipe::keyOf(0), prefix + "SUCCESS");
     EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::PARSE_COMMAND_FAILED),
               prefix + "PARSE_COMMAND_FAILED");
-    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::EXE_DOES_NOT_EXIST), prefix + "EXE_DOES_NOT_EXIST");
     EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::CMD_KILLED), prefix + "CMD_KILLED");
     EXPECT_EQ(ECmnExecPipe::keyOf(13), prefix + "CMD_ERROR_UNEXPECTED");
     EXPECT_EQ(ECmnExecPipe::keyOf(14), nullptr);

@@ -1,8 +1,6 @@
 // Rounds of random faults, for scripts/torture. TARNIX_TORTURE_SECONDS is the time for each test,
 // by default a second; TARNIX_TORTURE_SEED repeats the choices of a former run.
-#include "cmnsmartptr.h"
 #include "cmnsystemfiles.h"
-#include "cmntracelog.h"
 #include "descriptors.h"
 #include "platform.h"
 #include "reaping.h"
@@ -10,16 +8,17 @@
 #include "spawnuser.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
-#include "support/scratchinstallation.h"
+#include "support/scratchdirectory.h"
 
 #include <fcntl.h>
 #include <linux/fuse.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
+#include <fstream>
 #include <iterator>
 #include <random>
 
@@ -155,38 +154,6 @@ TEST_F(Torture, RemovalOfARight)
         expectCleanAfterAChange();
     }
     EXPECT_GT(m_Faults, 0);
-}
-
-// The newline that would end a cut line cannot be written. The next line begins with it, unless it
-// is the first one of a new file.
-TEST_F(Torture, TheEndOfACutLine)
-{
-    using namespace tarnix_cmn_4_4;
-    const ScratchInstallation installation;
-    const CCmnSmartPtr<CCmnTraceLog, CCmnDefaultAllocator<CCmnTraceLog>> log(true);
-    log.get()->initialize(L"t", L"", L"", 1, false);
-    rlimit usual{};
-    getrlimit(RLIMIT_FSIZE, &usual);
-    const rlimit low{3, usual.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    for (int number = 4; number <= 6; ++number) { // after openat and two writes
-        SCOPED_TRACE(number);
-        std::filesystem::remove(installation.path("Logs/t.log"));
-        setrlimit(RLIMIT_FSIZE, &low);
-        withFault({number, 0, EIO}, [&log] {
-            log.get()->trace(1, "cut");
-            return true;
-        });
-        setrlimit(RLIMIT_FSIZE, &usual);
-        EXPECT_EQ(log.get()->getLastWriteError(), EFBIG);
-        const bool isRotated = number == 6;
-        if (isRotated)
-            std::filesystem::remove(installation.path("Logs/t.log"));
-        log.get()->trace(1, "next");
-        const std::string text = installation.read("Logs/t.log");
-        EXPECT_EQ(text.find('\n'), isRotated ? text.size() - 1 : 3u);
-    }
-    std::signal(SIGXFSZ, handler);
 }
 
 bool addsAndRemovesARight()

@@ -6,7 +6,7 @@
 #include "cmnexecpipewindows.h"
 #include "process.h"
 
-#include <fcntl.h>
+#include <sys/mman.h>
 
 #include <csignal>
 #include <string>
@@ -57,20 +57,19 @@ inline std::string textOf(const tarnix_cmn_4_4::SCmnCommandOutcome& outcome)
 // own process. Returns that number. This process must be the one that gets orphans.
 inline pid_t leftByKilledCaller(tarnix_cmn_4_4::CCmnCommand& command)
 {
-    int ends[2], number = -1;
-    if (::pipe2(ends, O_CLOEXEC) != 0)
-        return -1;
+    void* const shared =
+        ::mmap(nullptr, sizeof(pid_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    pid_t& number = *static_cast<pid_t*>(shared);
     waitForChild(forkChild([&] {
         command.setLineCallback([&](std::string_view line, tarnix_cmn_4_4::CCmnCommand::Stream) {
             number = std::stoi(std::string(line));
-            return ::write(ends[1], &number, sizeof number) > 0 && ::raise(SIGKILL) == 0;
+            return ::raise(SIGKILL) == 0;
         });
         return command.run().ok();
     }));
-    ::close(ends[1]); // so that the read ends if nothing was printed
-    const bool hasPrinted = ::read(ends[0], &number, sizeof number) == sizeof number;
-    ::close(ends[0]);
-    return hasPrinted ? number : -1;
+    const pid_t left = number;
+    ::munmap(shared, sizeof(pid_t));
+    return left;
 }
 
 #endif
