@@ -22,11 +22,6 @@ const struct Scenario {
     void (*make)(Script& during, CCmnCommand& command);
     Details stops{};
 } scenarios[] = {
-    {"plain", "exited with status 3|a|b",
-     [](auto& during, auto&) {
-         during.reads = {'a', '\n', 'b'};
-         during.exitStatus = 3;
-     }},
     {"apart, input, variables", "|||error: ae",
      [](auto& during, auto& command) {
          during.reads = {pending, 'a', 'e', '\n', pending, '\n', pending, '\n'};
@@ -34,9 +29,10 @@ const struct Scenario {
          command.setStreams(Streams::apart).setInput("a text that does not fit into the pipe");
          command.setVariable("NAME", "a value that is stored on the heap").unsetVariable("HOME");
      }},
-    {"descriptor, one stream", "|error: a",
+    {"descriptor, one stream", "exited with status 3|error: a|error: b",
      [](auto& during, auto& command) {
-         during.reads = {'a', pending, '\n'};
+         during.reads = {'a', pending, '\n', 'b'};
+         during.exitStatus = 3;
          command.setStreams(Streams::errorOnly).setInputDescriptor(7).setKeepBytes(false);
          command.setEnvironment(Environment::empty).setDirectory("/a/directory/somewhere");
      }},

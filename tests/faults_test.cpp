@@ -22,11 +22,12 @@ constexpr long pending = Script::pending, failed = Script::failed;
 const std::set<int> notStarted{1, 2, 3, 4, 9, 10};
 
 const Details line{'a', '\n'}, interrupts{CTRL_C_EVENT, CTRL_BREAK_EVENT},
-    killed{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
+    kill{CTRL_C_EVENT, CTRL_BREAK_EVENT, 1067};
 const Lines both{"a", "b"};
-const std::string failedRead =
-    "GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13";
+const std::string readError =
+    "ERROR: GetOverlappedResult failed, Error Code: 13, Reason: scripted error 13\n";
 
+// The outcome of a run; by default the child prints "a", and ends.
 struct Expected {
     int code = 0, status = 0; // of the error record, and of the command; status -1: not known
     Lines lines{"a"};
@@ -47,11 +48,8 @@ const struct Scenario {
     {"pending read without a byte", {{'a', pending, Script::empty}}},
     {"no time", {{'a', pending}}, {}, "", "", 0},
     // The read itself decides.
-    {"odd wait", {{'a', pending, failed}, {odd}}, {0, 0, {"a"}, {}, "ERROR: " + failedRead + "\n"}},
-    {"pause",
-     {{'a', '\n', 'b', pending}, {late}, {late, late, late}},
-     {5, -1, {"a"}, killed},
-     user},
+    {"odd wait", {{'a', pending, failed}, {odd}}, {0, 0, {"a"}, {}, readError}},
+    {"pause", {{'a', '\n', 'b', pending}, {late}, {late, late, late}}, {5, -1, {"a"}, kill}, user},
     {"no line", {{pending}, {ended}, {late, late, ended}, late, 3}, {11, 3, {}, interrupts}, user},
     {"ended", {{'a', '\n', 'b', '\n', pending}, {}, {}, ended, 3, true}, {0, 3, both}, user},
     {"failed wait", {{'a', '\n', 'b'}, {}, {WAIT_FAILED}}, {11, 1067, both, {1067}}},

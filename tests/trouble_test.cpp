@@ -65,23 +65,17 @@ TEST_F(Trouble, AnUnprivilegedUser)
     if (mustSkip(withoutUsers()))
         GTEST_SKIP() << withoutUsers();
     m_Scratch.makeDirectory("open");
-    m_Scratch.makeDirectory("closed");
     m_Scratch.write("open/fixed", "");
-    m_Scratch.write("closed/tool", "");
     for (const char* file : {"t", "open/t"}) {
         m_Scratch.write(file, "[old]\n");
         chmod(m_Scratch.path(file).c_str(), 0676);
     }
     chmod(m_Scratch.path().c_str(), 0755);
     chmod(m_Scratch.path("open").c_str(), 0777);
-    chmod(m_Scratch.path("closed").c_str(), 0700);
-    setenv("PATH", (m_Scratch.path("closed") + ":/no").c_str(), 1); // the search skips both
     const pid_t child = forkChild([this] {
         const rlimit none{0, 0};
         return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
                save(L"t", L"new") && save(L"open/t", L"new") && !save(L"open/fixed", L"new") &&
-               run("tool").record.getDescription() ==
-                   L"cannot start program 'tool': No such file or directory" &&
                setrlimit(RLIMIT_NPROC, &none) == 0 &&
                run("/bin/true").record.getCode() == ECmnExecPipe::CREATE_CHILD_PROCESS_FAILED &&
                !processState().second;

@@ -6,8 +6,6 @@
 #include "cmnexecpipewindows.h"
 #include "process.h"
 
-#include <sys/mman.h>
-
 #include <csignal>
 #include <string>
 #include <vector>
@@ -53,23 +51,17 @@ inline std::string textOf(const tarnix_cmn_4_4::SCmnCommandOutcome& outcome)
     return text + (outcome.errorBytes.empty() ? "" : " error bytes: " + outcome.errorBytes);
 }
 
-// Runs the command in a process that kills itself when the command has printed the number of its
-// own process. Returns that number. This process must be the one that gets orphans.
+// Runs the command in a process that kills itself when the command has printed a line. Returns the
+// process of the command when that has ended too. This process must be the one that gets orphans.
 inline pid_t leftByKilledCaller(tarnix_cmn_4_4::CCmnCommand& command)
 {
-    void* const shared =
-        ::mmap(nullptr, sizeof(pid_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    pid_t& number = *static_cast<pid_t*>(shared);
-    waitForChild(forkChild([&] {
-        command.setLineCallback([&](std::string_view line, tarnix_cmn_4_4::CCmnCommand::Stream) {
-            number = std::stoi(std::string(line));
-            return ::raise(SIGKILL) == 0;
-        });
+    waitForChild(forkChild([&command] {
+        command.setLineCallback([](auto, auto) { return ::raise(SIGKILL) == 0; });
         return command.run().ok();
     }));
-    const pid_t left = number;
-    ::munmap(shared, sizeof(pid_t));
-    return left;
+    siginfo_t ended{};
+    ::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT);
+    return ended.si_pid;
 }
 
 #endif
