@@ -1,5 +1,6 @@
 // CCmnCommand from end to end: what each option does to the outcome, without any leak.
 #include "cmncommand.h"
+#include "cmnstringtool.h"
 #include "support/command.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
@@ -11,6 +12,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <random>
 
 using namespace tarnix_cmn_4_4;
 using namespace std::chrono_literals;
@@ -401,21 +403,34 @@ TEST_F(Command, UsageAndCore)
 // Both classes get the same, in lines that Exec does not cut, while signals interrupt their waits.
 TEST_F(Command, SameAsExec)
 {
-    const std::string outputs[] = {"", "a\\r", "a\\r\\n\\nb", "\\n\\rb", "\\001\\377 c\\n"},
-                      ends[] = {"exit 255", "exit 137", "kill -9 $$", "sleep 0.01"};
+    const char* const wanted = std::getenv("TARNIX_RANDOM_COMMANDS");
+    std::mt19937 random(17);
+    const auto any = [&random](std::size_t count) { return random() % count; };
+    const std::string pieces[] = {"word",   "\\r",   "\\n",   "\\r\\n",
+                                  "\\n\\n", "\\001", "\\377", "x y"},
+                      ends[] = {"exit 1",     "exit 255",    "exit 137",  "kill -1 $$",
+                                "kill -9 $$", "kill -15 $$", "sleep 0.01"};
     struct sigaction action = {};
     action.sa_handler = [](int) {}; // without SA_RESTART
     sigaction(SIGALRM, &action, nullptr);
     ualarm(1000, 1000);
-    for (const std::string& output : outputs)
-        for (const std::string& end : ends) {
-            const std::string script = "printf \"" + output + "\"; printf \"e\\n\" >&2; " + end;
-            const Outcome expected = run("sh -c '" + script + "'");
-            const SCmnCommandOutcome got = shell(script).run();
-            EXPECT_EQ(got.lines, expected.lines) << script;
-            EXPECT_EQ(got.signal, expected.signal) << script;
-            EXPECT_EQ(got.signal != 0 ? 128 + got.signal : got.status, expected.status) << script;
+    for (int i = wanted != nullptr ? std::stoi(wanted) : 120; i > 0; --i) {
+        std::string script;
+        for (std::size_t commands = any(4); commands > 0; --commands) {
+            script += "printf \"" + std::string(any(2) * any(2500), 'x');
+            for (std::size_t count = any(7); count > 0; --count)
+                script += pieces[any(std::size(pieces))];
+            script += any(3) == 0 ? "\" >&2; " : "\"; ";
         }
+        script += ends[any(std::size(ends))];
+        const std::string text = "sh -c " + CCmnStringTool::quote(script);
+        const Outcome expected = run(text);
+        const SCmnCommandOutcome got =
+            (i % 2 == 0 ? CCmnCommand::fromText(text) : shell(script)).run();
+        EXPECT_EQ(got.lines, expected.lines) << script;
+        EXPECT_EQ(got.signal, expected.signal) << script;
+        EXPECT_EQ(got.signal != 0 ? 128 + got.signal : got.status, expected.status) << script;
+    }
     ualarm(0, 0);
 }
 

@@ -1,5 +1,5 @@
-// Failures of a real system: full disks, no descriptors, missing permissions, and another process
-// on the same files.
+// Failures of a real system: full disks, no descriptors, missing permissions, a clock that is set
+// back, and another process on the same files.
 #include "cmnconfiguration.h"
 #include "cmntracelog.h"
 #include "rightsfile.h"
@@ -10,8 +10,20 @@
 #include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <set>
+
+static long g_daysBack = 0; // if it is not 0, each call sets the clock back by another day
+
+// Replaces the real-time clock of this program; the clocks for waits stay as they are.
+extern "C" [[gnu::visibility("default")]] int clock_gettime(clockid_t id, timespec* now) noexcept
+{
+    const long result = syscall(SYS_clock_gettime, id, now);
+    if (id == CLOCK_REALTIME && g_daysBack > 0)
+        now->tv_sec -= 86400 * g_daysBack++;
+    return static_cast<int>(result);
+}
 
 using namespace tarnix_cmn_4_4;
 
@@ -118,6 +130,13 @@ TEST_F(Trouble, TheDiskIsFull)
     m_Log.get()->trace(1, "space again");
     EXPECT_NE(m_Scratch.read("full/t.log").find(" space again\n"), std::string::npos);
     EXPECT_EQ(umount(full.c_str()), 0);
+}
+
+TEST_F(Trouble, TheClockIsSetBackDuringARun)
+{
+    g_daysBack = 1;
+    EXPECT_EQ(run("/bin/sleep 1.5", 1).result, ECmnExecPipe::READ_TIMEOUT);
+    g_daysBack = 0;
 }
 
 // Two processes write to the same trace file and export the same settings.
