@@ -270,6 +270,8 @@ TEST_F(Command, StopFromAnywhere)
         else if (usleep(50000) == 0) // their output is usually awaited by then
             command.stop();
     });
+    const CCmnCommand& same = command;
+    command = same; // keeps the stop
     EXPECT_EQ(textOf(command.run()), "not started: a stop was requested before the start");
     CCmnCommand copy(command);
     EXPECT_EQ(copy.setTimeLimit(20ms).run().reason, Reason::timeLimit);

@@ -38,9 +38,7 @@ template <class Char>
 std::basic_string<Char> hexText(const unsigned char* data, int length)
 {
     std::basic_string<Char> text;
-    if (data != nullptr && length > 0) {
-        appendHex(text, data, static_cast<std::size_t>(length));
-    }
+    appendHex(text, data, data == nullptr || length < 0 ? 0 : static_cast<std::size_t>(length));
     return text;
 }
 
