@@ -77,20 +77,9 @@ CCmnCommand& CCmnCommand::operator=(const CCmnCommand& other)
     return *this;
 }
 
-CCmnCommand::CCmnCommand(CCmnCommand&& other) noexcept
-    : CCmnTraceable(other), m_Settings(std::move(other.m_Settings)), m_Stop(std::move(other.m_Stop))
-{
-}
+CCmnCommand::CCmnCommand(CCmnCommand&& other) noexcept = default;
 
-CCmnCommand& CCmnCommand::operator=(CCmnCommand&& other) noexcept
-{
-    if (this != &other) {
-        CCmnTraceable::operator=(other);
-        m_Settings = std::move(other.m_Settings);
-        m_Stop = std::move(other.m_Stop);
-    }
-    return *this;
-}
+CCmnCommand& CCmnCommand::operator=(CCmnCommand&& other) noexcept = default;
 
 CCmnCommand::~CCmnCommand() = default;
 

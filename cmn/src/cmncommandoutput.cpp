@@ -3,7 +3,6 @@
 
 #include "cmncommandsettings.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace tarnix_cmn_4_4
@@ -54,16 +53,24 @@ std::string_view CommandOutput::withinLimits(std::string_view piece)
         piece = piece.substr(0, m_Settings.byteLimit - m_Bytes);
     }
     if (m_Settings.lineLimit != 0) {
-        std::size_t end = 0;
-        while (m_Lines < m_Settings.lineLimit && end < piece.size()) {
-            const std::size_t newline = piece.find('\n', end);
-            m_Lines += newline != std::string_view::npos ? 1 : 0;
-            end = std::min(newline, piece.size() - 1) + 1;
-        }
-        piece = piece.substr(0, end);
+        piece = withinLineLimit(piece);
     }
     m_Bytes += piece.size();
     return piece;
+}
+
+std::string_view CommandOutput::withinLineLimit(std::string_view piece)
+{
+    std::size_t end = 0;
+    while (m_Lines < m_Settings.lineLimit) {
+        const std::size_t newline = piece.find('\n', end);
+        if (newline == std::string_view::npos) {
+            return piece;
+        }
+        ++m_Lines;
+        end = newline + 1;
+    }
+    return piece.substr(0, end);
 }
 
 // False if the callback does not want more.
@@ -116,7 +123,7 @@ bool CommandOutput::passLine(Stream stream, std::string_view line)
 
 std::string& CommandOutput::begunLine(Stream stream)
 {
-    return m_BegunLines[stream == Stream::output ? 0 : 1];
+    return stream == Stream::output ? m_BegunLine : m_BegunErrorLine;
 }
 
 } // namespace tarnix_cmn_4_4

@@ -28,6 +28,7 @@ public:
 
 private:
     std::string_view withinLimits(std::string_view piece);
+    std::string_view withinLineLimit(std::string_view piece);
     bool deliver(CCmnCommand::Stream stream, std::string_view piece);
     bool deliverLines(CCmnCommand::Stream stream, std::string_view piece);
     bool passLine(CCmnCommand::Stream stream, std::string_view line);
@@ -38,7 +39,8 @@ private:
     const std::function<bool()> m_WantsMore;
     std::uint64_t m_Bytes = 0;
     std::uint64_t m_Lines = 0;
-    std::string m_BegunLines[2]; // of each stream: the bytes since its last newline
+    std::string m_BegunLine; // the bytes since the last newline
+    std::string m_BegunErrorLine;
 };
 
 } // namespace tarnix_cmn_4_4

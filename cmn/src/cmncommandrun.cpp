@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <iterator>
+#include <limits>
 #include <utility>
 
 namespace tarnix_cmn_4_4
@@ -18,8 +20,6 @@ namespace
 using Stream = CCmnCommand::Stream;
 using End = SCmnCommandOutcome::End;
 
-constexpr DWORD kLargestWrite = 1U << 30; // bytes passed to the platform at a time
-constexpr UINT kKilledStatus = 1067;      // the system's ERROR_PROCESS_ABORTED
 constexpr int kKillSignal = 9;
 constexpr std::chrono::milliseconds kKillTimeout{2000}; // a child may be blocked in the kernel
 constexpr std::chrono::milliseconds kShortestPatience{1};
@@ -41,7 +41,12 @@ std::chrono::steady_clock::time_point after(std::chrono::steady_clock::time_poin
     using Point = std::chrono::steady_clock::time_point;
     // In the unit of the limit: in that of the clock, a long one would overflow.
     const auto longest = std::chrono::duration_cast<CCmnCommand::Duration>(Point::max() - start);
-    return limit.count() <= 0 || limit > longest ? Point::max() : start + limit;
+    return limit.count() == 0 ? Point::max() : start + std::min(limit, longest);
+}
+
+bool hasPassed(std::chrono::steady_clock::time_point deadline)
+{
+    return std::chrono::steady_clock::now() >= deadline;
 }
 
 } // namespace
@@ -56,14 +61,14 @@ CommandRun::~CommandRun()
 {
     if (m_Process && !m_IsConcluded) { // an exception ends the run, or it was abandoned
         tarnix_platform::killGroupAtEnd(m_Process.get());
-        TerminateProcess(m_Process.get(), kKilledStatus); // fails if it has ended
+        TerminateProcess(m_Process.get(), ERROR_PROCESS_ABORTED); // fails if it has ended
     }
 }
 
 SCmnCommandOutcome CommandRun::run()
 {
     if (start()) {
-        while (m_Phase != Phase::lost && (m_ChildRuns || anyReaderOpen())) {
+        while (m_Phase != Phase::lost && (!m_ChildEnded || anyReaderOpen())) {
             goOn();
         }
         conclude();
@@ -84,7 +89,7 @@ void CommandRun::goOn()
         isBusy = readSome(stream) || isBusy;
     }
     writeSome();
-    const auto goesOn = [this] { return m_ChildRuns && m_Phase != Phase::lost; };
+    const auto goesOn = [this] { return !m_ChildEnded && m_Phase != Phase::lost; };
     if (goesOn()) {
         wait(isBusy ? 0 : untilDeadline());
     }
@@ -95,12 +100,12 @@ void CommandRun::goOn()
 
 CommandRun::Reader& CommandRun::readerOf(Stream stream)
 {
-    return m_Readers[stream == Stream::output ? 0 : 1];
+    return stream == Stream::output ? m_OutputReader : m_ErrorReader;
 }
 
 bool CommandRun::anyReaderOpen() const
 {
-    return m_Readers[0].end || m_Readers[1].end;
+    return m_OutputReader.end || m_ErrorReader.end;
 }
 
 // True if there were bytes.
@@ -140,7 +145,7 @@ void CommandRun::take(Stream stream, DWORD size)
 void CommandRun::readStopped(Stream stream)
 {
     const DWORD error = GetLastError();
-    if (error == ERROR_IO_PENDING && m_ChildRuns) {
+    if (error == ERROR_IO_PENDING && !m_ChildEnded) {
         readerOf(stream).isPending = true;
     } else if (error == ERROR_IO_PENDING || error == ERROR_BROKEN_PIPE) {
         closeReader(stream);
@@ -158,9 +163,7 @@ void CommandRun::abandon()
 
 void CommandRun::closeReader(Stream stream)
 {
-    Reader& reader = readerOf(stream);
-    reader.end.reset();
-    reader.isPending = false;
+    readerOf(stream).close();
     const Reason reason = m_Output.finish(stream);
     if (reason != Reason::none) {
         beginStop(reason);
@@ -169,10 +172,8 @@ void CommandRun::closeReader(Stream stream)
 
 void CommandRun::closeReaders()
 {
-    for (Reader& reader : m_Readers) {
-        reader.end.reset();
-        reader.isPending = false;
-    }
+    m_OutputReader.close();
+    m_ErrorReader.close();
 }
 
 // Writes as much of the input as there is room for. The end is closed after the last byte, and if
@@ -187,7 +188,8 @@ void CommandRun::writeSome()
             writer.end.reset();
             return;
         }
-        const auto piece = static_cast<DWORD>(std::min<std::size_t>(left, kLargestWrite));
+        const auto piece =
+            static_cast<DWORD>(std::min<std::size_t>(left, std::numeric_limits<DWORD>::max()));
         DWORD got;
         if (WriteFile(writer.end.get(), text.data() + writer.written, piece, &got, &writer.state)) {
             writer.written += piece;
@@ -236,7 +238,7 @@ void CommandRun::writeStopped()
 
 void CommandRun::childEnded()
 {
-    m_ChildRuns = false;
+    m_ChildEnded = true;
     m_Writer.end.reset();
     for (const Stream stream : kStreams) {
         if (readerOf(stream).isPending) {
@@ -248,7 +250,7 @@ void CommandRun::childEnded()
 void CommandRun::wait(DWORD milliseconds)
 {
     HANDLE awaited[5];
-    std::function<void()> actions[5];
+    std::function<void()> actions[std::size(awaited)];
     DWORD count = 0;
     const auto add = [&](const OwnedHandle& handle, std::function<void()> action) {
         awaited[count] = handle.get();
@@ -282,7 +284,7 @@ void CommandRun::wait(DWORD milliseconds)
 void CommandRun::checkTime()
 {
     checkStop();
-    if (m_Phase == Phase::running && Clock::now() >= silenceLimit()) {
+    if (m_Phase == Phase::running && hasPassed(silenceLimit())) {
         beginStop(Reason::silence);
     }
 }
@@ -295,12 +297,11 @@ void CommandRun::checkStop()
     if (m_Phase == Phase::stopping && m_Stop.kill.isSet()) {
         kill();
     }
-    const Clock::time_point now = Clock::now();
     if (m_Phase != Phase::running) {
-        if (now >= m_StageEnd) {
+        if (hasPassed(m_StageEnd)) {
             nextStage();
         }
-    } else if (now >= timeLimit()) {
+    } else if (hasPassed(timeLimit())) {
         beginStop(Reason::timeLimit);
     }
 }
@@ -309,7 +310,7 @@ void CommandRun::checkStop()
 bool CommandRun::wantsMore()
 {
     const bool hasStop = m_Stop.stop.isSet() || m_Phase != Phase::running;
-    if (m_ChildRuns && (hasStop || m_Settings.timeLimit.count() > 0)) {
+    if (!m_ChildEnded && (hasStop || m_Settings.timeLimit.count() != 0)) {
         checkStop();
     }
     return !m_Stop.kill.isSet();
@@ -332,10 +333,7 @@ DWORD CommandRun::untilDeadline() const
 {
     const Clock::time_point deadline =
         m_Phase == Phase::running ? std::min(timeLimit(), silenceLimit()) : m_StageEnd;
-    if (deadline == Clock::time_point::max()) {
-        return INFINITE;
-    }
-    constexpr std::int64_t longest = 1000000000;
+    constexpr std::int64_t longest = std::numeric_limits<std::int32_t>::max();
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
     return static_cast<DWORD>(std::clamp<std::int64_t>(left.count(), 0, longest));
 }
@@ -347,7 +345,7 @@ void CommandRun::beginStop(Reason reason)
     }
     m_Outcome.reason = reason;
     tarnix_platform::killGroupAtEnd(m_Process.get());
-    if (!m_ChildRuns) {
+    if (m_ChildEnded) {
         return; // only its output is not wanted
     }
     m_Phase = Phase::stopping;
@@ -373,7 +371,7 @@ void CommandRun::nextStage()
 
 void CommandRun::kill()
 {
-    TerminateProcess(m_Process.get(), kKilledStatus);
+    TerminateProcess(m_Process.get(), ERROR_PROCESS_ABORTED);
     m_StageEnd = after(Clock::now(), kKillTimeout);
     m_Phase = Phase::killed;
 }
@@ -392,7 +390,7 @@ void CommandRun::conclude()
         refuseBySystem();
         return;
     }
-    if (m_Phase == Phase::killed && status == kKilledStatus) {
+    if (m_Phase == Phase::killed && status == ERROR_PROCESS_ABORTED) {
         m_Outcome.signal = kKillSignal;
     } else if (!tarnix_platform::endingSignal(m_Process.get(), m_Outcome.signal,
                                               m_Outcome.coreDumped)) {

@@ -46,6 +46,12 @@ private:
         OVERLAPPED state{};
         std::unique_ptr<char[]> buffer;
         bool isPending = false;
+
+        void close()
+        {
+            end.reset();
+            isPending = false;
+        }
     };
 
     struct Writer {
@@ -103,10 +109,11 @@ private:
     const CommandLog& m_Log;
     SCmnCommandOutcome m_Outcome;
     CommandOutput m_Output{m_Settings, m_Outcome, [this] { return wantsMore(); }};
-    Reader m_Readers[2]; // of standard output and standard error
+    Reader m_OutputReader;
+    Reader m_ErrorReader;
     Writer m_Writer;
     OwnedHandle m_Process;
-    bool m_ChildRuns = false;
+    bool m_ChildEnded = false;
     bool m_IsConcluded = false; // the outcome is known
 
     Phase m_Phase = Phase::running;

@@ -50,12 +50,6 @@ struct CommandSettings {
 class Request
 {
 public:
-    Request()
-    {
-        m_Event.reset(CreateEventA(nullptr, true, false, nullptr));
-        m_Error = m_Event ? 0 : GetLastError();
-    }
-
     // A signal handler may call this.
     void set() noexcept
     {
@@ -76,8 +70,8 @@ public:
 
 private:
     std::atomic<bool> m_IsSet{false};
-    OwnedHandle m_Event;
-    DWORD m_Error = 0;
+    const OwnedHandle m_Event{CreateEventA(nullptr, true, false, nullptr)};
+    const DWORD m_Error = m_Event ? 0 : GetLastError();
 };
 
 // A kill is also a stop.

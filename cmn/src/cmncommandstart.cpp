@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <thread>
 
@@ -78,7 +79,7 @@ bool hasZeroByte(const std::string& text)
 std::string newPipeName()
 {
     static std::atomic<unsigned long> last{};
-    char name[100];
+    char name[BUFSIZ];
     TX_snprintf(name, sizeof name, R"(\\.\pipe\CCmnCommand_%p_%lu)", static_cast<void*>(&last),
                 last++);
     return name;
@@ -111,6 +112,11 @@ bool initialVariables(Environment environment, HANDLE token, std::vector<std::st
     const std::unique_ptr<char, BOOL (*)(char*)> block(GetEnvironmentStringsA(),
                                                        FreeEnvironmentStringsA);
     return readBlock(block.get(), variables);
+}
+
+HANDLE openNull(DWORD access)
+{
+    return CreateFileA("NUL", access, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 std::string blockOf(std::vector<std::string> variables, const CommandSettings& settings)
@@ -211,22 +217,22 @@ bool CommandRun::checkTexts()
 bool CommandRun::openStreams(ChildEnds& ends)
 {
     const Streams streams = m_Settings.streams;
-    const auto openNull = [this](OwnedHandle& end) {
-        end.reset(CreateFileA("NUL", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const auto openUnread = [this](OwnedHandle& end) {
+        end.reset(openNull(GENERIC_WRITE));
         return end ? true : refuseBySystem();
     };
     if (!openInput(ends.input) ||
-        !(streams == Streams::errorOnly ? openNull(ends.output)
-                                        : openReader(m_Readers[0], ends.output))) {
+        !(streams == Streams::errorOnly ? openUnread(ends.output)
+                                        : openReader(m_OutputReader, ends.output))) {
         return false;
     }
     switch (streams) {
     case Streams::together:
         return true;
     case Streams::outputOnly:
-        return openNull(ends.error);
+        return openUnread(ends.error);
     default:
-        return openReader(m_Readers[1], ends.error);
+        return openReader(m_ErrorReader, ends.error);
     }
 }
 
@@ -241,7 +247,7 @@ bool CommandRun::openInput(OwnedHandle& childEnd)
         childEnd.reset(tarnix_platform::openDescriptor(m_Settings.inputDescriptor));
         break;
     default:
-        childEnd.reset(CreateFileA("NUL", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        childEnd.reset(openNull(GENERIC_READ));
     }
     return childEnd ? true : refuseBySystem();
 }
@@ -266,7 +272,7 @@ bool CommandRun::openPipe(OwnedHandle& reader, OwnedHandle& writer)
         return refuseBySystem();
     }
     reader.reset(CreateFileA(name.c_str(), GENERIC_READ, FILE_SHARE_READ, &attributes,
-                             OPEN_EXISTING, FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr));
+                             OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     return reader ? true : refuseBySystem();
 }
 
@@ -333,7 +339,6 @@ bool CommandRun::createProcess(const ChildEnds& ends, HANDLE token)
         return refuseBySystem();
     }
     m_Process.reset(child.hProcess);
-    m_ChildRuns = true;
     CloseHandle(child.hThread);
     return true;
 }

@@ -54,7 +54,7 @@ private:
 class OwnedHandle
 {
 public:
-    OwnedHandle() = default;
+    explicit OwnedHandle(HANDLE handle = INVALID_HANDLE_VALUE) : m_Handle(handle) {}
     ~OwnedHandle() { closeAndForget(m_Handle); }
     OwnedHandle(const OwnedHandle&) = delete;
     OwnedHandle& operator=(const OwnedHandle&) = delete;
@@ -70,7 +70,7 @@ public:
     }
 
 private:
-    HANDLE m_Handle = INVALID_HANDLE_VALUE;
+    HANDLE m_Handle;
 };
 
 } // namespace tarnix_cmn_4_4

@@ -192,6 +192,7 @@ constexpr DWORD CREATE_NEW_PROCESS_GROUP = 0x200;
 constexpr DWORD CREATE_NO_WINDOW = 0x8000000;
 constexpr DWORD CTRL_C_EVENT = 0;
 constexpr DWORD CTRL_BREAK_EVENT = 1;
+constexpr DWORD ERROR_PROCESS_ABORTED = 1067; ///< the status that the logic gives a killed child
 
 constexpr DWORD EXTENDED_STARTUPINFO_PRESENT = 0x00080000;
 
@@ -483,6 +484,7 @@ using tarnix_platform::DUPLICATE_SAME_ACCESS;
 using tarnix_platform::DuplicateHandle;
 using tarnix_platform::ERROR_BROKEN_PIPE;
 using tarnix_platform::ERROR_IO_PENDING;
+using tarnix_platform::ERROR_PROCESS_ABORTED;
 using tarnix_platform::EXTENDED_STARTUPINFO_PRESENT;
 using tarnix_platform::FILE_ATTRIBUTE_NORMAL;
 using tarnix_platform::FILE_ATTRIBUTE_READONLY;
