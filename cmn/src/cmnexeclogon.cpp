@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -47,7 +48,7 @@ bool systemSupportsBatchLogons()
 bool holdsRight(LSA_HANDLE policy, PSID account)
 {
     LSA_UNICODE_STRING* rights = nullptr;
-    DWORD count = 0;
+    DWORD count;
     if (LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, account, &rights, &count)) != 0) {
         return false;
     }
@@ -63,7 +64,7 @@ bool holdsRight(LSA_HANDLE policy, PSID account)
 // Kept while the right is held: the SID of the account, and the name of the right, so that revoking
 // it allocates nothing.
 struct CCmnExecPipeWindows::Account {
-    alignas(TOKEN_USER) unsigned char bytes[512];
+    alignas(TOKEN_USER) unsigned char bytes[BUFSIZ];
     const std::wstring right = kBatchLogonRight;
     int revocations = 0; // how often the right is still to be revoked, if that fails
 };
@@ -96,7 +97,7 @@ HANDLE CCmnExecPipeWindows::Impersonate()
         return owner.release();
     }
     auto account = std::make_shared<Account>();
-    DWORD length = 0;
+    DWORD length;
     if (!GetTokenInformation(token, TokenUser, account->bytes, sizeof account->bytes, &length)) {
         return owner.release();
     }

@@ -3,10 +3,10 @@
 
 #include "cmnwipe.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
@@ -22,10 +22,9 @@ constexpr long kCloseSeconds = 10;
 // Not inlined: it would take registers from the loop over the lines.
 [[gnu::noinline]] void makeRoom(std::vector<std::string>& lines)
 {
-    constexpr std::size_t smallest = 16;
     constexpr std::size_t factor = 4;
     try {
-        lines.reserve(std::max(smallest, factor * lines.size()));
+        lines.reserve(factor * lines.size());
     } catch (const std::bad_alloc&) {
         // The vector itself will try to get by with less.
     }
@@ -48,11 +47,9 @@ void append(std::vector<std::string>& lines, const char* line)
 
 CCmnExecPipeBase::CCmnExecPipeBase() : m_AbortRequested(0) {}
 
-CCmnExecPipeBase::CCmnExecPipeBase(std::vector<std::string> extraList) : m_AbortRequested(0)
+CCmnExecPipeBase::CCmnExecPipeBase(std::vector<std::string> extraList)
+    : m_AbortRequested(0), m_ExtraList(std::move(extraList))
 {
-    for (const std::string& entry : extraList) {
-        m_ExtraList.push_back(entry);
-    }
 }
 
 CCmnExecPipeBase::CCmnExecPipeBase(const CCmnExecPipeBase& other)

@@ -7,6 +7,7 @@
 #include "cmntracelog.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -28,8 +29,7 @@ constexpr char kOutputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_OutputPipeNam
 constexpr int kFailureTraceLevel = 1;
 constexpr long kCloseSeconds = 10;
 constexpr long kLongestStage = 30;
-constexpr UINT kKilledStatus = 1067; // the system's ERROR_PROCESS_ABORTED
-constexpr int kStartFailed = 3;      // the result for every ECmnExecPipe, whatever its code
+constexpr int kStartFailed = 3; // the result for every ECmnExecPipe, whatever its code
 
 DWORD toMilliseconds(long seconds)
 {
@@ -39,7 +39,7 @@ DWORD toMilliseconds(long seconds)
 // The address and the time make the names of concurrent runners different.
 std::string objectName(const char* stem, const void* runner, std::time_t now)
 {
-    char name[256];
+    char name[BUFSIZ];
     TX_snprintf(name, sizeof name, "%s_%p_%lu", stem, runner,
                 static_cast<unsigned long>(static_cast<std::uint32_t>(now)));
     return name;
@@ -336,7 +336,7 @@ int CCmnExecPipeWindows::ReadLine(char* buffer, int size, int* timedOut, long se
     while (end < limit) {
         const std::size_t taken =
             tarnix_platform::takeLine(m_OutputHandle, end, static_cast<std::size_t>(limit - end));
-        const std::size_t got = taken > 0 ? taken : ReadByte(end, timedOut, seconds);
+        const std::size_t got = taken != 0 ? taken : ReadByte(end, timedOut, seconds);
         if (got == 0) {
             break;
         }
@@ -439,16 +439,16 @@ int CCmnExecPipeWindows::WaitPid(long seconds)
             return ReadExitStatus();
         }
         if (woken == WAIT_FAILED || (woken == WAIT_TIMEOUT && attempt == attempts - 1)) {
-            if (TerminateProcess(m_ProcessHandle, kKilledStatus)) {
-                m_ExitStatus = static_cast<int>(kKilledStatus);
+            if (TerminateProcess(m_ProcessHandle, ERROR_PROCESS_ABORTED)) {
+                m_ExitStatus = static_cast<int>(ERROR_PROCESS_ABORTED);
             } else {
                 ReadExitStatus(); // the child may have ended by itself just before
             }
-            return static_cast<int>(kKilledStatus);
+            return static_cast<int>(ERROR_PROCESS_ABORTED);
         }
         if (woken == WAIT_TIMEOUT) {
             GenerateConsoleCtrlEvent(stages[attempt], m_ProcessId);
-            seconds = seconds > kLongestStage ? kLongestStage : seconds;
+            seconds = std::min(seconds, kLongestStage);
         }
     }
     return -1;
