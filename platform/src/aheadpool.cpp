@@ -19,9 +19,7 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         if (m_Free.empty()) {
-            if (m_Free.capacity() <= m_All.size()) { // so that give cannot fail and lose a block
-                m_Free.reserve(2 * m_All.size() + 1);
-            }
+            m_Free.reserve(m_All.size() + 1); // so that give cannot fail and lose a block
             m_All.push_back(std::make_unique<ReadAhead>());
             return m_All.back().get();
         }
@@ -35,7 +33,6 @@ public:
         const std::lock_guard<std::mutex> lock(m_Mutex);
         block->writer.store(nullptr, std::memory_order_relaxed);
         block->end.store(0, std::memory_order_relaxed);
-        block->at.store(0, std::memory_order_relaxed);
         m_Free.push_back(block);
     }
 

@@ -18,12 +18,13 @@ char* newBlock(const std::vector<std::string>& variables)
     for (const std::string& variable : variables) {
         text.append(variable.c_str(), variable.size() + 1);
     }
-    auto* block = static_cast<char*>(std::malloc(text.size() + 1)); // LocalFree frees it
+    text.push_back('\0');
+    auto* block = static_cast<char*>(std::malloc(text.size())); // LocalFree frees it
     if (block == nullptr) {
         fail(ENOMEM);
         return nullptr;
     }
-    std::memcpy(block, text.c_str(), text.size() + 1);
+    std::memcpy(block, text.data(), text.size());
     return block;
 }
 

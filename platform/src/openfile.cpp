@@ -32,7 +32,7 @@ HANDLE openNullDevice()
 
 HANDLE openDescriptor(int fd)
 {
-    return openHandleOf(UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)));
+    return openHandleOf(UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO)));
 }
 
 } // namespace tarnix_platform

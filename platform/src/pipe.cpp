@@ -18,7 +18,7 @@ namespace
 
 // Number of the last read or write that became pending, counted over all pipes: a state that was
 // used for another pipe must not match one of this pipe.
-std::atomic<ULONG_PTR> g_lastPending{0};
+std::atomic<ULONG_PTR> g_lastPending{};
 
 } // namespace
 
@@ -80,7 +80,7 @@ void Pipe::closeClient()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Pending.buffer != nullptr) {
-        finish(ECANCELED, 0);
+        finish(ECANCELED);
     }
     m_ReadFd.reset();
     if (m_Ahead != nullptr) {
@@ -100,40 +100,36 @@ void Pipe::setWriter(HANDLE process)
 void Pipe::markEndOfOutput()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    int waiting = 0;
-    if (m_OutputEnded || !m_ReadFd || ::ioctl(m_ReadFd.get(), FIONREAD, &waiting) != 0) {
-        return;
+    int waiting; // the call fails if the end is closed
+    if (!m_BytesLeft && ::ioctl(m_ReadFd.get(), FIONREAD, &waiting) == 0) {
+        m_BytesLeft = static_cast<std::size_t>(waiting);
     }
-    m_OutputEnded = true;
-    m_BytesLeft = static_cast<std::size_t>(waiting);
 }
 
-// Reads into the block, which is empty.
-ReadState Pipe::fill(int& error)
+// Reads into the block, which is empty. If it fails, errno is the reason.
+ReadState Pipe::fill()
 {
-    if (m_OutputEnded && m_BytesLeft == 0) {
+    if (m_BytesLeft == std::size_t{0}) {
         return ReadState::endOfFile;
     }
     if (!m_NonBlocking) {
         // Not before the first read here: an end that a child gets as its input must block.
         if (!makeNonBlocking(m_ReadFd.get())) {
-            error = errno;
             return ReadState::failed;
         }
         m_NonBlocking = true;
     }
     const std::size_t wanted =
-        m_OutputEnded ? std::min(m_BytesLeft, ReadAhead::kCapacity) : ReadAhead::kCapacity;
+        std::min(m_BytesLeft.value_or(ReadAhead::kCapacity), ReadAhead::kCapacity);
     const ssize_t got = readSome(m_ReadFd.get(), m_Ahead->bytes, wanted);
     if (got < 0) {
-        error = errno;
-        return error == EAGAIN ? ReadState::empty : ReadState::failed;
+        return errno == EAGAIN ? ReadState::empty : ReadState::failed;
     }
     if (got == 0) {
         return ReadState::endOfFile;
     }
-    if (m_OutputEnded) {
-        m_BytesLeft -= static_cast<std::size_t>(got);
+    if (m_BytesLeft) {
+        *m_BytesLeft -= static_cast<std::size_t>(got);
     }
     m_Ahead->at.store(0, std::memory_order_relaxed);
     m_Ahead->end.store(static_cast<std::uint32_t>(got), std::memory_order_relaxed);
@@ -158,8 +154,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
         return refuseRead(*overlapped, EBUSY);
     }
     overlapped->Pending = 0;
-    int error = 0;
-    switch (m_Ahead->empty() ? fill(error) : ReadState::data) {
+    switch (m_Ahead->empty() ? fill() : ReadState::data) {
     case ReadState::data:
         *count = takeBytes(buffer, size);
         overlapped->Internal = 0;
@@ -169,8 +164,8 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
         overlapped->Internal = ERROR_BROKEN_PIPE;
         return fail(ERROR_BROKEN_PIPE);
     case ReadState::failed:
-        overlapped->Internal = static_cast<ULONG_PTR>(error);
-        return fail(error);
+        overlapped->Internal = static_cast<ULONG_PTR>(errno);
+        return fail(errno);
     case ReadState::empty:
     case ReadState::notPending: // never returned by fill
         break;
@@ -182,8 +177,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     m_Pending.buffer = buffer;
     m_Pending.size = size;
     overlapped->Internal = ERROR_IO_PENDING;
-    overlapped->Pending = m_Outcome.number =
-        g_lastPending.fetch_add(1, std::memory_order_relaxed) + 1;
+    overlapped->Pending = m_Outcome.number = ++g_lastPending;
     return fail(ERROR_IO_PENDING);
 }
 
@@ -203,14 +197,13 @@ ReadState Pipe::complete(bool completeAtEnd)
     if (m_Pending.buffer == nullptr) {
         return ReadState::notPending;
     }
-    int error = 0;
-    const ReadState state = m_Ahead->empty() ? fill(error) : ReadState::data;
+    const ReadState state = m_Ahead->empty() ? fill() : ReadState::data;
     if (state == ReadState::data) {
         finish(0, takeBytes(m_Pending.buffer, m_Pending.size));
     } else if (state == ReadState::endOfFile && completeAtEnd) {
-        finish(ERROR_BROKEN_PIPE, 0);
+        finish(ERROR_BROKEN_PIPE);
     } else if (state == ReadState::failed) {
-        finish(static_cast<ULONG_PTR>(error), 0);
+        finish(static_cast<ULONG_PTR>(errno));
     }
     return state;
 }
@@ -225,9 +218,8 @@ void Pipe::cancel()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Pending.buffer != nullptr) {
-        m_Outcome.status = ECANCELED;
-        m_Outcome.count = 0;
-        m_Pending = PendingRead{};
+        m_Pending.event.reset(); // it is not signalled
+        finish(ECANCELED);
     }
 }
 
@@ -238,7 +230,7 @@ int Pipe::writeMore()
     while (m_Write.written < m_Write.size) {
         const ssize_t got = writeSome(m_WriteFd.get(), m_Write.bytes + m_Write.written,
                                       m_Write.size - m_Write.written);
-        if (got < 0) {
+        if (got == -1) {
             return errno == EPIPE ? static_cast<int>(ERROR_BROKEN_PIPE) : errno;
         }
         m_Write.written += static_cast<DWORD>(got);
@@ -268,8 +260,7 @@ BOOL Pipe::write(const std::shared_ptr<PipeEnd>& self, const void* buffer, DWORD
     if (m_Write.event) {
         m_Write.event->attach(self);
     }
-    overlapped->Pending = m_WriteOutcome.number =
-        g_lastPending.fetch_add(1, std::memory_order_relaxed) + 1;
+    overlapped->Pending = m_WriteOutcome.number = ++g_lastPending;
     return fail(ERROR_IO_PENDING);
 }
 

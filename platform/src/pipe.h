@@ -7,6 +7,7 @@
 #include "uniquefd.h"
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace tarnix_platform
@@ -91,28 +92,28 @@ public:
 
 private:
     struct PendingRead {
-        void* buffer = nullptr;
-        DWORD size = 0;
+        void* buffer;
+        DWORD size;
         std::shared_ptr<Event> event;
     };
 
     struct PendingWrite {
-        const char* bytes = nullptr;
-        DWORD size = 0;
-        DWORD written = 0;
+        const char* bytes;
+        DWORD size;
+        DWORD written;
         std::shared_ptr<Event> event;
     };
 
     // The result of the last pending read or write.
     struct Outcome {
-        ULONG_PTR number = 0;
-        ULONG_PTR status = 0;
-        DWORD count = 0;
+        ULONG_PTR number;
+        ULONG_PTR status;
+        DWORD count;
     };
 
-    ReadState fill(int& error);
+    ReadState fill();
     DWORD takeBytes(void* buffer, DWORD size);
-    void finish(ULONG_PTR status, DWORD count);
+    void finish(ULONG_PTR status, DWORD count = 0);
     static void store(const Outcome& outcome, OVERLAPPED& state);
     int writeMore();
     void finishWrite(int error);
@@ -122,12 +123,11 @@ private:
     UniqueFd m_ReadFd;
     UniqueFd m_WriteFd;
     ReadAhead* m_Ahead = nullptr;
-    PendingRead m_Pending; // buffer null: no read is pending
-    Outcome m_Outcome;
-    PendingWrite m_Write; // bytes null: no write is pending
-    Outcome m_WriteOutcome;
-    std::size_t m_BytesLeft = 0; // if the output has ended: the rest of it
-    bool m_OutputEnded = false;
+    PendingRead m_Pending{}; // buffer null: no read is pending
+    Outcome m_Outcome{};
+    PendingWrite m_Write{}; // bytes null: no write is pending
+    Outcome m_WriteOutcome{};
+    std::optional<std::size_t> m_BytesLeft; // set if the output has ended: the rest of it
     bool m_NonBlocking = false;
     bool m_Connected = false;
 };

@@ -5,6 +5,7 @@
 #include "wakeup.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -62,8 +63,8 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD /*pipeMode*/, DW
                         DWORD /*outSize*/, DWORD /*inSize*/, DWORD /*defaultTimeout*/,
                         SECURITY_ATTRIBUTES* /*attributes*/)
 {
-    static constexpr char prefix[] = R"(\\.\pipe\)";
-    if (name == nullptr || std::strncmp(name, prefix, sizeof prefix - 1) != 0 ||
+    constexpr std::string_view prefix = R"(\\.\pipe\)";
+    if (name == nullptr || std::string_view(name).substr(0, prefix.size()) != prefix ||
         (openMode & PIPE_ACCESS_DUPLEX) == 0) {
         fail(EINVAL);
         return INVALID_HANDLE_VALUE;
