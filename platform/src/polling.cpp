@@ -11,21 +11,13 @@ namespace tarnix_platform
 {
 
 Deadline::Deadline(DWORD milliseconds)
-    : m_Limited(milliseconds != INFINITE),
-      m_End(m_Limited && milliseconds > 0 ? Clock::now() + std::chrono::milliseconds(milliseconds)
-                                          : Clock::time_point{}),
-      m_Immediate(milliseconds == 0)
+    : m_End(milliseconds == INFINITE ? Clock::time_point::max()
+                                     : Clock::now() + std::chrono::milliseconds(milliseconds))
 {
 }
 
 int Deadline::left() const
 {
-    if (!m_Limited) {
-        return -1;
-    }
-    if (m_Immediate) {
-        return 0;
-    }
     const auto rest = std::chrono::ceil<std::chrono::milliseconds>(m_End - Clock::now());
     return static_cast<int>(std::clamp<std::int64_t>(rest.count(), 0, INT_MAX));
 }
@@ -36,10 +28,10 @@ bool awaitDescriptor(int fd, DWORD milliseconds)
     for (;;) {
         pollfd one{fd, POLLIN, 0};
         const int count = ::poll(&one, 1, deadline.left());
-        if (count > 0) {
+        if (count == 1) {
             return true;
         }
-        if (count < 0 && errno != EINTR) {
+        if (count == -1 && errno != EINTR) {
             return false;
         }
         if (deadline.passed()) {

@@ -15,8 +15,8 @@ class Deadline
 public:
     explicit Deadline(DWORD milliseconds);
 
-    // The timeout for poll in milliseconds: -1 without a limit; rounded up, so that a wait never
-    // ends early, and limited to the range of int.
+    // The timeout for poll in milliseconds: rounded up, so that a wait never ends early, and
+    // limited to the range of int, so that one without an end is begun again after some weeks.
     int left() const;
 
     bool passed() const { return left() == 0; }
@@ -24,9 +24,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool m_Limited;
     Clock::time_point m_End;
-    bool m_Immediate;
 };
 
 // Waits until the descriptor is readable. False if the time is up before (errno is ETIMEDOUT), or

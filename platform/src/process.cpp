@@ -67,20 +67,19 @@ bool Process::ended()
 bool Process::tryReap()
 {
     siginfo_t info;
-    switch (reap(m_Child.pidfd.get(), info, &m_Used, m_KeepsGroup ? WNOWAIT : 0)) {
+    switch (reap(m_Child.pidfd.get(), info, &m_Used, m_KeepsGroup ? WNOHANG | WNOWAIT : WNOHANG)) {
     case Reaped::no:
         return false;
     case Reaped::elsewhere:
         break;
     case Reaped::yes:
-        m_StatusKnown = true;
         m_IsZombie = m_KeepsGroup;
         m_Status = static_cast<DWORD>(info.si_status);
         if (info.si_code != CLD_EXITED) {
             if (m_KillStatus && info.si_status == SIGKILL) {
                 m_Status = *m_KillStatus;
             } else {
-                m_Status += 128;
+                m_Status = 128 + static_cast<DWORD>(info.si_status);
                 m_Signal = info.si_status;
                 m_CoreDumped = info.si_code == CLD_DUMPED;
             }
@@ -154,17 +153,17 @@ BOOL Process::exitStatus(DWORD* status)
         return fail(EBUSY);
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (!m_StatusKnown) {
+    if (!m_Status) {
         return fail(ECHILD);
     }
-    *status = m_Status;
+    *status = *m_Status;
     return true;
 }
 
 bool Process::used(rusage& usage) const
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (!m_StatusKnown) {
+    if (!m_Status) {
         return fail(ECHILD);
     }
     usage = m_Used;

@@ -57,16 +57,15 @@ private:
     Child m_Child;
     const std::weak_ptr<Pipe> m_Outputs[2];
     bool m_Ended = true;
-    bool m_StatusKnown = false;
     std::optional<UINT> m_KillStatus; // set if it was killed
-    DWORD m_Status = 0;
-    int m_Signal = 0; // that ended the child; 0 if none did, or that of `kill`
-    bool m_CoreDumped = false;
-    bool m_KeepsGroup = false;
+    std::optional<DWORD> m_Status;    // set once it is known
+    int m_Signal = 0;                 // that ended the child; 0 if none did, or that of `kill`
+    bool m_CoreDumped{};
+    bool m_KeepsGroup{};
     bool m_KillsGroupAtEnd = false;
     bool m_IsZombie = false; // has ended, and is not reaped: its ids are still its own
     rusage m_Used{};
-    long m_CallerPeak = 0; // the calling process's largest resident memory at the start
+    long m_CallerPeak{}; // the calling process's largest resident memory at the start
 };
 
 } // namespace tarnix_platform

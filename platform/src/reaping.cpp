@@ -6,7 +6,6 @@
 #include "retry.h"
 
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,9 +57,8 @@ Reaped reap(int pidfd, siginfo_t& info, rusage* used, int options)
 {
     info = siginfo_t{};
     // The C library's waitid does not pass on what the child has used.
-    const auto result = retryInterrupted([&] {
-        return ::syscall(SYS_waitid, P_PIDFD, pidfd, &info, WEXITED | WNOHANG | options, used);
-    });
+    const auto result = retryInterrupted(
+        [&] { return ::syscall(SYS_waitid, P_PIDFD, pidfd, &info, WEXITED | options, used); });
     if (result != 0) {
         return Reaped::elsewhere;
     }

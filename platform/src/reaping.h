@@ -5,6 +5,7 @@
 #include "uniquefd.h"
 
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include <csignal>
 
@@ -16,8 +17,8 @@ namespace tarnix_platform
 enum class Reaped { no, yes, elsewhere };
 
 // Reaps the child if it has ended; `info` is its status, and `used` what it has used. With the
-// option WNOWAIT the child stays to be reaped.
-Reaped reap(int pidfd, siginfo_t& info, rusage* used = nullptr, int options = 0);
+// option WNOWAIT as well the child stays to be reaped.
+Reaped reap(int pidfd, siginfo_t& info, rusage* used = nullptr, int options = WNOHANG);
 
 // How long to wait for the end of a child that was killed, in milliseconds. SIGKILL takes effect at
 // once unless the child is blocked in the kernel: by a dead disk for example, or in a file system

@@ -7,6 +7,8 @@
 
 #include <poll.h>
 
+#include <algorithm>
+
 namespace tarnix_platform
 {
 
@@ -71,15 +73,14 @@ private:
             // The descriptor of a child that a tracer holds is always ready: poll would not wait.
             const bool heldByTracer = m_Entries[i].heldByTracer;
             fds[i] = heldByTracer ? kNone : pollOf(m_Entries[i]);
-            left = heldByTracer && (left < 0 || left > retryInterval) ? retryInterval : left;
+            left = heldByTracer ? std::min(left, retryInterval) : left;
         }
         const int count = ::poll(fds, static_cast<nfds_t>(m_Count), left);
-        if (count < 0 && errno != EINTR) {
+        if (count == -1 && errno != EINTR) {
             return fail(errno, "cannot wait for process or output");
         }
         for (DWORD i = 0; i < m_Count; ++i) {
-            m_Entries[i].polledReady =
-                m_Entries[i].heldByTracer || (count > 0 && fds[i].revents != 0);
+            m_Entries[i].polledReady = m_Entries[i].heldByTracer || fds[i].revents != 0;
         }
         return true;
     }
