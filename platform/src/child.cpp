@@ -40,7 +40,6 @@ namespace
 {
 
 // The structure and the size of signal sets in the kernel, which differ from the C library's.
-constexpr int kKernelSignals = 64;
 using KernelSet = unsigned long;
 struct KernelAction {
     void (*handler)(int);
@@ -74,7 +73,7 @@ TARNIX_CHILD_SIDE bool closeListed(int first)
     if (directory < 0) {
         return false;
     }
-    alignas(dirent64) char entries[1024];
+    alignas(dirent64) char entries[sizeof(dirent64)]; // room for the longest name
     for (;;) {
         const long size = ::syscall(SYS_getdents64, directory, entries, sizeof entries);
         if (size <= 0) {
@@ -96,10 +95,15 @@ TARNIX_CHILD_SIDE bool closeFrom(int first)
     return ::syscall(SYS_close_range, first, ~0U, 0U) == 0 || closeListed(first);
 }
 
+TARNIX_CHILD_SIDE bool switchesUser(const ChildSide& child)
+{
+    return child.runAs >= 0;
+}
+
 // The descriptors that the program keeps: the standard ones, and those of the program of ours.
 TARNIX_CHILD_SIDE int keptDescriptors(const ChildSide& child)
 {
-    return (child.runAs >= 0 ? kRunAsProgram : STDERR_FILENO) + 1;
+    return (switchesUser(child) ? kRunAsProgram : STDERR_FILENO) + 1;
 }
 
 TARNIX_CHILD_SIDE bool endWithCaller(pid_t caller)
@@ -115,15 +119,15 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
 {
     // A child of another user gets a session of its own too: through the caller's terminal it could
     // type commands as the caller.
-    if ((child.runAs < 0 ? ::syscall(SYS_setpgid, 0, 0) : ::syscall(SYS_setsid)) < 0) {
+    if ((switchesUser(child) ? ::syscall(SYS_setsid) : ::syscall(SYS_setpgid, 0, 0)) < 0) {
         return false;
     }
-    const KernelAction byDefault{};                            // SIG_DFL is null
-    for (int signal = 1; signal <= kKernelSignals; ++signal) { // fails for SIGKILL and SIGSTOP
+    const KernelAction byDefault{};                 // SIG_DFL is null
+    for (int signal = 1; signal < NSIG; ++signal) { // fails for SIGKILL and SIGSTOP
         ::syscall(SYS_rt_sigaction, signal, &byDefault, nullptr, sizeof(KernelSet));
     }
-    for (int target = 0; target < 3; ++target) {
-        if (::syscall(SYS_dup3, child.standard[target], target, 0) < 0) {
+    for (int target = STDIN_FILENO; target <= STDERR_FILENO; ++target) {
+        if (::syscall(SYS_dup3, child.standard[target], target, 0) != target) {
             return false;
         }
     }
@@ -133,8 +137,9 @@ TARNIX_CHILD_SIDE bool prepare(const ChildSide& child)
     if (child.caller != 0 && !endWithCaller(child.caller)) {
         return false;
     }
-    return child.runAs < 0 || (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) >= 0 &&
-                               ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) >= 0);
+    return !switchesUser(child) ||
+           (::syscall(SYS_dup3, child.status, kRunAsStatus, 0) == kRunAsStatus &&
+            ::syscall(SYS_dup3, child.runAs, kRunAsProgram, O_CLOEXEC) == kRunAsProgram);
 }
 
 // A program that has just been written cannot be started (ETXTBSY) as long as a child that another
@@ -158,7 +163,7 @@ TARNIX_CHILD_SIDE void executeFile(const char* path, const ChildSide& child)
 // EACCES. A directory that may not be searched is skipped.
 TARNIX_CHILD_SIDE void execute(const ChildSide& child)
 {
-    if (child.runAs >= 0) {
+    if (switchesUser(child)) {
         ::syscall(SYS_execveat, kRunAsProgram, "", child.arguments, child.environment,
                   AT_EMPTY_PATH);
         if (errno == ENOSYS || errno == EPERM) { // a filter of system calls may not know it
@@ -191,7 +196,7 @@ TARNIX_CHILD_SIDE void startProgram(ChildSide& child)
     }
     // An account may be in more groups than the arguments of a program can list. Unlike the ids,
     // groups do not let the user read a process, so they may change while memory is shared.
-    if (child.runAs >= 0 && ::syscall(SYS_setgroups, child.groupCount, child.groups) != 0) {
+    if (switchesUser(child) && ::syscall(SYS_setgroups, child.groupCount, child.groups) != 0) {
         return failAt(child, ChildStep::setGroups);
     }
     if (child.directory != nullptr && ::syscall(SYS_chdir, child.directory) != 0) {
@@ -243,11 +248,11 @@ pid_t cloneChild(ChildSide& side, int& pidfd)
 
 bool startChild(ChildSide& side, Child& child)
 {
-    int pidfd = -1;
+    int pidfd;
     {
         const SignalsBlocked blocked;
         child.pid = cloneChild(side, pidfd);
-        if (child.pid < 0) {
+        if (child.pid == -1) {
             side.failedStep = ChildStep::create;
             side.error = errno;
             return false;
@@ -268,11 +273,16 @@ void discardChild(Child& child) noexcept
     child = Child{};
 }
 
+void killAndDiscard(Child& child) noexcept
+{
+    ::syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
+    discardChild(child);
+}
+
 ChildGuard::~ChildGuard()
 {
     if (m_Child.pidfd) {
-        ::syscall(SYS_pidfd_send_signal, m_Child.pidfd.get(), SIGKILL, nullptr, 0);
-        discardChild(m_Child);
+        killAndDiscard(m_Child);
     }
 }
 

@@ -31,7 +31,7 @@ struct ChildSide {
     const gid_t* groups = nullptr;   // the supplementary groups that it gets
     int mask = -1;                   // umask; -1: the caller's
     pid_t caller = 0;                // if set: the child is killed when this process's thread ends
-    std::size_t groupCount = 0;
+    std::size_t groupCount{};
     ChildStep failedStep = ChildStep::prepare;
     int error = 0; // 0: the program has started
 };
@@ -43,6 +43,10 @@ bool startChild(ChildSide& side, Child& child);
 // Reaps a child that is about to end or was killed. If it does not end soon, for example because
 // its user stalls it in a file system, a later operation reaps it.
 void discardChild(Child& child) noexcept;
+
+// The same for a child that may go on. Its user can stop it, and waiting for its end would then
+// never return.
+void killAndDiscard(Child& child) noexcept;
 
 // Kills and discards the child at the end of the scope, unless that has been moved from or
 // discarded by then. It protects a started child from an exception: one that is lost would run on

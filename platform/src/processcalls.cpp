@@ -116,9 +116,7 @@ bool planChild(const StartRequest& request, const StandardHandles& standard, Chi
         return fail(EINVAL, "command is empty");
     }
     plan.directory = request.directory == nullptr ? "" : request.directory;
-    plan.standard[0] = standard.input.fd();
-    plan.standard[1] = standard.output.fd();
-    plan.standard[2] = standard.error.fd();
+    plan.standard = {standard.input.fd(), standard.output.fd(), standard.error.fd()};
     plan.inheritsEnvironment = request.environment == nullptr;
     if (request.environment != nullptr) {
         plan.environment = variablesOf(request.environment);

@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <iterator>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -17,13 +19,13 @@ namespace
 
 const char* pathOf(const ChildPlan& plan)
 {
-    static constexpr char name[] = "PATH=";
+    constexpr std::string_view name = "PATH=";
     if (plan.inheritsEnvironment) {
         return std::getenv("PATH");
     }
     for (const std::string& variable : plan.environment) {
-        if (variable.compare(0, sizeof name - 1, name) == 0) {
-            return variable.c_str() + sizeof name - 1;
+        if (std::string_view(variable).substr(0, name.size()) == name) {
+            return variable.c_str() + name.size();
         }
     }
     return nullptr;
@@ -34,9 +36,9 @@ std::string searchPath(const ChildPlan& plan)
     if (const char* path = pathOf(plan)) {
         return path;
     }
-    std::string path(::confstr(_CS_PATH, nullptr, 0), '\0');
-    ::confstr(_CS_PATH, path.data(), path.size());
-    return path.c_str(); // without the terminator
+    char path[PATH_MAX];
+    ::confstr(_CS_PATH, path, sizeof path);
+    return path;
 }
 
 } // namespace
@@ -99,7 +101,7 @@ bool spawn(const ChildPlan& plan, Child& child)
     side.mask = plan.mask;
     side.caller = plan.endsWithCaller ? ::getpid() : 0;
     side.directory = plan.directory.empty() ? nullptr : plan.directory.c_str();
-    side.standard = plan.standard;
+    side.standard = plan.standard.data();
     return startChild(side, child) || failStep(plan, side.failedStep, side.error);
 }
 

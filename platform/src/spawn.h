@@ -4,6 +4,7 @@
 
 #include "child.h"
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,9 @@ namespace tarnix_platform
 
 struct ChildPlan {
     std::vector<std::string> words;
-    std::string directory; // empty: the caller's
-    int standard[3];       // all above 2
-    bool inheritsEnvironment = true;
+    std::string directory;       // empty: the caller's
+    std::array<int, 3> standard; // all above 2
+    bool inheritsEnvironment{};
     std::vector<std::string> environment{}; // if it does not inherit the caller's
     int mask = -1;                          // umask; -1: the caller's, or 022 for another user
     bool endsWithCaller = false;

@@ -9,14 +9,12 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <system_error>
 #include <utility>
 
@@ -66,7 +64,7 @@ bool isEmbeddedProgram(int file)
 {
     std::vector<unsigned char> bytes(programSize() + 1);
     std::size_t size = 0;
-    ssize_t got = 0;
+    ssize_t got;
     while (size < bytes.size() &&
            (got = readSome(file, bytes.data() + size, bytes.size() - size)) > 0) {
         size += static_cast<std::size_t>(got);
@@ -129,13 +127,6 @@ std::vector<std::string> markedEnvironment(const ChildPlan& plan)
 // for that without a limit.
 constexpr DWORD kStartTimeout = 10000;
 std::atomic<DWORD> g_startTimeout{kStartTimeout};
-
-// Killed first: the user can stop the child, and waiting for its end would then never return.
-void killAndDiscard(Child& child)
-{
-    ::syscall(SYS_pidfd_send_signal, child.pidfd.get(), SIGKILL, nullptr, 0);
-    discardChild(child);
-}
 
 // What a link of the system leads to; empty if it cannot be read.
 std::string targetOf(const std::string& link)
@@ -287,7 +278,7 @@ bool spawnAsUser(const ChildPlan& plan, const Identity& identity, Child& child)
     ChildSide side;
     side.arguments = arguments.data();
     side.environment = environment.data();
-    side.standard = plan.standard;
+    side.standard = plan.standard.data();
     side.status = writer.get();
     side.groups = identity.groups.data();
     side.groupCount = identity.groups.size();
