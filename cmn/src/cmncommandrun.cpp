@@ -41,7 +41,8 @@ std::chrono::steady_clock::time_point after(std::chrono::steady_clock::time_poin
     using Point = std::chrono::steady_clock::time_point;
     // In the unit of the limit: in that of the clock, a long one would overflow.
     const auto longest = std::chrono::duration_cast<CCmnCommand::Duration>(Point::max() - start);
-    return limit.count() == 0 ? Point::max() : start + std::min(limit, longest);
+    return limit.count() == 0 ? Point::max()
+                              : start + std::clamp(limit, CCmnCommand::Duration::zero(), longest);
 }
 
 bool hasPassed(std::chrono::steady_clock::time_point deadline)
