@@ -1,9 +1,16 @@
 // How ACE_Registry_ImpExp reads one line.
 #include "importline.h"
 
+#include <unicode/ustring.h>
+
+#include <strings.h>
+
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <system_error>
 
 namespace tarnix_platform
 {
@@ -80,15 +87,9 @@ bool isComment(const char* from, const char* end)
     return at != from && at != end && startsComment(*at);
 }
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 bool isHexDigit(char c)
 {
-    const char lower = static_cast<char>(c | 0x20);
-    return isDigit(c) || (lower >= 'a' && lower <= 'f');
+    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
 // The rest of the line if it starts with `prefix`, else null.
@@ -104,10 +105,8 @@ const char* skip(const char (&prefix)[N], const char* from, const char* end)
 // Whether a comment follows, or only punctuation before it.
 bool isPunctuation(const char* from, const char* end)
 {
-    return std::all_of(from, std::find_if(from, end, startsComment), [](char c) {
-        const char lower = static_cast<char>(c | 0x20);
-        return c > 0 && !isDigit(c) && (lower < 'a' || lower > 'z');
-    });
+    return std::all_of(from, std::find_if(from, end, startsComment),
+                       [](int c) { return ::isascii(c) && !std::isalnum(c); });
 }
 
 Finding checkText(const char* quote, const char* end)
@@ -125,25 +124,19 @@ Finding checkText(const char* quote, const char* end)
 
 // A number that ACE reads in full is accepted in each form that strtoul takes. With a letter or
 // another digit after it, it may be another number than was meant.
-template <class IsDigit>
-Finding checkNumber(const char* at, const char* end, unsigned int base, IsDigit isOfBase,
-                    const char* problem)
+Finding checkNumber(const char* at, const char* end, int base, const char* problem)
 {
     at = std::find_if_not(at, end, isBlank);
     at += at != end && *at == '+' ? 1 : 0;
-    if (base == 16 && end - at > 2 && at[0] == '0' && (at[1] | 0x20) == 'x' && isOfBase(at[2])) {
+    if (base == 16 && end - at > 2 && ::strncasecmp(at, "0x", 2) == 0) {
         at += 2;
     }
-    const char* const digits = at;
-    std::uint64_t number = 0;
-    for (; at != end && isOfBase(*at) && number <= UINT32_MAX; ++at) {
-        const int digit = isDigit(*at) ? *at - '0' : (*at | 0x20) - 'a' + 10;
-        number = base * number + static_cast<std::uint64_t>(digit);
-    }
-    if (at == digits || number > UINT32_MAX || !isPunctuation(at, end)) {
+    std::uint32_t number{};
+    const auto [rest, error] = std::from_chars(at, end, number, base);
+    if (error != std::errc() || !isPunctuation(rest, end)) {
         return {problem, Fix::comment};
     }
-    return {isRest(at, end) ? nullptr : kAfterNumber};
+    return {isRest(rest, end) ? nullptr : kAfterNumber};
 }
 
 // ACE takes a third of the length, with the newline, for the number of bytes, and reads one at each
@@ -174,7 +167,7 @@ Finding checkValue(const char* value, const char* end)
         return checkText(value, end);
     }
     if (const char* const digits = skip("dword:", value, end)) {
-        return checkNumber(digits, end, 16, isHexDigit, kBadNumber);
+        return checkNumber(digits, end, 16, kBadNumber);
     }
     if (const char* const bytes = skip("hex:", value, end)) {
         return checkBytes(bytes, end);
@@ -198,7 +191,7 @@ Finding checkWithoutEqualSign(const char* quote, const char* end)
 Finding checkOldValue(const char* value, const char* end)
 {
     if (value != end && *value == '#') {
-        return checkNumber(value + 1, end, 10, isDigit, kBadDecimal);
+        return checkNumber(value + 1, end, 10, kBadDecimal);
     }
     if (value == end || *value != '"') {
         return {kNoValue, Fix::comment};
@@ -212,48 +205,11 @@ Finding checkOldValue(const char* value, const char* end)
     return {hasComment ? kOldComment : nullptr};
 }
 
-// The bytes that may continue a character after its first byte `lead`; -1 for no such byte.
-int continuation(unsigned char lead)
+bool isUtf8(const char* text, const char* end)
 {
-    if (lead < 0x80) {
-        return 0;
-    }
-    if (lead < 0xC2 || lead > 0xF4) {
-        return -1;
-    }
-    return lead < 0xE0 ? 1 : (lead < 0xF0 ? 2 : 3);
-}
-
-// Not too long for its character, no surrogate and not past U+10FFFF.
-bool isSecondByte(unsigned char lead, unsigned char second)
-{
-    switch (lead) {
-    case 0xE0:
-        return second >= 0xA0;
-    case 0xED:
-        return second < 0xA0;
-    case 0xF0:
-        return second >= 0x90;
-    case 0xF4:
-        return second < 0x90;
-    default:
-        return true;
-    }
-}
-
-bool isUtf8(const char* at, const char* end)
-{
-    const auto isTail = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; };
-    while (at != end) {
-        const auto lead = static_cast<unsigned char>(*at++);
-        const int tail = continuation(lead);
-        if (tail < 0 || end - at < tail || !std::all_of(at, at + tail, isTail) ||
-            (tail > 0 && !isSecondByte(lead, static_cast<unsigned char>(*at)))) {
-            return false;
-        }
-        at += tail;
-    }
-    return true;
+    UErrorCode error = U_ZERO_ERROR;
+    u_strFromUTF8(nullptr, 0, nullptr, text, static_cast<std::int32_t>(end - text), &error);
+    return error != U_INVALID_CHAR_FOUND; // the others are about the missing buffer
 }
 
 // A refused name ends the import, but only if there is a value that ACE would set.
@@ -342,7 +298,7 @@ ImportLine readLine(const char* begin, const char* end)
     switch (begin == end ? ';' : *begin) {
     case ';':
     case '#':
-        return ImportLine();
+        return {};
     case '[':
         return readSection(begin, end);
     case '"':
