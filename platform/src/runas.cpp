@@ -69,18 +69,19 @@ int leaveRealTimeScheduling()
     return static_cast<int>(-call(SYS_sched_setscheduler, 0, SCHED_NORMAL, &priority));
 }
 
-// The next three return 0 or an errno. A change of the user id leaves the ambient and inheritable
-// capabilities.
+// The next three return 0 or an errno. A change of the user id leaves the inheritable capabilities.
+// No capability stays ambient that is not inheritable.
 int dropCapabilities()
 {
-    call(SYS_prctl, PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct sets[2] = {};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
     const long error = -call(SYS_capget, &header, sets);
     if (error != 0) {
         return static_cast<int>(error);
     }
-    sets[0].inheritable = sets[1].inheritable = 0;
+    for (__user_cap_data_struct& set : sets) {
+        set.inheritable = {};
+    }
     return static_cast<int>(-call(SYS_capset, &header, sets));
 }
 
@@ -113,8 +114,11 @@ int becomeUser(uid_t uid, gid_t gid)
     }
     bool switched =
         uid == 0 || call(SYS_setresuid, 0, 0, 0) != 0; // it must not be possible to switch back
-    for (int i = 0; i < 3; ++i) {
-        switched = switched && uids[i] == uid && gids[i] == gid;
+    for (const uid_t id : uids) {
+        switched = switched && id == uid;
+    }
+    for (const gid_t id : gids) {
+        switched = switched && id == gid;
     }
     return switched ? 0 : EPERM;
 }
@@ -125,7 +129,7 @@ int endWithCaller(std::uint32_t caller)
     if (caller == 0) {
         return 0;
     }
-    const long error = -call(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+    const long error = -call(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
     if (error != 0) {
         return static_cast<int>(error);
     }

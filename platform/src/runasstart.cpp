@@ -13,6 +13,8 @@
 #include <asm/prctl.h>
 #include <elf.h>
 
+#include <climits>
+#include <cstddef>
 #include <cstdint>
 
 namespace tarnix_platform
@@ -26,18 +28,17 @@ struct ThreadBlock {
     std::uintptr_t unused[5];
     std::uintptr_t canary;
 };
+static_assert(offsetof(ThreadBlock, canary) == 0x28);
 ThreadBlock g_thread;
 
 // From the random bytes that the kernel gives to each program. The lowest byte is 0, so that a text
 // cannot contain the value.
 std::uintptr_t canaryOf(const Elf64_auxv_t* value)
 {
-    while (value->a_type != AT_RANDOM && value->a_type != AT_NULL) {
+    while (value->a_type != AT_RANDOM) {
         ++value;
     }
-    return value->a_type == AT_NULL ? 0
-                                    : *reinterpret_cast<const std::uintptr_t*>(value->a_un.a_val) &
-                                          ~std::uintptr_t{0xFF};
+    return *reinterpret_cast<const std::uintptr_t*>(value->a_un.a_val) << CHAR_BIT;
 }
 
 } // namespace
