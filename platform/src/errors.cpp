@@ -2,6 +2,7 @@
 #include "errors.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -72,8 +73,7 @@ bool fail(int error)
 bool fail(int error, const std::string& about)
 {
     t_lastError.code = static_cast<DWORD>(error);
-    std::size_t length = about.copy(t_lastError.about, sizeof t_lastError.about - 1);
-    t_lastError.about[length] = '\0';
+    std::snprintf(t_lastError.about, sizeof t_lastError.about, "%s", about.c_str());
     return false;
 }
 

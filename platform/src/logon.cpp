@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -38,9 +37,8 @@ thread_local Refusal t_refusal;
 bool refuse(int error, const std::string& user, const std::string& why)
 {
     // The reason first: the text is limited, and the name may have any length.
-    const std::string about = "cannot log on (" + why + ") as '" + user + "'";
-    const std::size_t length = about.copy(t_refusal.about, sizeof t_refusal.about - 1);
-    t_refusal.about[length] = '\0';
+    std::snprintf(t_refusal.about, sizeof t_refusal.about, "cannot log on (%s) as '%s'",
+                  why.c_str(), user.c_str());
     t_refusal.error = error;
     return failWithLastRefusal();
 }
@@ -94,15 +92,17 @@ private:
 // A session without a user, which is never ended: PAM unloads a module with the last session that
 // uses it. Without this one each logon loads all of them, which takes most of its time. Each logon
 // still reads the rules; a module that they add later is loaded by each logon.
-pam_handle_t* g_modules{}; // set once
-std::atomic<bool> g_modulesStayLoaded{};
+pam_handle_t* startModules()
+{
+    const pam_conv conversation{answerQuestions, nullptr};
+    pam_handle_t* modules = nullptr;
+    pam_start(kService, nullptr, &conversation, &modules);
+    return modules;
+}
 
 void keepModulesLoaded()
 {
-    if (!g_modulesStayLoaded.exchange(true, std::memory_order_relaxed)) {
-        const pam_conv conversation{answerQuestions, nullptr};
-        pam_start(kService, nullptr, &conversation, &g_modules);
-    }
+    [[maybe_unused]] static pam_handle_t* const modules = startModules();
 }
 
 bool findAccount(const std::string& user, Account& account)
@@ -155,7 +155,7 @@ Identity identityOf(const Account& account)
     int count = 64; // enough for most; if not, the call stores how many there are
     do {
         groups.resize(static_cast<std::size_t>(count));
-    } while (::getgrouplist(account.name.c_str(), account.gid, groups.data(), &count) < 0);
+    } while (::getgrouplist(account.name.c_str(), account.gid, groups.data(), &count) == -1);
     groups.resize(static_cast<std::size_t>(count));
     return identity;
 }

@@ -3,7 +3,7 @@
 #define TARNIX_PLATFORM_PATHSETTING_H
 
 #include <climits>
-#include <cstring>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <type_traits>
@@ -24,9 +24,7 @@ public:
     void set(const char* path)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        const std::size_t length = path == nullptr ? 0 : ::strnlen(path, sizeof m_Path - 1);
-        std::memcpy(m_Path, path == nullptr ? "" : path, length);
-        m_Path[length] = '\0';
+        std::snprintf(m_Path, sizeof m_Path, "%s", path == nullptr ? "" : path);
     }
 
     std::string pathOr(const char* builtIn) const
