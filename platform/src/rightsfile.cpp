@@ -128,7 +128,8 @@ bool copyAccess(const RightsPlace& place, FileReplacement& file)
     struct stat old {
     };
     return ::fstatat(place.directory.get(), place.name(), &old, AT_SYMLINK_NOFOLLOW) != 0 ||
-           (::fchown(file.fd(), old.st_uid, old.st_gid) == 0 && file.setMode(old.st_mode & 07777));
+           (::fchown(file.fd(), old.st_uid, old.st_gid) == 0 &&
+            file.setMode(old.st_mode & ALLPERMS));
 }
 
 // A second descriptor of the open file, which is closed in children as the first is.
@@ -182,7 +183,7 @@ bool openLock(const RightsPlace& place, UniqueFd& lock)
         return fail(EPERM,
                     "cannot trust lock file of another owner, " + quoted(place.path + ".lock"));
     }
-    return (info.st_mode & 07777) == kOwnerOnly || ::fchmod(lock.get(), kOwnerOnly) == 0 ||
+    return ::fchmod(lock.get(), kOwnerOnly) == 0 ||
            fail(errno, "cannot set mode of lock file " + quoted(place.path + ".lock"));
 }
 
@@ -232,7 +233,7 @@ bool addLines(const Lines& added, AddedRights& rights)
 {
     FileLock lock;
     Lines lines;
-    bool hadLeftovers = false;
+    bool hadLeftovers{};
     if (!lock.acquire(rights.lock.get(), rights.place.path + ".lock") ||
         !readForChange(rights.place, lines, hadLeftovers)) {
         return false;
@@ -246,14 +247,15 @@ bool isLinked(const UniqueFd& file)
 {
     struct stat info {
     };
-    return ::fstat(file.get(), &info) == 0 && info.st_nlink > 0;
+    ::fstat(file.get(), &info);
+    return info.st_nlink != 0; // also after a failure
 }
 
 // True only if the lines are in no file any more.
 bool removeByReplacing(const Lines& added, const AddedRights& rights)
 {
     Lines lines;
-    bool changed = false;
+    bool changed{};
     if (!readForChange(rights.place, lines, changed)) {
         return false;
     }
@@ -291,7 +293,8 @@ std::size_t findLine(const std::string& text, const std::string& line)
 bool disownLines(const UniqueFd& file, const Lines& added)
 {
     std::string text;
-    if (::lseek(file.get(), 0, SEEK_SET) != 0 || !readText(file.get(), text)) {
+    ::lseek(file.get(), 0, SEEK_SET);
+    if (!readText(file.get(), text)) {
         return false;
     }
     for (const std::string& line : added) {

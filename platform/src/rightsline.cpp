@@ -67,7 +67,7 @@ bool readNumber(std::string_view& text, std::uint64_t& number)
 bool skipBlank(std::string_view& text)
 {
     const bool good = !text.empty() && text.front() == ' ';
-    text.remove_prefix(good ? 1 : 0);
+    text.remove_prefix(static_cast<std::size_t>(good));
     return good;
 }
 
@@ -97,16 +97,18 @@ struct Status {
 int readStatus(const std::string& path, Status& status)
 {
     const UniqueFd file = openFile(path.c_str(), O_RDONLY);
-    char bytes[BUFSIZ] = {}; // more than the file has
-    if (!file || readSome(file.get(), bytes, sizeof bytes - 1) < 0) {
+    char piece[BUFSIZ]; // more than the file has
+    const ssize_t got = file ? readSome(file.get(), piece, sizeof piece) : -1;
+    if (got == -1) {
         return errno;
     }
+    const std::string text(piece, static_cast<std::size_t>(got));
     // The name of the program comes second, in parentheses, and may hold any character. The three
     // values after it are the fields 3, 20 and 22.
-    const char* const rest = std::strrchr(bytes, ')');
+    const char* const rest = std::strrchr(text.c_str(), ')');
     char state{};
     std::uint64_t threads{};
-    if (rest == nullptr || std::sscanf(bytes, "%" SCNu64, &status.pid) != 1 ||
+    if (rest == nullptr || std::sscanf(text.c_str(), "%" SCNu64, &status.pid) != 1 ||
         std::sscanf(rest,
                     ") %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %" SCNu64
                     " %*s %" SCNu64,
