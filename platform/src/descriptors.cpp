@@ -46,7 +46,8 @@ bool writeAll(int fd, const void* bytes, std::size_t size)
 bool isWithinFileSizeLimit(std::size_t size)
 {
     rlimit limit{};
-    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
+    ::getrlimit(RLIMIT_FSIZE, &limit); // cannot fail: the pointer is valid
+    if (limit.rlim_cur < size) {
         errno = EFBIG;
         return false;
     }
@@ -64,10 +65,10 @@ ssize_t writeSome(int fd, const void* bytes, std::size_t size)
     ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &former);
     const ssize_t written = retryInterrupted([&] { return ::write(fd, bytes, size); });
     const int error = errno;
-    if (written < 0 && error == EPIPE && ::sigismember(&pending, SIGPIPE) == 0) {
+    if (written == -1 && error == EPIPE && ::sigismember(&pending, SIGPIPE) == 0) {
         // The write has sent the signal to this thread. Taken here, it is not delivered below, or
         // later to a caller that blocks it itself. One that was pending before stays.
-        const timespec none{0, 0};
+        const timespec none{};
         retryInterrupted([&] { return ::sigtimedwait(&pipeSignal, nullptr, &none); });
     }
     ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
@@ -77,8 +78,7 @@ ssize_t writeSome(int fd, const void* bytes, std::size_t size)
 
 bool makeNonBlocking(int fd)
 {
-    const int flags = ::fcntl(fd, F_GETFL);
-    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+    return ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK) == 0;
 }
 
 bool moveAbove(UniqueFd& fd, int number)
@@ -87,7 +87,7 @@ bool moveAbove(UniqueFd& fd, int number)
         return true;
     }
     const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, number + 1);
-    if (moved < 0) {
+    if (moved == -1) {
         return false;
     }
     fd.reset(moved);

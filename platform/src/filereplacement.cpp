@@ -56,7 +56,7 @@ bool FileReplacement::setMode(mode_t mode)
 
 bool FileReplacement::keepAccess(const struct stat& from)
 {
-    mode_t mode = from.st_mode & 07777;
+    mode_t mode = from.st_mode & ALLPERMS;
     if (::fchown(fd(), from.st_uid, from.st_gid) != 0) {
         mode = (mode & ~static_cast<mode_t>(S_ISUID)) | S_IRUSR | S_IWUSR;
         if (::fchown(fd(), static_cast<uid_t>(-1), from.st_gid) != 0) {
@@ -68,10 +68,6 @@ bool FileReplacement::keepAccess(const struct stat& from)
 
 void FileReplacement::keepAttributes(const char* from)
 {
-    const ssize_t size = ::listxattr(from, nullptr, 0);
-    if (size <= 0) {
-        return; // the usual case
-    }
     std::vector<char> names(XATTR_LIST_MAX);
     std::vector<char> value(XATTR_SIZE_MAX);
     const ssize_t end = ::listxattr(from, names.data(), names.size());
@@ -82,7 +78,7 @@ void FileReplacement::keepAttributes(const char* from)
             continue;
         }
         const ssize_t length = ::getxattr(from, name.data(), value.data(), value.size());
-        if (length >= 0) {
+        if (length != -1) {
             ::fsetxattr(fd(), name.data(), value.data(), static_cast<std::size_t>(length), 0);
         }
     }

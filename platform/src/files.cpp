@@ -20,7 +20,7 @@ namespace
 {
 
 // As of fopen: all permissions that the process's umask leaves.
-constexpr mode_t kDefaultMode = 0666;
+constexpr mode_t kDefaultMode = DEFFILEMODE;
 
 // Errors that come from the directory or the path: the old file may still be written in place.
 bool isDirectoryError(int error)
@@ -50,9 +50,8 @@ bool endCutLine(int fd)
     if (end <= 0) {
         return true;
     }
-    // With O_APPEND all writes go to the end of the file.
-    const int flags = ::fcntl(fd, F_GETFL);
-    return flags >= 0 && ::fcntl(fd, F_SETFL, flags & ~O_APPEND) == 0 &&
+    // With O_APPEND, the only flag that it has, all writes go to the end of the file.
+    return ::fcntl(fd, F_SETFL, O_RDWR) == 0 &&
            retryInterrupted([&] { return ::pwrite(fd, "\n", 1, end - 1); }) == 1;
 }
 
@@ -161,7 +160,7 @@ struct TxReplacement::State {
     FileReplacement m_New;
     struct stat m_Old {
     };
-    bool m_IsNew = false;
+    bool m_IsNew{};
     bool m_MustKeepOld = false;
 };
 

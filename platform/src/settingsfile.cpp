@@ -22,7 +22,7 @@ namespace
 {
 
 constexpr std::size_t kMaxSize = std::size_t{64} * 1024 * 1024;
-constexpr mode_t kDefaultMode = 0666; // that the process's umask restricts
+constexpr mode_t kDefaultMode = DEFFILEMODE; // that the process's umask restricts
 
 constexpr const char* kNoFile = "file refused: not a regular file";
 constexpr const char* kUnreadable = "file refused: cannot be read, or is larger than 64 MiB";

@@ -23,7 +23,7 @@ public:
     ~UniqueFd() { reset(); }
 
     int get() const { return m_Fd; }
-    explicit operator bool() const { return m_Fd >= 0; }
+    explicit operator bool() const { return m_Fd != -1; }
 
     // The caller closes it.
     int release() { return std::exchange(m_Fd, -1); }
@@ -32,7 +32,7 @@ public:
     // another thread has just opened.
     void reset(int fd = -1)
     {
-        if (m_Fd >= 0) {
+        if (m_Fd != -1) {
             ::close(m_Fd);
         }
         m_Fd = fd;
