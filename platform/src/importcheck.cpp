@@ -39,7 +39,7 @@ std::string pathOf(const char* at, const char* end, const char*& problem)
         const char* const partEnd = std::find_if(at, end, isSeparator);
         if (isRefusedName(at, partEnd)) {
             problem = kRefusedPart;
-            return std::string();
+            return {};
         }
         problem = nullptr;
         path.append(path.empty() ? "" : "\\").append(at, partEnd);
@@ -209,7 +209,7 @@ const char* ImportCheck::checkValue(const ImportLine& line)
     }
     bool isNew = true;
     if (m_Names != nullptr) {
-        std::uint64_t steps = 0;
+        std::uint64_t steps{};
         isNew = m_Values[m_Section->number - 1].insert(line.name, line.nameLength(), steps);
         m_Cost.addSteps(steps);
     }

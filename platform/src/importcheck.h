@@ -50,7 +50,7 @@ private:
     std::vector<std::size_t> m_Unclosed;      // positions at which a quote is missing
     std::size_t m_Line = 0;
     std::ptrdiff_t m_AllLevels = 0;
-    bool m_HasZeros = false;
+    bool m_HasZeros{};
     std::ptrdiff_t m_Zeros = 0;
 };
 

@@ -10,7 +10,7 @@ namespace
 {
 
 // A hundred thousand values in one section, whose names have up to 30 bytes and end in a digit.
-constexpr std::uint64_t kMaxCost = 131ULL * 1000 * 1000 * 1000;
+constexpr std::uint64_t kMaxCost = 131'000'000'000;
 
 std::size_t hashOf(const char* name)
 {

@@ -19,7 +19,7 @@ std::uint32_t hashOf(const char* name, std::size_t length)
     constexpr std::uint64_t lowerCase = 0x2020202020202020;
     std::uint64_t hash = length;
     for (std::size_t at = 0; at < length; at += sizeof hash) {
-        std::uint64_t piece = 0;
+        std::uint64_t piece{};
         std::memcpy(&piece, name + at, std::min(length - at, sizeof piece));
         hash = (hash ^ (piece | lowerCase)) * factor;
         hash ^= hash >> 32;
@@ -63,7 +63,7 @@ void ImportNames::grow()
     constexpr std::size_t firstSize = 64;
     std::vector<Entry> old(m_Entries.empty() ? firstSize : 2 * m_Entries.size());
     old.swap(m_Entries);
-    std::uint64_t ignored = 0;
+    std::uint64_t ignored{};
     for (const Entry& entry : old) {
         if (entry.name != nullptr) {
             m_Entries[find(entry, ignored)] = entry;

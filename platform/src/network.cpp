@@ -52,11 +52,11 @@ std::optional<TxIPv4> TxInetAddr(const char* text)
 {
     // inet_addr stops at a blank, and takes what is in front of it as the address.
     if (std::strpbrk(text, " \t\n\v\f\r") != nullptr) {
-        return std::nullopt;
+        return {};
     }
     const in_addr_t value = ::inet_addr(text);
     if (value == INADDR_NONE) {
-        return std::nullopt;
+        return {};
     }
     TxIPv4 address;
     std::memcpy(address.data(), &value, address.size());
@@ -77,7 +77,7 @@ std::optional<std::string> TxHostName(const TxIPv4& address)
 std::optional<TxIPv4> TxHostAddress(const char* name)
 {
     if (*name == '\0') {
-        return std::nullopt;
+        return {};
     }
     Answer answer;
     const bool isFound = lookUp(answer, [name](Answer& into, hostent** found) {
@@ -85,7 +85,7 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
                                   into.buffer.size(), found, &into.reason);
     });
     if (!isFound) {
-        return std::nullopt;
+        return {};
     }
     TxIPv4 address;
     std::memcpy(address.data(), *answer.record.h_addr_list, address.size());
