@@ -28,19 +28,15 @@ long toWord(Value* value)
 
 #ifdef TARNIX_BARE_PROGRAM
 
-// The result of the system call, or -errno.
+// The result of the system call, or -errno. No call of the program needs more values.
 template <typename... Values>
 long call(long number, Values... values)
 {
-    constexpr int most = 5;
-    static_assert(sizeof...(Values) <= most);
-    const long words[most + 1] = {toWord(values)...};
-    register long fourth asm("r10") = words[3];
-    register long fifth asm("r8") = words[4];
+    const long words[3] = {toWord(values)...};
     long result = number;
     asm volatile("syscall"
                  : "+a"(result)
-                 : "D"(words[0]), "S"(words[1]), "d"(words[2]), "r"(fourth), "r"(fifth)
+                 : "D"(words[0]), "S"(words[1]), "d"(words[2])
                  : "rcx", "r11", "memory");
     return result;
 }
