@@ -114,7 +114,7 @@ struct TxSettingsImport::State {
         }
         dropByteOrderMark(text);
         // A write beyond the limit would end the process. A missing quote can be on each line.
-        const bool hasMemory = m_Memory && isWithinFileSizeLimit(2 * text.size() + 1);
+        const bool hasMemory = m_Memory && isWithinFileSizeLimit(2 * text.size());
         ImportCheck check(text, &m_Names, hasMemory, m_Report);
         if (!check.accepts()) {
             return false;
