@@ -17,14 +17,15 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
 namespace
 {
 
-constexpr std::size_t kTimeSize = 64; // of the time, which has 26 characters, and what is around it
-constexpr std::size_t kTextSize = 1024;
+constexpr std::size_t kFrameSize = sizeof "\n2000-01-01 00:00:00.000000 \n"; // around the text
+constexpr std::size_t kTextSize = BUFSIZ;
 
 // A copy of the arguments for a second pass. The destructor calls va_end even if an allocation
 // throws.
@@ -43,27 +44,18 @@ struct ArgsCopy {
 class TraceLine
 {
 public:
-    TraceLine()
-    {
-        m_Stack[0] = '\n';
-        char* const time = m_Stack + kNewline;
-        ACE::timestamp(time, kTimeSize); // fails only if there is no room
-        m_TextAt = kNewline + std::strlen(time);
-        m_Stack[m_TextAt++] = ' ';
-    }
-
-    void format(const char* format, std::va_list args)
+    TraceLine(const char* format, std::va_list args)
     {
         ArgsCopy again(args);
         const int length = std::vsnprintf(m_Stack + m_TextAt, kTextSize, format, args);
         if (length < 0) {
             // For example, a wide argument is not representable in the encoding of the locale. The
             // format itself is then the text, so that the line is not lost.
-            const std::size_t size = std::strlen(format) + 1;
-            std::memcpy(grow(size), format, size);
+            const std::string_view text = format;
+            text.copy(grow(text.size()), text.size());
         } else if (static_cast<std::size_t>(length) >= kTextSize) {
-            const std::size_t size = static_cast<std::size_t>(length) + 1;
-            TX_vsnprintf(grow(size), size, format, again.args);
+            const auto size = static_cast<std::size_t>(length);
+            TX_vsnprintf(grow(size), size + 1, format, again.args);
         }
         // The text ends at its first NUL.
         m_End = m_TextAt + std::strlen(m_Line + m_TextAt);
@@ -80,11 +72,22 @@ public:
     }
 
 private:
-    // Makes room for a text of `size` bytes, terminator included, and returns the start of the
-    // text.
-    char* grow(std::size_t size)
+    // Returns the place of the text.
+    std::size_t startLine()
     {
-        m_Heap = std::make_unique<char[]>(m_TextAt + size + kNewline);
+        m_Stack[0] = '\n';
+        char* const time = m_Stack + kNewline;
+        ACE::timestamp(time, kFrameSize); // fails only if there is no room
+        std::size_t end = std::strlen(m_Stack);
+        m_Stack[end++] = ' ';
+        return end;
+    }
+
+    // Makes room for a text of `length` bytes, and returns the start of the text. The bytes are
+    // zeros.
+    char* grow(std::size_t length)
+    {
+        m_Heap = std::make_unique<char[]>(m_TextAt + length + sizeof "\n");
         std::memcpy(m_Heap.get(), m_Stack, m_TextAt);
         m_Line = m_Heap.get();
         return m_Line + m_TextAt;
@@ -92,11 +95,11 @@ private:
 
     static constexpr std::size_t kNewline = 1;
 
-    char m_Stack[kTimeSize + kTextSize];
+    char m_Stack[kFrameSize + kTextSize];
     std::unique_ptr<char[]> m_Heap;
     char* m_Line = m_Stack;
-    std::size_t m_TextAt = 0;
-    std::size_t m_End = 0;
+    std::size_t m_TextAt = startLine();
+    std::size_t m_End = m_TextAt;
 };
 
 // False also if there is no such file.
@@ -170,8 +173,7 @@ int CCmnTraceLog::updateConfigFile(const tstr& dir, const tstr& file, const int&
     tstr configFile;
     CCmnPathTool::getConfigFileInfo(m_Name, configDir, configFile);
     m_Settings.store().importConfig(configDir.c_str(), configFile.c_str());
-    ACE_Configuration_Section_Key section;
-    if (m_Settings.store().openSection(kTraceSection, section, 1) == 0) {
+    if (createTraceSection(m_Settings.store())) {
         m_Settings.store().setStringValue(kTraceDir, dir);
         m_Settings.store().setStringValue(kTraceFile, file);
         m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
@@ -216,7 +218,7 @@ unsigned int CCmnTraceLog::readSettings(tstr& dir, tstr& file, int level)
         m_Settings.store().setIntegerValue(kTraceLevel, static_cast<unsigned int>(level));
         m_Settings.store().exportConfig();
     }
-    unsigned int toStdout = m_ToStdout ? 1 : 0;
+    unsigned int toStdout = m_ToStdout;
     if (m_Settings.store().getIntegerValue(kTraceStdout, toStdout) != 0) {
         m_Settings.store().setIntegerValue(kTraceStdout, toStdout);
         m_Settings.store().exportConfig();
@@ -237,15 +239,14 @@ void CCmnTraceLog::readOrStore(const wchar_t* key, tstr& value)
 
 void CCmnTraceLog::Settings::takeLevelFromStore()
 {
-    setLevel(1);
-    ACE_Configuration_Section_Key section;
     unsigned int configured = 1; // if the store has none
-    if (m_Config.openSection(kTraceSection, section, 1) != 0) {
-        return; // perhaps only a failed allocation: the next call tries again
+    const bool isOpen = createTraceSection(m_Config);
+    if (isOpen) {
+        m_Config.getIntegerValue(kTraceLevel, configured);
     }
-    m_Config.getIntegerValue(kTraceLevel, configured);
     m_TraceLevel = static_cast<int>(configured);
-    m_IsLevelOfStore = true;
+    // If not, perhaps only an allocation failed: the next call tries again.
+    m_IsLevelOfStore = isOpen;
 }
 
 void CCmnTraceLog::UpdateTraceLevelFromConfigFile()
@@ -294,8 +295,7 @@ void CCmnTraceLog::traceText(int level, const char* format, std::va_list args)
     }
     // Converted first: when the line is in the file, nothing can fail any more.
     const std::string name = m_ToStdout ? printable(m_Name) : std::string();
-    TraceLine line;
-    line.format(format, args);
+    const TraceLine line(format, args);
     // A rotation may have replaced the file that ends within a line.
     const bool isAfterCut = m_IsLineCut && endsWithinLine(m_TracePath);
     const TxAppended result = line.appendTo(m_TracePath, isAfterCut);

@@ -28,7 +28,7 @@ SCmnTraceRefresh CCmnTraceLog::refresh()
         return result;
     }
     if (m_Initialized && m_IsSettingsVersionKnown && version == m_SettingsVersion) {
-        return result;
+        return {};
     }
     // Not into the store: an import that fails would leave a part of the file there.
     CCmnConfiguration file;
@@ -70,17 +70,16 @@ void CCmnTraceLog::takeSettings(CCmnConfiguration& file, SCmnTraceRefresh& resul
     tstr name;
     assign(dir, m_TraceDir);
     assign(name, m_TraceFile);
-    ACE_Configuration_Section_Key section;
-    if (file.openSection(kTraceSection, section, 0) == 0) {
-        file.getStringValue(kTraceDir, dir);
-        file.getStringValue(kTraceFile, name);
-        unsigned int value = 0;
-        if (file.getIntegerValue(kTraceLevel, value) == 0) {
-            result.level = takeLevel(value);
-        }
-        if (!m_ToStdout && file.getIntegerValue(kTraceStdout, value) == 0 && value == 1) {
-            result.toStdout = m_ToStdout = true;
-        }
+    file.getStringValue(kTraceSection, kTraceDir, dir);
+    file.getStringValue(kTraceSection, kTraceFile, name);
+    unsigned int level = 0;
+    if (file.getIntegerValue(kTraceSection, kTraceLevel, level) == 0) {
+        result.level = takeLevel(level);
+    }
+    unsigned int toStdout = 0; // if the file has none
+    file.getIntegerValue(kTraceSection, kTraceStdout, toStdout);
+    if (!m_ToStdout && toStdout == 1) {
+        result.toStdout = m_ToStdout = true;
     }
     takePlace(dir, name, result);
 }
@@ -112,8 +111,7 @@ void CCmnTraceLog::takePlace(tstr& dir, tstr& file, SCmnTraceRefresh& result)
     }
     m_Initialized = true;
     if (isNew) {
-        ACE_Configuration_Section_Key section;
-        if (m_Settings.store().openSection(kTraceSection, section, 1) == 0) {
+        if (createTraceSection(m_Settings.store())) {
             m_Settings.store().setStringValue(kTraceDir, dir);
             m_Settings.store().setStringValue(kTraceFile, file);
         }

@@ -2,6 +2,7 @@
 #ifndef TARNIX_CMNTRACESETTINGS_H
 #define TARNIX_CMNTRACESETTINGS_H
 
+#include "cmnconfiguration.h"
 #include "cmnstringtool.h"
 #include "cmntypes.h"
 #include "cmnutf8.h"
@@ -16,6 +17,13 @@ constexpr const wchar_t* kTraceDir = L"TRACEDIR";
 constexpr const wchar_t* kTraceFile = L"TRACEFILE";
 constexpr const wchar_t* kTraceLevel = L"TRACELEVEL";
 constexpr const wchar_t* kTraceStdout = L"TRACESTDOUT";
+
+// Makes the section the current one of the store. False if that fails.
+inline bool createTraceSection(CCmnConfiguration& store)
+{
+    ACE_Configuration_Section_Key section;
+    return store.openSection(kTraceSection, section, true) == 0;
+}
 
 // In the encoding of the current locale. Most paths are ASCII.
 inline std::string pathBytes(const tstr& path)
