@@ -220,6 +220,7 @@ TEST_F(Catalogs, StoredTexts)
     manager.get()->registerFactory(this);
     EXPECT_STREQ(stored("who", nullptr), L"app: de {0}");
     manager.get()->setNativeLanguage("ja_JP"); // messages do not use it by default
+    EXPECT_STREQ(manager.get()->getNativeLanguage(), "ja_JP");
     EXPECT_STREQ(stored("who", "native"), L"app: ja_JP {0}");
     const icu::Formattable arguments[] = {icu::UnicodeString(u"/var"), 97};
     MessagePtr message;

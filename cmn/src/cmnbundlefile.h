@@ -12,15 +12,17 @@ namespace tarnix_cmn_4_4
 class BundleFilesOnly
 {
 public:
-    BundleFilesOnly() { changeCount(1); }
-    ~BundleFilesOnly() { changeCount(-1); }
+    BundleFilesOnly() : m_Outer(exchange(true)) {}
+    ~BundleFilesOnly() { exchange(m_Outer); }
     BundleFilesOnly(const BundleFilesOnly&) = delete;
     BundleFilesOnly& operator=(const BundleFilesOnly&) = delete;
 
     static bool isInForce();
 
 private:
-    static void changeCount(int change);
+    static bool exchange(bool isInForce);
+
+    const bool m_Outer; // another object may exist already
 };
 
 } // namespace tarnix_cmn_4_4

@@ -18,6 +18,7 @@
 #include <new>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace tarnix_cmn_4_4
 {
@@ -36,15 +37,15 @@ bool leadsOutOfBundle(const icu::Locale& locale)
     char base[ULOC_FULLNAME_CAPACITY];
     UErrorCode status = U_ZERO_ERROR;
     uloc_getBaseName(locale.getName(), base, sizeof base, &status);
-    const bool complete = U_SUCCESS(status) && status != U_STRING_NOT_TERMINATED_WARNING;
-    return !complete || std::strpbrk(base, "/\\") != nullptr;
+    const bool isComplete = status == U_ZERO_ERROR; // a missing terminator is a warning
+    return !isComplete || std::strpbrk(base, "/\\") != nullptr;
 }
 
 // ICU treats a path with at most one separator as the name of a package and looks for it elsewhere.
 // Without an install directory, "Messages/libname" is such a path.
 icu::UnicodeString bundlePath(const tstr& path)
 {
-    constexpr char16_t separators[] = {U_FILE_SEP_CHAR, U_FILE_ALT_SEP_CHAR, 0};
+    constexpr char16_t separators[] = {U_FILE_SEP_CHAR, U_FILE_ALT_SEP_CHAR, u'\0'};
     icu::UnicodeString text = CCmnStringTool::tstr2ustr(path);
     const std::u16string_view units(text.getBuffer(), static_cast<std::size_t>(text.length()));
     if (units.find_first_of(separators) == units.find_last_of(separators)) {
@@ -53,7 +54,7 @@ icu::UnicodeString bundlePath(const tstr& path)
     return text;
 }
 
-thread_local int t_filesOnly = 0; // objects of BundleFilesOnly
+thread_local bool t_filesOnly = false; // while a BundleFilesOnly exists
 
 // ICU reads the path in UTF-8 too.
 bool hasFile(const icu::UnicodeString& bundle, const icu::Locale& locale)
@@ -98,12 +99,12 @@ std::string languageOf(const icu::ResourceBundle& bundle)
 
 bool BundleFilesOnly::isInForce()
 {
-    return t_filesOnly != 0;
+    return t_filesOnly;
 }
 
-void BundleFilesOnly::changeCount(int change)
+bool BundleFilesOnly::exchange(bool isInForce)
 {
-    t_filesOnly += change;
+    return std::exchange(t_filesOnly, isInForce);
 }
 
 CCmnMessageCatalog::CCmnMessageCatalog(const tstr& name, const char* language)
@@ -132,9 +133,7 @@ int CCmnIcuMessageCatalog::init()
 {
     tstr directory;
     tstr file;
-    if (CCmnPathTool::getMessageFileInfo(m_Name, directory, file) != 0) {
-        return kNotOpened;
-    }
+    CCmnPathTool::getMessageFileInfo(m_Name, directory, file);
     assign(m_Path, directory, file);
     const icu::Locale locale(m_Language.c_str(), nullptr, nullptr);
     // ICU tries its default locale before the root.
@@ -186,10 +185,7 @@ std::string CCmnIcuMessageCatalog::getTextLanguage(const std::string& key) const
     if (status == U_ZERO_ERROR) { // not from a parent
         return getBundleLanguage();
     }
-    if (U_FAILURE(status)) {
-        return {};
-    }
-    return languageOf(m_Bundle->get(key.c_str(), status));
+    return languageOf(m_Bundle->get(key.c_str(), status)); // no bundle if the key is missing
 }
 
 } // namespace tarnix_cmn_4_4

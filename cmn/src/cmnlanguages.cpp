@@ -8,10 +8,13 @@
 #include <unicode/uloc.h>
 #include <unicode/ures.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <set>
+#include <string_view>
+#include <vector>
 
 namespace tarnix_cmn_4_4
 {
@@ -25,13 +28,12 @@ bool isKnownScript(const char* script)
     return *script == '\0' || u_getPropertyValueEnum(UCHAR_SCRIPT, script) != UCHAR_INVALID_CODE;
 }
 
-// A region is a country, or an area of three digits such as 419.
+// A region is a country, or an area of three digits such as 419. There may be none.
 bool isKnownRegion(const icu::Locale& locale)
 {
     const char* const region = locale.getCountry();
-    return *region == '\0' || *locale.getISO3Country() != '\0' ||
-           std::all_of(region, region + std::strlen(region),
-                       [](char unit) { return unit >= '0' && unit <= '9'; });
+    return *locale.getISO3Country() != '\0' ||
+           std::string_view(region).find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 bool isKnown(const icu::Locale& locale)
@@ -143,19 +145,20 @@ std::string parentLanguage(const std::string& name)
     return hasScript ? std::string() : own + name.substr(end);
 }
 
-// ICU takes some microseconds for it, so that those asked for last are remembered.
+// ICU takes some microseconds for it, so that names are remembered, each until one of the same hash
+// takes its place.
 std::string languageAndScript(const std::string& name)
 {
-    constexpr std::size_t mostNames = 256;
-    thread_local Names remembered;
-    const auto entry = remembered.find(name);
-    if (entry != remembered.end()) {
-        return entry->second;
+    struct Entry {
+        std::string name;
+        std::string found;
+    };
+    thread_local std::vector<Entry> remembered(UINT8_MAX);
+    Entry& entry = remembered[std::hash<std::string>()(name) % remembered.size()];
+    if (entry.name != name) {
+        entry = {name, findLanguageAndScript(name)};
     }
-    if (remembered.size() == mostNames) {
-        remembered.clear();
-    }
-    return remembered.emplace(name, findLanguageAndScript(name)).first->second;
+    return entry.found;
 }
 
 bool hasConventions(const std::string& name)

@@ -6,6 +6,7 @@
 #include "cmntstr.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cwchar>
 #include <iterator>
 
@@ -15,15 +16,12 @@ namespace
 {
 
 constexpr char kRoot[] = "root";
-constexpr std::ptrdiff_t kMostLanguages = 256; // with a catalog or without, that are remembered
 
 // The name in m_Catalogs of a language that was found through a list. No other language starts with
 // a zero, so that activateCatalog still tries again where a list has failed.
 std::string listedName(const std::string& language)
 {
-    std::string name(1, '\0');
-    name += language;
-    return name;
+    return '\0' + language;
 }
 
 // de_AT for de-AT.
@@ -137,20 +135,25 @@ bool ListedCatalogs::findListed(const std::string& key, const std::string& langu
         if (!speaks(*catalog.get(), language)) {
             catalog.release();
         }
-        forget(kMostLanguages);
+        if (isFull()) {
+            forget();
+        }
         entry = m_Catalogs.emplace(name, catalog).first;
     }
     const CCmnMessageCatalog* const catalog = entry->second.get();
     return catalog != nullptr && findText(*catalog, key, language, found);
 }
 
-void ListedCatalogs::forget(std::ptrdiff_t count)
+// Languages are remembered with a catalog and without.
+bool ListedCatalogs::isFull() const
 {
-    const auto first = m_Catalogs.lower_bound(listedName(""));
-    const auto end = m_Catalogs.lower_bound(std::string(1, '\1'));
-    if (std::distance(first, end) >= count) {
-        m_Catalogs.erase(first, end);
-    }
+    return std::distance(m_Catalogs.lower_bound(listedName("")), m_Catalogs.lower_bound("\1")) >
+           UINT8_MAX;
+}
+
+void ListedCatalogs::forget()
+{
+    m_Catalogs.erase(m_Catalogs.lower_bound(listedName("")), m_Catalogs.lower_bound("\1"));
 }
 
 // The root has no conventions of its own: in ICU's every plural form is `other`.

@@ -4,7 +4,6 @@
 
 #include "cmnmsgcatalogmgr.h"
 
-#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,10 +30,11 @@ public:
     // The language whose numbers and plural forms a text of `language` has.
     std::string conventionsOf(const std::string& language) const;
 
-    // Removes the entries if there are at least so many.
-    void forget(std::ptrdiff_t count = 0);
+    // Removes the entries.
+    void forget();
 
 private:
+    bool isFull() const;
     std::string nameOf(const std::string& language) const;
     std::string defaultName() const;
     bool findInFamily(const std::string& key, const std::string& language,

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cwchar>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
@@ -35,9 +35,11 @@ bool isUnknownPattern(const tstr& text, const std::string& id)
         return false;
     }
     const tstr key = CCmnMessageCatalog::keyInBrackets(id);
-    return text.length() >= key.length() &&
-           std::wcscmp(text.c_str() + text.length() - key.length(), key.c_str()) == 0 &&
-           nestsDeeper(text, 0);
+    const std::wstring_view end(key.c_str(), key.length());
+    const std::wstring_view all(text.c_str(), text.length());
+    const bool endsWithKey =
+        std::mismatch(end.rbegin(), end.rend(), all.rbegin(), all.rend()).first == end.rend();
+    return endsWithKey && nestsDeeper(text, 0);
 }
 
 } // namespace
