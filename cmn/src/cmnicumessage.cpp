@@ -14,13 +14,17 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
+#include <cstdio>
 #include <cwchar>
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -41,14 +45,14 @@ constexpr std::string_view kArgumentEnd = "</ARGVALUE>\n";
 constexpr std::size_t kClosingSize = kArgumentEnd.size() - 1; // without the newline
 
 struct ArgumentList {
-    const Formattable* first = nullptr;
-    std::int32_t count = 0;
+    const Formattable* first;
+    std::int32_t count;
 };
 
 // The overload of getArray without a status would read the count of a value that is not an array.
 ArgumentList argumentsOf(const Formattable& array)
 {
-    ArgumentList list;
+    ArgumentList list{};
     UErrorCode status = U_ZERO_ERROR;
     list.first = array.getArray(list.count, status);
     return list;
@@ -79,7 +83,7 @@ public:
     std::string_view text() const { return {m_Text, static_cast<std::size_t>(m_End - m_Text)}; }
 
 private:
-    char m_Text[160]; // room for the tags with a number of 64 characters
+    char m_Text[UINT8_MAX]; // room for the tags with a number of 64 characters
     char* m_End = m_Text;
 };
 
@@ -124,8 +128,10 @@ void appendArgument(std::string& text, std::int32_t index, const Formattable& ar
 // than writing it.
 std::size_t estimatedSize(const ArgumentList& arguments)
 {
-    constexpr std::size_t usualArgument = 48;
-    std::size_t size = 2 * usualArgument; // header and trailer
+    constexpr std::size_t usualArgument =
+        sizeof "\t<ARGVALUE INDEX=10 TYPE=2>12345678</ARGVALUE>\n";
+    std::size_t size = sizeof "<SERIALIZED_MESSAGE MSGID=disk.partition.is.full SEVERITY=2>\n"
+                              "</SERIALIZED_MESSAGE>\n";
     for (std::int32_t i = 0; i < arguments.count; ++i) {
         const Formattable& argument = arguments.first[i];
         const bool isText = argument.getType() == Formattable::kString;
@@ -142,8 +148,6 @@ struct ValueText {
     std::int32_t type;
     std::string_view text;
 };
-
-constexpr std::int32_t kNoType = -1;
 
 // TX_sscanf for a text of known length. TX_sscanf would measure the rest of the text for each tag,
 // which takes quadratic time.
@@ -168,42 +172,32 @@ bool skip(std::string_view& text, std::string_view start)
     return true;
 }
 
-// Leaves both unchanged if the text does not start with a number that fits.
-bool readNumber(std::string_view& text, std::int32_t& number)
+// Empty, and the text unchanged, if it does not start with a number that fits.
+std::optional<std::int32_t> readNumber(std::string_view& text)
 {
+    std::int32_t number = 0;
     const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc()) {
-        return false;
+        return {};
     }
     text.remove_prefix(static_cast<std::size_t>(next - text.data()));
-    return true;
+    return number;
 }
 
-// As readNumber, but like the scanner reads no more characters than a number of it has.
-bool readTagNumber(std::string_view& text, std::int32_t& number)
-{
-    constexpr std::size_t maxLength = 512;
-    std::string_view digits = text.substr(0, maxLength);
-    const std::size_t length = digits.size();
-    const bool isRead = readNumber(digits, number);
-    text.remove_prefix(length - digits.size());
-    return isRead;
-}
-
-// kNoType if the tag has no readable type. First tries the format that serialize writes; the
-// scanner also accepts other white space and signs.
+// That of an object if the tag has no readable type. First tries the format that serialize writes;
+// the scanner also accepts other white space and signs.
 std::int32_t readType(std::string_view tag)
 {
-    std::string_view rest = tag;
-    std::int32_t number = 0;
-    if (skip(rest, "<ARGVALUE INDEX=") && readTagNumber(rest, number) && skip(rest, " TYPE=") &&
-        readTagNumber(rest, number)) {
-        return number;
+    // The scanner reads no more than 512 characters of a number: it is left to decide about those.
+    std::string_view rest = tag.substr(0, UINT8_MAX);
+    if (skip(rest, "<ARGVALUE INDEX=") && readNumber(rest) && skip(rest, " TYPE=")) {
+        const std::optional<std::int32_t> number = readNumber(rest);
+        if (number && skip(rest, ">")) {
+            return *number;
+        }
     }
-    std::int32_t index = 0;
-    std::int32_t type = kNoType;
-    scan(tag, "<ARGVALUE INDEX=%d TYPE=%d>", &index, static_cast<int>(sizeof index), &type,
-         static_cast<int>(sizeof type));
+    std::int32_t type = Formattable::kObject;
+    scan(tag, "<ARGVALUE INDEX=%*d TYPE=%d>", &type, static_cast<int>(sizeof type));
     return type;
 }
 
@@ -240,13 +234,8 @@ std::vector<ValueText> findValues(std::string_view rest)
 // atoi also accepts what from_chars rejects: white space, a plus sign, and too many digits.
 std::int32_t readLong(std::string_view text)
 {
-    std::int32_t number = 0;
-    return readNumber(text, number) ? number : CCmnStringTool::str2int(std::string(text));
-}
-
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
+    const std::optional<std::int32_t> number = readNumber(text);
+    return number ? *number : CCmnStringTool::str2int(std::string(text));
 }
 
 // from_chars gives the result of atof only if it reads the whole text, if the text ends with a
@@ -256,8 +245,10 @@ double readDouble(std::string_view text)
     double number = 0;
     const char* const end = text.data() + text.size();
     const auto [next, error] = std::from_chars(text.data(), end, number);
-    const bool isWhole = error == std::errc() && next == end && isDigit(end[-1]);
-    return isWhole && isPointDecimal() ? number : CCmnStringTool::str2double(std::string(text));
+    const bool isWhole = error == std::errc() && next == end;
+    const bool endsWithDigit = isWhole && std::isdigit(static_cast<unsigned char>(end[-1])) != 0;
+    return endsWithDigit && isPointDecimal() ? number
+                                             : CCmnStringTool::str2double(std::string(text));
 }
 
 // As Formattable::setString, which leaves the argument without a text if allocation fails.
@@ -347,18 +338,15 @@ OwnedArguments copyOf(const ArgumentList& list)
 
 // ---- Formatting --------------------------------------------------------------------------------
 
-constexpr std::int32_t kFormatRoom = 512;
-
 // Whether MessageFormat would return the pattern unchanged. Outside of an argument, only braces and
 // apostrophes have a meaning for ICU. Zeros, surrogates and units that are not code points are
 // changed by the conversion, and so is a text that is too long for ICU, so only short texts are
 // checked.
 bool formatsToItself(const tstr& pattern)
 {
-    constexpr std::size_t maxLength = 4096;
     const wchar_t* const units = pattern.c_str();
     const std::size_t length = pattern.length();
-    if (length > maxLength ||
+    if (length > BUFSIZ ||
         (std::wmemchr(units, L'{', length) != nullptr)) { // true for nearly all patterns
         return false;
     }
@@ -473,7 +461,7 @@ const SCmnMessageInfo* CCmnIcuMessage::serialize()
 {
     const ArgumentList arguments = argumentsOf(m_Arguments);
     std::string text;
-    if (arguments.count > 0) {
+    if (arguments.count != 0) {
         text.reserve(estimatedSize(arguments));
         char line[kHeaderSize];
         TX_snprintf(line, sizeof line, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>\n",
@@ -520,8 +508,8 @@ tstr CCmnIcuMessage::formatMessage(tstr pattern)
         return result;
     }
     const ArgumentList arguments = argumentsOf(m_Arguments);
-    char16_t room[kFormatRoom];
-    icu::UnicodeString output(room, 0, kFormatRoom); // in `room` as long as that is enough
+    char16_t room[kUtf16Piece];
+    icu::UnicodeString output(room, 0, kUtf16Piece); // in `room` as long as that is enough
     UErrorCode status = U_ZERO_ERROR;
     format(CCmnStringTool::tstr2ustr(pattern), arguments, output, status);
     if (U_SUCCESS(status) || !output.isEmpty()) {

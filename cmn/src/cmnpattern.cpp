@@ -34,16 +34,22 @@ constexpr ComplexArgument kComplexArguments[] = {{L"plural", Level::pluralTexts}
                                                  {L"select", Level::selectTexts},
                                                  {L"choice", Level::choice}};
 
+// Of an ASCII letter; no other unit becomes one.
+wchar_t lowered(wchar_t unit)
+{
+    constexpr wchar_t lowerCase = 0x20;
+    return unit | lowerCase;
+}
+
 bool isLetter(wchar_t unit)
 {
-    return (unit >= L'a' && unit <= L'z') || (unit >= L'A' && unit <= L'Z');
+    return lowered(unit) >= L'a' && lowered(unit) <= L'z';
 }
 
 bool isType(Text word, Text type)
 {
-    constexpr wchar_t lowerCase = 0x20;
     return std::equal(word.begin(), word.end(), type.begin(), type.end(),
-                      [](wchar_t unit, wchar_t lower) { return (unit | lowerCase) == lower; });
+                      [](wchar_t unit, wchar_t lower) { return lowered(unit) == lower; });
 }
 
 // What an argument contains; `rest` starts after its brace. Between the comma and the type there is
