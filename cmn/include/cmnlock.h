@@ -22,16 +22,16 @@ public:
     CCmnLock& operator=(const CCmnLock&) = delete;
 
     /// Takes the lock if it is free, and never waits. True if this call has taken it.
-    bool tryLock() noexcept { return m_Locked.exchange(1, std::memory_order_acquire) == 0; }
+    bool tryLock() noexcept { return !m_Locked.exchange(true, std::memory_order_acquire); }
 
     /// True if the lock is taken. Another thread may change that at any time.
-    bool isLocked() const noexcept { return m_Locked.load(std::memory_order_relaxed) != 0; }
+    bool isLocked() const noexcept { return m_Locked.load(std::memory_order_relaxed); }
 
     /// Frees the lock; does nothing if it is free.
-    void unlock() noexcept { m_Locked.store(0, std::memory_order_release); }
+    void unlock() noexcept { m_Locked.store(false, std::memory_order_release); }
 
 private:
-    std::atomic<unsigned char> m_Locked{0};
+    std::atomic<bool> m_Locked{false};
 };
 
 static_assert(sizeof(CCmnLock) == 1, "the lock is exported as data of one byte");

@@ -49,7 +49,7 @@ std::string reportText(const std::string& path, const SCmnImportProblem& first, 
 {
     std::string text = "settings '" + path + "': " + std::to_string(count) + " problem" +
                        (count == 1 ? ": " : "s, first: ");
-    if (first.line > 0) {
+    if (first.line != 0) {
         text += "line " + std::to_string(first.line) + ": ";
     }
     return text + first.reason;
@@ -149,12 +149,13 @@ int CCmnConfiguration::importFile()
     if (file && code != 0 && !report.endsEarly) {
         report.add(0, "file cannot be opened, or the store refuses a name in it");
     }
-    m_State->problems.reserve(report.problems.size());
+    std::vector<SCmnImportProblem> problems;
     for (const auto& problem : report.problems) {
-        m_State->problems.push_back({problem.line, problem.reason});
+        problems.push_back({problem.line, problem.reason});
     }
+    m_State->problems = std::move(problems);
     m_State->problemCount = report.count;
-    if (report.count > 0) {
+    if (report.count != 0) {
         m_State->report = reportText(path, m_State->problems.front(), report.count);
         m_State->reportedCopy.clear();
     } else {
@@ -293,12 +294,7 @@ int CCmnConfiguration::getIntegerValue(const wchar_t* name, unsigned int& value)
     if (!storeText(name, key)) {
         return kFailed;
     }
-    unsigned int stored = 0;
-    if (const int code = m_Heap.get_integer_value(m_Section, key.c_str(), stored)) {
-        return code;
-    }
-    value = stored;
-    return 0;
+    return m_Heap.get_integer_value(m_Section, key.c_str(), value);
 }
 
 int CCmnConfiguration::setStringValue(const wchar_t* name, const tstr& value)
@@ -328,7 +324,7 @@ int CCmnConfiguration::getStringValue(const wchar_t* name, tstr& value)
 int CCmnConfiguration::getStringValue(const wchar_t* section, const wchar_t* name, tstr& value)
 {
     ACE_Configuration_Section_Key key;
-    const int code = openSection(section, key, 1);
+    const int code = openSection(section, key, true);
     return code != 0 ? code : getStringValue(name, value);
 }
 
@@ -336,7 +332,7 @@ int CCmnConfiguration::getIntegerValue(const wchar_t* section, const wchar_t* na
                                        unsigned int& value)
 {
     ACE_Configuration_Section_Key key;
-    const int code = openSection(section, key, 1);
+    const int code = openSection(section, key, true);
     return code != 0 ? code : getIntegerValue(name, value);
 }
 

@@ -5,6 +5,7 @@
 #include "cmnstringtool.h"
 #include "cmntstr.h"
 
+#include <limits>
 #include <utility>
 
 namespace tarnix_cmn_4_4
@@ -45,7 +46,7 @@ std::string CCmnError::getMessageKey(const std::string& component, int base) con
 {
     // In 64 bits, because the difference may overflow an int if `base` is negative.
     const long long number = m_Code > base ? static_cast<long long>(m_Code) - base : m_Code;
-    char digits[64];
+    char digits[std::numeric_limits<long long>::digits]; // it has fewer decimal digits
     TX_snprintf(digits, sizeof digits, "%04lld", number);
     return getKeyPrefix(component) + digits;
 }

@@ -7,7 +7,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cstdint>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -72,10 +75,10 @@ CCmnHostInfo CCmnNetwork::resolve()
 
 CCmnHostInfo CCmnNetwork::resolve(const std::string& nameOrAddress)
 {
-    CCmnHostInfo host;
     if (nameOrAddress.empty()) {
-        return host;
+        return {};
     }
+    CCmnHostInfo host;
     if (validateIPAddress(nameOrAddress.c_str())) {
         host.ipAddress = nameOrAddress;
         getHostbyAddr(nameOrAddress.c_str(), host.hostName);
@@ -84,9 +87,7 @@ CCmnHostInfo CCmnNetwork::resolve(const std::string& nameOrAddress)
     }
     host.hostName = nameOrAddress;
     getHostbyName(nameOrAddress.c_str(), host.ipAddress);
-    if (!host.ipAddress.empty()) {
-        getFQDN(host.ipAddress.c_str(), host.fqdn);
-    }
+    getFQDN(host.ipAddress.c_str(), host.fqdn);
     return host;
 }
 
@@ -98,17 +99,13 @@ bool CCmnNetwork::validateIPAddress(const char* text)
                        [](const std::string& token) { return IsTokenValid(token) == kFound; });
 }
 
-// The value is capped, because the token may have more digits than an int can hold.
+// Digits with a value that fits into a byte.
 int CCmnNetwork::IsTokenValid(const std::string& token)
 {
-    int number = 0;
-    for (const char digit : token) {
-        if (!isDigit(digit)) {
-            return kFailed;
-        }
-        number = std::min(10 * number + (digit - '0'), 256);
-    }
-    return number <= 255 ? kFound : kFailed;
+    unsigned char number = 0;
+    const char* const end = token.data() + token.size();
+    const auto [next, error] = std::from_chars(token.data(), end, number);
+    return error == std::errc() && next == end ? kFound : kFailed;
 }
 
 int CCmnNetwork::getHostbyAddr(const char* address, std::string& name)
@@ -185,10 +182,10 @@ int CCmnNetwork::getFQDN(std::string& fqdn)
 
 std::string CCmnNetwork::getComputerName()
 {
-    wchar_t name[256] = {};
-    DWORD size = 254;
-    GetComputerNameW(name, &size);
-    return CCmnStringTool::wstr2str(std::wstring(name));
+    std::wstring name(UINT8_MAX, L'\0');
+    DWORD size = UINT8_MAX; // without the terminator
+    GetComputerNameW(name.data(), &size);
+    return CCmnStringTool::wstr2str(name.c_str());
 }
 
 } // namespace tarnix_cmn_4_4

@@ -11,6 +11,7 @@
 #include <ace/OS_NS_sys_stat.h>
 #include <ace/OS_NS_unistd.h>
 
+#include <cstdint>
 #include <cstring>
 
 namespace tarnix_cmn_4_4
@@ -45,22 +46,16 @@ int fileInfo(const FileKind& kind, const tstr& name, tstr& dir, tstr& file)
     assign(file, kind.prefix, name, kind.ending); // `file` and `name` may be the same object
     CCmnPathTool::getInstallPath(dir);
     append(dir, kind.directory);
-    if (CCmnPathTool::verify(dir.c_str()) != 0) {
-        ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str(), 0755);
-    }
+    ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str()); // fails if it exists
     return 0;
 }
 
 int levelOfLine(const char* line, int& level)
 {
     const char* const equals = std::strchr(line, '=');
-    int number = 0;
-    if (equals == nullptr ||
-        TX_sscanf(equals + 1, "%d", &number, static_cast<int>(sizeof number)) != 1) {
-        return kNotFound;
-    }
-    level = number;
-    return 0;
+    const bool isRead = equals != nullptr &&
+                        TX_sscanf(equals + 1, "%d", &level, static_cast<int>(sizeof level)) == 1;
+    return isRead ? 0 : kNotFound;
 }
 
 } // namespace
@@ -113,8 +108,8 @@ int CCmnSGDConfiguration::getTraceLevel(tstr& dir, tstr& file, int& level)
     if (!config) {
         return kNotOpened;
     }
-    char line[256];
-    while (std::fgets(line, sizeof line - 1, config.get()) != nullptr) {
+    char line[UINT8_MAX];
+    while (std::fgets(line, sizeof line, config.get()) != nullptr) {
         if (std::strstr(line, "Default.DiagnosticLevel") != nullptr) {
             return levelOfLine(line, level);
         }
