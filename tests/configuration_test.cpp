@@ -82,6 +82,7 @@ TEST_F(Configuration, Sections)
 {
     CCmnConfiguration fresh;
     EXPECT_EQ(fresh.getLastError().getCode(), 0);
+    EXPECT_EQ(fresh.getImportProblemCount(), 0U);
     EXPECT_EQ(fresh.exportConfig(), -1);           // no file is set
     EXPECT_NE(config.setIntegerValue(L"n", 1), 0); // no section is open
     EXPECT_EQ(open(L"First\\Inner", 1), 0);

@@ -107,7 +107,8 @@ TEST(Message, FormatsWithinLimits)
     };
     const std::pair<std::string, std::string> cases[] = {
         {"plain", ""},
-        {nested("{0,plural,other{", 16, "}}"), "x"},
+        {"{0}" + nested("{0,plural,other{", 16, "}}"), "1x"},
+        {repeated("{0,plural,other{", 16) + "{0}" + repeated("}}", 16), ""},
         {nested("{0,plural,other{", 17, "}}"), ""},
         {nested("{0,choice,0#", 100'000, "}"), ""},
     };
