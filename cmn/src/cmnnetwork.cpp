@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdint>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -99,13 +97,17 @@ bool CCmnNetwork::validateIPAddress(const char* text)
                        [](const std::string& token) { return IsTokenValid(token) == kFound; });
 }
 
-// Digits with a value that fits into a byte.
+// The value is capped, because the token may have more digits than an int can hold.
 int CCmnNetwork::IsTokenValid(const std::string& token)
 {
-    unsigned char number = 0;
-    const char* const end = token.data() + token.size();
-    const auto [next, error] = std::from_chars(token.data(), end, number);
-    return error == std::errc() && next == end ? kFound : kFailed;
+    int number = 0;
+    for (const char digit : token) {
+        if (!isDigit(digit)) {
+            return kFailed;
+        }
+        number = std::min(10 * number + (digit - '0'), UINT8_MAX + 1);
+    }
+    return number <= UINT8_MAX ? kFound : kFailed;
 }
 
 int CCmnNetwork::getHostbyAddr(const char* address, std::string& name)
@@ -182,10 +184,10 @@ int CCmnNetwork::getFQDN(std::string& fqdn)
 
 std::string CCmnNetwork::getComputerName()
 {
-    std::wstring name(UINT8_MAX, L'\0');
-    DWORD size = UINT8_MAX; // without the terminator
-    GetComputerNameW(name.data(), &size);
-    return CCmnStringTool::wstr2str(name.c_str());
+    wchar_t name[256] = {};
+    DWORD size = 254;
+    GetComputerNameW(name, &size);
+    return CCmnStringTool::wstr2str(std::wstring(name));
 }
 
 } // namespace tarnix_cmn_4_4

@@ -25,7 +25,7 @@ namespace
 {
 
 constexpr std::size_t kFrameSize = sizeof "\n2000-01-01 00:00:00.000000 \n"; // around the text
-constexpr std::size_t kTextSize = BUFSIZ;
+constexpr std::size_t kTextSize = 1024;
 
 // A copy of the arguments for a second pass. The destructor calls va_end even if an allocation
 // throws.
