@@ -188,7 +188,7 @@ void ExpansionGuard::assessOne(UseKey key, Declared& declared)
 {
     m_Total -= m_Counts->of(key) * declared.cost;
     declared.round = 0;
-    assess(declared, 1);
+    assess(declared, m_MaxNesting);
     m_Total += m_Counts->of(key) * declared.cost;
 }
 
@@ -198,26 +198,26 @@ void ExpansionGuard::assessAll()
     ++m_Round;
     m_Total = 0;
     for (auto& [key, declared] : m_Declared) {
-        assess(declared, 1);
+        assess(declared, m_MaxNesting);
         m_Total += m_Counts->of(key) * declared.cost;
     }
 }
 
 // A cycle of entities ends at the maximum nesting. The work of this function counts towards the
 // limit too: with declarations in the worst order it would be quadratic.
-void ExpansionGuard::assess(Declared& declared, int level)
+void ExpansionGuard::assess(Declared& declared, int levels)
 {
     if (declared.round == m_Round) {
         return;
     }
     m_Work += 1 + static_cast<double>(declared.uses.size());
-    if (level > m_MaxNesting || m_Work > m_Limit) {
+    if (levels == 0 || m_Work > m_Limit) {
         throw SaxLimitExceeded{kExpansionLimitMessage};
     }
     double cost = declared.ownCost;
     int depth = 1;
     for (Declared* used : declared.uses) {
-        assess(*used, level + 1);
+        assess(*used, levels - 1);
         cost += used->cost;
         depth = std::max(depth, used->depth + 1);
     }

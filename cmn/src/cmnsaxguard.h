@@ -108,13 +108,13 @@ public:
 
 private:
     struct Declared {
-        double ownCost = 0;          // without what its value uses
+        double ownCost{};            // without what its value uses
         std::vector<Declared*> uses; // declarations that the value of this one uses
-        bool isUsed = false;         // by the value of another declaration
+        bool isUsed{};               // by the value of another declaration
         // Computed by assess.
-        double cost = 0;        // of one use, nested uses included
-        int depth = 0;          // of nesting: 1 if the value uses nothing
-        unsigned int round = 0; // in which cost and depth were computed, or 0: outdated
+        double cost{};        // of one use, nested uses included
+        int depth{};          // of nesting: 1 if the value uses nothing
+        unsigned int round{}; // in which cost and depth were computed, or 0: outdated
     };
 
     void rejectUnknownEntities();
@@ -123,8 +123,8 @@ private:
     void declare(UseKey key, double ownCost, const XMLCh* value);
     void assessOne(UseKey key, Declared& declared);
     void assessAll();
-    // `level` counts the declarations on the way to this one: 1 for the first.
-    void assess(Declared& declared, int level);
+    // `levels`: how deep the declaration and what it uses may still be nested.
+    void assess(Declared& declared, int levels);
 
     xercesc::SAX2XMLReader& m_Reader;
     xercesc::XMLScanner& m_Scanner;
@@ -143,13 +143,13 @@ private:
     std::unique_ptr<Tables> m_Tables; // null before the document type declaration
     std::map<const xercesc::DTDElementDecl*, NameTable> m_Attributes;
 
-    double m_Limit = 0;
+    double m_Limit{};                    // set with the tables
     std::unique_ptr<UseCounts> m_Counts; // null before the first declaration
     // Contains also what a value uses before it is declared, or without being declared. Not a hash
     // table: a document could choose names whose keys collide.
     std::map<UseKey, Declared> m_Declared;
-    double m_Total = 0;       // the possible cost of all uses
-    double m_Work = 0;        // steps of assess, limited too
+    double m_Total{};         // the possible cost of all uses
+    double m_Work{};          // steps of assess, limited too
     unsigned int m_Round = 1; // a new one makes every cost outdated
 };
 

@@ -132,7 +132,7 @@ std::string CCmnSaxParseHandler::getLastErrorText() const
     if (!m_HasLastError) {
         return text;
     }
-    if (m_LastError.getLineNumber() > 0) {
+    if (m_LastError.getLineNumber() != 0) {
         text = "line " + std::to_string(m_LastError.getLineNumber()) + ", column " +
                std::to_string(m_LastError.getColumnNumber());
     }

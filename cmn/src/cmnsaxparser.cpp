@@ -169,11 +169,10 @@ private:
 // look at the start of the document.
 template <class Begin>
 const XMLCh* parseWithin(SAX2XMLReader& reader, SaxState& state, SaxText& text,
-                         const xercesc::InputSource& source, std::size_t size, Begin begin)
+                         const xercesc::InputSource& source, Begin begin)
 {
     const ParseInProgress parsing(state);
     state.memory->limit(static_cast<double>(state.limits.memory));
-    state.memory->raiseLimit(state.bytesFor(size));
     try {
         begin();
         const ExpansionGuard guard(reader, state, text);
@@ -215,9 +214,7 @@ CCmnSaxParser::CCmnSaxParser(xercesc::DefaultHandler* handler)
     : m_Handler(nullptr), m_Reader(nullptr)
 {
     init();
-    if (handler != nullptr) {
-        setHandler(handler);
-    }
+    setHandler(handler);
 }
 
 CCmnSaxParser::~CCmnSaxParser()
@@ -274,10 +271,11 @@ void CCmnSaxParser::parse(const std::string& text)
     const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()),
                                             text.size(), kSourceName, false);
     WholeText whole(text);
-    report(m_Handler,
-           parseWithin(*m_Reader, state, whole, source, text.size(),
-                       [&] { checkTags(text, state.limits); }),
-           source);
+    const auto begin = [&] {
+        state.memory->raiseLimit(state.bytesFor(text.size()));
+        checkTags(text, state.limits);
+    };
+    report(m_Handler, parseWithin(*m_Reader, state, whole, source, begin), source);
 }
 
 void CCmnSaxParser::parsePieces(const std::function<std::string()>& next)
@@ -290,8 +288,8 @@ void CCmnSaxParser::parsePieces(const std::function<std::string()>& next)
     const Replacement replacement(m_Reader, m_Handler, state);
     SaxPieces pieces(next, state);
     const SaxPieceSource source(pieces, kSourceName);
-    report(m_Handler,
-           parseWithin(*m_Reader, state, pieces, source, 0, [&pieces] { pieces.start(); }), source);
+    report(m_Handler, parseWithin(*m_Reader, state, pieces, source, [&pieces] { pieces.start(); }),
+           source);
 }
 
 void CCmnSaxParser::parse(const std::vector<std::string>& lines)

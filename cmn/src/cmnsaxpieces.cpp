@@ -9,9 +9,6 @@ namespace tarnix_cmn_4_4
 namespace
 {
 
-// More than an XML declaration has, which the reader expects in its first read.
-constexpr std::size_t kStartSize = 1024;
-
 class Stream final : public xercesc::BinInputStream
 {
 public:
@@ -36,7 +33,8 @@ SaxPieces::SaxPieces(const std::function<std::string()>& next, SaxState& state)
 
 void SaxPieces::start()
 {
-    while (!m_IsAtEnd && m_Text.size() < kStartSize) {
+    // The reader expects the XML declaration in its first read.
+    while (!m_IsAtEnd && m_Text.size() < kMaxDeclaration) {
         fetch();
     }
     m_IsWatched = hasAsciiMarkup(m_Text);

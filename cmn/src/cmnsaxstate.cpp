@@ -59,10 +59,8 @@ xercesc::MemoryManager* SaxMemory::getExceptionMemoryManager()
 
 void NameTable::clear()
 {
-    if (!m_Hashes.empty()) {
-        m_Hashes.clear();
-        std::fill(m_Chains.begin(), m_Chains.end(), 0);
-    }
+    m_Hashes.clear();
+    std::fill(m_Chains.begin(), m_Chains.end(), 0);
 }
 
 std::size_t NameTable::add(const XMLCh* name)

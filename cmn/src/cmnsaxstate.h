@@ -35,16 +35,11 @@ public:
     SaxMemory& operator=(const SaxMemory&) = delete;
 
     // Limits what is allocated from now on. In doubles, which do not overflow.
-    void limit(double more)
+    void limit(double room)
     {
-        m_Room = 0;
-        raiseLimit(more);
+        m_Room = static_cast<std::size_t>(std::min(room, static_cast<double>(kNoLimit)));
     }
-    void raiseLimit(double more)
-    {
-        m_Room = static_cast<std::size_t>(
-            std::min(static_cast<double>(m_Room) + more, static_cast<double>(kNoLimit)));
-    }
+    void raiseLimit(double more) { limit(static_cast<double>(m_Room) + more); }
     void removeLimit() { m_Room = kNoLimit; }
 
     // True after the limit has failed an allocation. The limit is removed then, because what cleans

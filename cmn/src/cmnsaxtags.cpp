@@ -14,12 +14,12 @@ void TagWatch::take(XMLCh unit)
         m_Inside = unit == u'!'                                   ? Inside::declaration
                    : unit <= u' ' || unit == u'/' || unit == u'?' ? Inside::nothing
                                                                   : Inside::tag;
-        return;
+        break;
     case Inside::declaration:
         m_Inside = unit != element[m_Matched++]  ? Inside::nothing
                    : m_Matched == element.size() ? Inside::model
                                                  : Inside::declaration;
-        return;
+        break;
     case Inside::tag:
         if (unit == u'>') {
             m_Inside = Inside::nothing;
@@ -30,19 +30,19 @@ void TagWatch::take(XMLCh unit)
                 throw SaxLimitExceeded{kTagLimitMessage};
             }
         }
-        return;
+        break;
     case Inside::quote:
         m_Inside = unit == m_Quote ? Inside::tag : Inside::quote;
-        return;
+        break;
     case Inside::model:
         if (unit == u'>') {
             m_Inside = Inside::nothing;
         } else if ((unit == u'(' || unit == u',' || unit == u'|') && ++m_Count > m_MaxNames) {
             throw SaxLimitExceeded{kModelLimitMessage};
         }
-        return;
+        break;
     case Inside::nothing:
-        return;
+        break;
     }
 }
 

@@ -27,7 +27,7 @@ public:
         : m_MaxAttributes(limits.attributes),
           m_MaxNames(limits.contentModel),
           // An attribute has at least four characters, and a parenthesis is one.
-          m_Block(std::clamp<std::size_t>(std::min(m_MaxAttributes, m_MaxNames / 2), 1, kMaxBlock))
+          m_Block(std::max<std::size_t>(std::min(m_MaxAttributes, m_MaxNames / 2), 1))
     {
     }
 
@@ -48,8 +48,6 @@ public:
 
 private:
     enum class Inside { nothing, start, declaration, tag, quote, model };
-
-    static constexpr std::size_t kMaxBlock = 4096;
 
     static bool hasMarkup(const XMLByte* from, const XMLByte* to)
     {
@@ -110,9 +108,10 @@ private:
     const std::size_t m_MaxNames;
     const std::size_t m_Block;
     Inside m_Inside = Inside::nothing;
-    XMLCh m_Quote = 0;
-    std::size_t m_Matched = 0; // characters of the keyword of a declaration
-    std::size_t m_Count = 0;
+    // Set when they begin to count, by step and take.
+    XMLCh m_Quote{};
+    std::size_t m_Matched{}; // characters of the keyword of a declaration
+    std::size_t m_Count{};
 };
 
 } // namespace tarnix_cmn_4_4

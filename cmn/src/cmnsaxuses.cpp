@@ -4,11 +4,13 @@
 #include "cmnsaxtags.h"
 #include "cmnstringtool.h"
 
+#include <unicode/utf8.h>
 #include <xercesc/framework/XMLRecognizer.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
 
+#include <cstdio>
 #include <memory>
 
 namespace tarnix_cmn_4_4
@@ -18,7 +20,7 @@ namespace
 
 using Transcoder = std::unique_ptr<xercesc::XMLTranscoder>;
 
-constexpr std::size_t kPiece = 4096;
+constexpr std::size_t kPiece = BUFSIZ;
 
 // The largest text whose tags need not be checked, because the worst of them is fast enough.
 constexpr std::size_t kMaxUnknownSize = std::size_t{256} << 10;
@@ -27,10 +29,10 @@ constexpr std::size_t kMaxUnknownSize = std::size_t{256} << 10;
 // read it. If there is any doubt, the encoding is unknown: if the reader used a different one, some
 // uses would not be counted.
 struct Decoded {
-    const XMLByte* data = nullptr;
-    std::size_t size = 0;
+    const XMLByte* data;
+    std::size_t size;
     Transcoder transcoder; // null if the encoding is unknown
-    bool isUtf8 = false;
+    bool isUtf8;
 };
 
 // What the start of a document says about its encoding.
@@ -38,7 +40,7 @@ struct Start {
     xercesc::XMLRecognizer::Encodings sensed;
     std::string declaration;
     std::string encoding;
-    bool isCertain = false;
+    bool isCertain;
 };
 
 template <class Encoding>
@@ -54,12 +56,10 @@ Transcoder makeTranscoder(Encoding encoding)
 // does not end within a usual length.
 bool findDeclaration(const std::string& text, std::string& declaration)
 {
-    constexpr std::size_t maxSize = 1024;
     constexpr std::size_t start = 5;
-    for (std::size_t i = 0; i < text.size() && i < maxSize; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte > 0 && byte < 0x80) {
-            declaration += text[i];
+    for (const char byte : std::string_view(text).substr(0, kMaxDeclaration)) {
+        if (static_cast<signed char>(byte) > 0) {
+            declaration += byte;
         }
         if (declaration.size() == start + 1 &&
             (declaration.compare(0, start, "<?xml") != 0 || declaration[start] > ' ')) {
@@ -70,7 +70,7 @@ bool findDeclaration(const std::string& text, std::string& declaration)
             return true;
         }
     }
-    return text.size() < maxSize;
+    return text.size() < kMaxDeclaration;
 }
 
 // Gets the encoding that the declaration names, or an empty text; false if it is not certain. Each
@@ -106,7 +106,7 @@ bool readsAscii(const std::string& encoding, const std::string& declaration)
     }
     std::array<XMLCh, kPiece> units;
     std::array<unsigned char, kPiece> sizes;
-    XMLSize_t consumed = 0;
+    XMLSize_t consumed;
     const XMLSize_t length = transcoder->transcodeFrom(
         reinterpret_cast<const XMLByte*>(declaration.data()), declaration.size(), units.data(),
         units.size(), consumed, sizes.data());
@@ -131,16 +131,14 @@ bool isUtf16(const Start& start)
 
 Decoded decode(const std::string& text, const Start& start)
 {
-    Decoded decoded;
-    decoded.data = reinterpret_cast<const XMLByte*>(text.data());
-    decoded.size = text.size();
+    Decoded decoded{reinterpret_cast<const XMLByte*>(text.data()), text.size(), nullptr, false};
     if (!start.isCertain) {
         return decoded;
     }
     const std::string& encoding = start.encoding;
     if (start.sensed == xercesc::XMLRecognizer::UTF_8) {
         // The declaration is ASCII, even if what follows is not.
-        const std::size_t skipped = start.declaration.empty() ? 0 : text.find('>') + 1;
+        const std::size_t skipped = start.declaration.empty() ? 0 : text.find('>');
         decoded.data += skipped;
         decoded.size -= skipped;
         if (encoding.empty()) {
@@ -166,7 +164,7 @@ std::size_t asciiPiece(const Decoded& utf8)
     for (std::size_t i = 0; i < size; ++i) {
         all |= utf8.data[i];
     }
-    return all < 0x80 ? size : 0;
+    return U8_IS_SINGLE(all) ? size : 0;
 }
 
 // Passes the text on in pieces, as bytes where they are ASCII and otherwise as UTF-16.
@@ -175,10 +173,10 @@ void scanAll(Decoded& document, Scan scan)
 {
     std::array<XMLCh, kPiece> piece;
     std::array<unsigned char, kPiece> sizes;
-    XMLSize_t consumed = 1;
-    while (document.size > 0 && consumed > 0) {
+    XMLSize_t consumed = document.size;
+    while (consumed != 0 && document.size != 0) {
         const std::size_t plain = document.isUtf8 ? asciiPiece(document) : 0;
-        if (plain > 0) {
+        if (plain != 0) {
             scan(document.data, plain);
             consumed = plain;
         } else {
@@ -199,7 +197,7 @@ UseCounts::UseCounts(const std::string& text) : m_MaxCount(static_cast<double>(t
     try {
         m_IsKnown = count(text);
     } catch (const xercesc::XMLException&) {
-        m_IsKnown = false; // invalid in that encoding: the reader fails too, if it gets there
+        // Invalid in that encoding: the reader fails too, if it gets there.
     }
 }
 

@@ -18,11 +18,10 @@ namespace tarnix_cmn_4_4
 {
 
 // "&name" and "%name" use an entity, "<name" uses the default attributes of an element. What is
-// used is identified by a key, a hash of these characters. The uses of two names with the same key
-// are counted together, which can only make a document look more expensive than it is.
+// used is identified by a key, a hash of these characters that begins with the first one. The uses
+// of two names with the same key are counted together, which can only make a document look more
+// expensive than it is.
 using UseKey = std::uint64_t;
-
-constexpr UseKey kKeySeed = 0xCBF29CE484222325;
 
 constexpr UseKey extended(UseKey key, XMLCh unit)
 {
@@ -56,7 +55,7 @@ inline bool isNameUnit(XMLCh unit)
 
 inline UseKey useKeyOf(XMLCh sigil, const XMLCh* name)
 {
-    UseKey key = extended(kKeySeed, sigil);
+    UseKey key = sigil;
     for (; *name != 0; ++name) {
         key = extended(key, *name);
     }
@@ -80,7 +79,7 @@ public:
                 }
                 m_Inside = true;
                 m_HasName = false;
-                m_Key = extended(kKeySeed, *text++);
+                m_Key = *text++;
             }
             for (; text != end && isNameUnit(*text); ++text) {
                 m_Key = extended(m_Key, *text);
@@ -97,9 +96,10 @@ public:
     }
 
 private:
-    UseKey m_Key = kKeySeed;
     bool m_Inside = false;
-    bool m_HasName = false;
+    // Set when a use begins.
+    UseKey m_Key{};
+    bool m_HasName{};
 };
 
 // How many uses of each key a document has. Keys may share a counter, so that a count may be too
@@ -134,6 +134,9 @@ private:
     double m_MaxCount;
     bool m_IsKnown = false;
 };
+
+// More than an XML declaration has.
+constexpr std::size_t kMaxDeclaration = 1024;
 
 constexpr XMLCh kEncodingLimitMessage[] = u"the document is too large for its encoding";
 
