@@ -144,7 +144,6 @@ CCmnMessageDigest5::CCmnMessageDigest5(const void* data, std::uint32_t length)
 
 void CCmnMessageDigest5::Initialize()
 {
-    std::memset(m_Block, 0, sizeof m_Block);
     m_Buffered = 0;
     m_State[0] = 0x67452301;
     m_State[1] = 0xEFCDAB89;
@@ -166,7 +165,7 @@ void CCmnMessageDigest5::Update(const unsigned char* data, std::uint32_t length)
 
 void CCmnMessageDigest5::feed(const unsigned char* data, std::size_t length)
 {
-    if (m_Buffered > 0) {
+    if (m_Buffered != 0) {
         const std::size_t taken = std::min(length, kBlockSize - m_Buffered);
         std::memcpy(m_Block + m_Buffered, data, taken);
         m_Buffered += static_cast<std::uint32_t>(taken);
