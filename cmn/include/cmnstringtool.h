@@ -421,7 +421,7 @@ template <class Integer>
 CCmnStringTool::ReadResult CCmnStringTool::readLong(std::string_view text, Integer& number)
 {
     const char* const last = text.data() + text.size();
-    Integer read = 0;
+    Integer read{};
     const auto [stop, error] = std::from_chars(text.data(), last, read);
     if (error == std::errc() && stop == last) {
         number = read;
@@ -441,7 +441,7 @@ CCmnStringTool::ReadResult CCmnStringTool::readHex(std::string_view text, Intege
     const bool isNegative = first != text.data();
     const bool hasPrefix = last - first >= 2 && first[0] == '0' && (first[1] | 0x20) == 'x';
     first += hasPrefix ? 2 : 0;
-    Magnitude read = 0;
+    Magnitude read{};
     auto [stop, error] = std::from_chars(first, last, read, 16);
     if (error == std::errc() && read > magnitudeLimit<Integer>(isNegative)) {
         error = std::errc::result_out_of_range;
@@ -457,7 +457,7 @@ template <class Real, std::enable_if_t<std::is_same_v<Real, double>, int>>
 CCmnStringTool::ReadResult CCmnStringTool::readNumber(std::string_view text, Real& number)
 {
     const char* const last = text.data() + text.size();
-    Real read = 0;
+    Real read{};
     const auto [stop, error] = std::from_chars(text.data(), last, read);
     // The standard's reader also reads "inf" and "nan".
     if (error == std::errc() && stop == last && std::isfinite(read)) {

@@ -25,13 +25,10 @@ namespace
 {
 
 // Bytes or units that count as a short text.
-constexpr std::size_t kShort = 1024;
+constexpr std::size_t kShort = kUtf16Piece;
 
 // What mbsrtowcs and wcsnrtombs return for text that cannot be converted.
 constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
-
-// A UTF-16 unit takes at most three bytes of UTF-8; a surrogate pair takes four.
-constexpr std::size_t kUtf8PerUnit = 3;
 
 // A little less than a UnicodeString can hold; the exact limit differs between versions of ICU.
 constexpr std::size_t kMaxUstr = 0x7FFFFF00;
@@ -223,9 +220,6 @@ char16_t* appendUtf16(char16_t* target, char32_t unit)
 template <class Char>
 Char* duplicate(const Char* text, std::size_t length, CCmnStringTool::Allocator allocator)
 {
-    if (length >= std::numeric_limits<std::size_t>::max() / sizeof(Char)) {
-        return nullptr;
-    }
     const std::size_t bytes = (length + 1) * sizeof(Char);
     const auto copy =
         static_cast<Char*>(allocator != nullptr ? allocator(bytes) : std::malloc(bytes));
@@ -347,7 +341,7 @@ icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
     const std::size_t capacity =
         oneUnitEach ? length
                     : length + static_cast<std::size_t>(std::count_if(first, last, needsTwoUnits));
-    if (capacity == 0 || capacity > kMaxUstr) {
+    if (capacity > kMaxUstr) {
         return result;
     }
     char16_t* target = openBuffer(result, capacity);

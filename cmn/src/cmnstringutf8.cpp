@@ -2,6 +2,8 @@
 #include "cmnasciirun.h"
 #include "cmnstringtool.h"
 
+#include <unicode/utf16.h>
+
 namespace tarnix_cmn_4_4
 {
 namespace
@@ -82,17 +84,12 @@ wchar_t* putPoint(wchar_t* target, char32_t point)
 {
     if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
         if (point > 0xFFFF) {
-            *target++ = static_cast<wchar_t>(0xD7C0 + (point >> 10));
-            point = 0xDC00 | (point & 0x3FF);
+            *target++ = static_cast<wchar_t>(U16_LEAD(point));
+            point = U16_TRAIL(point);
         }
     }
     *target++ = static_cast<wchar_t>(point);
     return target;
-}
-
-bool isSurrogate(char32_t unit)
-{
-    return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
 // The character at the offset, which moves past it.
@@ -100,13 +97,12 @@ char32_t takePoint(std::wstring_view text, std::size_t& at)
 {
     const auto unit = static_cast<char32_t>(text[at++]);
     if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
-        const auto second = at < text.size() ? static_cast<char32_t>(text[at]) : 0;
-        if (unit >> 10 == 0xD800 >> 10 && second >> 10 == 0xDC00 >> 10) {
-            ++at;
-            return ((unit & 0x3FF) << 10 | (second & 0x3FF)) + 0x10000;
+        if (U16_IS_LEAD(unit) && at < text.size() && U16_IS_TRAIL(text[at])) {
+            const auto second = static_cast<char32_t>(text[at++]);
+            return static_cast<char32_t>(U16_GET_SUPPLEMENTARY(unit, second));
         }
     }
-    return isSurrogate(unit) || unit > 0x10FFFF ? kReplacement : unit;
+    return U_IS_SURROGATE(unit) || unit > 0x10FFFF ? kReplacement : unit;
 }
 
 void appendUtf8(std::string& text, char32_t point)
@@ -128,14 +124,12 @@ void appendUtf8(std::string& text, char32_t point)
 std::size_t CCmnStringTool::findInvalidUtf8(std::string_view text)
 {
     std::string_view rest = text;
-    skipAscii(rest);
-    while (!rest.empty()) {
+    for (skipAscii(rest); !rest.empty(); skipAscii(rest)) {
         const Next found = next(rest);
         if (!found.isValid) {
             return text.size() - rest.size();
         }
         rest.remove_prefix(found.size);
-        skipAscii(rest);
     }
     return std::string_view::npos;
 }

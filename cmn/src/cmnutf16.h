@@ -23,28 +23,28 @@ namespace tarnix_cmn_4_4
 // Units that are converted at a time, in a buffer on the stack.
 constexpr std::int32_t kUtf16Piece = 1024;
 
+// A UTF-16 unit takes at most three bytes of UTF-8; a surrogate pair takes four.
+constexpr std::size_t kUtf8PerUnit = 3;
+
 // Copies all units; true if none of them is a surrogate or zero. The loop has no early exit and
 // computes in the width of a unit, so that the compiler can vectorize it.
 inline bool copyPlainUtf16(const char16_t* units, std::int32_t length, wchar_t* wide)
 {
-    char16_t found = 0;
+    char16_t found{};
     for (std::int32_t i = 0; i < length; ++i) {
         const char16_t unit = units[i];
         const auto block = static_cast<char16_t>(unit & 0xF800);
         wide[i] = unit;
-        found |= block == 0xD800 || unit == 0 ? char16_t{1} : char16_t{0};
+        found |= static_cast<char16_t>(block == 0xD800 || unit == 0);
     }
     return found == 0;
 }
 
-// The number of units before the first that copyPlainUtf16 does not accept. There must be one.
-inline std::int32_t plainLength(const char16_t* units)
+// The number of units before the first that copyPlainUtf16 does not accept.
+inline std::int32_t plainLength(const char16_t* units, std::int32_t length)
 {
-    std::int32_t length = 0;
-    while (units[length] != 0 && !U16_IS_SURROGATE(units[length])) {
-        ++length;
-    }
-    return length;
+    const auto isOther = [](char16_t unit) { return unit == 0 || U16_IS_SURROGATE(unit); };
+    return static_cast<std::int32_t>(std::find_if(units, units + length, isOther) - units);
 }
 
 // The next wide unit: a code point, or a UTF-16 unit where wchar_t has 16 bits.
@@ -53,7 +53,7 @@ inline wchar_t nextWide(const char16_t* units, std::int32_t& at, std::int32_t le
     if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
         return static_cast<wchar_t>(units[at++]);
     } else {
-        UChar32 character = 0;
+        UChar32 character;
         U16_NEXT(units, at, length, character);
         return static_cast<wchar_t>(character);
     }
@@ -74,7 +74,7 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
     for (std::int32_t filled = 0;; ++filled) {
         piece = std::min({block, room - filled, length - at});
         if (!copyPlainUtf16(units + at, piece, wide + filled)) {
-            piece = plainLength(units + at);
+            piece = plainLength(units + at, piece);
         }
         at += piece;
         filled += piece;
@@ -104,7 +104,7 @@ constexpr std::size_t kShortText = 40;
 {
     char16_t* end = units;
     for (std::size_t at = 0; at < length && text[at];) {
-        UChar32 character = 0;
+        UChar32 character;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion" // within the macro
         U8_NEXT(text, at, length, character);
@@ -154,7 +154,7 @@ constexpr auto kUpToTerminator = static_cast<std::size_t>(-1);
 inline std::size_t convertLong(const char* text, std::size_t length, char16_t* units,
                                std::size_t room)
 {
-    std::int32_t written = 0;
+    std::int32_t written{};
     UErrorCode status = U_ZERO_ERROR;
     u_strFromUTF8(units, static_cast<std::int32_t>(room), &written, text,
                   static_cast<std::int32_t>(length), &status);
@@ -164,7 +164,7 @@ inline std::size_t convertLong(const char* text, std::size_t length, char16_t* u
 inline std::size_t convertLong(const char16_t* text, std::size_t length, char* utf8,
                                std::size_t room)
 {
-    std::int32_t written = 0;
+    std::int32_t written{};
     UErrorCode status = U_ZERO_ERROR;
     u_strToUTF8(utf8, static_cast<std::int32_t>(room), &written, text,
                 static_cast<std::int32_t>(length), &status);
@@ -269,7 +269,7 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
 {
     const std::size_t start = target.size();
     const char16_t* rest = text.getBuffer();
-    char utf8[3 * kUtf16Piece];
+    char utf8[kUtf8PerUnit * kUtf16Piece];
     auto length = static_cast<std::size_t>(text.length());
     while (length > 0) {
         const std::size_t piece = pieceLength(rest, length, kUtf16Piece);
@@ -288,8 +288,7 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
 // As CCmnStringTool::str2ustr, for a text without a zero byte.
 inline icu::UnicodeString fromUtf8(std::string_view text)
 {
-    constexpr std::size_t maxSize = 0x40000000;
-    if (text.size() > maxSize) {
+    if (text.size() > kLongestPiece) {
         return CCmnStringTool::str2ustr(std::string(text)); // takes less memory
     }
     icu::UnicodeString result;
