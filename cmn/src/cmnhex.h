@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <string>
 
 namespace tarnix_cmn_4_4
@@ -29,10 +30,9 @@ inline void printHex(char* __restrict target, const unsigned char* __restrict da
 // at a time.
 inline void printHex(wchar_t* target, const unsigned char* data, std::size_t length)
 {
-    constexpr std::size_t maxPiece = 64;
-    char digits[2 * maxPiece];
+    char digits[BUFSIZ];
     while (length > 0) {
-        const std::size_t piece = std::min(length, maxPiece);
+        const std::size_t piece = std::min(length, sizeof digits / 2);
         printHex(digits, data, piece);
         target = std::copy_n(digits, 2 * piece, target);
         data += piece;

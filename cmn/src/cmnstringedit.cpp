@@ -161,7 +161,7 @@ std::string CCmnStringTool::trim(const std::string& text, const char* set)
 
 std::string CCmnStringTool::ltrim(const std::string& text, const char* set)
 {
-    if (text.empty() || set == nullptr) {
+    if (set == nullptr) {
         return text;
     }
     const std::size_t start = std::min(text.find_first_not_of(set), text.size());
@@ -170,7 +170,7 @@ std::string CCmnStringTool::ltrim(const std::string& text, const char* set)
 
 std::string CCmnStringTool::rtrim(const std::string& text, const char* set)
 {
-    if (text.empty() || set == nullptr) {
+    if (set == nullptr) {
         return text;
     }
     return text.substr(0, text.find_last_not_of(set) + 1);

@@ -3,8 +3,11 @@
 #include "cmnhex.h"
 #include "cmnstringtool.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
@@ -34,11 +37,16 @@ int readInto(const std::string& text, Number& number, Number (*read)(const std::
     return 0;
 }
 
+std::size_t byteCount(const unsigned char* data, int length)
+{
+    return data == nullptr ? 0 : static_cast<std::size_t>(std::max(length, 0));
+}
+
 template <class Char>
 std::basic_string<Char> hexText(const unsigned char* data, int length)
 {
     std::basic_string<Char> text;
-    appendHex(text, data, data == nullptr || length < 0 ? 0 : static_cast<std::size_t>(length));
+    appendHex(text, data, byteCount(data, length));
     return text;
 }
 
@@ -62,20 +70,22 @@ public:
     std::size_t size() const { return m_Size; }
 
 private:
-    std::size_t m_Size = 2 * sizeof(std::uint32_t);
-    Char m_Digits[2 * sizeof(std::uint32_t)];
+    static constexpr std::size_t kMaxSize = 2 * sizeof(std::uint32_t);
+
+    std::size_t m_Size = kMaxSize;
+    Char m_Digits[kMaxSize];
 };
 
-constexpr std::int16_t kNoDigit = -1;
+constexpr std::uint8_t kNoDigit = UINT8_MAX;
 
-constexpr std::array<std::int16_t, 256> makeHexValues()
+constexpr std::array<std::uint8_t, 256> makeHexValues()
 {
-    std::array<std::int16_t, 256> values{};
-    for (std::int16_t& value : values) {
+    std::array<std::uint8_t, 256> values{};
+    for (std::uint8_t& value : values) {
         value = kNoDigit;
     }
     for (const std::string_view digits : {"0123456789abcdef", "0123456789ABCDEF"}) {
-        std::int16_t value = 0;
+        std::uint8_t value = 0;
         for (const char digit : digits) {
             values[static_cast<unsigned char>(digit)] = value++;
         }
@@ -101,7 +111,7 @@ unsigned char readHexPair(char first, char second)
 
 std::string CCmnStringTool::double2str(double number)
 {
-    char text[64];
+    char text[BUFSIZ];
     TX_snprintf(text, sizeof text, "%g", number);
     return text;
 }
@@ -202,7 +212,7 @@ int CCmnStringTool::str2binary(unsigned char* out, int* size, const std::string&
 {
     const std::size_t pairs = text.size() / 2;
     // A negative size is an error even for no pair at all.
-    if (size == nullptr || (out == nullptr && pairs > 0) || *size < 0 ||
+    if (size == nullptr || (out == nullptr && pairs != 0) || *size < 0 ||
         pairs > static_cast<std::size_t>(*size)) {
         return -1;
     }
@@ -220,8 +230,7 @@ int CCmnStringTool::wstr2binary(unsigned char* out, int* size, std::wstring text
 
 std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char* data, int length)
 {
-    const std::size_t bytes =
-        (data != nullptr) && length > 0 ? static_cast<std::size_t>(length) : 0;
+    const std::size_t bytes = byteCount(data, length);
     const UidNumber<wchar_t> digits(number);
     std::wstring uid(digits.size() + 2 * bytes, L'0');
     printHex(std::copy_n(digits.data(), digits.size(), uid.data()), data, bytes);
