@@ -17,7 +17,7 @@ constexpr bool TX_isGraphic(unsigned char byte)
 inline bool TX_areGraphic(const unsigned char* bytes)
 {
     constexpr std::uint64_t each = 0x0101010101010101u;
-    std::uint64_t word = 0;
+    std::uint64_t word;
     std::memcpy(&word, bytes, sizeof word);
     return (((word - each * '!') | (word + each) | word) & each * 0x80) == 0;
 }

@@ -31,7 +31,7 @@ std::size_t lengthWithin(const wchar_t* text, std::size_t limit)
 template <typename Unit>
 bool isUsable(const Unit* target, const Unit* source, std::size_t size)
 {
-    return target != nullptr && source != nullptr && size > 0;
+    return target != nullptr && source != nullptr && size != 0;
 }
 
 // Reads no more of the source than it can copy, so the source need not be terminated.
@@ -67,9 +67,6 @@ std::size_t appendText(Unit* target, const Unit* source, std::size_t count, std:
         return 0;
     }
     const std::size_t used = lengthWithin(target, size);
-    if (used == size) {
-        return 0;
-    }
     const std::size_t room = size - used;
     return copyText(target + used, source, count < room ? count + 1 : room);
 }
@@ -78,7 +75,7 @@ template <typename Unit>
 int measureText(const Unit* text, std::size_t limit, std::size_t* length)
 {
     const std::size_t found = text == nullptr ? limit : lengthWithin(text, limit);
-    const bool terminated = text != nullptr && found < limit;
+    const bool terminated = found < limit;
     if (length != nullptr) {
         *length = terminated ? found : 0;
     }

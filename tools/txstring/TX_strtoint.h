@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr unsigned char TX_NoDigit = 0xff;
+constexpr unsigned char TX_NoDigit = UINT8_MAX;
 
 constexpr std::array<unsigned char, 256> TX_makeDigits()
 {
@@ -87,10 +87,10 @@ inline const unsigned char* TX_readLastDigits(const unsigned char* next, const u
                                               int base, const TX_NumberLimits& limits,
                                               TX_Number& number)
 {
-    const int digitLimit = base < 36 ? base : 36; // excludes TX_NoDigit for every base
+    const int digitLimit = std::min(base, 36); // excludes TX_NoDigit for every base
     const std::uint64_t limit = number.negative ? limits.negative : limits.positive;
     for (; next != end && TX_Digits[*next] < digitLimit; ++next) {
-        std::uint64_t value = 0;
+        std::uint64_t value;
         number.overflow =
             number.overflow ||
             __builtin_mul_overflow(number.magnitude, static_cast<std::uint64_t>(base), &value) ||
@@ -106,7 +106,8 @@ inline const unsigned char* TX_readDigits(const unsigned char* next, const unsig
                                           int base, const TX_NumberLimits& limits,
                                           TX_Number& number)
 {
-    std::size_t count = base > 1 && base <= 36 ? TX_SafeDigits[static_cast<std::size_t>(base)] : 0;
+    const auto index = static_cast<std::size_t>(base); // huge for a negative base
+    std::size_t count = index < TX_SafeDigits.size() ? TX_SafeDigits[index] : 0;
     if (end != nullptr) {
         count = std::min(count, static_cast<std::size_t>(end - next));
     }

@@ -123,11 +123,11 @@ constexpr std::array<DirectiveCharacter, 256> kDirectiveCharacters = makeDirecti
 
 struct Directive {
     Kind kind = Kind::end;
-    int base = 0;
+    int base{};
     unsigned int flags = 0;
     std::size_t width = 0;  // 0: none given
     void* target = nullptr; // target and size: the arguments, if it stores
-    int size = 0;
+    int size{};
 
     bool stores() const { return kind != Kind::percent && !has(isSuppressed); }
     bool has(Flag flag) const { return (flags & flag) != 0; }
@@ -526,7 +526,7 @@ Outcome Scanner::scanCharacter(const Directive& directive)
 // Stores as many of the next `length` bytes as the target has room for, and skips all of them.
 void Scanner::storeText(const Directive& directive, std::size_t length)
 {
-    const std::size_t room = directive.size > 0 ? static_cast<std::size_t>(directive.size) - 1 : 0;
+    const auto room = static_cast<std::size_t>(std::max(directive.size, 1) - 1);
     const std::size_t stored = std::min(length, room);
     if (directive.size > 0) {
         char* const target = static_cast<char*>(directive.target);
