@@ -30,7 +30,7 @@ inline bool isAsciiBlock(const Unit* units)
 {
     constexpr std::uint64_t ones = inEachUnit<Unit>(1);
     constexpr std::uint64_t high = ~inEachUnit<Unit>(0x7F);
-    std::uint64_t found = 0;
+    std::uint64_t found{};
     for (std::size_t i = 0; i < size; i += sizeof found / sizeof *units) {
         std::uint64_t word;
         std::memcpy(&word, units + i, sizeof word);

@@ -160,7 +160,7 @@ Decoded decode(const std::string& text, const Start& start)
 std::size_t asciiPiece(const Decoded& utf8)
 {
     const std::size_t size = std::min(utf8.size, kPiece);
-    unsigned char all = 0;
+    unsigned char all{};
     for (std::size_t i = 0; i < size; ++i) {
         all |= utf8.data[i];
     }

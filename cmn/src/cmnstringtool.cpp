@@ -197,7 +197,7 @@ bool needsTwoUnits(char32_t unit)
 // No early exit, so that the compiler can vectorize the loop: nearly all texts fit.
 bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
 {
-    std::uint32_t all = 0;
+    std::uint32_t all{};
     for (; first != last; ++first) {
         all |= static_cast<std::uint32_t>(*first);
     }

@@ -145,7 +145,7 @@ int TX_vsnprintf(char* target, std::size_t size, const char* format, std::va_lis
         return -1;
     }
     const int length = std::vsnprintf(target, size, format, arguments);
-    if (length >= 0 && static_cast<std::size_t>(length) < size) {
+    if (static_cast<std::size_t>(length) < size) { // not negative, which would be huge
         return length;
     }
     target[size - 1] = '\0';

@@ -87,7 +87,7 @@ inline const unsigned char* TX_readLastDigits(const unsigned char* next, const u
                                               int base, const TX_NumberLimits& limits,
                                               TX_Number& number)
 {
-    const int digitLimit = std::min(base, 36); // excludes TX_NoDigit for every base
+    const int digitLimit = std::min<int>(base, TX_NoDigit);
     const std::uint64_t limit = number.negative ? limits.negative : limits.positive;
     for (; next != end && TX_Digits[*next] < digitLimit; ++next) {
         std::uint64_t value;
