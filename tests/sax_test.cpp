@@ -260,6 +260,14 @@ TEST(Sax, DocumentsInPieces) // of any size: see the fuzzer
     EXPECT_THROW(parser.parsePieces(again), xercesc::SAXNotSupportedException);
     parser.parse("<s/>");
     EXPECT_FALSE(handler.hasLastError());
+    // What came before a declaration counts for its limit.
+    const std::string pieces[] = {"<!--" + std::string(2000, ' ') + "-->",
+                                  document("<!ENTITY a 'x'>", "<r>&a;&a;&a;</r>"), ""};
+    CCmnSaxLimits limits;
+    limits.expansion = 0;
+    EXPECT_TRUE(parser.setLimits(limits));
+    parser.parsePieces([&, next = pieces]() mutable { return *next++; });
+    EXPECT_FALSE(handler.hasLastError());
 }
 
 TEST(Sax, DocumentsInLinesAndLaterParsesAndProblems)
