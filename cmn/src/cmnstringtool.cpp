@@ -111,10 +111,10 @@ std::size_t convertUpToZero(const char* text, std::size_t size, char16_t* units)
     text += run;
     size -= run;
     units += run;
-    std::size_t rest = 0;
+    std::size_t rest;
     if (size <= kShortText) {
         rest = convertShort(text, size, units);
-    } else if (run > 0 || hasLongRuns(text, size)) {
+    } else if (run != 0 || hasLongRuns(text, size)) {
         rest = convertPieces(text, std::strlen(text), units, size);
     } else {
         rest = convertLong(text, kUpToTerminator, units, size);

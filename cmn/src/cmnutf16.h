@@ -241,10 +241,10 @@ std::size_t convertUnicode(const From* text, std::size_t length, To* target, std
     length -= run;
     target += run;
     room -= run;
-    std::size_t rest = 0;
+    std::size_t rest;
     if (length <= kShortText) {
         rest = convertShort(text, length, target);
-    } else if (run > 0 || length > kLongestPiece || hasLongRuns(text, length)) {
+    } else if (run != 0 || length > kLongestPiece || hasLongRuns(text, length)) {
         rest = convertPieces(text, length, target, room);
     } else {
         rest = convertLong(text, length, target, room);
