@@ -138,7 +138,7 @@ std::size_t countUtf16(const char* text, std::size_t length)
 {
     constexpr std::size_t block = 120;
     std::size_t units = 0;
-    for (std::size_t piece = 0; length > 0; text += piece, length -= piece) {
+    for (std::size_t piece; length > 0; text += piece, length -= piece) {
         piece = std::min(length, block);
         std::uint8_t count = 0; // at most two for each byte
         for (std::size_t i = 0; i < piece; ++i) {
