@@ -144,6 +144,7 @@ CCmnMessageDigest5::CCmnMessageDigest5(const void* data, std::uint32_t length)
 
 void CCmnMessageDigest5::Initialize()
 {
+    std::memset(m_Block, 0, sizeof m_Block);
     m_Buffered = 0;
     m_State[0] = 0x67452301;
     m_State[1] = 0xEFCDAB89;
