@@ -23,7 +23,7 @@ install(TARGETS catalogcheck RUNTIME COMPONENT tools)
 # A copy of the program that the library has in itself. Not as a target, which the packages strip:
 # the library compares the bytes.
 install(PROGRAMS $<TARGET_FILE:tarnix_runas> RENAME tarnix-runas
-        DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/tarnixcmn-4.4 COMPONENT runtime)
+        DESTINATION ${TARNIX_PRIVATE_DIR} COMPONENT runtime)
 
 set(TARNIX_ICU_VERSION 67)
 configure_package_config_file(cmake/tarnixcmnConfig.cmake.in tarnixcmnConfig.cmake
@@ -45,10 +45,14 @@ configure_file(cmake/tarnixcmn.pc.in tarnixcmn.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarnixcmn.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-install(FILES platform/pam.d/tarnix DESTINATION ${sysconf_dir}/pam.d COMPONENT runtime)
-install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT runtime)
-# For whoever runs programs, and therefore in the package of the library.
-install(FILES cmake/debian/logrotate.conf DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+# What all versions of the interface share on a machine.
+install(FILES platform/pam.d/tarnix DESTINATION ${sysconf_dir}/pam.d COMPONENT common)
+install(FILES platform/registry.conf DESTINATION ${sysconf_dir}/tarnix COMPONENT common)
+install(FILES cmake/debian/logrotate.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}-common COMPONENT common)
+configure_file(cmake/man/catalogcheck.1 man/catalogcheck.1 @ONLY)
+execute_process(COMMAND gzip -9nkf ${PROJECT_BINARY_DIR}/man/catalogcheck.1 COMMAND_ERROR_IS_FATAL ANY)
+install(FILES ${PROJECT_BINARY_DIR}/man/catalogcheck.1.gz
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 file(GLOB guides ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
@@ -59,10 +63,11 @@ install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
-# Independent of the umask of whoever builds the packages.
+# The same packages from the same sources, whoever builds them and whenever.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
     GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/TarnixPackageTime.cmake)
 set(CPACK_PACKAGE_VENDOR "Tarnix")
 set(CPACK_PACKAGE_CONTACT "Tarnix common library developers <tarnixcmn@tarnix.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "common class library of the Tarnix product family")
@@ -72,14 +77,17 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/cmn)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# A program needs the release whose symbols it uses, or a later one.
+file(CONFIGURE OUTPUT papers/shlibs
+     CONTENT "libtarnixcmn_4_4 0 libtarnixcmn-4-4-0 (>= ${PROJECT_VERSION})\n")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_COMPONENTS_ALL runtime development tools)
-# The description follows that of the project, which is the first line of each package.
-function(tarnix_package component name section description)
+set(CPACK_COMPONENTS_ALL runtime common development tools debug)
+# The description follows that of the project, which is the first line of each package. CPack has no
+# variable for the field Multi-Arch yet: it comes with the section.
+function(tarnix_package component name section multi_arch description)
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
-  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION "${section}\nMulti-Arch: ${multi_arch}" PARENT_SCOPE)
   set(CPACK_DEBIAN_${upper}_DESCRIPTION "${description}" PARENT_SCOPE)
   set(papers ${PROJECT_BINARY_DIR}/papers/${name})
   configure_file(cmake/debian/copyright ${papers}/copyright COPYONLY)
@@ -88,17 +96,47 @@ function(tarnix_package component name section description)
   install(FILES ${papers}/copyright ${papers}/changelog.gz
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endfunction()
-tarnix_package(runtime libtarnixcmn-4-4-0 libs
+tarnix_package(runtime libtarnixcmn-4-4-0 libs same
   "Runs commands, also as another user, renders messages from catalogs, traces,\n keeps configuration, and handles text, XML and digests.")
-tarnix_package(development libtarnixcmn-4-4-dev libdevel
+tarnix_package(common tarnixcmn-common libs foreign
+  "The configuration that all versions of the library share: the rules of PAM for\n commands of other users, and the file with the install directory.")
+tarnix_package(development libtarnixcmn-4-4-dev libdevel same
   "The headers, the CMake package, the pkg-config file and the guides.")
-tarnix_package(tools tarnixcmn-tools devel
+tarnix_package(tools tarnixcmn-tools devel foreign
   "The tool catalogcheck, which finds faults in message catalogs.")
+tarnix_package(debug libtarnixcmn-4-4-0-dbgsym debug same
+  "The debug information of the library and of the tool catalogcheck.")
+set(CPACK_DEBIAN_DEBUG_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEBUG_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_COMMON_PACKAGE_ARCHITECTURE all)
+install(FILES cmake/debian/lintian-overrides RENAME libtarnixcmn-4-4-0
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT runtime EXCLUDE_FROM_ALL)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "tarnixcmn-common (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), tarnixcmn-tools (= ${PROJECT_VERSION}), libace-dev, libicu-dev, libxerces-c-dev, libpam0g-dev")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), icu-devtools")
+    "libtarnixcmn-4-4-0 (= ${PROJECT_VERSION}), tarnixcmn-tools (>= ${PROJECT_VERSION}), libace-dev, libicu-dev, libxerces-c-dev, libpam0g-dev, pkgconf")
+# The CMake package and tarnixcmn.pc have one name in all versions.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_PROVIDES "tarnixcmn-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_CONFLICTS "tarnixcmn-dev")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libtarnixcmn-4-4-0 (>= ${PROJECT_VERSION}), icu-devtools")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_SOURCE_DIR}/cmake/debian/conffiles ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+    ${PROJECT_SOURCE_DIR}/cmake/debian/triggers ${PROJECT_BINARY_DIR}/papers/shlibs
+    ${PROJECT_BINARY_DIR}/papers/symbols)
+set(CPACK_DEBIAN_COMMON_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/debian/conffiles ${PROJECT_SOURCE_DIR}/cmake/debian/postrm)
+if(BUILD_SHARED_LIBS)
+  add_custom_command(OUTPUT papers/symbols VERBATIM
+    COMMAND ${PROJECT_SOURCE_DIR}/cmake/debian/symbols.sh $<TARGET_FILE:tarnixcmn>
+            ${PROJECT_SOURCE_DIR}/cmn/symbols.txt ${PROJECT_VERSION} ${PROJECT_BINARY_DIR}/papers/symbols
+    DEPENDS tarnixcmn cmn/symbols.txt cmake/debian/symbols.sh)
+  # Not the packages of debug information that CPack makes: their sums contain the path of the build.
+  add_custom_command(OUTPUT papers/debug VERBATIM
+    COMMAND ${PROJECT_SOURCE_DIR}/cmake/debian/debugsymbols.sh ${PROJECT_BINARY_DIR}/papers/debug
+            $<TARGET_FILE:tarnixcmn> $<TARGET_FILE:catalogcheck>
+    DEPENDS tarnixcmn catalogcheck cmake/debian/debugsymbols.sh)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/papers/debug/.build-id DESTINATION lib/debug
+          COMPONENT debug EXCLUDE_FROM_ALL)
+  add_custom_target(tarnix_papers ALL DEPENDS papers/symbols papers/debug)
+endif()
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$") # the packages name files below /etc
   include(CPack)
 endif()

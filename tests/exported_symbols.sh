@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# exported_symbols.sh LIBRARY LIST [--update]: fails if the library exports other symbols than the
-# reviewed list, which has one demangled symbol per line. Removing a symbol breaks programs that
-# link it; an added one must stay as long as the interface.
+# exported_symbols.sh LIBRARY LIST [--update VERSION]: fails if the library exports other symbols than
+# the reviewed list, which has one demangled symbol per line, after the release that had it first. Removing
+# a symbol breaks programs that link it; an added one must stay as long as the interface.
 set -euo pipefail
 library=$1 list=$2
 export LC_ALL=C
@@ -12,10 +12,13 @@ export LC_ALL=C
 shown=$(nm -D --defined-only --without-symbol-versions "$library" | awk '$2 !~ /[WVuA]/ { print $3 }' | c++filt |
     grep -vE '^(vtable|VTT|typeinfo|typeinfo name) for ' | sort -u)
 if [ "${3:-}" = --update ]; then
-    printf '%s\n' "$shown" >"$list"
+    awk -v version="$4" 'NR == FNR { since[substr($0, index($0, " ") + 1)] = $1; next }
+        { print ($0 in since ? since[$0] : version) " " $0 }' "$list" - <<<"$shown" >"$list.new"
+    mv "$list.new" "$list"
 fi
-if [ "$shown" != "$(cat "$list")" ]; then
-    printf '%s\n' "$shown" | diff - "$list" |
+known=$(cut -d' ' -f2- "$list")
+if [ "$shown" != "$known" ]; then
+    diff <(echo "$shown") <(echo "$known") |
         sed -n 's/^> /no longer exported: /p; s/^< /exported, but not in the list: /p'
     exit 1
 fi
