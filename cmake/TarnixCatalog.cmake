@@ -17,7 +17,7 @@
 # program of the package, or that of the variable TARNIX_CATALOGCHECK.
 
 find_program(TARNIX_GENRB genrb DOC "ICU's compiler of resource bundles (package icu-devtools)")
-if(NOT TARGET catalogcheck)
+if(NOT TARGET tarnix_catalogcheck)
   find_program(TARNIX_CATALOGCHECK catalogcheck HINTS ${TARNIX_TOOLS_DIR}
                DOC "Checker of message catalogs (package tarnixcmn-tools)")
 endif()
@@ -25,8 +25,8 @@ endif()
 # Appends to `stamps` the file that is written when catalogcheck finds no fault.
 function(tarnix_check_catalog name root_language sources stamps)
   set(program ${TARNIX_CATALOGCHECK})
-  if(TARGET catalogcheck)
-    set(program catalogcheck)
+  if(TARGET tarnix_catalogcheck)
+    set(program tarnix_catalogcheck)
   elseif(NOT program)
     message(FATAL_ERROR "tarnix_add_catalog: catalogcheck was not found (package tarnixcmn-tools); "
                         "set TARNIX_CATALOGCHECK to its path, or give NO_CHECK")

@@ -35,7 +35,8 @@ if(NOT TARNIX_SANITIZE)
     endif()
   endforeach()
   # The C library treats 3 as 2 if the compiler does not support it. Needs an optimised build.
-  add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
+  add_compile_options(
+    "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
   # Checks the bounds and preconditions of the C++ library's containers and pointers.
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)

@@ -10,7 +10,7 @@ if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
 else()
   set(sysconf_dir ${CMAKE_INSTALL_SYSCONFDIR})
   file(RELATIVE_PATH to_libdir /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
-  set_target_properties(catalogcheck PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libdir}")
+  set_target_properties(tarnix_catalogcheck PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libdir}")
 endif()
 
 install(TARGETS tarnixcmn EXPORT tarnixcmnTargets
@@ -19,7 +19,7 @@ install(TARGETS tarnixcmn EXPORT tarnixcmnTargets
   FILE_SET HEADERS DESTINATION ${TARNIX_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT tarnixcmnTargets NAMESPACE tarnix:: DESTINATION ${package_dir}
         COMPONENT development)
-install(TARGETS catalogcheck RUNTIME COMPONENT tools)
+install(TARGETS tarnix_catalogcheck RUNTIME COMPONENT tools)
 # A copy of the program that the library has in itself. Not as a target, which the packages strip:
 # the library compares the bytes.
 install(PROGRAMS $<TARGET_FILE:tarnix_runas> RENAME tarnix-runas
@@ -38,8 +38,10 @@ file(RELATIVE_PATH TARNIX_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconf
 # because `pkg-config --static` would select the static form of everything else too.
 if(BUILD_SHARED_LIBS)
   set(TARNIX_PC_LIBRARIES "")
+  set(TARNIX_PC_DEFINITIONS "")
 else()
   set(TARNIX_PC_LIBRARIES " -lpam -pthread")
+  set(TARNIX_PC_DEFINITIONS " -DTARNIX_CMN_STATIC")
 endif()
 configure_file(cmake/tarnixcmn.pc.in tarnixcmn.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarnixcmn.pc
@@ -131,12 +133,12 @@ if(BUILD_SHARED_LIBS)
   # Not the packages of debug information that CPack makes: their sums contain the path of the build.
   add_custom_command(OUTPUT papers/debug VERBATIM
     COMMAND ${PROJECT_SOURCE_DIR}/cmake/debian/debugsymbols.sh ${PROJECT_BINARY_DIR}/papers/debug
-            $<TARGET_FILE:tarnixcmn> $<TARGET_FILE:catalogcheck>
-    DEPENDS tarnixcmn catalogcheck cmake/debian/debugsymbols.sh)
+            $<TARGET_FILE:tarnixcmn> $<TARGET_FILE:tarnix_catalogcheck>
+    DEPENDS tarnixcmn tarnix_catalogcheck cmake/debian/debugsymbols.sh)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/papers/debug/.build-id DESTINATION lib/debug
           COMPONENT debug EXCLUDE_FROM_ALL)
   add_custom_target(tarnix_papers ALL DEPENDS papers/symbols papers/debug)
 endif()
-if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$") # the packages name files below /etc
+if(PROJECT_IS_TOP_LEVEL AND CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$") # the packages name files below /etc
   include(CPack)
 endif()

@@ -24,17 +24,9 @@ namespace tarnix_platform
 namespace
 {
 
+// See runasimage.cpp.
 extern "C" const unsigned char tarnix_runas_begin[] __attribute__((visibility("hidden")));
 extern "C" const unsigned char tarnix_runas_end[] __attribute__((visibility("hidden")));
-asm(".pushsection .rodata\n"
-    ".balign 16\n"
-    ".hidden tarnix_runas_begin\n"
-    ".hidden tarnix_runas_end\n"
-    ".globl tarnix_runas_begin, tarnix_runas_end\n"
-    "tarnix_runas_begin:\n"
-    ".incbin \"" TARNIX_RUNAS_PROGRAM "\"\n"
-    "tarnix_runas_end:\n"
-    ".popsection\n");
 
 std::size_t programSize()
 {
