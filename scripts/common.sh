@@ -45,3 +45,11 @@ build() {
         exit 1
     fi
 }
+
+# The build that is packaged, with the debug information that has a package of its own. The arguments are
+# options of cmake.
+package_tree=build/package-tree
+configure_package_tree() {
+    cmake --preset release -B "$package_tree" "-DCMAKE_CXX_FLAGS_RELEASE=-O3 -DNDEBUG -g" \
+        -DTARNIX_BUILD_TESTS=OFF -DTARNIX_BUILD_EXAMPLES=OFF "$@"
+}
