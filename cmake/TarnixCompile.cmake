@@ -7,7 +7,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# No path of the build directory in shipped files.
+# No path of the build directory in shipped files; it would also change the build id.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
 option(TARNIX_WERROR "Treat warnings as errors" OFF)

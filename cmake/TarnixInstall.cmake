@@ -13,6 +13,10 @@ else()
   set_target_properties(tarnix_catalogcheck PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libdir}")
 endif()
 
+# Independent of the umask of whoever installs or packages.
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
+    GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
 install(TARGETS tarnixcmn EXPORT tarnixcmnTargets
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
@@ -66,10 +70,10 @@ install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT develop
 
 set(CPACK_GENERATOR DEB)
 # The same packages from the same sources, whoever builds them and whenever.
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
-    GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/TarnixPackageTime.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/TarnixPackageDirectories.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/TarnixPackageFiles.cmake)
 set(CPACK_PACKAGE_VENDOR "Tarnix")
 set(CPACK_PACKAGE_CONTACT "Tarnix common library developers <tarnixcmn@tarnix.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "common class library of the Tarnix product family")
