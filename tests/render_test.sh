@@ -6,7 +6,7 @@ set -u
 raise=$(realpath "$1") render=$(realpath "$2") languages=$(realpath "$3")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-cd "$folder"
+cd "$folder" || exit
 failed=0
 
 # refused REASON ARGUMENT...

@@ -4,7 +4,7 @@ set -u
 runcmd=$(realpath "$1")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-cd "$folder"
+cd "$folder" || exit
 printf x >data && chmod -x data
 printf x >format && chmod +x format
 mkfifo pid release
@@ -56,7 +56,7 @@ prints 1 --stderr apart -- sh -c 'echo 1; echo 2 >&2'
 grep -qx 2 err || { echo "standard error is not apart"; failed=1; }
 
 # The output arrives while the command runs.
-"$runcmd" -- sh -c 'echo ready; read -r _ <release; echo "$0"' done 2>err |
+"$runcmd" -- sh -c 'echo ready; read -r _ <release; echo "$0"' 'done' 2>err |
     { read -r line; echo >release; echo "$line"; cat; } >out
 [ "$(tr '\n' ' ' <out)" = 'ready done ' ] || { echo "not streamed: $(cat out)"; failed=1; }
 
