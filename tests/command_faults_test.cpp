@@ -102,7 +102,8 @@ SCmnCommandOutcome runFaulty(const Scenario& scenario, const Fault& fault = {})
     EXPECT_TRUE(thrown || row->ends.count(got.end) > 0 || isSame) << got.describe();
     EXPECT_TRUE(!thrown || operation == allocation) << operation;
     EXPECT_EQ(got.error != 0 ? got.errorText : "scripted error 13", "scripted error 13");
-    EXPECT_TRUE(operation != "GetProcessTimes" || got.userTime.count() == 0) << got.userTime.count();
+    EXPECT_TRUE(operation != "GetProcessTimes" || got.userTime.count() == 0)
+        << got.userTime.count();
     EXPECT_TRUE(operation != "K32GetProcessMemoryInfo" || got.peakMemory == 0) << got.peakMemory;
     const bool hasText = !thrown && (got.end == End::notStarted || got.end == End::unknown);
     EXPECT_EQ(got.errorText.empty(), !hasText);
