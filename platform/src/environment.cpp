@@ -5,9 +5,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 namespace tarnix_platform
 {
@@ -24,7 +24,7 @@ char* newBlock(const std::vector<std::string>& variables)
         fail(ENOMEM);
         return nullptr;
     }
-    std::memcpy(block, text.data(), text.size());
+    std::copy(text.begin(), text.end(), block);
     return block;
 }
 
