@@ -75,8 +75,9 @@ long useFor(int seconds, const std::wstring& directory)
         for (int round = thread; !stop; ++round, ++g_lines) {
             useTexts(round);
             log.get()->trace(1, "%ls line %d", name.c_str(), round);
-            if (round % 8 == thread)
+            if (round % 8 == thread) {
                 useSystem(directory, name, round);
+            }
         }
     };
     std::thread users([&use] { runOnThreads(8, use); });
@@ -86,7 +87,7 @@ long useFor(int seconds, const std::wstring& directory)
     stop = true;
     users.join();
     require(processState() == before, "a descriptor or a child is left");
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+    return resident * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
 } // namespace
