@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -92,17 +93,15 @@ private:
 // A session without a user, which is never ended: PAM unloads a module with the last session that
 // uses it. Without this one each logon loads all of them, which takes most of its time. Each logon
 // still reads the rules; a module that they add later is loaded by each logon.
-pam_handle_t* startModules()
-{
-    const pam_conv conversation{answerQuestions, nullptr};
-    pam_handle_t* modules = nullptr;
-    pam_start(kService, nullptr, &conversation, &modules);
-    return modules;
-}
+pam_handle_t* g_modules{}; // set once; a leak checker must see it
+std::atomic<bool> g_modulesStayLoaded{};
 
 void keepModulesLoaded()
 {
-    [[maybe_unused]] static pam_handle_t* const modules = startModules();
+    if (!g_modulesStayLoaded.exchange(true, std::memory_order_relaxed)) {
+        const pam_conv conversation{answerQuestions, nullptr};
+        pam_start(kService, nullptr, &conversation, &g_modules);
+    }
 }
 
 bool findAccount(const std::string& user, Account& account)
