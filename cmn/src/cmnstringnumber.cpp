@@ -7,7 +7,6 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
@@ -111,7 +110,7 @@ unsigned char readHexPair(char first, char second)
 
 std::string CCmnStringTool::double2str(double number)
 {
-    char text[BUFSIZ];
+    char text[64];
     TX_snprintf(text, sizeof text, "%g", number);
     return text;
 }

@@ -68,6 +68,9 @@ bool FileReplacement::keepAccess(const struct stat& from)
 
 void FileReplacement::keepAttributes(const char* from)
 {
+    if (::listxattr(from, nullptr, 0) <= 0) {
+        return; // the usual case
+    }
     std::vector<char> names(XATTR_LIST_MAX);
     std::vector<char> value(XATTR_SIZE_MAX);
     const ssize_t end = ::listxattr(from, names.data(), names.size());
