@@ -10,6 +10,7 @@
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -137,8 +138,9 @@ Decoded decode(const std::string& text, const Start& start)
     }
     const std::string& encoding = start.encoding;
     if (start.sensed == xercesc::XMLRecognizer::UTF_8) {
-        // The declaration is ASCII, even if what follows is not.
-        const std::size_t skipped = start.declaration.empty() ? 0 : text.find('>');
+        // The declaration is ASCII, even if what follows is not. It may have no end.
+        const std::size_t skipped =
+            start.declaration.empty() ? 0 : std::min(text.find('>'), text.size());
         decoded.data += skipped;
         decoded.size -= skipped;
         if (encoding.empty()) {
