@@ -258,6 +258,19 @@ TEST_F(Rights, OfAnAccount)
     EXPECT_EQ(LsaNtStatusToWinError(LsaClose(policy)), DWORD{EBADF});
 }
 
+// Their last line is of a process that has ended.
+TEST_F(Rights, InFilesOfReleasedVersions)
+{
+    for (const auto& release : std::filesystem::directory_iterator(TARNIX_CORPUS)) {
+        SCOPED_TRACE(release.path());
+        std::filesystem::copy_file(release.path() / "rights", m_File,
+                                   std::filesystem::copy_options::overwrite_existing);
+        EXPECT_TRUE(holdsRight("holder", "SeBatchLogonRight"));
+        EXPECT_TRUE(holdsRight("second", "SeBatchLogonRight"));
+        expectFailure(isHeld(), EACCES);
+    }
+}
+
 // If the file cannot be replaced, the mark of the line is overwritten, and nothing else.
 TEST_F(Rights, AreRevokedInPlace)
 {

@@ -34,6 +34,7 @@ TEST(TxScan, DiffersFromTheStandard)
         {"hello", "%5[a-z]", 1, "0"}, // its width ended it
         // Sets.
         {"z-abcdef\xff\x80", "%[z-a]%[a-c-e]f%[\xff-\xff]%[^\x7f-\xff]", 64, "3|z-a.|bcde.|\xff."},
+        {"-.", "%[+--9]", 64, "1|-."},
         // Integers: prefixes, widths, characters that are put back, saturation.
         {"0x7 0x8", "%o%c%*s%1i%*s", 64, "3|....|x|...."},
         {"0X41", "%i", 64, "1|A..."},
