@@ -28,14 +28,12 @@ enum Flag : unsigned int {
     asChar = 1u << 1, // hh
     asShort = 1u << 2,
     asLong = 1u << 3,
-    asLongLong = 1u << 4,
+    asLongLong = 1u << 4, // also "t" and "z", which have its size and rank
     asLongDouble = 1u << 5,
     asIntMax = 1u << 6,
-    asPtrDiff = 1u << 7,
-    asSize = 1u << 8,
-    asPointer = 1u << 9,
-    isUnsigned = 1u << 10,
-    mayHavePrefix = 1u << 11 // "0x"
+    asPointer = 1u << 7,
+    isUnsigned = 1u << 8,
+    mayHavePrefix = 1u << 9 // "0x"
 };
 
 enum class Kind : Byte {
@@ -96,11 +94,9 @@ constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
     table['h'] = doubled(asShort, asChar);
     table['l'] = doubled(asLong, asLongLong);
     table['L'] = modifier(Kind::modifier, asLongDouble);
-    table['q'] = modifier(Kind::modifier, asLongLong);
+    table['q'] = table['t'] = table['z'] = modifier(Kind::modifier, asLongLong);
     table['I'] = modifier(Kind::int64, asLongLong);
     table['j'] = modifier(Kind::modifier, asIntMax);
-    table['t'] = modifier(Kind::modifier, asPtrDiff);
-    table['z'] = modifier(Kind::modifier, asSize);
     table['\0'].kind = Kind::end;
     table['%'].kind = Kind::percent;
     table['d'] = integer(10, 0);
@@ -108,8 +104,8 @@ constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
     table['o'] = integer(8, isUnsigned);
     table['O'] = integer(8, isUnsigned | asLong);
     table['u'] = integer(10, isUnsigned);
-    table['x'] = table['X'] = integer(16, isUnsigned | mayHavePrefix);
-    table['p'] = integer(16, isUnsigned | mayHavePrefix | asPointer);
+    table['x'] = table['X'] = table['p'] = integer(16, isUnsigned | mayHavePrefix);
+    table['p'].flags |= asPointer;
     table['e'].kind = table['f'].kind = table['g'].kind = Kind::floating;
     table['E'].kind = table['G'].kind = Kind::floating;
     table['s'].kind = Kind::text;
@@ -185,15 +181,16 @@ constexpr std::size_t k32Bits = sizeof(std::uint32_t);
 constexpr std::size_t k64Bits = sizeof(std::uint64_t);
 
 // The first flag that is set decides.
-constexpr TargetSize kNumberSizes[] = {
-    {asPointer, k64Bits}, {asIntMax, k32Bits}, {asLongLong, k64Bits}, {asSize, k64Bits},
-    {asPtrDiff, k64Bits}, {asLong, k32Bits},   {asShort, k16Bits},    {asChar, k8Bits}};
-constexpr TargetSize kCountSizes[] = {
-    {asChar, k8Bits},     {asShort, k16Bits},    {asLong, k32Bits},  {asSize, k64Bits},
-    {asPtrDiff, k64Bits}, {asLongLong, k64Bits}, {asIntMax, k64Bits}};
+constexpr TargetSize kNumberSizes[] = {{asPointer, k64Bits},  {asIntMax, k32Bits},
+                                       {asLongLong, k64Bits}, {asLong, k32Bits},
+                                       {asShort, k16Bits},    {asChar, k8Bits}};
+constexpr TargetSize kCountSizes[] = {{asChar, k8Bits},
+                                      {asShort, k16Bits},
+                                      {asLong, k32Bits},
+                                      {asLongLong, k64Bits},
+                                      {asIntMax, k64Bits}};
 
-constexpr unsigned int kSizeFlags =
-    asPointer | asIntMax | asLongLong | asSize | asPtrDiff | asLong | asShort | asChar;
+constexpr unsigned int kSizeFlags = asPointer | asIntMax | asLongLong | asLong | asShort | asChar;
 
 template <typename Value>
 void store(void* target, Value value)
