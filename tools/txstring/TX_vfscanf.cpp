@@ -100,7 +100,7 @@ constexpr std::array<DirectiveCharacter, 256> makeDirectiveCharacters()
     table['\0'].kind = Kind::end;
     table['%'].kind = Kind::percent;
     table['d'] = integer(10, 0);
-    table['i'] = integer(0, 0);
+    table['i'] = integer(0, mayHavePrefix);
     table['o'] = integer(8, isUnsigned);
     table['O'] = integer(8, isUnsigned | asLong);
     table['u'] = integer(10, isUnsigned);
@@ -267,16 +267,16 @@ const Byte* readInteger(const Byte* first, const Byte* end, const Directive& dir
 {
     const TX_NumberLimits& limits = directive.has(isUnsigned) ? TX_UnsignedLimits : TX_SignedLimits;
     number.negative = *first == '-';
-    const Byte* const digits = first + (number.negative || *first == '+' ? 1 : 0);
+    const Byte* digits = first + (number.negative || *first == '+' ? 1 : 0);
     int base = directive.base;
-    if (base != 10) {
+    if (directive.has(mayHavePrefix)) {
         const bool zero = digits != end && *digits == '0';
-        const bool prefixAllowed = directive.has(mayHavePrefix) || base == 0;
-        if (zero && prefixAllowed && end - digits > 1 && (digits[1] == 'x' || digits[1] == 'X')) {
-            const Byte* const last = TX_readDigits(digits + 2, end, 16, limits, number);
-            return last == digits + 2 ? digits + 1 : last; // "0x" without a digit is only "0"
-        }
-        if (base == 0) {
+        // "0x" without a digit is only "0".
+        if (zero && end - digits > 2 && (digits[1] == 'x' || digits[1] == 'X') &&
+            TX_Digits[digits[2]] < 16) {
+            digits += 2;
+            base = 16;
+        } else if (base == 0) {
             base = zero ? 8 : 10;
         }
     }
