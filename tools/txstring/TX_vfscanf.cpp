@@ -241,21 +241,21 @@ void readSet(const Byte*& format, SetTable& accepted)
     }
     unsigned int last = *format++; // a member, even if it is "]" or "-"
     accepted[last] = !negated;
-    while (*format != '\0' && *format != ']') {
-        if (*format != '-' || format[1] == ']' || format[1] < last) {
-            last = *format++; // a single member, also a "-" that makes no range
+    while (*format != '\0') {
+        const Byte next = *format++;
+        if (next == ']') {
+            return;
+        }
+        if (next != '-' || *format == ']' || *format < last) {
+            last = next; // a single member, also a "-" that makes no range
             accepted[last] = !negated;
             continue;
         }
-        const Byte rangeEnd = format[1];
-        format += 2;
+        const Byte rangeEnd = *format++;
         do { // at least one more member, as in "a-a"
             last = std::min(last + 1, 255u);
             accepted[last] = !negated;
         } while (last < rangeEnd);
-    }
-    if (*format == ']') {
-        ++format;
     }
 }
 
