@@ -39,7 +39,7 @@ constexpr TX_NumberLimits TX_SignedLimits = {INT64_MAX, std::uint64_t{INT64_MAX}
 constexpr TX_NumberLimits TX_UnsignedLimits = {UINT64_MAX, UINT64_MAX};
 
 struct TX_Number {
-    std::uint64_t magnitude = 0; // the limit after an overflow
+    std::uint64_t magnitude{}; // the limit after an overflow
     bool negative = false;
     bool overflow = false;
 

@@ -46,7 +46,7 @@ enum class Kind : Byte {
     end,
     percent,
     integer,
-    unknown,
+    unknown, // read as an integer
     floating,
     text,
     set,
@@ -58,7 +58,7 @@ struct DirectiveCharacter {
     Kind kind = Kind::unknown;
     Byte base = 10;
     std::uint16_t flags = 0;
-    std::uint16_t flagsTwice = 0;
+    std::uint16_t flagsTwice{};
 };
 
 constexpr DirectiveCharacter modifier(Kind kind, std::uint16_t flags)
@@ -161,9 +161,8 @@ Directive parseDirective(const Byte*& format)
     directive.kind = conversion.kind;
     directive.base = conversion.base;
     directive.flags |= conversion.flags;
-    if (conversion.kind == Kind::unknown) {
-        directive.kind = Kind::integer;
-        directive.flags |= std::isupper(byte) != 0 ? asLong : 0u;
+    if (conversion.kind == Kind::unknown && std::isupper(byte) != 0) {
+        directive.flags |= asLong;
     }
     return directive;
 }
@@ -226,7 +225,7 @@ void storeNumber(const Directive& directive, std::uint64_t value, const TargetSi
 
 // ---- Sets --------------------------------------------------------------------------------------
 
-using SetTable = std::array<bool, 256>; // whether a byte is accepted
+using SetTable = std::array<bool, kDirectiveCharacters.size()>; // whether a byte is accepted
 
 // Reads the set of a "%[", and moves `format` past its "]" or to the end of the format.
 void readSet(const Byte*& format, SetTable& accepted)
@@ -602,8 +601,7 @@ Outcome Scanner::scanFloat(const Directive& directive)
     }
     if (!directive.has(isSuppressed)) {
         char text[kMaxNumberLength + 1];
-        std::memcpy(text, m_Next, length);
-        text[length] = '\0';
+        TX_strncpy(text, reinterpret_cast<const char*>(m_Next), length, sizeof text);
         const double value = std::strtod(text, nullptr);
         if (directive.has(asLong) || directive.has(asLongDouble)) {
             store(directive.target, value);
