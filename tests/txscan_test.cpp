@@ -10,7 +10,7 @@
 
 TEST(TxScan, DiffersFromTheStandard)
 {
-    const std::string nines(600, '9');
+    const std::string digits = std::string(511, '0') + '2' + std::string(88, '9');
     // Text, format, the size passed for each target, and the outcome: the result, followed by the
     // bytes of each target that was written, with dots for zeros. An int of 65 is "A...".
     const struct {
@@ -20,36 +20,36 @@ TEST(TxScan, DiffersFromTheStandard)
     } cases[] = {
         // Ends of the input and of the format.
         {"65", "%d%5l", 64, "-1|A..."},
-        {"ab", "%[^", 64, "1|ab."},
+        {"ab", "%[^\0a", 2, "1|a."}, // nothing is read after the end of the format
         // A literal percent sign skips no space; %c reads one character for any width.
         {"65 %", "%d%%", 64, "1|A..."},
-        {"65%ab", "%d%%%5c%c", 64, "3|A...|a|b"},
+        {"l  t%ab", "l t%%%5c%c", 64, "2|a|b"},
         // Text fields and their sizes.
         {"hello !", "%s%n %c", 4, "2|hel.|\3...|!"},
-        {"abcdefghijklmnopqrs", "%10s%7s%c", 64, "3|abcdefghij.|klmnopq.|r"},
+        {"abcdefghijklmnopqrstuvwxyz", "%17s%7s%c", 64, "3|abcdefghijklmnopq.|rstuvwx.|y"},
         {"hello", "%s", 1, "1|."},
-        {"hello", "%s", 0, "1"},
+        {"hello", "%s%n", 0, "1|...."},
         {"hello !", "%[a-z]", 1, "0"},
         {"hello", "%[a-z]", 1, "-1"},
         {"hello", "%5[a-z]", 1, "0"}, // its width ended it
         // Sets.
-        {"z-abcdef\xff\x80", "%[z-a]%[a-c-e]f%[\xff-\xff]%[^\x7f-\xff]", 64, "3|z-a.|bcde.|\xff."},
+        {"z-abcdef\xff-\x80", "%[z-a+-]%[a-c-e]f%[\xff-\xff-\xff]%[^\x7f-\xff]", 64,
+         "4|z-a.|bcde.|\xff.|-."},
         {"-.", "%[+--9]", 64, "1|-."},
         // Integers: prefixes, widths, characters that are put back, saturation.
         {"0x7 0x8", "%o%c%*s%1i%*s", 64, "3|....|x|...."},
-        {"0X41", "%i", 64, "1|A..."},
-        {"0x1F 0x 0x41", "%2i%*s%xx%n%i", 64, "3|....|....|\7...|A..."},
-        {nines.c_str(), "%999I64d%n%d%n", 64,
-         "2|\xff\xff\xff\xff\xff\xff\xff\x7f|.\2..|\xff\xff\xff\xff|X\2.."},
+        {"0XF", "%i", 64, "1|\17..."},
+        {"0x1F 0xg 0101", "%2i%*s%xxg%n%i", 64, "3|....|....|\10...|A..."},
+        {digits.c_str(), "%990lf%n%d%n", 64, "2|.......@|.\2..|\xff\xff\xff\xff|X\2.."},
         // Sizes of number targets: flags count by rank, not by position. The last two are
         // unknown directives.
-        {"65 66 67 68", "%lhd%hlld%lljd%hD", 64, "4|A...|B.......|C...|D..."},
+        {"0x41 6667 68", "%lhX%2hI64d%qjd%hD", 64, "4|A...|B.......|C...|D..."},
         {"65 66", "%td%zd", 64, "2|A.......|B......."},
-        {"101 0x41 66 67", "%hO%p%hy%hA", 64, "4|A...|A.......|B.|C..."},
-        {"ab", "%c%n%hhn%jn", 64, "1|a|\1...|\1|\1......."},
-        {"ab", "%lln%zn%lzn%hhlln", 64, "0|........|........|....|."},
+        {"101 0x41 66 67", "%hO%p%h:%I6hA", 64, "4|A...|A.......|B.|C..."},
+        {"ab", "%c%*n%n%hhn%jn", 64, "1|a|\1...|\1|\1......."},
+        {"ab", "%lln%Ln%lzn%hhlln", 64, "0|........|....|....|."},
         // Floating point.
-        {"12.5e+ 1e+5 0x2 inf", "%lf%*s%3Lf%*s%lf%c%*c%f", 64, "4|......)@|......\xf0?|........|x"},
+        {"12.5e+ 1e+5 0x2 inf", "%lE%*s%3LG%*s%*f%c%*c%*f%c", 64, "3|......)@|......\xf0?|x"},
     };
     for (const auto& [text, format, size, outcome] : cases) {
         constexpr char untouched = 'U';
@@ -64,6 +64,7 @@ TEST(TxScan, DiffersFromTheStandard)
         EXPECT_EQ(shown, outcome) << text << " by " << format;
     }
     EXPECT_EQ(TX_sscanf(nullptr, "x"), -1);
+    EXPECT_EQ(TX_sscanf("x", nullptr), -1);
     char own[] = "  overlapping";
     EXPECT_EQ(TX_sscanf(own, "%s", own, 10), 1);
     EXPECT_STREQ(own, "overlappi");
@@ -72,13 +73,13 @@ TEST(TxScan, DiffersFromTheStandard)
 TEST(TxScan, LeavesASourceAfterTheCharactersThatWereRead)
 {
     std::va_list none = {};                                     // no directive stores
-    const unsigned char bytes[] = {'4', '2', ' ', 0, 'x', '7'}; // not terminated
-    TX_ScanSource source = {bytes, 6, TX_ScanLoaded};
+    const unsigned char bytes[] = {'4', '2', ' ', 0, 'x', '7'}; // the source ends before the 7
+    TX_ScanSource source = {bytes, 5, TX_ScanLoaded};
     EXPECT_EQ(TX_vfscanf(&source, "%*d -", none), 0);
     EXPECT_EQ(source.position, bytes + 3);
     EXPECT_EQ(TX_vfscanf(&source, "%*s", none), 0);
     EXPECT_EQ(source.remaining, 0);
     source.remaining = -1;
-    EXPECT_EQ(TX_vfscanf(&source, "%*d", none), -1);
+    EXPECT_EQ(TX_vfscanf(&source, "7", none), -1);
     EXPECT_EQ(TX_vfscanf(nullptr, "", none), -1);
 }

@@ -125,14 +125,15 @@ TEST(TxString, ReadsSomeNumbersUnlikeTheStandard)
         int base;
         std::intmax_t value;
         long used;
-    } cases[] = {{"0xg", 0, 0, 0}, {" -0x", 16, 0, 0},      {"0001", 1, 0, 3},
-                 {"12", -5, 0, 0}, {"-z9", 300, -10509, 3}, {"zzzzzzz", 999999, INTMAX_MAX, 7}};
+    } cases[] = {{"0xg", 0, 0, 0}, {" -0x", 16, 0, 0},       {"0001", 1, 0, 3},
+                 {"12", -5, 0, 0}, {"-z9{", 300, -10509, 3}, {"zzzzzzz:", 999999, INTMAX_MAX, 7}};
     for (const auto& c : cases) {
         char* end = nullptr;
         EXPECT_EQ(TX_strtoimax(c.text, &end, c.base), c.value) << c.text;
         EXPECT_EQ(end - c.text, c.used) << c.text;
     }
     EXPECT_EQ(TX_strtoimax(nullptr, nullptr, 10), 0);
+    EXPECT_EQ(TX_strtoimax("7", nullptr, 10), 7);
 }
 
 } // namespace
