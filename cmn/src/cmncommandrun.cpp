@@ -183,17 +183,15 @@ void CommandRun::writeSome()
 {
     Writer& writer = m_Writer;
     while (writer.end && writer.piece == 0) {
-        const std::string& text = m_Settings.inputText;
-        const std::size_t left = text.size() - writer.written;
-        if (left == 0) {
+        if (writer.left.empty()) {
             writer.end.reset();
             return;
         }
-        const auto piece =
-            static_cast<DWORD>(std::min<std::size_t>(left, std::numeric_limits<DWORD>::max()));
+        const auto piece = static_cast<DWORD>(
+            std::min<std::size_t>(writer.left.size(), std::numeric_limits<DWORD>::max()));
         DWORD got;
-        if (WriteFile(writer.end.get(), text.data() + writer.written, piece, &got, &writer.state)) {
-            writer.written += piece;
+        if (WriteFile(writer.end.get(), writer.left.data(), piece, &got, &writer.state)) {
+            writer.left.remove_prefix(piece);
         } else {
             writer.piece = piece;
             writeStopped();
@@ -218,7 +216,7 @@ void CommandRun::finishWrite()
 {
     DWORD got;
     if (GetOverlappedResult(m_Writer.end.get(), &m_Writer.state, &got, false)) {
-        m_Writer.written += m_Writer.piece;
+        m_Writer.left.remove_prefix(m_Writer.piece);
         m_Writer.piece = 0;
     } else {
         writeStopped();

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace tarnix_cmn_4_4
 {
@@ -58,8 +59,8 @@ private:
         OwnedHandle end;
         OwnedHandle event;
         OVERLAPPED state{};
-        std::size_t written = 0;
-        DWORD piece = 0; // size of the pending write, or 0
+        std::string_view left; // of the text
+        DWORD piece = 0;       // size of the pending write, or 0
     };
 
     bool start();
@@ -71,7 +72,9 @@ private:
     bool openPipe(OwnedHandle& reader, OwnedHandle& writer);
     bool startChild(const ChildEnds& ends);
     bool createProcess(const ChildEnds& ends, HANDLE token);
+    bool refuse(const char* text);
     bool refuse(DWORD error, const char* text);
+    bool refuseBySystem(DWORD error);
     bool refuseBySystem();
     bool refuseByStop();
 

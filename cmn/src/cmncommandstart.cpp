@@ -146,23 +146,33 @@ bool CommandRun::start()
     return checkSettings() && openStreams(ends) && startChild(ends);
 }
 
-bool CommandRun::refuse(DWORD error, const char* text)
+// For a reason that is not the system's.
+bool CommandRun::refuse(const char* text)
 {
-    m_Outcome.error = error;
     m_Outcome.errorText = text;
     return false;
 }
 
+bool CommandRun::refuse(DWORD error, const char* text)
+{
+    m_Outcome.error = error;
+    return refuse(text);
+}
+
+bool CommandRun::refuseBySystem(DWORD error)
+{
+    return refuse(error, CCmnStringTool::wstr2str(systemErrorText(error)).c_str());
+}
+
 bool CommandRun::refuseBySystem()
 {
-    const DWORD error = GetLastError();
-    return refuse(error, CCmnStringTool::wstr2str(systemErrorText(error)).c_str());
+    return refuseBySystem(GetLastError());
 }
 
 bool CommandRun::refuseByStop()
 {
     m_Outcome.reason = Reason::caller;
-    return refuse(0, "a stop was requested before the start");
+    return refuse("a stop was requested before the start");
 }
 
 bool CommandRun::checkSettings()
@@ -170,9 +180,8 @@ bool CommandRun::checkSettings()
     if (m_Stop.stop.isSet()) {
         return refuseByStop();
     }
-    if (m_Stop.stop.error() != 0 || m_Stop.kill.error() != 0) {
-        SetLastError(std::max(m_Stop.stop.error(), m_Stop.kill.error()));
-        return refuseBySystem();
+    if (const DWORD error = std::max(m_Stop.stop.error(), m_Stop.kill.error())) {
+        return refuseBySystem(error);
     }
     if (!std::all_of(m_Settings.stages.begin(), m_Settings.stages.end(), isStage)) {
         return refuse(kInvalidArgument, "a stop stage has a signal that does not exist");
@@ -240,6 +249,7 @@ bool CommandRun::openInput(OwnedHandle& childEnd)
 {
     switch (m_Settings.input) {
     case CommandSettings::Input::text:
+        m_Writer.left = m_Settings.inputText;
         m_Writer.event.reset(CreateEventA(nullptr, false, false, nullptr));
         m_Writer.state.hEvent = m_Writer.event.get();
         return (m_Writer.event || refuseBySystem()) && openPipe(childEnd, m_Writer.end);
@@ -294,7 +304,7 @@ bool CommandRun::startChild(const ChildEnds& ends)
             return refuseByStop();
         }
         return failure.getCode() == ECmnExecPipe::IMPERSONATION_TIMEOUT
-                   ? refuse(0, "another run of this process holds the lock of added logon rights")
+                   ? refuse("another run of this process holds the lock of added logon rights")
                    : refuseBySystem();
     }
     if (m_Stop.stop.isSet()) { // a logon can take seconds
@@ -302,7 +312,7 @@ bool CommandRun::startChild(const ChildEnds& ends)
     }
     // Without a token the command would run as the calling user.
     return isValid(token) ? createProcess(ends, token)
-                          : refuse(0, "the system does not support batch logons");
+                          : refuse("the system does not support batch logons");
 }
 
 bool CommandRun::createProcess(const ChildEnds& ends, HANDLE token)
