@@ -31,6 +31,8 @@ inline bool isAsciiBlock(const Unit* units)
     constexpr std::uint64_t ones = inEachUnit<Unit>(1);
     constexpr std::uint64_t high = ~inEachUnit<Unit>(0x7F);
     std::uint64_t found{};
+    static_assert(size % (sizeof found / sizeof *units) == 0,
+                  "whole words: no unit after it is read");
     for (std::size_t i = 0; i < size; i += sizeof found / sizeof *units) {
         std::uint64_t word;
         std::memcpy(&word, units + i, sizeof word);
