@@ -115,7 +115,7 @@ private:
     std::uint64_t m_Bits; ///< of the transformed blocks; of the whole message once finished
     unsigned char m_Digest[kDigestSize];
     char m_Text[2 * kDigestSize + 1];
-    wchar_t m_WideText[2 * kDigestSize + 1];
+    wchar_t m_WideText[sizeof m_Text]; ///< as many units
 };
 
 } // namespace tarnix_cmn_4_4
