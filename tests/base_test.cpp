@@ -23,6 +23,7 @@ TEST(Error, KeyAndNumbers)
 
 TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)
 {
+    EXPECT_EQ((CCmnSmartPtr<CCmnRefCount, CCmnDefaultAllocator<CCmnRefCount>>().get()), nullptr);
     static int countAtEnd = -1;
     class Watched : public virtual CCmnRefCount // only the base's destructor is public
     {

@@ -197,14 +197,15 @@ TEST_F(Faults, EveryCallAndEveryAllocationOfEveryScenario)
 
 TEST_F(Faults, KeysOfCodes)
 {
+    using Record = ECmnExecPipe;
     const std::string prefix = "TARNIX_EXEC_PIPE_";
-    EXPECT_EQ(ECmnExecPipe::keyOf(-1), nullptr);
-    EXPECT_EQ(ECmnExecPipe::keyOf(0), prefix + "SUCCESS");
-    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::PARSE_COMMAND_FAILED),
-              prefix + "PARSE_COMMAND_FAILED");
-    EXPECT_EQ(ECmnExecPipe::keyOf(ECmnExecPipe::CMD_KILLED), prefix + "CMD_KILLED");
-    EXPECT_EQ(ECmnExecPipe::keyOf(13), prefix + "CMD_ERROR_UNEXPECTED");
-    EXPECT_EQ(ECmnExecPipe::keyOf(14), nullptr);
+    EXPECT_EQ(Record::keyOf(-1), nullptr);
+    EXPECT_EQ(Record::keyOf(0), prefix + "SUCCESS");
+    EXPECT_EQ(Record::keyOf(Record::PARSE_COMMAND_FAILED), prefix + "PARSE_COMMAND_FAILED");
+    EXPECT_EQ(Record::keyOf(Record::EXE_DOES_NOT_EXIST), prefix + "EXE_DOES_NOT_EXIST");
+    EXPECT_EQ(Record::keyOf(Record::CMD_KILLED), prefix + "CMD_KILLED");
+    EXPECT_EQ(Record::keyOf(13), prefix + "CMD_ERROR_UNEXPECTED");
+    EXPECT_EQ(Record::keyOf(14), nullptr);
 }
 
 TEST_F(Faults, NobodyIsLoggedOnForACommandThatCannotStart)

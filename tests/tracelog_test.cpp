@@ -190,6 +190,7 @@ TEST_F(TraceLog, UnusableFilesAndTexts)
 TEST_F(TraceLog, ACutLineEndsAsALine)
 {
     start();
+    EXPECT_EQ(log.get()->getLastWriteError(), 0);
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setLimit(RLIMIT_FSIZE, 40);
     for (const char* line : {"a text that is cut", "no room"}) // after 27 bytes for the time
@@ -256,9 +257,10 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
         const Refresh found = log.get()->refresh();
         EXPECT_EQ(found.failure, row.failure);
         EXPECT_EQ(found.error, row.error);
-        EXPECT_EQ(found.level, row.change == &Refresh::level);
-        EXPECT_EQ(found.place, row.change == &Refresh::place);
-        EXPECT_EQ(found.toStdout, row.change == &Refresh::toStdout);
+        EXPECT_EQ(found.failed(), row.failure != Failure::none);
+        EXPECT_EQ(found.changed(), row.change != nullptr);
+        for (const auto change : {&Refresh::level, &Refresh::place, &Refresh::toStdout})
+            EXPECT_EQ(found.*change, row.change == change);
         file = row.file;
         EXPECT_NE(traced(row.level, "in"), "");
         EXPECT_EQ(traced(row.level + 1, "out"), "");
