@@ -57,11 +57,11 @@ struct TARNIX_CMN_API SCmnCommandOutcome {
     std::string bytes;                   ///< the same, if bytes are kept
     std::string errorBytes;              ///< the same of standard error
 
-    std::chrono::nanoseconds elapsed{0}; ///< from the call of run to its end
+    std::chrono::nanoseconds elapsed{}; ///< from the call of run to its end
     /// @{
     /// Processor time of the command and of its children that it has waited for.
-    std::chrono::nanoseconds userTime{0};
-    std::chrono::nanoseconds systemTime{0};
+    std::chrono::nanoseconds userTime{};
+    std::chrono::nanoseconds systemTime{};
     /// @}
     /// Largest resident memory in bytes; 0 if the calling process had as much at the start, which
     /// the kernel then counts instead.

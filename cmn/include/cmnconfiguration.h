@@ -192,7 +192,7 @@ private:
     tstr m_Unused; ///< keeps the layout of 4.4.x
     tstr m_FullPath;
     ACE_Configuration_Section_Key m_Section;
-    bool m_Opened = false; ///< any call on a heap that is not open crashes
+    bool m_Opened{}; ///< any call on a heap that is not open crashes
     const std::unique_ptr<State> m_State;
 };
 

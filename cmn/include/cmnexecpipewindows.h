@@ -126,7 +126,7 @@ protected:
 
     /// @{
     /// What the current run holds. A handle that is not in use is invalid or null.
-    DWORD m_LastSystemError = 0;
+    DWORD m_LastSystemError{};
     DWORD m_ProcessId = static_cast<DWORD>(-1);
     HANDLE m_ProcessHandle = INVALID_HANDLE_VALUE;
     HANDLE m_InputHandle = INVALID_HANDLE_VALUE;
@@ -162,8 +162,8 @@ private:
 
     std::shared_ptr<Account> m_Account; ///< holds what m_AccountSid points to
     std::optional<int> m_ExitStatus;
-    int m_EndingSignal = 0; ///< 0: none
-    bool m_CoreDumped = false;
+    int m_EndingSignal{}; ///< 0: none
+    bool m_CoreDumped{};
 };
 
 } // namespace tarnix_cmn_4_4

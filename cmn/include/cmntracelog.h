@@ -209,9 +209,9 @@ private:
     tstr m_TraceDir;
     tstr m_TracePath;
     bool m_Initialized = false;
-    bool m_ToStdout = false;
-    bool m_IsLineCut = false; ///< the trace file ended within a line after the last write
-    bool m_IsSettingsVersionKnown = false;
+    bool m_ToStdout{};
+    bool m_IsLineCut{}; ///< the trace file ended within a line after the last write
+    bool m_IsSettingsVersionKnown{};
     int m_LastWriteError = 0;
     std::uint64_t m_LostLines = 0;
     tstr m_SettingsDir;

@@ -63,8 +63,8 @@ struct CCmnConfiguration::State {
     TxSectionNames names;
     std::vector<SCmnImportProblem> problems;
     std::size_t problemCount = 0;
-    bool mustKeepCopy = false; ///< an export would lose lines of the file
-    std::string copy;          ///< the path of the last copy
+    bool mustKeepCopy{}; ///< an export would lose lines of the file
+    std::string copy;    ///< the path of the last copy
     std::string report;
     std::string reportedCopy; ///< of the file that the report is about
 };
