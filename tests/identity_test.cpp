@@ -365,8 +365,8 @@ TEST_F(Identity, CommandsWithOptions)
         {"account",
          account(shell("echo $HOME $USER $LOGNAME $SHELL $PATH $A; env | wc -l", "home")),
          "|/home/of home home /bin/bash /usr/local/bin:/usr/bin:/bin b|7"}, // the shell adds PWD
-        {"root", account(shell("echo $HOME $SHELL $PATH; id -u", "root")),
-         "|/root /bin/sh /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin|0"},
+        {"root", account(shell("echo $HOME $SHELL $PATH; id -u; umask", "root")),
+         "|/root /bin/sh /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin|0|0022"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(textOf(row.command.run()), row.outcome) << row.name;

@@ -39,7 +39,7 @@ struct SCmnMessageInfo {
 
     /// Size of the text in bytes without the terminator; only the low 32 bits of a larger number.
     /// Set by `serialize`. Readers of a record use the terminator and not this field.
-    std::uint32_t length = 0;
+    std::uint32_t length{};
 };
 
 /// A message starts with a reference count of 0. It takes no lock: only one thread at a time may
@@ -93,7 +93,7 @@ protected:
     std::string m_MessageId;
     tarnix_eseverity m_Severity{};
     std::string m_File;
-    int m_Line = 0;
+    int m_Line{};
     /// @}
 };
 
