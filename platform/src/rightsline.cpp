@@ -120,11 +120,11 @@ int readStatus(const std::string& path, Status& status)
     return 0;
 }
 
+// Of an owner whose id no other process has taken over.
 bool isThisProcess(const Owner& owner)
 {
     Status self;
-    return readStatus(kOwnStatus, self) == 0 && self.pid == owner.pid &&
-           self.startTime == owner.startTime;
+    return readStatus(kOwnStatus, self) == 0 && self.pid == owner.pid;
 }
 
 bool isGone(const Owner& owner)

@@ -35,17 +35,16 @@ namespace tarnix_platform
 namespace
 {
 
-bool report(RunAsStep step, int error)
+bool writeReport(const RunAsReport& report)
 {
-    const RunAsReport written{step, error};
-    return call(SYS_write, kRunAsStatus, &written, sizeof written) ==
-           static_cast<long>(sizeof written);
+    return call(SYS_write, kRunAsStatus, &report, sizeof report) ==
+           static_cast<long>(sizeof report);
 }
 
 // Returns the exit status.
-int reportFailure(RunAsStep step, int error)
+int failWith(const RunAsReport& report)
 {
-    return report(step, error) ? 127 : 126;
+    return writeReport(report) ? 127 : 126;
 }
 
 std::uint32_t number(const char* text)
@@ -61,12 +60,26 @@ std::uint32_t number(const char* text)
 // or an errno.
 int leaveRealTimeScheduling()
 {
-    const long policy = call(SYS_sched_getscheduler, 0) & ~long{SCHED_RESET_ON_FORK};
-    if (policy != SCHED_FIFO && policy != SCHED_RR && policy != SCHED_DEADLINE) {
+    const int priority{};
+    switch (call(SYS_sched_getscheduler, 0) & ~long{SCHED_RESET_ON_FORK}) {
+    case SCHED_FIFO:
+    case SCHED_RR:
+    case SCHED_DEADLINE:
+        return static_cast<int>(-call(SYS_sched_setscheduler, 0, SCHED_NORMAL, &priority));
+    default:
         return 0;
     }
-    const int priority{};
-    return static_cast<int>(-call(SYS_sched_setscheduler, 0, SCHED_NORMAL, &priority));
+}
+
+// Whether the call says that the real, the effective and the saved id are this one.
+bool areAllIds(long getIds, std::uint32_t id)
+{
+    std::uint32_t ids[3] = {};
+    bool good = call(getIds, &ids[0], &ids[1], &ids[2]) == 0;
+    for (const std::uint32_t each : ids) {
+        good = good && each == id;
+    }
+    return good;
 }
 
 // The next three return 0 or an errno. A change of the user id leaves the inheritable capabilities.
@@ -75,8 +88,7 @@ int dropCapabilities()
 {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
-    const long error = -call(SYS_capget, &header, sets);
-    if (error != 0) {
+    if (const long error = -call(SYS_capget, &header, sets)) {
         return static_cast<int>(error);
     }
     for (__user_cap_data_struct& set : sets) {
@@ -91,35 +103,29 @@ int dropCapabilities()
 int leaveSessionKeyring()
 {
     const long keyring = call(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, 0);
-    return keyring > 0 || keyring == -ENOSYS || keyring == -EPERM ? 0 : static_cast<int>(-keyring);
+    switch (keyring) {
+    case -ENOSYS:
+    case -EPERM:
+        return 0;
+    default:
+        return keyring < 0 ? static_cast<int>(-keyring) : 0;
+    }
 }
 
 int becomeUser(uid_t uid, gid_t gid)
 {
-    int error = dropCapabilities();
-    if (error == 0) {
-        error = static_cast<int>(-call(SYS_setresgid, gid, gid, gid));
-    }
-    if (error == 0) {
-        error = static_cast<int>(-call(SYS_setresuid, uid, uid, uid));
-    }
-    uid_t uids[3] = {};
-    gid_t gids[3] = {};
-    if (error == 0 && (call(SYS_getresuid, &uids[0], &uids[1], &uids[2]) != 0 ||
-                       call(SYS_getresgid, &gids[0], &gids[1], &gids[2]) != 0)) {
-        error = EPERM;
-    }
-    if (error != 0) {
+    if (const int error = dropCapabilities()) {
         return error;
     }
-    bool switched =
-        uid == 0 || call(SYS_setresuid, 0, 0, 0) != 0; // it must not be possible to switch back
-    for (const uid_t id : uids) {
-        switched = switched && id == uid;
+    if (const long error = -call(SYS_setresgid, gid, gid, gid)) {
+        return static_cast<int>(error);
     }
-    for (const gid_t id : gids) {
-        switched = switched && id == gid;
+    if (const long error = -call(SYS_setresuid, uid, uid, uid)) {
+        return static_cast<int>(error);
     }
+    const bool switched =
+        (uid == 0 || call(SYS_setresuid, 0, 0, 0) != 0) && // it must not be possible to switch back
+        areAllIds(SYS_getresuid, uid) && areAllIds(SYS_getresgid, gid);
     return switched ? 0 : EPERM;
 }
 
@@ -129,11 +135,31 @@ int endWithCaller(std::uint32_t caller)
     if (caller == 0) {
         return 0;
     }
-    const long error = -call(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
-    if (error != 0) {
+    if (const long error = -call(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL)) {
         return static_cast<int>(error);
     }
     return call(SYS_getppid) == static_cast<long>(caller) ? 0 : ESRCH; // it has ended already
+}
+
+// What precedes the command: the step that has failed, or `command`.
+RunAsReport prepare(char** argv)
+{
+    if (const int error = leaveRealTimeScheduling()) {
+        return {RunAsStep::scheduling, error};
+    }
+    if (const int error = becomeUser(number(argv[1]), number(argv[2]))) {
+        return {RunAsStep::identity, error};
+    }
+    if (const int error = leaveSessionKeyring()) {
+        return {RunAsStep::keyring, error};
+    }
+    // A daemon's is often 0: the user's files would be writable for all.
+    call(SYS_umask, number(argv[3]));
+    if (const int error = endWithCaller(number(argv[4]))) {
+        return {RunAsStep::identity, error};
+    }
+    const long error = argv[5][0] != '\0' ? -call(SYS_chdir, argv[5]) : 0;
+    return {error != 0 ? RunAsStep::directory : RunAsStep::command, static_cast<int>(error)};
 }
 
 void unmarkEnvironment(char** environment)
@@ -149,15 +175,14 @@ int executeFile(const char* path, char** arguments, char** environment)
 {
     constexpr long firstPause = 1000000; // nanoseconds
     constexpr long lastPause = 128 * firstPause;
-    for (long pause = firstPause; pause <= lastPause; pause *= 2) {
+    for (long pause = firstPause;; pause *= 2) {
         const int error = replaceProgram(path, arguments, environment);
-        if (error != ETXTBSY) {
+        if (error != ETXTBSY || pause > lastPause) {
             return error;
         }
         const timespec interval{0, pause};
         call(SYS_nanosleep, &interval, 0);
     }
-    return replaceProgram(path, arguments, environment);
 }
 
 // Executes the first of the candidates that can be. Returns the errno.
@@ -186,37 +211,19 @@ int runAs(int argc, char** argv, char** environment)
     }
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[6])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
-        return reportFailure(RunAsStep::identity, EINVAL);
+        return failWith({RunAsStep::identity, EINVAL});
     }
-    int error = leaveRealTimeScheduling();
-    if (error != 0) {
-        return reportFailure(RunAsStep::scheduling, error);
-    }
-    error = becomeUser(number(argv[1]), number(argv[2]));
-    if (error != 0) {
-        return reportFailure(RunAsStep::identity, error);
-    }
-    error = leaveSessionKeyring();
-    if (error != 0) {
-        return reportFailure(RunAsStep::keyring, error);
-    }
-    // A daemon's is often 0: the user's files would be writable for all.
-    call(SYS_umask, number(argv[3]));
-    error = endWithCaller(number(argv[4]));
-    if (error != 0) {
-        return reportFailure(RunAsStep::identity, error);
-    }
-    error = argv[5][0] != '\0' ? static_cast<int>(-call(SYS_chdir, argv[5])) : 0;
-    if (error != 0) {
-        return reportFailure(RunAsStep::directory, error);
+    const RunAsReport prepared = prepare(argv);
+    if (prepared.step != RunAsStep::command) {
+        return failWith(prepared);
     }
     unmarkEnvironment(environment);
-    if (!report(RunAsStep::command, 0)) {
+    if (!writeReport(prepared)) {
         return 126;
     }
     char** const paths = argv + fixedArguments;
-    error = executeCandidate(paths, candidates, paths + candidates, environment);
-    return reportFailure(RunAsStep::program, error);
+    return failWith(
+        {RunAsStep::program, executeCandidate(paths, candidates, paths + candidates, environment)});
 }
 
 } // namespace tarnix_platform

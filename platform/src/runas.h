@@ -31,8 +31,17 @@ int runAs(int argc, char** argv, char** environment);
 // As execvp: the search continues after a directory that lacks the program or may not be searched.
 constexpr bool searchGoesOn(int error)
 {
-    return error == EACCES || error == ENOENT || error == ENOTDIR || error == ESTALE ||
-           error == ENODEV || error == ETIMEDOUT;
+    switch (error) {
+    case EACCES:
+    case ENOENT:
+    case ENOTDIR:
+    case ESTALE:
+    case ENODEV:
+    case ETIMEDOUT:
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace tarnix_platform
