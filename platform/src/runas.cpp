@@ -41,10 +41,12 @@ bool writeReport(const RunAsReport& report)
            static_cast<long>(sizeof report);
 }
 
+constexpr int kUnheard = 126; // the exit status if a report cannot be written
+
 // Returns the exit status.
 int failWith(const RunAsReport& report)
 {
-    return writeReport(report) ? 127 : 126;
+    return writeReport(report) ? 127 : kUnheard;
 }
 
 std::uint32_t number(const char* text)
@@ -206,9 +208,7 @@ int executeCandidate(char** candidates, int count, char** command, char** enviro
 int runAs(int argc, char** argv, char** environment)
 {
     constexpr int fixedArguments = 7;
-    if (call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC) != 0) {
-        return 126;
-    }
+    call(SYS_fcntl, kRunAsStatus, F_SETFD, FD_CLOEXEC); // if it fails, no report can be written
     const int candidates = argc > fixedArguments ? static_cast<int>(number(argv[6])) : 0;
     if (candidates < 1 || argc <= fixedArguments + candidates) {
         return failWith({RunAsStep::identity, EINVAL});
@@ -219,7 +219,7 @@ int runAs(int argc, char** argv, char** environment)
     }
     unmarkEnvironment(environment);
     if (!writeReport(prepared)) {
-        return 126;
+        return kUnheard;
     }
     char** const paths = argv + fixedArguments;
     return failWith(

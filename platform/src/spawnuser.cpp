@@ -24,6 +24,10 @@ namespace tarnix_platform
 namespace
 {
 
+#ifndef MFD_EXEC
+#define MFD_EXEC 0x0010U
+#endif
+
 // See runasimage.cpp.
 extern "C" const unsigned char tarnix_runas_begin[] __attribute__((visibility("hidden")));
 extern "C" const unsigned char tarnix_runas_end[] __attribute__((visibility("hidden")));
@@ -42,8 +46,7 @@ int openInMemory(UniqueFd& program)
     }
     // Some systems are configured to create memory files that are not executable without this flag.
     // Older systems do not know the flag.
-    constexpr unsigned int executable = 0x0010U; // MFD_EXEC
-    program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC | executable));
+    program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC | MFD_EXEC));
     if (!program && errno == EINVAL) {
         program.reset(::memfd_create("tarnix-runas", MFD_CLOEXEC));
     }
