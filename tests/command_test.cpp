@@ -157,7 +157,7 @@ TEST_F(Command, SearchOfThePath)
     const std::string files = "mkdir a b; echo '#!/bin/echo' | tee b/denied >b/none; : >a/none; "
                               "echo '#!/no/such' >a/lost; : >a/denied; : >a/refused; "
                               "chmod +x b/* a/none a/lost",
-                      path = scratch.path("a:") + scratch.path("b"),
+                      path = scratch.path("a:") + scratch.path("b:/no"),
                       no = "not started: cannot start program '",
                       missing = "': No such file or directory";
     EXPECT_TRUE(shell(files).setDirectory(scratch.path()).run().ok());
@@ -171,7 +171,7 @@ TEST_F(Command, SearchOfThePath)
         {"none", tool("none"), no + "none': Exec format error"},
         {"no name", tool(""), no + missing},
         {"empty entry",
-         tool("head").setVariable("PATH", "/no::/no").setDirectory("/usr/bin").setInput("a"), "|a"},
+         tool("head").setVariable("PATH", "/no:").setDirectory("/usr/bin").setInput("a"), "|a"},
     });
 }
 

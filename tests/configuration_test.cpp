@@ -476,7 +476,8 @@ TEST_F(Configuration, ImportsFollowTheSpellingOfTheStore)
         EXPECT_EQ(config.removeSection(L"HOST", true), 0);
         importText(first);
         open(L"host", 1);
-        EXPECT_EQ(importText("[host\\sub]\n\"n\"=dword:00000007\n"), 0);
+        EXPECT_EQ(importText("[new\\HOST]\n[host\\sub]\n\"n\"=dword:00000007\n"), 0);
+        EXPECT_NE(exported().find("[new\\HOST]"), std::string::npos) << name;
         EXPECT_EQ(numberOf(L"host\\SUB", L"n"), 7U) << name;
         EXPECT_EQ(config.removeSection(L"host", true), 0);
     }

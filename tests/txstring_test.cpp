@@ -75,15 +75,15 @@ TEST(TxString, MeasuresAndFills)
 TEST(TxString, PrintsWithinTheTarget)
 {
     const char* const noFormat = nullptr;
-    char text[] = "####";
+    char text[] = "######";
     EXPECT_EQ(TX_snprintf(nullptr, 5, "x"), -1);
     EXPECT_EQ(TX_snprintf(text, 0, "x"), -1);
-    EXPECT_STREQ(text, "####");
-    EXPECT_EQ(TX_snprintf(text, 5, "a%ls", L"\x7FFFFFFF"), 4); // the formatter fails
-    EXPECT_EQ(std::string(text, 5), std::string("a\0\0\0\0", 5));
-    EXPECT_EQ(TX_snprintf(text, 5, "%d%s", 12, "34"), 4);
+    EXPECT_STREQ(text, "######");
     EXPECT_EQ(TX_snprintf(text, 4, "%d%s", 56, "78"), 3);
-    EXPECT_EQ(std::string(text, 5), std::string("567\0\0", 5));
+    EXPECT_EQ(std::string(text, 6), std::string("567\0##", 6));
+    EXPECT_EQ(TX_snprintf(text, 5, "a%ls", L"\x7FFFFFFF"), 4); // the formatter fails
+    EXPECT_EQ(std::string(text, 6), std::string("a\0\0\0\0#", 6));
+    EXPECT_EQ(TX_snprintf(text, 5, "%d%s", 12, "3"), 3);
     EXPECT_EQ(TX_snprintf(text, 5, noFormat), -1);
     EXPECT_STREQ(text, "");
 
