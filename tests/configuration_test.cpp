@@ -424,6 +424,8 @@ TEST_F(Configuration, AStoreCanAlwaysBeExported)
     EXPECT_EQ(open(L"software\\X", 1), 0);
     EXPECT_EQ(heap.open_section(heap.root_section(), "Past", true, past), 0);
     EXPECT_EQ(open(L"PAST\\a", 1), 0);
+    EXPECT_EQ(heap.open_section(past, "B", true, key), 0);
+    EXPECT_EQ(open(L"Past\\B"), 0);
     std::wstring path = L"0";
     while (path.size() < 1000)
         path += L"\\" + std::wstring(100, L'p');

@@ -78,8 +78,7 @@ TEST_F(Platform, HandlesAndPipeNames)
     // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 600");
     EXPECT_TRUE(CloseHandle(left.process));
-    EXPECT_EQ(kill(static_cast<pid_t>(left.pid), SIGKILL), 0);
-    EXPECT_TRUE(left.awaitEnd());
+    EXPECT_TRUE(kill(static_cast<pid_t>(left.pid), SIGKILL) == 0 && left.awaitEnd());
 }
 
 TEST_F(Platform, ErrorTexts)
@@ -334,8 +333,7 @@ TEST_F(Platform, ClockAndVersion)
     EXPECT_EQ(now.wDayOfWeek, gmtime(&seconds)->tm_wday);
     OSVERSIONINFOW version{};
     version.dwOSVersionInfoSize = sizeof version;
-    EXPECT_TRUE(GetVersionExW(&version));
-    EXPECT_GT(version.dwMajorVersion, 0U);
+    EXPECT_TRUE(GetVersionExW(&version) && version.dwMajorVersion > 0);
 }
 
 TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
