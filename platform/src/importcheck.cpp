@@ -107,8 +107,7 @@ bool ImportCheck::acceptsLine(char* begin, char* end)
 void ImportCheck::addQuote(const ImportLine& line, const char* end)
 {
     if (m_Fixes && line.fix == ImportLine::Fix::quote) {
-        const bool hasReturn = end[-1] == '\r';
-        m_Unclosed.push_back(static_cast<std::size_t>(end - m_Text.data()) - (hasReturn ? 1 : 0));
+        m_Unclosed.push_back(end[-1] == '\r' ? end - 1 : end);
     }
 }
 
@@ -127,12 +126,12 @@ void ImportCheck::complete()
 {
     if (!m_Unclosed.empty()) {
         std::string closed;
-        std::size_t from = 0;
-        for (const std::size_t to : m_Unclosed) {
-            closed.append(m_Text, from, to - from).append(1, '"');
+        const char* from = m_Text.data();
+        for (const char* const to : m_Unclosed) {
+            closed.append(from, to).push_back('"');
             from = to;
         }
-        m_Text = closed.append(m_Text, from);
+        m_Text = closed.append(from);
     }
     if (!m_Text.empty() && m_Text.back() != '\n') {
         m_Text += '\n';
@@ -210,10 +209,10 @@ const char* ImportCheck::checkValue(const ImportLine& line)
     bool isNew = true;
     if (m_Names != nullptr) {
         std::uint64_t steps{};
-        isNew = m_Values[m_Section->number - 1].insert(line.name, line.nameLength(), steps);
+        isNew = m_Values[m_Section->number - 1].insert(line.nameText(), steps);
         m_Cost.addSteps(steps);
     }
-    m_Cost.addValue(*m_Section, line.name, line.nameLength(), isNew);
+    m_Cost.addValue(*m_Section, line.nameText(), isNew);
     return isNew ? nullptr : kTwice;
 }
 

@@ -47,11 +47,11 @@ private:
     ImportCost m_Cost;
     std::vector<ImportNames> m_Values;        // of each section, by its number
     ImportCost::Section* m_Section = nullptr; // null before the first one
-    std::vector<std::size_t> m_Unclosed;      // positions at which a quote is missing
-    std::size_t m_Line = 0;
-    std::ptrdiff_t m_AllLevels = 0;
+    std::vector<const char*> m_Unclosed;      // positions in the text at which a quote is missing
+    std::size_t m_Line{};
+    std::ptrdiff_t m_AllLevels{};
     bool m_HasZeros{};
-    std::ptrdiff_t m_Zeros = 0;
+    std::ptrdiff_t m_Zeros{};
 };
 
 } // namespace tarnix_platform

@@ -17,10 +17,11 @@ std::size_t hashOf(const char* name)
     return static_cast<std::size_t>(ACE_Configuration_ExtId(name).hash());
 }
 
-// The last four bits of ACE's hash depend on the last byte only.
-std::size_t bucketOf(const char* name, std::size_t length)
+// ACE's bucket depends on the last four bits of the last byte only, as if an empty name had a zero
+// byte. It has another number there, but the same names are in it.
+std::uint32_t& bucketOf(std::string_view name, ImportCost::Buckets& buckets)
 {
-    return length == 0 ? 0 : (13U * static_cast<unsigned char>(name[length - 1])) % 16;
+    return buckets[static_cast<unsigned char>(name.empty() ? '\0' : name.back()) % buckets.size()];
 }
 
 } // namespace
@@ -33,7 +34,7 @@ ImportCost::Section& ImportCost::open(const std::string& path)
         const std::size_t end = path.find('\\', nameAt);
         const std::string prefix = path.substr(0, end);
         Section& section = m_Sections[prefix];
-        findSection(section, *parent, prefix, nameAt);
+        findSection(section, *parent, prefix, std::string_view(prefix).substr(nameAt));
         if (end == std::string::npos) {
             return section;
         }
@@ -43,7 +44,7 @@ ImportCost::Section& ImportCost::open(const std::string& path)
 }
 
 void ImportCost::findSection(Section& section, Section& parent, const std::string& path,
-                             std::size_t nameAt)
+                             std::string_view name)
 {
     std::uint32_t& paths = m_Paths[hashOf(path.c_str()) % m_Paths.size()];
     section.find = paths * (kEntry + path.size()) + path.size();
@@ -56,15 +57,13 @@ void ImportCost::findSection(Section& section, Section& parent, const std::strin
     ++paths;
     // Each value that is set finds it. The hash reads the path too.
     section.find = paths * (kEntry + path.size()) + path.size();
-    const std::size_t length = path.size() - nameAt;
-    std::uint32_t& siblings = parent.sections[bucketOf(path.c_str() + nameAt, length)];
-    m_Cost += siblings++ * (kEntry + length);
+    m_Cost += bucketOf(name, parent.sections)++ * (kEntry + name.size());
 }
 
-void ImportCost::addValue(Section& section, const char* name, std::size_t length, bool isNew)
+void ImportCost::addValue(Section& section, std::string_view name, bool isNew)
 {
-    std::uint32_t& values = section.values[bucketOf(name, length)];
-    const std::uint64_t find = values * (kEntry + length);
+    std::uint32_t& values = bucketOf(name, section.values);
+    const std::uint64_t find = values * (kEntry + name.size());
     m_Cost += section.find + find;
     if (isNew) {
         m_Cost += find; // as above

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -17,18 +18,20 @@ namespace tarnix_platform
 class ImportCost
 {
 public:
+    using Buckets = std::array<std::uint32_t, 16>; // the number of names in each
+
     struct Section {
-        std::uint32_t number = 0; // from 1
-        std::uint64_t find = 0;   // the cost of finding the section, when it was last opened
-        std::array<std::uint32_t, 16> values{};
-        std::array<std::uint32_t, 16> sections{};
+        std::uint32_t number{}; // from 1
+        std::uint64_t find{};   // the cost of finding the section, when it was last opened
+        Buckets values{};
+        Buckets sections{};
     };
 
     // Enters the section and those above it; the parts of the path are separated by backslashes.
     Section& open(const std::string& path);
 
     // A value that is set in the section.
-    void addValue(Section& section, const char* name, std::size_t length, bool isNew);
+    void addValue(Section& section, std::string_view name, bool isNew);
 
     // Steps of another kind, each as expensive as comparing a short name.
     void addSteps(std::uint64_t steps) { m_Cost += steps * kEntry; }
@@ -40,12 +43,12 @@ private:
         100; // an entry that is visited: it is rarely in the cache
 
     void findSection(Section& section, Section& parent, const std::string& path,
-                     std::size_t nameAt);
+                     std::string_view name);
 
     Section m_Root;
     std::map<std::string, Section> m_Sections;
     std::array<std::uint32_t, 1024> m_Paths{};
-    std::uint64_t m_Cost = 0;
+    std::uint64_t m_Cost{};
 };
 
 } // namespace tarnix_platform

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <system_error>
 
 namespace tarnix_platform
@@ -74,7 +75,7 @@ bool startsComment(char c)
 // Whether only blanks or a comment follow.
 bool isRest(const char* from, const char* end)
 {
-    while (from != end && (isBlank(*from) || *from == '\r')) {
+    while (isBlank(*from) || *from == '\r') {
         ++from;
     }
     return from == end || startsComment(*from);
@@ -92,14 +93,11 @@ bool isHexDigit(char c)
     return std::isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
-// The rest of the line if it starts with `prefix`, else null.
-template <std::size_t N>
-const char* skip(const char (&prefix)[N], const char* from, const char* end)
+// What follows `prefix` if that is at `from`, else null.
+const char* skip(std::string_view prefix, const char* from)
 {
-    constexpr std::size_t length = N - 1;
-    const bool found =
-        static_cast<std::size_t>(end - from) >= length && std::memcmp(from, prefix, length) == 0;
-    return found ? from + length : nullptr;
+    const bool found = std::strncmp(from, prefix.data(), prefix.size()) == 0;
+    return found ? from + prefix.size() : nullptr;
 }
 
 // Whether a comment follows, or only punctuation before it.
@@ -127,8 +125,8 @@ Finding checkText(const char* quote, const char* end)
 Finding checkNumber(const char* at, const char* end, int base, const char* problem)
 {
     at = std::find_if_not(at, end, isBlank);
-    at += at != end && *at == '+' ? 1 : 0;
-    if (base == 16 && end - at > 2 && ::strncasecmp(at, "0x", 2) == 0) {
+    at += *at == '+' ? 1 : 0;
+    if (base == 16 && ::strncasecmp(at, "0x", 2) == 0) {
         at += 2;
     }
     std::uint32_t number{};
@@ -145,10 +143,10 @@ Finding checkBytes(const char* bytes, const char* end)
 {
     const char* at = bytes;
     std::ptrdiff_t count = 0;
-    while (end - at >= 2 && isHexDigit(at[0]) && isHexDigit(at[1])) {
+    while (isHexDigit(at[0]) && isHexDigit(at[1])) {
         at += 2;
         ++count;
-        if (at == end || (*at != ',' && !isBlank(*at))) {
+        if (*at != ',' && !isBlank(*at)) {
             break;
         }
         ++at;
@@ -163,13 +161,13 @@ Finding checkBytes(const char* bytes, const char* end)
 // Of what follows the equal sign.
 Finding checkValue(const char* value, const char* end)
 {
-    if (value != end && *value == '"') {
+    if (*value == '"') {
         return checkText(value, end);
     }
-    if (const char* const digits = skip("dword:", value, end)) {
+    if (const char* const digits = skip("dword:", value)) {
         return checkNumber(digits, end, 16, kBadNumber);
     }
-    if (const char* const bytes = skip("hex:", value, end)) {
+    if (const char* const bytes = skip("hex:", value)) {
         return checkBytes(bytes, end);
     }
     return {kNoValue, Fix::comment};
@@ -178,7 +176,7 @@ Finding checkValue(const char* value, const char* end)
 // ACE skips the character after the name, whatever it is.
 Finding checkWithoutEqualSign(const char* quote, const char* end)
 {
-    if (end - quote < 3 || (!isBlank(quote[1]) && quote[1] != ':')) {
+    if (!isBlank(quote[1]) && quote[1] != ':') {
         return {kNoEqualSign, Fix::comment};
     }
     const char* const value = quote + 2;
@@ -190,10 +188,10 @@ Finding checkWithoutEqualSign(const char* quote, const char* end)
 // Of what follows the equal sign in the old form of a value: name="text, without a closing quote.
 Finding checkOldValue(const char* value, const char* end)
 {
-    if (value != end && *value == '#') {
+    if (*value == '#') {
         return checkNumber(value + 1, end, 10, kBadDecimal);
     }
-    if (value == end || *value != '"') {
+    if (*value != '"') {
         return {kNoValue, Fix::comment};
     }
     if (find('"', value + 1, end) != end) {
@@ -254,7 +252,7 @@ ImportLine readValue(const char* begin, const char* end)
     if (quote == end) {
         return other(kNoNameQuote);
     }
-    if (end - quote < 2 || quote[1] != '=') {
+    if (quote[1] != '=') {
         return value(name, quote, checkWithoutEqualSign(quote, end));
     }
     return value(name, quote, checkValue(quote + 2, end));
@@ -295,7 +293,8 @@ ImportLine readSection(const char* begin, const char* end)
 
 ImportLine readLine(const char* begin, const char* end)
 {
-    switch (begin == end ? ';' : *begin) {
+    switch (*begin) {
+    case '\n':
     case ';':
     case '#':
         return {};
@@ -308,12 +307,10 @@ ImportLine readLine(const char* begin, const char* end)
     }
 }
 
-// The end of the name, or of the text, of a line without problems: only comments follow.
+// The end of the name, or of the text, of a line without problems: only comments follow. The
+// bracket of a section is not followed by a quote.
 const char* textEnd(const ImportLine& line, const char* begin, const char* end)
 {
-    if (line.kind == ImportLine::Kind::section) {
-        return line.nameEnd;
-    }
     const bool isOldForm = *begin != '"';
     const char* const text = line.nameEnd + (isOldForm ? 1 : 2);
     if (*text != '"') {

@@ -3,6 +3,7 @@
 #define TARNIX_PLATFORM_IMPORTLINE_H
 
 #include <cstddef>
+#include <string_view>
 
 namespace tarnix_platform
 {
@@ -16,7 +17,7 @@ struct ImportLine {
         value    // ACE may set a value of that name
     };
 
-    std::size_t nameLength() const { return static_cast<std::size_t>(nameEnd - name); }
+    std::string_view nameText() const { return {name, static_cast<std::size_t>(nameEnd - name)}; }
 
     enum class Fix {
         none,
@@ -35,7 +36,8 @@ struct ImportLine {
     const char* nameEnd = nullptr;
 };
 
-// `end` is the position of the newline. The line contains no zero byte.
+// `end` is the position of the newline, or of the zero byte after the last line. The line itself
+// contains neither, so that the first character that does not fit ends each comparison.
 ImportLine readImportLine(const char* begin, const char* end);
 
 // Whether the store refuses the name of a value, or a part of the path of a section.

@@ -13,14 +13,16 @@ namespace
 {
 
 // Equal for names that differ only in the case of ASCII letters.
-std::uint32_t hashOf(const char* name, std::size_t length)
+std::uint32_t hashOf(std::string_view name)
 {
     constexpr std::uint64_t factor = 0x9E3779B97F4A7C15;
     constexpr std::uint64_t lowerCase = 0x2020202020202020;
-    std::uint64_t hash = length;
-    for (std::size_t at = 0; at < length; at += sizeof hash) {
+    std::uint64_t hash = name.size();
+    while (!name.empty()) {
         std::uint64_t piece{};
-        std::memcpy(&piece, name + at, std::min(length - at, sizeof piece));
+        const std::size_t length = std::min(name.size(), sizeof piece);
+        std::memcpy(&piece, name.data(), length);
+        name.remove_prefix(length);
         hash = (hash ^ (piece | lowerCase)) * factor;
         hash ^= hash >> 32;
     }
@@ -29,12 +31,12 @@ std::uint32_t hashOf(const char* name, std::size_t length)
 
 } // namespace
 
-bool ImportNames::insert(const char* name, std::size_t length, std::uint64_t& steps)
+bool ImportNames::insert(std::string_view name, std::uint64_t& steps)
 {
     if (8 * m_Count >= 5 * m_Entries.size()) {
         grow();
     }
-    const Entry wanted{name, static_cast<std::uint32_t>(length), hashOf(name, length)};
+    const Entry wanted{name.data(), static_cast<std::uint32_t>(name.size()), hashOf(name)};
     Entry& entry = m_Entries[find(wanted, steps)];
     if (entry.name != nullptr) {
         return false;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace tarnix_platform
@@ -17,7 +18,7 @@ public:
     // False if the name is there already. The bytes must stay where they are; there are less than
     // 4 GiB. `steps` is increased by the entries that were compared: names can be chosen so that
     // there are many.
-    bool insert(const char* name, std::size_t length, std::uint64_t& steps);
+    bool insert(std::string_view name, std::uint64_t& steps);
 
 private:
     struct Entry {
@@ -30,7 +31,7 @@ private:
     void grow();
 
     std::vector<Entry> m_Entries; // the size is a power of 2, or 0
-    std::size_t m_Count = 0;
+    std::size_t m_Count{};
 };
 
 } // namespace tarnix_platform
