@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <utility>
 
 namespace tarnix_platform
 {
@@ -86,11 +87,11 @@ bool moveAbove(UniqueFd& fd, int number)
     if (fd.get() > number) {
         return true;
     }
-    const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, number + 1);
-    if (moved == -1) {
+    UniqueFd moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, number + 1));
+    if (!moved) {
         return false;
     }
-    fd.reset(moved);
+    fd = std::move(moved);
     return true;
 }
 

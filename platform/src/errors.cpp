@@ -106,14 +106,12 @@ DWORD FormatMessageW(DWORD flags, const void* /*source*/, DWORD error, DWORD /*l
         text.append(t_lastError.about).append(": ");
     }
     const std::wstring wide = widen(text.append(known));
-    const std::size_t bytes = (wide.size() + 1) * sizeof(wchar_t);
-    void* memory = std::malloc(bytes);
-    if (memory == nullptr) {
+    wchar_t* const copy = ::wcsdup(wide.c_str()); // LocalFree frees it
+    if (copy == nullptr) {
         fail(ENOMEM);
         return 0;
     }
-    std::memcpy(memory, wide.c_str(), bytes);
-    std::memcpy(buffer, &memory, sizeof memory);
+    std::memcpy(buffer, &copy, sizeof copy);
     return static_cast<DWORD>(wide.size());
 }
 
