@@ -142,6 +142,7 @@ TEST_F(Rights, TheLockIsTheOwnersAlone)
     std::filesystem::remove(lock);
     std::filesystem::create_symlink("rights", lock);
     expectFailure(add(), ELOOP);
+    expectFailure(FileLock().acquire(-1, lock), EBADF); // at once
 }
 
 // A process adds a right, and removes it when the file is somewhere else, or cannot be written.
@@ -216,8 +217,7 @@ TEST_F(Rights, OtherLinesAndTheAccessStay)
     EXPECT_TRUE(isHeld());
     EXPECT_TRUE(remove());
     EXPECT_EQ(m_Scratch.read("rights"), others + standing);
-    struct stat info {
-    };
+    struct stat info = {};
     EXPECT_EQ(stat(m_File.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640U);
     EXPECT_EQ(info.st_gid, group);

@@ -46,8 +46,7 @@ inline std::string withoutUsers()
 {
     if (::geteuid() != 0)
         return "needs root";
-    struct stat top {
-    };
+    struct stat top = {};
     return ::stat("/", &top) == 0 && (top.st_mode & S_IXOTH) != 0
                ? ""
                : "needs a root directory that all users may enter";
