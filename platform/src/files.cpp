@@ -71,8 +71,9 @@ TxFile TxOpenFile(const char* path)
     UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat info {
     };
-    if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return nullptr;
+    ::fstat(fd.get(), &info);
+    if (!S_ISREG(info.st_mode)) {
+        return nullptr; // also without a file
     }
     TxFile file(::fdopen(fd.get(), "r"));
     if (file) {
@@ -144,9 +145,8 @@ struct TxReplacement::State {
     {
         struct stat found {
         };
-        const bool exists = ::lstat(path, &found) == 0;
-        return m_IsNew ? !exists
-                       : exists && found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
+        const bool isMissing = ::lstat(path, &found) != 0;
+        return m_IsNew ? isMissing : found.st_dev == m_Old.st_dev && found.st_ino == m_Old.st_ino;
     }
 
     void create()

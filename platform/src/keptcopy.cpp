@@ -24,7 +24,11 @@ class KeptFile
 public:
     KeptFile(int fd, std::string path) : m_Fd(fd), m_Path(std::move(path)) {}
 
-    bool isRegular() { return ::fstat(m_Fd, &m_Info) == 0 && S_ISREG(m_Info.st_mode); }
+    bool isRegular()
+    {
+        ::fstat(m_Fd, &m_Info);
+        return S_ISREG(m_Info.st_mode);
+    }
 
     // Fails with EEXIST if there is something of that name.
     bool copyTo(const std::string& name) const
