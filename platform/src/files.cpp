@@ -161,7 +161,7 @@ struct TxReplacement::State {
     struct stat m_Old {
     };
     bool m_IsNew{};
-    bool m_MustKeepOld = false;
+    bool m_MustKeepOld{};
 };
 
 TxReplacement::TxReplacement(const char* path) : m_State(std::make_unique<State>(path)) {}

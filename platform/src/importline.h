@@ -28,8 +28,8 @@ struct ImportLine {
 
     Kind kind = Kind::other;
     Fix fix = Fix::none;
-    bool endsImport = false;       // ACE fails at this line
-    bool isFixable = false;        // with the fix, ACE reads the line as it is written
+    bool endsImport{};             // ACE fails at this line
+    bool isFixable{};              // with the fix, ACE reads the line as it is written
     const char* problem = nullptr; // why ACE does not read it as it is written
     const char* rest = nullptr;    // what follows the bytes of hex:
     const char* name = nullptr;
