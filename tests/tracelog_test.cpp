@@ -282,8 +282,8 @@ TEST_F(TraceLog, ProblemsOfTheSettingsAreReportedAndKept)
         {"none", "\xEF\xBB\xBF" + level, 5},
         {"one", level + "port=5", 5,
          ": 1 problem: line 3: value is neither a quoted text, nor dword: or hex:"},
-        {"two", "[other\nx\n" + level, 1,
-         ": 2 problems, first: line 1: section without a closing bracket"},
+        {"two", "\"x\"=\"1\"\nx\n" + level, 1,
+         ": 2 problems, first: line 1: value before the first section"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
