@@ -37,11 +37,8 @@ bool FileReplacement::createTemporary(const std::string& target, mode_t mode)
     const std::string stem =
         target.substr(0, target.rfind('/') + 1) + ".tarnix-" + std::to_string(::getpid()) + "-";
     for (int i = 0; i < maxNames; ++i) {
-        if (create(stem + std::to_string(i), mode)) {
-            return true;
-        }
-        if (errno != EEXIST) {
-            break;
+        if (create(stem + std::to_string(i), mode) || errno != EEXIST) {
+            return static_cast<bool>(m_File);
         }
     }
     return false;

@@ -206,14 +206,18 @@ const char* ImportCheck::checkValue(const ImportLine& line)
         m_Report.endsEarly = true;
         return kNoSection;
     }
-    bool isNew = true;
-    if (m_Names != nullptr) {
-        std::uint64_t steps{};
-        isNew = m_Values[m_Section->number - 1].insert(line.nameText(), steps);
-        m_Cost.addSteps(steps);
-    }
+    const bool isNew = m_Names == nullptr || enterName(line);
     m_Cost.addValue(*m_Section, line.nameText(), isNew);
     return isNew ? nullptr : kTwice;
+}
+
+// False if the section has a value of that name already.
+bool ImportCheck::enterName(const ImportLine& line)
+{
+    std::uint64_t steps{};
+    const bool isNew = m_Values[m_Section->number - 1].insert(line.nameText(), steps);
+    m_Cost.addSteps(steps);
+    return isNew;
 }
 
 bool ImportCheck::refuse(const char* reason)

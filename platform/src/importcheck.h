@@ -36,6 +36,7 @@ private:
     bool hideZeros(char* begin, char* end);
     bool openSection(const ImportLine& line, char* name);
     const char* checkValue(const ImportLine& line);
+    bool enterName(const ImportLine& line);
     bool countLevels(const ImportLine& line);
     void respell(char* name, const char* end, const std::string& path);
     bool refuse(const char* reason);
