@@ -47,7 +47,9 @@ void ImportCost::findSection(Section& section, Section& parent, const std::strin
                              std::string_view name)
 {
     std::uint32_t& paths = m_Paths[hashOf(path.c_str()) % m_Paths.size()];
-    section.find = paths * (kEntry + path.size()) + path.size();
+    // The hash reads the path too.
+    const auto find = [&] { return paths * (kEntry + path.size()) + path.size(); };
+    section.find = find();
     m_Cost += section.find;
     if (section.number != 0) {
         return;
@@ -55,8 +57,7 @@ void ImportCost::findSection(Section& section, Section& parent, const std::strin
     section.number = static_cast<std::uint32_t>(m_Sections.size());
     m_Cost += section.find; // ACE looks for it once more before it adds it
     ++paths;
-    // Each value that is set finds it. The hash reads the path too.
-    section.find = paths * (kEntry + path.size()) + path.size();
+    section.find = find(); // each value that is set finds it
     m_Cost += bucketOf(name, parent.sections)++ * (kEntry + name.size());
 }
 
