@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 namespace tarnix_cmn_4_4
@@ -34,11 +35,11 @@ void writeLittleEndian(unsigned char* bytes, Number number)
 
 std::size_t lengthOf(const unsigned short* text)
 {
-    std::size_t length = 0;
-    while (text[length]) {
-        ++length;
+    const unsigned short* end = text;
+    while (*end) {
+        ++end;
     }
-    return length;
+    return static_cast<std::size_t>(end - text);
 }
 
 const unsigned char* bytesOf(const void* data)
@@ -121,23 +122,21 @@ CCmnMessageDigest5::CCmnMessageDigest5()
 }
 
 // Calls feed directly, because the length of Update has only 32 bits.
-CCmnMessageDigest5::CCmnMessageDigest5(const char* text)
+CCmnMessageDigest5::CCmnMessageDigest5(const char* text) : CCmnMessageDigest5()
 {
-    Initialize();
     feed(bytesOf(text), std::strlen(text));
     Finalize();
 }
 
-CCmnMessageDigest5::CCmnMessageDigest5(const unsigned short* text)
+CCmnMessageDigest5::CCmnMessageDigest5(const unsigned short* text) : CCmnMessageDigest5()
 {
-    Initialize();
     feed(bytesOf(text), lengthOf(text) * sizeof *text);
     Finalize();
 }
 
 CCmnMessageDigest5::CCmnMessageDigest5(const void* data, std::uint32_t length)
+    : CCmnMessageDigest5()
 {
-    Initialize();
     Update(bytesOf(data), length);
     Finalize();
 }
@@ -204,11 +203,13 @@ void CCmnMessageDigest5::Finalize()
 
 void CCmnMessageDigest5::print()
 {
-    for (std::size_t i = 0; i < 4; ++i) {
-        writeLittleEndian(m_Digest + 4 * i, m_State[i]);
+    unsigned char* target = m_Digest;
+    for (const std::uint32_t word : m_State) {
+        writeLittleEndian(target, word);
+        target += sizeof word;
     }
     printHex(m_Text, m_Digest, kDigestSize);
-    std::copy_n(m_Text, 2 * kDigestSize, m_WideText);
+    std::copy(std::begin(m_Text), std::end(m_Text), m_WideText);
 }
 
 unsigned char CCmnMessageDigest5::operator[](std::uint32_t index) const
