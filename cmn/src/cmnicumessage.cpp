@@ -45,6 +45,9 @@ constexpr std::string_view kArgumentEnd = "</ARGVALUE>\n";
 constexpr std::size_t kClosingSize = kArgumentEnd.size() - 1; // without the newline
 
 struct ArgumentList {
+    const Formattable* begin() const { return first; }
+    const Formattable* end() const { return first + count; }
+
     const Formattable* first;
     std::int32_t count;
 };
@@ -132,8 +135,7 @@ std::size_t estimatedSize(const ArgumentList& arguments)
         sizeof "\t<ARGVALUE INDEX=10 TYPE=2>12345678</ARGVALUE>\n";
     std::size_t size = sizeof "<SERIALIZED_MESSAGE MSGID=disk.partition.is.full SEVERITY=2>\n"
                               "</SERIALIZED_MESSAGE>\n";
-    for (std::int32_t i = 0; i < arguments.count; ++i) {
-        const Formattable& argument = arguments.first[i];
+    for (const Formattable& argument : arguments) {
         const bool isText = argument.getType() == Formattable::kString;
         size +=
             usualArgument + (isText ? static_cast<std::size_t>(argument.getString().length()) : 0);
@@ -296,8 +298,9 @@ struct OwnedArguments {
 OwnedArguments readValues(const std::vector<ValueText>& values)
 {
     OwnedArguments arguments(values.size());
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        readValue(arguments.first[i], values[i]);
+    Formattable* argument = arguments.first.get();
+    for (const ValueText& value : values) {
+        readValue(*argument++, value);
     }
     return arguments;
 }
@@ -330,8 +333,9 @@ void copyValue(Formattable& argument, const Formattable& source)
 OwnedArguments copyOf(const ArgumentList& list)
 {
     OwnedArguments arguments(static_cast<std::size_t>(list.count));
-    for (std::int32_t i = 0; i < list.count; ++i) {
-        copyValue(arguments.first.get()[i], list.first[i]);
+    Formattable* copy = arguments.first.get();
+    for (const Formattable& source : list) {
+        copyValue(*copy++, source);
     }
     return arguments;
 }
@@ -467,8 +471,9 @@ const SCmnMessageInfo* CCmnIcuMessage::serialize()
         TX_snprintf(line, sizeof line, "<SERIALIZED_MESSAGE MSGID=%s SEVERITY=%d>\n",
                     m_MessageId.c_str(), m_Severity);
         text += line;
-        for (std::int32_t i = 0; i < arguments.count; ++i) {
-            appendArgument(text, i, arguments.first[i]);
+        std::int32_t index = 0;
+        for (const Formattable& argument : arguments) {
+            appendArgument(text, index++, argument);
         }
         text += "</SERIALIZED_MESSAGE>\n";
     }
