@@ -333,15 +333,15 @@ NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID, BOOLEAN all, LSA_UNICOD
 NTSTATUS LsaFreeMemory(void* memory) { return takeBack(memory) ? 0 : 1; }
 NTSTATUS LsaClose(LSA_HANDLE policy) { return CloseHandle(policy) ? 0 : 1; }
 DWORD LsaNtStatusToWinError(NTSTATUS status) { return static_cast<DWORD>(status); }
-void GetSystemTime(SYSTEMTIME*) {}
-BOOL SystemTimeToFileTime(const SYSTEMTIME*, FILETIME* ticks)
+void GetSystemTime(SYSTEMTIME* time) { time->wMilliseconds = script.looks++; }
+BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* ticks)
 {
-    static DWORD now = 0;
-    ticks->dwLowDateTime = now += 100; // 10 microseconds per call
+    const DWORD elapsed = std::min(time->wMilliseconds * 300U, 601U); // the limit is 600
+    *ticks = {elapsed - 1, elapsed > 0 ? 1U : 0U};
     return true;
 }
 void setRightsFile(const char*) {}
 void setUserStartLimit(DWORD milliseconds) { works(__func__, milliseconds); }
-void Sleep(DWORD) { works(__func__); }
+void Sleep(DWORD milliseconds) { works(__func__, milliseconds); }
 
 } // namespace tarnix_platform

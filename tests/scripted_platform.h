@@ -49,6 +49,7 @@ struct Script {
     // The last read or write of each handle: its buffer, null for a write; its result.
     std::map<tarnix_platform::HANDLE, std::pair<char*, long>> begun{};
     tarnix_platform::DWORD lastError = 0;
+    tarnix_platform::WORD looks = 0; // at the clock
 };
 
 extern Script script;

@@ -94,7 +94,7 @@ HANDLE CCmnExecPipeWindows::Impersonate()
     // This token is used only to get the SID of the account.
     if (!LogonUserA(m_User.c_str(), kLocalAccounts, m_Password.c_str(), LOGON32_LOGON_NETWORK,
                     LOGON32_PROVIDER_DEFAULT, owner.out())) {
-        return owner.release();
+        return nullptr; // not an invalid one: the command must not run as the calling user
     }
     auto account = std::make_shared<Account>();
     DWORD length;
@@ -165,9 +165,7 @@ void CCmnExecPipeWindows::RevokeRight()
 {
     if (m_RightAdded != 0) {
         m_RightAdded = 0; // unlock only once: after this, another runner may hold the lock
-        if (m_Lock.isLocked()) {
-            m_Lock.unlock();
-        }
+        m_Lock.unlock();
     }
     if (!m_Account || m_Account->revocations == 0) {
         ForgetAccount();

@@ -130,7 +130,7 @@ int CCmnExecPipeBase::Exec(std::string command, std::vector<std::string>& output
 // Appends the lines up to the end of the output, or up to an abort. False after a timeout.
 bool CCmnExecPipeBase::ReadLines(char* buffer, std::vector<std::string>& output, long seconds)
 {
-    int timedOut = 0;
+    int timedOut{};
     for (;;) {
         buffer[0] = '\0';
         if (IsAbortRequested() != 0) {

@@ -373,14 +373,18 @@ std::size_t CCmnExecPipeWindows::ReadByte(char* target, int* timedOut, long seco
     read.hEvent = m_ReadEvent;
     DWORD got;
     if (!ReadFile(m_OutputHandle, target, 1, &got, &read)) {
-        const Awaited awaited = AwaitByte(seconds);
-        if (awaited == Awaited::timeout || awaited == Awaited::cancelled) {
+        switch (AwaitByte(seconds)) {
+        case Awaited::byte:
+            break;
+        case Awaited::timeout:
+            *timedOut = 1;
+            [[fallthrough]];
+        case Awaited::cancelled:
             // The system writes to `read` and to the target until the read has ended.
             CancelIo(m_OutputHandle);
             GetOverlappedResult(m_OutputHandle, &read, &got, true);
-            *timedOut = awaited == Awaited::timeout ? 1 : 0;
-        }
-        if (awaited != Awaited::byte) {
+            [[fallthrough]];
+        case Awaited::noByte:
             return 0;
         }
     }
