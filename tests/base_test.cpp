@@ -16,9 +16,10 @@ TEST(Error, KeyAndNumbers)
               "MSG_ERROR_CON-FIG9_0007");
     EXPECT_EQ(CCmnError(1000, L"", L"", 0, L"").getMessageKey("", 1000), "MSG_ERROR__1000");
     EXPECT_EQ(CCmnError(-1, L"", L"", 0, L"").getMessageKey("x", 0), "MSG_ERROR_X_-001");
-    EXPECT_EQ(CCmnError(0, L"", L"", 5, L"").getLine(), 5);
-    EXPECT_EQ(CCmnError().getLine(), 0);
-    EXPECT_EQ(CCmnError().getCode(), 0);
+    CCmnError record;
+    record = CCmnError(3 + record.getCode(), L"m", L"f", 5 + record.getLine(), L"g");
+    EXPECT_EQ(std::wstring(record.getMessage()) + record.getFile() + record.getFunction(), L"mfg");
+    EXPECT_EQ(10 * record.getCode() + record.getLine(), 35);
 }
 
 TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)
