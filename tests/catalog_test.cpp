@@ -13,9 +13,10 @@ using namespace tarnix_cmn_4_4;
 namespace
 {
 
-// A catalog of a client, which needs no init.
+// A catalog of a client, which cannot be opened in Dutch.
 struct ClientCatalog : CCmnMessageCatalog {
     ClientCatalog(const tstr& name, const char* language) : CCmnMessageCatalog(name, language) {}
+    int init() override { return m_Language == "nl" ? 1 : 0; }
     tstr getMessage(const std::string& key, const wchar_t* defaultText) const override
     {
         return key == "who" ? tstr(L"client") : tstr(defaultText);
@@ -31,7 +32,7 @@ struct Catalogs : testing::Test, CCmnMessageCatalogFactory {
         icu::Locale::setDefault(icu::Locale::getUS(), status);
         const std::string longText = "{ \"" + std::string(2000, 'x') + "\" } ";
         scratch.write("root.txt", "root { who { \"root {0}\" } }");
-        scratch.write("ja_JP.txt", "ja_JP { who { \"ja_JP {0}\" } disk { \"it''s {0}: {1}\" } }");
+        scratch.write("ja_JP.txt", "ja_JP { who { \"ja_JP {0}\" } disk { \"it''s {0} <disk>\" } }");
         scratch.write("de.txt", "de { who { \"de {0}\" } wide { \"it''s \\u3042\\U0001F600\" } "
                                 "long " +
                                     longText + "longer " + longText + "}");
@@ -100,7 +101,7 @@ TEST_F(Catalogs, TheManagerChoosesACatalog)
                    {L"client", "who", nullptr, "it", "client [it,]"},
                    {L"rooted", "who", nullptr, "de@x=a/b", "rooted: de {0} [de@x=a/b,]"},
                    // Names that would escape to another bundle.
-                   {L"rooted", "who", L"", "../libapp/de", " [../libapp/de,]"},
+                   {L"rooted", "who", nullptr, "../libapp/de", "<who> [../libapp/de,]"},
                    {L"rooted", "who", L"", "_und_-@/../libapp/de=x", " [_und_-@/../libapp/de=x,]"},
                    // The default language becomes active only when it is requested.
                    {L"app", "who", L"{0}", "xx", "{0} [xx,]"},
@@ -132,21 +133,21 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         const char* asked = "";
         const char* byDefault = "en";
         const wchar_t* defaultText = nullptr;
-    } cases[] = {{{"de-AT@x=y"}, "who", "listed: de_AT [de_AT]", "de_AT,"},
-                 {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]", "de,"},
-                 {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
-                 {{"fr", "es_MX"}, "who", "listed: es_419 [es_419]", "fr,es_MX,es_419,"},
-                 {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,en_001,en,root,"},
-                 {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
-                 {{"en", "de"}, "who", "listed: root {0} [root]", "", "EN-us.UTF-8"},
-                 {{"es_CO"}, "who", "listed: es_419 [es_419]", "es_CO,"},
-                 {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
-                 {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
-                 {{}, "who", "listed: de {0} [de]", "", "de"},
-                 {{}, "who", "listed: root {0} [root]", "", ""},
-                 {{"fr"}, "none", "<none> []"},
-                 {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
-                 {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};
+    } cases[] = {
+        {{"de-AT@x=" + std::string(56, 'y')}, "who", "listed: de_AT [de_AT]", "de_AT,"},
+        {{"root", "de"}, "who", "listed: root {0} [root]", "root,"},
+        {{"de_AT"}, "wide", "listed: it''s \u3042\U0001F600 [de]", "de,"},
+        {{"de_AT", "ru"}, "count", "listed: " + count + " [ru]", "ru,"},
+        {{"fr", "es_AR"}, "who", "listed: es_419 [es_419]", "fr,es_AR,es_419,"},
+        {{"en_GB", "de"}, "who", "listed: root {0} [root]", "en_GB,en_001,en,"},
+        {{"en_GB", "de"}, "who", "listed: de {0} [de]", "", "root"},
+        {{"es_CO"}, "who", "listed: es_419 [es_419]", "es_CO,"},
+        {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
+        {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
+        {{}, "who", "listed: de {0} [de]", "", "DE"},
+        {{"de@x=/", "de@x=" + std::string(60, 'y')}, "who", "listed: root {0} [root]", "", ""},
+        {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
+        {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};
     name = L"listed";
     defaultLanguage = "en";
     EXPECT_EQ(manager.get()->findMessage("who", L"", {"de"}).text, tstr(L""));
@@ -162,14 +163,14 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         EXPECT_EQ(std::exchange(asked, ""), c.asked) << c.answer;
     }
     name = L"client";
-    EXPECT_EQ(manager.get()->findMessage("who", nullptr, {"it"}).language, "it");
+    EXPECT_EQ(manager.get()->findMessage("who", nullptr, {"nl", "it"}).language, "it");
     EXPECT_STREQ(manager.get()->findMessage("none", L"new", {"it"}).text.c_str(), L"new");
     name = L"listed";
     asked.clear();
     // Other calls try again, as if no list had failed.
     for (int i = 0; i < 2; ++i)
-        manager.get()->getMessage("who", nullptr, "es_MX");
-    EXPECT_EQ(asked, "es_MX,es_MX,");
+        manager.get()->getMessage("who", nullptr, "es_AR");
+    EXPECT_EQ(asked, "es_AR,es_AR,");
     // ICU would remember that there was no bundle: it has not been asked.
     std::filesystem::rename(scratch.path("fr.res"), scratch.path("Messages/liblisted/fr.res"));
     manager.get()->registerFactory(this);
@@ -194,8 +195,8 @@ TEST_F(Catalogs, AListOfLanguagesFormatsForTheOneThatAnswers)
         EXPECT_STREQ(manager.get()->findLocalizedMessage(message, {language}).text.c_str(), text)
             << language << " " << byDefault;
     }
-    CCmnIcuMessage unknown("{0}", &number, 1, tarnix_eseverity{}, "f", 1);
-    EXPECT_EQ(manager.get()->findLocalizedMessage(unknown, {"de"}).text, tstr(L"<{0}>"));
+    CCmnIcuMessage unknown("it''s", &number, 1, tarnix_eseverity{}, "f", 1);
+    EXPECT_EQ(manager.get()->findLocalizedMessage(unknown, {"de"}).text, tstr(L"<it''s>"));
 }
 
 TEST_F(Catalogs, ACatalogWithoutAManager)
@@ -238,13 +239,13 @@ TEST_F(Catalogs, StoredTexts)
     SCmnMessageInfo record = *message.get()->serialize();
     const wchar_t* const text = stored(&record, "native");
     EXPECT_STREQ(stored("disk", nullptr), L"app: <disk>"); // under its id
-    EXPECT_STREQ(text, L"app: it's /var: 97");             // under the record's text
+    EXPECT_STREQ(text, L"app: it's /var <disk>");          // under the record's text
 
     stored("long", "de");
     wchar_t* longer = stored("longer", "de");
     const std::size_t used = mallinfo2().uordblks;
-    manager.get()->deleteLocalizedMessage(&longer);        // the first one with this text
-    EXPECT_TRUE(mallinfo2().uordblks < used || used == 0); // 0 under a sanitizer
+    manager.get()->deleteLocalizedMessage(&longer); // the first one with this text
+    EXPECT_TRUE(mallinfo2().uordblks + 4 * 2000 <= used || used == 0); // 0 under a sanitizer
     EXPECT_EQ(longer, L"app: " + std::wstring(2000, L'x'));
 }
 
