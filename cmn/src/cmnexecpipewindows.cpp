@@ -29,6 +29,7 @@ constexpr char kOutputPipeStem[] = R"(\\.\pipe\CCmnExecPipeWindows_OutputPipeNam
 constexpr int kFailureTraceLevel = 1;
 constexpr long kCloseSeconds = 10;
 constexpr long kLongestStage = 30;
+constexpr DWORD kNoProcess = static_cast<DWORD>(-1);
 constexpr int kStartFailed = 3; // the result for every ECmnExecPipe, whatever its code
 
 DWORD toMilliseconds(long seconds)
@@ -138,7 +139,7 @@ void CCmnExecPipeWindows::Init()
         m_ReadEvent = INVALID_HANDLE_VALUE; // ReadLine reads nothing without a timeout
     }
     m_LastSystemError = 0;
-    m_ProcessId = static_cast<DWORD>(-1);
+    m_ProcessId = kNoProcess;
     m_UserToken = INVALID_HANDLE_VALUE;
     m_ExitStatus.reset();
     m_EndingSignal = 0;
@@ -475,7 +476,7 @@ int CCmnExecPipeWindows::Close(long /*seconds*/)
     ClosePipes();
     const int result = EndChild();
     closeAndForget(m_ReadEvent);
-    m_ProcessId = static_cast<DWORD>(-1);
+    m_ProcessId = kNoProcess;
     return result;
 }
 
