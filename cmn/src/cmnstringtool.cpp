@@ -4,8 +4,7 @@
 #include "cmnutf16.h"
 #include "platform_text.h"
 
-#include <unicode/uchar.h>
-#include <unicode/ustring.h>
+#include <unicode/utf.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
@@ -63,16 +62,6 @@ private:
     Char* const m_Data;
     Char m_Stack[kStackSize]; // not initialised
 };
-
-// Opens the buffer of a ustr for writing; releaseBuffer must follow before the ustr is used.
-char16_t* openBuffer(icu::UnicodeString& text, std::size_t capacity)
-{
-    char16_t* const units = text.getBuffer(static_cast<std::int32_t>(capacity));
-    if (units == nullptr) {
-        throw std::bad_alloc();
-    }
-    return units;
-}
 
 // A tstr does not report a failed allocation; it is then shorter and must not be used.
 void requireLength(const tstr& text, std::size_t length)
@@ -153,15 +142,14 @@ std::size_t countUtf16(const char* text, std::size_t length)
 // Not inlined: the registers that it needs would be saved for short text too.
 [[gnu::noinline]] icu::UnicodeString fromLongUtf8(const char* text)
 {
-    icu::UnicodeString result;
     const std::size_t length = std::strlen(text);
     const std::size_t capacity = countUtf16(text, length);
     if (capacity > kMaxUstr) {
-        return result;
+        return {};
     }
+    icu::UnicodeString result;
     char16_t* const units = openBuffer(result, capacity);
-    const std::size_t written = convertUnicode(text, length, units, capacity);
-    result.releaseBuffer(written == kNotConverted ? 0 : static_cast<std::int32_t>(written));
+    closeBuffer(result, convertPieces(text, length, units, capacity));
     return result;
 }
 
@@ -183,15 +171,10 @@ std::size_t countUtf16(const char* text, std::size_t length)
     return result;
 }
 
-// Wide units are compared as char32_t, because a wchar_t of 16 bits cannot hold these limits.
-bool isCodePoint(char32_t unit)
-{
-    return unit <= UCHAR_MAX_VALUE;
-}
-
+// Wide units are taken as char32_t, because a negative one is no code point.
 bool needsTwoUnits(char32_t unit)
 {
-    return isCodePoint(unit) && unit > 0xFFFF;
+    return U_IS_SUPPLEMENTARY(unit);
 }
 
 // No early exit, so that the compiler can vectorize the loop: nearly all texts fit.
@@ -201,18 +184,18 @@ bool fitsOneUnitEach(const wchar_t* first, const wchar_t* last)
     for (; first != last; ++first) {
         all |= static_cast<std::uint32_t>(*first);
     }
-    return all <= 0xFFFF;
+    return U_IS_BMP(all);
 }
 
 char16_t* appendUtf16(char16_t* target, char32_t unit)
 {
-    if (!isCodePoint(unit)) {
-        *target++ = 0xFFFD;
-    } else if (unit <= 0xFFFF) {
+    if (U_IS_BMP(unit)) {
         *target++ = static_cast<char16_t>(unit);
-    } else {
+    } else if (needsTwoUnits(unit)) {
         *target++ = U16_LEAD(unit);
         *target++ = U16_TRAIL(unit);
+    } else {
+        *target++ = 0xFFFD;
     }
     return target;
 }
@@ -322,13 +305,12 @@ std::string CCmnStringTool::ustr2str(const icu::UnicodeString& text)
     if (length > kMaxUtf16Piece) {
         return fromLongUtf16(text.getBuffer(), length);
     }
-    Room<char> room(length * kUtf8PerUnit + 1);
+    Room<char> room(length * kUtf8PerUnit);
     const std::size_t written = convertUnicode(text.getBuffer(), length, room.data(), room.size());
     if (written == kNotConverted) {
         return {};
     }
-    room.data()[written] = '\0';
-    return room.data();
+    return std::string(room.data(), ::strnlen(room.data(), written));
 }
 
 icu::UnicodeString CCmnStringTool::tstr2ustr(const tstr& text)
@@ -408,10 +390,7 @@ std::string CCmnStringTool::tstr2str(const tstr& text)
     }
     // Copied to add a terminator. Without one, wcsnrtombs does not write what is still pending in a
     // stateful encoding, and reads before its target if the text converts to nothing.
-    const std::size_t length = terminatedLength(text);
-    Room<wchar_t> terminated(length + 1);
-    *std::copy_n(text.c_str(), length, terminated.data()) = L'\0';
-    return toNarrow(terminated.data(), length);
+    return wstr2str(tstr2wstr(text));
 }
 
 std::string CCmnStringTool::tstr2str(const char* text)
@@ -421,10 +400,7 @@ std::string CCmnStringTool::tstr2str(const char* text)
 
 tstr CCmnStringTool::wstr2tstr(const std::wstring& text)
 {
-    const std::size_t length = std::wcslen(text.c_str());
-    tstr result(text.c_str(), length);
-    requireLength(result, length);
-    return result;
+    return makeText<tstr>(text.c_str(), std::wcslen(text.c_str()));
 }
 
 std::wstring CCmnStringTool::tstr2wstr(const tstr& text)

@@ -10,7 +10,7 @@ namespace
 {
 
 constexpr char32_t kReplacement = 0xFFFD;
-constexpr std::size_t kAtOnce = 32;
+constexpr std::size_t kAtOnce = 2 * kAsciiBlock;
 
 // The next character of a text, or the next part that is not one.
 struct Next {

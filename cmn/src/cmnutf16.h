@@ -66,15 +66,15 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
                                 wchar_t* wide, std::int32_t room)
 {
     std::int32_t piece = std::min(room, length - at);
-    if (copyPlainUtf16(units + at, piece, wide)) {
+    if (copyPlainUtf16(&units[at], piece, wide)) {
         at += piece;
         return piece;
     }
     constexpr std::int32_t block = 64; // what is copied past the next other unit is copied again
     for (std::int32_t filled = 0;; ++filled) {
         piece = std::min({block, room - filled, length - at});
-        if (!copyPlainUtf16(units + at, piece, wide + filled)) {
-            piece = plainLength(units + at, piece);
+        if (!copyPlainUtf16(&units[at], piece, &wide[filled])) {
+            piece = plainLength(&units[at], piece);
         }
         at += piece;
         filled += piece;
@@ -92,7 +92,7 @@ inline std::int32_t decodeUtf16(const char16_t* units, std::int32_t& at, std::in
 // ---- UTF-8 -------------------------------------------------------------------------------------
 
 // What the conversions return for a text that is not valid, or does not fit.
-constexpr auto kNotConverted = static_cast<std::size_t>(-1);
+constexpr auto kNotConverted = std::string::npos;
 
 // Texts of so many units are converted by ICU's macros, because a call of ICU takes as long as some
 // 20 characters. Both decide in the same way what is valid.
@@ -112,7 +112,7 @@ constexpr std::size_t kShortText = 40;
         if (character < 0) {
             return kNotConverted;
         }
-        if (character <= 0xFFFF) {
+        if (U_IS_BMP(character)) {
             *end++ = static_cast<char16_t>(character);
         } else {
             *end++ = U16_LEAD(character);
@@ -127,16 +127,14 @@ constexpr std::size_t kShortText = 40;
 {
     char* end = utf8;
     for (std::size_t at = 0; at < length;) {
-        UChar32 character = text[at++];
-        if (character <= 0x7F) {
-            *end++ = static_cast<char>(character);
+        if (text[at] <= 0x7F) {
+            *end++ = static_cast<char>(text[at++]);
             continue;
         }
-        if (U16_IS_SURROGATE(character)) {
-            if (!U16_IS_SURROGATE_LEAD(character) || at == length || !U16_IS_TRAIL(text[at])) {
-                return kNotConverted;
-            }
-            character = U16_GET_SUPPLEMENTARY(character, text[at++]);
+        UChar32 character;
+        U16_NEXT(text, at, length, character);
+        if (U_IS_SURROGATE(character)) {
+            return kNotConverted;
         }
         std::size_t size = 0;
         U8_APPEND_UNSAFE(end, size, character);
@@ -148,8 +146,8 @@ constexpr std::size_t kShortText = 40;
 // ICU counts in 32 bits.
 constexpr std::size_t kLongestPiece = 0x1000000;
 
-// The length of a text that ends at its terminator, for ICU.
-constexpr auto kUpToTerminator = static_cast<std::size_t>(-1);
+// The length of a text that ends at its terminator: in 32 bits, the -1 that ICU expects.
+constexpr auto kUpToTerminator = std::string::npos;
 
 inline std::size_t convertLong(const char* text, std::size_t length, char16_t* units,
                                std::size_t room)
@@ -190,7 +188,7 @@ std::size_t pieceLength(const From* text, std::size_t length, std::size_t most)
         return length;
     }
     std::size_t piece = most;
-    while (piece > most - U8_MAX_LENGTH && !startsCharacter(text + piece)) {
+    while (piece > most - U8_MAX_LENGTH && !startsCharacter(&text[piece])) {
         --piece;
     }
     return piece;
@@ -200,7 +198,8 @@ std::size_t pieceLength(const From* text, std::size_t length, std::size_t most)
 template <class From>
 bool hasLongRuns(const From* text, std::size_t length)
 {
-    return length >= 64 && isAsciiBlock<32>(text + length / 2);
+    constexpr std::size_t sample = 2 * kAsciiBlock;
+    return length >= 2 * sample && isAsciiBlock<sample>(&text[length / 2]);
 }
 
 // Converts a text in pieces, and copies the ASCII between them. The shortest piece reaches past the
@@ -230,9 +229,9 @@ template <class From, class To>
     return filled;
 }
 
-// Converts UTF-8 without a zero, or any UTF-16 text, and returns the units written. ASCII is only
-// copied; ICU converts the rest and decides what is valid. The target must have room for the result
-// of a valid text.
+// Converts UTF-8 without a zero, or any UTF-16 text, of at most kLongestPiece units, and returns
+// the units written. ASCII is only copied; ICU converts the rest and decides what is valid. The
+// target must have room for the result of a valid text.
 template <class From, class To>
 std::size_t convertUnicode(const From* text, std::size_t length, To* target, std::size_t room)
 {
@@ -244,7 +243,7 @@ std::size_t convertUnicode(const From* text, std::size_t length, To* target, std
     std::size_t rest;
     if (length <= kShortText) {
         rest = convertShort(text, length, target);
-    } else if (run != 0 || length > kLongestPiece || hasLongRuns(text, length)) {
+    } else if (run != 0 || hasLongRuns(text, length)) {
         rest = convertPieces(text, length, target, room);
     } else {
         rest = convertLong(text, length, target, room);
@@ -285,6 +284,22 @@ inline void appendUtf8(std::string& target, const icu::UnicodeString& text)
     target.resize(std::min(target.find('\0', start), target.size()));
 }
 
+// Opens the buffer of a ustr for writing; closeBuffer must follow before the ustr is used.
+inline char16_t* openBuffer(icu::UnicodeString& text, std::size_t capacity)
+{
+    char16_t* const units = text.getBuffer(static_cast<std::int32_t>(capacity));
+    if (units == nullptr) {
+        throw std::bad_alloc();
+    }
+    return units;
+}
+
+// `written` is the result of a conversion into the buffer. A text that is not valid becomes empty.
+inline void closeBuffer(icu::UnicodeString& text, std::size_t written)
+{
+    text.releaseBuffer(written == kNotConverted ? 0 : static_cast<std::int32_t>(written));
+}
+
 // As CCmnStringTool::str2ustr, for a text without a zero byte.
 inline icu::UnicodeString fromUtf8(std::string_view text)
 {
@@ -292,12 +307,8 @@ inline icu::UnicodeString fromUtf8(std::string_view text)
         return CCmnStringTool::str2ustr(std::string(text)); // takes less memory
     }
     icu::UnicodeString result;
-    char16_t* const units = result.getBuffer(static_cast<std::int32_t>(text.size()));
-    if (units == nullptr) {
-        throw std::bad_alloc();
-    }
-    const std::size_t written = convertUnicode(text.data(), text.size(), units, text.size());
-    result.releaseBuffer(written == kNotConverted ? 0 : static_cast<std::int32_t>(written));
+    char16_t* const units = openBuffer(result, text.size());
+    closeBuffer(result, convertUnicode(text.data(), text.size(), units, text.size()));
     return result;
 }
 
