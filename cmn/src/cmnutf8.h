@@ -13,10 +13,9 @@ namespace tarnix_cmn_4_4
 {
 
 // Copies an ASCII text, whose bytes are the same in UTF-8 and in every locale. For any other text
-// it returns false and leaves `bytes` empty. Null counts as the empty text.
+// it returns false and leaves `bytes` unchanged. Null counts as the empty text.
 inline bool asciiToBytes(const wchar_t* text, std::string& bytes)
 {
-    bytes.clear();
     const wchar_t* end = text;
     while (end != nullptr && *end > 0 && *end <= 0x7F) {
         ++end;

@@ -2,6 +2,7 @@
 #ifndef TARNIX_CMNWIPE_H
 #define TARNIX_CMNWIPE_H
 
+#include <algorithm>
 #include <string>
 
 namespace tarnix_cmn_4_4
@@ -12,10 +13,7 @@ namespace tarnix_cmn_4_4
 inline void wipe(std::string& secret)
 {
     secret.resize(secret.capacity());
-    volatile char* at = secret.data();
-    for (std::size_t i = 0; i < secret.size(); ++i) {
-        at[i] = 0;
-    }
+    std::fill_n(static_cast<volatile char*>(secret.data()), secret.size(), '\0');
     secret.clear();
 }
 
