@@ -41,20 +41,24 @@ TEST(StringTool, CopiesInRawMemory)
     char* const bytes = Tool::strdup("a\0b"s, nullptr);
     EXPECT_EQ(std::string(bytes, 4), "a\0b\0"s);
     std::free(bytes);
-    wchar_t** list = Tool::tstrduplist({tstr(), tstr(L"b\0c", 3)});
+    wchar_t** list = Tool::tstrduplist({tstr(), tstr(L"b\0c", 3), tstr()});
     EXPECT_STREQ(list[0], L"");
     EXPECT_STREQ(list[1], L"b");
-    EXPECT_EQ(list[2], nullptr);
+    EXPECT_EQ(list[3], nullptr);
     Tool::tstrfreelist(list);
     Tool::tstrfreelist(list); // it is null now
 }
 
 TEST(StringTool, ConvertsLongTextsWithoutSplittingCharacters)
 {
-    for (const std::string start : {"", "a"}) { // a block ends within a character, or within a pair
-        const std::string text = start + repeated("\U0001F600", 5 << 20);
+    // A block ends within a character, or within a pair. The last one has a single byte or unit.
+    for (const std::size_t start : {0, 59}) {
+        const std::string text =
+            std::string(start, 'a') + repeated("\U0001F600", (1 << 24) / 3 - 30) + "aa";
         const icu::UnicodeString units = Tool::str2ustr(text);
+        EXPECT_LT(units.getCapacity(), units.length() + 64); // no memory for the bytes
         EXPECT_TRUE(Tool::ustr2str(units) == text);
+        EXPECT_TRUE(Tool::ustr2str(units + icu::UnicodeString(u"\0b", 2)) == text);
         EXPECT_TRUE(Tool::str2ustr(text + "\xFF").isEmpty());
         EXPECT_TRUE(Tool::ustr2str(units + icu::UnicodeString(char16_t(0xD800))).empty());
     }
