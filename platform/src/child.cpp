@@ -68,8 +68,8 @@ TARNIX_CHILD_SIDE int descriptorIn(const char* text)
 // descriptor is above 0.
 TARNIX_CHILD_SIDE bool closeListed(int first)
 {
-    const auto directory = static_cast<int>(
-        ::syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const auto directory =
+        static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_CLOEXEC));
     if (directory < 0) {
         return false;
     }

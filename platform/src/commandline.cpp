@@ -45,7 +45,8 @@ const char* doubleQuoted(const char* at, std::string& word)
         if (*at == '\0') {
             return nullptr;
         }
-        if (*at == '\\' && at[1] != '\0' && std::strchr("$`\"\\\n", at[1]) != nullptr) {
+        // The end of the text is found too: the quote is then unterminated in any case.
+        if (*at == '\\' && std::strchr("$`\"\\\n", at[1]) != nullptr) {
             at = escaped(at + 1, word) - 1;
         } else {
             word.push_back(*at);
