@@ -111,6 +111,7 @@ TEST_F(Allocation, TraceAndConfiguration)
         std::filesystem::remove(m_Scratch.path("ConfigFiles/t.conf"));
         return text;
     });
+    EXPECT_EQ(log.get()->getLastWriteError(), ENOMEM);
     m_Scratch.write("a.conf", "[S]\n\"text\"=\"a value that is stored on the heap\"\n");
     CCmnConfiguration store;
     failEach({}, [&, directory = m_Scratch.widePath()] {

@@ -136,10 +136,11 @@ TEST_F(Command, InputAndEnvironment)
     close(file);
     // The caller gets no SIGPIPE, also not later if it blocks the signal itself. Its own stays
     // pending.
-    sigset_t signals;
+    sigset_t signals, former;
     sigemptyset(&signals);
     sigaddset(&signals, SIGPIPE);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    sigprocmask(SIG_BLOCK, &signals, &former);
+    EXPECT_FALSE(sigismember(&former, SIGUSR1)); // blocked during the starts only
     for (const bool isOwn : {false, true}) {
         EXPECT_TRUE(!isOwn || raise(SIGPIPE) == 0);
         EXPECT_TRUE(CCmnCommand({"true"}).setInput(large).run().ok());

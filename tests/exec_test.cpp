@@ -108,8 +108,8 @@ TEST_F(Exec, AbortFromAnotherThreadEndsAnEndlessChild)
 }
 
 // The caller has closed its standard descriptors, so that their numbers are reused, and has other
-// inheritable ones; it blocks all signals, and ignores SIGRTMAX and also SIGCHLD, so that the
-// system keeps no exit status; and it has no PATH.
+// inheritable ones; it blocks all signals, and ignores the first, the last and also SIGCHLD, so
+// that the system keeps no exit status; and it has no PATH.
 TEST_F(Exec, AnUnusualCaller)
 {
     SKIP_WITHOUT_PROC();
@@ -117,8 +117,8 @@ TEST_F(Exec, AnUnusualCaller)
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        std::signal(SIGCHLD, SIG_IGN);
-        std::signal(SIGRTMAX, SIG_IGN);
+        for (const int signal : {SIGHUP, SIGCHLD, SIGRTMAX})
+            std::signal(signal, SIG_IGN);
         unsetenv("PATH");
         for (int i = 0; i < 3; ++i) {
             fcntl(i, F_DUPFD, 3);

@@ -192,7 +192,7 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
             if (test.mode != 0 && !installProgram(test.mode, test.owner, test.addition))
                 return false;
             for (int i = 0; i < 60; ++i) // inheritable, and more than one call can list
-                fcntl(STDIN_FILENO, F_DUPFD, 10);
+                fcntl(STDIN_FILENO, F_DUPFD, 3);
             if (!filterCalls(test.calls, test.error))
                 return false;
             const Outcome outcome = as("holder", "ls /proc/self/fd");

@@ -25,8 +25,7 @@ TEST(StringTool, ConvertsUpToAZero)
     EXPECT_EQ(Tool::wstr2tstr(L"ab\0c"s).length(), 2u);
     EXPECT_EQ(Tool::str2wstr(L"a\0b"s), L"a\0b"s);
     EXPECT_EQ(Tool::wstr2str("a\0b"s), "a\0b"s);
-    EXPECT_EQ(Tool::tstr2str("ab"), "ab");
-    EXPECT_EQ(Tool::tstr2str(static_cast<const char*>(nullptr)), "");
+    EXPECT_EQ(Tool::tstr2str("ab") + Tool::tstr2str(static_cast<const char*>(nullptr)), "ab");
 }
 
 TEST(StringTool, CopiesInRawMemory)
@@ -42,8 +41,7 @@ TEST(StringTool, CopiesInRawMemory)
     EXPECT_EQ(std::string(bytes, 4), "a\0b\0"s);
     std::free(bytes);
     wchar_t** list = Tool::tstrduplist({tstr(), tstr(L"b\0c", 3), tstr()});
-    EXPECT_STREQ(list[0], L"");
-    EXPECT_STREQ(list[1], L"b");
+    EXPECT_EQ(std::wstring(list[0]) + L"," + list[1], L",b");
     EXPECT_EQ(list[3], nullptr);
     Tool::tstrfreelist(list);
     Tool::tstrfreelist(list); // it is null now
@@ -51,8 +49,7 @@ TEST(StringTool, CopiesInRawMemory)
 
 TEST(StringTool, ConvertsLongTextsWithoutSplittingCharacters)
 {
-    // A block ends within a character, or within a pair. The last one has a single byte or unit.
-    for (const std::size_t start : {0, 59}) {
+    for (const std::size_t start : {0, 59}) { // blocks end within a character, or are one unit
         const std::string text =
             std::string(start, 'a') + repeated("\U0001F600", (1 << 24) / 3 - 30) + "aa";
         const icu::UnicodeString units = Tool::str2ustr(text);
@@ -126,8 +123,7 @@ TEST(StringTool, ConvertsAsTheLocaleDoes)
 TEST(StringTool, PrintsNumbers) // integers: see the fuzzer
 {
     EXPECT_EQ(Tool::double2str(-12345678.0), "-1.23457e+07");
-    EXPECT_EQ(Tool::bool2str(true), "true");
-    EXPECT_EQ(Tool::bool2str(false), "false");
+    EXPECT_EQ(Tool::bool2str(true) + Tool::bool2str(false), "truefalse");
 }
 
 template <class Number>
@@ -174,8 +170,7 @@ TEST(StringTool, KnowsAddressesAndDigits)
         EXPECT_TRUE(Tool::isIpAddress(address)) << address;
     for (const char* other : {"", "1.2.3", "1.2.3.4.5", "1.2.3.-4", "1.2.3.\xB2"})
         EXPECT_FALSE(Tool::isIpAddress(other)) << other;
-    EXPECT_TRUE(Tool::isDigit(""));
-    EXPECT_FALSE(Tool::isDigit("12\0"s));
+    EXPECT_TRUE(Tool::isDigit("") && !Tool::isDigit("12\0"s));
 }
 
 TEST(StringTool, FindsALine)

@@ -102,6 +102,7 @@ TEST_F(TraceLog, TheFileIsThatOfTheSettingsOrOfTheArguments)
         {"\"TRACEFILE\"=\"f\"\n", "y", byDefault, "Logs/f", "\"TRACEFILE\"=\"f\""},
         {"", "", L"x", "Logs/t.log", "\"TRACESTDOUT\"=dword:00000000"},
         {"\"TRACEFILE\"=\"f\"\n", "x", L"\u00FC", "x/\xC3\xBC", "\"TRACEFILE\"=\"\xC3\xBC\""},
+        {"\"other\"=\"value\"\n", "x", L"f", "x/f", "\"other\"=\"value\""},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.log);
@@ -169,13 +170,12 @@ TEST_F(TraceLog, UnusableFilesAndTexts)
     EXPECT_EQ(traced(1, "lost"), "");
     file = "x/f";
     EXPECT_EQ(start(scratch.widePath("x"), L"f"), "");
-    for (const std::size_t length : {1U, BUFSIZ - 2U, BUFSIZ - 1U, BUFSIZ + 0U, 100000U}) {
+    for (const std::size_t length : {1U, 1024U, BUFSIZ - 1U, BUFSIZ + 0U, 100000U}) {
         const std::string text(length - 1, 'x');
         EXPECT_EQ(traced(1, "%s9", text.c_str()), "@" + text + "9\n") << length;
     }
     EXPECT_EQ(traced(1, nullptr) + traced(1, ""), "");
-    EXPECT_EQ(traced(1, "%s", ""), "@\n");
-    EXPECT_EQ(traced(1, "cut%crest", 0), "@cut\n");
+    EXPECT_EQ(traced(1, "%s", "") + traced(1, "cut%crest", 0), "@\n@cut\n");
     EXPECT_EQ(traced(1, "name %ls", L"\x4E2D"), "@name %ls\n"); // not representable in the C locale
     EXPECT_NE(start(scratch.widePath(), L"x", 1, true), "");
     EXPECT_EQ(traced(1, "copy"), "t:@copy\n"); // it stays initialised
@@ -198,6 +198,8 @@ TEST_F(TraceLog, ACutLineEndsAsALine)
     setLimit(RLIMIT_FSIZE, RLIM_INFINITY);
     std::signal(SIGXFSZ, handler);
     EXPECT_EQ(traced(1, "room again"), "@a text that \n@room again\n");
+    scratch.write(file, "of another writer");
+    EXPECT_EQ(traced(1, "whole"), "of another writer@whole\n");
     EXPECT_EQ(log.get()->getLostLines(), 2u);
     EXPECT_EQ(log.get()->getLastWriteError(), EFBIG);
 }
@@ -213,11 +215,12 @@ void forward(CCmnTraceLog& log, int level, const char* format, ...)
 TEST_F(TraceLog, VtraceFiltersAndFormats)
 {
     start();
+    scratch.write(file, "of another writer");
     EXPECT_EQ(level(), 0); // there were no settings
     forward(*log.get(), 2, "%d", 2);
     forward(*log.get(), 1, "%d%s", 1, "a");
     forward(*log.get(), 2, "%d", 2);
-    EXPECT_EQ(traced(1, "b"), "@1a\n@b\n");
+    EXPECT_EQ(traced(1, "b"), "of another writer@1a\n@b\n");
 }
 
 TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
