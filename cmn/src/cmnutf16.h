@@ -199,7 +199,8 @@ template <class From>
 bool hasLongRuns(const From* text, std::size_t length)
 {
     constexpr std::size_t sample = 2 * kAsciiBlock;
-    return length >= 2 * sample && isAsciiBlock<sample>(&text[length / 2]);
+    const std::size_t middle = length / 2;
+    return middle >= sample && isAsciiBlock<sample>(&text[middle]);
 }
 
 // Converts a text in pieces, and copies the ASCII between them. The shortest piece reaches past the
