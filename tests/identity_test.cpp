@@ -98,6 +98,8 @@ TEST_F(Identity, TheChildIsTheUserPermanently)
     EXPECT_EQ(as("second", "sh -c '" + commands + "'").lines,
               (Lines{"61002 61102 61900", "0", "0 1 2 3", "session", "0022", "0", "0", "again"}));
     sched_setscheduler(0, SCHED_OTHER, &ordinary);
+    umask(027);
+    EXPECT_EQ(run("sh -c umask").lines, Lines{"0027"});
     umask(former);
 }
 

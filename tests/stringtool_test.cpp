@@ -147,8 +147,7 @@ TEST(StringTool, WritesAndReadsHex) // and back: see the fuzzer
 {
     unsigned char bytes[13] = {'a', 'b', 0xE4};
     EXPECT_EQ(Tool::binary2str(bytes, 3), "6162e4");
-    EXPECT_EQ(Tool::binary2str(bytes, INT_MIN), "");
-    EXPECT_EQ(Tool::binary2wstr(nullptr, 1), L"");
+    EXPECT_TRUE(Tool::binary2str(bytes, INT_MIN).empty() && Tool::binary2wstr(nullptr, 1).empty());
     EXPECT_EQ(Tool::binary2uid(1, bytes, 2), L"00016162");
     EXPECT_EQ(Tool::binary2uid(0xFFFFF, nullptr, 1), L"fffff");
     EXPECT_EQ(Tool::wstr2uid(0x12345, L"ab"), "123456162");
@@ -207,8 +206,7 @@ TEST(StringTool, IgnoresAndConvertsCase)
 
 TEST(StringTool, TrimsReplacesAndEscapes) // texts without a zero: see the fuzzer
 {
-    EXPECT_EQ(Tool::ltrim(" a\0b "s, " "), "a");
-    EXPECT_EQ(Tool::ltrim(" \0b"s, " "), "");
+    EXPECT_EQ(Tool::ltrim(" a\0b "s, " ") + Tool::ltrim(" \0b"s, " "), "a");
     EXPECT_EQ(Tool::rtrim(" a\0b "s, " "), " a\0b"s);
     EXPECT_EQ(Tool::trim(" a\0b "s, nullptr), " a\0b "s);
     EXPECT_EQ(Tool::searchreplace("a\0b\0b"s, "\0b"s, "c"), "acc");
