@@ -68,7 +68,7 @@ struct Lookups : testing::Test {
     {
         const ScratchDirectory scratch;
         const std::string alias = " another.name.of.this.host";
-        scratch.write("hosts", "10.9.8.7 Www.Example.Test www\nfd00::1 six.test\n"
+        scratch.write("hosts", "10.9.8.7 Www.Example.Test www 3com.test\nfd00::1 six.test\n"
                                "fd00::2 both.test\n10.9.8.6 both.test\n10.9.8.6 both.test\n"
                                "10.9.8.10 Tarnix-Box.Test Tarnix-Box\n10.9.8.11 large.test" +
                                    repeated(alias, 25000) + "\n10.9.8.12 huge.test" +
@@ -127,7 +127,8 @@ TEST_F(Lookups, NamesAndAddresses)
         std::string name, fullName, address, ipv4, ipv6, all; // "-": none is found
     } hosts[] = {
         {"WWW", "www.example.test", "10.9.8.7", "10.9.8.7", "-", "10.9.8.7"},
-        {"10.9.8.7", "www.example.test", "10.9.8.7", "10.9.8.7", "-", "10.9.8.7"},
+        {"10.9.2055", "www.example.test", "10.9.2055", "10.9.8.7", "-", "10.9.8.7"},
+        {"3com.test", "-", "10.9.8.7", "10.9.8.7", "-", "10.9.8.7"},
         {"10.9.8.1", "-", "10.9.8.1", "10.9.8.1", "-", "10.9.8.1"},
         {"nobody.test", "-", "-", "-", "-", "-"},
         {"10.9.8.1 both.test", "-", "-", "-", "-", "-"},

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -73,9 +74,6 @@ CCmnHostInfo CCmnNetwork::resolve()
 
 CCmnHostInfo CCmnNetwork::resolve(const std::string& nameOrAddress)
 {
-    if (nameOrAddress.empty()) {
-        return {};
-    }
     CCmnHostInfo host;
     if (validateIPAddress(nameOrAddress.c_str())) {
         host.ipAddress = nameOrAddress;
@@ -97,17 +95,17 @@ bool CCmnNetwork::validateIPAddress(const char* text)
                        [](const std::string& token) { return IsTokenValid(token) == kFound; });
 }
 
-// The value is capped, because the token may have more digits than an int can hold.
+// Ends at the first digit that is too much: the token may have more than an int can hold.
 int CCmnNetwork::IsTokenValid(const std::string& token)
 {
     int number = 0;
     for (const char digit : token) {
-        if (!isDigit(digit)) {
+        number = 10 * number + (digit - '0');
+        if (!isDigit(digit) || number > UINT8_MAX) {
             return kFailed;
         }
-        number = std::min(10 * number + (digit - '0'), UINT8_MAX + 1);
     }
-    return number <= UINT8_MAX ? kFound : kFailed;
+    return kFound;
 }
 
 int CCmnNetwork::getHostbyAddr(const char* address, std::string& name)
@@ -160,9 +158,6 @@ int CCmnNetwork::getFQDN(const char* nameOrAddress, std::string& fqdn)
         return kFailed;
     }
     const std::string wanted = CCmnStringTool::tostrlower(std::string(nameOrAddress));
-    if (wanted.empty()) {
-        return kFailed;
-    }
     std::string address = wanted;
     if (!isDigit(wanted[0])) {
         if (const int code = getHostbyName(wanted.c_str(), address)) {
@@ -184,10 +179,10 @@ int CCmnNetwork::getFQDN(std::string& fqdn)
 
 std::string CCmnNetwork::getComputerName()
 {
-    wchar_t name[256] = {};
-    DWORD size = 254;
-    GetComputerNameW(name, &size);
-    return CCmnStringTool::wstr2str(std::wstring(name));
+    std::wstring name(HOST_NAME_MAX, L'\0');
+    auto size = static_cast<DWORD>(name.size()); // does not count the terminator
+    GetComputerNameW(name.data(), &size);
+    return CCmnStringTool::wstr2str(name.c_str());
 }
 
 } // namespace tarnix_cmn_4_4
