@@ -13,8 +13,10 @@ TEST(PathTool, PathsFromTheRegistryAndTheSiblingsTraceLevel)
 {
     const ScratchInstallation scratch;
     tstr dir = L"replaced", file;
+    umask(022);
     EXPECT_EQ(CCmnPathTool::getConfigFileInfo(L"abc", dir, file), 0);
     EXPECT_STREQ((dir + file).c_str(), scratch.widePath("ConfigFiles/abc.conf").c_str());
+    EXPECT_EQ(std::filesystem::status(dir.c_str()).permissions(), std::filesystem::perms(0755));
     // Without a registry the caller's text stays as the root; only the last directory is created.
     setRegistryFile((scratch.path("registry.conf") + std::string(5000, '/')).c_str());
     dir = scratch.widePath("none/").c_str();
