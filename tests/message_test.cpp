@@ -107,9 +107,10 @@ TEST(Message, FormatsWithinLimits)
     };
     const std::pair<std::string, std::string> cases[] = {
         {"plain", ""},
-        {"{0}" + nested("{0,plural,other{", 16, "}}"), "1x"},
-        {repeated("{0,plural,other{", 16) + "{0}" + repeated("}}", 16), ""},
-        {nested("{0,plural,other{", 17, "}}"), ""},
+        {"{0,number,{'a{'0}}" + nested("{0,plural,other{", 16, "}}"), "{a{1}x"},
+        {"}" + repeated("{0,plural,other{''", 16) + "{0}" + repeated("}}", 16), ""},
+        {"'{''a{''' " + nested("{0,plural,other{it's ", 17, "}}"), ""},
+        {repeated("{0}", 32) + "{", ""},
         {nested("{0,choice,0#", 100'000, "}"), ""},
     };
     CCmnIcuMessage message = makeMessage({1});
