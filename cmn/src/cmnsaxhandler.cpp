@@ -128,10 +128,10 @@ void CCmnSaxParseHandler::fatalError(const xercesc::SAXParseException& problem)
 
 std::string CCmnSaxParseHandler::getLastErrorText() const
 {
-    std::string text;
     if (!m_HasLastError) {
-        return text;
+        return {};
     }
+    std::string text;
     if (m_LastError.getLineNumber() != 0) {
         text = "line " + std::to_string(m_LastError.getLineNumber()) + ", column " +
                std::to_string(m_LastError.getColumnNumber());

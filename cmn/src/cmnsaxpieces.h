@@ -38,10 +38,10 @@ private:
     SaxState& m_State;
     TagWatch m_Watch;
     std::string m_Text;
-    std::size_t m_Position = 0; // what the reader has got of m_Text
-    bool m_IsWatched = false;   // in an encoding in which pieces can be
-    bool m_IsForgotten = false;
-    bool m_IsAtEnd = false;
+    std::size_t m_Position{}; // what the reader has got of m_Text
+    bool m_IsWatched{};       // in an encoding in which pieces can be
+    bool m_IsForgotten{};
+    bool m_IsAtEnd{};
 };
 
 class SaxPieceSource final : public xercesc::InputSource
