@@ -64,11 +64,11 @@ std::string named(int count, const std::string& text, XMLSize_t buckets = 1)
     return all;
 }
 
-std::string utf16(const std::string& text)
+std::string utf16(const std::string& text, const std::string& mark = "\xFF\xFE")
 {
-    std::string units = "\xFF\xFE";
+    std::string units = mark;
     for (const char unit : text)
-        units += {unit, '\0'};
+        units += mark == "\xFF\xFE" ? std::string{unit, '\0'} : std::string{'\0', unit};
     return units;
 }
 
@@ -93,7 +93,8 @@ TEST(Sax, Documents)
                                            "</r>"),
                       shown = "<r" + repeated("x 25 characters of text ...", 52000),
                       cut = std::string((1 << 20) - 1, 'x') + "\xF0\x9F\x98\x80",
-                      someAttributes = named(600, " @=''");
+                      quotes = "<a" + named(600, " @=''") + "<b" + named(600, " @=''") + "</" +
+                               manyAttributes + "<" + manyAttributes;
     const struct {
         std::string text, result;
     } cases[] = {
@@ -118,8 +119,8 @@ TEST(Sax, Documents)
         {document("<!ENTITY % p ''>%p;<!ATTLIST r a CDATA '&e;'>", "<r/>"), "!"},
         {document("<!ENTITY % p " + file + ">%p;", "<r>&e;</r>"), "!"},
         // So many attributes are refused in a tag, but not in text.
-        {"<r><![CDATA[<a" + someAttributes + "<b" + someAttributes + "]]></r>",
-         "<r<a" + someAttributes + "<b" + someAttributes},
+        {"<?x" + manyAttributes + "?><r>" + manyAttributes + "<![CDATA[" + quotes + "]]></r>",
+         "<r" + manyAttributes + quotes},
         // Not the encoding that it declares: reported, but read.
         {version + "encoding='UTF-16'?><r>" + std::string(300000, 'x') + "</r>",
          "<r" + std::string(300000, 'x') + "!"}};
@@ -155,12 +156,13 @@ TEST(Sax, RefusedDocuments)
         document("<!ELEMENT r (" + named(501, "@|", 879) + "x)*>", "<r/>"), document(model, "<r/>"),
         document("<!ENTITY % p '" + model + "'>%p;", "<r/>"),
         document("<!ENTITY e \"&#60;r" + manyAttributes + "/>\">", "<r/>"),
-        "<r" + manyAttributes + "/>",
         "<?x?>" + std::string(9000, ' ') + "<r" + manyAttributes + "/>",
-        utf16("<r" + manyAttributes + "/>"),
+        utf16("<r" + manyAttributes + "/>", "\xFE\xFF"),
         version + "encoding='UTF-7'?><r" + manyAttributes + "/>",
         version + "encoding='UTF-16'?><r" + manyAttributes + "/>",
-        "\x4C\x6F\xA7\x94" + std::string(300000, '\x40'), // EBCDIC
+        // It takes both kinds of newline that end a name in XML 1.1 to exceed the limit.
+        "<?xml version='1.1'?>" + document("<!ATTLIST s a CDATA " + big + ">",
+                                           "<r>" + repeated("<s\u0085/><s\u2028/>", 20) + "</r>"),
         // The worst case is assumed where references cannot be found.
         uses, utf16(uses), version + "encoding='UTF-7'?>" + hidden,
         version + repeated(" ", 3000) + "encoding='UTF-7'?>" + hidden,
@@ -236,7 +238,6 @@ TEST(Sax, LimitsOfAParser)
         EXPECT_TRUE(parser.setLimits(test.limits)) << test.name;
         parser.parse(test.text);
         EXPECT_EQ(test.isAccepted, !handler.hasLastError()) << test.name;
-        EXPECT_NE(0u, handler.getLastErrorText().rfind("line", 0)) << test.name; // it has no place
         EXPECT_EQ(test.limits.nesting, parser.getLimits().nesting) << test.name;
     }
 }
@@ -252,7 +253,8 @@ TEST(Sax, DocumentsInPieces) // of any size: see the fuzzer
         const std::size_t used = ::mallinfo2().uordblks;
         before = before == 0 ? used : before;
         if (++count < 50)
-            return count == 1 ? "<r>" : "<!--" + std::string(100000, ' ') + "-->";
+            return count == 1 ? version + "encoding='ISO-8859-1'?><r>"
+                              : "<!--" + std::string(100000, ' ') + "-->";
         EXPECT_EQ("<r", handler.result());
         EXPECT_LT(used, before + 2000000);
         throw count;
@@ -266,8 +268,7 @@ TEST(Sax, DocumentsInPieces) // of any size: see the fuzzer
     EXPECT_TRUE(parser.setLimits({0.0})); // just what each byte allows
     parser.parsePieces([next = pieces]() mutable { return *next++; });
     EXPECT_FALSE(handler.hasLastError());
-    const std::string wide[] = {utf16("<r" + manyAttributes + "/>"), ""};
-    parser.parsePieces([next = wide]() mutable { return *next++; });
+    parser.parsePieces([&] { return count-- < 50 ? "" : utf16("<r" + manyAttributes + "/>"); });
     EXPECT_TRUE(handler.hasLastError());
 }
 
@@ -277,7 +278,6 @@ TEST(Sax, DocumentsInLinesAndLaterParsesAndProblems)
     EXPECT_EQ("", handler.getLastErrorText());
     EXPECT_EQ(0u, handler.getLastError().getLineNumber());
     EXPECT_EQ(0u, handler.getLastError().getColumnNumber());
-    EXPECT_NO_THROW(handler.throwLastError());
     EXPECT_EQ(L"x", handler.toWString(nullptr) + handler.toWString(u"x"));
     CCmnSaxParser parser;
     parser.parse("<lost>");
