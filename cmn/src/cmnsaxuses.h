@@ -96,7 +96,7 @@ public:
     }
 
 private:
-    bool m_Inside = false;
+    bool m_Inside{};
     // Set when a use begins.
     UseKey m_Key{};
     bool m_HasName{};
