@@ -53,9 +53,9 @@ std::shared_ptr<PipeEnd> Event::source() const
     return m_Source.lock();
 }
 
-Pipe::~Pipe()
+void Pipe::GiveAhead::operator()(ReadAhead* block) const
 {
-    closeClient();
+    giveAhead(block);
 }
 
 bool Pipe::create()
@@ -63,29 +63,23 @@ bool Pipe::create()
     if (!openPipe(m_ReadFd, m_WriteFd)) {
         return fail(errno);
     }
-    m_Ahead = takeAhead();
+    m_Ahead.reset(takeAhead());
     return true;
 }
 
 void Pipe::closeServer()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Write.bytes != nullptr) {
-        finishWrite(ECANCELED);
-    }
+    finishWrite(ECANCELED); // without effect if no write is pending: nobody asks for its outcome
     m_WriteFd.reset();
 }
 
 void Pipe::closeClient()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Pending.buffer != nullptr) {
-        finish(ECANCELED);
-    }
+    finish(ECANCELED); // without effect if no read is pending: nobody asks for its outcome
     m_ReadFd.reset();
-    if (m_Ahead != nullptr) {
-        giveAhead(std::exchange(m_Ahead, nullptr));
-    }
+    m_Ahead.reset();
 }
 
 void Pipe::setWriter(HANDLE process)
@@ -93,7 +87,7 @@ void Pipe::setWriter(HANDLE process)
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Ahead != nullptr) {
         m_Ahead->writer.store(process, std::memory_order_relaxed);
-        setOutput(process, m_Ahead, process);
+        setOutput(process, m_Ahead.get(), process);
     }
 }
 
@@ -109,16 +103,12 @@ void Pipe::markEndOfOutput()
 // Reads into the block, which is empty. If it fails, errno is the reason.
 ReadState Pipe::fill()
 {
-    if (m_BytesLeft == std::size_t{0}) {
+    if (m_BytesLeft == std::size_t{}) {
         return ReadState::endOfFile;
     }
-    if (!m_NonBlocking) {
-        // Not before the first read here: an end that a child gets as its input must block.
-        if (!makeNonBlocking(m_ReadFd.get())) {
-            return ReadState::failed;
-        }
-        m_NonBlocking = true;
-    }
+    // Not before the first read here: an end that a child gets as its input must block. If it
+    // fails, the descriptor is not open, and the read fails too.
+    m_NonBlocking = m_NonBlocking || makeNonBlocking(m_ReadFd.get());
     const std::size_t wanted =
         std::min(m_BytesLeft.value_or(ReadAhead::kCapacity), ReadAhead::kCapacity);
     const ssize_t got = readSome(m_ReadFd.get(), m_Ahead->bytes, wanted);
@@ -153,7 +143,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     if (m_Pending.buffer != nullptr) {
         return refuseRead(*overlapped, EBUSY);
     }
-    overlapped->Pending = 0;
+    overlapped->Pending = {};
     switch (m_Ahead->empty() ? fill() : ReadState::data) {
     case ReadState::data:
         *count = takeBytes(buffer, size);
@@ -167,7 +157,6 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
         overlapped->Internal = static_cast<ULONG_PTR>(errno);
         return fail(errno);
     case ReadState::empty:
-    case ReadState::notPending: // never returned by fill
         break;
     }
     m_Pending.event = std::dynamic_pointer_cast<Event>(objectOf(overlapped->hEvent));
@@ -191,21 +180,28 @@ void Pipe::finish(ULONG_PTR status, DWORD count)
     m_Pending = PendingRead{};
 }
 
-ReadState Pipe::complete(bool completeAtEnd)
+bool Pipe::complete(bool completeAtEnd)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_Pending.buffer == nullptr) {
-        return ReadState::notPending;
+        return true;
     }
-    const ReadState state = m_Ahead->empty() ? fill() : ReadState::data;
-    if (state == ReadState::data) {
+    switch (m_Ahead->empty() ? fill() : ReadState::data) {
+    case ReadState::data:
         finish(0, takeBytes(m_Pending.buffer, m_Pending.size));
-    } else if (state == ReadState::endOfFile && completeAtEnd) {
-        finish(ERROR_BROKEN_PIPE);
-    } else if (state == ReadState::failed) {
+        break;
+    case ReadState::endOfFile:
+        if (completeAtEnd) {
+            finish(ERROR_BROKEN_PIPE);
+        }
+        break;
+    case ReadState::failed:
         finish(static_cast<ULONG_PTR>(errno));
+        break;
+    case ReadState::empty:
+        break;
     }
-    return state;
+    return m_Pending.buffer == nullptr;
 }
 
 bool Pipe::pending() const
@@ -245,7 +241,7 @@ BOOL Pipe::write(const std::shared_ptr<PipeEnd>& self, const void* buffer, DWORD
     if (m_Write.bytes != nullptr) {
         return refuseRead(*overlapped, EBUSY);
     }
-    overlapped->Pending = 0;
+    overlapped->Pending = {};
     // Nobody else uses this end: a child gets the other one as its input.
     m_Write = PendingWrite{static_cast<const char*>(buffer), size, 0, nullptr};
     const int error = makeNonBlocking(m_WriteFd.get()) ? writeMore() : errno;
@@ -305,8 +301,8 @@ void Pipe::store(const Outcome& outcome, OVERLAPPED& state)
 {
     const bool known = state.Pending == outcome.number;
     state.Internal = known ? outcome.status : ECANCELED;
-    state.InternalHigh = known ? outcome.count : 0;
-    state.Pending = 0;
+    state.InternalHigh = known ? outcome.count : ULONG_PTR{};
+    state.Pending = {};
 }
 
 void Pipe::writeOutcome(OVERLAPPED& state) const

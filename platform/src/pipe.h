@@ -29,7 +29,7 @@ public:
 private:
     mutable std::mutex m_Mutex;
     std::weak_ptr<PipeEnd> m_Source;
-    bool m_Signalled = false;
+    bool m_Signalled{};
 };
 
 // What a try to read has found.
@@ -38,14 +38,12 @@ enum class ReadState {
     empty, // no byte yet
     endOfFile,
     failed,
-    notPending, // of complete only: there was no read to try
 };
 
 class Pipe
 {
 public:
     explicit Pipe(std::string name) : m_Name(std::move(name)) {}
-    ~Pipe();
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
 
@@ -53,7 +51,7 @@ public:
     const std::string& name() const { return m_Name; }
     int readFd() const { return m_ReadFd.get(); }
     int writeFd() const { return m_WriteFd.get(); }
-    ReadAhead* ahead() const { return m_Ahead; }
+    ReadAhead* ahead() const { return m_Ahead.get(); }
 
     // Guarded by the lock of the pipe names.
     bool connected() const { return m_Connected; }
@@ -75,8 +73,8 @@ public:
     void cancel();
 
     // Tries the pending read, and completes it unless there is no byte yet. With `completeAtEnd`
-    // false it stays pending at end of file too.
-    ReadState complete(bool completeAtEnd);
+    // false it stays pending at end of file too. Returns whether none is pending any more.
+    bool complete(bool completeAtEnd);
     bool pending() const;
 
     // Stores the result of the pending read of this state.
@@ -111,9 +109,13 @@ private:
         DWORD count;
     };
 
+    struct GiveAhead {
+        void operator()(ReadAhead* block) const;
+    };
+
     ReadState fill();
     DWORD takeBytes(void* buffer, DWORD size);
-    void finish(ULONG_PTR status, DWORD count = 0);
+    void finish(ULONG_PTR status, DWORD count = {});
     static void store(const Outcome& outcome, OVERLAPPED& state);
     int writeMore();
     void finishWrite(int error);
@@ -122,8 +124,8 @@ private:
     mutable std::mutex m_Mutex;
     UniqueFd m_ReadFd;
     UniqueFd m_WriteFd;
-    ReadAhead* m_Ahead = nullptr;
-    PendingRead m_Pending{}; // buffer null: no read is pending
+    std::unique_ptr<ReadAhead, GiveAhead> m_Ahead; // until the client end is closed
+    PendingRead m_Pending{};                       // buffer null: no read is pending
     Outcome m_Outcome{};
     PendingWrite m_Write{}; // bytes null: no write is pending
     Outcome m_WriteOutcome{};

@@ -24,7 +24,7 @@ HANDLE openEnd(const std::shared_ptr<PipeEnd>& end)
 // cancelled, because the caller then gives up its buffer; the result is the error.
 DWORD awaitRead(Pipe& pipe, bool wait)
 {
-    while (pipe.complete(true) == ReadState::empty) {
+    while (!pipe.complete(true)) {
         if (!wait) {
             return ERROR_IO_PENDING;
         }
@@ -123,7 +123,7 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
         if (!end) {
             overlapped->Internal = ECANCELED; // CloseHandle has cancelled it
-            overlapped->Pending = 0;
+            overlapped->Pending = {};
             return fail(ECANCELED);
         }
         const bool isWrite = end->side() == Side::server;
