@@ -249,7 +249,8 @@ TEST_F(Rights, OfAnAccount)
     }
     EXPECT_EQ(names, (std::vector<std::wstring>{L"Se1", std::wstring(longest.size(), L'l'), L"Se4",
                                                 L"Se~"}));
-    LsaFreeMemory(rights);
+    EXPECT_EQ(LsaRemoveAccountRights(policy, second, false, rights + 2, 2), 0); // not its own
+    EXPECT_EQ(LsaFreeMemory(rights), 0);
     EXPECT_EQ(enumerate(third), DWORD{ENOENT});
     EXPECT_TRUE(removeRights("second", {"Se4", "Se~"}, m_Added));
     chmod(m_File.c_str(), 0666);
@@ -274,15 +275,16 @@ TEST_F(Rights, InFilesOfReleasedVersions)
 // If the file cannot be replaced, the mark of the line is overwritten, and nothing else.
 TEST_F(Rights, AreRevokedInPlace)
 {
+    const std::vector<std::string> names{"SeGone", "SeOther", "SeOther"};
     for (const std::string rest : {"\nholder SeBatchLogonRight\n", ""}) {
-        EXPECT_TRUE(add());
+        EXPECT_TRUE(addRights("second", names, m_Added));
         const std::string line = "second SeOther" + m_Added.mark,
                           similar = 'x' + line + '\n' + line + "1\n",
                           revoked = "second SeOther" + disowned(m_Added.mark);
-        m_Scratch.write("rights", similar + line + rest);
+        m_Scratch.write("rights", line + '\n' + similar + line + rest);
         std::filesystem::rename(m_File, m_Scratch.path("moved"));
-        EXPECT_TRUE(remove());
-        EXPECT_EQ(m_Scratch.read("moved"), similar + revoked + rest);
+        EXPECT_TRUE(removeRights("second", names, m_Added) && !std::filesystem::exists(m_File));
+        EXPECT_EQ(m_Scratch.read("moved"), revoked + '\n' + similar + revoked + rest);
     }
 }
 
@@ -307,8 +309,7 @@ TEST_F(Rights, WithoutProc)
         GTEST_SKIP() << m_Scratch.read("missing");
 }
 
-// The calling process has closed its standard error. A descriptor that stays open does not take its
-// place.
+// The caller has closed its standard error. A descriptor that stays open does not take its place.
 TEST_F(Rights, WithoutAStandardDescriptor)
 {
     const int error = dup(STDERR_FILENO);
@@ -329,8 +330,7 @@ std::string statusField(pid_t process, int number)
     return field;
 }
 
-// The rights of lines that processes have added end with the process, and with the program that it
-// runs.
+// A right that a process has added ends with the process, and with the program that it runs.
 TEST_F(Rights, Marks)
 {
     std::string own, word, process, start, image, boot;

@@ -90,10 +90,10 @@ bool readText(int fd, std::string& text)
     return got == 0;
 }
 
-// A missing file has no lines. It is opened without waiting: at its path may be a named pipe.
+// Appends the lines. A missing file has none. It is opened without waiting: at its path may be a
+// named pipe.
 bool readLines(const RightsPlace& place, Lines& lines)
 {
-    lines.clear();
     if (!place.directory) {
         return true;
     }
@@ -205,6 +205,16 @@ std::string lineOf(const std::string& account, const std::string& right)
     return account + " " + right;
 }
 
+Lines linesOf(const std::string& account, const std::vector<std::string>& names,
+              const std::string& mark)
+{
+    Lines lines;
+    for (const std::string& name : names) {
+        lines.push_back(lineOf(account, name) + mark);
+    }
+    return lines;
+}
+
 // Opens what a change needs, and what the removal of added rights will need.
 bool prepare(AddedRights& added)
 {
@@ -278,15 +288,7 @@ bool removeByReplacing(const Lines& added, const AddedRights& rights)
 // Where the text has this line, or npos.
 std::size_t findLine(const std::string& text, const std::string& line)
 {
-    std::size_t at = text.find(line);
-    while (at != std::string::npos) {
-        const std::size_t end = at + line.size();
-        if ((at == 0 || text[at - 1] == '\n') && (end == text.size() || text[end] == '\n')) {
-            break;
-        }
-        at = text.find(line, at + 1);
-    }
-    return at;
+    return ('\n' + text + '\n').find('\n' + line + '\n');
 }
 
 // Overwrites the marks of the lines that the file has.
@@ -352,7 +354,7 @@ void setRightsFile(const char* path)
 
 std::string RightsPlace::directoryPath() const
 {
-    return path.substr(0, path.find_last_of('/') + 1);
+    return std::string(path.c_str(), name());
 }
 
 const char* RightsPlace::name() const
@@ -408,10 +410,7 @@ bool addRights(const std::string& account, const std::vector<std::string>& names
     if (!prepare(added)) {
         return false;
     }
-    Lines lines;
-    for (const std::string& name : names) {
-        lines.push_back(lineOf(account, name) + added.mark);
-    }
+    const Lines lines = linesOf(account, names, added.mark);
     rights = std::move(added); // before the change: if memory runs out after it, it can be undone
     if (!addLines(lines, rights)) {
         rights = AddedRights();
@@ -426,11 +425,7 @@ bool removeRights(const std::string& account, const std::vector<std::string>& na
     if (rights.process != ::getpid()) {
         return true; // nothing was added, or by the process that this one is a copy of
     }
-    Lines lines;
-    lines.reserve(names.size());
-    for (const std::string& name : names) {
-        lines.push_back(lineOf(account, name) + rights.mark);
-    }
+    const Lines lines = linesOf(account, names, rights.mark);
     rights.spare.reset();
     if (!removeLines(lines, rights)) {
         return false;
