@@ -50,34 +50,32 @@ bool checkAccount(const std::shared_ptr<Policy>& policy, PSID account, std::stri
 
 bool readRights(const LSA_UNICODE_STRING* rights, DWORD count, std::vector<std::string>& names)
 {
-    for (DWORD i = 0; i < count; ++i) {
-        names.emplace_back();
-        if (!readRight(rights[i], names.back())) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(rights, rights + count, [&names](const LSA_UNICODE_STRING& right) {
+        return readRight(right, names.emplace_back());
+    });
 }
 
 // The array and its texts in one block.
 LSA_UNICODE_STRING* pack(const std::vector<std::string>& rights)
 {
-    std::size_t units{};
+    std::wstring texts;
     for (const std::string& right : rights) {
-        units += right.size() + 1;
+        texts.append(right.begin(), right.end()).push_back(L'\0');
     }
     const std::size_t head = rights.size() * sizeof(LSA_UNICODE_STRING);
-    auto* block = static_cast<LSA_UNICODE_STRING*>(std::malloc(head + units * sizeof(wchar_t)));
+    auto* block =
+        static_cast<LSA_UNICODE_STRING*>(std::malloc(head + texts.size() * sizeof(wchar_t)));
     if (block == nullptr) {
         return nullptr;
     }
     auto* text = reinterpret_cast<wchar_t*>(block + rights.size());
-    for (std::size_t i = 0; i < rights.size(); ++i) {
-        const std::size_t bytes = rights[i].size() * sizeof(wchar_t);
-        block[i] = {static_cast<std::uint16_t>(bytes),
-                    static_cast<std::uint16_t>(bytes + sizeof(wchar_t)), text};
-        text = std::copy(rights[i].begin(), rights[i].end(), text);
-        *text++ = L'\0';
+    std::copy(texts.begin(), texts.end(), text);
+    LSA_UNICODE_STRING* next = block;
+    for (const std::string& right : rights) {
+        const std::size_t bytes = right.size() * sizeof(wchar_t);
+        *next++ = {static_cast<std::uint16_t>(bytes),
+                   static_cast<std::uint16_t>(bytes + sizeof(wchar_t)), text};
+        text += right.size() + 1;
     }
     return block;
 }
@@ -90,12 +88,8 @@ NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* systemName, LSA_OBJECT_ATTRIBUTES* at
     if (systemName != nullptr || attributes == nullptr || policy == nullptr) {
         return toStatus(fail(EINVAL));
     }
-    const HANDLE handle = openHandle(std::make_shared<Policy>());
-    if (handle == nullptr) {
-        return toStatus(false);
-    }
-    *policy = handle;
-    return 0;
+    *policy = openHandle(std::make_shared<Policy>());
+    return toStatus(*policy != nullptr);
 }
 
 NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
