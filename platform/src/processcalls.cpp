@@ -152,6 +152,12 @@ FILETIME ticksOf(const timeval& time)
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
+bool usageOf(HANDLE process, rusage& usage)
+{
+    const std::shared_ptr<Process> found = find<Process>(process);
+    return found && found->used(usage);
+}
+
 BOOL startProcess(const Identity* identity, const StartRequest& request,
                   PROCESS_INFORMATION* information)
 {
@@ -221,7 +227,7 @@ BOOL CreateProcessAsUserA(HANDLE token, const char* application, char* command,
 BOOL GetExitCodeProcess(HANDLE process, DWORD* status)
 {
     const std::shared_ptr<Process> found = find<Process>(process);
-    return found ? found->exitStatus(status) : false;
+    return found && found->exitStatus(status);
 }
 
 bool endingSignal(HANDLE process, int& signal, bool& coreDumped)
@@ -233,9 +239,8 @@ bool endingSignal(HANDLE process, int& signal, bool& coreDumped)
 BOOL GetProcessTimes(HANDLE process, FILETIME* creation, FILETIME* exit, FILETIME* kernel,
                      FILETIME* user)
 {
-    const std::shared_ptr<Process> found = find<Process>(process);
     rusage usage{};
-    if (!found || !found->used(usage)) {
+    if (!usageOf(process, usage)) {
         return false;
     }
     *creation = *exit = FILETIME{};
@@ -246,12 +251,11 @@ BOOL GetProcessTimes(HANDLE process, FILETIME* creation, FILETIME* exit, FILETIM
 
 BOOL K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, DWORD size)
 {
-    const std::shared_ptr<Process> found = find<Process>(process);
     rusage usage{};
     if (counters == nullptr || size < sizeof *counters) {
         return fail(EINVAL);
     }
-    if (!found || !found->used(usage)) {
+    if (!usageOf(process, usage)) {
         return false;
     }
     constexpr std::size_t kibibyte = 1024;
@@ -302,7 +306,7 @@ BOOL GenerateConsoleCtrlEvent(DWORD event, DWORD processId)
 BOOL TerminateProcess(HANDLE process, UINT status)
 {
     const std::shared_ptr<Process> found = find<Process>(process);
-    return found ? found->kill(status) : false;
+    return found && found->kill(status);
 }
 
 } // namespace tarnix_platform
