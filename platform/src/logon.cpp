@@ -174,12 +174,11 @@ int answerQuestions(int count, const pam_message** questions, pam_response** ans
     if (replies == nullptr) {
         return PAM_BUF_ERR;
     }
-    for (int i = 0; i < count; ++i) {
-        if (questions[i]->msg_style == PAM_PROMPT_ECHO_OFF) {
-            // If memory runs out, no answer is there, and the module refuses the logon.
-            replies[i].resp = ::strdup(static_cast<const char*>(password));
-        }
-    }
+    std::transform(questions, questions + count, replies, [=](const pam_message* question) {
+        const bool isSecret = question->msg_style == PAM_PROMPT_ECHO_OFF;
+        // If memory runs out, no answer is there, and the module refuses the logon.
+        return pam_response{isSecret ? ::strdup(static_cast<const char*>(password)) : nullptr, {}};
+    });
     *answers = replies;
     return PAM_SUCCESS;
 }
@@ -246,7 +245,7 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
         return fail(ERANGE);
     }
     unsigned char* at = static_cast<unsigned char*>(buffer) + sizeof(TOKEN_USER);
-    const TOKEN_USER user{{at, 0}};
+    const TOKEN_USER user{{at, {}}};
     std::memcpy(buffer, &user, sizeof user);
     std::memcpy(at, name.c_str(), sidSize);
     return true;

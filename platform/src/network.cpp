@@ -94,7 +94,6 @@ std::optional<TxIPv4> TxHostAddress(const char* name)
 
 std::vector<std::string> TxHostAddresses(const char* name, TxAddressKind kind)
 {
-    std::vector<std::string> addresses;
     addrinfo wanted{};
     wanted.ai_family = kind == TxAddressKind::any    ? AF_UNSPEC
                        : kind == TxAddressKind::ipv4 ? AF_INET
@@ -102,9 +101,10 @@ std::vector<std::string> TxHostAddresses(const char* name, TxAddressKind kind)
     wanted.ai_socktype = SOCK_STREAM; // otherwise each address comes once for each type
     addrinfo* list = nullptr;
     if (*name == '\0' || ::getaddrinfo(name, nullptr, &wanted, &list) != 0) {
-        return addresses;
+        return {};
     }
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(list, ::freeaddrinfo);
+    std::vector<std::string> addresses;
     for (; list != nullptr; list = list->ai_next) {
         char text[NI_MAXHOST];
         if (::getnameinfo(list->ai_addr, list->ai_addrlen, text, sizeof text, nullptr, 0,

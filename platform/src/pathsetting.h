@@ -30,7 +30,7 @@ public:
     std::string pathOr(const char* builtIn) const
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Path[0] != '\0' ? m_Path : builtIn;
+        return *m_Path != '\0' ? m_Path : builtIn;
     }
 
 private:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <iterator>
 
 namespace tarnix_platform
 {
@@ -26,8 +27,8 @@ bool awaitDescriptor(int fd, DWORD milliseconds)
 {
     const Deadline deadline(milliseconds);
     for (;;) {
-        pollfd one{fd, POLLIN, 0};
-        const int count = ::poll(&one, 1, deadline.left());
+        pollfd one[] = {{fd, POLLIN, {}}};
+        const int count = ::poll(one, std::size(one), deadline.left());
         if (count == 1) {
             return true;
         }

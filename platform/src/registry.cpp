@@ -35,9 +35,6 @@ std::string toUtf8(const wchar_t* wide)
 std::wstring fromUtf8(const char* utf8)
 {
     const icu::UnicodeString text = icu::UnicodeString::fromUTF8(utf8);
-    if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
-        return std::wstring(text.getBuffer(), text.getBuffer() + text.length());
-    }
     std::wstring wide;
     for (std::int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) {
         wide += static_cast<wchar_t>(text.char32At(i));
