@@ -68,13 +68,13 @@ TEST_F(Platform, HandlesAndPipeNames)
         EXPECT_TRUE(CloseHandle(makeEvent()));
     const HANDLE event = makeEvent();
     CloseHandle(event);
-    const HANDLE next = makeEvent(); // takes the same slot
-    expectFailure(CloseHandle(event), EBADF);
-    const HANDLE server = makeServer(), client = makeClient();
+    const HANDLE next = makeEvent(), server = makeServer(), client = makeClient();
     expectFailure(makeServer() != INVALID_HANDLE_VALUE, EBUSY);
+    expectFailure(CloseHandle(event), EBADF); // `next` has its slot
     expectFailure(makeClient() != INVALID_HANDLE_VALUE, EBUSY);
     for (HANDLE open : {next, server, client})
         EXPECT_TRUE(CloseHandle(open));
+    expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT); // the name has gone
     // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 600");
     EXPECT_TRUE(CloseHandle(left.process));
@@ -121,7 +121,7 @@ TEST_F(Platform, QuestionsOfPam)
 {
     const pam_message text{PAM_TEXT_INFO, ""}, secret{PAM_PROMPT_ECHO_OFF, ""},
         problem{PAM_ERROR_MSG, ""}, forPerson{PAM_PROMPT_ECHO_ON, ""};
-    const pam_message *answered[] = {&text, &secret, &problem, &secret},
+    const pam_message *answered[] = {&secret, &text, &problem, &secret},
                       *refused[] = {&secret, &forPerson};
     char word[] = "word";
     pam_response* answers = nullptr;
@@ -193,7 +193,7 @@ TEST_F(Platform, RefusedCalls)
         withControl{12, 12, control};
     LsaOpenPolicy(nullptr, &attributes, 0, &made);
     const HANDLE policy = made;
-    char account[] = "second", noAccount[] = "";
+    char account[] = "second", noAccount[] = "", twoWords[] = "a b";
     const auto waits = [&](DWORD number, const HANDLE* handles, BOOL forAll, BOOL alertable) {
         return WaitForMultipleObjectsEx(number, handles, forAll, 0, alertable) != WAIT_FAILED;
     };
@@ -245,8 +245,11 @@ TEST_F(Platform, RefusedCalls)
         {"no standard handles", [&] { return start(noHandles); }, EINVAL},
         {"handle of no file", [&] { return start(noFile); }, EBADF},
         {"signal to an event", [&] { return sendSignal(event, SIGCONT); }, EBADF},
+        {"no module", [&] { return DisableThreadLibraryCalls(nullptr); }, EINVAL},
+        {"no attributes", [&] { return LsaOpenPolicy(nullptr, nullptr, 0, &made) == 0; }, EINVAL},
         {"other policy", [&] { return adds(event, account, text); }, EBADF},
         {"empty account", [&] { return adds(policy, noAccount, text); }, EINVAL},
+        {"account of two words", [&] { return adds(policy, twoWords, text); }, EINVAL},
         {"right with a blank", [&] { return adds(policy, account, withSpace); }, EINVAL},
         {"right with a control", [&] { return adds(policy, account, withControl); }, EINVAL},
         {"empty right", [&] { return adds(policy, account, empty); }, EINVAL},
@@ -266,6 +269,7 @@ TEST_F(Platform, RefusedCalls)
         EXPECT_EQ(GetLastError(), row.error) << row.name;
     }
     expectRefusedStarts(CreateProcessA, startup);
+    EXPECT_TRUE(DisableThreadLibraryCalls(&made));
     EXPECT_TRUE(waits(1, events.data(), true, false) && waits(64, events.data(), false, false));
     setLimit(RLIMIT_NOFILE, 9); // the system refuses to poll more descriptors
     expectFailure(waits(64, events.data(), false, false), EINVAL);
@@ -282,15 +286,13 @@ TEST_F(Platform, WritesPendAndCanBeCancelled)
     char got[65536]; // the capacity of a pipe
     DWORD count = 0, read = 0;
     OVERLAPPED state{}, readState{};
-    const auto write = [&] {
+    const auto write = [&](HANDLE signalled) {
         state = {};
-        state.hEvent = event;
+        state.hEvent = signalled;
         return WriteFile(server, text.data(), 100000, &count, &state);
     };
-    const auto result = [&](BOOL wait) {
-        return GetOverlappedResult(server, &state, &count, wait);
-    };
-    expectFailure(write(), ERROR_IO_PENDING);
+    const auto result = [&](BOOL w) { return GetOverlappedResult(server, &state, &count, w); };
+    expectFailure(write(event), ERROR_IO_PENDING);
     EXPECT_EQ(count, sizeof got);
     expectFailure(WriteFile(server, text.data(), 1, &count, &readState), EBUSY); // one at a time
     expectFailure(result(false), ERROR_IO_PENDING);
@@ -300,14 +302,21 @@ TEST_F(Platform, WritesPendAndCanBeCancelled)
     EXPECT_TRUE(result(false));
     EXPECT_EQ(count, 100000U);
     EXPECT_TRUE(ReadFile(client, got, sizeof got, &read, &readState)); // the rest
-    expectFailure(write(), ERROR_IO_PENDING);
+    expectFailure(ReadFile(client, got, sizeof got, &read, &readState), ERROR_IO_PENDING);
+    setLimit(RLIMIT_NOFILE, 0); // the system refuses the wait, which cancels the read
+    expectFailure(GetOverlappedResult(client, &readState, &read, true), EINVAL);
+    setLimit(RLIMIT_NOFILE, RLIM_INFINITY);
+    expectFailure(ReadFile(client, got, sizeof got, &read, &readState), ERROR_IO_PENDING);
+    EXPECT_TRUE(WriteFile(server, text.data(), 1, &count, &state));
+    EXPECT_TRUE(GetOverlappedResult(client, &readState, &read, false));
+    expectFailure(write(nullptr), ERROR_IO_PENDING);
     expectFailure(result(true), ENOTSUP);
-    EXPECT_TRUE(CancelIo(server));
-    expectFailure(write(), ERROR_IO_PENDING);
-    EXPECT_TRUE(CancelIo(server));
+    EXPECT_TRUE(ReadFile(client, got, sizeof got, &read, &readState));
+    EXPECT_TRUE(result(false)); // continues the write
+    expectFailure(write(event), ERROR_IO_PENDING);
+    EXPECT_TRUE(CancelIo(server) && WaitForSingleObject(event, 0) == WAIT_TIMEOUT);
     expectFailure(result(false), ECANCELED);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
-    expectFailure(write(), ERROR_IO_PENDING);
+    expectFailure(write(event), ERROR_IO_PENDING);
     EXPECT_TRUE(CloseHandle(server));
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
     expectFailure(result(false), ECANCELED);
@@ -343,6 +352,7 @@ TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
     expectFailure(child.result(false), ERROR_IO_PENDING);
     expectFailure(child.readFrom(child.client), EBUSY); // one read at a time
     EXPECT_TRUE(CancelIo(child.client));
+    EXPECT_EQ(WaitForSingleObject(child.read.hEvent, 0), WAIT_TIMEOUT);
     expectFailure(child.result(), ECANCELED);
     std::string text(1, child.next());
     const HANDLE self = GetCurrentProcess();
@@ -350,7 +360,7 @@ TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
     DuplicateHandle(self, child.client, self, &second, 0, false, DUPLICATE_SAME_ACCESS);
     DuplicateHandle(self, child.process, self, &sameChild, 0, false, DUPLICATE_SAME_ACCESS);
     for (HANDLE end : {second, child.client, second, second, child.client}) {
-        EXPECT_TRUE(child.readFrom(end));
+        EXPECT_TRUE(child.readFrom(end) && child.result());
         text.push_back(child.byte);
     }
     EXPECT_EQ(text, "012345");
@@ -371,6 +381,7 @@ TEST_F(Platform, ReadsPendAndCanBeCancelledAndShareOneStream)
     EXPECT_EQ(WaitForSingleObject(child.process, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(GetExitCodeProcess(child.process, &child.status));
     EXPECT_EQ(child.status, 1067U);
+    expectFailure(child.readFrom(child.client), ERROR_BROKEN_PIPE);
     CloseHandle(sameChild);
 }
 
@@ -385,8 +396,7 @@ TEST_F(Platform, TheOutputOfAGrandchildThatNeverStopsWritingIsCut)
     EXPECT_LE(bytes, 65536); // the capacity of a pipe
 }
 
-// A tracer delays the reaping of a child that has ended. The timeout of a wait does not wait for
-// it.
+// A tracer delays the reaping of a child that has ended, but not the timeout of a wait.
 TEST_F(Platform, ATracedChildDelaysNoWait)
 {
     Started ended("sh -c 'sleep 1 & sleep 0.2'"); // its output has no end of file yet
@@ -417,17 +427,17 @@ TEST_F(Platform, OnlyOwnRunningChildrenAreTouched)
     EXPECT_FALSE(child.readFrom(child.client)); // no further signal arrives
     expectFailure(GetExitCodeProcess(child.process, &child.status), EBUSY);
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, child.pid));
-    EXPECT_EQ(WaitForSingleObject(child.process, INFINITE), WAIT_OBJECT_0);
-    // A child that has moved to the caller's process group; its own group still has another
-    // process.
+    EXPECT_TRUE(child.awaitEnd());
+    expectFailure(TerminateProcess(child.process, 9), ESRCH);
+    EXPECT_TRUE(CloseHandle(child.client) && WaitForSingleObject(child.read.hEvent, 0) == 0);
+    // A child that has moved to the caller's process group, and has left a process in its own.
     Started moved("perl -e 'if (fork) { setpgrp(0, getpgrp(getppid)); syswrite(STDOUT, \"r\") } "
                   "sleep 600'");
     EXPECT_EQ(moved.next(), 'r');
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, moved.pid));
-    EXPECT_EQ(WaitForSingleObject(moved.process, 9000), WAIT_OBJECT_0);
-    // The id may belong to another process now.
-    expectFailure(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, child.pid), ESRCH);
-    expectFailure(TerminateProcess(child.process, 9), ESRCH);
+    EXPECT_TRUE(moved.awaitEnd());
+    expectFailure(GenerateConsoleCtrlEvent(2, moved.pid), EINVAL);
+    expectFailure(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, moved.pid), ESRCH); // it has ended
 }
 
 } // namespace
