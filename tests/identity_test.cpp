@@ -128,8 +128,7 @@ bool installProgram(mode_t mode, uid_t owner, const std::string& addition)
            chown(file.c_str(), owner, 0) == 0 && chmod(file.c_str(), mode) == 0;
 }
 
-// Fails the system calls from here on, also in children. 0: they only seem to be done; -1: they
-// kill.
+// Fails the system calls from here on, also in children. 0: they seem to be done; -1: they kill.
 bool filterCalls(const std::vector<unsigned int>& calls, int error)
 {
     const unsigned int action =
@@ -165,6 +164,7 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         std::string addition = {};
     } cases[] = {
         {"no session", {SYS_setsid}, EPERM, L"cannot prepare child process"},
+        {"owner of a pipe stays", {SYS_fchown}, EPERM, L"cannot change owner of pipe: Operation"},
         {"no groups", {SYS_setgroups}, EPERM, L"cannot set groups of user"},
         {"start by link, filtered", link, EPERM, runs},
         {"refused start", link, EACCES, refused + L"execveat; /"},
@@ -427,8 +427,7 @@ constexpr char backwards[] = "paeh eht rof hguone gnol ,drow fo draehnu";
 
 std::string secret() { return std::string(std::rbegin(backwards) + 1, std::rend(backwards)); }
 
-// How often the memory of this process has the end of the secret: an allocator overwrites the start
-// of a freed block.
+// How often this process has the end of the secret: an allocator overwrites starts of freed blocks.
 int copiesOfSecret()
 {
     static char
