@@ -46,7 +46,9 @@ int fileInfo(const FileKind& kind, const tstr& name, tstr& dir, tstr& file)
     assign(file, kind.prefix, name, kind.ending); // `file` and `name` may be the same object
     CCmnPathTool::getInstallPath(dir);
     append(dir, kind.directory);
-    ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str(), 0755); // fails if it exists
+    if (CCmnPathTool::verify(dir.c_str()) != 0) {
+        ACE_OS::mkdir(CCmnStringTool::tstr2str(dir).c_str(), 0755);
+    }
     return 0;
 }
 

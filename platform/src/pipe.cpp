@@ -103,7 +103,7 @@ void Pipe::markEndOfOutput()
 // Reads into the block, which is empty. If it fails, errno is the reason.
 ReadState Pipe::fill()
 {
-    if (m_BytesLeft == std::size_t{}) {
+    if (m_BytesLeft == std::size_t{0}) {
         return ReadState::endOfFile;
     }
     // Not before the first read here: an end that a child gets as its input must block. If it
@@ -301,7 +301,7 @@ void Pipe::store(const Outcome& outcome, OVERLAPPED& state)
 {
     const bool known = state.Pending == outcome.number;
     state.Internal = known ? outcome.status : ECANCELED;
-    state.InternalHigh = known ? outcome.count : ULONG_PTR{};
+    state.InternalHigh = known ? outcome.count : 0;
     state.Pending = {};
 }
 
