@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <climits>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -179,10 +178,10 @@ int CCmnNetwork::getFQDN(std::string& fqdn)
 
 std::string CCmnNetwork::getComputerName()
 {
-    std::wstring name(HOST_NAME_MAX, L'\0');
-    auto size = static_cast<DWORD>(name.size()); // does not count the terminator
-    GetComputerNameW(name.data(), &size);
-    return CCmnStringTool::wstr2str(name.c_str());
+    wchar_t name[256] = {};
+    DWORD size = 254;
+    GetComputerNameW(name, &size);
+    return CCmnStringTool::wstr2str(std::wstring(name));
 }
 
 } // namespace tarnix_cmn_4_4

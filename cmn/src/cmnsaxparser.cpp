@@ -40,6 +40,8 @@ std::unique_ptr<SAX2XMLReader> makeReader(SaxState& state, SaxMemory& memory)
         {XMLUni::fgSAX2CoreValidation, false},
         {XMLUni::fgSAX2CoreNameSpaces, false},
         {XMLUni::fgXercesSchema, false},
+        {XMLUni::fgXercesSchemaFullChecking, false},
+        {XMLUni::fgSAX2CoreNameSpacePrefixes, false},
         {XMLUni::fgXercesLoadExternalDTD, false},
         {XMLUni::fgXercesDisableDefaultEntityResolution, true},
     };
