@@ -49,7 +49,7 @@ TEST(StringTool, CopiesInRawMemory)
 
 TEST(StringTool, ConvertsLongTextsWithoutSplittingCharacters)
 {
-    for (const std::size_t start : {0, 59}) { // blocks end within a character, or are one unit
+    for (const std::size_t start : {0U, 59U}) { // blocks end within a character, or are one unit
         const std::string text =
             std::string(start, 'a') + repeated("\U0001F600", (1 << 24) / 3 - 30) + "aa";
         const icu::UnicodeString units = Tool::str2ustr(text);
