@@ -327,13 +327,11 @@ TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
         place.write("f", "x\n");
         CCmnConfiguration store(place.widePath().c_str(), L"f", true);
         store.openSection(L"a", key, 1);
-        ::chmod(place.path().c_str(), 0777);
-        ::chmod(file.c_str(), 0640);
         inChild([&] {
-            const std::string enter = "umask 022; set -e; cd " + place.path() + "; ";
+            ::umask(022);
+            const std::string enter = "set -e; cd " + place.path() + "; chmod 777 .; chmod 640 f; ";
             EXPECT_EQ(std::system((enter + row.commands).c_str()), 0);
             const ino_t inode = statusOf(file).st_ino;
-            ::umask(022);
             setLimit(RLIMIT_FSIZE, row.limit);
             EXPECT_EQ(::seteuid(row.user), 0);
             EXPECT_EQ(store.exportConfig() == 0, row.result != failed);
