@@ -419,9 +419,7 @@ TEST_F(Configuration, AStoreCanAlwaysBeExported)
     EXPECT_EQ(open(L"PAST\\a", 1), 0);
     EXPECT_EQ(heap.open_section(past, "B", true, key), 0);
     EXPECT_EQ(open(L"Past\\B"), 0);
-    std::wstring path = L"0";
-    while (path.size() < 1000)
-        path += L"\\" + std::wstring(100, L'p');
+    const std::wstring path = fs::path('0' + repeated('\\' + std::string(100, 'p'), 10)).wstring();
     EXPECT_EQ(open(path.c_str()), -1);
     EXPECT_EQ(open(path.c_str(), 1), 0);
     config.setIntegerValue(L"a\nb", 3); // is not read back
@@ -433,8 +431,8 @@ TEST_F(Configuration, AStoreCanAlwaysBeExported)
     EXPECT_EQ(value, 3U);
     for (const wchar_t* name : {L"software\\X", L"Past\\a"})
         EXPECT_EQ(back.openSection(name, key, 0), 0) << std::wstring(name);
-    const std::string levels = repeated("s\\", 127) + 's'; // an import would refuse more
-    const std::wstring deepest(levels.begin(), levels.end());
+    // An import would refuse more levels.
+    const std::wstring deepest = fs::path(repeated("s\\", 127) + 's').wstring();
     EXPECT_EQ(open(deepest.c_str(), 1), 0);
     EXPECT_EQ(open((deepest + L"\\s").c_str(), 1), -1);
 }
@@ -458,22 +456,21 @@ TEST_F(Configuration, RemovesValuesAndSections)
     EXPECT_EQ(exported(), "[A]\n");
 }
 
-// Whatever the names that the store had, or that a file had which was not imported.
+// Whatever the names that the store had, or that a file had: one that was refused, ended early or
+// was read.
 TEST_F(Configuration, ImportsFollowTheSpellingOfTheStore)
 {
-    const std::pair<const char*, std::string> cases[] = {
-        {"removed", ""},
-        {"refused", "[HOST\\sub]\n" + std::string(9, '\0')},
-        {"ended early", "[bad\n[HOST\\sub]\n"},
-        {"read", "[Host\\sub]\n"}};
-    for (const auto& [name, first] : cases) {
+    const std::string files[] = {"", "[HOST\\sub]\n" + std::string(9, '\0'), "[bad\n[HOST\\sub]\n",
+                                 "[Host\\sub]\n"};
+    for (const std::string& first : files) {
+        SCOPED_TRACE(testing::PrintToString(first));
         open(L"HOST\\sub", 1);
         EXPECT_EQ(config.removeSection(L"HOST", true), 0);
         importText(first);
         open(L"host", 1);
         EXPECT_EQ(importText("[new\\HOST]\n[host\\sub]\n\"n\"=dword:00000007\n"), 0);
-        EXPECT_NE(exported().find("[new\\HOST]"), std::string::npos) << name;
-        EXPECT_EQ(numberOf(L"host\\SUB", L"n"), 7U) << name;
+        EXPECT_NE(exported().find("[new\\HOST]"), std::string::npos);
+        EXPECT_EQ(numberOf(L"host\\SUB", L"n"), 7U);
         EXPECT_EQ(config.removeSection(L"host", true), 0);
     }
 }
@@ -487,9 +484,7 @@ TEST_F(Configuration, NobodyReadsTheCopyAfterTheImport)
             ::close(standard);
         EXPECT_EQ(importText("[a]\n"), 0);
         EXPECT_EQ(exported(), "[a]\n");
-        ACE_Configuration_Heap heap;
-        heap.open();
-        TxSectionNames names(heap);
+        TxSectionNames names(config.configHeap());
         auto file = std::make_unique<TxSettingsImport>(scratch.path("f").c_str(), names);
         const int descriptor = ::open(file->path(), O_RDONLY);
         char bytes[2] = {};
