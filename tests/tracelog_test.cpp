@@ -69,32 +69,27 @@ struct TraceLog : LeakCheck {
 
 TEST_F(TraceLog, TheLevelIsThatOfTheFileOrOfTheSibling)
 {
-    const struct {
-        const char *settings, *sibling;
-        int atStart, later; // later it is that of the file, to which the argument was added
-    } cases[] = {
+    // Later the level is that of the file, to which the argument was added.
+    const std::tuple<const char*, const char*, int, int> cases[] = {
         {"\"TRACELEVEL\"=dword:5\n", "=0", 1, 5},
         {"\"TRACELEVEL\"=dword:0\n", "=3", 3, 0},
         {"", "=-7", 0, 9},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(std::string(row.settings) + row.sibling);
-        restart(row.settings, row.sibling);
+    for (const auto& [settings, sibling, atStart, later] : cases) {
+        SCOPED_TRACE(std::string(settings) + sibling);
+        restart(settings, sibling);
         start(byDefault, byDefault, 9);
-        EXPECT_EQ(level(), row.atStart);
-        EXPECT_EQ(traced(row.later, "in"), "@in\n");
-        EXPECT_EQ(traced(row.later + 1, "out"), "");
+        EXPECT_EQ(level(), atStart);
+        EXPECT_EQ(traced(later, "in"), "@in\n");
+        EXPECT_EQ(traced(later + 1, "out"), "");
     }
 }
 
 TEST_F(TraceLog, TheFileIsThatOfTheSettingsOrOfTheArguments)
 {
     const TestLocale locale("C.UTF-8"); // a name beyond ASCII needs it
-    const struct {
-        const char *settings, *dir; // in the scratch directory
-        const wchar_t* name;
-        const char *log, *stored;
-    } cases[] = {
+    // The settings, the directory in the scratch directory, the name; the file, what is stored.
+    const std::tuple<const char*, const char*, const wchar_t*, const char*, const char*> cases[] = {
         {"\"TRACELEVEL\"=dword:9\n\"TRACESTDOUT\"=dword:0\n", "", byDefault, "Logs/t.log",
          "\"TRACEFILE\"=\"t.log\""},
         {"\"TRACEFILE\"=\"f\"\n\"TRACESTDOUT\"=dword:0\n", "", byDefault, "Logs/f",
@@ -104,35 +99,32 @@ TEST_F(TraceLog, TheFileIsThatOfTheSettingsOrOfTheArguments)
         {"\"TRACEFILE\"=\"f\"\n", "x", L"\u00FC", "x/\xC3\xBC", "\"TRACEFILE\"=\"\xC3\xBC\""},
         {"\"other\"=\"value\"\n", "x", L"f", "x/f", "\"other\"=\"value\""},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.log);
-        restart(row.settings);
-        file = row.log;
-        start(*row.dir != '\0' ? scratch.widePath(row.dir) : byDefault, row.name, 9);
+    for (const auto& [settings, dir, name, written, stored] : cases) {
+        SCOPED_TRACE(std::string(settings) + written);
+        restart(settings);
+        file = written;
+        start(*dir != '\0' ? scratch.widePath(dir) : byDefault, name, 9);
         EXPECT_EQ(traced(9, "in"), "@in\n");
-        EXPECT_NE(scratch.read(conf).find(row.stored), std::string::npos);
+        EXPECT_NE(scratch.read(conf).find(stored), std::string::npos) << stored;
     }
 }
 
 TEST_F(TraceLog, LinesAreCopiedIfTheSettingsOrTheArgumentsSaySo)
 {
-    const struct {
-        const char* settings;
-        bool argument, isCopied;
-        const wchar_t* name = byDefault; // one with a directory replaces the settings
-    } cases[] = {
-        {"", true, true},
-        {"\"TRACESTDOUT\"=dword:0\n", true, true},
-        {"\"TRACESTDOUT\"=dword:1\n", false, true},
-        {"\"TRACESTDOUT\"=dword:2\n", false, false},
-        {"\"TRACESTDOUT\"=dword:1\n", false, false, L"f"},
+    // A name with a directory replaces the settings.
+    const std::tuple<const char*, bool, const wchar_t*, bool> cases[] = {
+        {"", true, byDefault, true},
+        {"\"TRACESTDOUT\"=dword:0\n", true, byDefault, true},
+        {"\"TRACESTDOUT\"=dword:1\n", false, byDefault, true},
+        {"\"TRACESTDOUT\"=dword:2\n", false, byDefault, false},
+        {"\"TRACESTDOUT\"=dword:1\n", false, L"f", false},
     };
     file = "x/f";
-    for (const auto& row : cases) {
-        SCOPED_TRACE(std::string(row.settings) + (row.argument ? "true" : "false"));
-        restart(row.settings + ("\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"" + scratch.path("x\"\n")));
-        start(*row.name != L'\0' ? scratch.widePath("x") : byDefault, row.name, 1, row.argument);
-        EXPECT_EQ(traced(1, "in"), row.isCopied ? "t:@in\n@in\n" : "@in\n");
+    for (const auto& [settings, argument, name, isCopied] : cases) {
+        SCOPED_TRACE(std::string(settings) + (argument ? "true" : "false"));
+        restart(settings + ("\"TRACEFILE\"=\"f\"\n\"TRACEDIR\"=\"" + scratch.path("x\"\n")));
+        start(*name != L'\0' ? scratch.widePath("x") : byDefault, name, 1, argument);
+        EXPECT_EQ(traced(1, "in"), isCopied ? "t:@in\n@in\n" : "@in\n");
     }
 }
 
@@ -278,14 +270,13 @@ TEST_F(TraceLog, ProblemsOfTheSettingsAreReportedAndKept)
     const std::string name = "settings '" + scratch.path(conf) + '\'';
     const struct {
         const char* name;
-        std::string settings;
         int level;
-        std::string problem = "";
+        std::string settings, problem = "";
     } cases[] = {
-        {"none", "\xEF\xBB\xBF" + level, 5},
-        {"one", level + "port=5", 5,
+        {"none", 5, "\xEF\xBB\xBF" + level},
+        {"one", 5, level + "port=5",
          ": 1 problem: line 3: value is neither a quoted text, nor dword: or hex:"},
-        {"two", "\"x\"=\"1\"\nx\n" + level, 1,
+        {"two", 1, "\"x\"=\"1\"\nx\n" + level,
          ": 2 problems, first: line 1: value before the first section"},
     };
     for (const auto& row : cases) {
