@@ -130,8 +130,7 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         std::vector<std::string> languages;
         const char* key;
         std::string answer;
-        const char* asked = "";
-        const char* byDefault = "en";
+        const char *asked = "", *byDefault = "en";
         const wchar_t* defaultText = nullptr;
     } cases[] = {
         {{"de-AT@x=" + std::string(56, 'y')}, "who", "listed: de_AT [de_AT]", "de_AT,"},
@@ -182,13 +181,12 @@ TEST_F(Catalogs, AListOfLanguagesFormatsForTheOneThatAnswers)
     name = L"listed";
     manager.get()->registerFactory(this);
     const icu::Formattable number(12345672);
-    const struct {
-        const char *language, *byDefault;
-        const wchar_t* text;
-    } cases[] = {{"ru", "en", L"listed: 12\u00A0345\u00A0672 few"},
-                 {"de_AT", "ru", L"listed: 12\u00A0345\u00A0672 few"},
-                 {"de_AT", "fr", L"listed: 12\u202F345\u202F672 other"},
-                 {"de_AT", "root", L"listed: 12,345,672 other"}};
+    const std::tuple<const char*, const char*, const wchar_t*> cases[] = {
+        {"ru", "en", L"listed: 12\u00A0345\u00A0672 few"},
+        {"de_AT", "ru", L"listed: 12\u00A0345\u00A0672 few"},
+        {"de_AT", "fr", L"listed: 12\u202F345\u202F672 other"},
+        {"de_AT", "root", L"listed: 12,345,672 other"},
+    };
     for (const auto& [language, byDefault, text] : cases) {
         defaultLanguage = byDefault;
         CCmnIcuMessage message("count", &number, 1, tarnix_eseverity{}, "f", 1);
