@@ -10,49 +10,39 @@ printf x >format && chmod +x format
 mkfifo pid release
 failed=0
 
-# expect STATUS ARGUMENT...
+# expect STATUS OUTPUT ARGUMENT...: how runcmd ends and what it prints, its own input being "mine".
 expect() {
-    local expected=$1 status=0
-    shift
-    "$runcmd" "$@" >out 2>err || status=$?
-    [ "$status" -eq "$expected" ] || { echo "runcmd $*: $status, not $expected"; failed=1; }
+    local expected="$1 $2" printed status=0
+    shift 2
+    printed=$("$runcmd" "$@" 2>err <<<mine) || status=$?
+    [ "$status $printed" = "$expected" ] ||
+        { echo "runcmd $*: $status $printed, not $expected"; failed=1; }
 }
-expect 0 --exit-status -- true
-expect 1 -- sh -c 'exit 77'
-expect 77 --exit-status -- sh -c 'exit 77'
-expect 143 --exit-status -- sh -c 'kill $$'
-expect 124 --exit-status --timeout 1 -- sh -c 'echo; exec sleep 600'
-expect 124 --exit-status --limit 1 -- sh -c 'while :; do echo; sleep 0.2; done'
-expect 125 --exit-status --max-output 10 -- yes
-expect 125 --exit-status --dir /no/such -- true
-expect 126 --exit-status -- ./data
-expect 126 --exit-status -- ./format
-expect 127 --exit-status -- no-such-program
-expect 125 --exit-status --user root --password-file no-such -- true
-expect 2 --exit-status --user root -- true
-expect 2 --password-file data -- true
-expect 0 --timeout 4294967295 -- true
-expect 2 --timeout 4294967296 -- true
-expect 2 --max-output -1 -- true
-expect 2 --env A -- true
-expect 125 --exit-status --user-env -- true
-
-# prints OUTPUT ARGUMENT...: the output of runcmd, whose own input is "mine".
-prints() {
-    local expected=$1 printed
-    shift
-    printed=$("$runcmd" "$@" 2>err <<<mine)
-    [ "$printed" = "$expected" ] || { echo "runcmd $*: $printed"; failed=1; }
-}
-prints $'B=2\nC=' --env A=1 --env B=2 --clear-env --unset A --env C= -- env
-prints '' -- cat
-prints x --stdin data -- cat
-prints mine --stdin - -- cat
-prints 'a b' --input 'a b' -- cat
-prints $'y\ny' --max-output 4 -- yes
-prints $'1\n2' -- sh -c 'echo 1; echo 2 >&2'
-prints 1 --stderr discard -- sh -c 'echo 1; echo 2 >&2'
-prints 1 --stderr apart -- sh -c 'echo 1; echo 2 >&2'
+expect 0 'a b' --exit-status --input 'a b' -- cat
+expect 1 '' -- sh -c 'exit 77'
+expect 77 '' --exit-status -- sh -c 'exit 77'
+expect 143 '' --exit-status -- sh -c 'kill $$'
+expect 124 '' --exit-status --timeout 1 -- sh -c 'echo; exec sleep 600'
+expect 124 '' --exit-status --limit 1 -- sh -c 'while :; do echo; sleep 0.2; done'
+expect 125 $'y\ny' --exit-status --max-output 4 -- yes
+expect 125 '' --exit-status --dir /no/such -- true
+expect 126 '' --exit-status -- ./data
+expect 126 '' --exit-status -- ./format
+expect 127 '' --exit-status -- no-such-program
+expect 125 '' --exit-status --user root --password-file no-such -- true
+expect 2 '' --exit-status --user root -- true
+expect 2 '' --password-file data -- true
+expect 0 '' --timeout 4294967295 -- cat
+expect 2 '' --timeout 4294967296 -- true
+expect 2 '' --max-output -1 -- true
+expect 2 '' --env A -- true
+expect 125 '' --exit-status --user-env -- true
+expect 0 $'B=2\nC=' --env A=1 --env B=2 --clear-env --unset A --env C= -- env
+expect 0 x --stdin data -- cat
+expect 0 mine --stdin - -- cat
+expect 0 $'1\n2' -- sh -c 'echo 1; echo 2 >&2'
+expect 0 1 --stderr discard -- sh -c 'echo 1; echo 2 >&2'
+expect 0 1 --stderr apart -- sh -c 'echo 1; echo 2 >&2'
 grep -qx 2 err || { echo "standard error is not apart"; failed=1; }
 
 # The output arrives while the command runs.
@@ -88,10 +78,7 @@ stopped() {
     done
     wait "$runner" 2>/dev/null || status=$?
     [ "$status" -gt 128 ] || { echo "after $*: $status"; failed=1; }
-    if kill -KILL "$command" 2>/dev/null; then
-        echo "after $*: the command still ran"
-        failed=1
-    fi
+    kill -KILL "$command" 2>/dev/null && { echo "after $*: the command still ran"; failed=1; }
 }
 stopped '' INT
 stopped '' TERM
