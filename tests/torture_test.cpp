@@ -25,17 +25,17 @@ using namespace tarnix_platform;
 namespace
 {
 
-// Of the calls that are replaced below, the `number`-th from now on fails, and `more` after it.
+// Of the calls that are replaced below, the `number`-th from now on fails, and `more` after it;
+// none without an error.
 struct Fault {
     int number, more, error;
 };
 Fault g_fault{};
-bool g_isArmed = false;
 int g_injected = 0;
 
 bool isFaulty()
 {
-    if (!g_isArmed || --g_fault.number > 0 || g_fault.number + g_fault.more < 0)
+    if (g_fault.error == 0 || --g_fault.number > 0 || g_fault.number + g_fault.more < 0)
         return false;
     ++g_injected;
     errno = g_fault.error;
@@ -97,10 +97,9 @@ struct Torture : LeakCheck {
     bool withFault(const Fault& fault, const Work& work)
     {
         g_fault = fault;
-        g_isArmed = true;
         SetLastError(0);
         const bool good = work();
-        g_isArmed = false;
+        g_fault = {};
         EXPECT_TRUE(good || GetLastError() != 0);
         m_Faults = g_injected;
         return good;
@@ -157,13 +156,13 @@ TEST_F(Torture, RemovalOfARight)
 bool addsAndRemovesARight()
 {
     const std::string account = "worker" + std::to_string(getpid() % 2);
-    for (int cycle = 0; cycle < 50; ++cycle) {
+    bool good = true;
+    for (int cycle = 0; cycle < 50 && good; ++cycle) {
         AddedRights added;
-        if (!addRights(account, batch, added) || !holdsRight(account, batch[0]) ||
-            !removeRights(account, batch, added))
-            return false;
+        good = addRights(account, batch, added) && holdsRight(account, batch[0]) &&
+               removeRights(account, batch, added);
     }
-    return true;
+    return good;
 }
 
 // Processes add and remove rights. Meanwhile another process holds the lock, and they are stopped
