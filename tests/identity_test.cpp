@@ -29,6 +29,7 @@ extern "C" [[gnu::visibility("default")]] const char* __tsan_default_suppression
 }
 
 using namespace tarnix_cmn_4_4;
+using namespace tarnix_platform;
 
 namespace
 {
@@ -46,12 +47,11 @@ const Lines idOfHolder{"61001"}, idOfSecond{"61002"}, idOfThird{"61009"};
 struct Identity : LeakCheck {
     void SetUp() override
     {
-        const std::string longEntry(20000, 'e');
         scratch.makeDirectory("etc/pam.d");
-        scratch.write("etc/passwd", "holder:x:61001:61101:::\nsecond:x:61002:61102:::\n"
-                                    "third:x:61009:61109:::\nexpired:x:61004:61104:::\n"
-                                    "home:x:61005:61105:" +
-                                        longEntry + ":/home/of:/bin/bash\nroot:x:0:0::/root:\n");
+        scratch.write("etc/passwd", "root:x:0:0::/root:\nholder:x:61001:61101:::\n"
+                                    "second:x:61002:61102:::\nthird:x:61009:61109:::\n"
+                                    "expired:x:61004:61104:::\nhome:x:61005:61105:" +
+                                        std::string(20000, 'e') + ":/home/of:/bin/bash\n");
         scratch.write("etc/group", "own:x:61102:\nfriends:x:61900:second\n");
         scratch.write("etc/shadow", "holder" + hash + ":\nsecond" + hash + ":\nthird" + hash +
                                         ":\nexpired" + hash + "1:\nhome" + hash + ":\nroot" + hash +
@@ -60,7 +60,7 @@ struct Identity : LeakCheck {
                       "auth required pam_unix.so nodelay\naccount required pam_unix.so\n");
         scratch.write("rights", standing);
         scratch.write("rights.new", "of an interrupted change");
-        setRightsFile(scratch.path("rights").c_str());
+        tarnix_cmn_4_4::setRightsFile(scratch.path("rights").c_str());
         chmod(scratch.path().c_str(), 0711); // the accounts can reach what is open to them
         scratch.makeDirectory("closed");
         chmod(scratch.path("closed").c_str(), 0700);
@@ -191,11 +191,10 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
         if (test.mode != 0 && !canMount)
             continue; // the program cannot be installed
         const pid_t caller = forkChild([&] {
-            if (test.mode != 0 && !installProgram(test.mode, test.owner, test.addition))
-                return false;
             for (int i = 0; i < 60; ++i) // inheritable, and more than one call can list
                 fcntl(STDIN_FILENO, F_DUPFD, 3);
-            if (!filterCalls(test.calls, test.error))
+            if ((test.mode != 0 && !installProgram(test.mode, test.owner, test.addition)) ||
+                !filterCalls(test.calls, test.error))
                 return false;
             const Outcome outcome = as("holder", "ls /proc/self/fd");
             EXPECT_EQ(outcome.record.getDescription().substr(0, test.text.size()), test.text);
@@ -209,7 +208,6 @@ TEST_F(Identity, FailingSystemCallsOfTheStart)
 // Each report is the step and its error; the last one counts.
 TEST_F(Identity, ReportsOfTheProgramThatSwitchesUser)
 {
-    using namespace tarnix_platform;
     using Step = RunAsStep;
     const std::string tooLong(5000, 'l'), closed = scratch.path("closed/a");
     const struct {
@@ -247,8 +245,7 @@ TEST_F(Identity, ReportsOfTheProgramThatSwitchesUser)
             ;
         const int status = row.step == Step::command ? 0 : 127; // that of the command, if it runs
         EXPECT_EQ(WEXITSTATUS(waitForChild(child)), status) << row.name;
-        EXPECT_EQ(report.step, row.step) << row.name;
-        EXPECT_EQ(report.error, row.error) << row.name;
+        EXPECT_EQ(std::pair(report.step, report.error), std::pair(row.step, row.error)) << row.name;
     }
     const pid_t unheard = forkChild([] {
         close(kRunAsStatus);
@@ -273,7 +270,6 @@ TEST_F(Identity, AProgramThatIsStillBeingWritten)
 
 TEST_F(Identity, Tokens)
 {
-    using namespace tarnix_platform;
     HANDLE token = nullptr, refused = &token;
     const HANDLE event = CreateEventA(nullptr, false, false, nullptr);
     EXPECT_TRUE(LogonUserA("second", ".", password.c_str(), LOGON32_LOGON_NETWORK, 0, &token));
@@ -306,27 +302,27 @@ TEST_F(Identity, RefusedRuns)
                       permits = "auth required pam_permit.so\naccount required pam_permit.so\n";
     const struct {
         const char* name;
-        std::string user, command, password, directory;
+        std::string user;
         std::wstring text;
+        // Without rules of PAM: the usual ones.
+        std::string word = password, command = "id", directory = "/", rules = {};
         uid_t caller = 0;
-        std::string rules = {}; // of PAM; empty: the usual ones
     } cases[] = {
-        {"wrong password", "holder", "id", "wrong", "/", failed + L"holder': Permission"},
-        {"unknown", "nobody-here", "id", password, "/", failed + L"nobody-here': Permission"},
-        {"long", std::string(300, 'n'), "id", password, "/",
-         failed + std::wstring(156, L'n') + L": Permission denied"},
-        {"expired", "expired", "id", password, "/", L"(User account has expired) as 'expired'"},
-        {"known to PAM only", "nobody-here", "id", "", "/", L"(no such account)", 0, permits},
-        {"renamed", "anonymous", "id", "a@b", "/", L"(PAM changed the account)", 0,
+        {"wrong password", "holder", failed + L"holder': Permission", "wrong"},
+        {"unknown", "nobody-here", failed + L"nobody-here': Permission"},
+        {"long", std::string(300, 'n'), failed + std::wstring(156, L'n') + L": Permission denied"},
+        {"expired", "expired", L"(User account has expired) as 'expired'"},
+        {"known to PAM only", "nobody-here", L"(no such account)", "", "id", "/", permits},
+        {"renamed", "anonymous", L"(PAM changed the account)", "a@b", "id", "/",
          "auth sufficient pam_ftp.so\naccount sufficient pam_permit.so\n"},
-        {"directory", "holder", "id", password, scratch.path("closed"), L"cannot enter directory"},
-        {"not root", "second", "id", password, "/", L"must be root to switch user", 61001},
-        {"no program", "holder", "/no/such", password, "/", L"cannot start program '/no/such'"},
+        {"directory", "holder", L"cannot enter directory", password, "id", scratch.path("closed")},
+        {"not root", "second", L"must be root to switch user", password, "id", "/", {}, 61001},
+        {"no program", "holder", L"cannot start program '/no/such'", password, "/no/such"},
     };
     for (const auto& test : cases) {
         scratch.write("etc/pam.d/tarnix", test.rules.empty() ? usual : test.rules);
         EXPECT_EQ(seteuid(test.caller), 0);
-        const Outcome outcome = as(test.user, test.command, test.password, test.directory);
+        const Outcome outcome = as(test.user, test.command, test.word, test.directory);
         EXPECT_EQ(seteuid(0), 0);
         EXPECT_EQ(outcome.lines, Lines{"former"}); // the command did not run as the caller instead
         EXPECT_NE(outcome.record.getDescription().find(test.text), std::wstring::npos)
@@ -352,13 +348,10 @@ TEST_F(Identity, TheRightIsAddedOnlyForTheRun)
 TEST_F(Identity, CommandsWithOptions)
 {
     const auto shell = [](const std::string& script, const std::string& user = "second") {
-        CCmnCommand command({"sh", "-c", script});
-        command.setUser(user, password).setDirectory("/");
-        return command;
+        return CCmnCommand({"sh", "-c", script}).setUser(user, password).setDirectory("/");
     };
     const auto account = [&](CCmnCommand command) {
-        command.setEnvironment(CCmnCommand::Environment::account).setVariable("A", "b");
-        return command;
+        return command.setEnvironment(CCmnCommand::Environment::account).setVariable("A", "b");
     };
     const struct {
         const char* name;
@@ -405,7 +398,7 @@ TEST_F(Identity, AHostileEnvironment)
                              "LC_ALL", "MALLOC_PERTURB_", "TMPDIR", "IFS", "PATH"})
         variables.push_back(std::string(name) + '=' + bad);
     const auto readEnvironment = [&] {
-        std::vector<char*> pointers = tarnix_platform::pointersTo(variables);
+        std::vector<char*> pointers = pointersTo(variables);
         char** const former = std::exchange(environ, pointers.data());
         Outcome outcome = as("second", "/bin/sed 's/\\x00/\\x01/g' /proc/self/environ");
         environ = former;
@@ -430,9 +423,9 @@ std::string secret() { return std::string(std::rbegin(backwards) + 1, std::rend(
 // How often this process has the end of the secret: an allocator overwrites starts of freed blocks.
 int copiesOfSecret()
 {
-    static char
-        piece[1 << 28]; // too large to be searched itself, as a sanitizer's shadow memory is
-    const tarnix_platform::UniqueFd memory = tarnix_platform::openFile("/proc/self/mem", O_RDONLY);
+    // Too large to be searched itself, as a sanitizer's shadow memory is.
+    static char piece[1 << 28];
+    const UniqueFd memory = openFile("/proc/self/mem", O_RDONLY);
     std::ifstream maps("/proc/self/maps");
     std::size_t from = 0, to = 0;
     int found = 0;
