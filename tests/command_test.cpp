@@ -45,8 +45,7 @@ struct Row {
     std::string outcome; // see textOf
 };
 
-template <std::size_t count>
-void check(const Row (&rows)[count], const std::string& prefix = "")
+void check(std::initializer_list<Row> rows, const std::string& prefix = "")
 {
     for (const Row& row : rows) {
         const auto before = processState();
@@ -70,7 +69,6 @@ TEST_F(Command, Ends)
         {"status", shell("exit 137"), "exited with status 137"},
         {"text", CCmnCommand::fromText("printf '%s|' \"a  b\" c\\ d"), "|a  b|c d|"},
         {"arguments", CCmnCommand({"printf", "%s|", "", "'\"\\\\\n$`\xff"}), "||'\"\\\\|$`\xff|"},
-        {"directory", CCmnCommand({"pwd"}).setDirectory("/"), "|/"},
         {"no umask", shell("umask").setUmask(0), "|0000"},
         {"umask", shell("umask").setUmask(0777), "|0777"},
         {"descriptors", CCmnCommand({"ls", "/proc/self/fd"}), "|0|1|2|3"},
@@ -86,7 +84,7 @@ TEST_F(Command, RefusedStarts)
         user = "the user or the password contains a 0 byte", limit = "a limit is negative";
     const auto is = [] { return CCmnCommand({"true"}); };
     const auto text = CCmnCommand::fromText;
-    const Row rows[] = {
+    const std::initializer_list<Row> rows = {
         {"no arguments", CCmnCommand(Lines{}), "command is empty: Invalid argument"},
         {"quote", text("'a"), "unterminated quote in command: Invalid argument"},
         {"0", CCmnCommand({"a", zero}), "an argument contains a 0 byte"},
@@ -100,8 +98,7 @@ TEST_F(Command, RefusedStarts)
         {"no name", is().unsetVariable(""), variable},
         {"account", is().setEnvironment(Environment::account),
          "the environment of an account needs a user"},
-        {"descriptor", is().setInputDescriptor(-1),
-         "cannot open standard handle: Bad file descriptor"},
+        {"handle", is().setInputDescriptor(-1), "cannot open standard handle: Bad file descriptor"},
         {"large umask", is().setUmask(01000), mask},
         {"largest umask", is().setUmask(~0U), mask},
         {"negative time", is().setTimeLimit(-1ms), limit},
@@ -114,10 +111,10 @@ TEST_F(Command, RefusedStarts)
 
 TEST_F(Command, InputAndEnvironment)
 {
-    setenv("TARNIX_A", "1", 1);
-    setenv("TARNIX_B", "2", 1);
+    setenv("A", "1", 1);
+    setenv("B", "2", 1);
     const int file = open("/proc/sys/kernel/ostype", O_RDONLY | O_CLOEXEC);
-    const std::string large = repeated("abcdefg", 300000), echo = "echo $TARNIX_A-$TARNIX_B-$C";
+    const std::string large = repeated("abcdefg", 300000), echo = "echo $A-$B-$C";
     const auto cat = [] { return CCmnCommand({"cat"}); };
     const auto env = [] { return CCmnCommand({"env"}).setEnvironment(Environment::empty); };
     check({
@@ -127,9 +124,8 @@ TEST_F(Command, InputAndEnvironment)
         {"closed", shell("exec <&-; sleep 0.1; echo a").setInput(large), "|a"},
         {"from a descriptor", cat().setInputDescriptor(file), "|Linux"},
         {"inherited", shell(echo), "|1-2-"},
-        {"set", shell(echo).setVariable("TARNIX_B", "x=y").setVariable("C", "3"), "|1-x=y-3"},
-        {"unset", shell(echo).setVariable("C", "3").unsetVariable("TARNIX_A").unsetVariable("C"),
-         "|-2-"},
+        {"set", shell(echo).setVariable("B", "x=y").setVariable("C", "3"), "|1-x=y-3"},
+        {"unset", shell(echo).setVariable("C", "3").unsetVariable("A").unsetVariable("C"), "|-2-"},
         {"path", env().setVariable("PATH", "/usr/bin").setVariable("A", ""), "|PATH=/usr/bin|A="},
         {"default path", env(), ""},
     });
@@ -171,19 +167,15 @@ TEST_F(Command, SearchOfThePath)
         {"lost", tool("lost"), no + "lost" + missing},
         {"none", tool("none"), no + "none': Exec format error"},
         {"no name", tool(""), no + missing},
-        {"empty entry",
-         tool("head").setVariable("PATH", "/no:").setDirectory("/usr/bin").setInput("a"), "|a"},
+        {"empty", tool("cat").setVariable("PATH", "/no:").setDirectory("/bin").setInput("a"), "|a"},
     });
 }
 
 TEST_F(Command, OutputAndItsLimits)
 {
     const auto both = [] { return shell("printf 'o\\r\\n'; printf e >&2; echo l"); };
-    const auto three = [](const char* end = "") {
-        return shell(std::string("printf 'ab\\n\\ncd'") + end);
-    };
-    const char* const sleep = "; exec sleep 99";
-    const std::string stopped = "stopped at its output limit (signal 2)",
+    const std::string three = "printf 'ab\\n\\ncd'", sleep = "; exec sleep 99",
+                      stopped = "stopped at its output limit (signal 2)",
                       caller = "stopped by its caller ";
     check({
         {"together", both(), "|o|el"},
@@ -193,35 +185,33 @@ TEST_F(Command, OutputAndItsLimits)
         {"bytes apart", both().setKeepBytes(true).setStreams(Streams::apart),
          " bytes: o\r\nl\n error bytes: e"},
         {"line callback", both().setLineCallback(keep).setStreams(Streams::errorOnly), "|error: e"},
-        {"byte callback", three().setByteCallback(keep), "|ab\n\ncd"},
-        {"no callback", three().setByteCallback(keep).setLineCallback(nullptr), "|ab||cd"},
+        {"byte callback", shell(three).setByteCallback(keep), "|ab\n\ncd"},
+        {"no callback", shell(three).setByteCallback(keep).setLineCallback(nullptr), "|ab||cd"},
         {"enough", shell("echo enough; echo b; exec sleep 99").setLineCallback(keep),
          caller + "(signal 2)|enough"},
         {"enough at the end", shell("printf enough").setLineCallback(keep),
          caller + "(status 0)|enough"},
-        {"all bytes", three().setByteLimit(6), "|ab||cd"},
-        {"more bytes", three(sleep).setByteLimit(5), stopped + "|ab||c"},
-        {"all lines", three().setLineLimit(3), "|ab||cd"},
-        {"more lines", three(sleep).setLineLimit(2), stopped + "|ab|"},
+        {"all bytes", shell(three).setByteLimit(6), "|ab||cd"},
+        {"more bytes", shell(three + sleep).setByteLimit(5), stopped + "|ab||c"},
+        {"all lines", shell(three).setLineLimit(3), "|ab||cd"},
+        {"more lines", shell(three + sleep).setLineLimit(2), stopped + "|ab|"},
     });
     const SCmnCommandOutcome one =
         shell("printf a; printf b >&2").setStreams(Streams::apart).setLineLimit(1).run();
     EXPECT_EQ(one.lines.size() + one.errorLines.size(), 1U);
     EXPECT_EQ(one.reason, Reason::outputLimit);
-    CCmnCommand endless = shell("exec yes");
-    EXPECT_TRUE(endless.setByteLimit(1 << 20).setKeepBytes(true).run().bytes ==
+    EXPECT_TRUE(shell("exec yes").setByteLimit(1 << 20).setKeepBytes(true).run().bytes ==
                 repeated("y\n", 1 << 19));
 }
 
 TEST_F(Command, Stops)
 {
-    const auto slow = [](std::string_view text, Stream stream) {
-        return usleep(600000) == 0 && keep(text, stream);
-    };
+    const auto drop = [](auto, auto) { return usleep(1000) == 0; };
+    const auto slow = [](auto text, auto on) { return usleep(600000) == 0 && keep(text, on); };
     const auto ready = [](const std::string& trap) {
-        CCmnCommand command = shell(trap + "echo enough; while :; do sleep 0.01; done");
-        command.setStreams(Streams::outputOnly).setLineCallback(keep); // sh reports ends of sleep
-        return command;
+        return shell(trap + "echo enough; while :; do sleep 0.01; done")
+            .setStreams(Streams::outputOnly) // sh reports ends of sleep
+            .setLineCallback(keep);
     };
     const std::string time = "stopped after its time limit (signal 2)",
                       silence = "stopped after its silence limit (signal 2)",
@@ -231,12 +221,8 @@ TEST_F(Command, Stops)
         {"slow callback",
          shell("echo a; sleep 0.6; echo b").setSilenceLimit(500ms).setLineCallback(slow), "|a|b"},
         {"time", shell("exec sleep 99").setTimeLimit(20ms), time},
-        {"time while it prints",
-         shell("exec yes").setTimeLimit(20ms).setByteCallback([](auto, auto) { return true; }),
-         time},
-        {"background that prints",
-         shell("yes & sleep 0.05").setByteCallback([](auto, auto) { return usleep(1000) == 0; }),
-         ""},
+        {"time while it prints", shell("exec yes").setTimeLimit(20ms).setByteCallback(drop), time},
+        {"background that prints", shell("yes & sleep 0.05").setByteCallback(drop), ""},
         {"suspended",
          shell("trap 'echo ab; exit 7' USR1; kill -STOP $$")
              .setTimeLimit(50ms)
