@@ -25,39 +25,36 @@ using Platform = LeakCheck;
 
 constexpr char pipeName[] = R"(\\.\pipe\test)";
 
-HANDLE makeServer()
+HANDLE makeServer(const char* name = pipeName, DWORD mode = PIPE_ACCESS_DUPLEX)
 {
-    return CreateNamedPipeA(pipeName, PIPE_ACCESS_DUPLEX, 0, 1, 0, 0, 0, nullptr);
+    return CreateNamedPipeA(name, mode, 0, 1, 0, 0, 0, nullptr);
 }
-HANDLE makeClient()
+HANDLE makeClient(const char* name = pipeName, DWORD access = GENERIC_READ,
+                  DWORD how = OPEN_EXISTING)
 {
-    return CreateFileA(pipeName, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    return CreateFileA(name, access, FILE_SHARE_READ, nullptr, how, 0, nullptr);
 }
 HANDLE makeEvent() { return CreateEventA(nullptr, false, false, nullptr); }
+bool isOpen(HANDLE end) { return end != INVALID_HANDLE_VALUE; }
 
 // A runner that has started its child, and reads of one byte.
 struct Started : tarnix_cmn_4_4::CCmnExecPipeWindows {
-    HANDLE client = nullptr, process = nullptr;
-    DWORD pid = 0, count = 0, status = 0;
+    HANDLE &client = m_OutputHandle, &process = m_ProcessHandle;
+    DWORD& pid = m_ProcessId;
+    DWORD count = 0, status = 0;
     OVERLAPPED read{};
     char byte = 0;
 
     explicit Started(const std::string& command)
     {
         EXPECT_EQ(ExecPipe(command, ""), 0);
-        client = m_OutputHandle;
-        process = m_ProcessHandle;
-        pid = m_ProcessId;
         read.hEvent = m_ReadEvent;
     }
     BOOL readFrom(HANDLE end) { return ReadFile(end, &byte, 1, &count, &read); }
     BOOL result(BOOL wait = true) { return GetOverlappedResult(client, &read, &count, wait); }
     char next() { return readFrom(client) || result() ? byte : '-'; }
     // Waits until the child is a zombie, without the layer noticing.
-    bool awaitEnd() const
-    {
-        return waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WNOWAIT) == 0;
-    }
+    bool awaitEnd() const { return waitid(P_PID, pid, nullptr, WEXITED | WNOWAIT) == 0; }
 };
 
 TEST_F(Platform, HandlesAndPipeNames)
@@ -69,12 +66,12 @@ TEST_F(Platform, HandlesAndPipeNames)
     const HANDLE event = makeEvent();
     CloseHandle(event);
     const HANDLE next = makeEvent(), server = makeServer(), client = makeClient();
-    expectFailure(makeServer() != INVALID_HANDLE_VALUE, EBUSY);
+    expectFailure(isOpen(makeServer()), EBUSY);
     expectFailure(CloseHandle(event), EBADF); // `next` has its slot
-    expectFailure(makeClient() != INVALID_HANDLE_VALUE, EBUSY);
+    expectFailure(isOpen(makeClient()), EBUSY);
     for (HANDLE open : {next, server, client})
         EXPECT_TRUE(CloseHandle(open));
-    expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT); // the name has gone
+    expectFailure(isOpen(makeClient()), ENOENT); // the name has gone
     // Closes the last handle of a running child: a later close reaps the child.
     Started left("sleep 600");
     EXPECT_TRUE(CloseHandle(left.process));
@@ -97,12 +94,11 @@ TEST_F(Platform, ErrorTexts)
         {"into a buffer", FORMAT_MESSAGE_FROM_SYSTEM, ENOENT, L""},
     };
     for (const auto& test : cases) {
-        expectFailure(makeClient() != INVALID_HANDLE_VALUE, ENOENT);
+        expectFailure(isOpen(makeClient()), ENOENT);
         wchar_t* text = nullptr;
-        EXPECT_EQ(FormatMessageW(test.flags, nullptr, test.error, 0,
-                                 reinterpret_cast<wchar_t*>(&text), 0, nullptr),
-                  test.text.size())
-            << test.name;
+        const DWORD length = FormatMessageW(test.flags, nullptr, test.error, 0,
+                                            reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+        EXPECT_EQ(length, test.text.size()) << test.name;
         EXPECT_EQ(text != nullptr ? text : L"", test.text) << test.name;
         EXPECT_EQ(GetLastError(), DWORD(test.text.empty() ? EINVAL : ENOENT)) << test.name;
         LocalFree(text);
@@ -142,7 +138,7 @@ TEST_F(Platform, NoHandleLeft)
     for (HANDLE event = makeEvent(); event != nullptr; event = makeEvent())
         all.push_back(event);
     EXPECT_GT(all.size(), 65000U);
-    expectFailure(makeServer() != INVALID_HANDLE_VALUE, EMFILE);
+    expectFailure(isOpen(makeServer()), EMFILE);
     std::size_t freed = 0;
     while (freed < 20 && run("true").result != 0)
         CloseHandle(all[freed++]);
@@ -155,7 +151,6 @@ TEST_F(Platform, NoHandleLeft)
 TEST_F(Platform, ManualResetEvents)
 {
     const HANDLE event = CreateEventA(nullptr, true, false, nullptr);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
     EXPECT_EQ(waitForChild(forkChild([=] { return SetEvent(event) == 0; })), 0);
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT); // a copy of this process has no effect
     errno = ERANGE;
@@ -182,32 +177,22 @@ TEST_F(Platform, RefusedCalls)
     wchar_t space[] = L"Se Other", control[] = L"Se\x7f";
     DWORD count = 0;
     OVERLAPPED state{};
-    HANDLE made = nullptr;
-    STARTUPINFOA startup{sizeof startup, STARTF_USESTDHANDLES, server, server, server},
-        noHandles = startup, noFile = startup;
-    noHandles.dwFlags = 0;
-    noFile.hStdError = event;
+    HANDLE made = event, policy = nullptr;
+    STARTUPINFOA startup{sizeof startup, STARTF_USESTDHANDLES, server, server, server};
     PROCESS_INFORMATION information{};
     LSA_OBJECT_ATTRIBUTES attributes{};
     LSA_UNICODE_STRING text{8, 8, space}, withSpace{32, 32, space}, empty{0, 0, space},
         withControl{12, 12, control};
-    LsaOpenPolicy(nullptr, &attributes, 0, &made);
-    const HANDLE policy = made;
+    LsaOpenPolicy(nullptr, &attributes, 0, &policy);
     char account[] = "second", noAccount[] = "", twoWords[] = "a b";
     const auto waits = [&](DWORD number, const HANDLE* handles, BOOL forAll, BOOL alertable) {
         return WaitForMultipleObjectsEx(number, handles, forAll, 0, alertable) != WAIT_FAILED;
     };
-    const auto pipe = [](const char* name, DWORD mode) {
-        return CreateNamedPipeA(name, mode, 0, 1, 0, 0, 0, nullptr) != INVALID_HANDLE_VALUE;
-    };
-    const auto file = [](const char* name, DWORD access, DWORD disposition) {
-        return CreateFileA(name, access, 0, nullptr, disposition, 0, nullptr) !=
-               INVALID_HANDLE_VALUE;
-    };
     const auto duplicate = [&](HANDLE from, HANDLE handle, HANDLE to, HANDLE* target, DWORD how) {
         return DuplicateHandle(from, handle, to, target, 0, false, how);
     };
-    const auto start = [&](STARTUPINFOA& with) {
+    const auto start = [&](DWORD flags, HANDLE error) {
+        STARTUPINFOA with{sizeof with, flags, server, server, error};
         return CreateProcessA(nullptr, command, nullptr, nullptr, false, 0, nullptr, nullptr, &with,
                               &information);
     };
@@ -227,11 +212,11 @@ TEST_F(Platform, RefusedCalls)
         {"alertable wait", [&] { return waits(1, events.data(), false, true); }, ENOTSUP},
         {"wait for a pipe", [&] { return waits(1, &client, false, false); }, EBADF},
         {"signalled event", [&] { return CreateEventA(nullptr, true, true, nullptr); }, ENOTSUP},
-        {"name of no pipe", [&] { return pipe(R"(\\.\pipe/x)", PIPE_ACCESS_DUPLEX); }, EINVAL},
-        {"no direction", [&] { return pipe(pipeName, 4); }, EINVAL},
-        {"new file", [&] { return file("NUL", GENERIC_READ, 1); }, EINVAL},
-        {"written pipe", [&] { return file(pipeName, GENERIC_WRITE, OPEN_EXISTING); }, EINVAL},
-        {"closed descriptor", [&] { return openDescriptor(-1) != INVALID_HANDLE_VALUE; }, EBADF},
+        {"name of no pipe", [] { return isOpen(makeServer(R"(\\.\pipe/x)")); }, EINVAL},
+        {"no direction", [] { return isOpen(makeServer(pipeName, 4)); }, EINVAL},
+        {"new file", [] { return isOpen(makeClient("NUL", GENERIC_READ, 1)); }, EINVAL},
+        {"written pipe", [] { return isOpen(makeClient(pipeName, GENERIC_WRITE)); }, EINVAL},
+        {"closed descriptor", [] { return isOpen(openDescriptor(-1)); }, EBADF},
         {"read, no state", [&] { return ReadFile(client, bytes, 1, &count, nullptr); }, EINVAL},
         {"read, no size", [&] { return ReadFile(client, bytes, 0, &count, &state); }, EINVAL},
         {"read of a server", [&] { return ReadFile(server, bytes, 1, &count, &state); }, EBADF},
@@ -242,8 +227,8 @@ TEST_F(Platform, RefusedCalls)
         {"to a process", [&] { return duplicate(self, event, nullptr, &made, same); }, EINVAL},
         {"other access", [&] { return duplicate(self, event, self, &made, 1); }, EINVAL},
         {"duplicate of none", [&] { return duplicate(self, self, self, &made, same); }, EBADF},
-        {"no standard handles", [&] { return start(noHandles); }, EINVAL},
-        {"handle of no file", [&] { return start(noFile); }, EBADF},
+        {"no standard handles", [&] { return start(0, server); }, EINVAL},
+        {"handle of no file", [&] { return start(STARTF_USESTDHANDLES, event); }, EBADF},
         {"signal to an event", [&] { return sendSignal(event, SIGCONT); }, EBADF},
         {"no module", [&] { return DisableThreadLibraryCalls(nullptr); }, EINVAL},
         {"no attributes", [&] { return LsaOpenPolicy(nullptr, nullptr, 0, &made) == 0; }, EINVAL},
@@ -287,8 +272,7 @@ TEST_F(Platform, WritesPendAndCanBeCancelled)
     DWORD count = 0, read = 0;
     OVERLAPPED state{}, readState{};
     const auto write = [&](HANDLE signalled) {
-        state = {};
-        state.hEvent = signalled;
+        state = {0, 0, 0, 0, signalled, 0};
         return WriteFile(server, text.data(), 100000, &count, &state);
     };
     const auto result = [&](BOOL w) { return GetOverlappedResult(server, &state, &count, w); };
@@ -342,8 +326,7 @@ TEST_F(Platform, ClockAndVersion)
     EXPECT_GE(seconds, before);
     EXPECT_LE(seconds, Clock::to_time_t(Clock::now()));
     EXPECT_EQ(now.wDayOfWeek, gmtime(&seconds)->tm_wday);
-    OSVERSIONINFOW version{};
-    version.dwOSVersionInfoSize = sizeof version;
+    OSVERSIONINFOW version{sizeof version, 0, 0, 0, 0, {}};
     EXPECT_TRUE(GetVersionExW(&version) && version.dwMajorVersion > 0);
 }
 
