@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <climits>
 #include <csignal>
+#include <iterator>
 #include <thread>
 
 using namespace tarnix_platform;
@@ -45,13 +46,15 @@ struct Rights : LeakCheck {
     static bool isHeld() { return holdsRight("second", "SeOther"); }
 
     const ScratchDirectory m_Scratch;
-    const std::string m_File = m_Scratch.path("rights");
+    const std::string m_File = m_Scratch.path("rights"), m_Lock = m_File + ".lock";
     AddedRights m_Added;
 };
 
+// Ends a child. Its status.
+int killed(pid_t child) { return kill(child, SIGKILL) == 0 ? waitForChild(child) : -1; }
+
 TEST_F(Rights, ThatOthersMayWriteAreRefused)
 {
-    const std::string lock = m_Scratch.path("rights.lock");
     const uid_t self = geteuid();
     const struct {
         const char* name;
@@ -71,14 +74,14 @@ TEST_F(Rights, ThatOthersMayWriteAreRefused)
         SCOPED_TRACE(test.name);
         chmod(m_File.c_str(), test.fileMode);
         chmod(m_Scratch.path().c_str(), test.directoryMode);
-        std::filesystem::remove(lock);
+        std::filesystem::remove(m_Lock);
         const int given = chown(m_File.c_str(), test.owner, getegid());
         EXPECT_EQ(given == 0, self == 0 || test.owner == self);
         EXPECT_EQ(holdsRight("holder", "SeBatchLogonRight"), test.isTrusted);
         SetLastError(0);
         EXPECT_EQ(add(), test.isTrusted);
         EXPECT_EQ(GetLastError(), test.isTrusted ? 0U : static_cast<DWORD>(EPERM));
-        EXPECT_EQ(std::filesystem::exists(lock), test.isDirectoryTrusted);
+        EXPECT_EQ(std::filesystem::exists(m_Lock), test.isDirectoryTrusted);
         m_Added = AddedRights();
     }
 }
@@ -120,29 +123,27 @@ TEST_F(Rights, UnusablePaths)
 // Whoever can open the lock file can hold the lock. A process that is forked meanwhile cannot.
 TEST_F(Rights, TheLockIsTheOwnersAlone)
 {
-    const std::string lock = m_Scratch.path("rights.lock");
     m_Scratch.write("rights.lock", "");
-    chmod(lock.c_str(), 0644);
+    chmod(m_Lock.c_str(), 0644);
     EXPECT_TRUE(add());
-    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(std::filesystem::status(m_Lock).permissions(), std::filesystem::perms(0600));
     pid_t forked = -1;
-    const UniqueFd file = openFile(lock.c_str(), O_RDWR);
+    const UniqueFd file = openFile(m_Lock.c_str(), O_RDWR);
     {
         FileLock held;
-        EXPECT_TRUE(held.acquire(file.get(), lock));
+        EXPECT_TRUE(held.acquire(file.get(), m_Lock));
         forked = forkChild([] { return pause() == 0; });
         expectFailure(add(), ETIMEDOUT);
     }
     EXPECT_TRUE(add());
     EXPECT_TRUE(remove());
-    kill(forked, SIGKILL);
-    waitForChild(forked);
-    if (chown(lock.c_str(), 61001, getegid()) == 0)
+    EXPECT_EQ(killed(forked), SIGKILL);
+    if (chown(m_Lock.c_str(), 61001, getegid()) == 0)
         expectFailure(add(), EPERM);
-    std::filesystem::remove(lock);
-    std::filesystem::create_symlink("rights", lock);
+    std::filesystem::remove(m_Lock);
+    std::filesystem::create_symlink("rights", m_Lock);
     expectFailure(add(), ELOOP);
-    expectFailure(FileLock().acquire(-1, lock), EBADF); // at once
+    expectFailure(FileLock().acquire(-1, m_Lock), EBADF); // at once
 }
 
 // A process adds a right, and removes it when the file is somewhere else, or cannot be written.
@@ -155,9 +156,8 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
     const std::string present = m_Scratch.path("d/rights");
     UniqueFd newLock;
     const auto holdNewLock = [&] {
-        const std::string lock = m_Scratch.path("d/rights.lock");
-        std::filesystem::remove(lock);
-        newLock = openFile(lock.c_str(), O_RDWR | O_CREAT, 0600);
+        std::filesystem::remove(present + ".lock");
+        newLock = openFile((present + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
         EXPECT_EQ(flock(newLock.get(), LOCK_EX), 0);
     };
     const struct {
@@ -182,15 +182,14 @@ TEST_F(Rights, ThatWereAddedAreRemovedInTrouble)
         setRightsFile(present.c_str());
         EXPECT_TRUE(add());
         test.trouble();
-        const bool isRemoved = remove();
-        const DWORD error = isRemoved ? 0 : GetLastError();
+        const DWORD error = remove() ? 0 : GetLastError();
         newLock.reset();
         EXPECT_EQ(seteuid(user), 0);
         setLimit(RLIMIT_FSIZE, RLIM_INFINITY); // a failure is written to a file
         chmod(present.c_str(), 0644);
         EXPECT_EQ(error, static_cast<DWORD>(test.error));
         setRightsFile(m_Scratch.path(test.file).c_str());
-        EXPECT_EQ(isHeld(), !isRemoved);
+        EXPECT_EQ(isHeld(), error != 0);
         EXPECT_TRUE(remove()); // the second attempt
         expectFailure(isHeld(), EACCES);
     }
@@ -299,8 +298,7 @@ TEST_F(Rights, WithoutProc)
             return true;
         }
         EXPECT_TRUE(isHeld() && isLeftover("a" + disowned(" #added 12 3")));
-        AddedRights none;
-        expectFailure(addRights("third", {"SeOther"}, none), ENOENT);
+        expectFailure(add(), ENOENT);
         return !HasFailure();
     });
     EXPECT_EQ(waitForChild(child), 0);
@@ -324,10 +322,7 @@ TEST_F(Rights, WithoutAStandardDescriptor)
 std::string statusField(pid_t process, int number)
 {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string field;
-    for (int i = 0; i < number; ++i)
-        file >> field;
-    return field;
+    return *std::next(std::istream_iterator<std::string>(file), number - 1);
 }
 
 // A right that a process has added ends with the process, and with the program that it runs.
@@ -372,8 +367,7 @@ TEST_F(Rights, Marks)
     while (statusField(child, 3) != "Z")
         Sleep(0);
     EXPECT_TRUE(holds(child, rest));
-    kill(child, SIGKILL);
-    waitForChild(child);
+    EXPECT_EQ(killed(child), SIGKILL);
 }
 
 } // namespace
