@@ -11,6 +11,8 @@
 #include <unicode/messagepattern.h>
 #include <unicode/msgfmt.h>
 
+#include <sstream>
+
 using namespace tarnix_cmn_4_4;
 using icu::Formattable;
 
@@ -74,23 +76,26 @@ static tstr formatByIcu(const tstr& pattern, const std::vector<Formattable>& arg
     const icu::MessageFormat format(CCmnStringTool::tstr2ustr(pattern), locale, status);
     icu::UnicodeString output;
     icu::FieldPosition position(icu::FieldPosition::DONT_CARE);
-    if (U_SUCCESS(status))
-        format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output,
-                      position, status);
+    format.format(arguments.data(), static_cast<std::int32_t>(arguments.size()), output, position,
+                  status);
     const bool nothing = U_FAILURE(status) && output.isEmpty();
     return nothing || nestsDeeper(pattern, kMaxNesting) ? pattern
                                                         : CCmnStringTool::ustr2tstr(output);
 }
 
-static void fuzzText(FuzzInput input)
+void fuzz(FuzzInput input)
 {
+    static const bool isCounted = countIcuMemory();
+    require(isCounted, "the memory of ICU is counted");
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status);
-    const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(input.until('\n')));
+    FuzzInput large = input;
+    std::istringstream lines(large.byte() == 1 ? large.expanded(4000) : input.rest());
+    std::string line, language;
+    std::getline(lines, line);
+    const tstr pattern = CCmnStringTool::ustr2tstr(CCmnStringTool::str2ustr(line));
     std::vector<Formattable> arguments;
-    std::string language;
-    while (input.hasMore()) {
-        const std::string line = input.until('\n');
+    while (std::getline(lines, line)) {
         if (line.c_str()[0] == 'L')
             language = line.substr(1).c_str();
         else
@@ -115,15 +120,4 @@ static void fuzzText(FuzzInput input)
     require(message.formatInLanguage(pattern, language) == formatByIcu(pattern, arguments, locale),
             "the text of ICU in the language");
     require(message.serialize()->text == serialized, "formatting does not change the message");
-}
-
-void fuzz(FuzzInput input)
-{
-    static const bool isCounted = countIcuMemory();
-    require(isCounted, "the memory of ICU is counted");
-    std::string text = input.rest();
-    if (!text.empty() && text[0] == '\1')
-        text = FuzzInput(reinterpret_cast<const std::uint8_t*>(text.data()) + 1, text.size() - 1)
-                   .expanded(4000);
-    fuzzText(FuzzInput(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
