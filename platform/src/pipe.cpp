@@ -85,7 +85,7 @@ void Pipe::closeClient()
 void Pipe::setWriter(HANDLE process)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Ahead != nullptr) {
+    if (m_Ahead) {
         m_Ahead->writer.store(process, std::memory_order_relaxed);
         setOutput(process, m_Ahead.get(), process);
     }
