@@ -258,9 +258,14 @@ TEST_F(Command, StopFromAnywhere)
     });
     command = *&command; // keeps the stop
     EXPECT_EQ(textOf(command.run()), "not started: a stop was requested before the start");
+    CCmnCommand started = shell("echo; exec sleep 99").setLineCallback([](auto, auto) {
+        return ualarm(20000, 0) == 0; // later, its output is usually awaited
+    });
+    stoppedByAlarm = &started;
+    EXPECT_EQ(textOf(started.run()), "stopped by its caller (signal 9)");
+    stoppedByAlarm = &command;
     command.resetStop();
-    ualarm(50000, 0);
-    EXPECT_EQ(textOf(command.run()), "stopped by its caller (signal 9)");
+    command.kill();
     CCmnCommand copy(command), other(std::move(copy));
     command = copy = other.setTimeLimit(20ms); // takes the kill back; the copy had been moved from
     for (const CCmnCommand* each : {&command, &copy})
