@@ -47,9 +47,9 @@ build() {
 }
 
 # The build that is packaged, with the debug information that has a package of its own. The arguments are
-# options of cmake.
+# options of cmake. No compiler cache: it names sources relative to the build, and the packages would depend on it.
 package_tree=build/package-tree
 configure_package_tree() {
     cmake --preset release -B "$package_tree" "-DCMAKE_CXX_FLAGS_RELEASE=-O3 -DNDEBUG -g" \
-        -DTARNIX_BUILD_TESTS=OFF -DTARNIX_BUILD_EXAMPLES=OFF "$@"
+        -DTARNIX_BUILD_TESTS=OFF -DTARNIX_BUILD_EXAMPLES=OFF -DCMAKE_CXX_COMPILER_LAUNCHER= "$@"
 }
