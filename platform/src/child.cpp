@@ -148,15 +148,14 @@ TARNIX_CHILD_SIDE void executeFile(const char* path, const ChildSide& child)
 {
     constexpr long firstPause = 1000000; // nanoseconds
     constexpr long lastPause = 128 * firstPause;
-    for (long pause = firstPause; pause <= lastPause; pause *= 2) {
+    for (long pause = firstPause;; pause *= 2) {
         ::syscall(SYS_execve, path, child.arguments, child.environment);
-        if (errno != ETXTBSY) {
+        if (errno != ETXTBSY || pause > lastPause) {
             return;
         }
         const timespec interval{0, pause};
         ::syscall(SYS_nanosleep, &interval, nullptr);
     }
-    ::syscall(SYS_execve, path, child.arguments, child.environment);
 }
 
 // As execvp: if a directory of the search has the program but it may not be executed, the error is

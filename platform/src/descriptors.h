@@ -14,8 +14,8 @@ namespace tarnix_platform
 {
 
 // Empty if the file cannot be opened. The mode is for a file that is created.
-UniqueFd openFile(const char* path, int flags, mode_t mode = {});
-UniqueFd openFileAt(int directory, const char* path, int flags, mode_t mode = {});
+UniqueFd openFile(const char* path, int flags, mode_t mode = 0);
+UniqueFd openFileAt(int directory, const char* path, int flags, mode_t mode = 0);
 
 // The number of bytes read, 0 at the end of the file; -1 on failure.
 ssize_t readSome(int fd, void* buffer, std::size_t size);

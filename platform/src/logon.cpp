@@ -245,7 +245,7 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffe
         return fail(ERANGE);
     }
     unsigned char* at = static_cast<unsigned char*>(buffer) + sizeof(TOKEN_USER);
-    const TOKEN_USER user{{at, {}}};
+    const TOKEN_USER user{{at, 0}};
     std::memcpy(buffer, &user, sizeof user);
     std::memcpy(at, name.c_str(), sidSize);
     return true;

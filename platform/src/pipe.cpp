@@ -143,7 +143,7 @@ BOOL Pipe::read(const std::shared_ptr<PipeEnd>& self, void* buffer, DWORD size, 
     if (m_Pending.buffer != nullptr) {
         return refuseRead(*overlapped, EBUSY);
     }
-    overlapped->Pending = {};
+    overlapped->Pending = 0;
     switch (m_Ahead->empty() ? fill() : ReadState::data) {
     case ReadState::data:
         *count = takeBytes(buffer, size);
@@ -241,7 +241,7 @@ BOOL Pipe::write(const std::shared_ptr<PipeEnd>& self, const void* buffer, DWORD
     if (m_Write.bytes != nullptr) {
         return refuseRead(*overlapped, EBUSY);
     }
-    overlapped->Pending = {};
+    overlapped->Pending = 0;
     // Nobody else uses this end: a child gets the other one as its input.
     m_Write = PendingWrite{static_cast<const char*>(buffer), size, 0, nullptr};
     const int error = makeNonBlocking(m_WriteFd.get()) ? writeMore() : errno;
@@ -302,7 +302,7 @@ void Pipe::store(const Outcome& outcome, OVERLAPPED& state)
     const bool known = state.Pending == outcome.number;
     state.Internal = known ? outcome.status : ECANCELED;
     state.InternalHigh = known ? outcome.count : 0;
-    state.Pending = {};
+    state.Pending = 0;
 }
 
 void Pipe::writeOutcome(OVERLAPPED& state) const

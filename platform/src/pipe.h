@@ -115,7 +115,7 @@ private:
 
     ReadState fill();
     DWORD takeBytes(void* buffer, DWORD size);
-    void finish(ULONG_PTR status, DWORD count = {});
+    void finish(ULONG_PTR status, DWORD count = 0);
     static void store(const Outcome& outcome, OVERLAPPED& state);
     int writeMore();
     void finishWrite(int error);

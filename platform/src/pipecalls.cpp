@@ -123,7 +123,7 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* count, BOOL
         const std::shared_ptr<PipeEnd> end = find<PipeEnd>(file);
         if (!end) {
             overlapped->Internal = ECANCELED; // CloseHandle has cancelled it
-            overlapped->Pending = {};
+            overlapped->Pending = 0;
             return fail(ECANCELED);
         }
         const bool isWrite = end->side() == Side::server;
