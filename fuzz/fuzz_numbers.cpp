@@ -7,7 +7,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
-#include <cmath>
 #include <cstring>
 #include <limits>
 #include <tuple>

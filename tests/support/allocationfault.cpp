@@ -3,6 +3,9 @@
 
 #include <unicode/uclean.h>
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -17,25 +20,31 @@ void* allocate(std::size_t size, void* former = nullptr, bool throwing = false)
     if (Fault::failing > 0 &&
         (Fault::laterToo ? number >= Fault::failing : number == Fault::failing))
         return nullptr;
+    const std::size_t formerSize = malloc_usable_size(former);
     void* const memory = std::realloc(former, size > 0 ? size : 1);
-    AllocationFault::liveBlocks += memory != nullptr && former == nullptr ? 1 : 0;
+    if (memory != nullptr) {
+        Fault::liveBlocks += former == nullptr ? 1 : 0;
+        Fault::liveBytes += malloc_usable_size(memory) - formerSize;
+        Fault::mostBytes = std::max(Fault::mostBytes, Fault::liveBytes);
+    }
     return memory;
 }
 
 void release(void* memory)
 {
     AllocationFault::liveBlocks -= memory != nullptr ? 1 : 0;
+    AllocationFault::liveBytes -= malloc_usable_size(memory);
     std::free(memory);
 }
 
 // ICU accepts its functions only before its first use.
-const UErrorCode g_icu = [] {
+const bool g_isIcuCounted = [] {
     UErrorCode status = U_ZERO_ERROR;
     u_setMemoryFunctions(
         nullptr, [](const void*, std::size_t size) { return allocate(size); },
         [](const void*, void* former, std::size_t size) { return allocate(size, former); },
         [](const void*, void* memory) { release(memory); }, &status);
-    return status;
+    return U_SUCCESS(status) || (std::abort(), false);
 }();
 
 } // namespace

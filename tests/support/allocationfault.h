@@ -17,8 +17,9 @@ struct AllocationFault {
     }
     ~AllocationFault() { ++pauses; }
 
-    static inline int liveBlocks = 0;                    // allocated and not freed
-    static inline std::size_t requests = 0, failing = 0; // since the last object was made
+    static inline int liveBlocks = 0;                       // allocated and not freed
+    static inline std::size_t liveBytes = 0, mostBytes = 0; // of them; the most since it was set
+    static inline std::size_t requests = 0, failing = 0;    // since the last object was made
     static inline bool throwingOnly = false, laterToo = false;
     static inline int pauses = 1;
 };
