@@ -16,7 +16,7 @@ namespace
 // A catalog of a client, which cannot be opened in Dutch.
 struct ClientCatalog : CCmnMessageCatalog {
     ClientCatalog(const tstr& name, const char* language) : CCmnMessageCatalog(name, language) {}
-    int init() override { return m_Language == "nl" ? 1 : 0; }
+    int init() override { return m_Language == "nl" ? 1 : CCmnMessageCatalog::init(); }
     tstr getMessage(const std::string& key, const wchar_t* defaultText) const override
     {
         return key == "who" ? tstr(L"client") : tstr(defaultText);
@@ -144,6 +144,7 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
         {{"zh_TW"}, "who", "listed: zh_Hant [zh_Hant]", "zh_TW,zh_Hant_TW,zh_Hant,"},
         {{"sr_Latn", "\tde ;q=0.8"}, "who", "listed: de {0} [de]", "sr_Latn,"},
         {{}, "who", "listed: de {0} [de]", "", "DE"},
+        {{}, "who", "listed: root {0} [root]", "own_words,own,", "own-words"},
         {{"de@x=/", "de@x=" + std::string(60, 'y')}, "who", "listed: root {0} [root]", "", ""},
         {{"fr"}, "none", "{0} []", "", "en", L"{0}"},
         {{"../libapp/ja_JP", "xx", "de_QQ", "de_Xxxx"}, "who", "listed: root {0} [root]"}};

@@ -88,6 +88,7 @@ TEST(Message, Deserializes)
     const std::pair<std::string, const char*> cases[] = {
         {five, "old 7 1 {1}"},
         {"<SERIALIZED_MESSAGE>" + five, "old 7 5 {1}"},
+        {"<SERIALIZED_MESSAGE><ARGVALUE INDEX=2>5<", "old 7 {0} {1}"},
         {"<SERIALIZED_MESSAGE MSGID=new SEVERITY=3>", "new 3 {0} {1}"}};
     for (const auto& [text, content] : cases) {
         CCmnIcuMessage message = makeMessage({1}, "old");

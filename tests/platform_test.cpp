@@ -11,6 +11,7 @@
 #include <security/pam_appl.h>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/ptrace.h>
 
 #include <chrono>
@@ -103,6 +104,9 @@ TEST_F(Platform, ErrorTexts)
         EXPECT_EQ(GetLastError(), DWORD(test.text.empty() ? EINVAL : ENOENT)) << test.name;
         LocalFree(text);
     }
+    const std::size_t used = mallinfo2().uordblks;
+    LocalFree(wcsdup(std::wstring(2000, L'x').c_str()));
+    EXPECT_EQ(mallinfo2().uordblks, used);
     expectFailure(FormatMessageW(flags, nullptr, ENOENT, 0, nullptr, 0, nullptr) != 0, EINVAL);
     // It does not mention the subject of an earlier failure.
     SetLastError(ENOENT);
@@ -229,6 +233,7 @@ TEST_F(Platform, RefusedCalls)
         {"duplicate of none", [&] { return duplicate(self, self, self, &made, same); }, EBADF},
         {"no standard handles", [&] { return start(0, server); }, EINVAL},
         {"handle of no file", [&] { return start(STARTF_USESTDHANDLES, event); }, EBADF},
+        {"no counters", [&] { return K32GetProcessMemoryInfo(event, nullptr, 0); }, EINVAL},
         {"signal to an event", [&] { return sendSignal(event, SIGCONT); }, EBADF},
         {"no module", [&] { return DisableThreadLibraryCalls(nullptr); }, EINVAL},
         {"no attributes", [&] { return LsaOpenPolicy(nullptr, nullptr, 0, &made) == 0; }, EINVAL},
