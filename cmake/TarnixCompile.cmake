@@ -46,7 +46,7 @@ endif()
 if(TARNIX_SANITIZE)
   add_compile_options(-fsanitize=${TARNIX_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
-  # It opens a pipe, and takes it for an error if the test has left no descriptor.
-  add_compile_options($<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=vptr>)
+  # The check of types opens a pipe, and takes it for an error if a test has left no descriptor.
+  add_compile_options(-fno-sanitize=vptr)
   add_link_options(-fsanitize=${TARNIX_SANITIZE})
 endif()

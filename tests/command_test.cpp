@@ -1,6 +1,7 @@
 // CCmnCommand from end to end: what each option does to the outcome, without any leak.
 #include "cmncommand.h"
 #include "cmnstringtool.h"
+#include "support/brief.h"
 #include "support/command.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
@@ -420,9 +421,10 @@ TEST_F(Command, SameAsExec)
         const Outcome expected = run(text);
         const SCmnCommandOutcome got =
             (i % 2 == 0 ? CCmnCommand::fromText(text) : shell(script)).run();
-        EXPECT_EQ(got.lines, expected.lines) << script;
-        EXPECT_EQ(got.signal, expected.signal) << script;
-        EXPECT_EQ(got.signal != 0 ? 128 + got.signal : got.status, expected.status) << script;
+        SCOPED_TRACE(brief(script));
+        ASSERT_EQ(brief(got.lines), brief(expected.lines));
+        ASSERT_EQ(got.signal, expected.signal);
+        ASSERT_EQ(got.signal != 0 ? 128 + got.signal : got.status, expected.status);
     }
     ualarm(0, 0);
 }

@@ -7,8 +7,6 @@
 
 #include <sys/xattr.h>
 
-#include <algorithm>
-
 using namespace tarnix_cmn_4_4;
 namespace fs = std::filesystem;
 
@@ -188,7 +186,7 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
     for (int i = 10000; i < 35000; ++i) {
         const std::string name = std::to_string(i) + std::string(249, 'n'); // and another letter
         values += '"' + name + "aq"[i % 2] + "\"=\"\"\n";                   // one hash bucket
-        sections += '[' + name + static_cast<char>('a' + i % 16) + "]\n";   // all of them
+        sections += '[' + name + static_cast<char>('a' + i % 26) + "]\n";   // all of them
     }
     const std::string levels = '[' + repeated("s\\", 127) + 's';
     const struct {

@@ -2,7 +2,6 @@
 // as the only source, and without a network.
 #include "cmnnetwork.h"
 #include "platform.h"
-#include "platform_network.h"
 #include "support/fixture.h"
 #include "support/repeat.h"
 #include "support/scratchdirectory.h"

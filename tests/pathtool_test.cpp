@@ -1,6 +1,5 @@
 // Paths of the product's files, and the registry that they depend on.
 #include "cmnpathtool.h"
-#include "cmnstringtool.h"
 #include "support/scratchinstallation.h"
 
 #include <gtest/gtest.h>

@@ -3,6 +3,7 @@
 #include "filelock.h"
 #include "rightsfile.h"
 #include "rightsline.h"
+#include "support/brief.h"
 #include "support/failure.h"
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
@@ -12,7 +13,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <iterator>
@@ -83,6 +83,11 @@ TEST_F(Rights, ThatOthersMayWriteAreRefused)
         EXPECT_EQ(GetLastError(), test.isTrusted ? 0U : static_cast<DWORD>(EPERM));
         EXPECT_EQ(std::filesystem::exists(m_Lock), test.isDirectoryTrusted);
         m_Added = AddedRights();
+    }
+    if (self == 0) { // whose files everybody trusts
+        EXPECT_TRUE(chown(m_File.c_str(), 0, 0) == 0 && seteuid(61001) == 0);
+        EXPECT_TRUE(holdsRight("holder", "SeBatchLogonRight"));
+        EXPECT_EQ(seteuid(0), 0);
     }
 }
 
@@ -240,14 +245,14 @@ TEST_F(Rights, OfAnAccount)
         return LsaNtStatusToWinError(LsaEnumerateAccountRights(policy, account, &rights, &count));
     };
     EXPECT_EQ(enumerate(second), 0U);
-    std::vector<std::wstring> names;
+    std::vector<std::string> names;
     for (DWORD i = 0; i < count; ++i) {
-        names.emplace_back(rights[i].Buffer);
-        EXPECT_EQ(rights[i].Length, names[i].size() * sizeof(wchar_t));
+        const std::wstring name = rights[i].Buffer;
+        EXPECT_EQ(rights[i].Length, name.size() * sizeof(wchar_t));
         EXPECT_EQ(rights[i].MaximumLength, rights[i].Length + sizeof(wchar_t));
+        names.push_back(brief(std::string(name.begin(), name.end())));
     }
-    EXPECT_EQ(names, (std::vector<std::wstring>{L"Se1", std::wstring(longest.size(), L'l'), L"Se4",
-                                                L"Se~"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"Se1", brief(longest), "Se4", "Se~"}));
     EXPECT_EQ(LsaRemoveAccountRights(policy, second, false, rights + 2, 2), 0); // not its own
     EXPECT_EQ(LsaFreeMemory(rights), 0);
     EXPECT_EQ(enumerate(third), DWORD{ENOENT});

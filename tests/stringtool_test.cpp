@@ -1,6 +1,7 @@
 // The text functions where the fuzzers do not reach, or have nothing to compare with.
 #include "cmnasciirun.h"
 #include "cmnstringtool.h"
+#include "support/brief.h"
 #include "support/repeat.h"
 #include "support/testlocale.h"
 
