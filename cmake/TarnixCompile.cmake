@@ -46,7 +46,7 @@ endif()
 if(TARNIX_SANITIZE)
   add_compile_options(-fsanitize=${TARNIX_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
-  # The check of types opens a pipe, and takes it for an error if a test has left no descriptor.
+  # The check of types opens a pipe, and reports an error when a test has used up all descriptors.
   add_compile_options(-fno-sanitize=vptr)
   add_link_options(-fsanitize=${TARNIX_SANITIZE})
 endif()

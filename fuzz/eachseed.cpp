@@ -1,6 +1,6 @@
-// libFuzzer's program for an ordinary build. Without instrumentation for coverage, libFuzzer itself
-// would change nearly always the same seed; this one changes each of them equally often. To start a
-// program for each seed would take 80 ms.
+// libFuzzer's main for an ordinary build. Without coverage instrumentation libFuzzer would nearly
+// always change the same seed; this changes each equally often. A process for each seed would cost
+// 80 ms each.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -17,7 +17,8 @@ std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::s
 static std::vector<std::string> g_seeds;
 static std::size_t g_changes = 0;
 
-// libFuzzer makes five changes to an input, one on top of the other, before it takes the next one.
+// With -mutate_depth=5 libFuzzer makes five changes to an input, one on top of the other, before it
+// takes the next one.
 std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t most,
                                     unsigned)
 {
@@ -32,7 +33,7 @@ std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::s
 int main(int argc, char** argv)
 {
     return LLVMFuzzerRunDriver(&argc, &argv, [](const std::uint8_t* data, std::size_t size) {
-        if (g_changes == 0) // the seeds come first
+        if (g_changes == 0 && size > 0) // the seeds come first, after an empty input
             g_seeds.emplace_back(data, data + size);
         return LLVMFuzzerTestOneInput(data, size);
     });

@@ -1,5 +1,5 @@
 // Bounds for the time and the memory that an input may take, in proportion to its size. The program
-// is linked with allocationfault.cpp, which counts the memory.
+// must be linked with allocationfault.cpp, which counts the memory.
 #ifndef TARNIX_FUZZBOUNDS_H
 #define TARNIX_FUZZBOUNDS_H
 

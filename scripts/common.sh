@@ -47,7 +47,8 @@ build() {
 }
 
 # The build that is packaged, with the debug information that has a package of its own. The arguments are
-# options of cmake. No compiler cache: it names sources relative to the build, and the packages would depend on it.
+# options of cmake. No compiler cache: it writes the names of sources relative to the
+# build, so the debug information, and with it the packages, would differ.
 package_tree=build/package-tree
 configure_package_tree() {
     cmake --preset release -B "$package_tree" "-DCMAKE_CXX_FLAGS_RELEASE=-O3 -DNDEBUG -g" \

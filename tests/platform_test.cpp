@@ -104,6 +104,7 @@ TEST_F(Platform, ErrorTexts)
         EXPECT_EQ(GetLastError(), DWORD(test.text.empty() ? EINVAL : ENOENT)) << test.name;
         LocalFree(text);
     }
+    // Larger than the blocks that the C library keeps for a thread, which count as used.
     const std::size_t used = mallinfo2().uordblks;
     LocalFree(wcsdup(std::wstring(2000, L'x').c_str()));
     EXPECT_EQ(mallinfo2().uordblks, used);

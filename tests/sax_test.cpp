@@ -228,6 +228,8 @@ TEST(Sax, LimitsOfAParser)
         {"no attributes", with(&L::attributes, 0), "<r a=''/>", false},
         {"content", limits, model(1000), true},
         {"content, too much", limits, model(1001), false},
+        {"entity that is not read, in a comment", limits,
+         document("<!ENTITY e SYSTEM 'x'>", "<r><!--" + repeated("&e;", 6000) + "--></r>"), true},
         {"unknown encoding", limits, vague + std::string((256 << 10) - vague.size(), ' '), true},
         {"larger", limits, vague + std::string((256 << 10) + 1 - vague.size(), ' '), false},
     };

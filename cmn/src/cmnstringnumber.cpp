@@ -231,7 +231,7 @@ std::wstring CCmnStringTool::binary2uid(unsigned int number, const unsigned char
 {
     const std::size_t bytes = byteCount(data, length);
     const UidNumber<wchar_t> digits(number);
-    std::wstring uid(digits.size() + 2 * bytes, L'0');
+    std::wstring uid(digits.size() + 2 * bytes, L'\0');
     printHex(std::copy_n(digits.data(), digits.size(), uid.data()), data, bytes);
     return uid;
 }

@@ -49,10 +49,6 @@ const bool g_isIcuCounted = [] {
 
 } // namespace
 
-// Xerces-C itself loses memory when an allocation at the start of a document fails.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() { return "leak:IGXMLScanner::scanReset"; }
-
 void* operator new(std::size_t size)
 {
     void* const memory = allocate(size, nullptr, true);

@@ -11,7 +11,7 @@
 #include <vector>
 
 // The text with only the first 40 of a longer run of one character, and "(5000 times)". Different
-// texts stay different.
+// texts stay different, unless one contains such a count itself.
 inline std::string brief(const std::string& text)
 {
     std::string result;
