@@ -1,4 +1,5 @@
 // Real commands from end to end: lines, status and error record, without any leak.
+#include "support/brief.h"
 #include "support/command.h"
 #include "support/fixture.h"
 #include "support/scratchdirectory.h"
@@ -33,7 +34,7 @@ TEST_F(Exec, LinesAsTheyWerePrinted)
     };
     for (const auto& [command, lines] : cases) {
         const Outcome outcome = run(command, 3);
-        EXPECT_EQ(outcome.lines, lines) << command;
+        EXPECT_EQ(brief(outcome.lines), brief(lines)) << command;
         EXPECT_EQ(outcome.result, 0) << command;
     }
     // Many times the capacity of a pipe.
