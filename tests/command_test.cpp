@@ -433,12 +433,12 @@ TEST_F(Command, SameAsExec)
 TEST_F(Command, ParallelRunsOfBothClasses)
 {
     SKIP_WITHOUT_PROC();
-    const CCmnCommand shared = shell("cat; ls /proc/self/fd").setInput("in\n");
+    const CCmnCommand shared = shell("cat; exec ls /proc/self/fd").setInput("in\n");
     runOnThreads(8, [&shared](int thread) {
-        for (int i = 0; i < 30; ++i) {
+        for (int i = 0; i < 10; ++i) {
             const std::string word = std::to_string(1000 * thread + i);
             EXPECT_EQ(shared.run().lines, (Lines{"in", "0", "1", "2", "3"}));
-            EXPECT_EQ(run("sh -c 'echo " + word + "; ls /proc/self/fd'").lines,
+            EXPECT_EQ(run("sh -c 'echo " + word + "; exec ls /proc/self/fd'").lines,
                       (Lines{word, "0", "1", "2", "3"}));
         }
     });
