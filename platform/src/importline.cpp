@@ -34,6 +34,7 @@ constexpr const char* kBadBytes = "hex: needs pairs of hexadecimal digits, separ
 constexpr const char* kBadDecimal = "number is not decimal, or has more than 32 bits";
 constexpr const char* kOldQuote = "closing quote in the form name=\"text";
 constexpr const char* kOldComment = "comment in the form name=\"text, read as text";
+constexpr const char* kAfterReturn = "text after a carriage return";
 constexpr const char* kQuoteInside = "quote and comment before the last quote, read as text";
 constexpr const char* kAfterNumber = "text after the number";
 constexpr const char* kAfterBytes = "text after the bytes of hex:";
@@ -75,9 +76,7 @@ bool startsComment(char c)
 // Whether only blanks or a comment follow.
 bool isRest(const char* from, const char* end)
 {
-    while (isBlank(*from) || *from == '\r') {
-        ++from;
-    }
+    from = std::find_if_not(from, end, [](char c) { return isBlank(c) || c == '\r'; });
     return from == end || startsComment(*from);
 }
 
@@ -258,21 +257,24 @@ ImportLine readValue(const char* begin, const char* end)
     return value(name, quote, checkValue(quote + 2, end));
 }
 
+// ACE cuts the line at the first carriage return.
 ImportLine readOldForm(const char* begin, const char* end)
 {
-    const char* const equalSign = find('=', begin, end);
-    if (equalSign == end) {
+    const char* const cut = find('\r', begin, end);
+    const char* const equalSign = find('=', begin, cut);
+    if (equalSign == cut) {
         return other(isRest(begin, end) ? nullptr : kNoSetting);
     }
+    const Finding finding = checkOldValue(equalSign + 1, cut);
     // An indented comment may look like a value, and then ACE takes it for one.
-    if (isRest(begin, end)) {
-        const bool isValue = checkOldValue(equalSign + 1, end).problem != kNoValue;
-        return isValue ? commentLike(begin, equalSign) : ImportLine();
+    if (isRest(begin, cut)) {
+        return finding.problem != kNoValue ? commentLike(begin, equalSign) : ImportLine();
     }
     if (find('"', begin, equalSign) != equalSign) {
         return value(begin, equalSign, {kNameWithQuote, Fix::comment});
     }
-    return value(begin, equalSign, checkOldValue(equalSign + 1, end));
+    const bool isLonger = finding.problem == nullptr && !isRest(cut, end);
+    return value(begin, equalSign, isLonger ? Finding{kAfterReturn} : finding);
 }
 
 ImportLine readSection(const char* begin, const char* end)
