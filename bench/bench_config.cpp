@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares the configuration store with the bare classes that it uses: import, export, one value.
 #include "cmnconfiguration.h"
 #include "support/scratchdirectory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares MD5 with OpenSSL's, from a new object to the digest of a whole message, and bytes as hex
 // text with a loop over a table.
 #include "cmnmsgdgst5.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares the command runner with a raw loop of system calls and with the runners of other
 // libraries: the start and end of a command, from several kinds of callers and as another user, and
 // the output of a child that prints lines.

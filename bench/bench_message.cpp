@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Messages: compares formatting and lookup with bare ICU, and the serialised text with a writer and
 // a reader written for that format alone.
 #include "catalogfactory.h"

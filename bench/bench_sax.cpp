@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares the SAX classes with bare Xerces-C, with the same features and the same handling of the
 // text: all character data of a document is collected in one narrow string.
 #include "cmnsaxhandler.h"

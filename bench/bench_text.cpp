@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares the text functions with the C library, ICU, Boost and the standard library: scanning and
 // printing, numbers, conversions, editing and the XML escapes.
 #include "TX_sscanf.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares a trace line that is written with bare calls of the system and of the C library, and one
 // that is dropped with another log and with the lookup of a level in a store.
 #include "cmnsmartptr.h"

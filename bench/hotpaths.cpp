@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The hot paths of the library, for a count of their instructions. `hotpaths PATH` runs one path
 // many times under valgrind, which counts only between the two marks, and prints how many times it
 // ran. scripts/instructions divides the count by that number.

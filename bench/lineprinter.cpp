@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Prints a number of lines of a size, 40 bytes if none is given, as fast as a pipe takes them.
 #include <unistd.h>
 

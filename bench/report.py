@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-Tarnix
 """Turns the output of the benchmarks into tables and a picture.
 
 usage: report.py RESULTS PAGE FULL PICTURE

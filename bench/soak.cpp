@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // soak SECONDS: uses the library in many ways on eight threads, and checks each result. After a
 // warm-up, memory, descriptors and children must not grow.
 #include "cmnconfiguration.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a careful user would write instead of the text functions, with the C library, ICU, Boost or
 // the standard library.
 #ifndef TARNIX_TEXTPEERS_H

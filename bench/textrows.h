@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The rows of the text benchmarks, and the texts that they work on.
 #ifndef TARNIX_TEXTROWS_H
 #define TARNIX_TEXTROWS_H

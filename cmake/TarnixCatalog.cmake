@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Message catalogs of a client component.
 #
 #   tarnix_add_catalog(NAME <name> SOURCES root.txt de.txt ...

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Compiler options of all targets, and the sanitizers that a preset may set.
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

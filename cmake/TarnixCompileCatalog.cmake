@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Compiles one source of a catalog:
 #   cmake -DGENRB=<program> -DSOURCE=<file> -DBUNDLE=<file> -P <this file>
 #

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # What `cmake --install` installs, and the packages that CPack builds from it.
 include(CMakePackageConfigHelpers)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Run by cpack on the packages that it has made. The mode of a package's members, and of the package itself, follows
 # the umask of whoever has built it; apt could not even read it.
 foreach(package ${CPACK_PACKAGE_FILES})

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Read by cpack: the time that the packages' files get, unless the caller has set one.
 if("$ENV{SOURCE_DATE_EPOCH}" STREQUAL "")
   file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog.in signature REGEX "^ -- ")

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The factory of the example programs: one ICU catalog for each language, ICU messages, and English
 // for unavailable languages. Like its managers, a factory belongs to one thread.
 #ifndef TARNIX_EXAMPLES_CATALOGFACTORY_H

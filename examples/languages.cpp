@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A server that speaks several languages at once: each line of standard input is a request for the
 // outcome of a command, in the languages of its reader. Several threads answer; each has a manager
 // and a factory of its own, because these belong to one thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares the files of a directory with a manifest in XML, which lists them with their MD5.
 #include "cmnmsgdgst5.h"
 #include "cmnsaxhandler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Creates a message and prints its serialised text, which needs no catalog and has no language.
 #include "cmnmessage.h"
 #include "cmnstringtool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Reads serialised messages from standard input and prints each in the first of the given
 // languages that has it.
 #include "catalogfactory.h"

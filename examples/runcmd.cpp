@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Runs a command, passes its output on while it runs, and prints how it ended.
 #include "catalogfactory.h"
 #include "cmncommand.h"

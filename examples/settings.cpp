@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Keeps settings in a text file, whose values replace the defaults.
 #include "cmnconfiguration.h"
 #include "cmnpathtool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // libFuzzer's main for an ordinary build. Without coverage instrumentation libFuzzer would nearly
 // always change the same seed; this changes each equally often. A process for each seed would cost
 // 80 ms each.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the command-line parser. The input is two command lines, separated by a zero.
 #include "cmnstringtool.h"
 #include "commandline.h"

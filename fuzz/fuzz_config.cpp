@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of configuration files and of the registry, which has the same format. After an even first
 // byte the input is a file, in which each byte 2 becomes a number, and each byte 3 a newline. After
 // an odd one each three lines are a section, a name and a value to set, and the file is what the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the reader of serialised messages. It must read the same as a simple reader, which
 // consumes the text from the front; and the message must survive another round trip. An input that
 // starts with a byte 1 is made large by FuzzInput::expanded, and is read for its time and memory:

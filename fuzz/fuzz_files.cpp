@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of two more untrusted files. After an even first byte the input is the file with the trace
 // level of the sibling product; after an odd one it is an account, a right, and the file of the
 // accounts' rights.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of patterns, arguments and languages. The first line of the input is a pattern, each
 // further line an argument: a letter for its type (i, l, d, t, s; anything else makes an array) and
 // its value. A line with the letter L has the language. An input that starts with a byte 1 is made

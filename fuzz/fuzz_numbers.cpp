@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the readers of numbers, strict ones too, against those of the C library, and of hex.
 // The input is a base and a text, whose bytes are also converted to hex and back.
 #include "TX_strings.h"

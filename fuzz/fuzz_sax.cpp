@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the XML parser. The input is a document, or, after a byte 1, makes a large one by
 // FuzzInput::expanded. In that, each byte 2 becomes another name, all with the same hash in the
 // reader's tables, and each byte 3 becomes a number. The handler reads all that it gets; no

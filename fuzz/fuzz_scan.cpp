@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the scanner. The input is a format, a zero, the sizes of eight targets, and the text.
 // Where the standard scanner should agree, the two are compared.
 #include "TX_sscanf.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Fuzzer of the conversions between types of text, in two locales, and of text editing. The input
 // is a byte that selects the test, two lines for the editing functions, and a text. The text can be
 // longer than the blocks in which a conversion works.

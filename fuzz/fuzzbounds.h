@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Bounds for the time and the memory that an input may take, in proportion to its size. The program
 // must be linked with allocationfault.cpp, which counts the memory.
 #ifndef TARNIX_FUZZBOUNDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What the fuzzers share: an input that is taken in pieces, and a check. Fuzzers pass texts and
 // targets in vectors of exactly the size that the functions get, so that the sanitizer reports any
 // access outside.

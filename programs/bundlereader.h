@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Reads bundles. ICU trusts them: a damaged one can crash its reader, or keep it busy without an
 // end. So a process of its own reads each bundle.
 #ifndef TARNIX_PROGRAMS_BUNDLEREADER_H

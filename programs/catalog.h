@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A message catalog in memory: the texts of each language by id.
 #ifndef TARNIX_PROGRAMS_CATALOG_H
 #define TARNIX_PROGRAMS_CATALOG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Checks a message catalog: sources (root.txt, de.txt, ...) or a built bundle (root.res, ...).
 //
 // Prints one finding per line: file, id, what is wrong and what to do. Exit status: 0 no findings,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Which files make a catalog, and how its sources become bundles.
 #ifndef TARNIX_PROGRAMS_CATALOGFILES_H
 #define TARNIX_PROGRAMS_CATALOGFILES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "checkoptions.h"
 
 #include "localename.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The command line of catalogcheck.
 #ifndef TARNIX_PROGRAMS_CHECKOPTIONS_H
 #define TARNIX_PROGRAMS_CHECKOPTIONS_H

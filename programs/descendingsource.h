@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The source of a bundle with its entries in descending order. genrb inserts each key into a sorted
 // list, from its front: it needs minutes for 100,000 keys in ascending order, and a second for
 // these.

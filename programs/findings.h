@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What the check finds: one line each, with the file, the id, and what is wrong and what to do.
 #ifndef TARNIX_PROGRAMS_FINDINGS_H
 #define TARNIX_PROGRAMS_FINDINGS_H

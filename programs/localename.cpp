@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "localename.h"
 
 #include "catalog.h"

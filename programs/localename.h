@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Which names of files lead to a language: those that ICU looks for when a program asks for it.
 #ifndef TARNIX_PROGRAMS_LOCALENAME_H
 #define TARNIX_PROGRAMS_LOCALENAME_H

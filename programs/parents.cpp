@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "parents.h"
 
 #include "patterntree.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The languages that ICU reads after a bundle of the catalog, for what the bundle lacks.
 #ifndef TARNIX_PROGRAMS_PARENTS_H
 #define TARNIX_PROGRAMS_PARENTS_H

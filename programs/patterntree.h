@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A pattern of ICU's MessageFormat as a tree of its arguments.
 #ifndef TARNIX_PROGRAMS_PATTERNTREE_H
 #define TARNIX_PROGRAMS_PATTERNTREE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Questions about the placeholders of a text.
 #ifndef TARNIX_PROGRAMS_PLACEHOLDERS_H
 #define TARNIX_PROGRAMS_PLACEHOLDERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The plural categories of a language, by ICU's rules.
 #ifndef TARNIX_PROGRAMS_PLURALFORMS_H
 #define TARNIX_PROGRAMS_PLURALFORMS_H

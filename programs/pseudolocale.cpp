@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "pseudolocale.h"
 
 #include "localename.h"

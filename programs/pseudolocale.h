@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A language for tests of layouts: the root's texts, accented, longer and in brackets. What is
 // cut, not translated, or put together from pieces shows at a glance.
 #ifndef TARNIX_PROGRAMS_PSEUDOLOCALE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The comparison of a language with the root.
 #ifndef TARNIX_PROGRAMS_ROOTCOMPARE_H
 #define TARNIX_PROGRAMS_ROOTCOMPARE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "textcheck.h"
 
 #include "placeholders.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The check of one text: its id, its pattern, and the grammar of its language.
 #ifndef TARNIX_PROGRAMS_TEXTCHECK_H
 #define TARNIX_PROGRAMS_TEXTCHECK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "usedids.h"
 
 #include "patterntree.h"

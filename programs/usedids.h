@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The ids that the sources of a program use, against those of its catalog.
 #ifndef TARNIX_PROGRAMS_USEDIDS_H
 #define TARNIX_PROGRAMS_USEDIDS_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Shared by the scripts: packages, builds and directories. Sets $root, the root of the tree.
 set -euo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Each allocation of the library's operations fails in turn: the operation throws or returns its
 // documented failure, leaks nothing, and its object still works afterwards.
 #include "cmnconfiguration.h"

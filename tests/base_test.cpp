@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The error record, reference counting with its smart pointer, and the flag lock.
 #include "cmnerror.h"
 #include "cmnlock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A program whose own names are also names of the platform layer. It includes every installed
 // header, and compiles only if the layer adds neither names nor macros to the global namespace.
 #include <X11/Xmd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Catalogs on bundles that the test compiles with genrb, and the manager that chooses among them.
 #include "cmnmsgcatalogmgr.h"
 #include "cmnstringtool.h"

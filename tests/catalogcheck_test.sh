@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # catalogcheck_test.sh PROGRAM CATALOG: the findings of the catalog are those of CATALOG/findings; then
 # the options, and catalogs that are damaged, large or strangely named.
 set -u

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnCommand on a scripted platform: the outcome of each scenario; then each scenario again with
 // each call of the platform and each allocation failing in turn.
 #include "scripted_platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnCommand from end to end: what each option does to the outcome, without any leak.
 #include "cmncommand.h"
 #include "cmnstringtool.h"

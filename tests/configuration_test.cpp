@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The configuration store: its current section, its error records, its file.
 #include "cmnconfiguration.h"
 #include "platform_settings.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # corpus_test.sh DIRECTORY RENDER SETTINGS RUNCMD: reads the files that released versions have written, which lie in
 # DIRECTORY/VERSION, and compares the results with those of that version. Trace lines are compared in their form.
 set -u

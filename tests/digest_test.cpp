@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Compares MD5 with OpenSSL's, also in objects that are used again.
 #include "cmnmsgdgst5.h"
 #include "cmnstringtool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Real commands from end to end: lines, status and error record, without any leak.
 #include "support/brief.h"
 #include "support/command.h"

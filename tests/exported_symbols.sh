@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # exported_symbols.sh LIBRARY LIST [--update VERSION]: fails if the library exports other symbols than
 # the reviewed list, which has one demangled symbol per line, after the release that had it first. Removing
 # a symbol breaks programs that link it; an added one must stay as long as the interface.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The runner on a scripted platform: the outcome of each scenario; then each scenario again with
 // each call of the platform and each allocation failing in turn.
 #include "cmntracelog.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # hardening.sh LIBRARY HELPER OBJECT: fails if a shipped file lacks a protection that the build asks for.
 # The helper is static and has no symbols, so its stack protector is looked for in its object.
 set -euo pipefail

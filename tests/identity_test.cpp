@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Real runs as other accounts. They need root. The accounts are files of the test, which the
 // program finds by support/accounts.h. The machine's own accounts are not touched.
 #include "cmncommand.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Messages: copies, the serialised text, and what stays when a text is incomplete. The fuzzers
 // compare formatting with ICU, and reading with a simple reader.
 #include "cmnmessage.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Host names and addresses. The lookups run in their own namespaces: with a hosts file of the test
 // as the only source, and without a network.
 #include "cmnnetwork.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # newlanguage_test.sh CHECK RENDER RAISE: a team adds a language to its catalog. Each mistake fails the
 # build, which says what to do; then the language is right, and the program speaks it.
 set -u

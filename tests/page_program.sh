@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # page_program.sh PROGRAM FILE: fails unless the program prints FILE, the output that its page or
 # header shows. The time, the caller's user id and whether a status was seen can differ from run to
 # run; they are replaced first.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # Writes each C++ program of the pages and of the public headers to its own file in `dir`, the name
 # of its test with .cpp, and its expected output to the same name with .out. Prints the names.
 #

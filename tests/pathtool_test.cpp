@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Paths of the product's files, and the registry that they depend on.
 #include "cmnpathtool.h"
 #include "support/scratchinstallation.h"

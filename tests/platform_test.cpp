@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The platform layer below the runner, where runs of commands do not reach.
 #include "cmnexecpipewindows.h"
 #include "cmnsystemerror.h"

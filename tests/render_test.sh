@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # render_test.sh RAISE RENDER LANGUAGES: what the example raise refuses, damaged records in the example
 # render, and the languages of the examples. If the time of render were quadratic, it would need half
 # an hour for the records.

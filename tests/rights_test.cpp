@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The file of the accounts' rights, and what makes its use safe.
 #include "descriptors.h"
 #include "filelock.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # runcmd_test.sh RUNCMD: the options and exit statuses of the example, and how signals end it.
 set -u
 runcmd=$(realpath "$1")

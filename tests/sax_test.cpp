@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Parsing XML in memory: what a handler gets and stores, and what the parser refuses to do.
 #include "cmnsaxhandler.h"
 #include "cmnsaxparser.h"

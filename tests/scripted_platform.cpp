@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // See scripted_platform.h. Handles are numbers; no system call is made. An operation that can run
 // out of memory in the real platform also allocates here, once, before it changes anything.
 #include "scripted_platform.h"

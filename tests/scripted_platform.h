@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A second implementation of the platform's process functions. Each operation follows the script of
 // a test, also in failures that a real system does not produce on demand.
 #ifndef TARNIX_SCRIPTED_PLATFORM_H

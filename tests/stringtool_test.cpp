@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The text functions where the fuzzers do not reach, or have nothing to compare with.
 #include "cmnasciirun.h"
 #include "cmnstringtool.h"

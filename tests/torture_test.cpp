@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Rounds of random faults, for scripts/torture. TARNIX_TORTURE_SECONDS is the time for each test,
 // by default a second; TARNIX_TORTURE_SEED repeats the choices of a former run.
 #include "cmnsystemfiles.h"

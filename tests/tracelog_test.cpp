@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The trace log: its states, the sources of its settings, and the content of its file.
 #include "cmnsmartptr.h"
 #include "cmntracelog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Failures of a real system: full disks, no descriptors, missing permissions, a clock that is set
 // back, and another process on the same files.
 #include "cmnconfiguration.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The scanner: how it differs from the standard one, and how far it reads a source. The fuzzer
 // compares the two where they agree.
 #include "TX_sscanf.h"

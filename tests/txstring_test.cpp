@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The bounded text functions: all combinations of small sizes against a simple model, and where
 // they differ from the standard functions. The fuzzers compare the two where they agree.
 #include "TX_strings.h"

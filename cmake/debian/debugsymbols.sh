@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # debugsymbols.sh DIRECTORY FILE...: writes the debug information of the programs and libraries to the names
 # below DIRECTORY by which debuggers find it.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-Tarnix
 # symbols.sh LIBRARY LIST VERSION FILE: writes the file "symbols" of the library's package: each symbol with
 # the release that had it first, as LIST says. LIST leaves out virtual tables and types, which came with the
 # first symbol of their class, and what comes from inline functions, which counts as this VERSION's.

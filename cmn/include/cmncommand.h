@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Runs external commands with options: arguments, environment, input, separate streams, limits,
 /// and an outcome that says how the command ended.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// What became of a command: the result of CCmnCommand::run.
 ///

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Settings: a store of sections and values in memory that belongs to one text file.
 ///

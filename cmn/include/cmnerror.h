@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The record of a failed operation, and the object that stores the last one.
 #ifndef TARNIX_CMNERROR_H

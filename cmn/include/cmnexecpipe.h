@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The record of a failed run of a command.
 #ifndef TARNIX_CMNEXECPIPE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The part of the command runner that does not depend on the platform.
 #ifndef TARNIX_CMNEXECPIPEBASE_H

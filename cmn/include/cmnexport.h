@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The mark for what the shared library exports; everything else is hidden.
 #ifndef TARNIX_CMNEXPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Message catalogs: the patterns of one component in one language, by message id.
 #ifndef TARNIX_CMNICUCATALOG_H

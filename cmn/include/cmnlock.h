@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// A lock of one byte for the threads of a process.
 #ifndef TARNIX_CMNLOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Messages: an id with typed arguments, which becomes text in a language only when it is shown.
 /// To send a message to another component or process, serialise it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The catalog manager: turns message ids and messages into text in a given language.
 ///

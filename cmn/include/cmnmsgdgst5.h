@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// MD5 digests (RFC 1321) of bytes and texts.
 ///

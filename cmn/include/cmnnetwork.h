@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Host names: the name of this machine, the addresses of a name, the name of an address, and
 /// whether two names mean the same host.

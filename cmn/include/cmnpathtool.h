@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Where the files of the product are, and where a sibling product keeps its log configuration.
 ///

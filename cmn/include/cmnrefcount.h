@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The reference count inside messages, catalogs, catalog managers and trace logs.
 #ifndef TARNIX_CMNREFCOUNT_H

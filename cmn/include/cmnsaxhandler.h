@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The base class of handlers for CCmnSaxParser: it collects the character data and stores the last
 /// problem instead of throwing it. For an example see cmnsaxparser.h.

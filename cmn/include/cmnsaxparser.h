@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Parses XML in memory with a SAX2 reader whose features are fixed.
 ///

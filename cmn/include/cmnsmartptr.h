@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The pointer that shares objects with a CCmnRefCount, and the policies that create and destroy
 /// these objects.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Text functions: conversions between the kinds of strings, numbers and bytes as text, editing,
 /// and XML escaping.

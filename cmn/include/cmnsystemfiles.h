@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Sets the files that hold the registry values and the rights of accounts.
 #ifndef TARNIX_CMNSYSTEMFILES_H

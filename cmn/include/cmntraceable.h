@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The base of the classes that can trace.
 #ifndef TARNIX_CMNTRACEABLE_H

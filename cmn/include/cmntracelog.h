@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The trace log: writes lines to one text file and, on request, to standard output.
 ///

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The wide string of the library's interfaces.
 #ifndef TARNIX_CMNTYPES_H

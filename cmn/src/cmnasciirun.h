@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Runs of ASCII, which a conversion of text only widens or narrows. The loops over a block have no
 // early exit, so that the compiler can vectorize them.
 #ifndef TARNIX_CMNASCIIRUN_H

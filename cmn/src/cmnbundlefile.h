@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Which bundles the catalogs of ICU open for a lookup with a list of languages.
 #ifndef TARNIX_CMNBUNDLEFILE_H
 #define TARNIX_CMNBUNDLEFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The settings of a command.
 #include "cmncommand.h"
 

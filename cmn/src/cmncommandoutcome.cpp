@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What became of a command, in words.
 #include "cmncommandoutcome.h"
 

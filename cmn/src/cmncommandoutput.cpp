@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a run does with the output of its command.
 #include "cmncommandoutput.h"
 

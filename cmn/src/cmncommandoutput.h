@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a run does with the output of its command: limits, lines, callbacks.
 #ifndef TARNIX_CMNCOMMANDOUTPUT_H
 #define TARNIX_CMNCOMMANDOUTPUT_H

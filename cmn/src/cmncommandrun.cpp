@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // One run of a command: its output, its stop and its outcome. cmncommandstart.cpp has its start.
 #include "cmncommandrun.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // One run of a command: its start, its output, its stop and its outcome.
 #ifndef TARNIX_CMNCOMMANDRUN_H
 #define TARNIX_CMNCOMMANDRUN_H

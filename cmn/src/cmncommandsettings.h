@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a CCmnCommand holds, and how it is stopped.
 #ifndef TARNIX_CMNCOMMANDSETTINGS_H
 #define TARNIX_CMNCOMMANDSETTINGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a run: its streams, its environment, its user.
 #include "TX_strings.h"
 #include "cmncommandrun.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnConfiguration: the store, its file and its current section.
 #include "cmnconfiguration.h"
 

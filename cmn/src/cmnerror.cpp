@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnError: the error record and the key of its message.
 #include "cmnerror.h"
 

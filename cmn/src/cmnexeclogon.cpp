@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Runs as another local user: the child's token, and the logon right that is granted for the
 // duration of a run.
 #include "cmnexecpipewindows.h"

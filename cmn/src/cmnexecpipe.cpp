@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // ECmnExecPipe: the record of a failed run, and the keys of its codes.
 #include "cmnexecpipe.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The main loop of a run: start, read lines, close.
 #include "cmnexecpipebase.h"
 

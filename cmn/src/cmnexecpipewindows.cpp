@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Runs on named pipes: starting the child, reading its lines, waiting for it and stopping it.
 #include "cmnexecpipewindows.h"
 

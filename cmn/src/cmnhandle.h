@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Ownership of the handles of the platform layer.
 #ifndef TARNIX_CMNHANDLE_H
 #define TARNIX_CMNHANDLE_H

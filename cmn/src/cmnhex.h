@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Bytes as lower-case hex digits.
 #ifndef TARNIX_CMNHEX_H
 #define TARNIX_CMNHEX_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnMessageCatalog and CCmnIcuMessageCatalog: patterns from ICU resource bundles.
 #include "cmnicucatalog.h"
 

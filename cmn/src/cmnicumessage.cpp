@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnMessage and CCmnIcuMessage: formatting, and the writer and reader of the serialised text.
 #include "TX_sscanf.h"
 #include "TX_strings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Which languages ICU knows, and which are the parents of others.
 #include "cmnlanguages.h"
 

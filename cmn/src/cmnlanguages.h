@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Names of languages, also those that come from untrusted input, and what ICU knows of them.
 #ifndef TARNIX_CMNLANGUAGES_H
 #define TARNIX_CMNLANGUAGES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Finding a key in the catalogs of a list of languages.
 #include "cmnlistedcatalogs.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The catalogs that a manager has found through lists of languages.
 #ifndef TARNIX_CMNLISTEDCATALOGS_H
 #define TARNIX_CMNLISTEDCATALOGS_H

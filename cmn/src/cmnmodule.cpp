@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The function that runs when the library is loaded.
 #include "platform.h"
 

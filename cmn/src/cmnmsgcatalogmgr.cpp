@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnMessageCatalogManager: selects the catalog, and keeps the texts that it returns.
 #include "cmnmsgcatalogmgr.h"
 

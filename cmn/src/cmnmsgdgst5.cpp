@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // MD5 of bytes and texts.
 #include "cmnmsgdgst5.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnNetwork: host names and addresses, with the lookups of the platform layer.
 #include "cmnnetwork.h"
 

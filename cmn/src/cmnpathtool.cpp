@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnPathTool and CCmnSGDConfiguration: directories under the two root directories in the
 // registry.
 #include "cmnpathtool.h"

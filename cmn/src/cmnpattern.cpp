@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The nesting of patterns. Follows the braces and quotes of a pattern as ICU's MessagePattern does:
 // what an apostrophe means depends on the kind of argument that it is in.
 #include "cmnpattern.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How deep the arguments of a MessageFormat pattern nest. ICU parses and formats a pattern
 // recursively and without a limit of its own.
 #ifndef TARNIX_CMNPATTERN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // ExpansionGuard: the cost of the declarations, the names, and the limits.
 #include "cmnsaxguard.h"
 

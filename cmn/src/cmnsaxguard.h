@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Limits what the declarations and the names of an XML document may cost.
 #ifndef TARNIX_CMNSAXGUARD_H
 #define TARNIX_CMNSAXGUARD_H

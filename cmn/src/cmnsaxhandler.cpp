@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnSaxParseHandler, and the initialisation of Xerces-C for all its users.
 #include "cmnsaxhandler.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnSaxParser: a reader without the features that untrusted input could misuse.
 #include "cmnsaxparser.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // SaxPieces: the pieces of a document, and the stream through which the reader gets them.
 #include "cmnsaxpieces.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A document that arrives in pieces, as a source of the reader.
 #ifndef TARNIX_CMNSAXPIECES_H
 #define TARNIX_CMNSAXPIECES_H

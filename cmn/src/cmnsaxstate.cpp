@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The memory of a reader, and the chains of its hash tables.
 #include "cmnsaxstate.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a parser keeps with its reader: the limits, the memory, and the names in the reader's
 // tables.
 #ifndef TARNIX_CMNSAXSTATE_H

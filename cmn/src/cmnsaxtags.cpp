@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // TagWatch: what it does with a character inside of markup.
 #include "cmnsaxtags.h"
 

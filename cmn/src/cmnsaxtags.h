@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Limits the size of a single tag or content model, before the reader sees it.
 #ifndef TARNIX_CMNSAXTAGS_H
 #define TARNIX_CMNSAXTAGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // UseCounts: finds the encoding of a document and counts the uses. The check of the tags.
 #include "cmnsaxuses.h"
 

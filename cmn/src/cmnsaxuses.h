@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Counts how often a document uses entities and the default attributes of elements, and checks the
 // size of its tags.
 #ifndef TARNIX_CMNSAXUSES_H

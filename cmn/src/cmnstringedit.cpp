@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnStringTool: text editing and XML escaping.
 #include "cmnstringtool.h"
 #include "platform_text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnStringTool: numbers, bytes and uids as text, and back.
 #include "TX_strings.h"
 #include "cmnhex.h"

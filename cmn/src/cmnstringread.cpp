@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnStringTool: why a text is not a number. The strict readers themselves are inline.
 #include "cmnstringtool.h"
 

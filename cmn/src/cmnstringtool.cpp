@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnStringTool: conversions between string types, and copies in raw memory.
 #include "cmnstringtool.h"
 

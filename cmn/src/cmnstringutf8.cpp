@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnStringTool: UTF-8 that need not be valid.
 #include "cmnasciirun.h"
 #include "cmnstringtool.h"

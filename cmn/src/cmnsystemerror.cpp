@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The text of the platform's errors.
 #include "cmnsystemerror.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Sets the registry file and the rights file that the platform layer reads in this process.
 #include "cmnsystemfiles.h"
 

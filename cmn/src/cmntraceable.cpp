@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnTraceable. It is separate from the log, so that the header of a runner need not include the
 // class of the log.
 #include "cmntraceable.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnTraceLog: the settings, and the lines of the log.
 #include "cmntracelog.h"
 

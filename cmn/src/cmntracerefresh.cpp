@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // CCmnTraceLog: follows changes of the settings file, and reports its problems. Nothing here writes
 // that file: whoever edits it may not be finished.
 #include "cmnpathtool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What the sources of the trace log share: the names of its settings, and the paths of its files.
 #ifndef TARNIX_CMNTRACESETTINGS_H
 #define TARNIX_CMNTRACESETTINGS_H

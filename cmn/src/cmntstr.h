@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Operations on ACE strings that throw std::bad_alloc when allocation fails. The ACE strings
 // themselves do not report it: append leaves the string unchanged, and their operator + and
 // fast_resize write to address zero.

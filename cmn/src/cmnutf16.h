@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Conversions from and to UTF-16 that write directly to the target, without a temporary string.
 #ifndef TARNIX_CMNUTF16_H
 #define TARNIX_CMNUTF16_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Wide text to UTF-8 and back, independent of the locale. The configuration store holds UTF-8.
 #ifndef TARNIX_CMNUTF8_H
 #define TARNIX_CMNUTF8_H

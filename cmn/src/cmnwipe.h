@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Overwrites secrets.
 #ifndef TARNIX_CMNWIPE_H
 #define TARNIX_CMNWIPE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The operations of the platform that the command runner is written against, on POSIX.
 ///

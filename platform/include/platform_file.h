@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Files that no child inherits, that are appended to with one system call, and that are replaced
 /// as a whole. Paths are in the encoding of the file system. Any number of threads and processes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The lookups of host names and addresses that the network utilities are written against. Each
 /// call blocks for as long as the system's resolver takes, and any number of threads may call at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The bytes of a pipe that were read ahead, and the fast path that takes lines of them.
 ///

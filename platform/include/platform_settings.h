@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Settings files in the format of ACE_Registry_ImpExp: checked before ACE reads them, and complete
 /// when they are replaced. Paths are in the encoding of the file system.

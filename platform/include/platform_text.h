@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Functions on text that the standard library lacks. Any thread may call. On Windows, the header
 /// of the same name in platform/windows/include takes the place of this one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The few types of the platform layer that public classes use, on POSIX.
 ///

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What a PSID points to.
 #ifndef TARNIX_PLATFORM_ACCOUNTID_H
 #define TARNIX_PLATFORM_ACCOUNTID_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The blocks of read-ahead of all pipes.
 #include "aheadpool.h"
 

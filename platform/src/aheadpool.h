@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The blocks of read-ahead of all pipes.
 #ifndef TARNIX_PLATFORM_AHEADPOOL_H
 #define TARNIX_PLATFORM_AHEADPOOL_H

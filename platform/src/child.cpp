@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a child, at a cost that does not depend on the size of the caller's memory.
 //
 // The child shares the caller's memory and runs on a piece of its stack (CLONE_VM), and the calling

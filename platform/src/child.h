@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // One child process, from its creation to the start of its program.
 #ifndef TARNIX_PLATFORM_CHILD_H
 #define TARNIX_PLATFORM_CHILD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The shell's quoting rules, without the shell.
 #include "commandline.h"
 

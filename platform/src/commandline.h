@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Splits a command text into words.
 #ifndef TARNIX_PLATFORM_COMMANDLINE_H
 #define TARNIX_PLATFORM_COMMANDLINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Operations on file descriptors.
 #include "descriptors.h"
 

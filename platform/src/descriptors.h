@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Operations on file descriptors, which no signal interrupts. No child inherits the descriptors.
 //
 // All report failure by their result, with the reason in errno.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Environment blocks: texts "NAME=value", each with its terminator, and an empty text.
 #ifndef TARNIX_PLATFORM_ENVIRONMENT_H
 #define TARNIX_PLATFORM_ENVIRONMENT_H

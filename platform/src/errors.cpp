@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The last error of each thread and its text.
 #include "errors.h"
 

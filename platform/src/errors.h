@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How the layer's operations report an error.
 #ifndef TARNIX_PLATFORM_ERRORS_H
 #define TARNIX_PLATFORM_ERRORS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // An exclusive lock between processes.
 #include "filelock.h"
 

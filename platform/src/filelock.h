@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // An exclusive lock between processes.
 #ifndef TARNIX_PLATFORM_FILELOCK_H
 #define TARNIX_PLATFORM_FILELOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A temporary file that replaces another.
 #include "filereplacement.h"
 

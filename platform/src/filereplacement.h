@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A temporary file that replaces another.
 #ifndef TARNIX_PLATFORM_FILEREPLACEMENT_H
 #define TARNIX_PLATFORM_FILEREPLACEMENT_H

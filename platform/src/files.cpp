@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Files that no child inherits, and the replacement of a file by a new one.
 #include "descriptors.h"
 #include "filereplacement.h"

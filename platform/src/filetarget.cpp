@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The file that a path leads to.
 #include "filetarget.h"
 

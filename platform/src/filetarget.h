@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The file that a path leads to.
 #ifndef TARNIX_PLATFORM_FILETARGET_H
 #define TARNIX_PLATFORM_FILETARGET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Handles: their table, closing and duplicating.
 #include "handles.h"
 

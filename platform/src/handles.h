@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The table that maps handles to objects. It does not depend on the kinds of objects.
 #ifndef TARNIX_PLATFORM_HANDLES_H
 #define TARNIX_PLATFORM_HANDLES_H

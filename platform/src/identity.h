@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The user that a child runs as.
 #ifndef TARNIX_PLATFORM_IDENTITY_H
 #define TARNIX_PLATFORM_IDENTITY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Which files ACE_Registry_ImpExp cannot import without harm, and which lines it does not read.
 #include "importcheck.h"
 

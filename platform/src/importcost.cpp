@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How long ACE takes for an import.
 #include "importcost.h"
 

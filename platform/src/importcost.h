@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How long ACE takes for an import.
 #ifndef TARNIX_PLATFORM_IMPORTCOST_H
 #define TARNIX_PLATFORM_IMPORTCOST_H

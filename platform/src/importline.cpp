@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How ACE_Registry_ImpExp reads one line.
 #include "importline.h"
 

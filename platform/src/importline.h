@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // How ACE_Registry_ImpExp reads one line.
 #ifndef TARNIX_PLATFORM_IMPORTLINE_H
 #define TARNIX_PLATFORM_IMPORTLINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The names of the values that an import sets in a section.
 #include "importnames.h"
 

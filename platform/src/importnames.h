@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The names of the values that an import sets in a section, to find those that it sets twice.
 #ifndef TARNIX_PLATFORM_IMPORTNAMES_H
 #define TARNIX_PLATFORM_IMPORTNAMES_H

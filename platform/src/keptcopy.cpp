@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The copy of a settings file that an export is about to replace.
 #include "descriptors.h"
 #include "filereplacement.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Logging local accounts on, through PAM.
 #include "logon.h"
 

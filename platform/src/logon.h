@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Tokens: the users that a child may run as.
 #ifndef TARNIX_PLATFORM_LOGON_H
 #define TARNIX_PLATFORM_LOGON_H

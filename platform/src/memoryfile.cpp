@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A file in memory.
 #include "memoryfile.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A file in memory.
 #ifndef TARNIX_PLATFORM_MEMORYFILE_H
 #define TARNIX_PLATFORM_MEMORYFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Calls the library's DllMain when it is loaded, as the loader does on the system that the library
 // was designed on.
 #include "platform.h"

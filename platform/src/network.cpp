@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Host names and addresses, by the re-entrant functions of the resolver.
 #include "platform.h"
 #include "platform_network.h"

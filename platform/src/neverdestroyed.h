@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Objects of the whole process that are never destroyed.
 #ifndef TARNIX_PLATFORM_NEVERDESTROYED_H
 #define TARNIX_PLATFORM_NEVERDESTROYED_H

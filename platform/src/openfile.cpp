@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Files that are no pipes of this layer, as standard handles of a child.
 #include "openfile.h"
 

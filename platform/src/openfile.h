@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Files that are no pipes of this layer, as standard handles of a child.
 #ifndef TARNIX_PLATFORM_OPENFILE_H
 #define TARNIX_PLATFORM_OPENFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A file path that is built in and that the process can change.
 #ifndef TARNIX_PLATFORM_PATHSETTING_H
 #define TARNIX_PLATFORM_PATHSETTING_H

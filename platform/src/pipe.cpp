@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The kernel's pipe, its read-ahead block, and the pending read and write.
 #include "pipe.h"
 

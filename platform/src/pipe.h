@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The kernel's pipe, its read-ahead block, the pending read and write, and the event that they
 // signal.
 #ifndef TARNIX_PLATFORM_PIPE_H

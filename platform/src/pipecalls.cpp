@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The operations on pipes, reads and events.
 #include "openfile.h"
 #include "pipeend.h"

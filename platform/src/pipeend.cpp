@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The two ends of a pipe, and the names of pipes.
 #include "pipeend.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The two ends of a pipe, and the names by which a client finds its server end.
 #ifndef TARNIX_PLATFORM_PIPEEND_H
 #define TARNIX_PLATFORM_PIPEEND_H

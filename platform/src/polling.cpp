@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Waiting for a descriptor.
 #include "polling.h"
 

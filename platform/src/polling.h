@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Waiting for a descriptor, on the monotonic clock.
 #ifndef TARNIX_PLATFORM_POLLING_H
 #define TARNIX_PLATFORM_POLLING_H

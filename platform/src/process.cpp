@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A child with a handle: signalling, killing, and its exit status.
 #include "process.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A child with a handle, and its exit status.
 #ifndef TARNIX_PLATFORM_PROCESS_H
 #define TARNIX_PLATFORM_PROCESS_H

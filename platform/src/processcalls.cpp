@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The operations on processes: start, status, signal, kill.
 #include "commandline.h"
 #include "environment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Reaping of children, so that no zombie is left.
 #ifndef TARNIX_PLATFORM_REAPING_H
 #define TARNIX_PLATFORM_REAPING_H

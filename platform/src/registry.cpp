@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The registry, kept in a text file.
 #include "pathsetting.h"
 #include "platform_registry.h"

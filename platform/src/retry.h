@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // System calls that a signal may interrupt.
 #ifndef TARNIX_PLATFORM_RETRY_H
 #define TARNIX_PLATFORM_RETRY_H

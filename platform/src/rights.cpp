@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The operations on the accounts' rights, which rightsfile.cpp stores.
 #include "accountid.h"
 #include "errors.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The file of the accounts' rights.
 #include "rightsfile.h"
 

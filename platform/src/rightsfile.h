@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The accounts' rights: a text file with one line "account right" for each.
 //
 // A line that a process has added has a mark (rightsline.h). Such a line grants the right as long

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A line of the rights file, and the process that has added it.
 #include "rightsline.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A line of the rights file, "account right", and the process that has added it.
 //
 // Such a process puts a mark at the end of its line: " #added PID START IMAGE BOOT". PID and START

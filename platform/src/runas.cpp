@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The program that switches user and then becomes the command.
 //
 // If a child switched user while it shares the caller's memory, that user could stop the child and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The interface between the layer and the program that switches user.
 #ifndef TARNIX_PLATFORM_RUNAS_H
 #define TARNIX_PLATFORM_RUNAS_H

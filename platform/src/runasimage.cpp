@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The bytes of the program that switches user. A unit of its own: the build compiles it again
 // whenever it has linked that program again.
 asm(".pushsection .rodata\n"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of the program that switches user.
 //
 // The start of the C library asks the processor for its properties. On a virtual machine each such

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Sections of a store by their spelling.
 #include "platform_settings.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Settings files that ACE_Registry_ImpExp reads and writes.
 #include "descriptors.h"
 #include "importcheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a command as the calling user.
 #include "spawn.h"
 

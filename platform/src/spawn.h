@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a command as the calling user. All allocations are made before the child exists.
 #ifndef TARNIX_PLATFORM_SPAWN_H
 #define TARNIX_PLATFORM_SPAWN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a command as another user, through a small program that switches user.
 #include "spawnuser.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The start of a command as another user.
 #ifndef TARNIX_PLATFORM_SPAWNUSER_H
 #define TARNIX_PLATFORM_SPAWNUSER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The system's version and clock, and sleeping.
 #include "errors.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // System calls of a program that may have no C library.
 #ifndef TARNIX_PLATFORM_SYSTEMCALL_H
 #define TARNIX_PLATFORM_SYSTEMCALL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Owner of one file descriptor.
 #ifndef TARNIX_PLATFORM_UNIQUEFD_H
 #define TARNIX_PLATFORM_UNIQUEFD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The operations that wait for processes and events.
 #include "pipeend.h"
 #include "polling.h"

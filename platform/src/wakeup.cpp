@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Manual-reset events.
 #include "wakeup.h"
 

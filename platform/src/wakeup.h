@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Manual-reset events: any thread or signal handler wakes those who wait for one.
 #ifndef TARNIX_PLATFORM_WAKEUP_H
 #define TARNIX_PLATFORM_WAKEUP_H

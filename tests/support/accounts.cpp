@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 #include "accounts.h"
 
 #include <security/pam_appl.h>

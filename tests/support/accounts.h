@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Accounts of a test, which do not touch those of the system.
 #ifndef TARNIX_SUPPORT_ACCOUNTS_H
 #define TARNIX_SUPPORT_ACCOUNTS_H

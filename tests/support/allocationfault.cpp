@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // See allocationfault.h. These functions replace those of C++ in the whole program.
 #include "allocationfault.h"
 

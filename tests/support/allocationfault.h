@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Makes allocations of this program fail, and counts them: those of C++ and those of ICU. The
 // program must be linked with allocationfault.cpp.
 #ifndef TARNIX_SUPPORT_ALLOCATIONFAULT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Texts as a reader of a failing test wants them.
 #ifndef TARNIX_SUPPORT_BRIEF_H
 #define TARNIX_SUPPORT_BRIEF_H

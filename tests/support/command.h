@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A command that is run, and its outcome, for both classes.
 #ifndef TARNIX_SUPPORT_COMMAND_H
 #define TARNIX_SUPPORT_COMMAND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Failed calls of the platform layer.
 #ifndef TARNIX_SUPPORT_FAILURE_H
 #define TARNIX_SUPPORT_FAILURE_H

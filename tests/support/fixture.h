@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // What several tests of real runs have in common.
 #ifndef TARNIX_SUPPORT_FIXTURE_H
 #define TARNIX_SUPPORT_FIXTURE_H

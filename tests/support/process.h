@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // This process: its descriptors and children, children that a test forks, and namespaces.
 #ifndef TARNIX_SUPPORT_PROCESS_H
 #define TARNIX_SUPPORT_PROCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Text and work that a test needs many times over.
 #ifndef TARNIX_SUPPORT_REPEAT_H
 #define TARNIX_SUPPORT_REPEAT_H

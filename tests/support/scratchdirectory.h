@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A temporary directory that a test, a fuzzer or a benchmark owns, and the files in it.
 #ifndef TARNIX_SUPPORT_SCRATCHDIRECTORY_H
 #define TARNIX_SUPPORT_SCRATCHDIRECTORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A scratch directory in which the product is installed, as the registry says until the object
 // ends.
 #ifndef TARNIX_SUPPORT_SCRATCHINSTALLATION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Locales: the one of a scope, and those that a test makes itself, so that it does not depend on
 // those of the machine.
 #ifndef TARNIX_SUPPORT_TESTLOCALE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Character classes for the number readers and the scanner.
 #ifndef TARNIX_TX_CHARS_H
 #define TARNIX_TX_CHARS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // TX_sscanf: scans a text in memory.
 #include "TX_sscanf.h"
 

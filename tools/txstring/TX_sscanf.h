@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // A scanner like sscanf whose text fields cannot overrun their targets.
 //
 // Each directive that stores takes two arguments: the target, then its size as an int. Always pass

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Bounded copying, appending, measuring and printing. Narrow and wide functions share a template.
 #include "TX_strings.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Bounded text functions. The library uses them instead of the standard string functions wherever
 // it writes into a fixed buffer, and instead of strtoimax and strtoumax.
 //

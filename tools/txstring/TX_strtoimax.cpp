@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // Text to a signed 64-bit number.
 #include "TX_strings.h"
 #include "TX_strtoint.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // The common part of TX_strtoimax and TX_strtoumax: white space, sign, prefix, digits, overflow.
 #ifndef TARNIX_TX_STRTOINT_H
 #define TARNIX_TX_STRTOINT_H

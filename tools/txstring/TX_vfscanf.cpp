@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 // TX_vfscanf: the loop over the format, the parser of directives, the readers of sets and numbers,
 // and the stores.
 //

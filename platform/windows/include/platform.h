@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The operations that the command runner is written against, on the system that provides them
 /// itself.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The machine's registry, read through ACE's class.
 /// In the include path it comes before the header of the same name in platform/include.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// Functions on text that the standard library lacks.
 /// In the include path it comes before the header of the same name in platform/include.

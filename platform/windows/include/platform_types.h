@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-Tarnix
 /// @file
 /// The types of the platform layer that public classes name, on the system that provides them
 /// itself.
