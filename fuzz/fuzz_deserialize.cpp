@@ -56,7 +56,7 @@ static void readWithinBounds(const std::string& text)
 void fuzz(FuzzInput input)
 {
     const std::string all = input.rest();
-    FuzzInput rest(reinterpret_cast<const std::uint8_t*>(all.data()), all.size());
+    FuzzInput rest(all);
     if (!all.empty() && rest.byte() == 1)
         return readWithinBounds(rest.expanded(1000000));
     const std::string text = all.substr(0, all.find('\0'));

@@ -36,7 +36,7 @@ static std::string documentOf(FuzzInput input)
     const std::string text = input.rest();
     if (text.empty() || text[0] != '\1')
         return text;
-    FuzzInput rest(reinterpret_cast<const std::uint8_t*>(text.data()) + 1, text.size() - 1);
+    FuzzInput rest(std::string_view(text).substr(1));
     std::string all;
     unsigned int names = 0;
     for (const char c : rest.expanded(800000)) {

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,10 +29,7 @@ std::vector<Char> terminated(const std::basic_string<Char>& text)
 class FuzzInput
 {
 public:
-    FuzzInput(const std::uint8_t* data, std::size_t size)
-        : m_Rest(reinterpret_cast<const char*>(data), size)
-    {
-    }
+    explicit FuzzInput(std::string_view input) : m_Rest(input) {}
 
     bool hasMore() const { return !m_Rest.empty(); }
     // The next byte, or 0 at the end.
@@ -82,7 +78,7 @@ void fuzz(FuzzInput input);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    fuzz(FuzzInput(data, size));
+    fuzz(FuzzInput({reinterpret_cast<const char*>(data), size}));
     return 0;
 }
 
