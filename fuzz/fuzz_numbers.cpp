@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <tuple>

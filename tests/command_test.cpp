@@ -81,6 +81,7 @@ TEST_F(Command, Ends)
 TEST_F(Command, RefusedStarts)
 {
     const std::string zero("a\0b", 3),
+        mask = "the umask has more than permissions",
         variable = "a variable has no name, or '=' or a 0 byte in it",
         signal = "a stop stage has a signal that does not exist",
         user = "the user or the password contains a 0 byte", limit = "a limit is negative";
@@ -101,7 +102,8 @@ TEST_F(Command, RefusedStarts)
         {"account", is().setEnvironment(Environment::account),
          "the environment of an account needs a user"},
         {"handle", is().setInputDescriptor(-1), "cannot open standard handle: Bad file descriptor"},
-        {"umask", is().setUmask(01000), "the umask has more than permissions"},
+        {"large umask", is().setUmask(01000), mask},
+        {"largest umask", is().setUmask(~0U), mask},
         {"negative time", is().setTimeLimit(-1ms), limit},
         {"negative silence", is().setSilenceLimit(-1ms), limit},
         {"no signal", is().setStopStages({{0, 1ms}}), signal},
@@ -253,8 +255,8 @@ TEST_F(Command, StopFromAnywhere)
     command.setLineCallback([&running](auto, auto) { return ++running > 0; });
     std::signal(SIGALRM, [](int) { stoppedByAlarm->kill(); });
     runOnThreads(3, [&](int thread) {
-        while (thread == 0 && (running < 2 || usleep(20000) != 0)) // until more output is awaited
-            usleep(1000);
+        for (int i = 0; i < 1000 && thread == 0 && running < 2; ++i)
+            usleep(20000); // then more output is usually awaited
         if (thread == 0)
             command.stop();
         else

@@ -233,10 +233,10 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
     } cases[] = {
         {" \t\n;x\n#x\n ; x\n ; \"y\"=\"1\"\n ;]=\"y\n\t#y=#1\n\"x\"=\"1\" ; x\r\n[A] # x\n", x},
         {"\"x\"=hex:00 fF   ; c=#1\n\"y\"=hex:0A,b0\n\"z\"=hex:c0,1D  \n"
-         "w=#9 ; \xE9\n\"v\"=hex:7f #a",
+         "w=#9 ; \r\xE9\n\"v\"=hex:7f #a",
          "[a]\n\"z\"=hex:c0,1d\n\"y\"=hex:0a,b0\n\"x\"=hex:00,ff\n"
          "\"w\"=dword:00000009\n\"v\"=hex:7f\n"},
-        {"\"x\"=\"\xC3\xA4\" \"\xF0\x9F\x98\x80\" ; \xE9\ny=\"1 2\r\n\"w\"=dword: +0xC ; c",
+        {"\"x\"=\"\xC3\xA4\" \"\xF0\x9F\x98\x80\" ; \xE9\ny=\"1 2\r;\xE9\n\"w\"=dword: +0xC ; c",
          "[a]\n\"y\"=\"1 2\"\n\"x\"=\"\xC3\xA4\" \"\xF0\x9F\x98\x80\"\n\"w\"=dword:0000000c\n"},
         {"\"y\"=dword:0C, ; c\n", "[a]\n\"y\"=dword:0000000c\n", "2: text after the number"},
         {"\"x\" \"1\"\n", x, noEqualSign},
@@ -249,7 +249,7 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
         {"x=\"\xED\xA0\x80\n", "[a]\n\"x\"=\"\xED\xA0\x80\"\n", notUtf8},
         {"[\xF4\x90\x80\x80]\n", "[\xF4\x90\x80\x80]\n[a]\n", notUtf8},
         {"x=\"\"\n", none, "2: closing quote in the form name=\"text"},
-        {"x=\"1\ry\n", x, "2: text after a carriage return"},
+        {"x=\"1\r\"\n", x, "2: text after a carriage return"},
         {"x\"=\"1\n", none, "2: quote in the name"},
         {"x=5\n", none, noValue},
         {"\"x\"=5\n", none, noValue},

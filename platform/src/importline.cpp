@@ -186,6 +186,7 @@ Finding checkWithoutEqualSign(const char* quote, const char* end)
 }
 
 // Of what follows the equal sign in the old form of a value: name="text, without a closing quote.
+// The text ends before a carriage return: ACE cuts the line there.
 Finding checkOldValue(const char* value, const char* end)
 {
     if (*value == '#') {
@@ -194,12 +195,16 @@ Finding checkOldValue(const char* value, const char* end)
     if (*value != '"') {
         return {kNoValue, Fix::comment};
     }
-    if (find('"', value + 1, end) != end) {
+    const char* const cut = find('\r', value, end);
+    if (find('"', value + 1, cut) != cut) {
         return {kOldQuote, Fix::comment};
     }
-    const bool hasComment = std::adjacent_find(value, end, [](char left, char right) {
+    if (!isRest(cut, end)) {
+        return {kAfterReturn};
+    }
+    const bool hasComment = std::adjacent_find(value, cut, [](char left, char right) {
                                 return isBlank(left) && startsComment(right);
-                            }) != end;
+                            }) != cut;
     return {hasComment ? kOldComment : nullptr};
 }
 
@@ -258,24 +263,22 @@ ImportLine readValue(const char* begin, const char* end)
     return value(name, quote, checkValue(quote + 2, end));
 }
 
-// ACE cuts the line at the first carriage return.
 ImportLine readOldForm(const char* begin, const char* end)
 {
-    const char* const cut = find('\r', begin, end);
+    const char* const cut = find('\r', begin, end); // ACE does not look behind it
     const char* const equalSign = find('=', begin, cut);
     if (equalSign == cut) {
         return other(isRest(begin, end) ? nullptr : kNoSetting);
     }
-    const Finding finding = checkOldValue(equalSign + 1, cut);
     // An indented comment may look like a value, and then ACE takes it for one.
-    if (isRest(begin, cut)) {
-        return finding.problem != kNoValue ? commentLike(begin, equalSign) : ImportLine();
+    if (isRest(begin, end)) {
+        const bool isValue = checkOldValue(equalSign + 1, end).problem != kNoValue;
+        return isValue ? commentLike(begin, equalSign) : ImportLine();
     }
     if (find('"', begin, equalSign) != equalSign) {
         return value(begin, equalSign, {kNameWithQuote, Fix::comment});
     }
-    const bool isLonger = finding.problem == nullptr && !isRest(cut, end);
-    return value(begin, equalSign, isLonger ? Finding{kAfterReturn} : finding);
+    return value(begin, equalSign, checkOldValue(equalSign + 1, end));
 }
 
 ImportLine readSection(const char* begin, const char* end)
@@ -319,7 +322,7 @@ const char* textEnd(const ImportLine& line, const char* begin, const char* end)
     if (*text != '"') {
         return line.nameEnd;
     }
-    return isOldForm ? end : findLast('"', text, end);
+    return isOldForm ? find('\r', text, end) : findLast('"', text, end);
 }
 
 } // namespace
