@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: LicenseRef-Tarnix
 # corpus_test.sh DIRECTORY RENDER SETTINGS RUNCMD: reads the files that released versions have written, which lie in
 # DIRECTORY/VERSION, and compares the results with those of that version. Trace lines are compared in their form.
-set -u
+set -u; shopt -s lastpipe # or "same" would set "failed" in a shell of its own
 corpus=$(realpath "$1") render=$(realpath "$2") settings=$(realpath "$3") runcmd=$(realpath "$4")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
