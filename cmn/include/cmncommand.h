@@ -192,7 +192,7 @@ public:
     void stop() const noexcept;
     void kill() const noexcept;
     /// @}
-    void resetStop(); ///< takes back stop and kill. No run may be in progress.
+    void resetStop(); ///< takes both back. No run may be in progress.
 
 private:
     explicit CCmnCommand(std::unique_ptr<CommandSettings> settings);
