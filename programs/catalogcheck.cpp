@@ -113,7 +113,11 @@ int check(const Options& options)
     const auto root = catalog.find(kRoot);
     if (root == catalog.end()) {
         if (!names(files, kRoot)) { // otherwise there is a finding: it does not compile
-            findings.add(kRoot, "", "is missing: write root.txt, with a text for each id");
+            findings.add(kRoot, "",
+                         files.sources.empty() && files.bundles.empty()
+                             ? "is missing: no .txt and no .res file is here; give the directory "
+                               "of one catalog"
+                             : "is missing: write root.txt, with a text for each id");
         }
         return 1;
     }
