@@ -7,6 +7,8 @@
 #include "support/scratchinstallation.h"
 #include "support/testlocale.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <csignal>
 #include <regex>
@@ -243,13 +245,16 @@ TEST_F(TraceLog, RefreshFollowsTheSettingsFile)
                  {"harmful", level + "7" + std::string(9, '\0') + "\n", 2, "y/f", nullptr,
                   Failure::unreadableSettings},
                  {"copy", copy, 2, "y/f", &Refresh::toStdout},
-                 {"no file", same, 2, "y/f", nullptr, Failure::noSettings, ENOENT}};
+                 {"no file", same, 2, "y/f", nullptr, Failure::noSettings, ENOENT},
+                 {"socket", same, 2, "y/f", nullptr, Failure::unreadableSettings, ENXIO}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         if (row.settings != same)
             scratch.write(conf, section + row.settings);
         if (row.failure == Failure::noSettings)
             std::filesystem::remove(scratch.path(conf));
+        if (row.error == ENXIO)
+            ::mknod(scratch.path(conf).c_str(), S_IFSOCK | 0600, 0);
         scratch.makeDirectory(std::filesystem::path(row.file).parent_path());
         const Refresh found = log.get()->refresh();
         EXPECT_EQ(found.failure, row.failure);

@@ -148,7 +148,7 @@ int CCmnConfiguration::importFile()
     const int code = file ? ACE_Registry_ImpExp(m_Heap).import_config(file.path()) : kFailed;
     TxImportReport& report = file.report();
     if (file && code != 0 && !report.endsEarly) {
-        report.add(0, "file cannot be opened, or the store refuses a name in it");
+        report.add(0, "the store refuses a name in the file");
     }
     std::vector<SCmnImportProblem> problems;
     for (const auto& problem : report.problems) {

@@ -37,6 +37,7 @@ SCmnTraceRefresh CCmnTraceLog::refresh()
     noteReport(file.takeImportReport());
     if (code != 0) {
         result.failure = SCmnTraceRefresh::Failure::unreadableSettings;
+        result.error = TxOpenFile(pathBytes(path).c_str()) ? 0 : errno;
         return result;
     }
     takeSettings(file, result);

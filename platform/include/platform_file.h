@@ -21,8 +21,8 @@ struct TxFileClose {
 };
 using TxFile = std::unique_ptr<std::FILE, TxFileClose>;
 
-/// Opens a regular file for reading. Null if it cannot be opened or is not a regular file; a named
-/// pipe without a writer does not block.
+/// Opens a regular file for reading. Null if it cannot be opened, with errno, or is not a regular
+/// file, with errno 0; a named pipe without a writer does not block.
 TxFile TxOpenFile(const char* path);
 
 /// What became of a line.

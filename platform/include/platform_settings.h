@@ -98,7 +98,7 @@ public:
     TxSettingsImport(const TxSettingsImport&) = delete;
     TxSettingsImport& operator=(const TxSettingsImport&) = delete;
 
-    /// False if the file is refused. True also if it cannot be opened: the import then fails.
+    /// False if the file is refused, also because it cannot be opened.
     explicit operator bool() const;
 
     /// What ACE is to import, as long as this object exists.

@@ -70,11 +70,15 @@ TxFile TxOpenFile(const char* path)
 {
     // Without O_NONBLOCK the open of a named pipe would wait for a writer.
     UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!fd) {
+        return nullptr;
+    }
     struct stat info {
     };
     ::fstat(fd.get(), &info);
     if (!S_ISREG(info.st_mode)) {
-        return nullptr; // also without a file
+        errno = 0;
+        return nullptr;
     }
     TxFile file(::fdopen(fd.get(), "r"));
     if (file) {
