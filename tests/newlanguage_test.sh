@@ -20,12 +20,13 @@ root {
 END
 # project SOURCE: a project with the root and that source.
 project() {
-    cat >CMakeLists.txt <<END
+    cat >lists <<END
 cmake_minimum_required(VERSION 3.25)
 project(disk NONE)
 include($cmake/TarnixCatalog.cmake)
 tarnix_add_catalog(NAME disk SOURCES root.txt $1 NO_INSTALL DIRECTORY Messages)
 END
+    cmp -s lists CMakeLists.txt || mv lists CMakeLists.txt # a new one is configured again
 }
 good_disks='{1} ma {0, plural, one{# dysk} few{# dyski} many{# dysków} other{# dysku}}'
 good_owner='{0, select, group{grupa {1}} other{{1}}}'
