@@ -7,8 +7,6 @@
 #include "support/scratchinstallation.h"
 #include "support/testlocale.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <csignal>
 #include <regex>

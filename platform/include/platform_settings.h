@@ -98,7 +98,7 @@ public:
     TxSettingsImport(const TxSettingsImport&) = delete;
     TxSettingsImport& operator=(const TxSettingsImport&) = delete;
 
-    /// False if the file is refused, also because it cannot be opened.
+    /// False if the file is refused, or cannot be opened; the problem is then the system's reason.
     explicit operator bool() const;
 
     /// What ACE is to import, as long as this object exists.

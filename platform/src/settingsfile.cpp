@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -27,22 +28,11 @@ constexpr std::size_t kMaxSize = std::size_t{64} * 1024 * 1024;
 constexpr mode_t kDefaultMode = DEFFILEMODE; // that the process's umask restricts
 
 constexpr const char* kNoFile = "file refused: not a regular file";
-constexpr const char* kNotOpened = "file refused: cannot be opened";
-constexpr const char* kNoPermission = "file refused: no permission to read it";
-constexpr const char* kNoDescriptor = "file refused: too many open files";
 constexpr const char* kUnreadable = "file refused: cannot be read, or is larger than 64 MiB";
 constexpr const char* kNotPrepared =
     "file refused: byte order mark, zero byte or section in other case, and no copy in memory";
 constexpr const char* kNoMemory = "file refused: no memory for a copy";
 constexpr const char* kNoNewline = "last line without a newline";
-
-const char* openFailure(int error)
-{
-    if (error == EACCES || error == EPERM) {
-        return kNoPermission;
-    }
-    return error == EMFILE || error == ENFILE ? kNoDescriptor : kNotOpened;
-}
 
 // Reads from the start; false on failure, and for a file that is too large.
 bool readWhole(int fd, std::string& text)
@@ -106,7 +96,7 @@ struct TxSettingsImport::State {
         m_Names.forget();
         // Without O_NONBLOCK the open of a named pipe would wait for a writer.
         const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
-        m_IsAllowed = file ? prepare(file.get()) : refuse(openFailure(errno));
+        m_IsAllowed = file ? prepare(file.get()) : refuse(::strerrordesc_np(errno));
     }
 
     ~State() { m_Names.forget(); }
