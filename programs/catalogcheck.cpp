@@ -115,8 +115,8 @@ int check(const Options& options)
         if (!names(files, kRoot)) { // otherwise there is a finding: it does not compile
             findings.add(kRoot, "",
                          files.sources.empty() && files.bundles.empty()
-                             ? "is missing: no .txt and no .res file is here; give the directory "
-                               "of one catalog"
+                             ? "is missing: no source and no bundle of a language was found; give "
+                               "the directory of one catalog, or write root.txt"
                              : "is missing: write root.txt, with a text for each id");
         }
         return 1;

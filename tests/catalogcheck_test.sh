@@ -65,7 +65,8 @@ expect 2 "cannot write 'new/root.txt': it is not for generated" --pseudo new/roo
 expect 2 "no language has the code 'pseudo'" --pseudo pseudo.txt -good
 
 mkdir -p source/in
-expect 1 "root: is missing: no .txt and no .res file is here; give the directory of one" source
+echo 'Read me.' >source/README.txt
+expect 1 'root: is missing: no source and no bundle of a language was found; give the' source
 printf '// createMessage\ncreateMessage(\n    "USED", createMessage("NEW"' >source/in/a.cpp
 echo 'createMessage("NOTE")' >source/in/notes.md
 expect 1 'source/in/a.cpp:3: NEW: is missing in root' --ids 'createMessage\(\s*"(\w+)"' --source source -good

@@ -36,8 +36,8 @@ struct SCmnTraceRefresh {
         none,               ///< they do
         notInitialized,     ///< initialize has not been called
         noSettings,         ///< the settings file cannot be found, for the reason in `error`
-        unreadableSettings, ///< an import fails: it may be incomplete, no regular file, or not
-                            ///< readable, for the reason in `error`
+        unreadableSettings, ///< an import fails: the file may be incomplete or no regular file, or
+                            ///< cannot be opened, for the reason in `error`
         unusableFile,       ///< the trace file that it names cannot be opened, for the reason in
                             ///< `error`; lines still go to the one before. The rest applies
     };

@@ -148,7 +148,7 @@ int CCmnConfiguration::importFile()
     const int code = file ? ACE_Registry_ImpExp(m_Heap).import_config(file.path()) : kFailed;
     TxImportReport& report = file.report();
     if (file && code != 0 && !report.endsEarly) {
-        report.add(0, "the store refuses a name in the file");
+        report.add(0, "the store cannot take the whole file");
     }
     std::vector<SCmnImportProblem> problems;
     for (const auto& problem : report.problems) {

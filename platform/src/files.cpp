@@ -70,12 +70,11 @@ TxFile TxOpenFile(const char* path)
 {
     // Without O_NONBLOCK the open of a named pipe would wait for a writer.
     UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!fd) {
-        return nullptr;
-    }
     struct stat info {
     };
-    ::fstat(fd.get(), &info);
+    if (!fd || ::fstat(fd.get(), &info) != 0) {
+        return nullptr;
+    }
     if (!S_ISREG(info.st_mode)) {
         errno = 0;
         return nullptr;

@@ -96,7 +96,8 @@ struct TxSettingsImport::State {
         m_Names.forget();
         // Without O_NONBLOCK the open of a named pipe would wait for a writer.
         const UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK);
-        m_IsAllowed = file ? prepare(file.get()) : refuse(::strerrordesc_np(errno));
+        const char* const reason = ::strerrordesc_np(errno); // null for a number it does not know
+        m_IsAllowed = file ? prepare(file.get()) : refuse(reason != nullptr ? reason : kUnreadable);
     }
 
     ~State() { m_Names.forget(); }
