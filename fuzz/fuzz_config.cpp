@@ -75,7 +75,8 @@ static std::size_t nothingIsLost(const ScratchDirectory& directory, std::string 
     tstr value, installed;
     if (config.openSection(L"SOFTWARE\\Brenholt\\Tarnix", key, 0) == 0 &&
         config.getStringValue(L"InstallDir64", value) == 0)
-        require(CCmnPathTool::getInstallPath(installed) == 0 && installed == value,
+        require(CCmnPathTool::getInstallPath(installed) == 0 && // which ends with its line
+                    installed == value.substring(0, value.find(L'\r')),
                 "the registry has the value of the store");
     require(config.exportConfig() == 0, "a store can be exported");
     require(directory.read("store.conf.bad") == (problems > 0 ? file : ""),
@@ -84,8 +85,7 @@ static std::size_t nothingIsLost(const ScratchDirectory& directory, std::string 
         require(problems > 0, "a failed import has a reason");
         return problems;
     }
-    if (file.rfind("\xEF\xBB\xBF", 0) == 0)
-        file.erase(0, 3);
+    file.erase(0, file.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0);
     require(problems > reported.size() || // not all are listed
                 valuesOf(directory.read("store.conf"), {}) >= valuesOf(file, reported),
             "each value is there, or reported");
