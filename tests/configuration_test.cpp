@@ -434,7 +434,7 @@ TEST_F(Configuration, AStoreCanAlwaysBeExported)
     // An import would refuse more levels.
     const std::wstring deepest = fs::path(repeated("s\\", 127) + 's').wstring();
     EXPECT_EQ(open(deepest.c_str(), 1), 0);
-    EXPECT_EQ(open((deepest + L"\\s").c_str(), 1), -1);
+    EXPECT_EQ(open((deepest + L"/s").c_str(), 1), -1);
 }
 
 TEST_F(Configuration, RemovesValuesAndSections)

@@ -47,7 +47,7 @@ struct SCmnImportProblem {
 /// Limits of the format:
 /// - The store accepts a newline in any text, a '"' in the name of a value and values of the root
 ///   section, but they are not read back from the file: the next import reports them.
-/// - A '/' in the name of a section is read back as a backslash.
+/// - A '/' in the name of a section is read back as a backslash, and counts as one for the levels.
 /// - Not accepted are names of more than 255 bytes of UTF-8, names with '[' or ']', names of values
 ///   with a backslash, an empty section name, also as a part of a path, and a section more than 128
 ///   levels deep.

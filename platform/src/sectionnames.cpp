@@ -86,7 +86,9 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
     }
     const std::string basePath = start;
     const std::string whole = joined(basePath, path);
-    if (std::count(whole.begin(), whole.end(), '\\') >= kMaxLevels) {
+    // An import takes a slash for a separator too: no file could have the section.
+    const auto isSeparator = [](char c) { return c == '\\' || c == '/'; };
+    if (std::count_if(whole.begin(), whole.end(), isSeparator) >= kMaxLevels) {
         return kFailed;
     }
     ACE_Configuration_Section_Key at = base;
