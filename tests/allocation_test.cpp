@@ -74,8 +74,7 @@ TEST_F(Allocation, Messages)
 {
     const icu::Formattable inner[] = {icu::UnicodeString(u"a text that is stored on the heap"), 1},
                            arguments[] = {inner[0], 97, icu::Formattable(inner, 2)};
-    CCmnIcuMessage message("an.id", arguments, 3, tarnix_eseverity{7}, "some.cpp", 12),
-        read(message);
+    CCmnIcuMessage message("an.id", arguments, 3, tarnix_eseverity{7}, "a.cpp", 12), read(message);
     const Made<CCmnMessageCatalogManager> manager(true);
     CCmnErrorHolder holder;
     failEach({}, [&, record = CCmnError(1, L"a text on the heap", L"its file", 2, L"f")] {

@@ -156,8 +156,7 @@ TEST_F(Catalogs, AListOfLanguagesFallsBackKeyByKey)
     asked.clear();
     for (const auto& c : cases) {
         defaultLanguage = c.byDefault;
-        const SCmnLocalizedText found =
-            manager.get()->findMessage(c.key, c.defaultText, c.languages);
+        const auto found = manager.get()->findMessage(c.key, c.defaultText, c.languages);
         EXPECT_EQ(CCmnStringTool::ustr2str(CCmnStringTool::tstr2ustr(found.text)) + " [" +
                       found.language + "]",
                   c.answer);

@@ -60,10 +60,7 @@ struct Configuration : LeakCheck {
         EXPECT_EQ(config.exportConfig(), 0);
         return scratch.read("f");
     }
-    int open(const wchar_t* section, int create = 0)
-    {
-        return config.openSection(section, key, create);
-    }
+    int open(const wchar_t* path, int create = 0) { return config.openSection(path, key, create); }
     unsigned int numberOf(const wchar_t* section, const wchar_t* name)
     {
         unsigned int number = 0;
@@ -183,11 +180,14 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
 {
     const std::string line = ';' + std::string((16 << 20) - 1, 'x'); // as long as it may be
     const std::string largest = repeated(line + '\n', 3) + ';' + line.substr(5) + '\n';
-    std::string values = "[s]\n", sections;
-    for (int i = 10000; i < 30000; ++i) {
-        const std::string name = std::to_string(i) + std::string(249, 'n'); // and another letter
-        values += '"' + name + "aq"[i % 2] + "\"=\"\"\n";                   // one hash bucket
-        sections += '[' + name + static_cast<char>('a' + i % 26) + "]\n";   // all of them
+    std::string values = "[s]\n", flat, sections;
+    const std::string name(249, 'n'), path = '\\' + name + '\\' + name + '\\' + name;
+    for (int i = 10000; i < 40000; ++i) {
+        const std::string number = std::to_string(i);
+        // Values and flat sections are in one hash bucket, the others in many.
+        values += '"' + number + name + "aq"[i % 2] + "\"=\"\"\n";
+        flat += '[' + name + number + "aq"[i % 2] + "]\n";
+        sections += i < 21000 ? '[' + number.substr(0, 3) + path + number.substr(3) + "]\n" : "";
     }
     const std::string levels = '[' + repeated("s\\", 127) + 's';
     const struct {
@@ -208,7 +208,8 @@ TEST_F(Configuration, FilesThatWouldHarmAreRefused)
         {"many values", "[s]\n" + repeated("\"n\"=\"\"\n", 100000), 1000,
          "second value of this name, replaces the first"},
         {"values of one bucket", values, 1, "file refused: too many names for one section or file"},
-        {"sections of all buckets", sections},
+        {"sections of one bucket", flat, 1, "file refused: too many names for one section or file"},
+        {"sections of many buckets", sections},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);

@@ -56,7 +56,7 @@ TEST(Message, SerializedTextFollowsTheLocale)
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getUS(), status); // the texts depend on it
     MadeLocales locales;
-    locales.make("comma", "UTF-8",
+    locales.make("comma", "ISO-8859-1", // far faster to make than UTF-8
                  "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
                  "END LC_NUMERIC\n");
     // The header line has room for 1023 bytes: its newline is cut.

@@ -12,6 +12,7 @@
 
 #include <malloc.h>
 
+#include <map>
 #include <type_traits>
 
 using namespace tarnix_cmn_4_4;
@@ -50,18 +51,20 @@ std::string nested(int levels, int width, const std::string& sigil)
 }
 
 // The text once for each of `count` names, which take the place of its "@". In a table of the
-// reader with so many buckets, all of them are in one.
-std::string named(int count, const std::string& text, XMLSize_t buckets = 1)
+// reader with so many buckets, all of them are in one. Few names are, so these are kept.
+std::string named(std::size_t count, const std::string& text, XMLSize_t buckets = 1)
 {
-    std::string all;
-    for (int i = 0; count > 0; ++i) {
-        const std::string name = "x" + std::to_string(i * 7919LL);
-        const std::u16string units(name.begin(), name.end());
-        if (xercesc::XMLString::hash(units.c_str(), buckets) != 0)
-            continue;
-        all += std::string(text).replace(text.find('@'), 1, name);
-        --count;
+    static std::map<XMLSize_t, std::pair<int, std::vector<std::string>>> known;
+    auto& [next, names] = known[buckets];
+    for (std::u16string units; names.size() < count; ++next) {
+        const std::string name = "x" + std::to_string(next * 7919LL);
+        units.assign(name.begin(), name.end());
+        if (xercesc::XMLString::hash(units.c_str(), buckets) == 0)
+            names.push_back(name);
     }
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i)
+        all += std::string(text).replace(text.find('@'), 1, names[i]);
     return all;
 }
 
@@ -181,7 +184,9 @@ std::string megabyte(const std::string& declaration, const std::string& use, int
 
 TEST(Sax, LimitsOfAParser)
 {
-    const auto inOne = [](XMLSize_t of, int n) { return "<r>" + named(n, "<@/>", of) + "</r>"; };
+    const auto inOne = [](XMLSize_t of, std::size_t n) {
+        return "<r>" + named(n, "<@/>", of) + "</r>";
+    };
     const auto nests = [](int levels) { return document(nested(levels, 1, "&"), "<r/>"); };
     const auto expands = [](int n) { return megabyte("<!ENTITY alpha 'x'>", "&alpha;", n); };
     // Each entity is declared before the one that it uses, and assessed before it.

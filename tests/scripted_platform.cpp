@@ -30,9 +30,9 @@ bool endsWithoutMemory(const Script& made, const Fault& fault, const std::functi
     return thrown;
 }
 
-void failEach(const std::function<void()>& expectGood, const std::function<void(const Fault&)>& run)
+void failEach(const std::function<void()>& checkGood, const std::function<void(const Fault&)>& run)
 {
-    expectGood();
+    checkGood();
     int injected = 0;
     const auto calls = script.calls;
     for (const auto& [operation, details] : calls)
@@ -40,7 +40,7 @@ void failEach(const std::function<void()>& expectGood, const std::function<void(
             SCOPED_TRACE(operation + std::to_string(i / 2) + (i % 2 != 0 ? " and on" : ""));
             const int blocks = AllocationFault::liveBlocks;
             run({operation, i / 2, i % 2 != 0});
-            expectGood(); // the next run
+            checkGood(); // the next run
             EXPECT_EQ(AllocationFault::liveBlocks, blocks);
         }
     std::printf("faults injected: %d\n", injected);

@@ -59,9 +59,8 @@ extern Script script;
 // Returns whether it ended for want of memory.
 bool endsWithoutMemory(const Script& made, const Fault& fault, const std::function<void()>& run);
 
-// Calls `expectGood`, and then `run` with each operation of that run failing in turn, at each call,
-// alone or with all later ones. Between them `expectGood` still has to hold.
-void failEach(const std::function<void()>& expectGood,
-              const std::function<void(const Fault&)>& run);
+// Calls `checkGood`, and then `run` with each operation of that run failing in turn, at each call,
+// alone or with all later ones. Between them `checkGood` still has to hold.
+void failEach(const std::function<void()>& checkGood, const std::function<void(const Fault&)>& run);
 
 #endif
