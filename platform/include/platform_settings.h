@@ -41,6 +41,9 @@ class TxSectionNames
 public:
     static constexpr std::ptrdiff_t kMaxLevels = 128; ///< deeper sections are not imported either
 
+    /// Whether a part ends there for an import. For the store it ends at a backslash only.
+    static constexpr bool isSeparator(char c) noexcept { return c == '\\' || c == '/'; }
+
     /// The heap must be open before any other call, and outlive this object.
     explicit TxSectionNames(ACE_Configuration_Heap& heap) : m_Heap(heap) {}
 

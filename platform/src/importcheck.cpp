@@ -26,18 +26,13 @@ constexpr const char* kEmptySection = "section without a name";
 constexpr const char* kRefusedPart = "section name that the store refuses";
 constexpr const char* kTwice = "second value of this name, replaces the first";
 
-bool isSeparator(char c)
-{
-    return c == '\\' || c == '/';
-}
-
 // The path as ACE takes it: separated by single backslashes. Empty if the store refuses a part.
 std::string pathOf(const char* at, const char* end, const char*& problem)
 {
     std::string path;
     problem = kEmptySection;
-    while ((at = std::find_if_not(at, end, isSeparator)) != end) {
-        const char* const partEnd = std::find_if(at, end, isSeparator);
+    while ((at = std::find_if_not(at, end, TxSectionNames::isSeparator)) != end) {
+        const char* const partEnd = std::find_if(at, end, TxSectionNames::isSeparator);
         if (isRefusedName(at, partEnd)) {
             problem = kRefusedPart;
             return {};
@@ -157,7 +152,8 @@ bool ImportCheck::hideZeros(char* begin, char* end)
 // The memory for a section grows with the square of its depth, and the export is recursive.
 bool ImportCheck::countLevels(const ImportLine& line)
 {
-    const std::ptrdiff_t levels = 1 + std::count_if(line.name, line.nameEnd, isSeparator);
+    const std::ptrdiff_t levels =
+        1 + std::count_if(line.name, line.nameEnd, TxSectionNames::isSeparator);
     m_AllLevels += levels;
     if (levels > TxSectionNames::kMaxLevels) {
         return refuse(kDeepSection);
@@ -194,7 +190,7 @@ void ImportCheck::respell(char* name, const char* end, const std::string& path)
 {
     const char* from = path.data();
     for (; name != end; ++name) {
-        if (!isSeparator(*name)) {
+        if (!TxSectionNames::isSeparator(*name)) {
             from += *from == '\\' ? 1 : 0;
             *name = *from++;
         }

@@ -86,8 +86,7 @@ int TxSectionNames::open(const ACE_Configuration_Section_Key& base, const std::s
     }
     const std::string basePath = start;
     const std::string whole = joined(basePath, path);
-    // An import takes a slash for a separator too: no file could have the section.
-    const auto isSeparator = [](char c) { return c == '\\' || c == '/'; };
+    // No file could have the section.
     if (std::count_if(whole.begin(), whole.end(), isSeparator) >= kMaxLevels) {
         return kFailed;
     }
