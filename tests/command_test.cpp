@@ -101,7 +101,7 @@ TEST_F(Command, RefusedStarts)
         {"no name", is().unsetVariable(""), variable},
         {"account", is().setEnvironment(Environment::account),
          "the environment of an account needs a user"},
-        {"handle", is().setInputDescriptor(-1), "cannot open standard handle: Bad file descriptor"},
+        {"handle", is().setInputDescriptor(-1), "cannot use input descriptor: Bad file descriptor"},
         {"large umask", is().setUmask(01000), mask},
         {"largest umask", is().setUmask(~0U), mask},
         {"negative time", is().setTimeLimit(-1ms), limit},

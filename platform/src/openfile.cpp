@@ -14,10 +14,10 @@ namespace tarnix_platform
 namespace
 {
 
-HANDLE openHandleOf(UniqueFd fd)
+HANDLE openHandleOf(UniqueFd fd, const char* failure)
 {
     if (!fd || !moveAboveStandard(fd)) {
-        fail(errno, "cannot open standard handle");
+        fail(errno, failure);
         return INVALID_HANDLE_VALUE;
     }
     const HANDLE handle = openHandle(std::make_shared<OpenFile>(std::move(fd)));
@@ -28,12 +28,13 @@ HANDLE openHandleOf(UniqueFd fd)
 
 HANDLE openNullDevice()
 {
-    return openHandleOf(openFile("/dev/null", O_RDWR));
+    return openHandleOf(openFile("/dev/null", O_RDWR), "cannot open '/dev/null'");
 }
 
 HANDLE openDescriptor(int fd)
 {
-    return openHandleOf(UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO)));
+    return openHandleOf(UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO)),
+                        "cannot use input descriptor");
 }
 
 } // namespace tarnix_platform
