@@ -168,8 +168,8 @@ public:
     /// @}
 
     /// @{
-    /// How long the command may take. 0, the default: without limit; a negative time has passed
-    /// already. Times are measured by the monotonic clock.
+    /// How long the command may take. 0, the default: without limit; run refuses a negative time.
+    /// Times are measured by the monotonic clock.
     CCmnCommand& setSilenceLimit(Duration limit); ///< since the call of run or its last output
     CCmnCommand& setTimeLimit(Duration limit);    ///< of the whole run; then the stop begins
     /// The stages of a stop, each for the whole process group. Default: SIGINT and SIGTERM, 2
