@@ -4,6 +4,8 @@
 #include "TX_sscanf.h"
 #include "fuzzinput.h"
 
+#include <algorithm>
+
 constexpr std::size_t kTargets = 8;
 constexpr std::size_t kMostText = 500; // in comparisons: a number has at most 512 characters
 constexpr char kFill = '\xA5';

@@ -5,7 +5,6 @@
 #ifndef TARNIX_FUZZINPUT_H
 #define TARNIX_FUZZINPUT_H
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
