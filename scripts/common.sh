@@ -48,10 +48,12 @@ build() {
 }
 
 # The build that is packaged, with the debug information that has a package of its own. The arguments are
-# options of cmake. No compiler cache: it writes the names of sources relative to the
-# build, so the debug information, and with it the packages, would differ.
+# options of cmake. Packages are the same bit by bit. So no compiler cache: it writes the names of sources
+# relative to the build. And no precompiled header: its place in memory, which changes with each start of the
+# compiler, changed the debug information of an object in one of ten builds.
 package_tree=build/package-tree
 configure_package_tree() {
     cmake --preset release -B "$package_tree" "-DCMAKE_CXX_FLAGS_RELEASE=-O3 -DNDEBUG -g" \
-        -DTARNIX_BUILD_TESTS=OFF -DTARNIX_BUILD_EXAMPLES=OFF -DCMAKE_CXX_COMPILER_LAUNCHER= "$@"
+        -DTARNIX_BUILD_TESTS=OFF -DTARNIX_BUILD_EXAMPLES=OFF -DCMAKE_CXX_COMPILER_LAUNCHER= \
+        -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON "$@"
 }
