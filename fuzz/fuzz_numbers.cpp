@@ -88,12 +88,6 @@ static void checkInteger(const std::string& text, int base)
                 "prints a number without a sign");
 }
 
-template <class... Numbers>
-static void checkIntegers(const std::string& text, int base)
-{
-    (checkInteger<Numbers>(text, base), ...);
-}
-
 // The grammar is matched by hand, the C library decides about the value.
 static void checkReal(const std::string& text)
 {
@@ -139,8 +133,10 @@ void fuzz(FuzzInput input)
     compareReaders(text, base, agree, TX_strtoimax, std::strtoimax);
     compareReaders(text, base, agree, TX_strtoumax, std::strtoumax);
     checkHex(bytes);
-    for (const int of : {10, 16})
-        checkIntegers<int, unsigned int, long, unsigned long, long long, unsigned long long>(bytes,
-                                                                                             of);
+    const auto checkAs = [&bytes](auto... kinds) {
+        for (const int of : {10, 16})
+            (checkInteger<decltype(kinds)>(bytes, of), ...);
+    };
+    checkAs(0, 0U, 0L, 0UL, 0LL, 0ULL);
     checkReal(bytes);
 }

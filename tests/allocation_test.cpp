@@ -51,7 +51,8 @@ struct Allocation : LeakCheck {
             EXPECT_EQ(use(), good);
             EXPECT_EQ(m_MayLeak ? blocks : AllocationFault::liveBlocks, blocks);
         }
-        EXPECT_TRUE(requests > 0 && !good.empty());
+        EXPECT_GT(requests, 0U);
+        EXPECT_NE(good, "");
         std::printf("faults injected: %zu\n", 2 * requests);
     }
 
@@ -62,12 +63,11 @@ struct Allocation : LeakCheck {
 TEST_F(Allocation, Exec)
 {
     for (const char* command :
-         {"sh -c 'echo a line that is stored on the heap; exit 3'", "/no/such/program/anywhere"}) {
+         {"sh -c 'echo a line that is stored on the heap; exit 3'", "/no/such/program/anywhere"})
         failEach({"-1 former"}, [command] {
             const Outcome outcome = run(command); // its result depends on the speed of the child
             return std::to_string(outcome.status) + " " + outcome.lines.at(0);
         });
-    }
 }
 
 TEST_F(Allocation, Messages)

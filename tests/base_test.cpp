@@ -20,7 +20,7 @@ TEST(Error, KeyAndNumbers)
     CCmnError record;
     record = CCmnError(3 + record.getCode(), L"m", L"f", 5 + record.getLine(), L"g");
     EXPECT_EQ(std::wstring(record.getMessage()) + record.getFile() + record.getFunction(), L"mfg");
-    EXPECT_EQ(10 * record.getCode() + record.getLine(), 35);
+    EXPECT_EQ(std::pair(record.getCode(), record.getLine()), std::pair(3, 5));
 }
 
 TEST(SmartPtr, ObjectLivesAsLongAsItsPointers)

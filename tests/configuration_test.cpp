@@ -41,11 +41,8 @@ std::string problemsOf(const CCmnConfiguration& config)
 // Runs checks in a child process, which may limit or lock itself.
 void inChild(const std::function<void()>& checks)
 {
-    EXPECT_EQ(waitForChild(forkChild([&] {
-                  checks();
-                  return !testing::Test::HasFailure();
-              })),
-              0);
+    const pid_t child = forkChild([&] { return checks(), !testing::Test::HasFailure(); });
+    EXPECT_EQ(waitForChild(child), 0);
 }
 
 // The store and its file "f" in a directory.
@@ -286,8 +283,7 @@ TEST_F(Configuration, LinesThatAreNotReadAreReportedAndKept)
 // The file had a problem, so that a copy of it is kept.
 TEST_F(Configuration, ExportsReplaceTheFileOrWriteItOrFail)
 {
-    if (mustSkip(withoutUsers()))
-        GTEST_SKIP() << withoutUsers();
+    SKIP_IF(withoutUsers());
     enum Result { replaced, written, failed };
     constexpr uid_t user = 65534;
     const struct {
@@ -499,8 +495,7 @@ TEST_F(Configuration, NobodyReadsTheCopyAfterTheImport)
 // Below a root directory without /proc. Then ACE gets the file itself.
 TEST_F(Configuration, WithoutACopyInMemory)
 {
-    if (mustSkip(::geteuid() == 0 ? "" : "needs root"))
-        GTEST_SKIP() << "needs root";
+    SKIP_IF(::geteuid() == 0 ? "" : "needs root");
     const struct {
         std::string file, problem, exported;
     } cases[] = {

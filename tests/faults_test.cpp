@@ -177,8 +177,8 @@ struct Faults : testing::Test {
         EXPECT_EQ(script.calls["Sleep"], Details(script.busy ? 2U : 0U));
         EXPECT_EQ(script.calls["CancelIo"].empty(), scenario.during.reads.back() != pending);
         const std::string log = m_Scratch.read("Logs/runner.log");
-        EXPECT_EQ(log.substr(log.find(' ', 48) + 1),
-                  scenario.expected.traced); // without time and name
+        // Without time and name.
+        EXPECT_EQ(log.substr(log.find(' ', 48) + 1), scenario.expected.traced);
     }
 
     const ScratchInstallation m_Scratch;
@@ -255,8 +255,10 @@ TEST_F(Faults, CopiesAreIdleAndOwnNothing)
     script.fault.call = 3;
     source.Init(); // ends its run
     EXPECT_EQ(source.m_LastSystemError, 0U);
-    EXPECT_FALSE(script.entitled || OpenRunner::m_Lock.isLocked());
-    EXPECT_FALSE(source.getExitStatus(o.status) || source.getEndingSignal(o.signal, o.coreDumped));
+    EXPECT_FALSE(script.entitled);
+    EXPECT_FALSE(OpenRunner::m_Lock.isLocked());
+    EXPECT_FALSE(source.getExitStatus(o.status));
+    EXPECT_FALSE(source.getEndingSignal(o.signal, o.coreDumped));
 }
 
 TEST_F(Faults, TheStagesOfAStop)

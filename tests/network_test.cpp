@@ -60,8 +60,7 @@ struct Lookups : testing::Test {
     void SetUp() override
     {
         static const std::string missing = enter();
-        if (mustSkip(missing))
-            GTEST_SKIP() << missing;
+        SKIP_IF(missing);
     }
     static std::string enter()
     {

@@ -239,8 +239,7 @@ TEST_F(Torture, StuckChildren)
         const pid_t server = missing.empty() ? startSilentFileSystem(silent) : -1;
         if (missing.empty() && server < 0)
             missing = std::string("cannot mount a silent file system: ") + std::strerror(errno);
-        if (mustSkip(missing))
-            GTEST_SKIP() << missing;
+        SKIP_IF(missing);
         UniqueFd input, output;
         EXPECT_TRUE(openPipe(input, output));
         const int threads = 1 + below(64), inDirectory = below(threads + 1);

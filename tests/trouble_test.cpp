@@ -69,8 +69,7 @@ TEST_F(Trouble, OutOfDescriptors)
 // limit of processes.
 TEST_F(Trouble, AnUnprivilegedUser)
 {
-    if (mustSkip(withoutUsers()))
-        GTEST_SKIP() << withoutUsers();
+    SKIP_IF(withoutUsers());
     m_Scratch.makeDirectory("open");
     m_Scratch.write("open/fixed", "");
     for (const char* file : {"t", "open/t"}) {
@@ -101,8 +100,7 @@ TEST_F(Trouble, TheDiskIsFull)
     const std::string full = m_Scratch.path("full");
     m_Scratch.makeDirectory("full");
     const std::string missing = enterNamespaces({});
-    if (mustSkip(missing))
-        GTEST_SKIP() << missing;
+    SKIP_IF(missing);
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k,mode=755"), 0);
     m_Log.get()->initialize(L"t", m_Scratch.widePath("full").c_str(), L"t.log", 1, false);
     EXPECT_TRUE(save(L"full/t", L"old"));

@@ -22,24 +22,16 @@ void expectRefusedStarts(const Create& create, tarnix_platform::STARTUPINFOA& st
     char command[] = "true";
     tarnix_platform::SECURITY_ATTRIBUTES some{};
     tarnix_platform::PROCESS_INFORMATION information{};
-    const struct {
-        const char* name;
-        char* command;
-        tarnix_platform::SECURITY_ATTRIBUTES* process;
-        tarnix_platform::STARTUPINFOA* startup;
-        tarnix_platform::PROCESS_INFORMATION* information;
-    } rows[] = {
-        {"no command", nullptr, nullptr, &startup, &information},
-        {"process attributes", command, &some, &startup, &information},
-        {"no startup", command, nullptr, nullptr, &information},
-        {"no information", command, nullptr, &startup, nullptr},
+    const auto refuses = [&](const char* what, auto words, auto process, auto with, auto made) {
+        SCOPED_TRACE(what);
+        expectFailure(
+            create(nullptr, words, process, nullptr, false, 0U, nullptr, nullptr, with, made),
+            EINVAL);
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        expectFailure(create(nullptr, row.command, row.process, nullptr, false, 0U, nullptr,
-                             nullptr, row.startup, row.information),
-                      EINVAL);
-    }
+    refuses("no command", nullptr, nullptr, &startup, &information);
+    refuses("process attributes", command, &some, &startup, &information);
+    refuses("no startup", command, nullptr, nullptr, &information);
+    refuses("no information", command, nullptr, &startup, nullptr);
 }
 
 #endif

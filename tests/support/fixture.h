@@ -37,10 +37,13 @@ inline void setLimit(__rlimit_resource resource, rlim_t value)
     EXPECT_EQ(::setrlimit(resource, &limit), 0);
 }
 
+// Skips the test if mustSkip says so.
+#define SKIP_IF(missing)                                                                           \
+    if (const std::string reasonToSkip = (missing); mustSkip(reasonToSkip))                        \
+    GTEST_SKIP() << reasonToSkip
+
 // For tests that read /proc, or add rights.
-#define SKIP_WITHOUT_PROC()                                                                        \
-    if (mustSkip(::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc"))                     \
-    GTEST_SKIP() << "needs /proc"
+#define SKIP_WITHOUT_PROC() SKIP_IF(::access("/proc/self/stat", R_OK) == 0 ? "" : "needs /proc")
 
 // The reason to skip a test that acts as other users. A chroot is often a directory of mode 0700.
 inline std::string withoutUsers()
