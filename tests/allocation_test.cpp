@@ -51,8 +51,7 @@ struct Allocation : LeakCheck {
             EXPECT_EQ(use(), good);
             EXPECT_EQ(m_MayLeak ? blocks : AllocationFault::liveBlocks, blocks);
         }
-        EXPECT_GT(requests, 0U);
-        EXPECT_NE(good, "");
+        EXPECT_TRUE(requests > 0 && !good.empty());
         std::printf("faults injected: %zu\n", 2 * requests);
     }
 

@@ -66,20 +66,18 @@ const struct Scenario {
 // last row is for any other operation.
 const struct {
     std::set<End> ends;
-    bool same;
     std::set<std::string> operations;
+    bool same = false;
 } endsOf[] = {
     {{End::notStarted},
-     false,
      {"CreateNamedPipeA", "CreateFileA", "openDescriptor", "GetEnvironmentStringsA",
       "accountEnvironment", "CreateProcessA", "CreateProcessAsUserA", "LsaAddAccountRights",
       "GetVersionExW", "LogonUserA", "DuplicateHandle"}},
-    {{End::notStarted}, true, {"CreateEventA", "GetTokenInformation", "LsaOpenPolicy"}},
+    {{End::notStarted}, {"CreateEventA", "GetTokenInformation", "LsaOpenPolicy"}, true},
     {{End::unknown},
-     false,
      {"WaitForMultipleObjectsEx", "GetExitCodeProcess", "ReadFile", "WriteFile",
       "GetOverlappedResult"}},
-    {{}, true, {}},
+    {{}, {}, true},
 };
 
 // Runs a scenario in which an operation fails, and destroys the command.

@@ -66,8 +66,7 @@ struct Identity : LeakCheck {
         scratch.makeDirectory("closed");
         chmod(scratch.path("closed").c_str(), 0700);
         SKIP_WITHOUT_PROC();
-        if (mustSkip(withoutUsers()))
-            GTEST_SKIP() << withoutUsers();
+        SKIP_IF(withoutUsers());
         useAccountsIn(scratch.path("etc"));
     }
     ~Identity() override { EXPECT_EQ(scratch.read("rights"), standing); }
@@ -262,7 +261,7 @@ TEST_F(Identity, AProgramThatIsStillBeingWritten)
     std::filesystem::copy_file("/bin/echo", program);
     const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
     EXPECT_NE(as("holder", program).record.getDescription().find(L"file busy"), std::wstring::npos);
-    const pid_t holder = forkChild([] { return usleep(20000) == 0; });
+    const pid_t holder = forkChild([] { return usleep(200000) == 0; });
     close(writer);
     EXPECT_EQ(as("holder", program + " found").lines, Lines{"found"});
     EXPECT_EQ(waitForChild(holder), 0);
@@ -272,7 +271,7 @@ TEST_F(Identity, AProgramThatIsStillBeingWritten)
 TEST_F(Identity, Tokens)
 {
     HANDLE token = nullptr, refused = &token;
-    const HANDLE event = CreateEventA(nullptr, false, false, nullptr);
+    const HANDLE event = CreateEventA(nullptr, false, false, nullptr), output = openDescriptor(1);
     EXPECT_TRUE(LogonUserA("second", ".", password.c_str(), LOGON32_LOGON_NETWORK, 0, &token));
     EXPECT_FALSE(LogonUserA("second", ".", password.c_str(), LOGON32_LOGON_BATCH, 0, &refused));
     EXPECT_EQ(refused, nullptr);
@@ -284,7 +283,7 @@ TEST_F(Identity, Tokens)
     EXPECT_EQ(length, sizeof bytes);
     EXPECT_TRUE(GetTokenInformation(token, TokenUser, bytes, sizeof bytes, &length));
     EXPECT_STREQ(static_cast<char*>(reinterpret_cast<TOKEN_USER*>(bytes)->User.Sid), "second");
-    STARTUPINFOA startup{};
+    STARTUPINFOA startup{sizeof startup, STARTF_USESTDHANDLES, output, output, output};
     PROCESS_INFORMATION information{};
     char command[] = "true";
     for (const auto& [user, error] : {std::pair(HANDLE{nullptr}, DWORD{EACCES}), {event, EBADF}})
@@ -293,7 +292,8 @@ TEST_F(Identity, Tokens)
                       error);
     expectRefusedStarts(
         [&](auto... arguments) { return CreateProcessAsUserA(token, arguments...); }, startup);
-    EXPECT_TRUE(CloseHandle(token) && CloseHandle(event));
+    for (const HANDLE open : {token, event, output})
+        EXPECT_TRUE(CloseHandle(open));
 }
 
 TEST_F(Identity, RefusedRuns)
@@ -377,7 +377,7 @@ TEST_F(Identity, CommandsWithOptions)
     runOnThreads(2, [&](int thread) {
         if (thread == 0)
             EXPECT_EQ(textOf(shell("id -u").run()), "|61002");
-        else if (usleep(20000) == 0)
+        else if (usleep(200000) == 0)
             Runner::m_Lock.unlock();
     });
     prctl(PR_SET_CHILD_SUBREAPER, 1);

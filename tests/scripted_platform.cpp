@@ -25,8 +25,7 @@ bool endsWithoutMemory(const Script& made, const Fault& fault, const std::functi
     } catch (const std::bad_alloc&) {
         thrown = true;
     }
-    EXPECT_TRUE(script.open.empty());
-    EXPECT_FALSE(script.childRuns);
+    EXPECT_TRUE(script.open.empty() && !script.childRuns);
     script.calls[allocation].resize(AllocationFault::requests);
     return thrown;
 }

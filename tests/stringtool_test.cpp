@@ -6,8 +6,6 @@
 #include "support/repeat.h"
 #include "support/testlocale.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 
 using namespace std::string_literals;

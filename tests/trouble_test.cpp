@@ -99,8 +99,7 @@ TEST_F(Trouble, TheDiskIsFull)
     SKIP_WITHOUT_PROC();
     const std::string full = m_Scratch.path("full");
     m_Scratch.makeDirectory("full");
-    const std::string missing = enterNamespaces({});
-    SKIP_IF(missing);
+    SKIP_IF(enterNamespaces({}));
     ASSERT_EQ(mount("none", full.c_str(), "tmpfs", 0, "size=64k,mode=755"), 0);
     m_Log.get()->initialize(L"t", m_Scratch.widePath("full").c_str(), L"t.log", 1, false);
     EXPECT_TRUE(save(L"full/t", L"old"));
