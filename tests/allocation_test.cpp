@@ -49,7 +49,7 @@ struct Allocation : LeakCheck {
             }
             requests = i == 1 ? AllocationFault::requests : requests;
             EXPECT_EQ(use(), good);
-            EXPECT_EQ(m_MayLeak ? blocks : AllocationFault::liveBlocks, blocks);
+            EXPECT_EQ(m_MayLeak && i > 1 ? blocks : AllocationFault::liveBlocks, blocks);
         }
         EXPECT_TRUE(requests > 0 && !good.empty());
         std::printf("faults injected: %zu\n", 2 * requests);
@@ -155,7 +155,7 @@ struct TextHandler : CCmnSaxParseHandler {
 
 TEST_F(Allocation, Sax)
 {
-    m_MayLeak = true; // Xerces-C does not clean up when an allocation fails
+    m_MayLeak = true; // Xerces-C does not clean up, but only when an allocation fails
     // The parser keeps Xerces-C in use: the end of its last use allocates, and Xerces-C does not
     // expect that to fail.
     TextHandler handler;
