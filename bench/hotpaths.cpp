@@ -16,11 +16,13 @@
 
 #include <valgrind/callgrind.h>
 
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace tarnix_cmn_4_4;
@@ -154,10 +156,16 @@ int digest()
     });
 }
 
-// What the calling process does for a command that prints nothing. The child is not counted.
+// What the calling process does for a command that prints an empty line. The child is not counted,
+// and has ended when its line has been passed on: otherwise it would depend on the load of the
+// machine how often its ends of output and it itself wake the caller.
 int startAndEnd()
 {
-    const CCmnCommand command({"/bin/true"});
+    CCmnCommand command({"/bin/echo"});
+    command.setByteCallback([](auto, auto) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return true;
+    });
     require(command.run().ok(), "the command failed");
     return counted(20, [&] { command.run(); });
 }
