@@ -156,9 +156,9 @@ int digest()
     });
 }
 
-// What the calling process does for a command that prints an empty line. The child is not counted,
-// and has ended when its line has been passed on: otherwise it would depend on the load of the
-// machine how often its ends of output and it itself wake the caller.
+// What the calling process does for a command that prints an empty line. The child is not counted.
+// The caller sleeps until the child has most likely ended: otherwise the end of the output and that
+// of the child wake it once or several times, which depends on the load of the machine.
 int startAndEnd()
 {
     CCmnCommand command({"/bin/echo"});

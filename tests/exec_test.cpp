@@ -72,7 +72,7 @@ TEST_F(Exec, AProgramThatIsStillBeingWritten)
     EXPECT_EQ(run(program).record.getDescription(),
               L"cannot start program '" + scratch.widePath("program") + L"': Text file busy");
     // Another process still holds it open for writing, for a moment.
-    const pid_t holder = forkChild([] { return usleep(200000) == 0; });
+    const pid_t holder = forkChild([] { return usleep(50000) == 0; });
     close(writer);
     EXPECT_EQ(run(program + " found").lines, Lines{"found"});
     EXPECT_EQ(waitForChild(holder), 0);

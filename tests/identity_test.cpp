@@ -261,7 +261,7 @@ TEST_F(Identity, AProgramThatIsStillBeingWritten)
     std::filesystem::copy_file("/bin/echo", program);
     const int writer = open(program.c_str(), O_WRONLY | O_CLOEXEC);
     EXPECT_NE(as("holder", program).record.getDescription().find(L"file busy"), std::wstring::npos);
-    const pid_t holder = forkChild([] { return usleep(200000) == 0; });
+    const pid_t holder = forkChild([] { return usleep(50000) == 0; });
     close(writer);
     EXPECT_EQ(as("holder", program + " found").lines, Lines{"found"});
     EXPECT_EQ(waitForChild(holder), 0);

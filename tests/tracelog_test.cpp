@@ -17,7 +17,7 @@ static bool g_isRewritable = true; // whether bytes of a file can be replaced
 
 extern "C" ssize_t pwrite(int fd, const void* data, std::size_t size, off_t at)
 {
-    return g_isRewritable ? syscall(SYS_pwrite64, fd, data, size, at) : -1;
+    return g_isRewritable ? syscall(SYS_pwrite64, fd, data, size, at) : (errno = EIO, -1);
 }
 
 using namespace tarnix_cmn_4_4;
